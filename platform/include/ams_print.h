@@ -1,0 +1,47 @@
+// The board's print service: one record of text a thread, written in one piece.
+//
+// All calls may come from any thread. A record is built by one head, any number of texts and one
+// end, all with the same level, on the same thread; callers in this system use AMS_PRINT (in
+// ams_common_api.h), which makes the whole record.
+#pragma once
+
+#include <stdint.h>
+
+#ifdef __cplusplus
+extern "C" {
+#endif
+
+/* One row of the print-level map. Levels: 1 progress .. 4 failure, 5 allocation failure. */
+struct PrtMapEntry {
+  const char *name; /* module ("sysmgr:devInfo") or "default"; NULL ends the map */
+  int32_t level;    /* records below it are not printed; read and written atomically */
+};
+
+/* Exported by the program: the first row is "default", used by threads that no row names. */
+extern struct PrtMapEntry DF_PRT_MAP[];
+
+/* Prepares the service for this process (stdout becomes line buffered, so that plain printf texts
+   reach the log in order). Call once, before the first record. */
+void AMS_PrintMgt_Init(void);
+
+/* Installs handlers that write a back trace to standard error when the process dies of SIGSEGV,
+   SIGBUS, SIGILL, SIGFPE or SIGABRT, and then lets it die. Call once at start. */
+void AMS_UsrDumpInit(void);
+
+/* Opens a record. It is printed when `level` is at or above the level that DF_PRT_MAP has for the
+   module of the calling thread. */
+void __AMS_PrintHead(int level);
+
+/* Adds text to the open record. A record holds 4095 bytes; what is beyond is cut. */
+void __AMS_Print(int level, const char *format, ...) __attribute__((format(printf, 2, 3)));
+
+/* Writes the record to standard error: time, module, level, text, a line feed where it lacks one. */
+void __AMS_PrintEnd(int level);
+
+/* Names the module of the calling thread for the print service; the message runtime calls it when
+   it starts a module thread. `name` must live as long as the thread. */
+void AMS_PrintThreadModule(const char *name);
+
+#ifdef __cplusplus
+}
+#endif

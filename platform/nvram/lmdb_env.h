@@ -1,0 +1,37 @@
+// Opening LMDB environments the way the desk's stores need them: private folder, closed on exec,
+// slots of dead readers given back. What is kept in an environment is its owner's business.
+#pragma once
+
+#include <lmdb.h>
+
+#include <cstddef>
+
+struct LmdbPlace {
+  const char *folder;  // made with mode 0700; refused when it belongs to somebody else
+  size_t map_size;     // most bytes the environment may take
+  unsigned flags;      // of mdb_env_open; MDB_NOTLS is always added
+};
+
+struct LmdbEnv {
+  MDB_env *env;
+  MDB_dbi dbi;  // the one database that each environment has
+};
+
+/* Opens the environment; with `create`, makes it when it is not there. 0, an errno or an LMDB
+   error (ENOENT: not there); logs nothing. A process opens a place once. */
+int LmdbOpen(const LmdbPlace &place, bool create, LmdbEnv *opened);
+void LmdbClose(LmdbEnv *opened);
+
+/* Removes the files of a place. Processes that have them open go on with what they have. */
+void LmdbRemove(const LmdbPlace &place);
+
+/* mdb_txn_begin that gives back the slots of dead readers when there is none left. */
+int LmdbBegin(const LmdbEnv &opened, unsigned flags, MDB_txn **txn);
+
+/* Reads a place that may be damaged from end to end, in a process of its own: damage may well kill
+   it. True when all of it can be read and `key` has `value`. */
+bool LmdbSound(const LmdbPlace &place, const char *key, const char *value);
+
+inline MDB_val LmdbVal(const void *data, size_t size) {
+  return MDB_val{size, const_cast<void *>(data)};
+}

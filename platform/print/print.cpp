@@ -1,0 +1,104 @@
+// The desk's print service: builds a record a thread and writes it to standard error in one piece.
+// Where standard error goes is the launcher's business.
+#include <execinfo.h>
+#include <signal.h>
+#include <sys/uio.h>
+#include <time.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cstdarg>
+#include <cstdio>
+#include <cstring>
+
+#include "ams_print.h"
+
+namespace {
+
+struct Record {
+  bool printed;
+  size_t length;
+  char text[4096];
+};
+
+thread_local Record record;
+thread_local const char *module_name = "default";
+thread_local PrtMapEntry *map_row; /* the row of module_name, once it was looked up */
+
+PrtMapEntry *MapRow() {
+  if (map_row == nullptr) {
+    map_row = &DF_PRT_MAP[0];
+    for (PrtMapEntry *row = DF_PRT_MAP; row->name != nullptr; ++row)
+      if (strcmp(row->name, module_name) == 0) map_row = row;
+  }
+  return map_row;
+}
+
+/* "2026-11-24 21:35:21.123 sysmgr:devInfo 4 " */
+size_t RecordHead(int level, char *head, size_t size) {
+  struct timespec now;
+  struct tm local;
+  clock_gettime(CLOCK_REALTIME, &now);
+  localtime_r(&now.tv_sec, &local);
+  size_t length = strftime(head, size, "%Y-%m-%d %H:%M:%S", &local);
+  int more = snprintf(head + length, size - length, ".%03ld %s %d ", now.tv_nsec / 1000000,
+                      module_name, level);
+  return std::min(length + static_cast<size_t>(std::max(more, 0)), size - 1);
+}
+
+/* Only async-signal-safe calls; the default action, restored by SA_RESETHAND, ends the process. */
+void DumpAndDie(int signal_number) {
+  static const char kTitle[] = "fatal signal, back trace:\n";
+  void *frames[64];
+  (void)!write(STDERR_FILENO, kTitle, sizeof(kTitle) - 1); /* nothing left to do when it fails */
+  backtrace_symbols_fd(frames, backtrace(frames, 64), STDERR_FILENO);
+  raise(signal_number);
+}
+
+}  // namespace
+
+void AMS_PrintMgt_Init(void) { setvbuf(stdout, nullptr, _IOLBF, 0); }
+
+void AMS_UsrDumpInit(void) {
+  void *frame;
+  backtrace(&frame, 1); /* loads the unwinder now: it allocates, which the handler must not */
+  for (int number : {SIGSEGV, SIGBUS, SIGILL, SIGFPE, SIGABRT}) {
+    struct sigaction present, dump = {};
+    sigaction(number, nullptr, &present);
+    if (present.sa_handler != SIG_DFL) continue; /* a debugging tool's handler knows more */
+    dump.sa_handler = DumpAndDie;
+    dump.sa_flags = static_cast<int>(SA_RESETHAND | SA_NODEFER);
+    sigaction(number, &dump, nullptr);
+  }
+}
+
+void AMS_PrintThreadModule(const char *name) {
+  module_name = name;
+  map_row = nullptr;
+}
+
+void __AMS_PrintHead(int level) {
+  record.printed = level >= __atomic_load_n(&MapRow()->level, __ATOMIC_RELAXED);
+  record.length = 0;
+}
+
+void __AMS_Print(int, const char *format, ...) {
+  if (!record.printed) return;
+  va_list args;
+  va_start(args, format);
+  size_t room = sizeof(record.text) - record.length;
+  int length = vsnprintf(record.text + record.length, room, format, args);
+  va_end(args);
+  if (length > 0) record.length += std::min(static_cast<size_t>(length), room - 1);
+}
+
+void __AMS_PrintEnd(int level) {
+  if (!record.printed) return;
+  record.printed = false;
+  char head[128];
+  bool ended = record.length > 0 && record.text[record.length - 1] == '\n';
+  struct iovec pieces[] = {{head, RecordHead(level, head, sizeof(head))},
+                           {record.text, record.length},
+                           {const_cast<char *>("\n"), ended ? 0U : 1U}};
+  (void)!writev(STDERR_FILENO, pieces, 3); /* a full disk costs the record, nothing else */
+}

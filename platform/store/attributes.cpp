@@ -1,0 +1,49 @@
+// The attributes of nodes: the sets that the file gives them, and the notify attribute, which alone
+// changes later.
+#include "tree.h"
+
+Key KeyMarked(uint8_t mark, const uint8_t *bytes, size_t length) {
+  Key marked;
+  marked.bytes[0] = mark;
+  marked.length = 1;
+  marked.last = 0;
+  (void)KeyAppend(&marked, bytes, length); /* a node's key is far from the limit */
+  return marked;
+}
+
+Key AttributesKey(uint32_t number) {
+  const uint8_t bytes[] = {static_cast<uint8_t>(number >> 24), static_cast<uint8_t>(number >> 16),
+                           static_cast<uint8_t>(number >> 8), static_cast<uint8_t>(number)};
+  return KeyMarked(KEY_ATTRIBUTES, bytes, sizeof bytes);
+}
+
+int TreeAttributes(MDB_txn *txn, uint32_t number, std::string_view *set) {
+  MDB_val data;
+  if (TreeGet(txn, AttributesKey(number), &data) != 0) return -1;
+  *set = {static_cast<char *>(data.mv_data), data.mv_size};
+  return 0;
+}
+
+bool AttributeNext(std::string_view *set, std::string_view *name, std::string_view *value) {
+  size_t middle = set->find('\0');
+  size_t end = middle == std::string_view::npos ? middle : set->find('\0', middle + 1);
+  if (end == std::string_view::npos) return false;
+  *name = set->substr(0, middle);
+  *value = set->substr(middle + 1, end - middle - 1);
+  set->remove_prefix(end + 1);
+  return true;
+}
+
+std::string_view AttributeIn(std::string_view set, std::string_view name) {
+  std::string_view found, value;
+  while (AttributeNext(&set, &found, &value))
+    if (found == name) return value;
+  return {};
+}
+
+std::string TreeNotify(MDB_txn *txn, const Key &key, const Record &record) {
+  MDB_val data;
+  if ((record.head.flags & RECORD_NOTIFY) == 0) return "0";
+  if (TreeGet(txn, KeyMarked(KEY_NOTIFY, key), &data) != 0) return "0";
+  return {static_cast<char *>(data.mv_data), data.mv_size};
+}

@@ -1,0 +1,165 @@
+// Walking the children of a node: instances by a step of the cursor, an object's children from a
+// list that the thread keeps while nothing is written.
+#include <endian.h>
+
+#include <algorithm>
+#include <memory>
+
+#include "ams_store.h"
+#include "tree.h"
+
+namespace {
+
+/* The children of the object that this thread looked at last, as the file has them. */
+struct ChildList {
+  Key parent;
+  size_t txn_id;
+  size_t at; /* the child handed out last */
+  std::vector<std::string> keys;
+};
+
+ChildList *ThreadList() {
+  thread_local std::unique_ptr<ChildList> list(new ChildList{});
+  return list.get();
+}
+
+int CopyUrl(const uint8_t *key, size_t length, char url[AMS_PATH_SIZE]) {
+  char path[KEY_MAX + 1];
+  size_t size = KeyToPath(key, length, path) + 1;
+  if (size > AMS_PATH_SIZE) return -1; /* cannot be: such nodes are refused */
+  memcpy(url, path, size);
+  return 0;
+}
+
+/* Reads the rows that are children of `parent`, stepping over what is below them. */
+int GatherChildren(MDB_txn *txn, const Key &parent, std::vector<Found> *children) {
+  MDB_cursor *cursor;
+  MDB_val key, data;
+  Key from = parent;
+  if (TreeCursor(txn, &cursor) != 0) return -1;
+  from.bytes[from.length++] = KEY_LEAF;
+  while (TreeSeek(cursor, from, parent, &key, &data) == 0 && key.mv_size < KEY_MAX) {
+    Found child = {0, static_cast<uint8_t *>(key.mv_data), key.mv_size, {}};
+    if (RecordParse(data, &child.record) == 0) children->push_back(child);
+    memcpy(from.bytes, child.key, child.key_length);
+    from.bytes[child.key_length] = KEY_END;
+    from.length = child.key_length + 1;
+  }
+  TreeCursorEnd(cursor);
+  return 0;
+}
+
+int FillList(MDB_txn *txn, const Key &parent, size_t skip, ChildList *list) {
+  std::vector<Found> children;
+  if (GatherChildren(txn, parent, &children) != 0) return -1;
+  TreeSort(&children, skip);
+  list->keys.clear();
+  for (const Found &child : children)
+    list->keys.emplace_back(reinterpret_cast<const char *>(child.key), child.key_length);
+  list->parent = parent;
+  list->txn_id =
+      txn == TreeThread()->read ? mdb_txn_id(txn) : 0; /* a span's writes make it stale */
+  list->at = 0;
+  return 0;
+}
+
+bool ListFits(const ChildList &list, MDB_txn *txn, const Key &parent) {
+  return txn == TreeThread()->read && list.txn_id == mdb_txn_id(txn) &&
+         list.parent.length == parent.length &&
+         memcmp(list.parent.bytes, parent.bytes, parent.length) == 0;
+}
+
+int HandOut(ChildList *list, size_t at, char url[AMS_PATH_SIZE]) {
+  if (at >= list->keys.size()) return -1;
+  list->at = at;
+  const std::string &key = list->keys[at];
+  return CopyUrl(reinterpret_cast<const uint8_t *>(key.data()), key.size(), url);
+}
+
+/* The first row of an array at or behind `from` is an instance's own. */
+int NextInstance(MDB_txn *txn, const Key &from, const Key &array, char url[AMS_PATH_SIZE]) {
+  MDB_cursor *cursor;
+  MDB_val key, data;
+  if (TreeCursor(txn, &cursor) != 0) return -1;
+  int result = TreeSeek(cursor, from, array, &key, &data);
+  if (result == 0) result = CopyUrl(static_cast<uint8_t *>(key.mv_data), key.mv_size, url);
+  TreeCursorEnd(cursor);
+  return result;
+}
+
+int FirstChild(MDB_txn *txn, const char *path, char url[AMS_PATH_SIZE]) {
+  Key parent;
+  Record record;
+  if (TreeFindPath(txn, path, true, &parent, &record) != 0 || RecordIsLeaf(record)) return -1;
+  if (record.head.kind == KIND_ARRAY) {
+    Key from = parent;
+    from.bytes[from.length++] = KEY_NODE;
+    return NextInstance(txn, from, parent, url);
+  }
+  ChildList *list = ThreadList();
+  if (!ListFits(*list, txn, parent) && FillList(txn, parent, record.head.order_length, list) != 0)
+    return -1;
+  return HandOut(list, 0, url);
+}
+
+int NextOfObject(MDB_txn *txn, const Key &child, const Key &parent, char url[AMS_PATH_SIZE]) {
+  ChildList *list = ThreadList();
+  if (!ListFits(*list, txn, parent)) {
+    Record record;
+    if (TreeFind(txn, parent, &record) != 0) return -1;
+    if (FillList(txn, parent, record.head.order_length, list) != 0) return -1;
+  }
+  std::string wanted(reinterpret_cast<const char *>(child.bytes), child.length);
+  for (uint8_t separator : {KEY_NODE, KEY_LEAF}) {
+    wanted[child.last] = static_cast<char>(separator);
+    if (list->at < list->keys.size() && list->keys[list->at] == wanted)
+      return HandOut(list, list->at + 1, url);
+    auto found = std::find(list->keys.begin(), list->keys.end(), wanted);
+    if (found != list->keys.end())
+      return HandOut(list, static_cast<size_t>(found - list->keys.begin()) + 1, url);
+  }
+  return -1;
+}
+
+int NextChild(MDB_txn *txn, const char *path, char url[AMS_PATH_SIZE]) {
+  Key child, parent;
+  if (TreeKey(path, KEY_NODE, &child) != 0 || KeyParent(child, &parent) != 0) return -1;
+  if (KeyNumber(child.bytes + child.last + 1, child.length - child.last - 1) == 0)
+    return NextOfObject(txn, child, parent, url);
+  child.bytes[child.length++] = KEY_END;
+  return NextInstance(txn, child, parent, url);
+}
+
+}  // namespace
+
+void TreeSort(std::vector<Found> *found, size_t skip) {
+  bool sorted = true;
+  for (size_t at = 0; at < found->size(); ++at) {
+    Found &one = (*found)[at];
+    size_t length = one.record.head.order_length;
+    const uint8_t *order = one.record.order + std::min(skip, length);
+    length -= std::min(skip, length);
+    uint8_t first[sizeof one.rank] = {};
+    memcpy(first, order, std::min(length, sizeof first));
+    memcpy(&one.rank, first, sizeof first);
+    one.rank = be64toh(one.rank);
+    sorted = sorted && (at == 0 || ((*found)[at - 1].rank < one.rank));
+  }
+  if (sorted) return;
+  std::sort(found->begin(), found->end(), [](const Found &left, const Found &right) {
+    if (left.rank != right.rank) return left.rank < right.rank;
+    size_t common = std::min(left.record.head.order_length, right.record.head.order_length);
+    int order = memcmp(left.record.order, right.record.order, common);
+    return order != 0 ? order < 0 : left.record.head.order_length < right.record.head.order_length;
+  });
+}
+
+int ams_get_first_child(struct AmsTree *root, const char *parent, char url[AMS_PATH_SIZE]) {
+  if (root == nullptr || url == nullptr) return -1;
+  return TreeRead([=](MDB_txn *txn) { return FirstChild(txn, parent, url); });
+}
+
+int ams_get_next_child(struct AmsTree *root, const char *child, char url[AMS_PATH_SIZE]) {
+  if (root == nullptr || url == nullptr) return -1;
+  return TreeRead([=](MDB_txn *txn) { return NextChild(txn, child, url); });
+}

@@ -1,0 +1,204 @@
+// Adding and deleting instances of arrays. What a new one looks like is the array's template.
+#include <algorithm>
+#include <cstdio>
+
+#include "ams_store.h"
+#include "tree.h"
+
+namespace {
+
+constexpr char kEntries[] = "NumberOfEntries";
+
+/* One row of a new instance, copied out of the template: writing would move what it points to. */
+struct NewRow {
+  Key key;
+  std::string order, value, notify;
+  RecordHead head;
+};
+
+/* The order of a template's row with the instance's place put where the template's own was. */
+std::string InstanceOrder(const Record &array, uint32_t number, const Record &row) {
+  size_t front = array.head.order_length, skip = front + sizeof number;
+  std::string order(reinterpret_cast<const char *>(array.order), front);
+  for (int shift = 24; shift >= 0; shift -= 8) order += static_cast<char>(number >> shift);
+  if (row.head.order_length > skip)
+    order.append(reinterpret_cast<const char *>(row.order) + skip, row.head.order_length - skip);
+  return order;
+}
+
+/* Makes a new row of a template's row whose key has `tail` behind the template's. */
+int MakeRow(MDB_txn *txn, const Key &instance, const Key &from, const Record &row, NewRow *made) {
+  char path[KEY_MAX + 1];
+  made->key = instance;
+  size_t top = made->key.length;
+  if (KeyAppend(&made->key, from.bytes + from.last, from.length - from.last) != 0 ||
+      KeyToPath(made->key.bytes, made->key.length, path) >= AMS_PATH_SIZE) {
+    (void)KeyToPath(instance.bytes, top, path); /* for the text */
+    STORE_LOG("store: no room for %s: a path has at most %d bytes\n", path, AMS_PATH_SIZE - 1);
+    return -1;
+  }
+  made->head = row.head;
+  made->value.assign(row.value, row.length);
+  if ((row.head.flags & RECORD_NOTIFY) != 0) made->notify = TreeNotify(txn, from, row);
+  return 0;
+}
+
+bool OfNestedTemplate(const MDB_val &key, size_t behind) {
+  const char *bytes = static_cast<char *>(key.mv_data);
+  return memchr(bytes + behind, KEY_EACH, key.mv_size - behind) != nullptr;
+}
+
+/* Reads the template of `array` as the rows of instance `number`; nested templates stay behind. */
+int RowsOfTemplate(MDB_txn *txn, const Key &array, const Record &record, uint32_t number,
+                   std::vector<NewRow> *rows) {
+  Key top, instance = array;
+  MDB_cursor *cursor;
+  MDB_val key, data;
+  const uint8_t each = KEY_EACH;
+  KeyGeneral(array.bytes, array.length, &top);
+  if (KeyAppendNumber(&instance, number) != 0) return -1;
+  if (KeyAppendName(&top, KEY_NODE, {reinterpret_cast<const char *>(&each), 1}) != 0) return -1;
+  if (TreeCursor(txn, &cursor) != 0) return -1;
+  int rc = TreeSeek(cursor, top, top, &key, &data), result = 0;
+  while (result == 0 && rc == 0 && KeyBelow(key, top.bytes, top.length)) {
+    Record row;
+    Key from;
+    from.length = 0;
+    if (!OfNestedTemplate(key, top.length) && RecordParse(data, &row) == 0 &&
+        (result = KeyAppend(&from, key.mv_data, key.mv_size)) == 0) {
+      from.last = top.length; /* the tail begins here */
+      NewRow made;
+      result = MakeRow(txn, instance, from, row, &made);
+      made.order = InstanceOrder(record, number, row);
+      rows->push_back(std::move(made));
+    }
+    rc = mdb_cursor_get(cursor, &key, &data, MDB_NEXT);
+  }
+  TreeCursorEnd(cursor);
+  return result;
+}
+
+int PutRow(MDB_txn *txn, const NewRow &row) {
+  Record record = {row.head, reinterpret_cast<const uint8_t *>(row.order.data()), nullptr, 0};
+  record.head.order_length = static_cast<uint16_t>(row.order.size());
+  if (TreePutRecord(txn, row.key, record, row.value) != 0) return -1;
+  if (row.notify.empty()) return 0;
+  return TreePut(txn, KeyMarked(KEY_NOTIFY, row.key), row.notify.data(), row.notify.size());
+}
+
+/* Deletes the run of rows whose keys are `top` or lie below it. */
+int DeleteRun(MDB_txn *txn, const Key &top) {
+  MDB_cursor *cursor;
+  MDB_val key, data;
+  if (TreeCursor(txn, &cursor) != 0) return -1;
+  int rc = 0;
+  while (rc == 0 && TreeSeek(cursor, top, top, &key, &data) == 0) rc = mdb_cursor_del(cursor, 0);
+  TreeCursorEnd(cursor);
+  return rc == 0 ? 0 : TreeFailed("writing", rc);
+}
+
+int FindInstance(MDB_txn *txn, const char *path, Key *array, uint32_t *number) {
+  Key key;
+  Record record;
+  if (path == nullptr || KeyOfPath(path, KEY_NODE, &key) != KEY_OK) return -1;
+  if (KeyParent(key, array) != 0 || TreeFind(txn, key, &record) != 0) return -1;
+  *number = KeyNumber(key.bytes + key.last + 1, key.length - key.last - 1);
+  return *number == 0 ? -1 : 0;
+}
+
+int AddNext(MDB_txn *txn, const char *path, char *url) {
+  Key array;
+  Record record;
+  if (path == nullptr || KeyOfPath(path, KEY_NODE, &array) != KEY_OK ||
+      TreeFind(txn, array, &record) != 0 || record.head.kind != KIND_ARRAY) {
+    STORE_LOG("store: nothing added: %.255s is no array\n", path == nullptr ? "" : path);
+    return -1;
+  }
+  uint32_t highest = RecordCounts(record).highest;
+  if (highest == UINT32_MAX) {
+    STORE_LOG("store: nothing added: %s has used up its numbers\n", path);
+    return -1;
+  }
+  if (TreeAddInstance(txn, array, highest + 1) != 0) return -1;
+  char text[KEY_MAX + 16];
+  size_t length = KeyToPath(array.bytes, array.length, text);
+  snprintf(text + length, sizeof text - length, ".%u", highest + 1);
+  memcpy(url, text, strlen(text) + 1); /* the instance's path was checked to fit */
+  return 0;
+}
+
+}  // namespace
+
+int TreePutCounts(MDB_txn *txn, const Key &array, const ArrayCounts &counts) {
+  Record record;
+  if (TreeFind(txn, array, &record) != 0) return TreeFailed("writing", MDB_NOTFOUND);
+  std::string order(reinterpret_cast<const char *>(record.order), record.head.order_length);
+  record.order = reinterpret_cast<const uint8_t *>(order.data());
+  std::string_view bytes(reinterpret_cast<const char *>(&counts), sizeof counts);
+  if (TreePutRecord(txn, array, record, bytes) != 0) return -1;
+  Key entries = array;
+  entries.bytes[entries.last] = KEY_LEAF;
+  if (KeyAppend(&entries, kEntries, sizeof kEntries - 1) != 0) return 0;
+  int result = TreeSetLeaf(txn, entries, std::to_string(counts.count), true, true);
+  return result == LEAF_NONE ? 0 : result; /* the file need not have it */
+}
+
+int TreeAddInstance(MDB_txn *txn, const Key &array, uint32_t number) {
+  Record record;
+  std::vector<NewRow> rows;
+  if (TreeFind(txn, array, &record) != 0) return TreeFailed("writing", MDB_NOTFOUND);
+  ArrayCounts counts = RecordCounts(record);
+  if (RowsOfTemplate(txn, array, record, number, &rows) != 0) return -1;
+  if (rows.empty()) {
+    char path[KEY_MAX + 1];
+    (void)KeyToPath(array.bytes, array.length, path); /* for the text */
+    STORE_LOG("store: nothing added: %s has no Template\n", path);
+    return -1;
+  }
+  for (const NewRow &row : rows)
+    if (PutRow(txn, row) != 0) return -1;
+  counts.highest = std::max(counts.highest, number);
+  ++counts.count;
+  return TreePutCounts(txn, array, counts);
+}
+
+int TreeDeleteInstance(MDB_txn *txn, const Key &array, uint32_t number) {
+  Record record;
+  Key instance = array;
+  if (TreeFind(txn, array, &record) != 0) return TreeFailed("writing", MDB_NOTFOUND);
+  ArrayCounts counts = RecordCounts(record);
+  if (KeyAppendNumber(&instance, number) != 0) return TreeFailed("writing", MDB_BAD_VALSIZE);
+  if (DeleteRun(txn, instance) != 0) return -1;
+  if (DeleteRun(txn, KeyMarked(KEY_NOTIFY, instance)) != 0) return -1;
+  if (DeleteRun(txn, KeyMarked(KEY_CHANGED, instance)) != 0) return -1;
+  if (counts.count > 0) --counts.count;
+  return TreePutCounts(txn, array, counts);
+}
+
+int ams_add_obj(struct AmsTree *root, const char *array, char url[AMS_PATH_SIZE]) {
+  char added[AMS_PATH_SIZE];
+  if (root == nullptr || url == nullptr) {
+    STORE_LOG("store: an add needs a tree and a buffer\n");
+    return -1;
+  }
+  url[0] = '\0';
+  if (TreeWrite([&](MDB_txn *txn) { return AddNext(txn, array, added); }) != 0) return -1;
+  memcpy(url, added, strlen(added) + 1);
+  return 0;
+}
+
+int ams_del_obj(struct AmsTree *root, const char *instance) {
+  if (root == nullptr) {
+    STORE_LOG("store: a delete needs a tree\n");
+    return -1;
+  }
+  return TreeWrite([=](MDB_txn *txn) {
+    Key array;
+    uint32_t number;
+    if (FindInstance(txn, instance, &array, &number) == 0)
+      return TreeDeleteInstance(txn, array, number);
+    STORE_LOG("store: nothing deleted: %.255s is no instance\n",
+              instance == nullptr ? "" : instance);
+    return -1;
+  });
+}

@@ -1,0 +1,119 @@
+// Paths to keys and back. Pure: knows nothing of what is stored.
+#include "key.h"
+
+#include <cstdio>
+
+namespace {
+
+constexpr size_t kMostDigits = 10;
+
+bool Digit(char c) { return c >= '0' && c <= '9'; }
+
+/* Copies one component; a number gets its count of digits in front. NULL: not a component. */
+uint8_t *CopyComponent(uint8_t *out, const char *from, size_t length) {
+  if (length == 0) return nullptr;
+  if (Digit(from[0])) {
+    if (length > kMostDigits || from[0] == '0') return nullptr;
+    for (size_t at = 1; at < length; ++at)
+      if (!Digit(from[at])) return nullptr;
+    *out++ = static_cast<uint8_t>(KEY_DIGITS + length);
+  }
+  memcpy(out, from, length);
+  return out + length;
+}
+
+}  // namespace
+
+int KeyOfPath(const char *path, uint8_t last_separator, Key *key) {
+  size_t length = strnlen(path, AMS_PATH_SIZE + 1);
+  if (length > 0 && path[length - 1] == '.') --length;
+  if (length >= AMS_PATH_SIZE) return KEY_TOO_LONG;
+  const char *end = path + length;
+  uint8_t *out = key->bytes;
+  key->last = 0;
+  for (;;) {
+    const void *dot = memchr(path, '.', static_cast<size_t>(end - path));
+    const char *stop = dot == nullptr ? end : static_cast<const char *>(dot);
+    out = CopyComponent(out, path, static_cast<size_t>(stop - path));
+    if (out == nullptr) return KEY_BAD_PATH;
+    if (stop == end) break;
+    key->last = static_cast<size_t>(out - key->bytes);
+    *out++ = KEY_NODE;
+    path = stop + 1;
+  }
+  key->length = static_cast<size_t>(out - key->bytes);
+  if (key->last != 0) key->bytes[key->last] = last_separator;
+  return KEY_OK;
+}
+
+size_t KeyToPath(const uint8_t *bytes, size_t length, char *path) {
+  size_t from = length > 0 && bytes[0] <= KEY_NODE ? 1 : 0, to = 0;
+  if (from == 1 && bytes[0] == KEY_LEAF) { /* an object's own leaf: one name */
+    memcpy(path, bytes + 1, length - 1);
+    path[length - 1] = '\0';
+    return length - 1;
+  }
+  for (; from < length; ++from) {
+    if (bytes[from] <= KEY_NODE)
+      path[to++] = '.';
+    else if (bytes[from] >= ' ')
+      path[to++] = static_cast<char>(bytes[from]);
+  }
+  path[to] = '\0';
+  return to;
+}
+
+int KeyAppend(Key *key, const void *bytes, size_t length) {
+  if (key->length + length > KEY_MAX) return -1;
+  if (length != 0) memcpy(key->bytes + key->length, bytes, length);
+  key->length += length;
+  return 0;
+}
+
+int KeyAppendName(Key *key, uint8_t separator, std::string_view name) {
+  if (key->length + 1 + name.size() > KEY_MAX) return -1;
+  key->last = key->length;
+  key->bytes[key->length++] = separator;
+  return KeyAppend(key, name.data(), name.size());
+}
+
+int KeyAppendNumber(Key *key, uint32_t number) {
+  char text[16] = {};
+  int digits = snprintf(text + 1, sizeof text - 1, "%u", number);
+  text[0] = static_cast<char>(KEY_DIGITS + digits);
+  return KeyAppendName(key, KEY_NODE, {text, static_cast<size_t>(digits) + 1});
+}
+
+void KeyGeneral(const uint8_t *bytes, size_t length, Key *general) {
+  size_t to = 0;
+  general->bytes[to++] = KEY_TEMPLATE;
+  for (size_t from = 0; from < length; ++from) {
+    if (bytes[from] > KEY_DIGITS && bytes[from] <= KEY_DIGITS + kMostDigits) {
+      from += bytes[from] - KEY_DIGITS;
+      general->bytes[to++] = KEY_EACH;
+    } else {
+      general->bytes[to++] = bytes[from];
+    }
+  }
+  general->length = to;
+  general->last = 0;
+}
+
+uint32_t KeyNumber(const uint8_t *component, size_t length) {
+  if (length < 2 || component[0] <= KEY_DIGITS || component[0] > KEY_DIGITS + kMostDigits) return 0;
+  size_t digits = component[0] - KEY_DIGITS;
+  uint64_t number = 0;
+  for (size_t at = 1; at <= digits && at < length; ++at)
+    number = number * 10 + (component[at] - '0');
+  return number > UINT32_MAX ? 0 : static_cast<uint32_t>(number);
+}
+
+int KeyParent(const Key &key, Key *parent) {
+  if (key.last == 0) return -1;
+  memcpy(parent->bytes, key.bytes, key.last);
+  parent->length = key.last;
+  parent->last = 0;
+  for (size_t at = key.last; at-- > 0 && parent->last == 0;)
+    if (key.bytes[at] <= KEY_NODE) parent->last = at;
+  return 0;
+}

@@ -1,0 +1,102 @@
+// Loading a data-model file: read whole, parsed, and put in the place of the tree in one step.
+#include "load.h"
+
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cstdio>
+
+#include "ams_store.h"
+#include "tree.h"
+
+namespace {
+
+constexpr size_t kFileMax = 64 << 20;
+constexpr unsigned kParse = pugi::parse_cdata | pugi::parse_escapes | pugi::parse_wconv_attribute |
+                            pugi::parse_eol | pugi::parse_ws_pcdata_single;
+
+/* The open file's name, for the error line. */
+std::string NameOf(FILE *file) {
+  char name[4096];
+  std::string link = "/proc/self/fd/" + std::to_string(fileno(file));
+  ssize_t length = readlink(link.c_str(), name, sizeof name);
+  return length > 0 ? std::string(name, static_cast<size_t>(length)) : "data-model file";
+}
+
+/* The file's size is but a hint: it may be a pipe, or grow. */
+int ReadWhole(FILE *file, std::string *text) {
+  struct stat info;
+  size_t room = 65536, size = 0, got = 1;
+  if (fstat(fileno(file), &info) == 0 && info.st_size > 0 &&
+      static_cast<size_t>(info.st_size) <= kFileMax)
+    room = static_cast<size_t>(info.st_size) + 1;
+  while (got > 0 && size <= kFileMax) {
+    if (size == text->size()) text->resize(size < room ? room : size * 2);
+    got = fread(&(*text)[size], 1, text->size() - size, file);
+    size += got;
+  }
+  text->resize(size);
+  return ferror(file) != 0 || size > kFileMax ? -1 : 0;
+}
+
+void Tell(FILE *file, const std::string &text, ptrdiff_t offset, const std::string &reason) {
+  size_t at = offset < 0 ? 0 : std::min(static_cast<size_t>(offset), text.size());
+  auto end = text.begin() + static_cast<ptrdiff_t>(at);
+  fprintf(stderr, "%s:%td: %s\n", NameOf(file).c_str(), std::count(text.begin(), end, '\n') + 1,
+          reason.c_str());
+}
+
+/* Parses into `document`. -1 with the reason and the offset of what is wrong. */
+int Parse(const std::string &text, pugi::xml_document *document, Loader *loader) {
+  pugi::xml_parse_result result =
+      document->load_buffer(text.data(), text.size(), kParse, pugi::encoding_utf8);
+  loader->error_at = result.offset;
+  loader->error = result.description();
+  if (!result) return -1;
+  pugi::xml_node root = document->document_element();
+  loader->error_at = root.offset_debug();
+  loader->error = std::string("the only root element must be <") + kRootName + ">";
+  for (pugi::xml_node node = root.next_sibling(); node; node = node.next_sibling())
+    if (node.type() == pugi::node_element) return -1;
+  return std::string_view(root.name()) == kRootName ? 0 : -1;
+}
+
+int Replace(MDB_txn *txn, pugi::xml_node root, Loader *loader) {
+  int rc = mdb_drop(txn, gTree.lmdb.dbi, 0);
+  if (rc == 0) rc = mdb_cursor_open(txn, gTree.lmdb.dbi, &loader->cursor);
+  if (rc != 0) {
+    loader->error = mdb_strerror(rc);
+    return -1;
+  }
+  rc = LoadRows(loader, root);
+  mdb_cursor_close(loader->cursor);
+  return rc;
+}
+
+}  // namespace
+
+struct AmsTree *ams_mxmlLoadFile(void *, FILE *file, void *) {
+  pugi::xml_document document;
+  Loader loader = {};
+  std::string text;
+  if (file == nullptr) {
+    STORE_LOG("store: no data-model file to load\n");
+    return nullptr;
+  }
+  if (TreeThread()->in_span) {
+    STORE_LOG("store: a file is not loaded inside a span of writes\n");
+    return nullptr;
+  }
+  int rc = ReadWhole(file, &text);
+  if (rc != 0) loader.error = "cannot be read, or has more than 64 MiB";
+  if (rc == 0) rc = Parse(text, &document, &loader);
+  if (rc == 0) {
+    loader.error = "the store cannot be written";
+    rc =
+        TreeWrite([&](MDB_txn *txn) { return Replace(txn, document.document_element(), &loader); });
+  }
+  if (rc == 0) return &gTree;
+  Tell(file, text, loader.error_at, loader.error);
+  return nullptr;
+}

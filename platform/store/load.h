@@ -1,0 +1,68 @@
+// Turning a parsed data-model file into rows, for load.cpp: what the walk over its elements shares.
+#pragma once
+
+#include <memory>
+#include <pugixml.hpp>
+#include <string>
+#include <unordered_map>
+#include <utility>
+#include <vector>
+
+#include "tree.h"
+
+/* The attributes that are no part of a node's attribute set: an Instance's number, a node's notify
+   attribute, and the highest number that an array ever used. */
+constexpr char kIdAttribute[] = "id", kNotifyAttribute[] = "notify", kLastAttribute[] = "last";
+constexpr char kInstanceElement[] = "Instance", kTemplateElement[] = "Template";
+constexpr char kEntriesName[] = "NumberOfEntries";
+
+struct AttributeSet {
+  uint32_t number;
+  uint8_t flags; /* RECORD_... that follow from it */
+};
+
+/* An element looked at once, with all below it but the instances: those are many and alike. */
+struct Element {
+  pugi::xml_node node;
+  std::string_view name;
+  uint8_t kind;
+  uint16_t place; /* among its siblings in the file */
+  AttributeSet set;
+  std::string_view notify;
+  const Element *counts; /* a "...NumberOfEntries" leaf: the array whose instances it counts */
+  std::vector<Element> children; /* of an object, as their keys sort: leaves first, by name */
+  std::vector<uint16_t> in_file; /* by place: where it is in `children` */
+  std::unique_ptr<Element> row;  /* of an array: its Template */
+};
+
+/* The state of one load: where it is, and what cannot be written in key order yet. */
+struct Loader {
+  MDB_cursor *cursor;  /* on the emptied tree */
+  Key key;             /* of the node in work */
+  std::string order;   /* of the node in work */
+  size_t path_length;  /* of the node in work, as a path */
+  int instances;       /* how many instances it lies in */
+  int depth;           /* elements above the one that is looked at */
+  std::string record;  /* being built */
+  std::string scratch; /* an attribute set being built */
+  std::unordered_map<std::string, AttributeSet> sets;
+  std::vector<std::pair<std::string, std::string>> later;
+  std::string error;  /* why the load ended */
+  ptrdiff_t error_at; /* offset in the file */
+};
+
+/* Says what is wrong with an element. Returns -1. */
+int LoadRefuse(Loader *loader, pugi::xml_node where, const std::string &reason);
+
+/* Looks at an element and all below it (load_element.cpp). `row`: it is an Instance or a Template,
+   which need no type. 0, or -1 with the loader's error set. */
+int LoadElement(Loader *loader, pugi::xml_node node, bool row, Element *element);
+
+/* Type, attribute set and notify attribute alone. */
+int LoadAttributes(Loader *loader, pugi::xml_node node, bool row, Element *element);
+
+/* -1 (refused) when a leaf holds elements. */
+int LoadCheckLeaf(Loader *loader, pugi::xml_node leaf);
+
+/* Writes all rows of the tree (load_rows.cpp). -1 with the loader's error set. */
+int LoadRows(Loader *loader, pugi::xml_node root);

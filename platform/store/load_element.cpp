@@ -1,0 +1,143 @@
+// Looking at the elements of a data-model file: types, attributes, names and what may stand where.
+#include <algorithm>
+
+#include "load.h"
+
+namespace {
+
+constexpr size_t kMostChildren = 65535;       /* two bytes of the order */
+constexpr int kMostDepth = AMS_PATH_SIZE / 2; /* names have a byte at least, and a dot */
+
+AttributeSet MakeSet(Loader *loader, pugi::xml_node node, bool row, bool typed, bool array) {
+  std::string &text = loader->scratch;
+  AttributeSet set = {};
+  text.clear();
+  if (!typed) text.append("type").append(1, '\0').append("object").append(1, '\0');
+  for (pugi::xml_attribute attribute : node.attributes()) {
+    std::string_view name = attribute.name(), value = attribute.value();
+    if (name == kNotifyAttribute || (row && name == kIdAttribute) ||
+        (array && name == kLastAttribute))
+      continue;
+    if (name == "op" && !value.empty()) set.flags |= RECORD_OP;
+    if (name == "mod" && !value.empty()) set.flags |= RECORD_MOD;
+    if (name == "writable" && value == "0") set.flags |= RECORD_READONLY;
+    text.append(name).append(1, '\0').append(value).append(1, '\0');
+  }
+  auto known = loader->sets.find(text);
+  if (known != loader->sets.end()) return known->second;
+  set.number = static_cast<uint32_t>(loader->sets.size()) + 1;
+  return loader->sets.emplace(text, set).first->second;
+}
+
+bool GoodName(std::string_view name) {
+  if (name.empty() || (name[0] >= '0' && name[0] <= '9')) return false;
+  for (char c : name)
+    if (!(c >= 'a' && c <= 'z') && !(c >= 'A' && c <= 'Z') && !(c >= '0' && c <= '9') && c != '_' &&
+        c != '-')
+      return false;
+  return true;
+}
+
+int CheckName(Loader *loader, pugi::xml_node node, std::string_view name) {
+  if (!GoodName(name))
+    return LoadRefuse(loader, node, "a name has letters, digits, _ and -, and no digit first");
+  if (name.size() >= AMS_NAME_SIZE) return LoadRefuse(loader, node, "a name has at most 64 bytes");
+  return 0;
+}
+
+/* Lets each "...NumberOfEntries" leaf know its array. `children` is sorted by name. */
+void FindCounted(std::vector<Element> *children) {
+  constexpr size_t tail = sizeof kEntriesName - 1;
+  for (Element &leaf : *children) {
+    if (leaf.name.size() <= tail || leaf.kind < KIND_STRING) continue;
+    if (leaf.name.substr(leaf.name.size() - tail) != kEntriesName) continue;
+    std::string_view wanted = leaf.name.substr(0, leaf.name.size() - tail);
+    for (const Element &array : *children)
+      if (array.kind == KIND_ARRAY && array.name == wanted) leaf.counts = &array;
+  }
+}
+
+/* Puts the children into the order of their keys. No name may stand there twice. */
+int SortChildren(Loader *loader, std::vector<Element> *children) {
+  std::sort(children->begin(), children->end(),
+            [](const Element &left, const Element &right) { return left.name < right.name; });
+  for (size_t at = 1; at < children->size(); ++at)
+    if ((*children)[at - 1].name == (*children)[at].name)
+      return LoadRefuse(loader, (*children)[at].node, "its name stands here twice");
+  std::stable_partition(children->begin(), children->end(),
+                        [](const Element &child) { return child.kind >= KIND_STRING; });
+  return 0;
+}
+
+int ObjectElement(Loader *loader, Element *element) {
+  std::vector<Element> &children = element->children;
+  for (pugi::xml_node node : element->node.children()) {
+    if (node.type() != pugi::node_element) continue;
+    if (children.size() == kMostChildren)
+      return LoadRefuse(loader, node, "its object has too many elements");
+    children.emplace_back();
+    children.back().name = node.name();
+    children.back().place = static_cast<uint16_t>(children.size() - 1);
+    if (CheckName(loader, node, node.name()) != 0) return -1;
+    if (LoadElement(loader, node, false, &children.back()) != 0) return -1;
+  }
+  if (SortChildren(loader, &children) != 0) return -1;
+  FindCounted(&children);
+  element->in_file.resize(children.size());
+  for (size_t at = 0; at < children.size(); ++at)
+    element->in_file[children[at].place] = static_cast<uint16_t>(at);
+  return 0;
+}
+
+int ArrayElement(Loader *loader, Element *element) {
+  pugi::xml_node shape = element->node.child(kTemplateElement);
+  if (!shape) return 0;
+  if (shape.next_sibling(kTemplateElement))
+    return LoadRefuse(loader, shape, "an array has one Template");
+  element->row = std::make_unique<Element>();
+  return LoadElement(loader, shape, true, element->row.get());
+}
+
+}  // namespace
+
+int LoadRefuse(Loader *loader, pugi::xml_node where, const std::string &reason) {
+  loader->error = std::string("<") + where.name() + ">: " + reason;
+  loader->error_at = where.offset_debug();
+  return -1;
+}
+
+int LoadAttributes(Loader *loader, pugi::xml_node node, bool row, Element *element) {
+  std::string_view type = node.attribute("type").value();
+  bool typed = !type.empty();
+  if (!typed && !row) return LoadRefuse(loader, node, "needs a type attribute");
+  if (!typed) type = kKindNames[KIND_OBJECT];
+  element->node = node;
+  element->kind = 0;
+  while (element->kind < KIND_COUNT && type != kKindNames[element->kind]) ++element->kind;
+  if (element->kind == KIND_COUNT)
+    return LoadRefuse(loader, node, "unknown type \"" + std::string(type) + "\"");
+  if (row && element->kind != KIND_OBJECT)
+    return LoadRefuse(loader, node, "its type can only be \"object\"");
+  element->set = MakeSet(loader, node, row, typed, element->kind == KIND_ARRAY);
+  element->notify = node.attribute(kNotifyAttribute).value();
+  return 0;
+}
+
+int LoadCheckLeaf(Loader *loader, pugi::xml_node leaf) {
+  for (pugi::xml_node node = leaf.first_child(); node; node = node.next_sibling())
+    if (node.type() == pugi::node_element)
+      return LoadRefuse(loader, leaf, "a leaf holds no elements");
+  return 0;
+}
+
+int LoadElement(Loader *loader, pugi::xml_node node, bool row, Element *element) {
+  if (LoadAttributes(loader, node, row, element) != 0) return -1;
+  if (element->kind >= KIND_STRING) return LoadCheckLeaf(loader, node);
+  if (loader->depth == kMostDepth)
+    return LoadRefuse(loader, node, "its path has more than 255 bytes");
+  ++loader->depth;
+  int rc =
+      element->kind == KIND_OBJECT ? ObjectElement(loader, element) : ArrayElement(loader, element);
+  --loader->depth;
+  return rc;
+}

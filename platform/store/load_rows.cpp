@@ -1,0 +1,310 @@
+// Writing the rows of a data-model file in key order. An instance is its array's Template with the
+// elements that the Instance gives laid over it.
+#include <algorithm>
+#include <cstdio>
+#include <cstdlib>
+
+#include "load.h"
+
+namespace {
+
+/* An Instance's elements, beside those of the Template that they are laid over. */
+using Given = std::vector<pugi::xml_node>;
+
+struct Row {
+  uint32_t number;
+  pugi::xml_node node;
+};
+
+int Emit(Loader *loader, const Element &element, pugi::xml_node given, bool row);
+
+pugi::xml_node Or(pugi::xml_node given, pugi::xml_node other) { return given ? given : other; }
+
+/* ---- one row ---- */
+
+int Append(Loader *loader, std::string_view key, std::string_view data) {
+  MDB_val row = LmdbVal(key.data(), key.size()), value = LmdbVal(data.data(), data.size());
+  int rc = mdb_cursor_put(loader->cursor, &row, &value, MDB_APPEND);
+  if (rc == 0) return 0;
+  loader->error = std::string("the store took no more: ") + mdb_strerror(rc);
+  return -1;
+}
+
+std::string_view KeyText(const Key &key) {
+  return {reinterpret_cast<const char *>(key.bytes), key.length};
+}
+
+/* Rows of templates sort behind the tree and wait. */
+int PutRow(Loader *loader, const Element &element, std::string_view value) {
+  RecordHead head = {element.kind, element.set.flags, static_cast<uint16_t>(loader->order.size()),
+                     element.set.number};
+  if (!element.notify.empty() && element.notify != "0") {
+    head.flags |= RECORD_NOTIFY;
+    loader->later.emplace_back(KeyText(KeyMarked(KEY_NOTIFY, loader->key)), element.notify);
+  }
+  loader->record.assign(reinterpret_cast<const char *>(&head), sizeof head);
+  loader->record.append(loader->order).append(value);
+  if (loader->key.bytes[0] != KEY_TEMPLATE)
+    return Append(loader, KeyText(loader->key), loader->record);
+  loader->later.emplace_back(KeyText(loader->key), loader->record);
+  return 0;
+}
+
+void AppendOrder(std::string *order, uint32_t place, int bytes) {
+  while (bytes-- > 0) order->push_back(static_cast<char>(place >> (8 * bytes)));
+}
+
+/* Goes down by the component that `append` puts at the key's end, does `work`, and comes back. */
+template <class Append, class Work>
+int Below(Loader *loader, pugi::xml_node node, uint32_t place, int order_bytes, Append append,
+          Work work) {
+  size_t key_length = loader->key.length, order_length = loader->order.size();
+  size_t path_length = loader->path_length;
+  if (append() != 0 || loader->path_length >= AMS_PATH_SIZE)
+    return LoadRefuse(loader, node, "its path has more than 255 bytes");
+  AppendOrder(&loader->order, place, order_bytes);
+  int rc = work();
+  loader->key.length = key_length;
+  loader->order.resize(order_length);
+  loader->path_length = path_length;
+  return rc;
+}
+
+/* ---- attributes of what an instance gives ---- */
+
+/* On the way of each leaf: an attribute that is not there has the name "". */
+bool SameAttributes(pugi::xml_node left, pugi::xml_node right) {
+  pugi::xml_attribute one = left.first_attribute(), other = right.first_attribute();
+  for (;; one = one.next_attribute(), other = other.next_attribute()) {
+    const char *name = one.name(), *other_name = other.name();
+    if (*name == '\0' || *other_name == '\0') return *name == *other_name;
+    if (strcmp(name, other_name) != 0 || strcmp(one.value(), other.value()) != 0) return false;
+  }
+}
+
+/* True when a given element has no attributes but those that are no part of the set. */
+bool OnlyApart(pugi::xml_node node) {
+  for (pugi::xml_attribute attribute : node.attributes()) {
+    std::string_view name = attribute.name();
+    if (name != kIdAttribute && name != kNotifyAttribute && name != kLastAttribute) return false;
+  }
+  return true;
+}
+
+/* The row's attributes: the template's, unless the instance gives others. */
+int LayAttributes(Loader *loader, const Element &shape, pugi::xml_node given, bool row,
+                  Element *laid) {
+  laid->kind = shape.kind;
+  laid->set = shape.set;
+  laid->node = given;
+  if (!OnlyApart(given) && LoadAttributes(loader, given, row, laid) != 0) return -1;
+  if (laid->kind != shape.kind)
+    return LoadRefuse(loader, given, "has another type than in the array's Template");
+  pugi::xml_attribute notify = given.attribute(kNotifyAttribute);
+  laid->notify = notify ? notify.value() : shape.notify;
+  return 0;
+}
+
+/* True when an instance has something to say about the attributes of one of its nodes. */
+bool Differs(const Element &element, pugi::xml_node given) {
+  return given && given.first_attribute() && !SameAttributes(given, element.node);
+}
+
+/* ---- leaves and objects ---- */
+
+/* Whoever loads pays for this once a leaf; mostly there is one text and nothing else. */
+int LeafText(Loader *loader, pugi::xml_node leaf, std::string_view *text) {
+  pugi::xml_node first = leaf.first_child();
+  bool plain = first.type() == pugi::node_pcdata || first.type() == pugi::node_cdata;
+  if (plain && first.next_sibling().type() == pugi::node_null) {
+    *text = first.value();
+    return 0;
+  }
+  if (LoadCheckLeaf(loader, leaf) != 0) return -1;
+  *text = leaf.child_value();
+  return 0;
+}
+
+int PutLeaf(Loader *loader, const Element &leaf, pugi::xml_node node, std::string_view value) {
+  if (value.size() > AMS_VALUE_MAX)
+    return LoadRefuse(loader, node, "a value has at most 32768 bytes");
+  if (value.find(static_cast<char>(AMS_SEPARATOR)) != std::string_view::npos)
+    return LoadRefuse(loader, node, "a value must not hold byte 0x03");
+  return PutRow(loader, leaf, value);
+}
+
+size_t CountInstances(pugi::xml_node array) {
+  size_t count = 0;
+  for (pugi::xml_node node = array.child(kInstanceElement); node;
+       node = node.next_sibling(kInstanceElement))
+    ++count;
+  return count;
+}
+
+/* `counted`: the leaf's value is the number of instances that `listed` has. */
+int EmitLeaf(Loader *loader, const Element &leaf, pugi::xml_node given, bool counted,
+             pugi::xml_node listed) {
+  std::string_view value;
+  std::string count;
+  pugi::xml_node node = Or(given, leaf.node);
+  if (LeafText(loader, node, &value) != 0) return -1;
+  if (counted) value = count = std::to_string(CountInstances(listed));
+  if (!Differs(leaf, given)) return PutLeaf(loader, leaf, node, value);
+  Element laid = {};
+  if (LayAttributes(loader, leaf, given, false, &laid) != 0) return -1;
+  return PutLeaf(loader, laid, node, value);
+}
+
+/* Finds what an instance gives for each child of its template; mostly it is in the same order. */
+int MatchGiven(Loader *loader, const Element &shape, pugi::xml_node instance, Given *given) {
+  size_t next = 0, count = shape.children.size();
+  given->resize(count);
+  for (pugi::xml_node node = instance.first_child(); node; node = node.next_sibling()) {
+    if (node.type() != pugi::node_element) continue;
+    std::string_view name = node.name();
+    size_t tried = 0;
+    while (tried < count && shape.children[shape.in_file[next % count]].name != name) {
+      ++tried;
+      ++next;
+    }
+    if (tried == count) return LoadRefuse(loader, node, "the array's Template does not have it");
+    pugi::xml_node &place = (*given)[shape.in_file[next++ % count]];
+    if (place) return LoadRefuse(loader, node, "its name stands here twice");
+    place = node;
+  }
+  return 0;
+}
+
+int EmitObject(Loader *loader, const Element &object, pugi::xml_node instance) {
+  Given given;
+  if (instance && MatchGiven(loader, object, instance, &given) != 0) return -1;
+  for (size_t at = 0; at < object.children.size(); ++at) {
+    const Element &child = object.children[at];
+    pugi::xml_node laid = instance ? given[at] : pugi::xml_node();
+    uint8_t separator = child.kind >= KIND_STRING ? KEY_LEAF : KEY_NODE;
+    auto append = [&] {
+      loader->path_length += child.name.size() + 1;
+      return KeyAppendName(&loader->key, separator, child.name);
+    };
+    auto emit = [&] {
+      if (child.kind < KIND_STRING) return Emit(loader, child, laid, false);
+      if (child.counts == nullptr) return EmitLeaf(loader, child, laid, false, {});
+      size_t array = static_cast<size_t>(child.counts - object.children.data());
+      pugi::xml_node listed = instance ? given[array] : pugi::xml_node();
+      return EmitLeaf(loader, child, laid, true, Or(listed, child.counts->node));
+    };
+    if (Below(loader, Or(laid, child.node), child.place, 2, append, emit) != 0) return -1;
+  }
+  return 0;
+}
+
+/* ---- arrays ---- */
+
+/* The instances that an array's element lists, in the order of their numbers. */
+int ListRows(Loader *loader, pugi::xml_node array, std::vector<Row> *rows) {
+  for (pugi::xml_node node = array.first_child(); node; node = node.next_sibling()) {
+    std::string_view name = node.name();
+    if (node.type() != pugi::node_element || name == kTemplateElement) continue;
+    if (name != kInstanceElement)
+      return LoadRefuse(loader, node, "an array holds one Template and Instances only");
+    const char *id = node.attribute(kIdAttribute).value();
+    uint64_t number = strtoull(id, nullptr, 10);
+    if (number == 0 || number > UINT32_MAX || std::to_string(number) != id)
+      return LoadRefuse(loader, node, "needs an id, a number from 1");
+    rows->push_back({static_cast<uint32_t>(number), node});
+  }
+  auto by_number = [](const Row &left, const Row &right) { return left.number < right.number; };
+  if (!std::is_sorted(rows->begin(), rows->end(), by_number))
+    std::stable_sort(rows->begin(), rows->end(), by_number);
+  for (size_t at = 1; at < rows->size(); ++at)
+    if ((*rows)[at - 1].number == (*rows)[at].number)
+      return LoadRefuse(loader, (*rows)[at].node, "its id stands here twice");
+  return 0;
+}
+
+/* Templates live apart, under keys that fit every instance of the arrays above. */
+int EmitTemplate(Loader *loader, const Element &shape) {
+  Key kept = loader->key;
+  auto append = [&] {
+    const char each = KEY_EACH;
+    if (kept.bytes[0] != KEY_TEMPLATE) KeyGeneral(kept.bytes, kept.length, &loader->key);
+    loader->path_length += 2; /* as its first instance has */
+    return KeyAppendName(&loader->key, KEY_NODE, {&each, 1});
+  };
+  int rc = Below(loader, shape.node, 0, 4, append,
+                 [&] { return Emit(loader, shape, pugi::xml_node(), true); });
+  loader->key = kept;
+  return rc;
+}
+
+int EmitRows(Loader *loader, const Element &array, const std::vector<Row> &rows) {
+  if (array.row == nullptr && !rows.empty())
+    return LoadRefuse(loader, rows[0].node, "its array has no Template");
+  ++loader->instances;
+  for (const Row &row : rows) {
+    auto append = [&] {
+      char digits[16];
+      loader->path_length +=
+          1 + static_cast<size_t>(snprintf(digits, sizeof digits, "%u", row.number));
+      return KeyAppendNumber(&loader->key, row.number);
+    };
+    int rc = Below(loader, row.node, row.number, 4, append,
+                   [&] { return Emit(loader, *array.row, row.node, true); });
+    if (rc != 0) return -1;
+  }
+  --loader->instances;
+  return 0;
+}
+
+/* `row` has the array's attributes as they are here, `array` its Template. */
+int EmitArray(Loader *loader, const Element &array, const Element &row, pugi::xml_node given) {
+  std::vector<Row> rows;
+  if (given && given.child(kTemplateElement))
+    return LoadRefuse(loader, given, "its Template belongs into the outer Template");
+  if (ListRows(loader, Or(given, array.node), &rows) != 0) return -1;
+  ArrayCounts counts = {Or(given, array.node).attribute(kLastAttribute).as_uint(), 0};
+  counts.count = static_cast<uint32_t>(rows.size());
+  if (!rows.empty()) counts.highest = std::max(counts.highest, rows.back().number);
+  if (PutRow(loader, row, {reinterpret_cast<const char *>(&counts), sizeof counts}) != 0) return -1;
+  if (array.row != nullptr && loader->instances == 0 && EmitTemplate(loader, *array.row) != 0)
+    return -1;
+  return EmitRows(loader, array, rows);
+}
+
+/* Writes the object or array whose key and order the loader has, and all below. `given`: what an
+   instance has to say about it; `is_row`: it is an Instance or a Template. */
+int Emit(Loader *loader, const Element &element, pugi::xml_node given, bool is_row) {
+  Element laid = {};
+  const Element *row = &element;
+  if (Differs(element, given)) {
+    if (LayAttributes(loader, element, given, is_row, &laid) != 0) return -1;
+    row = &laid;
+  }
+  if (element.kind == KIND_ARRAY) return EmitArray(loader, element, *row, given);
+  if (PutRow(loader, *row, {}) != 0) return -1;
+  return EmitObject(loader, element, given);
+}
+
+/* What sorts behind the tree: its format, the attribute sets, templates and notify attributes. */
+int PutLater(Loader *loader) {
+  loader->later.emplace_back(std::string(1, static_cast<char>(KEY_FORMAT)), "1");
+  for (const auto &set : loader->sets)
+    loader->later.emplace_back(KeyText(AttributesKey(set.second.number)), set.first);
+  std::sort(loader->later.begin(), loader->later.end());
+  for (const auto &row : loader->later)
+    if (Append(loader, row.first, row.second) != 0) return -1;
+  return 0;
+}
+
+}  // namespace
+
+int LoadRows(Loader *loader, pugi::xml_node root) {
+  Element tree = {};
+  loader->key.length = loader->key.last = 0;
+  loader->path_length = strlen(root.name());
+  if (LoadElement(loader, root, false, &tree) != 0) return -1;
+  if (tree.kind != KIND_OBJECT) return LoadRefuse(loader, root, "its type can only be \"object\"");
+  if (KeyAppend(&loader->key, root.name(), loader->path_length) != 0) return -1;
+  if (Emit(loader, tree, pugi::xml_node(), false) != 0) return -1;
+  return PutLater(loader);
+}

@@ -1,0 +1,176 @@
+// Changed parameters in nvram area 1, by path: keeping them, and laying them over the tree at
+// start. An array's key is its path and a dot, its value "1,3,7/9": instances / highest ever used.
+#include <algorithm>
+#include <cstdlib>
+
+#include "ams_store.h"
+#include "nvram.h"
+#include "store_desk.h"
+#include "tree.h"
+
+namespace {
+
+struct Kept {
+  std::string key, value;
+};
+
+int Collect(const char *key, const char *value, void *context) {
+  static_cast<std::vector<Kept> *>(context)->push_back({key, value});
+  return 0;
+}
+
+void PassOver(const Kept &entry, const char *reason) {
+  STORE_LOG("store: kept parameter %s passed over: %s\n", entry.key.c_str(), reason);
+}
+
+/* Reads "1,3,7/9". -1 when it is anything else. */
+int ParseInstances(const std::string &text, std::vector<uint32_t> *numbers, uint32_t *highest) {
+  const char *at = text.c_str();
+  char *end;
+  while (*at != '/') {
+    unsigned long number = strtoul(at, &end, 10);
+    if (*at < '1' || *at > '9' || number > UINT32_MAX || (*end != ',' && *end != '/')) return -1;
+    numbers->push_back(static_cast<uint32_t>(number));
+    at = *end == ',' ? end + 1 : end;
+  }
+  unsigned long last = strtoul(at + 1, &end, 10);
+  if (at[1] < '0' || at[1] > '9' || *end != '\0' || last > UINT32_MAX) return -1;
+  *highest = static_cast<uint32_t>(last);
+  std::sort(numbers->begin(), numbers->end());
+  numbers->erase(std::unique(numbers->begin(), numbers->end()), numbers->end());
+  return 0;
+}
+
+/* Deletes the instances that are not wanted, adds those that are missing. 0 or -1 (logged). */
+int MatchInstances(MDB_txn *txn, const Key &array, const std::vector<uint32_t> &wanted,
+                   uint32_t highest) {
+  std::vector<uint32_t> present;
+  Record record;
+  if (TreeInstances(txn, array, &present) != 0) return -1;
+  for (uint32_t number : present)
+    if (!std::binary_search(wanted.begin(), wanted.end(), number) &&
+        TreeDeleteInstance(txn, array, number) != 0)
+      return -1;
+  for (uint32_t number : wanted)
+    if (!std::binary_search(present.begin(), present.end(), number) &&
+        TreeAddInstance(txn, array, number) != 0)
+      return -1;
+  if (TreeFind(txn, array, &record) != 0) return TreeFailed("reading", MDB_NOTFOUND);
+  ArrayCounts counts = RecordCounts(record);
+  counts.highest = std::max(counts.highest, highest);
+  return TreePutCounts(txn, array, counts);
+}
+
+/* What does not fit is passed over; only a write that fails ends it. */
+int LayArray(MDB_txn *txn, const Kept &entry) {
+  Key array;
+  Record record;
+  std::vector<uint32_t> numbers;
+  uint32_t highest;
+  if (KeyOfPath(entry.key.c_str(), KEY_NODE, &array) != KEY_OK ||
+      TreeFind(txn, array, &record) != 0 || record.head.kind != KIND_ARRAY)
+    PassOver(entry, "there is no such array");
+  else if (ParseInstances(entry.value, &numbers, &highest) != 0)
+    PassOver(entry, "its value does not read as 1,3,7/9");
+  else if (MatchInstances(txn, array, numbers, highest) != 0)
+    PassOver(entry, "its instances cannot be made");
+  return TreeThread()->failed ? -1 : 0;
+}
+
+int LayLeaf(MDB_txn *txn, const Kept &entry) {
+  Key key;
+  if (entry.value.size() > AMS_VALUE_MAX ||
+      entry.value.find(static_cast<char>(AMS_SEPARATOR)) != std::string::npos) {
+    PassOver(entry, "its value is too long or holds byte 0x03");
+    return 0;
+  }
+  int result = LEAF_NONE;
+  if (KeyOfPath(entry.key.c_str(), KEY_LEAF, &key) == KEY_OK)
+    result = TreeSetLeaf(txn, key, entry.value, true, false);
+  if (result != LEAF_NONE) return result;
+  PassOver(entry, "there is no such leaf");
+  return 0;
+}
+
+bool IsArrayKey(const Kept &entry) { return !entry.key.empty() && entry.key.back() == '.'; }
+
+/* Reads `path` as a node of the wanted sort and makes its key in nvram. 0 or -1 (logged). */
+int FindKept(MDB_txn *txn, const char *path, bool array, Key *key, Record *record,
+             std::string *kept) {
+  char text[KEY_MAX + 1];
+  if (path == nullptr || KeyOfPath(path, array ? KEY_NODE : KEY_LEAF, key) != KEY_OK ||
+      key->last == 0 || TreeFind(txn, *key, record) != 0 ||
+      (record->head.kind == KIND_ARRAY) != array) {
+    STORE_LOG("store: %.255s not kept: it is no %s\n", path == nullptr ? "" : path,
+              array ? "array" : "leaf");
+    return -1;
+  }
+  kept->assign(text, KeyToPath(key->bytes, key->length, text));
+  if (array) *kept += '.';
+  return 0;
+}
+
+std::string InstancesText(const std::vector<uint32_t> &numbers, uint32_t highest) {
+  std::string text;
+  for (uint32_t number : numbers) text += (text.empty() ? "" : ",") + std::to_string(number);
+  return text + "/" + std::to_string(highest);
+}
+
+int Unset(const char *key, const char *, void *) { return nvram_unset(key, NVTYPE_STAGING); }
+
+}  // namespace
+
+/* Arrays first: in byte order an outer array comes before what is in its instances. */
+int update_from_nvram(struct AmsTree *root, int area) {
+  std::vector<Kept> entries;
+  if (root == nullptr) {
+    STORE_LOG("store: no tree to lay kept parameters over\n");
+    return -1;
+  }
+  std::string below = std::string(kRootName) + ".";
+  if (nvram_walk(area, below.c_str(), Collect, &entries) != 0) return -1;
+  return TreeWrite([&](MDB_txn *txn) {
+    for (const Kept &entry : entries)
+      if (IsArrayKey(entry) && LayArray(txn, entry) != 0) return -1;
+    for (const Kept &entry : entries)
+      if (!IsArrayKey(entry) && LayLeaf(txn, entry) != 0) return -1;
+    return 0;
+  });
+}
+
+int ams_desk_persist_leaf(const char *path) {
+  std::string key, value;
+  int result = TreeRead([&](MDB_txn *txn) {
+    Key found;
+    Record leaf;
+    if (FindKept(txn, path, false, &found, &leaf, &key) != 0) return -1;
+    value.assign(leaf.value, leaf.length);
+    return 0;
+  });
+  return result != 0 ? -1 : nvram_set(key.c_str(), value.c_str(), NVTYPE_STAGING);
+}
+
+int ams_desk_persist_array(const char *array) {
+  std::string key, value;
+  int result = TreeRead([&](MDB_txn *txn) {
+    Key found;
+    Record record;
+    std::vector<uint32_t> numbers;
+    if (FindKept(txn, array, true, &found, &record, &key) != 0) return -1;
+    if (TreeInstances(txn, found, &numbers) != 0) return -1;
+    value = InstancesText(numbers, RecordCounts(record).highest);
+    return 0;
+  });
+  return result != 0 ? -1 : nvram_set(key.c_str(), value.c_str(), NVTYPE_STAGING);
+}
+
+int ams_desk_forget(const char *instance) {
+  size_t length = instance == nullptr ? 0 : strnlen(instance, AMS_PATH_SIZE);
+  if (length == 0 || length == AMS_PATH_SIZE) {
+    STORE_LOG("store: nothing forgotten: an instance's path has 1 to 255 bytes\n");
+    return -1;
+  }
+  std::string below(instance, length);
+  if (below.back() != '.') below += '.';
+  return nvram_walk(NVTYPE_STAGING, below.c_str(), Unset, nullptr);
+}

@@ -1,0 +1,104 @@
+// The store in shared memory: making it or taking it over as the server, attaching as a client, and
+// the spans of writes that become visible together.
+#include <mutex>
+#include <string_view>
+
+#include "ams_store.h"
+#include "tree.h"
+
+struct XmlTreeSet *gptXmlTrees;
+
+namespace {
+
+/* Room for a tree of a million leaves; what is not used takes no memory. */
+const LmdbPlace kPlace = {"/dev/shm/ams_store", 256 << 20,
+                          MDB_WRITEMAP | MDB_NOSYNC | MDB_NOMEMINIT};
+const char kFormatKey[] = {static_cast<char>(KEY_FORMAT), '\0'};
+constexpr char kFormat[] = "1"; /* of keys and records; another one is replaced */
+
+std::mutex gAttaching;
+XmlTreeSet gSet;
+
+int WriteFormat() {
+  MDB_txn *txn = nullptr;
+  MDB_val key = LmdbVal(kFormatKey, 1), value = LmdbVal(kFormat, sizeof kFormat - 1);
+  int rc = LmdbBegin(gTree.lmdb, 0, &txn);
+  if (rc != 0) return rc;
+  rc = mdb_put(txn, gTree.lmdb.dbi, &key, &value, 0);
+  if (rc == 0) return mdb_txn_commit(txn);
+  mdb_txn_abort(txn);
+  return rc;
+}
+
+bool FormatFits() {
+  MDB_txn *txn = nullptr;
+  MDB_val key = LmdbVal(kFormatKey, 1), value;
+  if (LmdbBegin(gTree.lmdb, MDB_RDONLY, &txn) != 0) return false;
+  int rc = mdb_get(txn, gTree.lmdb.dbi, &key, &value);
+  bool fits =
+      rc == 0 && std::string_view(static_cast<char *>(value.mv_data), value.mv_size) == kFormat;
+  mdb_txn_abort(txn);
+  return fits;
+}
+
+/* A store that another server left is kept when it is sound: its readers stay attached. */
+int OpenAsServer() {
+  bool sound = LmdbSound(kPlace, kFormatKey, kFormat);
+  if (!sound) LmdbRemove(kPlace);
+  int rc = LmdbOpen(kPlace, true, &gTree.lmdb);
+  if (rc == 0) rc = mdb_reader_check(gTree.lmdb.env, nullptr);
+  if (rc == 0 && !sound) rc = WriteFormat();
+  if (rc != 0) LmdbClose(&gTree.lmdb);
+  return rc;
+}
+
+}  // namespace
+
+struct XmlTreeSet *ShmPoolSrvInit(void) {
+  std::lock_guard<std::mutex> guard(gAttaching);
+  if (gTree.lmdb.env != nullptr) return &gSet;
+  int rc = OpenAsServer();
+  if (rc == 0) return &gSet;
+  STORE_LOG("store: making %s failed: %s\n", kPlace.folder, mdb_strerror(rc));
+  return nullptr;
+}
+
+/* The root stands also when nothing is loaded yet: what a server loads later is then there. */
+struct XmlTreeSet *ShmPoolCliInit(void) {
+  std::lock_guard<std::mutex> guard(gAttaching);
+  if (gTree.lmdb.env == nullptr) {
+    int rc = LmdbOpen(kPlace, false, &gTree.lmdb);
+    if (rc == 0 && !FormatFits()) rc = MDB_VERSION_MISMATCH;
+    if (rc != 0) {
+      LmdbClose(&gTree.lmdb);
+      STORE_LOG("store: no store at %s (%s): start the store's server first\n", kPlace.folder,
+                mdb_strerror(rc));
+      return nullptr;
+    }
+  }
+  gSet.root = &gTree;
+  return &gSet;
+}
+
+int ams_write_begin(void) {
+  ThreadTxns &mine = *TreeThread();
+  MDB_txn *txn;
+  if (mine.in_span) {
+    STORE_LOG("store: this thread has a span of writes open; end it first\n");
+    return -1;
+  }
+  if (TreeWriteBegin(&txn) != 0) return -1;
+  mine.in_span = true;
+  return 0;
+}
+
+int ams_write_end(void) {
+  ThreadTxns &mine = *TreeThread();
+  if (!mine.in_span) {
+    STORE_LOG("store: no span of writes is open on this thread\n");
+    return -1;
+  }
+  mine.in_span = false;
+  if (mine.failed) STORE_LOG("store: the span's writes are given up: one of them failed\n");
+  return TreeWriteEnd(mine.span, 0);
+}

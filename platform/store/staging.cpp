@@ -1,0 +1,93 @@
+// The staging sources: files of "path=value" lines that become the kept parameters of nvram area 1.
+#include <cstdio>
+#include <cstdlib>
+#include <memory>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "ams_store.h"
+#include "nvram.h"
+#include "tree.h"
+
+namespace {
+
+/* When the parameters that are kept already are dropped before a source is laid in. */
+enum Drop { DROP_NEVER, DROP_ALWAYS, DROP_IF_ANY };
+
+struct StagingSource {
+  int number;
+  const char *file;
+  Drop drop;
+};
+
+const StagingSource kSources[] = {
+    {0, "/etc/staging/factory.conf", DROP_ALWAYS},
+    {2, "/etc/staging/customer.conf", DROP_NEVER},
+    {3, "/var/config/backup.conf", DROP_IF_ANY},
+    {4, "/etc/staging/burnt_image.conf", DROP_NEVER},
+};
+
+using Entries = std::vector<std::pair<std::string, std::string>>;
+
+constexpr size_t kKeyMax = 400; /* of nvram */
+constexpr size_t kLineMax = kKeyMax + 1 + AMS_VALUE_MAX;
+
+const StagingSource *FindSource(int number) {
+  for (const StagingSource &source : kSources)
+    if (source.number == number) return &source;
+  return nullptr;
+}
+
+/* What is wrong with a line, or NULL; the entry it makes goes to `entries`. */
+const char *ReadLine(std::string_view line, Entries *entries) {
+  size_t equals = line.find('=');
+  if (line.empty() || line[0] == '#') return nullptr;
+  if (equals == std::string_view::npos) return "has no \"=\"";
+  if (equals == 0 || equals > kKeyMax) return "needs a path of 1 to 400 bytes before the \"=\"";
+  if (line.size() > kLineMax || line.size() - equals - 1 > AMS_VALUE_MAX)
+    return "has a value of more than 32768 bytes";
+  if (line.find('\0') != std::string_view::npos) return "holds a zero byte";
+  entries->emplace_back(line.substr(0, equals), line.substr(equals + 1));
+  return nullptr;
+}
+
+/* A bad line is named and passed over. A missing file has no entries. */
+Entries ReadSource(const char *path) {
+  Entries entries;
+  std::unique_ptr<FILE, int (*)(FILE *)> file(fopen(path, "re"), fclose);
+  char *text = nullptr;
+  size_t room = 0;
+  for (int number = 1; file != nullptr; ++number) {
+    ssize_t length = getline(&text, &room, file.get());
+    if (length < 0) break;
+    std::string_view line(text, static_cast<size_t>(length));
+    while (!line.empty() && (line.back() == '\n' || line.back() == '\r')) line.remove_suffix(1);
+    const char *wrong = ReadLine(line, &entries);
+    if (wrong != nullptr) STORE_LOG("store: %s:%d passed over: the line %s\n", path, number, wrong);
+  }
+  free(text);
+  return entries;
+}
+
+int Unset(const char *key, const char *, void *) { return nvram_unset(key, NVTYPE_STAGING); }
+
+}  // namespace
+
+int ams_mxml_load_to_staging(int number) {
+  const StagingSource *source = FindSource(number);
+  if (source == nullptr) {
+    STORE_LOG("store: there is no staging source %d\n", number);
+    return -1;
+  }
+  Entries entries = ReadSource(source->file);
+  std::string below = std::string(kRootName) + ".";
+  bool drop = source->drop == DROP_ALWAYS || (source->drop == DROP_IF_ANY && !entries.empty());
+  if (drop && nvram_walk(NVTYPE_STAGING, below.c_str(), Unset, nullptr) != 0) return -1;
+  for (const auto &entry : entries)
+    if (nvram_set(entry.first.c_str(), entry.second.c_str(), NVTYPE_STAGING) != 0) return -1;
+  if ((drop || !entries.empty()) && nvram_commit(NVTYPE_STAGING) != 0) return -1;
+  if (!entries.empty()) return 0;
+  printf("staging source %d (%s) has nothing\n", number, source->file);
+  return -1;
+}

@@ -1,0 +1,19 @@
+// What the desk's data-base manager needs of the store beside the board's interface: who serves a
+// node, and keeping changed parameters in nvram area 1. Nothing here commits nvram.
+#pragma once
+
+#include <cstddef>
+
+/* The "mod" attribute of the node or its nearest ancestor that has one, whole. 0, or -1: none, or
+   `size` is too small. */
+int ams_desk_mod(const char *path, char *mod, size_t size);
+
+/* Keeps the leaf's present value under its path. 0 or -1 (logged). */
+int ams_desk_persist_leaf(const char *path);
+
+/* Keeps which instances an array has, under its path and a dot, as "1,3,7/9": the instances and,
+   behind the slash, the highest number ever used. 0 or -1 (logged). */
+int ams_desk_persist_array(const char *array);
+
+/* Forgets all that is kept below an instance (which is gone from the tree). 0 or -1 (logged). */
+int ams_desk_forget(const char *instance);

@@ -1,0 +1,186 @@
+// The text forms of nodes: a leaf as "name=value", an object as its leaves' "relative.path=value".
+#include "ams_store.h"
+#include "tds.h"
+#include "tree.h"
+
+namespace {
+
+constexpr char kChangedData[] = ".ALL_CHANGED_DATA";
+constexpr char kTag[] = "ams_text"; /* of the heap's table */
+constexpr size_t kKeptRows = 4096;  /* of the thread's list; a larger one is given back */
+
+/* The list for gathering is kept by the thread: a small object should not pay for its memory. */
+std::vector<Found> *ThreadRows() {
+  thread_local std::vector<Found> rows;
+  if (rows.capacity() > kKeptRows) std::vector<Found>().swap(rows);
+  rows.clear();
+  return &rows;
+}
+
+char *WriteLeaf(char *out, const Found &leaf, size_t top_length) {
+  out += KeyToPath(leaf.key + top_length, leaf.key_length - top_length, out);
+  *out++ = '=';
+  if (leaf.record.length != 0) memcpy(out, leaf.record.value, leaf.record.length);
+  return out + leaf.record.length;
+}
+
+/* Joins leaves whose keys start with `top_length` bytes that the text leaves out. */
+int JoinLeaves(const std::vector<Found> &leaves, size_t top_length, char **text) {
+  size_t size = 1;
+  for (const Found &leaf : leaves) size += leaf.key_length - top_length + leaf.record.length + 2;
+  char *out = *text = static_cast<char *>(__tds_malloc(size, kTag));
+  if (out == nullptr) {
+    STORE_LOG("store: no memory for a text of %zu bytes\n", size);
+    return -1;
+  }
+  for (const Found &leaf : leaves) {
+    if (out != *text) *out++ = AMS_SEPARATOR;
+    out = WriteLeaf(out, leaf, top_length);
+  }
+  *out = '\0';
+  return 0;
+}
+
+/* The leaves that a node's text has, in the file's order; the node itself when it is a leaf. Their
+   keys share `top` bytes that the text leaves out. */
+int LeavesOf(MDB_txn *txn, const char *path, Key *key, std::vector<Found> *leaves, size_t *top) {
+  Record record;
+  if (TreeKey(path, KEY_NODE, key) != 0) return -1;
+  *top = key->length;
+  if (TreeGather(txn, *key, leaves) == 0) return 0;
+  if ((*top = key->last) == 0) return -1;
+  key->bytes[key->last] = KEY_LEAF;
+  if (TreeFind(txn, *key, &record) != 0) return -1;
+  leaves->push_back({0, key->bytes, key->length, record});
+  return 0;
+}
+
+void AppendPair(std::string *text, std::string_view name, std::string_view value) {
+  text->append(" ").append(name).append("=\"");
+  for (char c : value) {
+    if (c == '"')
+      *text += "&quot;";
+    else
+      *text += c;
+  }
+  *text += '"';
+}
+
+void AppendWithAttributes(MDB_txn *txn, const Found &leaf, size_t top_length, std::string *text) {
+  std::string_view set, name, value;
+  char path[KEY_MAX + 1];
+  if (!text->empty()) *text += static_cast<char>(AMS_SEPARATOR);
+  text->append(path, KeyToPath(leaf.key + top_length, leaf.key_length - top_length, path));
+  text->append("=").append(leaf.record.value, leaf.record.length);
+  if (TreeAttributes(txn, leaf.record.head.attributes, &set) == 0)
+    while (AttributeNext(&set, &name, &value)) AppendPair(text, name, value);
+  if ((leaf.record.head.flags & RECORD_NOTIFY) == 0) return;
+  Key key;
+  key.length = key.last = 0;
+  if (KeyAppend(&key, leaf.key, leaf.key_length) == 0)
+    AppendPair(text, "notify", TreeNotify(txn, key, leaf.record));
+}
+
+int HandOut(const std::string &built, char **text) {
+  *text = __tds_strndup(built.data(), built.size(), kTag);
+  if (*text != nullptr) return 0;
+  STORE_LOG("store: no memory for a text of %zu bytes\n", built.size());
+  return -1;
+}
+
+int ReadAttributes(MDB_txn *txn, const char *path, char **text) {
+  Key key;
+  size_t top;
+  std::string built;
+  std::vector<Found> leaves;
+  if (LeavesOf(txn, path, &key, &leaves, &top) != 0) return -1;
+  for (const Found &leaf : leaves) AppendWithAttributes(txn, leaf, top, &built);
+  return HandOut(built, text);
+}
+
+/* Takes the marks of changed leaves below `top` off the list; returns their keys. */
+int TakeChanged(MDB_txn *txn, const Key &top, std::vector<std::string> *changed) {
+  MDB_cursor *cursor;
+  MDB_val key, data;
+  Key marked = KeyMarked(KEY_CHANGED, top);
+  if (TreeCursor(txn, &cursor) != 0) return -1;
+  int rc = 0;
+  while (rc == 0 && TreeSeek(cursor, marked, marked, &key, &data) == 0) {
+    changed->emplace_back(static_cast<char *>(key.mv_data) + 1, key.mv_size - 1);
+    rc = mdb_cursor_del(cursor, 0);
+  }
+  TreeCursorEnd(cursor);
+  return rc == 0 ? 0 : TreeFailed("writing", rc);
+}
+
+int ReadChanged(MDB_txn *txn, const char *path, char **text) {
+  Key top;
+  Record record;
+  std::vector<std::string> changed;
+  std::vector<Found> leaves;
+  std::string built;
+  if (TreeFindPath(txn, path, true, &top, &record) != 0) return -1;
+  if (TakeChanged(txn, top, &changed) != 0) return -1;
+  for (const std::string &bytes : changed) {
+    Key key = {0, 0, {}};
+    Found leaf = {0, reinterpret_cast<const uint8_t *>(bytes.data()), bytes.size(), {}};
+    if (KeyAppend(&key, bytes.data(), bytes.size()) == 0 && TreeFind(txn, key, &leaf.record) == 0)
+      leaves.push_back(leaf);
+  }
+  TreeSort(&leaves, 0);
+  size_t above = RecordIsLeaf(record) ? top.last : top.length;
+  for (const Found &leaf : leaves) AppendWithAttributes(txn, leaf, above, &built);
+  return HandOut(built, text);
+}
+
+}  // namespace
+
+/* One look-up: what is below a node stands right behind it. */
+int TreeGather(MDB_txn *txn, const Key &top, std::vector<Found> *leaves) {
+  MDB_cursor *cursor;
+  MDB_val key = KeyVal(top), data;
+  Record record;
+  if (TreeCursor(txn, &cursor) != 0) return -1;
+  int rc = mdb_cursor_get(cursor, &key, &data, MDB_SET);
+  int result = rc == 0 ? RecordParse(data, &record) : -1;
+  size_t skip = result == 0 ? record.head.order_length : 0;
+  while (result == 0 && (rc = mdb_cursor_get(cursor, &key, &data, MDB_NEXT)) == 0 &&
+         KeyBelow(key, top.bytes, top.length)) {
+    Found one = {0, static_cast<uint8_t *>(key.mv_data), key.mv_size, {}};
+    if (RecordParse(data, &one.record) == 0 && RecordIsLeaf(one.record)) leaves->push_back(one);
+  }
+  TreeCursorEnd(cursor);
+  if (rc != 0 && rc != MDB_NOTFOUND) return TreeFailed("reading", rc);
+  TreeSort(leaves, skip);
+  return result;
+}
+
+int ams_get_node_value(struct AmsTree *root, const char *path, char **text) {
+  if (text == nullptr) return -1;
+  *text = nullptr;
+  if (root == nullptr) return -1;
+  return TreeRead([=](MDB_txn *txn) {
+    Key key;
+    size_t top;
+    std::vector<Found> *leaves = ThreadRows();
+    return LeavesOf(txn, path, &key, leaves, &top) == 0 ? JoinLeaves(*leaves, top, text) : -1;
+  });
+}
+
+/* The list of the whole gateway has a node of its own, below the object that it speaks of. */
+int ams_read_withAttr(struct AmsTree *root, const char *path, int change_list, char **text) {
+  if (text == nullptr) return -1;
+  *text = nullptr;
+  if (root == nullptr || path == nullptr) return -1;
+  if (change_list == 0)
+    return TreeRead([=](MDB_txn *txn) { return ReadAttributes(txn, path, text); });
+  std::string scope(path, strnlen(path, AMS_PATH_SIZE));
+  size_t tail = scope.rfind(kChangedData);
+  if (tail != std::string::npos) scope.resize(tail);
+  int result = TreeWrite([&](MDB_txn *txn) { return ReadChanged(txn, scope.c_str(), text); });
+  if (result != 0) {
+    __tds_free(*text);
+    *text = nullptr;
+  }
+  return result;
+}

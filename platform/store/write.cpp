@@ -1,0 +1,115 @@
+// Writing leaves and notify attributes. Instances: instances.cpp; whole files: load.cpp.
+#include "ams_store.h"
+#include "store_desk.h"
+#include "tree.h"
+
+namespace {
+
+constexpr size_t kNotifyMax = 64;
+
+/* Text forms end a value at the separator, so no value may hold it. */
+int CheckValue(const char *path, const char *value, std::string_view *checked) {
+  *checked = {value, strnlen(value, AMS_VALUE_MAX + 1)};
+  if (checked->size() > AMS_VALUE_MAX) {
+    STORE_LOG("store: %s not set: a value has at most %d bytes\n", path, AMS_VALUE_MAX);
+    return -1;
+  }
+  if (checked->find(static_cast<char>(AMS_SEPARATOR)) != std::string_view::npos) {
+    STORE_LOG("store: %s not set: a value must not hold byte 0x03\n", path);
+    return -1;
+  }
+  return 0;
+}
+
+int Set(struct AmsTree *root, const char *path, const char *value, bool status) {
+  Key key;
+  std::string_view checked;
+  if (root == nullptr || path == nullptr) {
+    STORE_LOG("store: a set needs a tree and a path\n");
+    return -1;
+  }
+  if (CheckValue(path, value == nullptr ? "" : value, &checked) != 0) return -1;
+  if (KeyOfPath(path, KEY_LEAF, &key) != KEY_OK) key.last = key.length = 0; /* logged as no leaf */
+  return TreeWrite([&](MDB_txn *txn) {
+    int result = TreeSetLeaf(txn, key, checked, status, true);
+    if (result == LEAF_NONE) STORE_LOG("store: %.255s not set: it is no leaf of the tree\n", path);
+    if (result == LEAF_READONLY) STORE_LOG("store: %s not set: it is read-only\n", path);
+    return result == 0 ? 0 : -1;
+  });
+}
+
+AmsTree *SharedRoot() { return gptXmlTrees == nullptr ? nullptr : gptXmlTrees->root; }
+
+/* "0" is what a node without the attribute has, so it is not stored. */
+int PutNotify(MDB_txn *txn, const Key &key, const Record &record, std::string_view value) {
+  Record changed = record;
+  Key notify = KeyMarked(KEY_NOTIFY, key);
+  std::string kept(record.value, record.length),
+      order(reinterpret_cast<const char *>(record.order), record.head.order_length);
+  changed.order = reinterpret_cast<const uint8_t *>(order.data());
+  changed.head.flags &= static_cast<uint8_t>(~RECORD_NOTIFY);
+  if (value != "0") changed.head.flags |= RECORD_NOTIFY;
+  if (TreePutRecord(txn, key, changed, kept) != 0) return -1;
+  if (value != "0") return TreePut(txn, notify, value.data(), value.size());
+  if (TreeDelete(txn, notify) != 0) return -1;
+  return TreeDelete(txn, KeyMarked(KEY_CHANGED, key));
+}
+
+}  // namespace
+
+int ams_set_node_value(struct AmsTree *root, const char *path, const char *value) {
+  return Set(root, path, value, false);
+}
+
+int ams_sset_node_value(struct AmsTree *root, const char *path, const char *value) {
+  return Set(root, path, value, true);
+}
+
+int ams_mxml_fset_leaf(const char *path, const char *value) {
+  return Set(SharedRoot(), path, value, true);
+}
+
+int ams_mxml_sset_leaf_int(const char *path, int value) {
+  return Set(SharedRoot(), path, std::to_string(value).c_str(), true);
+}
+
+int ams_set_attr(struct AmsTree *root, const char *path, const char *value) {
+  if (root == nullptr || path == nullptr || value == nullptr) {
+    STORE_LOG("store: the notify attribute needs a tree, a path and a value\n");
+    return -1;
+  }
+  if (value[0] == '\0' || strnlen(value, kNotifyMax + 1) > kNotifyMax) {
+    STORE_LOG("store: the notify attribute of %.255s needs 1 to %zu bytes\n", path, kNotifyMax);
+    return -1;
+  }
+  return TreeWrite([=](MDB_txn *txn) {
+    Key key;
+    Record record;
+    if (TreeFindPath(txn, path, false, &key, &record) == 0)
+      return PutNotify(txn, key, record, value);
+    STORE_LOG("store: no node %.255s\n", path);
+    return -1;
+  });
+}
+
+int ams_desk_mod(const char *path, char *mod, size_t size) {
+  if (path == nullptr || mod == nullptr || size == 0) return -1;
+  mod[0] = '\0';
+  return TreeRead([=](MDB_txn *txn) {
+    Key key;
+    Record record;
+    int rc = TreeFindPath(txn, path, false, &key, &record);
+    while (rc == 0 && (record.head.flags & RECORD_MOD) == 0) {
+      Key parent;
+      rc = KeyParent(key, &parent);
+      if (rc == 0) rc = TreeFind(txn, key = parent, &record);
+    }
+    std::string_view set;
+    if (rc != 0 || TreeAttributes(txn, record.head.attributes, &set) != 0) return -1;
+    std::string_view value = AttributeIn(set, "mod");
+    if (value.size() >= size) return -1;
+    memcpy(mod, value.data(), value.size());
+    mod[value.size()] = '\0';
+    return 0;
+  });
+}

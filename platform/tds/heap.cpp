@@ -1,0 +1,130 @@
+// The counted heap: each block carries the row of its tag, and each row its live blocks and bytes.
+#include <atomic>
+#include <cinttypes>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+
+#include "tds.h"
+#include "tds_desk.h"
+
+namespace {
+
+constexpr uint32_t kMagic = 0x5AFEB10C;
+constexpr uint32_t kRows = 512; /* a power of two; the last one counts what finds no row */
+
+struct TagRow {
+  std::atomic<const char *> tag;
+  std::atomic<int64_t> blocks, bytes;
+};
+
+struct alignas(16) BlockHead {
+  uint32_t magic;
+  uint32_t row;
+  size_t size;
+};
+
+TagRow rows[kRows];
+
+uint32_t TagHash(const char *tag) {
+  uint32_t hash = 2166136261U;
+  for (; *tag != '\0'; ++tag) hash = (hash ^ static_cast<uint8_t>(*tag)) * 16777619U;
+  return hash;
+}
+
+/* Rows are claimed once and never given back, so that a look-up needs no lock. */
+uint32_t RowOf(const char *tag) {
+  uint32_t start = TagHash(tag);
+  for (uint32_t step = 0; step < kRows - 1; ++step) {
+    uint32_t row = (start + step) % (kRows - 1);
+    const char *held = rows[row].tag.load(std::memory_order_acquire);
+    if (held == nullptr && rows[row].tag.compare_exchange_strong(held, tag)) return row;
+    if (held == tag || strcmp(held, tag) == 0) return row;
+  }
+  return kRows - 1;
+}
+
+void Count(const BlockHead *head, int64_t sign) {
+  rows[head->row].blocks.fetch_add(sign, std::memory_order_relaxed);
+  rows[head->row].bytes.fetch_add(sign * static_cast<int64_t>(head->size),
+                                  std::memory_order_relaxed);
+}
+
+BlockHead *HeadOf(void *block) {
+  BlockHead *head = static_cast<BlockHead *>(block) - 1;
+  if (head->magic != kMagic) {
+    fprintf(stderr, "__tds_free: %p is not a block of the counted heap\n", block);
+    abort();
+  }
+  return head;
+}
+
+}  // namespace
+
+void *__tds_malloc(size_t size, const char *tag) {
+  if (size > SIZE_MAX - sizeof(BlockHead)) return nullptr;
+  BlockHead *head = static_cast<BlockHead *>(malloc(sizeof(BlockHead) + size));
+  if (head == nullptr) return nullptr;
+  *head = {kMagic, RowOf(tag), size};
+  Count(head, 1);
+  return head + 1;
+}
+
+void *__tds_realloc(void *block, size_t size, const char *tag) {
+  if (block == nullptr) return __tds_malloc(size, tag);
+  if (size > SIZE_MAX - sizeof(BlockHead)) return nullptr;
+  BlockHead *old = HeadOf(block);
+  BlockHead before = *old;
+  BlockHead *head = static_cast<BlockHead *>(realloc(old, sizeof(BlockHead) + size));
+  if (head == nullptr) return nullptr;
+  Count(&before, -1);
+  head->size = size;
+  Count(head, 1);
+  return head + 1;
+}
+
+void __tds_free(void *block) {
+  if (block == nullptr) return;
+  BlockHead *head = HeadOf(block);
+  Count(head, -1);
+  head->magic = 0;
+  free(head);
+}
+
+char *__tds_strndup(const char *text, size_t length, const char *tag) {
+  char *copy = static_cast<char *>(__tds_malloc(length + 1, tag));
+  if (copy == nullptr) return nullptr;
+  memcpy(copy, text, length);
+  copy[length] = '\0';
+  return copy;
+}
+
+char *__tds_strdup(const char *text, const char *tag) {
+  return __tds_strndup(text, strlen(text), tag);
+}
+
+void tds_show_malloc(void) {
+  TdsMallocCount sum = tds_malloc_count(nullptr);
+  printf("%-40s %10s %12s\n", "tag", "blocks", "bytes");
+  for (const TagRow &row : rows) {
+    const char *tag = row.tag.load(std::memory_order_acquire);
+    if (tag == nullptr) tag = &row == &rows[kRows - 1] ? "(other)" : nullptr;
+    int64_t blocks = row.blocks.load(std::memory_order_relaxed);
+    if (tag == nullptr || blocks == 0) continue;
+    printf("%-40s %10" PRId64 " %12" PRId64 "\n", tag, blocks,
+           row.bytes.load(std::memory_order_relaxed));
+  }
+  printf("%-40s %10" PRId64 " %12" PRId64 "\n", "total", sum.blocks, sum.bytes);
+  fflush(stdout);
+}
+
+TdsMallocCount tds_malloc_count(const char *tag) {
+  TdsMallocCount count = {};
+  for (const TagRow &row : rows) {
+    const char *held = row.tag.load(std::memory_order_acquire);
+    if (tag != nullptr && (held == nullptr || strcmp(held, tag) != 0)) continue;
+    count.blocks += row.blocks.load(std::memory_order_relaxed);
+    count.bytes += row.bytes.load(std::memory_order_relaxed);
+  }
+  return count;
+}

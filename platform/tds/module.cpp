@@ -1,0 +1,256 @@
+// Receiving: a module's thread with its sockets, its timers and its message table.
+#include <errno.h>
+#include <pthread.h>
+#include <sys/epoll.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cstring>
+
+#include "endpoint.h"
+
+namespace {
+
+constexpr size_t kMostConnections = 1000;
+
+Connection *ConnectionAt(const Module *module, int fd) {
+  size_t at = static_cast<size_t>(fd);
+  return at < module->connections.size() ? module->connections[at].get() : nullptr;
+}
+
+void Disconnect(Module *module, int fd) {
+  module->connections[static_cast<size_t>(fd)].reset();
+  close(fd);
+}
+
+void Accept(Module *module, int listener) {
+  int fd = accept4(listener, nullptr, nullptr, SOCK_CLOEXEC);
+  if (fd < 0) return; /* the other side went away before its turn */
+  size_t at = static_cast<size_t>(fd);
+  if (!WirePeerIsOurs(fd) || at >= kMostConnections) {
+    TDS_LOG(3, "%s: connection refused: %s", module->name.c_str(),
+            at >= kMostConnections ? "too many are open" : "not a process of our own user");
+    close(fd);
+    return;
+  }
+  if (at >= module->connections.size()) module->connections.resize(at + 1);
+  module->connections[at].reset(new Connection{fd, ++module->last_serial, ""});
+  ModuleWatch(module, fd);
+}
+
+/* Calls the handler of the message in work; a call that it neither answers nor holds is refused at
+   once, so that its sender does not wait in vain. */
+void Dispatch(Module *module, const MessageInWork &work, const void *data, uint32_t length) {
+  const MsgEntry *row = ModuleRow(module, work.id);
+  module->work = work;
+  if (row != nullptr) {
+    row->handler(static_cast<int32_t>(work.id), data, length);
+  } else if (!work.wants_answer) {
+    TDS_LOG(2, "%s: message 0x%x from %s has no row, dropped", module->name.c_str(), work.id,
+            work.sender);
+  }
+  if (module->work.wants_answer)
+    (void)WireSend(work.connection->fd, WireKind::kRefused, work.id, work.sequence, nullptr, 0,
+                   MSG_DONTWAIT); /* a caller that is gone needs no answer */
+  module->work = {"", nullptr, 0, 0, false};
+}
+
+/* One frame of one connection: fairness among senders comes from the order of the epoll set. */
+void Receive(Module *module, Connection *connection, WireFrame *frame) {
+  int got = WireReceive(connection->fd, frame, MSG_DONTWAIT);
+  if (got < 0 && errno == EAGAIN) return;
+  const WireHead &head = frame->head;
+  bool hello = got == 1 && head.kind == WireKind::kHello;
+  bool message = got == 1 && (head.kind == WireKind::kPost || head.kind == WireKind::kCall);
+  if (message && !connection->sender.empty()) {
+    Dispatch(module,
+             {connection->sender.c_str(), connection, head.id, head.sequence,
+              head.kind == WireKind::kCall},
+             frame->data, head.length);
+    return;
+  }
+  if (hello && head.length > 1 && head.length <= TDS_NAME_SIZE && connection->sender.empty()) {
+    const char *name = static_cast<const char *>(frame->data);
+    connection->sender.assign(name, strnlen(name, head.length - 1));
+    if (!connection->sender.empty()) return;
+  }
+  if (got != 0) TDS_LOG(3, "%s: bad frame, connection closed", module->name.c_str());
+  Disconnect(module, connection->fd);
+}
+
+void HandleEvent(Thread *thread, int fd, WireFrame *frame) {
+  Module *module = thread->module;
+  if (Connection *connection = ConnectionAt(module, fd)) {
+    Receive(module, connection, frame);
+  } else if (std::find(module->listeners.begin(), module->listeners.end(), fd) !=
+             module->listeners.end()) {
+    Accept(module, fd);
+  } else {
+    PeerReadable(thread, fd);
+  }
+}
+
+void FireTimers(Module *module) {
+  uint64_t now = 0;
+  for (int timer = 0; timer < TDS_TIMERS; ++timer) {
+    uint64_t *deadline = &module->deadlines[static_cast<size_t>(timer)];
+    if (*deadline == 0) continue;
+    if (now == 0) now = MonotonicMs();
+    if (*deadline > now) continue;
+    *deadline = 0;
+    Dispatch(
+        module,
+        {module->name.c_str(), nullptr, TDS_MSG_TIMER + static_cast<uint32_t>(timer), 0, false},
+        nullptr, 0);
+  }
+}
+
+void HandleLocal(Module *module) {
+  for (size_t waiting = module->local.size(); waiting > 0; --waiting) {
+    LocalMessage message = std::move(module->local.front());
+    module->local.pop_front();
+    Dispatch(module, {message.sender.c_str(), nullptr, message.id, 0, false},
+             message.payload.empty() ? nullptr : message.payload.data(),
+             static_cast<uint32_t>(message.payload.size()));
+  }
+}
+
+/* How long the thread may sleep: -1 for ever. */
+int SleepLimit(const Module *module) {
+  if (!module->local.empty()) return 0;
+  uint64_t next = UINT64_MAX;
+  for (uint64_t deadline : module->deadlines)
+    if (deadline != 0) next = std::min(next, deadline);
+  if (next == UINT64_MAX) return -1;
+  uint64_t now = MonotonicMs();
+  return next <= now ? 0 : static_cast<int>(std::min<uint64_t>(next - now, INT32_MAX));
+}
+
+Module *OwnModule(const char *call) {
+  Module *module = ThisThread()->module;
+  if (module == nullptr) TDS_LOG(4, "%s: only a module thread may call it", call);
+  return module;
+}
+
+int SetDeadline(const char *call, int timer, uint64_t deadline) {
+  Module *module = OwnModule(call);
+  if (module == nullptr) return -1;
+  if (timer < 0 || timer >= TDS_TIMERS) {
+    TDS_LOG(4, "%s: timer %d, a module has 0 to %d", call, timer, TDS_TIMERS - 1);
+    return -1;
+  }
+  module->deadlines[static_cast<size_t>(timer)] = deadline;
+  return 0;
+}
+
+}  // namespace
+
+const MsgEntry *ModuleRow(const Module *module, uint32_t id) {
+  for (const MsgEntry *row = module->table; row->handler != nullptr; ++row)
+    if (row->id == id) return row;
+  return nullptr;
+}
+
+void ModuleWatch(Module *module, int fd) {
+  struct epoll_event event = {};
+  event.events = EPOLLIN | EPOLLRDHUP;
+  event.data.fd = fd;
+  if (epoll_ctl(module->epoll, EPOLL_CTL_ADD, fd, &event) != 0)
+    TDS_LOG(4, "%s: epoll_ctl: %s", module->name.c_str(), strerror(errno));
+}
+
+int ModuleListen(Module *module, const char *name) {
+  int fd = WireListen(name);
+  if (fd < 0) {
+    TDS_LOG(4, "cannot serve %s: %s", name,
+            errno == EADDRINUSE ? "another process serves it" : strerror(errno));
+    return -1;
+  }
+  module->names.emplace_back(name);
+  module->listeners.push_back(fd);
+  ModuleWatch(module, fd);
+  return 0;
+}
+
+int ModuleOpen(Module *module, const char *name, const MsgEntry *table) {
+  module->name = name;
+  module->table = table;
+  module->work.sender = "";
+  module->epoll = epoll_create1(EPOLL_CLOEXEC);
+  if (module->epoll < 0) {
+    TDS_LOG(4, "%s: epoll_create1: %s", name, strerror(errno));
+    return -1;
+  }
+  return ModuleListen(module, name);
+}
+
+void *ModuleThread(void *argument) {
+  Module *module = static_cast<Module *>(argument);
+  Thread *thread = ThisThread();
+  thread->name = module->name;
+  thread->module = module;
+  AMS_PrintThreadModule(module->name.c_str());
+  WireFrame frame;
+  if (ModuleRow(module, TDS_MSG_INIT) != nullptr)
+    Dispatch(module, {module->name.c_str(), nullptr, TDS_MSG_INIT, 0, false}, nullptr, 0);
+  for (;;) {
+    HandleLocal(module);
+    FireTimers(module);
+    struct epoll_event events[16];
+    int count = epoll_wait(module->epoll, events, 16, SleepLimit(module));
+    for (int i = 0; i < count; ++i) HandleEvent(thread, events[i].data.fd, &frame);
+  }
+  return nullptr;
+}
+
+int tds_serve_also(const char *name) {
+  Module *module = OwnModule("tds_serve_also");
+  return module == nullptr ? -1 : ModuleListen(module, name);
+}
+
+int SetTimer(int timer, uint32_t ms) {
+  return SetDeadline("SetTimer", timer, MonotonicMs() + std::max(ms, 1U));
+}
+
+int KillTimer(int timer) { return SetDeadline("KillTimer", timer, 0); }
+
+int SynAckData_lib(const void *data, uint32_t len, uint32_t id, const char *dest) {
+  Module *module = OwnModule("SynAckData_lib");
+  if (module == nullptr) return -1;
+  MessageInWork *work = &module->work;
+  if (!work->wants_answer || dest == nullptr || strcmp(dest, work->sender) != 0) {
+    TDS_LOG(2, "SynAckData_lib: no call of %s is in work", dest == nullptr ? "(null)" : dest);
+    return -1;
+  }
+  if (WireSend(work->connection->fd, WireKind::kAnswer, id, work->sequence, data, len,
+               MSG_DONTWAIT) != 0) {
+    TDS_LOG(2, "SynAckData_lib: answer to %s: %s", dest, strerror(errno));
+    return -1;
+  }
+  work->wants_answer = false;
+  return 0;
+}
+
+uint64_t tds_hold_reply() {
+  Module *module = OwnModule("tds_hold_reply");
+  if (module == nullptr || !module->work.wants_answer) return 0;
+  MessageInWork *work = &module->work;
+  work->wants_answer = false;
+  module->held[++module->last_token] = {work->connection->fd, work->connection->serial, work->id,
+                                        work->sequence};
+  return module->last_token;
+}
+
+int tds_reply_held(uint64_t token, const void *data, uint32_t len) {
+  Module *module = OwnModule("tds_reply_held");
+  if (module == nullptr) return -1;
+  auto found = module->held.find(token);
+  if (found == module->held.end()) return -1;
+  HeldAnswer answer = found->second;
+  module->held.erase(found);
+  const Connection *connection = ConnectionAt(module, answer.fd);
+  if (connection == nullptr || connection->serial != answer.serial) return -1;
+  return WireSend(answer.fd, WireKind::kAnswer, answer.id, answer.sequence, data, len,
+                  MSG_DONTWAIT);
+}

@@ -1,0 +1,70 @@
+// Notifications. Who wants what is a tree of empty files, publisher/id/subscriber, so that it holds
+// whichever side starts first and outlives both.
+#include <dirent.h>
+#include <errno.h>
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cstdio>
+#include <cstring>
+#include <string>
+
+#include "endpoint.h"
+
+namespace {
+
+std::string NotifyFolder(const std::string &publisher, uint32_t id) {
+  char number[16];
+  snprintf(number, sizeof(number), "/%x", id);
+  return std::string(TDS_RUNTIME_DIR) + "/notify/" + publisher + number;
+}
+
+/* Makes every folder of the path below the runtime's own. */
+bool MakeFolders(const std::string &folder) {
+  for (size_t end = strlen(TDS_RUNTIME_DIR); end != std::string::npos;
+       end = folder.find('/', end + 1))
+    if (mkdir(folder.substr(0, end).c_str(), 0700) != 0 && errno != EEXIST) return false;
+  return mkdir(folder.c_str(), 0700) == 0 || errno == EEXIST;
+}
+
+std::string OwnName() {
+  char name[TDS_NAME_SIZE];
+  Self(name);
+  return name;
+}
+
+}  // namespace
+
+int TDS_RegisterNotifyList(uint32_t id, const char *publisher) {
+  if (ThisThread()->module == nullptr || !WireNameFits(publisher)) {
+    TDS_LOG(4, "TDS_RegisterNotifyList: %s",
+            publisher == nullptr ? "no publisher" : "a module thread and a plain name are needed");
+    return -1;
+  }
+  std::string folder = NotifyFolder(publisher, id);
+  int fd = -1;
+  if (MakeFolders(folder))
+    fd = open((folder + "/" + OwnName()).c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, 0600);
+  if (fd < 0) {
+    TDS_LOG(4, "TDS_RegisterNotifyList: %s: %s", folder.c_str(), strerror(errno));
+    return -1;
+  }
+  close(fd);
+  return 0;
+}
+
+int TDS_NotifyRegistrant(uint32_t id, const void *data, uint32_t len) {
+  const Module *module = ThisThread()->module;
+  std::string own = OwnName();
+  int result = 0;
+  if (module != nullptr && ModuleRow(module, id) != nullptr)
+    result = SendMsg(id, data, len, own.c_str());
+  DIR *folder = opendir(NotifyFolder(own, id).c_str());
+  if (folder == nullptr) return result; /* nobody has asked yet */
+  while (const struct dirent *entry = readdir(folder))
+    if (entry->d_name[0] != '.' && own != entry->d_name)
+      (void)SendMsg(id, data, len, entry->d_name); /* logged there; the others still get theirs */
+  closedir(folder);
+  return result;
+}

@@ -1,0 +1,42 @@
+// What the desk's message runtime offers to the desk's own programs (the data-base manager, the
+// command-line client, the stand-ins) and to tests, beside the board's interface.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+
+#include "tds.h"
+
+/* Message of the runtime itself: an endpoint that this module has sent to is gone; the payload is
+   its name with the NUL. Delivered to modules whose table has a row for it. */
+constexpr uint32_t TDS_MSG_PEER_GONE = 0x102;
+
+constexpr char TDS_RUNTIME_DIR[] = "/var/run/tds";
+
+/* Serves another endpoint name on the calling module's thread, with the same message table. Module
+   threads only. 0 or -1 (logged). */
+int tds_serve_also(const char *name);
+
+/* SendMsg_syn_lib with a time limit and a reason: -1 with errno ENOENT (no such endpoint), EPIPE
+   (it died before it answered), ENOMSG (its handler did not answer), ETIMEDOUT, EAGAIN (its queue
+   stayed full), EMSGSIZE. Logs nothing. */
+int tds_call(uint32_t id, const void *data, uint32_t len, const char *dest, uint32_t limit_ms,
+             void **reply, uint32_t *reply_len);
+
+/* Puts off the answer to the synchronous message in work, which otherwise counts as refused when
+   its handler returns without one. Module threads only. Returns a token, 0 when there is none. */
+uint64_t tds_hold_reply();
+
+/* Gives the answer that was put off; same thread. Never waits. 0, or -1: the sender is gone. */
+int tds_reply_held(uint64_t token, const void *data, uint32_t len);
+
+/* Names the calling thread's (non-module) endpoint of origin, as Sender shows it at the other
+   side; without it, it is the process's name. Before the thread's first message. */
+void tds_name_thread(const char *name);
+
+/* Live blocks and bytes of `tag`, or of all tags when it is NULL. */
+struct TdsMallocCount {
+  int64_t blocks;
+  int64_t bytes;
+};
+TdsMallocCount tds_malloc_count(const char *tag);

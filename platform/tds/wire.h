@@ -1,0 +1,61 @@
+// Frames on the runtime's sockets: one SOCK_SEQPACKET record each, a 16-byte head and the payload.
+// A payload that is too large for a socket buffer travels in a sealed memory file beside the head.
+#pragma once
+
+#include <cstdint>
+#include <vector>
+
+#include "ams_print.h"
+#include "tds_desk.h"
+
+enum class WireKind : uint16_t {
+  kHello,   /* first frame of a connection: the sender's endpoint name with its NUL */
+  kPost,    /* a message */
+  kCall,    /* a message that waits for an answer */
+  kAnswer,  /* the answer to the call with the same sequence number */
+  kRefused, /* nobody answered that call */
+};
+
+struct WireHead {
+  uint16_t magic;
+  WireKind kind;
+  uint32_t id;
+  uint32_t sequence;
+  uint32_t length; /* of the payload */
+};
+
+constexpr uint16_t kWireMagic = 0x7D51;
+constexpr uint32_t kWireInline = 32 * 1024; /* largest payload that travels in the record itself */
+
+/* The last frame that was received with it; `data` points into one of its buffers. */
+struct WireFrame {
+  WireHead head;
+  const void *data;
+  std::vector<uint8_t> record, large;
+};
+
+/* Sends one frame. 0, or -1 with errno (EAGAIN: the receiver's queue stayed full). `flags` as
+   MSG_DONTWAIT. */
+int WireSend(int fd, WireKind kind, uint32_t id, uint32_t sequence, const void *data,
+             uint32_t length, int flags);
+
+/* Receives one frame. 1; 0 at the end of the connection; -1 with errno, EBADMSG for a record that
+   is no frame (the connection can go on). */
+int WireReceive(int fd, WireFrame *frame, int flags);
+
+/* An AF_UNIX socket that listens as `name`, or is connected to it; -1 with errno. The other side
+   must be a process of our own user, which the kernel tells: EACCES else. */
+int WireListen(const char *name);
+int WireConnect(const char *name);
+bool WirePeerIsOurs(int fd);
+
+/* Whether `name` can be an endpoint's name. */
+bool WireNameFits(const char *name);
+
+#define TDS_LOG(level, ...)                                          \
+  do {                                                               \
+    __AMS_PrintHead(level);                                          \
+    __AMS_Print(level, __VA_ARGS__);                                 \
+    __AMS_Print(level, "  @P:%s,L:%d.\n", "platform/tds", __LINE__); \
+    __AMS_PrintEnd(level);                                           \
+  } while (0)
