@@ -1,0 +1,341 @@
+// From a request to the op functions: finds the addressed node, decides by its "type" what to do,
+// calls what its "op" names, reads and writes values. Frames are appt_request.cpp's, the
+// acknowledgement appt_receive.cpp's.
+#include <cstdio>
+#include <cstring>
+#include <string>
+
+#include "ams_common_api.h"
+
+namespace {
+
+constexpr char kChangeList[] = "InternetGatewayDevice.ALL_CHANGED_DATA";
+
+AmsTree *Root() { return gptXmlTrees->root; }
+
+uint32_t CmdType(const MsgArg *arg) { return appt_GetWord(arg->raw + 4); }
+
+bool ReadsWithOp(uint32_t cmd) {
+  return cmd == APPT_CMD_GET || cmd == APPT_CMD_ATTR || cmd == APPT_CMD_REFRESH;
+}
+
+/* A text of the store becomes the request's reply. */
+int TakeReply(MsgArg *arg, int result, char *text) {
+  if (result != 0 || text == nullptr) return result;
+  arg->rBuf = text;
+  arg->rLen = static_cast<uint32_t>(strlen(text)) + 1;
+  return 0;
+}
+
+int ReadValue(MsgArg *arg) {
+  char *text = nullptr;
+  int result = ams_get_node_value(Root(), arg->url, &text);
+  return TakeReply(arg, result, text);
+}
+
+int ReadWithAttr(MsgArg *arg) {
+  if (arg->url == nullptr) return -1;
+  int change_list = strstr(arg->url, kChangeList) != nullptr;
+  if (change_list) AMS_PRINT(1, "chang1:url:%s\n", arg->url);
+  char *text = nullptr;
+  int result = ams_read_withAttr(Root(), arg->url, change_list, &text);
+  return TakeReply(arg, result, text);
+}
+
+bool TypeIs(const char *url, const char *wanted, char (&type)[16]) {
+  return ams_get_node_attr(Root(), url, "type", type) == 0 && strcmp(type, wanted) == 0;
+}
+
+/* Reads the node's own "op" into fucName; "" when it has none. 0, or -1 (logged): no such node. */
+int ReadOp(MsgArg *arg) {
+  if (ams_get_node_attr(Root(), arg->url, "op", arg->fucName) == 0) return 0;
+  arg->fucName[0] = '\0';
+  if (ams_check_node(Root(), arg->url) == 0) return 0;
+  AMS_PRINT(4, "Url %s get op failed.", arg->url);
+  return -1;
+}
+
+/* The op of the array that an instance belongs to: instances share it. */
+int ReadArrayOp(MsgArg *arg) {
+  char type[16] = "";
+  const char *dot = strrchr(arg->url, '.');
+  std::string father(arg->url, dot == nullptr ? 0 : static_cast<size_t>(dot - arg->url));
+  if (!TypeIs(father.c_str(), "array", type)) {
+    AMS_PRINT(4, "Father URL:%s typeAttr:%s is not an array", father.c_str(), type);
+    return -1;
+  }
+  if (ams_get_node_attr(Root(), father.c_str(), "op", arg->fucName) != 0) arg->fucName[0] = '\0';
+  return 0;
+}
+
+int FindOp(MsgArg *arg) {
+  if (ReadOp(arg) != 0) return -1;
+  return arg->fucName[0] != '\0' ? 0 : ReadArrayOp(arg);
+}
+
+const OpFuncEntry *FindFunc(const char *name) {
+  for (const OpFuncEntry *const *table = FUNC_TABLES; *table != nullptr; ++table)
+    for (const OpFuncEntry *row = *table; row->name != nullptr; ++row)
+      if (strcmp(row->name, name) == 0) return row;
+  return nullptr;
+}
+
+/* One leaf of a list: `arg` is the child request. */
+int DoLeaf(MsgArg *arg) {
+  switch (CmdType(arg)) {
+    case APPT_CMD_SET:
+      AMS_PRINT(1, "Appt_Write url:%s value:%s\n", arg->url,
+                arg->value == nullptr ? "" : arg->value);
+      if (ams_set_node_value(Root(), arg->url, arg->value) == 0) return 0;
+      return ams_sset_node_value(Root(), arg->url, arg->value);
+    case APPT_CMD_GET:
+      return ReadValue(arg);
+    case APPT_CMD_ATTR:
+      return ReadWithAttr(arg);
+    case APPT_CMD_REFRESH:
+      return 0;
+    default:
+      return -1;
+  }
+}
+
+/* Runs the leaf command of every leaf; a failed one does not stop the others. Returns the bytes of
+   the replies with a separator each. */
+size_t DoLeaves(const MsgArg *arg, LeafNode *list) {
+  size_t total = 0;
+  for (LeafNode *leaf = list; leaf != nullptr; leaf = leaf->next) {
+    std::string url = std::string(arg->url) + "." + leaf->leafName;
+    MsgArg child = {};
+    child.raw = arg->raw;
+    child.recvLen = arg->recvLen;
+    child.url = url.c_str();
+    child.value = leaf->leafValue;
+    if (DoLeaf(&child) != 0) AMS_PRINT(4, "do leaf: url %s error occur", url.c_str());
+    if (child.rBuf == nullptr) continue;
+    total += strlen(child.rBuf) + 1;
+    leaf->rBuf = child.rBuf;
+  }
+  return total;
+}
+
+/* The replies in order, each followed by the separator. */
+int JoinReplies(MsgArg *arg, const LeafNode *list, size_t total) {
+  if (total == 0) return 0;
+  arg->rBuf = static_cast<char *>(__tds_malloc(total + 1, "appt_Do_Obj_Data"));
+  if (arg->rBuf == nullptr) {
+    AMS_PRINT(5, "tds_malloc failed size is %d.", static_cast<int>(total + 1));
+    return -1;
+  }
+  char *end = arg->rBuf;
+  for (const LeafNode *leaf = list; leaf != nullptr; leaf = leaf->next) {
+    if (leaf->rBuf == nullptr) continue;
+    end = stpcpy(end, leaf->rBuf);
+    *end++ = AMS_SEPARATOR;
+  }
+  *end = '\0';
+  arg->rLen = static_cast<uint32_t>(total) + 1;
+  return 0;
+}
+
+int CallOp(MsgArg *arg) {
+  int result = appt_Do_OpFunc(arg);
+  if (result == -1) AMS_PRINT(4, "opFunc: %s execute error", arg->fucName);
+  return result;
+}
+
+void TraceLeafList(const LeafNode *list) {
+  printf("\t####LeafList start####\n");
+  for (const LeafNode *leaf = list; leaf != nullptr; leaf = leaf->next) {
+    printf("\t#leafName is %s.\n", leaf->leafName);
+    if (leaf->leafValue != nullptr) printf("\t#leafValue is %s.\n", leaf->leafValue);
+  }
+  printf("\t####LeafList  end####\n");
+}
+
+int RunLeafList(MsgArg *arg, LeafNode *list) {
+  uint32_t cmd = CmdType(arg);
+  if (FindOp(arg) != 0) return -1;
+  if (ReadsWithOp(cmd) && CallOp(arg) == -1) return -1;
+  /* the leaves of a set become visible together; the op function then sees all of them */
+  bool writes = cmd == APPT_CMD_SET && ams_write_begin() == 0;
+  size_t total = DoLeaves(arg, list);
+  if (writes && ams_write_end() != 0) return -1;
+  if (JoinReplies(arg, list, total) != 0) return -1;
+  return cmd == APPT_CMD_SET && CallOp(arg) == -1 ? -1 : 0;
+}
+
+int WalkSubtree(MsgArg *arg);
+
+int WalkChild(const MsgArg *arg, const char *url) {
+  char type[16] = "";
+  MsgArg child = {};
+  child.raw = arg->raw;
+  child.recvLen = arg->recvLen;
+  child.url = url;
+  if (!TypeIs(url, "object", type) && strcmp(type, "array") != 0) return 0;
+  return WalkSubtree(&child);
+}
+
+/* Calls the op functions of the node and of every object and array below it, parents first. Leaves
+   are read from the store afterwards. A failing op function does not end the walk. */
+int WalkSubtree(MsgArg *arg) {
+  char child[AMS_PATH_SIZE];
+  if (ReadOp(arg) != 0) return -1;
+  if (arg->fucName[0] != '\0' && appt_Do_OpFunc(arg) == -1)
+    AMS_PRINT(4, " ERROR accur at appt_Do_OpFunc when op:%s", arg->fucName);
+  int more = ams_get_first_child(Root(), arg->url, child);
+  while (more == 0) {
+    if (WalkChild(arg, child) != 0) return -1;
+    char next[AMS_PATH_SIZE];
+    more = ams_get_next_child(Root(), child, next);
+    memcpy(child, next, sizeof(child));
+  }
+  return 0;
+}
+
+int DeleteInstance(MsgArg *arg) {
+  if (AMS_Appt_Delobj(arg) == -1) {
+    AMS_PRINT(4, "AMS_Appt_Delobj return ERROR.");
+    return -1;
+  }
+  if (ReadArrayOp(arg) != 0) AMS_PRINT(4, "appt_GetArrayOPFunc return ERROR.");
+  /* The result is that of the deletion, which stands whatever the op function does. */
+  (void)appt_Do_OpFunc(arg);
+  return 0;
+}
+
+int ListIndexes(MsgArg *arg) {
+  char list[1024] = "";
+  int result = ams_get_idxes(Root(), arg->url, list);
+  arg->rBuf = __tds_strdup(list, "appt_Do_Array");
+  if (arg->rBuf == nullptr) {
+    AMS_PRINT(5, "tds_malloc failed size is %d.", static_cast<int>(strlen(list) + 1));
+    return -1;
+  }
+  /* An empty list answers two bytes with an empty text: agents tell "empty" from "no reply" by it.
+   */
+  arg->rLen = list[0] == '\0' ? 2 : static_cast<uint32_t>(strlen(list)) + 1;
+  return result;
+}
+
+/* The array's op function; arrays without one need none. -1 (logged) when it fails. */
+int CallArrayOp(MsgArg *arg) {
+  int result = appt_Do_OpFunc(arg);
+  if (result == -1) AMS_PRINT(4, "opFunc %s execute error", arg->fucName);
+  return result;
+}
+
+int AddInstance(MsgArg *arg) {
+  if (AMS_Appt_Addobj(arg) == -1) {
+    AMS_PRINT(4, "AMS_Appt_Addobj execute error");
+    return -1;
+  }
+  return arg->fucName[0] == '\0' ? 0 : CallArrayOp(arg);
+}
+
+}  // namespace
+
+int appt_Do_OpFunc(MsgArg *arg) {
+  uint32_t cmd = CmdType(arg);
+  if (arg->fucName[0] == '\0') {
+    AMS_PRINT(2, "The fucName is NULL at appt_Do_OpFunc, url %s", arg->url);
+    return -1;
+  }
+  const OpFuncEntry *row = FindFunc(arg->fucName);
+  if (row == nullptr) {
+    AMS_PRINT(4, "op fuc name is %s can not find FUNC", arg->fucName);
+    return -1;
+  }
+  AMS_PRINT(1, "*pFunc->name is %s", row->name);
+  /* A row without a handler gives 1, the look-up's own success: agents rely on it, keep it. */
+  if (row->handler == nullptr) return 1;
+  OpFuncArg op = {};
+  op.name = arg->fucName;
+  op.op = ReadsWithOp(cmd) ? TMF_GET : static_cast<int32_t>(cmd);
+  snprintf(op.path, sizeof(op.path), "%s",
+           cmd == APPT_CMD_ADD && arg->rBuf != nullptr ? arg->rBuf : arg->url);
+  if (arg->value != nullptr) {
+    op.value = __tds_strdup(arg->value, "appt_Do_OpFunc");
+    if (op.value == nullptr) {
+      AMS_PRINT(5, "tds_malloc failed size is %d.", static_cast<int>(strlen(arg->value) + 1));
+      return -1;
+    }
+  }
+  int result = row->handler(&op);
+  __tds_free(op.value);
+  return result;
+}
+
+int appt_Do_Obj_Data(MsgArg *arg) {
+  LeafNode *list = appt_ParseLeafList(arg->value);
+  if (list == nullptr) return appt_Do_Obj_NoData(arg); /* no leaf in it, or no memory (logged) */
+  if (appt_Trace()) TraceLeafList(list);
+  int result = RunLeafList(arg, list);
+  appt_FreeLeafList(list);
+  return result;
+}
+
+int appt_Do_Obj_NoData(MsgArg *arg) {
+  uint32_t cmd = CmdType(arg);
+  if (cmd == APPT_CMD_DEL) return DeleteInstance(arg);
+  if (!ReadsWithOp(cmd)) {
+    AMS_PRINT(4, "Unrecgnised cmdType %d", static_cast<int>(cmd)); /* agents match this spelling */
+    return -1;
+  }
+  if (WalkSubtree(arg) != 0) {
+    AMS_PRINT(4, "ERROR accur at appt_Do_OpFunc when appt_Do_Obj_NoData");
+    return -1;
+  }
+  if (cmd == APPT_CMD_GET) return ReadValue(arg);
+  return cmd == APPT_CMD_ATTR ? ReadWithAttr(arg) : 0;
+}
+
+int appt_Do_Array(MsgArg *arg) {
+  if (arg->raw == nullptr) {
+    AMS_PRINT(4, "The input has NULL para at appt_Do_Array.");
+    return -1;
+  }
+  if (ReadOp(arg) != 0) return -1;
+  uint32_t cmd = CmdType(arg);
+  switch (cmd) {
+    case APPT_CMD_LIST:
+      return ListIndexes(arg);
+    case APPT_CMD_ADD:
+      return AddInstance(arg);
+    case APPT_CMD_GET:
+      return CallArrayOp(arg) == -1 ? -1 : ReadValue(arg);
+    case APPT_CMD_ATTR:
+      return CallArrayOp(arg) == -1 ? -1 : ReadWithAttr(arg);
+    case APPT_CMD_REFRESH:
+      return CallArrayOp(arg) == -1 ? -1 : 0;
+    default:
+      AMS_PRINT(4, "appt_Do_Array can not find cmdType, cmdType is %d", static_cast<int>(cmd));
+      return -1;
+  }
+}
+
+int appt_RunRequest(MsgArg *arg) {
+  char type[16] = "";
+  if (ams_get_node_attr(Root(), arg->url, "type", type) != 0) {
+    if (ams_check_node(Root(), arg->url) != 0)
+      AMS_PRINT(4, "Can not find node by URL %s", arg->url);
+    else
+      AMS_PRINT(4, "Can not find attr value by Name \"type\". at URL %s", arg->url);
+  }
+  if (strcmp(type, "array") == 0) return appt_Do_Array(arg);
+  if (strcmp(type, "object") != 0) {
+    AMS_PRINT(4, "URL: %s is not an Obj or array, type is %s.\n", arg->url, type);
+    (void)SendMsg(EV_APPT_MSG_NO_OBJECT, arg->raw, 4, APPT_ACK_PEER); /* the ack follows anyway */
+    return -1;
+  }
+  return arg->value == nullptr ? appt_Do_Obj_NoData(arg) : appt_Do_Obj_Data(arg);
+}
+
+void appt_InitFuncTable(const OpFuncEntry *table) {
+  for (const OpFuncEntry *row = table; row->name != nullptr; ++row) {
+    OpFuncArg arg = {};
+    arg.name = row->name;
+    arg.op = TMF_INIT;
+    if (row->handler != nullptr) (void)row->handler(&arg); /* one failing row stops no other */
+  }
+}

@@ -1,0 +1,93 @@
+// The frame of an agent request and the leaf list in its value: bounded parsing, no store.
+#include <cstring>
+
+#include "ams_common_api.h"
+
+namespace {
+
+/* One text of a frame: its length byte, the bytes, the NUL. Returns the text and moves `at` behind
+   it; NULL when it does not fit or is not terminated where its length says. */
+const char *TakeText(const uint8_t *frame, uint32_t size, uint32_t *at, uint8_t *length) {
+  if (*at >= size) return nullptr;
+  *length = frame[(*at)++];
+  if (size - *at < *length + 1U) return nullptr;
+  const char *text = reinterpret_cast<const char *>(frame + *at);
+  if (strnlen(text, *length + 1U) != *length) return nullptr;
+  *at += *length + 1U;
+  return text;
+}
+
+}  // namespace
+
+uint32_t appt_GetWord(const void *bytes) {
+  const uint8_t *byte = static_cast<const uint8_t *>(bytes);
+  return byte[0] | static_cast<uint32_t>(byte[1]) << 8 | static_cast<uint32_t>(byte[2]) << 16 |
+         static_cast<uint32_t>(byte[3]) << 24;
+}
+
+void appt_PutWord(void *bytes, uint32_t word) {
+  uint8_t *byte = static_cast<uint8_t *>(bytes);
+  for (int i = 0; i < 4; ++i) byte[i] = static_cast<uint8_t>(word >> (8 * i));
+}
+
+int appt_FillMsgArg(MsgArg *arg, const void *frame, uint32_t len) {
+  *arg = {};
+  arg->recvLen = len;
+  arg->raw = static_cast<const uint8_t *>(frame);
+  uint32_t at = APPT_HEAD_SIZE;
+  if (len < APPT_HEAD_SIZE) {
+    AMS_PRINT(4, "request of %u bytes is shorter than its head, dropped", len);
+    return -1;
+  }
+  const char *url = TakeText(arg->raw, len, &at, &arg->urlLen);
+  if (url == nullptr || at >= len) {
+    AMS_PRINT(4, "request of %u bytes: the url does not fit or is not terminated", len);
+    return -1;
+  }
+  arg->valueLen = arg->raw[at];
+  if (arg->valueLen != 0) {
+    arg->value = TakeText(arg->raw, len, &at, &arg->valueLen);
+    if (arg->value == nullptr) {
+      AMS_PRINT(4, "request of %u bytes: the value does not fit or is not terminated", len);
+      return -1;
+    }
+  }
+  arg->url = url;
+  return 0;
+}
+
+LeafNode *appt_ParseLeafList(const char *value) {
+  LeafNode *list = nullptr, **tail = &list;
+  while (value != nullptr && *value != '\0') {
+    const char *end = strchrnul(value, AMS_SEPARATOR);
+    const char *equals =
+        static_cast<const char *>(memchr(value, '=', static_cast<size_t>(end - value)));
+    LeafNode *leaf = static_cast<LeafNode *>(__tds_malloc(sizeof(LeafNode), "appt_ParseLeafList"));
+    if (leaf == nullptr) {
+      AMS_PRINT(5, "tds_malloc failed size is %d.", static_cast<int>(sizeof(LeafNode)));
+      appt_FreeLeafList(list);
+      return nullptr;
+    }
+    *leaf = {};
+    size_t name = static_cast<size_t>((equals == nullptr ? end : equals) - value);
+    memcpy(leaf->leafName, value,
+           name < sizeof(leaf->leafName) ? name : sizeof(leaf->leafName) - 1);
+    if (equals != nullptr && equals + 1 < end)
+      leaf->leafValue =
+          __tds_strndup(equals + 1, static_cast<size_t>(end - equals - 1), "appt_ParseLeafList");
+    *tail = leaf;
+    tail = &leaf->next;
+    value = *end == '\0' ? end : end + 1;
+  }
+  return list;
+}
+
+void appt_FreeLeafList(LeafNode *list) {
+  while (list != nullptr) {
+    LeafNode *next = list->next;
+    __tds_free(list->leafValue);
+    __tds_free(list->rBuf);
+    __tds_free(list);
+    list = next;
+  }
+}

@@ -1,0 +1,108 @@
+// Small wrappers over the store whose texts become a request's reply, and the log record.
+#include <syslog.h>
+
+#include <cstdarg>
+#include <cstdio>
+#include <cstring>
+
+#include "ams_common_api.h"
+
+namespace {
+
+/* Hands a heap copy of `text` back as the reply of `size` bytes. The store's change stands even
+   when there is no memory for the reply. */
+void ReplyCopy(MsgArg *arg, const char *text, const char *tag) {
+  arg->rBuf = __tds_strdup(text, tag);
+  if (arg->rBuf == nullptr)
+    AMS_PRINT(4, "no mem in ams");
+  else
+    arg->rLen = static_cast<uint32_t>(strlen(text)) + 1;
+}
+
+const char *Text(const char *text) { return text == nullptr ? "" : text; }
+
+}  // namespace
+
+int AMS_Appt_Addobj(MsgArg *arg) {
+  char url[AMS_PATH_SIZE] = "";
+  if (arg->url == nullptr) return -1;
+  int result = ams_add_obj(gptXmlTrees->root, arg->url, url);
+  if (result == 0) ReplyCopy(arg, url, "AMS_Appt_Addobj");
+  return result;
+}
+
+int AMS_Appt_Delobj(MsgArg *arg) {
+  return arg->url == nullptr ? -1 : ams_del_obj(gptXmlTrees->root, arg->url);
+}
+
+int AMS_Appt_Getattr(MsgArg *arg) {
+  constexpr size_t kSize = 16;
+  char *value = static_cast<char *>(__tds_malloc(kSize, "AMS_Appt_Getattr"));
+  if (value == nullptr) {
+    AMS_PRINT(4, "no mem in ams");
+    return -1;
+  }
+  int result = ams_get_attr(gptXmlTrees->root, arg->url, value, kSize);
+  if (result != 0) {
+    __tds_free(value);
+    return result;
+  }
+  arg->rBuf = value;
+  arg->rLen = static_cast<uint32_t>(strlen(value)) + 1;
+  return 0;
+}
+
+int AMS_Appt_Getidxes(MsgArg *arg) {
+  char list[1024] = "";
+  int result = ams_get_idxes(gptXmlTrees->root, arg->url, list);
+  /* "0" for an empty list, on purpose unlike the agent's own index listing, which answers "". */
+  if (result == 0) ReplyCopy(arg, list[0] == '\0' ? "0" : list, "AMS_Appt_Getidxes");
+  return result;
+}
+
+int AMS_Appt_Setattr(MsgArg *arg) {
+  AMS_PRINT(1, "url:%s value:%s", Text(arg->url), Text(arg->value));
+  return ams_set_attr(gptXmlTrees->root, arg->url, arg->value);
+}
+
+int AMS_Appt_Savetree(MsgArg *arg) {
+  AMS_PRINT(1, "dbagt:url:%s value:%s\n", Text(arg->url), Text(arg->value));
+  if (arg->value == nullptr) return -1;
+  if (strstr(arg->value, ".debug") != nullptr) return ams_save_xml(gptXmlTrees->root, arg->value);
+  return ams_align_xml(gptXmlTrees->root, arg->value);
+}
+
+int AMS_Appt_Setleaf(MsgArg *arg) {
+  AMS_PRINT(1, "dbagt:url:%s value:%s\n", Text(arg->url), Text(arg->value));
+  return ams_mxml_fset_leaf(arg->url, arg->value);
+}
+
+void AMS_Log_Add(int32_t logType, int32_t logItem, const char *format, ...) {
+  struct {
+    int32_t type, item;
+    char data[172];
+  } record = {};
+  record.type = logType;
+  record.item = logItem;
+  size_t size = 344;
+  char *text = static_cast<char *>(__tds_malloc(size, "AMS_Log_Add"));
+  while (text != nullptr) {
+    va_list args;
+    va_start(args, format);
+    int length = vsnprintf(text, size, format, args);
+    va_end(args);
+    if (length >= 0 && static_cast<size_t>(length) < size) break;
+    size *= 2;
+    char *larger =
+        length < 0 ? nullptr : static_cast<char *>(__tds_realloc(text, size, "AMS_Log_Add"));
+    if (larger == nullptr) __tds_free(text);
+    text = larger;
+  }
+  if (text == nullptr) return;
+  size_t length = strlen(text);
+  if (length > 0 && text[length - 1] == '\n') text[length - 1] = '\0';
+  strncpy(record.data, text, sizeof(record.data) - 1);
+  __tds_free(text);
+  AMS_PRINT(1, "logType:%d, logItem:%d, data:%s\n", record.type, record.item, record.data);
+  syslog(record.item, "%s", record.data);
+}

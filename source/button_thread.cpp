@@ -1,0 +1,142 @@
+// The front-panel keys. The kernel's key driver measures presses: at the start it is told the
+// timings of each key function, later its events run the key script.
+#include "button_thread.h"
+
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <cstdlib>
+#include <cstring>
+
+#include "ams_common_api.h"
+#include "ams_config_api.h"
+
+namespace {
+
+constexpr char kKeyDriver[] = "/proc/gpio_config/key";
+constexpr char kGpioFile[] = "/usr/syscfg/gpio_cfg.sh", kEventFile[] = "/usr/syscfg/key_event.sh";
+
+enum { LAN_KEY_EVENT = 11, LAN_TIMER = 0, LAN_DELAY = 20 /* ms */ };
+
+/* Whether key events are acted on; touched by the module's thread alone. */
+bool key_handling = true;
+
+/* Keys of a key function: the event's in the event file, the others in the GPIO file. */
+struct KeyFunction {
+  const char *gpio, *event, *trigger_type, *trigger_time, *abandon_time;
+};
+
+#define KEY_FUNCTION(gpio, event, function)                                                   \
+  {                                                                                           \
+    "KVO_GPIO_" gpio "_KEY=", "MSG_MONITOR_EVT_" event "=", "KVO_TRIGGER_TYPE_" function "=", \
+        "KVO_TRIGGER_TIME_" function "=", "KVO_ABANDON_TIME_" function "="                    \
+  }
+/* The reset key has four; the driver tells the functions of one key apart by their times. */
+const KeyFunction kKeyFunctions[] = {
+    KEY_FUNCTION("WPS", "WPS_INIT", "WPS"),
+    KEY_FUNCTION("RESET", "RESET_REBOOT", "REBOOT"),
+    KEY_FUNCTION("RESET", "RESET_FACTORY", "RESTORE"),
+    KEY_FUNCTION("RESET", "RESET_FACTORY_CLEAN", "RESTORE_CLEAN"),
+    KEY_FUNCTION("RESET", "BLINK", "BLINK"),
+};
+
+/* What is no number reads as 0, which leaves a key alone. Signed ones come out right, too. */
+uint32_t Number(const char *text) {
+  return text == nullptr ? 0 : static_cast<uint32_t>(strtoul(text, nullptr, 10));
+}
+
+using KeyText = char[128];
+
+/* The value of `key` in `text`; NULL when `file` does not have it. */
+const char *Find(const char *file, const char *key, KeyText &text) {
+  return cfgFileKeyGet(file, key, text) == 0 ? text : nullptr;
+}
+
+/* A board without the key or its event does not have the function. */
+void ProgramFunction(int driver, const KeyFunction &function, const char *gpio_file,
+                     const char *event_file) {
+  KeyText gpio, event, type, time, abandon;
+  KeyTiming timings[2];
+  if (Find(gpio_file, function.gpio, gpio) == nullptr) return;
+  if (Find(event_file, function.event, event) == nullptr) return;
+  int count = KeyTimings({gpio, event, Find(gpio_file, function.trigger_type, type),
+                          Find(gpio_file, function.trigger_time, time),
+                          Find(gpio_file, function.abandon_time, abandon)},
+                         timings);
+  for (int i = 0; i < count; ++i)
+    if (write(driver, &timings[i], sizeof timings[i]) != static_cast<ssize_t>(sizeof timings[i]))
+      AMS_PRINT(4, "Write gpio %d event %d failed!\n", timings[i].gpio, timings[i].event);
+}
+
+void OnInit(int32_t, const void *, uint32_t) {
+  ProgramKeyDriver(kKeyDriver, kGpioFile, kEventFile);
+}
+
+void OnKeySwitch(int32_t, const void *data, uint32_t len) {
+  const auto *bytes = static_cast<const uint8_t *>(data);
+  if (len < 2) {
+    AMS_PRINT(4, "key switch dropped: it has %u bytes of 2", len);
+    return;
+  }
+  if (bytes[1] == 0) key_handling = bytes[0] == 1;
+}
+
+void OnKey(int32_t, const void *data, uint32_t len) {
+  int32_t event;
+  if (len < 8) {
+    AMS_PRINT(4, "key event dropped: it has %u bytes of 8", len);
+    return;
+  }
+  if (!key_handling) return;
+  memcpy(&event, static_cast<const char *>(data) + 4, sizeof event);
+  (void)cfgSystemCmd("/usr/syscfg/key_press.sh %d&", event);
+  if (event == LAN_KEY_EVENT) (void)SetTimer(LAN_TIMER, LAN_DELAY); /* a failure was logged */
+}
+
+void OnLanTimer(int32_t, const void *, uint32_t) {
+  static const char kZeros[4] = {};
+  (void)SendMsg(EV_LAN_KEY, kZeros, sizeof kZeros, "portmgr:lan"); /* logged; nobody to tell */
+}
+
+}  // namespace
+
+int KeyTimings(const KeyTexts &texts, KeyTiming (&timings)[2]) {
+  const char *comma = texts.trigger_time == nullptr ? nullptr : strchr(texts.trigger_time, ',');
+  const uint32_t times[2] = {Number(texts.trigger_time),
+                             Number(comma == nullptr ? nullptr : comma + 1)};
+  KeyTiming timing = {};
+  timing.gpio = static_cast<int32_t>(Number(texts.gpio));
+  timing.event = static_cast<int32_t>(Number(texts.event));
+  timing.on_press = texts.trigger_type != nullptr && strcmp(texts.trigger_type, "PRESS") == 0;
+  timing.abandon_time = Number(texts.abandon_time);
+  if (timing.gpio == 0 || timing.event == 0 || (times[0] == 0 && times[1] == 0)) {
+    AMS_PRINT(3, "gpio=%d, event=%d, triggerTime1=%lu, triggerTime2=%lu\n", timing.gpio,
+              timing.event, static_cast<unsigned long>(times[0]),
+              static_cast<unsigned long>(times[1]));
+    return 0;
+  }
+  int count = 0;
+  for (uint32_t time : times) {
+    if (time == 0) continue;
+    timings[count] = timing;
+    timings[count++].trigger_time = time;
+  }
+  return count;
+}
+
+void ProgramKeyDriver(const char *driver, const char *gpio_file, const char *event_file) {
+  int fd = open(driver, O_RDWR | O_DSYNC | O_CLOEXEC);
+  if (fd < 0) {
+    AMS_PRINT(4, "open %s failed!\n", driver);
+    return;
+  }
+  for (const KeyFunction &function : kKeyFunctions)
+    ProgramFunction(fd, function, gpio_file, event_file);
+  close(fd);
+}
+
+const MsgEntry kButtonMsgTable[] = {
+    {TDS_MSG_INIT, OnInit}, {EV_KEY_SWITCH, OnKeySwitch},
+    {EV_KEY, OnKey},        {TDS_MSG_TIMER + LAN_TIMER, OnLanTimer},
+    {0, nullptr},
+};

@@ -1,0 +1,245 @@
+// The op functions of "InternetGatewayDevice.DeviceInfo." and its neighbours: each turns an op into
+// a script run, a daemon's restart, a message or a status write. All on the module's thread.
+#include "devinfo_func.h"
+
+#include <sys/sysinfo.h>
+#include <unistd.h>
+
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+
+#include "ams_config_api.h"
+#include "devinfo_thread.h"
+#include "nvram.h"
+#include "op_rows.h"
+
+namespace {
+
+#define DEVICE_INFO "InternetGatewayDevice.DeviceInfo."
+#define USB_DEVICE  "InternetGatewayDevice.X_CT-COM_USBDevice."
+
+constexpr uint32_t kRestoreDelay = 1200;           /* ms; the USB storage is mounted by then */
+constexpr uint32_t kLogSettingsChanged = 0x100021; /* to "utils:logmgt" */
+
+const ScriptRow kScriptRows[] = {
+    {"FuncALGAbility", TMF_INIT, "/usr/syscfg/alg.sh set"},
+    {"FuncALGAbility", TMF_SET, "/usr/syscfg/alg.sh set"},
+    {"FuncTeleComAccount", TMF_SET, "killall -9 uhttpd"},
+    {"FuncTeleComAccount", TMF_SET, "uhttpd -f -p :80 -h /www &"},
+    {"FuncUPNP", TMF_INIT, "/usr/syscfg/miniupnpd.sh upnp_server"},
+    {"FuncUPNP", TMF_INIT, "/usr/syscfg/miniupnpd.sh blacklist_init"},
+    {"FuncUPNP", TMF_GET, "/usr/syscfg/miniupnpd.sh blacklist_num"},
+    {"FuncUPNP", TMF_SET, "/usr/syscfg/miniupnpd.sh remove"},
+    {"FuncUPNP", TMF_SET, "/usr/syscfg/miniupnpd.sh upnp_server"},
+    {"FuncUPNP", TMF_SET, "/usr/syscfg/miniupnpd.sh blacklist_init"},
+    {"FuncUPNPBlackListI", TMF_ADD, "/usr/syscfg/miniupnpd.sh blacklist_add %d"},
+    {"FuncUPNPBlackListI", TMF_DEL, "/usr/syscfg/miniupnpd.sh blacklist_del %d"},
+    {"FuncUPNPBlackListI", TMF_SET, "/usr/syscfg/miniupnpd.sh blacklist_set %s"},
+    /* These two write their values into the store themselves. */
+    {"FuncCPUState", TMF_GET, "/usr/syscfg/cpuState.sh path=%s >/dev/null 2>&1"},
+    {"FuncMemoryState", TMF_GET, "/usr/syscfg/memoryState.sh path=%s >/dev/null 2>&1"},
+};
+
+/* What this process started; both are off after a restart of the process, whatever runs then. */
+bool debug_tool_on = false, one_bit_on = false;
+
+void CopyMacAddress() {
+  char *address = nvram_get("MAC", NVTYPE_BASIC);
+  if (address == nullptr) return;
+  (void)cfgStatusSetStr(DEVICE_INFO "MacAddress", address); /* logged by the store */
+  free(address);
+}
+
+int FuncDeviceInfo(OpFuncArg *arg) {
+  if (arg == nullptr) return -1;
+  OP_LOG(arg);
+  switch (arg->op) {
+    case TMF_INIT:
+      CopyMacAddress();
+      return 0;
+    case TMF_GET:
+    case TMF_SET:
+      return 0;
+    default:
+      return -1;
+  }
+}
+
+int FuncLogOnly(OpFuncArg *arg) {
+  if (arg == nullptr) return -1;
+  OP_LOG(arg);
+  return 0;
+}
+
+int FuncScripts(OpFuncArg *arg) {
+  if (arg == nullptr) return -1;
+  OP_LOG(arg);
+  return ScriptRowsRun(kScriptRows, arg);
+}
+
+int FuncUPNP(OpFuncArg *arg) { return arg == nullptr ? 0 : FuncScripts(arg); }
+
+int FuncSyslog(OpFuncArg *arg) {
+  static const char kWho[] = "FuncLogger";
+  if (arg == nullptr) return 0;
+  OP_LOG(arg);
+  /* A failure was logged by the runtime: the log service reads its settings at its start. */
+  if (arg->op == TMF_SET) (void)SendMsg(kLogSettingsChanged, kWho, sizeof kWho, "utils:logmgt");
+  return 0;
+}
+
+/* The request holds for one start: it is taken back before the timer is armed. */
+int FuncRestore(OpFuncArg *arg) {
+  if (arg == nullptr) return -1;
+  OP_LOG(arg);
+  const char *enable = DEVICE_INFO "X_CT-COM_Restore.Enable";
+  if (arg->op != TMF_INIT || LeafInt(enable) != 1) return 0;
+  (void)ams_set_node_value(gptXmlTrees->root, enable, "0"); /* both log their failures */
+  (void)SetTimer(DEVINFO_TIMER_RESTORE, kRestoreDelay);
+  return 0;
+}
+
+/* Not every board has the script. Run without the log line of cfgSystemCmd. */
+void RunNeighbour(const char *line) {
+  if (access("/usr/syscfg/neigh/neigh.sh", X_OK) != 0) return;
+  if (system(line) != 0) return; /* the process ignores SIGCHLD, so the status says nothing */
+}
+
+int FuncPortalManagement(OpFuncArg *arg) {
+  if (arg == nullptr) return -1;
+  OP_LOG(arg);
+  if (IsInitOrSet(arg->op)) RunNeighbour("/usr/syscfg/neigh/neigh.sh portal");
+  return 0;
+}
+
+int FuncServicesMWBAND(OpFuncArg *arg) {
+  if (arg == nullptr) return -1;
+  OP_LOG(arg);
+  if (IsInitOrSet(arg->op)) RunNeighbour("/usr/syscfg/neigh/neigh.sh clilmt");
+  return 0;
+}
+
+enum Step { STEP_NONE, STEP_START, STEP_STOP, STEP_REFUSED };
+
+/* What it takes to bring a switch from `*on` to `value`: nothing when it is there already. */
+Step SwitchStep(const char *value, bool *on) {
+  bool wanted = strcmp(value, "1") == 0;
+  if (!wanted && strcmp(value, "0") != 0) return STEP_REFUSED;
+  if (wanted == *on) return STEP_NONE;
+  *on = wanted;
+  return wanted ? STEP_START : STEP_STOP;
+}
+
+/* The parameter of the service management, or `missing`. */
+void ReadSwitch(const char *path, const char *missing, char (&value)[64]) {
+  if (ams_mxml_get_leaf_value(path, value) != 0) snprintf(value, sizeof value, "%s", missing);
+}
+
+void SwitchDebugTool() {
+  char enable[64], port[64];
+  ReadSwitch(DEVICE_INFO "X_CT-COM_ServiceManage.X_KVO_DebugToolEnable", "NULL", enable);
+  ReadSwitch(DEVICE_INFO "X_CT-COM_ServiceManage.X_KVO_DebugToolPort", "", port);
+  switch (SwitchStep(enable, &debug_tool_on)) {
+    case STEP_START:
+      cfgSystemCmd("xdsldiag_srv --port %s &", port);
+      break;
+    case STEP_STOP:
+      cfgSystemCmd("killall xdsldiag_srv");
+      break;
+    case STEP_REFUSED:
+      AMS_PRINT(4, "op FuncServiceManage: DebugToolEnable %s, is not a proper value.", enable);
+      break;
+    case STEP_NONE:
+      break;
+  }
+}
+
+void SwitchOneBit() {
+  char enable[64];
+  ReadSwitch(DEVICE_INFO "X_CT-COM_ServiceManage.X_KVO_OneBitEnable", "NULL", enable);
+  switch (SwitchStep(enable, &one_bit_on)) {
+    case STEP_START:
+      cfgSystemCmd("xdsl_cli set -us0 on &");
+      cfgSystemCmd("xdsl_cli set -1bit on &");
+      break;
+    case STEP_STOP:
+      cfgSystemCmd("xdsl_cli set -us0 off &");
+      cfgSystemCmd("xdsl_cli set -1bit off &");
+      break;
+    case STEP_REFUSED:
+      AMS_PRINT(4, "op FuncServiceManage: oneBitEn %s, is not a proper value.", enable);
+      break;
+    case STEP_NONE:
+      break;
+  }
+}
+
+int FuncServiceManage(OpFuncArg *arg) {
+  if (arg == nullptr) return -1;
+  OP_LOG(arg);
+  if (!IsInitOrSet(arg->op)) return 0;
+  SwitchDebugTool();
+  SwitchOneBit();
+  return 0;
+}
+
+int FuncKVO_TR69Upload(OpFuncArg *arg) {
+  if (arg == nullptr) return -1;
+  OP_LOG(arg);
+  if (arg->op != TMF_SET) return 0;
+  puts("FuncKVO_TR69Upload ########");
+  cfgSystemCmd("/usr/syscfg/tr069_proc.sh Upload &");
+  return 0;
+}
+
+}  // namespace
+
+/* Whatever storage there is, only the first partition of the first device is used. */
+void DevInfoRestoreFromUsb(int32_t, const void *, uint32_t) {
+  char mount_point[AMS_PATH_SIZE] = "";
+  if (LeafInt(USB_DEVICE "StorageNumberOfEntries") < 1) return;
+  if (ams_mxml_get_leaf_value(USB_DEVICE "Storage.1.Partitions.1.MountPoint", mount_point) != 0 ||
+      *mount_point == '\0')
+    return;
+  cfgSystemCmd("%s %s %s &", "/usr/syscfg/backup.sh", "restore", mount_point);
+}
+
+/* The timer comes first, so that the value is refreshed for ever whatever the store says. */
+void DevInfoUpTimeRefresh(int32_t, const void *, uint32_t) {
+  struct sysinfo info = {};
+  char seconds[16];
+  int up_time = sysinfo(&info) == 0 ? static_cast<int>(info.uptime) : 0;
+  snprintf(seconds, sizeof seconds, "%d", up_time);
+  (void)SetTimer(DEVINFO_TIMER_UPTIME, DEVINFO_UPTIME_PERIOD); /* both log their failures */
+  (void)cfgStatusSetStr(DEVICE_INFO "UpTime", seconds);
+}
+
+const OpFuncEntry kDevInfoFuncTable[] = {
+    {"FuncDeviceInfo", FuncDeviceInfo},
+    {"FuncVendorConfigFile", FuncLogOnly},
+    {"FuncReConnect", FuncLogOnly},
+    {"FuncPing", FuncLogOnly},
+    {"FuncPingConfigI", FuncLogOnly},
+    {"FuncALGAbility", FuncScripts},
+    {"FuncMiddlewareMgt", FuncLogOnly},
+    {"FuncMonitor", FuncLogOnly},
+    {"FuncMonitorConfigI", FuncLogOnly},
+    {"FuncAlarm", FuncLogOnly},
+    {"FuncDLNA", FuncLogOnly},
+    {"FuncTeleComAccount", FuncScripts},
+    {"FuncSyslog", FuncSyslog},
+    {"FuncIPProtocolVersion", FuncLogOnly},
+    {"FuncUPNP", FuncUPNP},
+    {"FuncUPNPBlackListI", FuncScripts},
+    {"FuncRestore", FuncRestore},
+    {"FuncPortalManagement", FuncPortalManagement},
+    {"FuncServiceManage", FuncServiceManage},
+    {"FuncKVO_TR69Upload", FuncKVO_TR69Upload},
+    {"FuncServicesMWBAND", FuncServicesMWBAND},
+    /* Second row of the name: a lookup finds the first, but the start calls both. */
+    {"FuncPortalManagement", FuncPortalManagement},
+    {"FuncCPUState", FuncScripts},
+    {"FuncMemoryState", FuncScripts},
+    {nullptr, nullptr},
+};

@@ -1,0 +1,153 @@
+// ManagementServer: the saved list of management WAN connections, the inform states that follow
+// from it, and informs started by hand.
+#include "mgtsrvr_func.h"
+
+#include <cstdlib>
+#include <cstring>
+#include <string>
+#include <string_view>
+
+#include "ams_config_api.h"
+#include "mgtsrvr_thread.h"
+#include "op_rows.h"
+
+namespace {
+
+#define SERVER "InternetGatewayDevice.ManagementServer."
+
+constexpr char kSaved[] = SERVER "X_KVO_TR069WANSAVE";
+constexpr char kInformState[] = SERVER "X_CT-COM_InformState";
+constexpr char kManualInformState[] = SERVER "X_CT-COM_ManualInformState";
+
+enum { INFORM_NO_WAN = 1, INFORM_NO_WAN_UP = 2, INFORM_NO_URL = 4, INFORM_DONE = 11 };
+
+using SavedList = char[1024]; /* each path followed by a comma, newest first */
+
+/* A status write whose failure the store has logged; the state then is an old one. */
+void SetState(const char *path, int state) { (void)ams_mxml_sset_leaf_int(path, state); }
+
+void WriteSaved(const char *list) {
+  if (ams_sset_node_value(gptXmlTrees->root, kSaved, list) != 0)
+    AMS_PRINT(4, "X_KVO_TR069WANSAVE Set Fail\n");
+}
+
+/* The list without its first entry that equals `path`. False: there is none. */
+bool WithoutEntry(std::string_view list, std::string_view path, std::string *without) {
+  size_t start = 0;
+  while (start < list.size()) {
+    size_t comma = list.find(',', start);
+    if (comma == std::string_view::npos) return false;
+    if (list.substr(start, comma - start) == path) {
+      *without = std::string(list.substr(0, start)) + std::string(list.substr(comma + 1));
+      return true;
+    }
+    start = comma + 1;
+  }
+  return false;
+}
+
+/* Why the server cannot be reached, from what is configured; 0 when nothing is missing. */
+int MissingForInform() {
+  SavedList saved = "";
+  char up[AMS_PATH_SIZE] = "", url[100] = "";
+  (void)ams_mxml_get_leaf_value(kSaved, saved); /* what is missing counts as empty */
+  if (saved[0] == '\0') return INFORM_NO_WAN;
+  (void)ams_mxml_get_leaf_value(SERVER "X_KVO_TR069UpWAN", up);
+  if (up[0] == '\0') return INFORM_NO_WAN_UP;
+  (void)ams_mxml_get_leaf_value(SERVER "URL", url);
+  return url[0] == '\0' ? INFORM_NO_URL : 0;
+}
+
+/* The flag of the last inform counts only while nothing is saved; else the management client, which
+   has a connection then, writes the state itself. "Sucess" is the data model's spelling. */
+void RefreshInformState() {
+  int missing = MissingForInform();
+  if (missing == 0) return;
+  if (missing == INFORM_NO_WAN && LeafInt(SERVER "X_KVO-SucessFlag") == 1) {
+    SetState(kInformState, INFORM_DONE);
+    SetState(kManualInformState, INFORM_DONE);
+    return;
+  }
+  SetState(kInformState, missing);
+}
+
+/* Not through cfgSystemCmd: informs are the client's to log. "manully_inform" is its spelling. */
+void RunClient(const char *line) {
+  if (system(line) != 0) return; /* in the background; the process ignores SIGCHLD, too */
+}
+
+void ApplySet(const char *value) {
+  if (strcmp(value, "X_CT-COM_MaintainComplete=1") == 0)
+    return RunClient("/usr/sbin/cfgcmd manully_inform EV AC X_CT-COM_MaintainComplete &");
+  if (strcmp(value, "X_CT-COM_ManualInform=1") != 0) {
+    cfgSystemCmd("/usr/syscfg/tr069.sh set");
+    return;
+  }
+  int missing = MissingForInform();
+  if (missing != 0) SetState(kManualInformState, missing);
+  RunClient("/usr/sbin/cfgcmd manully_inform EV MI X_CT-COM_ManualInform &");
+}
+
+int FuncManagementServer(OpFuncArg *arg) {
+  OP_LOG(arg);
+  if (arg->op == TMF_GET) RefreshInformState();
+  if (arg->op == TMF_SET) ApplySet(arg->value == nullptr ? "" : arg->value);
+  return 0;
+}
+
+}  // namespace
+
+bool WanPathFits(const void *data, uint32_t len) {
+  if (data == nullptr || len == 0) return false;
+  return strnlen(static_cast<const char *>(data), len) + 1 == len;
+}
+
+void SaveNodeWANPath(const void *data, uint32_t len) {
+  SavedList saved = "";
+  const char *path = static_cast<const char *>(data);
+  if (!WanPathFits(data, len)) {
+    AMS_PRINT(4, "SaveNodeWANPath Parameters Error");
+    return;
+  }
+  if (ams_mxml_get_leaf_value(kSaved, saved) != 0) {
+    AMS_PRINT(4, "Get X_KVO_TR069WANSAVE Value Fail\n");
+    return;
+  }
+  AMS_PRINT(3, "X_KVO_TR069WANSAVE_Value=%s\n", saved);
+  /* Any part of the list counts, so "Wan.1" passes for saved when "Wan.10" is. Leave it: the port
+     manager reckons with it. */
+  if (strstr(saved, path) != nullptr) {
+    AMS_PRINT(1, "%s have alread been saved \n", path);
+    return;
+  }
+  std::string list = std::string(path) + "," + saved;
+  AMS_PRINT(1, "ServiceList=%s  \n", list.c_str());
+  if (list.size() >= sizeof saved) {
+    AMS_PRINT(4, "%s not saved: the list of management WANs holds %zu bytes", path,
+              sizeof saved - 1);
+    return;
+  }
+  WriteSaved(list.c_str());
+}
+
+void DelNodeWANPath(const void *data, uint32_t len) {
+  SavedList saved = "";
+  std::string list;
+  if (!WanPathFits(data, len)) {
+    AMS_PRINT(4, "DelNodeWANPath Parameters Error");
+    return;
+  }
+  if (ams_mxml_get_leaf_value(kSaved, saved) != 0)
+    AMS_PRINT(4, "X_KVO_TR069WANSAVE  Get Value Failed\n");
+  AMS_PRINT(1, "X_KVO_TR069WANSAVE  Value = %s\n", saved);
+  if (!WithoutEntry(saved, static_cast<const char *>(data), &list)) return;
+  WriteSaved(list.c_str());
+  AMS_PRINT(1, "X_KVO_TR069WANSAVE Value:%s\n", list.c_str());
+}
+
+const OpFuncEntry kMgtSrvrFuncTable[] = {
+    {"FuncManagementServer", FuncManagementServer},
+    {"FuncManagementServerEventsI", nullptr},
+    {"FuncManagementServerCTUserIPAddressI", nullptr},
+    {nullptr, nullptr},
+};
