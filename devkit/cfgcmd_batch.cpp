@@ -1,0 +1,82 @@
+// Requests from a file or standard input, one a line, answered in order on standard output.
+#include <fstream>
+#include <iostream>
+
+#include "cfgcmd.h"
+
+namespace {
+
+/* Splits a line as a shell would: blanks, '...', "...", and a backslash outside of '...'. False
+   when a quote is left open. */
+bool SplitLine(const std::string &line, Words *words) {
+  std::string word;
+  bool started = false;
+  char quote = 0;
+  for (size_t i = 0; i < line.size(); ++i) {
+    char c = line[i];
+    if (c == '\\' && quote != '\'' && i + 1 < line.size()) {
+      word += line[++i];
+      started = true;
+    } else if (quote != 0) {
+      if (c == quote)
+        quote = 0;
+      else
+        word += c;
+    } else if (c == '\'' || c == '"') {
+      quote = c;
+      started = true;
+    } else if (c == ' ' || c == '\t') {
+      if (started) words->push_back(word);
+      word.clear();
+      started = false;
+    } else {
+      word += c;
+      started = true;
+    }
+  }
+  if (started) words->push_back(word);
+  return quote == 0;
+}
+
+Outcome RunLine(const std::string &line, const Options &options) {
+  Words words;
+  if (!SplitLine(line, &words)) return {kUsage, "a quote is not closed"};
+  const Verb *verb = words.empty() ? nullptr : FindVerb(words[0]);
+  if (verb == nullptr || !verb->batch) return {kUsage, "no request: \"" + line + "\""};
+  words.erase(words.begin());
+  if (words.size() < verb->least || words.size() > verb->most)
+    return {kUsage, std::string("usage: ") + verb->name + " " + verb->arguments};
+  return verb->run(words, options);
+}
+
+/* 0, or 1 when a request was refused. */
+int RunLines(std::istream &lines, const Options &options) {
+  std::string line;
+  int status = kDone;
+  while (std::getline(lines, line)) {
+    if (line.empty() || line[0] == '#') continue;
+    Outcome outcome = RunLine(line, options);
+    if (outcome.status != kDone) {
+      status = kRefused;
+      outcome.text = "error: " + outcome.text + "\n";
+    } else if (outcome.text.empty()) {
+      outcome.text = "ok\n"; /* each request has its answer */
+    }
+    std::cout << outcome.text;
+    if (lines.rdbuf()->in_avail() <= 0) std::cout.flush(); /* whoever asks may wait for it */
+  }
+  std::cout.flush();
+  return status;
+}
+
+}  // namespace
+
+Outcome VerbBatch(const Words &words, const Options &options) {
+  if (words.empty() || words[0] == "-") return {RunLines(std::cin, options), ""};
+  std::ifstream file(words[0]);
+  if (!file) {
+    std::cerr << "cfgcmd: cannot read " << words[0] << ": give a file of requests, one a line\n";
+    return {kUsage, ""};
+  }
+  return {RunLines(file, options), ""};
+}

@@ -1,0 +1,207 @@
+// Verbs that are messages to endpoints: process control of the daemon, any message, waiting for
+// endpoints; and the record of informs.
+#include <fcntl.h>
+#include <poll.h>
+#include <sys/inotify.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <chrono>
+#include <cstdlib>
+#include <cstring>
+
+#include "ams_common_api.h"
+#include "cfgcmd.h"
+#include "prosctl_thread.h"
+#include "tds_desk.h"
+
+namespace {
+
+constexpr char kDaemon[] = "sysmgr";
+constexpr char kDaemonLog[] = "/var/log/devkit/sysmgr.log";
+constexpr char kInforms[] = "/var/log/devkit/informs";
+constexpr uint32_t kProbe = 0x1ffffe; /* an id that no message table has */
+
+using Clock = std::chrono::steady_clock;
+
+Outcome CallFailure(int error, const char *dest, uint32_t limit_ms) {
+  std::string name = dest;
+  switch (error) {
+    case ENOENT:
+      return {kRefused, name + " is not running: start the gateway with script/gateway"};
+    case EPIPE:
+      return {kRefused, name + " died before it answered: look at its log in /var/log/devkit"};
+    case ENOMSG:
+      return {kRefused, name + " does not answer such a message: check the id"};
+    case EMSGSIZE:
+      return {kRefused, "the message is longer than a mebibyte: send less"};
+    case ETIMEDOUT:
+      return {kNoAnswer, name + " gave no answer in " + std::to_string(limit_ms) +
+                             " ms: it is busy or hangs, --timeout waits longer"};
+    case EAGAIN:
+      return {kNoAnswer, name + " takes no more messages: it is busy or hangs, try later"};
+    default:
+      return {kRefused, name + " cannot be asked: " + strerror(error)};
+  }
+}
+
+/* Sends a control message to the daemon and prints its reply; "failed" and the like are refusals.
+ */
+Outcome Control(uint32_t id, const std::string &payload, const Options &options) {
+  std::string reply;
+  Outcome outcome = Call(kDaemon, id, payload, options, &reply);
+  if (outcome.status != kDone) return outcome;
+  if (reply.find("failed") != std::string::npos || reply.find("not write") != std::string::npos)
+    return {kRefused, reply};
+  return {kDone, options.json ? JsonText({{"reply", reply}}) : reply + "\n"};
+}
+
+/* Hex digits, blanks and colons between bytes allowed. False when it is something else. */
+bool FromHex(const std::string &text, std::string *bytes) {
+  std::string digits;
+  for (char c : text)
+    if (c != ' ' && c != ':') digits += c;
+  if (digits.size() % 2 != 0) return false;
+  if (digits.find_first_not_of("0123456789abcdefABCDEF") != std::string::npos) return false;
+  for (size_t i = 0; i < digits.size(); i += 2)
+    *bytes += static_cast<char>(strtol(digits.substr(i, 2).c_str(), nullptr, 16));
+  return true;
+}
+
+bool ParseNumber(const std::string &text, long least, long most, long *number) {
+  char *end;
+  errno = 0;
+  *number = strtol(text.c_str(), &end, 0);
+  return errno == 0 && !text.empty() && *end == '\0' && *number >= least && *number <= most;
+}
+
+struct Message {
+  bool wait = false;
+  std::string payload;
+};
+
+/* The words of "send" behind the id. */
+bool ParsePayload(const Words &words, Message *message) {
+  for (size_t i = 2; i < words.size(); ++i) {
+    if (words[i] == "--wait")
+      message->wait = true;
+    else if (words[i] == "--text" && i + 1 < words.size())
+      message->payload = words[++i] + std::string(1, '\0');
+    else if (words[i] == "--hex" && i + 1 < words.size() &&
+             FromHex(words[i + 1], &message->payload))
+      ++i;
+    else
+      return false;
+  }
+  return true;
+}
+
+/* Waits until `name` answers that it knows no such message: its init is over by then. */
+Outcome WaitForOne(int watch, const std::string &name, Clock::time_point end) {
+  for (;;) {
+    auto left = std::chrono::duration_cast<std::chrono::milliseconds>(end - Clock::now()).count();
+    if (left <= 0)
+      return {kNoAnswer, name + " is not there in time: look at its log in /var/log/devkit"};
+    void *reply = nullptr;
+    uint32_t length = 0;
+    if (tds_call(kProbe, nullptr, 0, name.c_str(), static_cast<uint32_t>(left), &reply, &length) ==
+        0) {
+      __tds_free(reply);
+      return {};
+    }
+    if (errno == ENOMSG) return {};
+    if (errno == ETIMEDOUT) continue; /* the check above ends it */
+    /* A socket appears a moment before it takes connections, hence the short look again. */
+    pollfd change = {watch, POLLIN, 0};
+    char events[4096];
+    if (poll(&change, 1, 20) > 0 && read(watch, events, sizeof events) < 0 && errno != EAGAIN)
+      return {kRefused, std::string("cannot watch ") + TDS_RUNTIME_DIR + ": " + strerror(errno)};
+  }
+}
+
+}  // namespace
+
+Outcome Call(const char *dest, uint32_t id, const std::string &payload, const Options &options,
+             std::string *reply) {
+  void *bytes = nullptr;
+  uint32_t length = 0;
+  if (tds_call(id, payload.data(), static_cast<uint32_t>(payload.size()), dest, options.limit_ms,
+               &bytes, &length) != 0)
+    return CallFailure(errno, dest, options.limit_ms);
+  if (bytes != nullptr) reply->assign(static_cast<char *>(bytes), length);
+  __tds_free(bytes);
+  return {};
+}
+
+Outcome VerbSend(const Words &words, const Options &options) {
+  long id;
+  Message message;
+  if (!ParseNumber(words[1], 0, UINT32_MAX, &id) || !ParsePayload(words, &message))
+    return {kUsage, "usage: cfgcmd send NAME ID [--wait] [--text T | --hex H]"};
+  if (!message.wait) {
+    int sent = SendMsg(static_cast<uint32_t>(id), message.payload.data(),
+                       static_cast<uint32_t>(message.payload.size()), words[0].c_str());
+    if (sent == 0) return {};
+    return {kRefused, words[0] + " takes no message: is the name right, does it run?"};
+  }
+  std::string reply;
+  Outcome outcome =
+      Call(words[0].c_str(), static_cast<uint32_t>(id), message.payload, options, &reply);
+  return outcome.status == kDone ? Outcome{kDone, reply + "\n"} : outcome;
+}
+
+Outcome VerbLevel(const Words &words, const Options &options) {
+  long level;
+  if (words[0].size() > 31 || !ParseNumber(words[1], INT32_MIN, INT32_MAX, &level))
+    return {kUsage, "usage: cfgcmd level MODULE N (a name of at most 31 bytes, and a number)"};
+  std::string payload = words[0];
+  payload.resize(36);
+  appt_PutWord(&payload[32], static_cast<uint32_t>(level));
+  return Control(PROSCTL_PRINT_LEVEL, payload, options);
+}
+
+/* The daemon judges the word. */
+Outcome VerbTrace(const Words &words, const Options &options) {
+  return Control(PROSCTL_TRACE, words[0] + std::string(1, '\0'), options);
+}
+
+/* The daemon prints the table to its own log before it answers. */
+Outcome VerbMem(const Words &, const Options &options) {
+  uint64_t offset = FileSize(kDaemonLog);
+  std::string reply;
+  Outcome outcome = Call(kDaemon, PROSCTL_MALLOC, "", options, &reply);
+  if (outcome.status != kDone) return outcome;
+  std::string table = AppendedSince(kDaemonLog, offset);
+  return {kDone, options.json ? JsonText({{"text", table}}) : table};
+}
+
+Outcome VerbWait(const Words &words, const Options &options) {
+  int watch = inotify_init1(IN_NONBLOCK | IN_CLOEXEC);
+  if (watch < 0 || inotify_add_watch(watch, TDS_RUNTIME_DIR, IN_CREATE | IN_MOVED_TO) < 0) {
+    Outcome outcome = {kRefused,
+                       std::string("cannot watch ") + TDS_RUNTIME_DIR + ": " + strerror(errno)};
+    if (watch >= 0) close(watch);
+    return outcome;
+  }
+  auto end = Clock::now() + std::chrono::milliseconds(options.limit_ms);
+  Outcome outcome;
+  for (size_t i = 0; i < words.size() && outcome.status == kDone; ++i)
+    outcome = WaitForOne(watch, words[i], end);
+  close(watch);
+  return outcome;
+}
+
+Outcome VerbInform(const Words &words, const Options &) {
+  std::string line = "manully_inform";
+  for (const std::string &word : words) line += " " + word;
+  line += '\n';
+  int file = open(kInforms, O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC, 0644);
+  bool written =
+      file >= 0 && write(file, line.data(), line.size()) == static_cast<ssize_t>(line.size());
+  Outcome outcome;
+  if (!written)
+    outcome = {kRefused,
+               std::string("cannot record the inform in ") + kInforms + ": " + strerror(errno)};
+  if (file >= 0) close(file);
+  return outcome;
+}

@@ -1,0 +1,102 @@
+// Verbs that go to the data-base manager: each builds a request and prints the answer.
+#include "ams_common_api.h"
+#include "cfgcmd.h"
+
+namespace {
+
+std::string Bare(std::string path) {
+  if (!path.empty() && path.back() == '.') path.pop_back();
+  return path;
+}
+
+/* Asks and judges: an outcome that is not done carries the reason. */
+Outcome Ask(uint32_t command, const std::string &url, const std::string &value,
+            const Options &options, DbmgrAnswer *answer) {
+  if (url.size() > UINT16_MAX) return {kRefused, "the path is longer than 65535 bytes: check it"};
+  std::string bytes = DbmgrPutRequest({command, Bare(url), value});
+  std::string reply;
+  Outcome outcome = Call(DBMGR_NAME, DBMGR_MSG_REQUEST, bytes, options, &reply);
+  if (outcome.status != kDone) return outcome;
+  if (DbmgrGetAnswer(reply.data(), reply.size(), answer) != 0)
+    return {kRefused, "the answer is damaged: is the gateway of this client?"};
+  if (answer->result < 0) return {kRefused, answer->text};
+  return {};
+}
+
+/* Parameters of one object, in the order in which the objects came first. */
+struct Group {
+  std::string object, value;
+};
+
+int AddToGroup(std::vector<Group> *groups, const std::string &path, const std::string &value) {
+  size_t dot = path.rfind('.');
+  if (dot == std::string::npos || value.find(AMS_SEPARATOR) != std::string::npos) return -1;
+  std::string object = path.substr(0, dot), leaf = path.substr(dot + 1) + "=" + value;
+  for (Group &group : *groups) {
+    if (group.object != object) continue;
+    group.value += static_cast<char>(AMS_SEPARATOR) + leaf;
+    return 0;
+  }
+  groups->push_back({object, leaf});
+  return 0;
+}
+
+}  // namespace
+
+Outcome VerbGet(const Words &words, const Options &options) {
+  DbmgrAnswer answer;
+  Outcome outcome = Ask(APPT_CMD_GET, words[0], "", options, &answer);
+  if (outcome.status != kDone) return outcome;
+  std::string path = Bare(words[0]);
+  if (answer.kind != DbmgrText::Leaf) return {kDone, NodeText(path, answer.text, options.json)};
+  return {kDone, options.json ? JsonText({{path, answer.text}}) : answer.text + "\n"};
+}
+
+Outcome VerbSet(const Words &words, const Options &options) {
+  if (words.size() % 2 != 0) return {kUsage, "usage: cfgcmd set PATH VALUE [PATH VALUE...]"};
+  std::vector<Group> groups;
+  for (size_t i = 0; i < words.size(); i += 2)
+    if (AddToGroup(&groups, Bare(words[i]), words[i + 1]) != 0)
+      return {kRefused, "\"" + words[i] + "\": give the full path, and a value without byte 0x03"};
+  for (const Group &group : groups) {
+    DbmgrAnswer answer;
+    Outcome outcome = Ask(APPT_CMD_SET, group.object, group.value, options, &answer);
+    if (outcome.status != kDone) return outcome;
+  }
+  return {};
+}
+
+Outcome VerbAdd(const Words &words, const Options &options) {
+  DbmgrAnswer answer;
+  Outcome outcome = Ask(APPT_CMD_ADD, words[0], "", options, &answer);
+  if (outcome.status != kDone) return outcome;
+  return {kDone, options.json ? JsonText({{"path", answer.text}}) : answer.text + "\n"};
+}
+
+Outcome VerbDel(const Words &words, const Options &options) {
+  DbmgrAnswer answer;
+  return Ask(APPT_CMD_DEL, words[0], "", options, &answer);
+}
+
+Outcome VerbList(const Words &words, const Options &options) {
+  DbmgrAnswer answer;
+  Outcome outcome = Ask(APPT_CMD_LIST, words[0], "", options, &answer);
+  if (outcome.status != kDone) return outcome;
+  if (!options.json) return {kDone, answer.text + "\n"};
+  return {kDone, JsonText(Json::parse("[" + answer.text + "]", nullptr, false))};
+}
+
+Outcome VerbAttr(const Words &words, const Options &options) {
+  DbmgrAnswer answer;
+  Outcome outcome = Ask(APPT_CMD_ATTR, words[0], "", options, &answer);
+  if (outcome.status != kDone) return outcome;
+  std::string path = Bare(words[0]);
+  if (answer.kind == DbmgrText::Leaf)
+    path.resize(path.rfind('.')); /* its own name is in the text */
+  return {kDone, AttributeText(path, answer.text, options.json)};
+}
+
+Outcome VerbRefresh(const Words &words, const Options &options) {
+  DbmgrAnswer answer;
+  return Ask(APPT_CMD_REFRESH, words[0], "", options, &answer);
+}

@@ -1,0 +1,137 @@
+// Verbs that read or write the data-model store without asking anybody: the tree, status writes,
+// and the candidates of the shell's completion.
+#include <algorithm>
+#include <cstring>
+
+#include "ams_store.h"
+#include "cfgcmd.h"
+
+namespace {
+
+constexpr char kRoot[] = "InternetGatewayDevice";
+
+bool Attach() {
+  if (gptXmlTrees == nullptr) gptXmlTrees = ShmPoolCliInit();
+  return gptXmlTrees != nullptr && gptXmlTrees->root != nullptr;
+}
+
+const Outcome kNoStore = {kRefused,
+                          "there is no data-model store: start the gateway with script/gateway"};
+
+std::string Attribute(const std::string &path, const char *name) {
+  char value[512];
+  if (ams_get_node_attr(gptXmlTrees->root, path.c_str(), name, value) != 0) return "";
+  return value;
+}
+
+/* One node as the tree shows it. */
+struct Row {
+  std::string path, type, value, description;
+};
+
+bool IsLeaf(const Row &row) { return row.type != "object" && row.type != "array"; }
+
+Row ReadRow(const std::string &path) {
+  Row row = {path, Attribute(path, "type"), "", Attribute(path, "description")};
+  if (!IsLeaf(row)) return row;
+  row.value.resize(AMS_VALUE_MAX + 1);
+  if (ams_mxml_get_leaf(path.c_str(), row.value.data(), row.value.size()) != 0) row.value[0] = '\0';
+  row.value.resize(strlen(row.value.c_str()));
+  return row;
+}
+
+std::vector<std::string> Children(const std::string &path) {
+  std::vector<std::string> children;
+  char url[AMS_PATH_SIZE], next[AMS_PATH_SIZE];
+  int result = ams_get_first_child(gptXmlTrees->root, path.c_str(), url);
+  while (result == 0) {
+    children.push_back(url);
+    result = ams_get_next_child(gptXmlTrees->root, url, next);
+    memcpy(url, next, sizeof url);
+  }
+  return children;
+}
+
+void Walk(const std::string &path, std::vector<Row> *rows) {
+  rows->push_back(ReadRow(path));
+  if (IsLeaf(rows->back())) return;
+  for (const std::string &child : Children(path)) Walk(child, rows);
+}
+
+std::string Columns(const std::vector<Row> &rows) {
+  size_t paths = 0, types = 0, values = 0;
+  for (const Row &row : rows) {
+    paths = std::max(paths, row.path.size());
+    types = std::max(types, row.type.size());
+    if (row.value.size() <= 40) values = std::max(values, row.value.size());
+  }
+  std::string text;
+  for (const Row &row : rows) {
+    auto cell = [&text](const std::string &value, size_t width) {
+      text += value + std::string(width > value.size() ? width - value.size() : 0, ' ') + "  ";
+    };
+    cell(row.path, paths);
+    cell(row.type, types);
+    cell(row.value, values);
+    text += row.description;
+    while (text.back() == ' ') text.pop_back();
+    text += '\n';
+  }
+  return text;
+}
+
+std::string RowsAsJson(const std::vector<Row> &rows) {
+  Json list = Json::array();
+  for (const Row &row : rows) {
+    Json entry = {{"path", row.path}, {"type", row.type}};
+    if (IsLeaf(row)) entry["value"] = row.value;
+    if (!row.description.empty()) entry["description"] = row.description;
+    list.push_back(entry);
+  }
+  return JsonText(list);
+}
+
+}  // namespace
+
+Outcome VerbTree(const Words &words, const Options &options) {
+  if (!Attach()) return kNoStore;
+  std::string path = words.empty() ? kRoot : words[0];
+  if (!path.empty() && path.back() == '.') path.pop_back();
+  if (ams_check_node(gptXmlTrees->root, path.c_str()) != 0)
+    return {kRefused, "no parameter \"" + path + "\": \"cfgcmd tree\" lists what there is"};
+  std::vector<Row> rows;
+  Walk(path, &rows);
+  return {kDone, options.json ? RowsAsJson(rows) : Columns(rows)};
+}
+
+Outcome VerbSset(const Words &words, const Options &) {
+  if (!Attach()) return kNoStore;
+  const char *path = words[0].c_str();
+  if (ams_check_node(gptXmlTrees->root, path) != 0)
+    return {kRefused, "no parameter \"" + words[0] + "\": \"cfgcmd tree\" lists what there is"};
+  if (ams_sset_node_value(gptXmlTrees->root, path, words[1].c_str()) != 0)
+    return {kRefused, "the store refused \"" + words[0] +
+                          "\": it takes parameters, with values of at most 32768 bytes"};
+  return {};
+}
+
+/* Candidates for the word that is being typed: verbs, or paths one level deeper. */
+Outcome VerbComplete(const Words &words, const Options &) {
+  bool verbs = !words.empty() && words[0] == "--verbs";
+  std::string typed = words.size() > (verbs ? 1 : 0) ? words.back() : "";
+  std::string text;
+  auto offer = [&](const std::string &candidate) {
+    if (candidate.compare(0, typed.size(), typed) == 0) text += candidate + "\n";
+  };
+  if (verbs) {
+    for (const Verb &verb : kVerbs)
+      if (verb.help[0] != '\0') offer(verb.name);
+    return {kDone, text};
+  }
+  if (!Attach()) return kNoStore;
+  size_t dot = typed.rfind('.');
+  std::vector<std::string> paths = {kRoot};
+  if (dot != std::string::npos) paths = Children(typed.substr(0, dot));
+  for (const std::string &path : paths) offer(IsLeaf(ReadRow(path)) ? path : path + ".");
+  return {kDone, text};
+}

@@ -1,0 +1,55 @@
+// The data-base manager of the desk: owns the data-model store, takes clients' requests at
+// "dbmgr:dbmgt" and modules' acknowledgements at "msgcenter:cAckAgt".
+#include "dbmgr.h"
+
+#include <csignal>
+#include <cstdio>
+
+#include "ams_common_api.h"
+#include "sup_main.h"
+#include "tds_desk.h"
+
+extern "C" {
+PrtMapEntry DF_PRT_MAP[] = {{"default", 3}, {DBMGR_NAME, 3}, {nullptr, 0}};
+}
+
+/* No node is served by an op function of this process. */
+const OpFuncEntry *const FUNC_TABLES[] = {nullptr};
+
+namespace {
+
+void Init(int32_t, const void *, uint32_t) {
+  if (tds_serve_also(APPT_ACK_PEER) != 0)
+    AMS_PRINT(4, "no acknowledgement will arrive: %s cannot be served", APPT_ACK_PEER);
+}
+
+const MsgEntry kMessages[] = {
+    {TDS_MSG_INIT, Init},
+    {DBMGR_MSG_REQUEST, RouteRequest},
+    {EV_APPT_MSG_ACKTO_AGT, RouteAcknowledgement},
+    {EV_APPT_MSG_NO_OBJECT, RouteNoObject},
+    {TDS_MSG_PEER_GONE, RoutePeerGone},
+    {0, nullptr},
+};
+
+const ModuleEntry kModules[] = {
+    {DBMGR_NAME, {0, 0}, kMessages},
+    {nullptr, {0, 0}, nullptr},
+};
+
+}  // namespace
+
+int main() {
+  signal(SIGPIPE, SIG_IGN);
+  AMS_UsrDumpInit();
+  AMS_PrintMgt_Init();
+  if (SDB_serverInit() != 0 || gptXmlTrees == nullptr || gptXmlTrees->root == nullptr) {
+    fprintf(stderr, "dbmgr: the data model did not load: the lines above name the reason\n");
+    return 1;
+  }
+  if (SysInit(kModules) != 0) {
+    fprintf(stderr, "dbmgr: cannot serve %s: does another one run?\n", DBMGR_NAME);
+    return 1;
+  }
+  for (;;) tds_delay(5000);
+}

@@ -1,0 +1,41 @@
+// The data-base manager's parts: a client's request is checked and becomes a plan; a plan is served
+// from the store or routed to the module that serves its node; what changed is made to last.
+//
+// All of it runs on the thread "dbmgr:dbmgt".
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include "dbmgr_proto.h"
+
+/* A request that was checked. */
+struct Plan {
+  uint32_t command = 0;
+  std::string module;             /* who serves it; "": the store alone does */
+  std::string url, value;         /* as they travel to the module */
+  std::string leaf;               /* full path when one leaf was asked for, else "" */
+  std::vector<std::string> paths; /* "set": full paths of the leaves, in order */
+};
+
+/* Checks `request` against the tree and the limits of the frames. 0, or -1 with one line in `why`.
+ */
+int PlanRequest(const DbmgrRequest &request, Plan *plan, std::string *why);
+
+/* "add", "get"...: how people call a command. */
+const char *CommandName(uint32_t command);
+
+/* Serves a plan that has no module. */
+DbmgrAnswer ServeFromStore(const Plan &plan);
+
+/* Makes the changes of a plan that was done survive a restart; `reply` is the new instance's path
+   of an "add". 0, or -1 (logged). */
+int MakeLast(const Plan &plan, const std::string &reply);
+
+/* Message handlers of the routing: a client's request, a module's acknowledgement, its early word
+   that a node has no usable type, and the end of a module. */
+void RouteRequest(int32_t id, const void *data, uint32_t length);
+void RouteAcknowledgement(int32_t id, const void *data, uint32_t length);
+void RouteNoObject(int32_t id, const void *data, uint32_t length);
+void RoutePeerGone(int32_t id, const void *data, uint32_t length);

@@ -1,0 +1,117 @@
+// What the data-base manager does with the store itself: serves nodes that no module serves, and
+// makes accepted changes last.
+#include <cstring>
+#include <memory>
+
+#include "ams_common_api.h"
+#include "dbmgr.h"
+#include "nvram.h"
+#include "store_desk.h"
+
+namespace {
+
+using StoreText = std::unique_ptr<char, decltype(&__tds_free)>;
+
+DbmgrAnswer Refused(const Plan &plan) {
+  return {-1, DbmgrText::Text,
+          std::string("the store refused ") + CommandName(plan.command) + " of \"" +
+              (plan.leaf.empty() ? plan.url : plan.leaf) +
+              "\": /var/log/devkit/dbmgr.log says why"};
+}
+
+DbmgrAnswer Get(const Plan &plan) {
+  if (!plan.leaf.empty()) {
+    std::string value(AMS_VALUE_MAX + 1, '\0');
+    if (ams_mxml_get_leaf(plan.leaf.c_str(), value.data(), value.size()) != 0) return Refused(plan);
+    value.resize(strlen(value.c_str()));
+    return {0, DbmgrText::Leaf, value};
+  }
+  char *text = nullptr;
+  if (ams_get_node_value(gptXmlTrees->root, plan.url.c_str(), &text) != 0) return Refused(plan);
+  StoreText owned(text, __tds_free);
+  return {0, DbmgrText::Text, text != nullptr ? text : ""};
+}
+
+DbmgrAnswer Attributes(const Plan &plan) {
+  char *text = nullptr;
+  const std::string &path = plan.leaf.empty() ? plan.url : plan.leaf;
+  if (ams_read_withAttr(gptXmlTrees->root, path.c_str(), 0, &text) != 0) return Refused(plan);
+  StoreText owned(text, __tds_free);
+  return {0, plan.leaf.empty() ? DbmgrText::Text : DbmgrText::Leaf, text != nullptr ? text : ""};
+}
+
+/* The leaves become visible together; the checks made sure that each can be written. */
+DbmgrAnswer Set(const Plan &plan) {
+  if (ams_write_begin() != 0) return Refused(plan);
+  size_t at = 0;
+  int result = 0;
+  for (const std::string &path : plan.paths) {
+    size_t value = plan.value.find('=', at) + 1;
+    size_t end = plan.value.find(static_cast<char>(AMS_SEPARATOR), value);
+    if (end == std::string::npos) end = plan.value.size();
+    if (ams_set_node_value(gptXmlTrees->root, path.c_str(),
+                           plan.value.substr(value, end - value).c_str()) != 0)
+      result = -1;
+    at = end + 1;
+  }
+  if (ams_write_end() != 0 || result != 0) return Refused(plan);
+  return {};
+}
+
+DbmgrAnswer Add(const Plan &plan) {
+  char url[AMS_PATH_SIZE];
+  if (ams_add_obj(gptXmlTrees->root, plan.url.c_str(), url) != 0) return Refused(plan);
+  return {0, DbmgrText::Text, url};
+}
+
+DbmgrAnswer Delete(const Plan &plan) {
+  return ams_del_obj(gptXmlTrees->root, plan.url.c_str()) == 0 ? DbmgrAnswer{} : Refused(plan);
+}
+
+DbmgrAnswer List(const Plan &plan) {
+  char list[4096];
+  if (ams_get_idxes(gptXmlTrees->root, plan.url.c_str(), list) != 0) return Refused(plan);
+  return {0, DbmgrText::Text, list};
+}
+
+DbmgrAnswer Refresh(const Plan &) { return {}; /* there is no op function to call */ }
+
+struct LocalRow {
+  uint32_t command;
+  DbmgrAnswer (*serve)(const Plan &plan);
+};
+
+const LocalRow kLocal[] = {
+    {APPT_CMD_GET, Get},         {APPT_CMD_SET, Set},   {APPT_CMD_ADD, Add},
+    {APPT_CMD_DEL, Delete},      {APPT_CMD_LIST, List}, {APPT_CMD_ATTR, Attributes},
+    {APPT_CMD_REFRESH, Refresh},
+};
+
+std::string ArrayOf(const std::string &instance) { return instance.substr(0, instance.rfind('.')); }
+
+}  // namespace
+
+DbmgrAnswer ServeFromStore(const Plan &plan) {
+  for (const LocalRow &row : kLocal)
+    if (row.command == plan.command) return row.serve(plan);
+  return Refused(plan);
+}
+
+int MakeLast(const Plan &plan, const std::string &reply) {
+  int result = 0;
+  if (plan.command == APPT_CMD_SET) {
+    for (const std::string &path : plan.paths) result |= ams_desk_persist_leaf(path.c_str());
+  } else if (plan.command == APPT_CMD_ADD) {
+    result = reply.empty() ? -1 : ams_desk_persist_array(plan.url.c_str());
+  } else if (plan.command == APPT_CMD_DEL) {
+    result = ams_desk_forget(plan.url.c_str());
+    result |= ams_desk_persist_array(ArrayOf(plan.url).c_str());
+  } else {
+    return 0;
+  }
+  result |= nvram_commit(NVTYPE_STAGING);
+  if (result != 0)
+    AMS_PRINT(4, "%s of %s is done but may not survive a restart", CommandName(plan.command),
+              plan.url.c_str());
+  return result != 0 ? -1 : 0;
+}

@@ -1,0 +1,65 @@
+// Coding and bounded decoding of the messages between clients and the data-base manager.
+#include "dbmgr_proto.h"
+
+#include <string_view>
+
+namespace {
+
+void PutNumber(std::string *bytes, uint32_t number, int width) {
+  for (int i = 0; i < width; ++i) *bytes += static_cast<char>(number >> (8 * i));
+}
+
+/* Takes a number of `width` bytes off the front. False when there are not that many. */
+bool TakeNumber(std::string_view *bytes, int width, uint32_t *number) {
+  if (bytes->size() < static_cast<size_t>(width)) return false;
+  *number = 0;
+  for (int i = 0; i < width; ++i)
+    *number |= static_cast<uint32_t>(static_cast<uint8_t>((*bytes)[i])) << (8 * i);
+  bytes->remove_prefix(width);
+  return true;
+}
+
+/* Takes a text with its length in front. A NUL inside is refused: the store's calls end there. */
+bool TakeText(std::string_view *bytes, int width, std::string *text) {
+  uint32_t length;
+  if (!TakeNumber(bytes, width, &length) || length > bytes->size()) return false;
+  *text = bytes->substr(0, length);
+  bytes->remove_prefix(length);
+  return text->find('\0') == std::string::npos;
+}
+
+}  // namespace
+
+std::string DbmgrPutRequest(const DbmgrRequest &request) {
+  std::string bytes;
+  PutNumber(&bytes, request.command, 4);
+  PutNumber(&bytes, static_cast<uint32_t>(request.url.size()), 2);
+  bytes += request.url;
+  PutNumber(&bytes, static_cast<uint32_t>(request.value.size()), 4);
+  return bytes + request.value;
+}
+
+std::string DbmgrPutAnswer(const DbmgrAnswer &answer) {
+  std::string bytes;
+  PutNumber(&bytes, static_cast<uint32_t>(answer.result), 4);
+  PutNumber(&bytes, static_cast<uint32_t>(answer.kind), 1);
+  return bytes + answer.text;
+}
+
+int DbmgrGetRequest(const void *data, size_t length, DbmgrRequest *request) {
+  std::string_view bytes(static_cast<const char *>(data), length);
+  bool good = TakeNumber(&bytes, 4, &request->command) && TakeText(&bytes, 2, &request->url) &&
+              TakeText(&bytes, 4, &request->value) && bytes.empty();
+  return good ? 0 : -1;
+}
+
+int DbmgrGetAnswer(const void *data, size_t length, DbmgrAnswer *answer) {
+  std::string_view bytes(static_cast<const char *>(data), length);
+  uint32_t result, kind;
+  if (!TakeNumber(&bytes, 4, &result) || !TakeNumber(&bytes, 1, &kind)) return -1;
+  if (kind > static_cast<uint32_t>(DbmgrText::Leaf)) return -1;
+  answer->result = static_cast<int32_t>(result);
+  answer->kind = static_cast<DbmgrText>(kind);
+  answer->text = bytes;
+  return 0;
+}

@@ -1,0 +1,38 @@
+// What clients and the data-base manager say to each other: one synchronous message to
+// "dbmgr:dbmgt" and its answer. Words are little-endian. Any thread.
+//
+// Request: u32 command (APPT_CMD_...), u16 length of the url, url, u32 length of the value, value.
+// Answer:  i32 result, u8 kind of text, text.
+#pragma once
+
+#include <cstdint>
+#include <string>
+
+constexpr char DBMGR_NAME[] = "dbmgr:dbmgt";
+constexpr uint32_t DBMGR_MSG_REQUEST = 0x110000;
+
+/* "set": `url` is the object and `value` its leaves, "a=1\x03b=2". All others: `url` alone. */
+struct DbmgrRequest {
+  uint32_t command = 0;
+  std::string url, value;
+};
+
+enum class DbmgrText : uint8_t {
+  None = 0,
+  Text = 1, /* the store's text form; of a refusal: one line that says why and what to do */
+  Leaf = 2, /* of one leaf: "get" the bare value, "attr" its name=value and attributes */
+};
+
+struct DbmgrAnswer {
+  int32_t result = 0; /* 0 or more: done; -1: refused */
+  DbmgrText kind = DbmgrText::None;
+  std::string text;
+};
+
+std::string DbmgrPutRequest(const DbmgrRequest &request);
+std::string DbmgrPutAnswer(const DbmgrAnswer &answer);
+
+/* 0, or -1: the bytes are no such message (lengths that do not fit, bytes left over, a NUL inside a
+ * text). */
+int DbmgrGetRequest(const void *data, size_t length, DbmgrRequest *request);
+int DbmgrGetAnswer(const void *data, size_t length, DbmgrAnswer *answer);

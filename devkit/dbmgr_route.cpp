@@ -1,0 +1,192 @@
+// Routing: requests go to the module that serves their node and come back as acknowledgements. No
+// module is ever waited for: each has a queue, of which a bounded number is in flight.
+#include <unistd.h>
+
+#include <ctime>
+#include <deque>
+#include <map>
+#include <string_view>
+#include <unordered_map>
+
+#include "ams_common_api.h"
+#include "dbmgr.h"
+#include "tds_desk.h"
+
+namespace {
+
+constexpr size_t kInFlight = 32;  /* well below the bound of a module's message queue */
+constexpr size_t kWaiting = 1024; /* a module that hangs must not eat the memory */
+
+struct Request {
+  uint64_t client = 0; /* token of the answer that was put off */
+  Plan plan;
+};
+
+struct Module {
+  std::deque<Request> waiting;
+  size_t in_flight = 0;
+};
+
+/* The routing thread's own; modules are never removed, there are a handful. */
+std::map<std::string, Module> g_modules;
+std::unordered_map<uint32_t, Request> g_in_flight; /* by msgChainId */
+
+/* Chain ids start anywhere, so that an acknowledgement meant for an earlier run finds nobody. */
+uint32_t NextChainId() {
+  static uint32_t next =
+      (static_cast<uint32_t>(getpid()) << 16) ^ static_cast<uint32_t>(time(nullptr));
+  do {
+    ++next;
+  } while (next == 0 || g_in_flight.count(next) != 0);
+  return next;
+}
+
+void Answer(uint64_t client, const DbmgrAnswer &answer) {
+  std::string bytes = DbmgrPutAnswer(answer);
+  (void)tds_reply_held(client, bytes.data(),
+                       static_cast<uint32_t>(bytes.size())); /* client gone: its loss */
+}
+
+void Refuse(uint64_t client, const std::string &why) { Answer(client, {-1, DbmgrText::Text, why}); }
+
+/* Head, url and value as the framework reads them; the plan's texts fit in one-byte lengths. */
+std::string Frame(uint32_t chain, const Plan &plan) {
+  std::string frame(APPT_HEAD_SIZE, '\0');
+  appt_PutWord(&frame[0], chain);
+  appt_PutWord(&frame[4], plan.command);
+  appt_PutWord(&frame[8], APPT_CODE_REQUEST);
+  frame += static_cast<char>(plan.url.size());
+  frame.append(plan.url.c_str(), plan.url.size() + 1);
+  frame += static_cast<char>(plan.value.size());
+  if (!plan.value.empty()) frame.append(plan.value.c_str(), plan.value.size() + 1);
+  return frame;
+}
+
+/* Sends what waits while there is room. A module that does not take them fails them at once. */
+void Pump(const std::string &name) {
+  Module &module = g_modules[name];
+  while (!module.waiting.empty() && module.in_flight < kInFlight) {
+    Request request = std::move(module.waiting.front());
+    module.waiting.pop_front();
+    uint32_t chain = NextChainId();
+    std::string frame = Frame(chain, request.plan);
+    if (SendMsg(EV_APPT_MSG_REQUEST, frame.data(), static_cast<uint32_t>(frame.size()),
+                name.c_str()) != 0) {
+      Refuse(
+          request.client,
+          name +
+              " is not running or takes no messages: \"gateway-daemon restart sysmgr\" starts it");
+      continue;
+    }
+    ++module.in_flight;
+    g_in_flight.emplace(chain, std::move(request));
+  }
+}
+
+void Enqueue(Request request) {
+  std::string name = request.plan.module;
+  Module &module = g_modules[name];
+  if (module.waiting.size() >= kWaiting) {
+    Refuse(request.client,
+           name + " is busy, " + std::to_string(kWaiting) + " requests wait for it: try later");
+    return;
+  }
+  module.waiting.push_back(std::move(request));
+  Pump(name);
+}
+
+/* "name=value" and the separator, as a module answers for one leaf: the bare value. */
+std::string BareValue(std::string_view text) {
+  size_t equals = text.find('=');
+  if (equals != std::string_view::npos) text.remove_prefix(equals + 1);
+  if (!text.empty() && text.back() == AMS_SEPARATOR) text.remove_suffix(1);
+  return std::string(text);
+}
+
+/* The reply text of an acknowledgement, "" when it has none. Its NUL may be missing. */
+std::string ReplyText(const void *data, uint32_t length) {
+  std::string_view text(static_cast<const char *>(data) + APPT_ACK_HEAD_SIZE,
+                        length - APPT_ACK_HEAD_SIZE);
+  return std::string(text.substr(0, text.find('\0')));
+}
+
+DbmgrAnswer AnswerOf(const Request &request, int32_t result, uint32_t code,
+                     const std::string &text) {
+  const Plan &plan = request.plan;
+  if (result < 0)
+    return {-1, DbmgrText::Text,
+            plan.module + " refused " + CommandName(plan.command) + " of \"" +
+                (plan.leaf.empty() ? plan.url : plan.leaf) +
+                "\": /var/log/devkit/sysmgr.log says why"};
+  if (code != APPT_CODE_RESULT_VALUE) return {result, DbmgrText::None, ""};
+  if (plan.leaf.empty()) return {result, DbmgrText::Text, text};
+  return {result, DbmgrText::Leaf, plan.command == APPT_CMD_GET ? BareValue(text) : text};
+}
+
+}  // namespace
+
+void RouteRequest(int32_t, const void *data, uint32_t length) {
+  Request request;
+  DbmgrRequest asked;
+  std::string why;
+  request.client = tds_hold_reply();
+  if (request.client == 0) {
+    AMS_PRINT(2, "a request that waits for no answer is dropped: use a synchronous message");
+    return;
+  }
+  if (DbmgrGetRequest(data, length, &asked) != 0)
+    return Refuse(request.client, "the request is damaged: is the client of this gateway?");
+  if (PlanRequest(asked, &request.plan, &why) != 0) return Refuse(request.client, why);
+  if (!request.plan.module.empty()) return Enqueue(std::move(request));
+
+  DbmgrAnswer answer = ServeFromStore(request.plan);
+  if (answer.result >= 0) (void)MakeLast(request.plan, answer.text); /* logged; the change stands */
+  Answer(request.client, answer);
+}
+
+void RouteAcknowledgement(int32_t, const void *data, uint32_t length) {
+  if (length < APPT_ACK_HEAD_SIZE) {
+    AMS_PRINT(4, "an acknowledgement of %u bytes is dropped: its head has %d", length,
+              APPT_ACK_HEAD_SIZE);
+    return;
+  }
+  const char *bytes = static_cast<const char *>(data);
+  uint32_t chain = appt_GetWord(bytes);
+  auto found = g_in_flight.find(chain);
+  if (found == g_in_flight.end()) {
+    AMS_PRINT(2, "an acknowledgement of 0X%x, which nobody waits for, is dropped", chain);
+    return;
+  }
+  Request request = std::move(found->second);
+  g_in_flight.erase(found);
+  --g_modules[request.plan.module].in_flight;
+
+  int32_t result = static_cast<int32_t>(appt_GetWord(bytes + 12));
+  std::string text = ReplyText(data, length);
+  if (result >= 0) (void)MakeLast(request.plan, text); /* logged; the change stands */
+  Answer(request.client, AnswerOf(request, result, appt_GetWord(bytes + 8), text));
+  Pump(request.plan.module);
+}
+
+void RouteNoObject(int32_t, const void *data, uint32_t length) {
+  /* The acknowledgement with -1 follows and answers the client. */
+  if (length >= 4) AMS_PRINT(2, "the node of request 0X%x has no usable type", appt_GetWord(data));
+}
+
+void RoutePeerGone(int32_t, const void *data, uint32_t length) {
+  std::string name(static_cast<const char *>(data), length);
+  name.resize(name.find('\0') == std::string::npos ? name.size() : name.find('\0'));
+  auto module = g_modules.find(name);
+  if (module == g_modules.end()) return;
+  for (auto it = g_in_flight.begin(); it != g_in_flight.end();) {
+    if (it->second.plan.module != name) {
+      ++it;
+      continue;
+    }
+    Refuse(it->second.client,
+           name + " died before it answered: look at /var/log/devkit/sysmgr.log, then ask again");
+    it = g_in_flight.erase(it);
+  }
+  module->second.in_flight = 0;
+  Pump(name);
+}

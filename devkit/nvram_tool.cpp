@@ -1,0 +1,84 @@
+// nvram: looks at and changes the non-volatile settings by hand, with or without a running gateway.
+#include <CLI/CLI.hpp>
+#include <cstdio>
+#include <cstdlib>
+#include <memory>
+#include <string>
+
+#include "ams_print.h"
+#include "nvram.h"
+#include "tds.h"
+
+extern "C" {
+PrtMapEntry DF_PRT_MAP[] = {{"default", 3}, {nullptr, 0}};
+const MsgEntry prosCtlMsgTab[] = {{0, nullptr}};
+}
+
+namespace {
+
+/* What the command line says. */
+struct Asked {
+  int area = NVTYPE_STAGING;
+  std::string key, setting;
+};
+
+int Get(const Asked &asked) {
+  std::unique_ptr<char, decltype(&free)> value(nvram_get(asked.key.c_str(), asked.area), free);
+  if (!value) {
+    fprintf(stderr, "nvram: \"%s\" is not set in area %d: nvram show lists what is\n",
+            asked.key.c_str(), asked.area);
+    return 1;
+  }
+  puts(value.get());
+  return 0;
+}
+
+int Set(const Asked &asked) {
+  size_t equals = asked.setting.find('=');
+  if (equals == std::string::npos || equals == 0) {
+    fprintf(stderr, "nvram: \"%s\" is no KEY=VALUE\n", asked.setting.c_str());
+    return 2;
+  }
+  return nvram_set(asked.setting.substr(0, equals).c_str(),
+                   asked.setting.substr(equals + 1).c_str(), asked.area);
+}
+
+int Unset(const Asked &asked) { return nvram_unset(asked.key.c_str(), asked.area); }
+
+int Commit(const Asked &asked) { return nvram_commit(asked.area); }
+
+int ShowOne(const char *key, const char *value, void *) {
+  printf("%s=%s\n", key, value);
+  return 0;
+}
+
+int Show(const Asked &asked) { return nvram_walk(asked.area, "", ShowOne, nullptr); }
+
+}  // namespace
+
+int main(int argc, char **argv) {
+  AMS_PrintMgt_Init();
+  Asked asked;
+  int (*run)(const Asked &) = nullptr;
+  CLI::App app("Non-volatile settings of the gateway.", "nvram");
+  app.require_subcommand(1)->fallthrough();
+  app.add_option("--area", asked.area, "1: changed parameters, 2: basic settings")
+      ->check(CLI::Range(1, 2))
+      ->capture_default_str();
+  auto verb = [&](const char *name, const char *help, int (*handler)(const Asked &)) {
+    CLI::App *sub = app.add_subcommand(name, help);
+    sub->callback([&run, handler] { run = handler; });
+    return sub->fallthrough();
+  };
+  verb("get", "Print a value", Get)->add_option("KEY", asked.key)->required();
+  verb("set", "Set a value, seen at once", Set)->add_option("KEY=VALUE", asked.setting)->required();
+  verb("unset", "Remove a key", Unset)->add_option("KEY", asked.key)->required();
+  verb("commit", "Make the area survive a restart", Commit);
+  verb("show", "Print every setting of the area", Show);
+  try {
+    app.parse(argc, argv);
+  } catch (const CLI::ParseError &error) {
+    return app.exit(error) == 0 ? 0 : 2;
+  }
+  return run(asked) == 0 ? 0 : 1;
+}
