@@ -1,0 +1,112 @@
+// The floor of the bus: SOCK_SEQPACKET round trips with nothing else on the way.
+#include <signal.h>
+#include <sys/epoll.h>
+#include <sys/prctl.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <array>
+#include <cstdio>
+#include <cstdlib>
+#include <vector>
+
+#include "bus_bench.h"
+
+namespace {
+
+constexpr size_t kMost = 4096;
+
+[[noreturn]] void Give(const char *what) {
+  perror(what);
+  exit(1);
+}
+
+/* Forks a process that runs `serve` for ever and dies with this one. */
+void Spawn(const std::function<void()> &serve) {
+  pid_t pid = fork();
+  if (pid < 0) Give("fork");
+  if (pid > 0) return;
+  prctl(PR_SET_PDEATHSIG, SIGKILL);
+  serve();
+  _exit(1);
+}
+
+std::array<int, 2> Pair() {
+  std::array<int, 2> pair;
+  if (socketpair(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0, pair.data()) != 0) Give("socketpair");
+  return pair;
+}
+
+void Send(int fd, size_t size) {
+  static char bytes[kMost];
+  if (send(fd, bytes, size, MSG_NOSIGNAL) != static_cast<ssize_t>(size)) Give("send");
+}
+
+void Receive(int fd) {
+  static char bytes[kMost];
+  if (recv(fd, bytes, sizeof(bytes), 0) <= 0) Give("recv");
+}
+
+void Answer(int fd, size_t size) {
+  for (;;) {
+    Receive(fd);
+    Send(fd, size);
+  }
+}
+
+}  // namespace
+
+std::function<void()> BareTrip(WireSizes sizes, int hops) {
+  std::array<int, 2> front = Pair();
+  if (hops == 1) {
+    Spawn([=] { Answer(front[1], sizes.answer); });
+  } else {
+    std::array<int, 2> back = Pair();
+    Spawn([=] { Answer(back[1], sizes.answer); });
+    Spawn([=] {
+      for (;;) {
+        Receive(front[1]);
+        Send(back[0], sizes.request);
+        Receive(back[0]);
+        Send(front[1], sizes.answer);
+      }
+    });
+  }
+  return [=] {
+    Send(front[0], sizes.request);
+    Receive(front[0]);
+  };
+}
+
+double BareRate(WireSizes sizes, int clients, int calls) {
+  std::vector<std::array<int, 2>> pairs;
+  for (int i = 0; i < clients; ++i) pairs.push_back(Pair());
+  auto loop = [&](size_t side, size_t size, int rounds) {
+    int set = epoll_create1(EPOLL_CLOEXEC);
+    for (const std::array<int, 2> &pair : pairs) {
+      struct epoll_event event = {};
+      event.events = EPOLLIN;
+      event.data.fd = pair[side];
+      epoll_ctl(set, EPOLL_CTL_ADD, pair[side], &event);
+    }
+    while (rounds != 0) {
+      struct epoll_event events[16];
+      int count = epoll_wait(set, events, 16, -1);
+      for (int i = 0; i < count; ++i, --rounds) {
+        Receive(events[i].data.fd);
+        Send(events[i].data.fd, size);
+        if (rounds == 1) return;
+      }
+    }
+  };
+  Spawn([&] { loop(1, sizes.answer, -1); });
+  for (const std::array<int, 2> &pair : pairs) Send(pair[0], sizes.request);
+  uint64_t start = Nanoseconds();
+  loop(0, sizes.request, calls);
+  double rate = calls * 1e9 / static_cast<double>(Nanoseconds() - start);
+  for (const std::array<int, 2> &pair : pairs) {
+    close(pair[0]);
+    close(pair[1]);
+  }
+  return rate;
+}

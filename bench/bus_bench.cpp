@@ -1,0 +1,239 @@
+// Round trips of requests beside bare sockets and sd-bus, in the same run.
+//
+//   bus_bench straight SYSMGR   a module alone, in the root file system without daemons: this
+//                               program is the store's server and the message centre
+//   bus_bench dbmgr             through the data-base manager of the running gateway
+//
+// Prints one line a figure: name, value.
+#include "bus_bench.h"
+
+#include <signal.h>
+#include <sys/prctl.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <condition_variable>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <mutex>
+
+#include "ams_common_api.h"
+#include "dbmgr_proto.h"
+#include "wire.h"
+
+PrtMapEntry DF_PRT_MAP[] = {{"default", 3}, {nullptr, 0}};
+const MsgEntry prosCtlMsgTab[] = {{0, nullptr}};
+const OpFuncEntry *const FUNC_TABLES[] = {nullptr};
+
+namespace {
+
+constexpr int kRounds = 7, kTrips = 4000, kRateCalls = 40000, kClients = 8;
+constexpr char kModule[] = "sysmgr:devInfo";
+constexpr char kObject[] = "InternetGatewayDevice.DeviceInfo";
+constexpr char kLeaf[] = "Manufacturer";
+
+std::string frame; /* the request: one leaf read whose op function runs no script */
+std::mutex mutex;
+std::condition_variable finished;
+
+/* The run that the message centre's thread is in; the main thread waits for it to end. */
+struct Run {
+  int left, window;
+  uint64_t sent_at;
+  std::vector<uint64_t> *samples; /* NULL: only the rate is wanted */
+  std::vector<int> clients;       /* connections of the rate run */
+  size_t answer_size;
+} run;
+
+void Fail(const char *what) {
+  fprintf(stderr, "bus_bench: %s\n", what);
+  exit(1);
+}
+
+std::string RequestFrame() {
+  std::string url = kObject, value = kLeaf, text(APPT_HEAD_SIZE, '\0');
+  appt_PutWord(&text[4], APPT_CMD_GET);
+  appt_PutWord(&text[8], APPT_CODE_REQUEST);
+  text += static_cast<char>(url.size());
+  text += url + '\0';
+  text += static_cast<char>(value.size());
+  return text + value + '\0';
+}
+
+void SendOne(uint32_t chain) {
+  appt_PutWord(&frame[0], chain);
+  uint32_t size = static_cast<uint32_t>(frame.size());
+  run.sent_at = Nanoseconds();
+  int sent = run.clients.empty() ? SendMsg(EV_APPT_MSG_REQUEST, frame.data(), size, kModule)
+                                 : WireSend(run.clients[chain], WireKind::kPost,
+                                            EV_APPT_MSG_REQUEST, 0, frame.data(), size, 0);
+  if (sent != 0) Fail("the request could not be sent");
+}
+
+void OnStart(int32_t, const void *, uint32_t) {
+  for (uint32_t chain = 0; chain < static_cast<uint32_t>(run.window); ++chain) SendOne(chain);
+}
+
+void OnAnswer(int32_t, const void *data, uint32_t len) {
+  uint64_t now = Nanoseconds();
+  if (len < APPT_ACK_HEAD_SIZE || appt_GetWord(static_cast<const char *>(data) + 12) != 0)
+    Fail("the module refused the request");
+  if (run.samples != nullptr) run.samples->push_back(now - run.sent_at);
+  run.answer_size = len;
+  if (--run.left >= run.window) {
+    SendOne(appt_GetWord(data));
+  } else if (run.left == 0) {
+    std::lock_guard<std::mutex> lock(mutex);
+    finished.notify_one();
+  }
+}
+
+constexpr uint32_t kStart = 0x110100;
+const MsgEntry kCentre[] = {{kStart, OnStart}, {EV_APPT_MSG_ACKTO_AGT, OnAnswer}, {0, nullptr}};
+const ModuleEntry kModules[] = {{APPT_ACK_PEER, {0, 0}, kCentre}, {}};
+
+/* Runs `trips` requests with `window` of them under way. */
+void RunOnCentre(int trips, int window, std::vector<uint64_t> *samples) {
+  std::unique_lock<std::mutex> lock(mutex);
+  run.left = trips;
+  run.window = window;
+  run.samples = samples;
+  if (SendMsg(kStart, nullptr, 0, APPT_ACK_PEER) != 0) Fail("no message centre");
+  if (!finished.wait_for(lock, std::chrono::seconds(60), [] { return run.left == 0; }))
+    Fail("answers are missing");
+}
+
+uint64_t Percentile(std::vector<uint64_t> samples, double share) {
+  std::sort(samples.begin(), samples.end());
+  return samples[static_cast<size_t>(share * static_cast<double>(samples.size() - 1))];
+}
+
+double Median(std::vector<double> values) {
+  std::sort(values.begin(), values.end());
+  return values[values.size() / 2];
+}
+
+void Print(const std::string &name, double value) { printf("%s %.1f\n", name.c_str(), value); }
+
+/* The median over the rounds of each round's p50 and p99. */
+void Report(const char *name, const std::vector<std::vector<uint64_t>> &rounds) {
+  std::vector<double> p50, p99;
+  for (const std::vector<uint64_t> &round : rounds) {
+    p50.push_back(static_cast<double>(Percentile(round, 0.50)));
+    p99.push_back(static_cast<double>(Percentile(round, 0.99)));
+  }
+  Print(std::string(name) + "/p50", Median(p50));
+  Print(std::string(name) + "/p99", Median(p99));
+}
+
+std::vector<uint64_t> Timed(const std::function<void()> &trip) {
+  std::vector<uint64_t> samples;
+  for (int i = 0; i < kTrips; ++i) {
+    uint64_t start = Nanoseconds();
+    trip();
+    samples.push_back(Nanoseconds() - start);
+  }
+  return samples;
+}
+
+/* Waits until `name` is served and past its init. */
+void AwaitEndpoint(const char *name) {
+  void *reply;
+  uint32_t length;
+  for (int tries = 0; tries < 10000; ++tries) {
+    if (tds_call(0x1ffff, nullptr, 0, name, 10000, &reply, &length) != 0 && errno == ENOMSG) return;
+    tds_delay(1);
+  }
+  Fail("the module does not come up");
+}
+
+void StartDaemon(const char *program) {
+  gptXmlTrees = ShmPoolSrvInit();
+  FILE *file = fopen("/etc/tr098_data_model.xml", "re");
+  if (gptXmlTrees == nullptr || file == nullptr) Fail("no store or no data-model file");
+  gptXmlTrees->root = ams_mxmlLoadFile(nullptr, file, nullptr);
+  fclose(file);
+  if (SysInit(kModules) != 0) Fail("SysInit");
+  uint64_t start = Nanoseconds();
+  if (fork() == 0) {
+    prctl(PR_SET_PDEATHSIG, SIGKILL);
+    execl(program, "sysmgr", nullptr);
+    _exit(127);
+  }
+  for (const char *name : {kModule, "sysmgr:capabinfo", "sysmgr:mgtsrvr", "sysmgr:button_proc"})
+    AwaitEndpoint(name);
+  Print("startup/ms", static_cast<double>(Nanoseconds() - start) / 1e6);
+}
+
+/* The connections of as many clients of the module, all handled on the centre's thread. */
+void OpenClients() {
+  for (int i = 0; i < kClients; ++i) {
+    int fd = WireConnect(kModule);
+    if (fd < 0 || WireSend(fd, WireKind::kHello, 0, 0, "client", 7, 0) != 0) Fail("no connection");
+    run.clients.push_back(fd);
+  }
+}
+
+int Straight(const char *program) {
+  StartDaemon(program);
+  RunOnCentre(1000, 1, nullptr);
+  WireSizes sizes = {sizeof(WireHead) + frame.size(), sizeof(WireHead) + run.answer_size};
+  std::function<void()> bare = BareTrip(sizes, 1);
+  std::vector<std::vector<uint64_t>> ours(kRounds), floor;
+  for (std::vector<uint64_t> &round : ours) {
+    RunOnCentre(kTrips, 1, &round);
+    floor.push_back(Timed(bare));
+  }
+  Report("straight/ours", ours);
+  Report("straight/bare", floor);
+  OpenClients();
+  std::vector<double> rates, bare_rates;
+  for (int round = 0; round < kRounds; ++round) {
+    uint64_t start = Nanoseconds();
+    RunOnCentre(kRateCalls, kClients, nullptr);
+    rates.push_back(kRateCalls * 1e9 / static_cast<double>(Nanoseconds() - start));
+    bare_rates.push_back(BareRate(sizes, kClients, kRateCalls));
+  }
+  Print("clients8/ours/rate", Median(rates));
+  Print("clients8/bare/rate", Median(bare_rates));
+  return 0;
+}
+
+int ThroughDbmgr() {
+  std::string request =
+      DbmgrPutRequest({APPT_CMD_GET, std::string(kObject) + "." + kLeaf, std::string()});
+  auto ours = [&] {
+    void *reply;
+    uint32_t length;
+    if (tds_call(DBMGR_MSG_REQUEST, request.data(), static_cast<uint32_t>(request.size()),
+                 DBMGR_NAME, 10000, &reply, &length) != 0)
+      Fail("dbmgr does not answer: is the gateway running?");
+    __tds_free(reply);
+  };
+  WireSizes sizes = {sizeof(WireHead) + frame.size(), sizeof(WireHead) + 64};
+  std::function<void()> bare = BareTrip(sizes, 2), dbus = DbusTrip(sizes);
+  if (!dbus) Fail("no dbus-daemon: script/bootstrap --with bench installs it");
+  std::vector<std::vector<uint64_t>> rounds[3];
+  for (int round = 0; round < kRounds; ++round) {
+    rounds[0].push_back(Timed(ours));
+    rounds[1].push_back(Timed(bare));
+    rounds[2].push_back(Timed(dbus));
+  }
+  Report("dbmgr/ours", rounds[0]);
+  Report("dbmgr/bare", rounds[1]);
+  Report("dbmgr/sdbus", rounds[2]);
+  return 0;
+}
+
+}  // namespace
+
+int main(int argc, char **argv) {
+  signal(SIGPIPE, SIG_IGN);
+  frame = RequestFrame();
+  setvbuf(stdout, nullptr, _IOLBF, 0);
+  if (argc == 3 && strcmp(argv[1], "straight") == 0) return Straight(argv[2]);
+  if (argc == 2 && strcmp(argv[1], "dbmgr") == 0) return ThroughDbmgr();
+  fprintf(stderr, "usage: bus_bench straight SYSMGR | bus_bench dbmgr\n");
+  return 2;
+}

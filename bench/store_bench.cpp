@@ -1,0 +1,302 @@
+// The data-model store against bare LMDB and pugixml, in one process: a get by path, a set with its
+// commit, an object of ten leaves, and a file to a ready store.
+#include <benchmark/benchmark.h>
+#include <lmdb.h>
+#include <stdlib.h>
+#include <unistd.h>
+
+#include <cstdio>
+#include <cstring>
+#include <map>
+#include <pugixml.hpp>
+#include <string>
+#include <vector>
+
+#include "ams_store.h"
+#include "tds.h"
+
+namespace {
+
+/* The shape: areas, each with an array of 100 instances of ten leaves. */
+constexpr int kLeavesPerRow = 10, kRowsPerArea = 100;
+
+/* Not in the order of the alphabet, as real ones are not. */
+std::string LeafName(int leaf) {
+  return std::string("Parameter") + static_cast<char>('A' + leaf * 7 % 10) + "Number";
+}
+std::string RowPath(int row) {
+  return "InternetGatewayDevice.Services.X_KVO_Area" + std::to_string(row / kRowsPerArea) +
+         ".Rows." + std::to_string(row % kRowsPerArea + 1);
+}
+std::string Value(int row, int leaf) { return "value " + std::to_string(row * 31 + leaf); }
+
+std::string MakeRowElement(const std::string &start, const std::string &end, int row) {
+  std::string xml = start;
+  for (int leaf = 0; leaf < kLeavesPerRow; ++leaf)
+    xml += "<" + LeafName(leaf) + " type=\"string\" writable=\"1\">" + Value(row, leaf) + "</" +
+           LeafName(leaf) + ">\n";
+  return xml + end + "\n";
+}
+
+/* A data-model file with `leaves` leaves, each written out, and a template in each area. */
+std::string MakeXml(int leaves) {
+  std::string xml = "<InternetGatewayDevice type=\"object\">\n<Services type=\"object\">\n";
+  for (int row = 0; row < leaves / kLeavesPerRow; ++row) {
+    std::string area = "X_KVO_Area" + std::to_string(row / kRowsPerArea);
+    int number = row % kRowsPerArea + 1;
+    if (number == 1)
+      xml += "<" + area + " type=\"object\"><Rows type=\"array\">\n" +
+             MakeRowElement("<Template>", "</Template>", row);
+    xml += MakeRowElement("<Instance id=\"" + std::to_string(number) + "\">", "</Instance>", row);
+    if (number == kRowsPerArea) xml += "</Rows></" + area + ">\n";
+  }
+  return xml + "</Services></InternetGatewayDevice>\n";
+}
+
+/* What the store keeps in front of a value; the peers carry as many bytes. */
+const std::string kFront(8 + 12, 'f');
+
+using Rows = std::map<std::string, std::string>;
+
+Rows MakeRows(int leaves) {
+  Rows rows;
+  for (int row = 0; row < leaves / kLeavesPerRow; ++row) {
+    rows[RowPath(row)] = kFront;
+    for (int leaf = 0; leaf < kLeavesPerRow; ++leaf)
+      rows[RowPath(row) + "." + LeafName(leaf)] = kFront + Value(row, leaf);
+  }
+  return rows;
+}
+
+/* Paths to ask for in turn, spread over the tree; the same for everyone. */
+std::vector<std::string> MakePaths(int leaves, bool objects) {
+  std::vector<std::string> paths;
+  int rows = leaves / kLeavesPerRow;
+  for (int at = 0; at < 1024; ++at) {
+    std::string path = RowPath(static_cast<int>(at * 7919LL % rows));
+    paths.push_back(objects ? path : path + "." + LeafName(at % kLeavesPerRow));
+  }
+  return paths;
+}
+
+/* ---- the store ---- */
+
+FILE *FileOf(const std::string &xml) {
+  FILE *file = tmpfile();
+  if (file == nullptr || fwrite(xml.data(), 1, xml.size(), file) != xml.size()) abort();
+  rewind(file);
+  return file;
+}
+
+void LoadStore(int leaves) {
+  static int loaded;
+  if (gptXmlTrees == nullptr) gptXmlTrees = ShmPoolSrvInit();
+  if (gptXmlTrees == nullptr) abort();
+  if (loaded == leaves) return;
+  FILE *file = FileOf(MakeXml(leaves));
+  gptXmlTrees->root = ams_mxmlLoadFile(nullptr, file, nullptr);
+  fclose(file);
+  if (gptXmlTrees->root == nullptr) abort();
+  loaded = leaves;
+}
+
+void GetStore(benchmark::State &state, int leaves) {
+  LoadStore(leaves);
+  std::vector<std::string> paths = MakePaths(leaves, false);
+  char value[256];
+  size_t at = 0;
+  for (auto _ : state) {
+    if (ams_mxml_get_leaf(paths[at++ & 1023].c_str(), value, sizeof value) != 0) abort();
+    benchmark::DoNotOptimize(value);
+  }
+}
+
+void ObjectStore(benchmark::State &state, int leaves) {
+  LoadStore(leaves);
+  std::vector<std::string> paths = MakePaths(leaves, true);
+  size_t at = 0;
+  for (auto _ : state) {
+    char *text;
+    if (ams_get_node_value(gptXmlTrees->root, paths[at++ & 1023].c_str(), &text) != 0) abort();
+    benchmark::DoNotOptimize(text);
+    __tds_free(text);
+  }
+}
+
+void SetStore(benchmark::State &state, int leaves) {
+  LoadStore(leaves);
+  std::vector<std::string> paths = MakePaths(leaves, false);
+  size_t at = 0;
+  for (auto _ : state) { /* each round has other values than the one before */
+    const char *value = (at >> 10 & 1) != 0 ? "another value" : "one more value";
+    if (ams_set_node_value(gptXmlTrees->root, paths[at++ & 1023].c_str(), value) != 0) abort();
+  }
+}
+
+void FileStore(benchmark::State &state, int leaves) {
+  LoadStore(leaves);
+  FILE *file = FileOf(MakeXml(leaves));
+  for (auto _ : state) {
+    rewind(file);
+    if (ams_mxmlLoadFile(nullptr, file, nullptr) == nullptr) abort();
+  }
+  fclose(file);
+}
+
+/* ---- bare LMDB ---- */
+
+struct Bare {
+  MDB_env *env;
+  MDB_dbi dbi;
+  int leaves;
+};
+
+void BulkLoad(const Bare &bare, const Rows &rows) {
+  MDB_txn *txn;
+  MDB_cursor *cursor;
+  if (mdb_txn_begin(bare.env, nullptr, 0, &txn) != 0 || mdb_drop(txn, bare.dbi, 0) != 0) abort();
+  if (mdb_cursor_open(txn, bare.dbi, &cursor) != 0) abort();
+  for (const auto &row : rows) {
+    MDB_val key = {row.first.size(), const_cast<char *>(row.first.data())};
+    MDB_val value = {row.second.size(), const_cast<char *>(row.second.data())};
+    if (mdb_cursor_put(cursor, &key, &value, MDB_APPEND) != 0) abort();
+  }
+  mdb_cursor_close(cursor);
+  if (mdb_txn_commit(txn) != 0) abort();
+}
+
+Bare &BareStore(int leaves) {
+  static Bare bare;
+  if (bare.env == nullptr) {
+    char folder[] = "/dev/shm/store_bench.XXXXXX";
+    MDB_txn *txn;
+    unsigned flags = MDB_WRITEMAP | MDB_NOSYNC | MDB_NOTLS | MDB_NOMEMINIT;
+    if (mkdtemp(folder) == nullptr || mdb_env_create(&bare.env) != 0) abort();
+    mdb_env_set_mapsize(bare.env, 256 << 20);
+    if (mdb_env_open(bare.env, folder, flags, 0600) != 0) abort();
+    if (mdb_txn_begin(bare.env, nullptr, 0, &txn) != 0) abort();
+    if (mdb_dbi_open(txn, nullptr, 0, &bare.dbi) != 0 || mdb_txn_commit(txn) != 0) abort();
+    for (const char *name : {"/data.mdb", "/lock.mdb"})
+      unlink((std::string(folder) + name).c_str());
+    rmdir(folder);
+  }
+  if (bare.leaves != leaves) BulkLoad(bare, MakeRows(leaves));
+  bare.leaves = leaves;
+  return bare;
+}
+
+/* The same keys as bytes that LMDB compares; renew, get, copy out, reset. */
+void GetLmdb(benchmark::State &state, int leaves) {
+  Bare &bare = BareStore(leaves);
+  std::vector<std::string> paths = MakePaths(leaves, false);
+  MDB_txn *txn;
+  if (mdb_txn_begin(bare.env, nullptr, MDB_RDONLY, &txn) != 0) abort();
+  mdb_txn_reset(txn);
+  char out[256];
+  size_t at = 0;
+  for (auto _ : state) {
+    const std::string &path = paths[at++ & 1023];
+    MDB_val key = {path.size(), const_cast<char *>(path.data())}, value;
+    if (mdb_txn_renew(txn) != 0 || mdb_get(txn, bare.dbi, &key, &value) != 0) abort();
+    size_t length = value.mv_size - kFront.size();
+    memcpy(out, static_cast<char *>(value.mv_data) + kFront.size(), length);
+    out[length] = '\0';
+    mdb_txn_reset(txn);
+    benchmark::DoNotOptimize(out);
+  }
+  mdb_txn_abort(txn);
+}
+
+void SetLmdb(benchmark::State &state, int leaves) {
+  Bare &bare = BareStore(leaves);
+  std::vector<std::string> paths = MakePaths(leaves, false);
+  const std::string texts[] = {kFront + "one more value", kFront + "another value"};
+  size_t at = 0;
+  for (auto _ : state) {
+    const std::string &text = texts[at >> 10 & 1];
+    const std::string &path = paths[at++ & 1023];
+    MDB_val key = {path.size(), const_cast<char *>(path.data())};
+    MDB_val value = {text.size(), const_cast<char *>(text.data())};
+    MDB_txn *txn;
+    if (mdb_txn_begin(bare.env, nullptr, 0, &txn) != 0) abort();
+    if (mdb_put(txn, bare.dbi, &key, &value, 0) != 0 || mdb_txn_commit(txn) != 0) abort();
+  }
+}
+
+/* ---- pugixml ---- */
+
+/* Walks down by names; instances by their id. */
+const char *WalkDown(pugi::xml_node node, const char *path) {
+  char name[128];
+  while (path != nullptr && *path != '\0') {
+    const char *dot = strchr(path, '.');
+    size_t length = dot == nullptr ? strlen(path) : static_cast<size_t>(dot - path);
+    memcpy(name, path, length);
+    name[length] = '\0';
+    node = name[0] >= '0' && name[0] <= '9' ? node.find_child_by_attribute("Instance", "id", name)
+                                            : node.child(name);
+    path = dot == nullptr ? nullptr : dot + 1;
+  }
+  return node.child_value();
+}
+
+void GetPugixml(benchmark::State &state, int leaves) {
+  std::string xml = MakeXml(leaves);
+  pugi::xml_document document;
+  if (!document.load_buffer(xml.data(), xml.size())) abort();
+  std::vector<std::string> paths = MakePaths(leaves, false);
+  char out[256];
+  size_t at = 0;
+  for (auto _ : state) {
+    const char *value = WalkDown(document, paths[at++ & 1023].c_str());
+    strncpy(out, value, sizeof out - 1);
+    benchmark::DoNotOptimize(out);
+  }
+}
+
+/* What a load cannot be without: the file read and parsed, its rows put into a store in order. */
+void FilePugixmlAndBulk(benchmark::State &state, int leaves) {
+  Bare &bare = BareStore(leaves);
+  Rows rows = MakeRows(leaves);
+  std::string xml = MakeXml(leaves), text(xml.size(), '\0');
+  FILE *file = FileOf(xml);
+  for (auto _ : state) {
+    pugi::xml_document document;
+    rewind(file);
+    if (fread(&text[0], 1, text.size(), file) != text.size()) abort();
+    if (!document.load_buffer(text.data(), text.size())) abort();
+    BulkLoad(bare, rows);
+  }
+  fclose(file);
+}
+
+struct Row {
+  const char *name;
+  void (*run)(benchmark::State &, int);
+  int leaves;
+};
+
+const Row kRows[] = {
+    {"get/store", GetStore, 20000},
+    {"get/lmdb", GetLmdb, 20000},
+    {"get/pugixml/20000", GetPugixml, 20000},
+    {"object10/store", ObjectStore, 20000},
+    {"set/store", SetStore, 20000},
+    {"set/lmdb", SetLmdb, 20000},
+    {"load/store", FileStore, 20000},
+    {"load/pugixml+lmdb", FilePugixmlAndBulk, 20000},
+    {"get/store/200000", GetStore, 200000},
+    {"get/lmdb/200000", GetLmdb, 200000},
+    {"get/pugixml/200000", GetPugixml, 200000},
+    {"load/store/200000", FileStore, 200000},
+    {"load/pugixml+lmdb/200000", FilePugixmlAndBulk, 200000},
+};
+
+}  // namespace
+
+int main(int argc, char **argv) {
+  for (const Row &row : kRows) benchmark::RegisterBenchmark(row.name, row.run, row.leaves);
+  benchmark::Initialize(&argc, argv);
+  benchmark::RunSpecifiedBenchmarks();
+  return 0;
+}

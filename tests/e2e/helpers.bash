@@ -1,0 +1,58 @@
+# shellcheck shell=bash
+# shellcheck disable=SC2034 # the tests use them
+# Shared by the end-to-end tests, which drive the running gateway with cfgcmd alone.
+
+readonly DEVICE=InternetGatewayDevice.DeviceInfo
+readonly SERVICES=InternetGatewayDevice.Services
+readonly USERS=InternetGatewayDevice.X_CT-COM_UserInfo.UserList
+readonly FILES=$DEVICE.VendorConfigFile COMMANDS=/var/log/devkit/commands CALLS=/var/log/devkit/calls
+
+# fail TEXT: ends the test with the text.
+fail() {
+  printf '%s\n' "$*" >&2
+  return 1
+}
+
+# expect STATUS TEXT COMMAND...: runs the command; its status and its whole output have to be these.
+expect() {
+  local want_status=$1 want=$2 got status=0
+  shift 2
+  got=$("$@" 2>&1) || status=$?
+  [ "$status" -eq "$want_status" ] || fail "$*: status $status, not $want_status; it said: $got" || return
+  [ "$got" = "$want" ] || fail "$*: said: $got"$'\n'"it should say: $want"
+}
+
+# refused STATUS PATTERN COMMAND...: the command ends with the status, prints nothing on standard
+# output, and one line on standard error that matches the extended regular expression.
+refused() {
+  local want_status=$1 pattern=$2 out status=0 error
+  shift 2
+  error=$(mktemp)
+  out=$("$@" 2>"$error") || status=$?
+  [ "$status" -eq "$want_status" ] || fail "$*: status $status, not $want_status: $(cat "$error")" || return
+  [ -z "$out" ] || fail "$*: said on standard output: $out" || return
+  [ "$(wc -l <"$error")" -eq 1 ] || fail "$*: not one line: $(cat "$error")" || return
+  grep -Eq -- "$pattern" "$error" || fail "$*: said: $(cat "$error")"$'\n'"it should match: $pattern" || return
+  rm -f "$error"
+}
+
+# until_true COMMAND...: waits until it succeeds, at most 20 seconds (60 under a sanitizer).
+until_true() {
+  local end=$((SECONDS + 20))
+  [ -z "${GATEWAY_SANITIZE:-}" ] || end=$((SECONDS + 60))
+  until "$@"; do
+    [ $SECONDS -lt $end ] || fail "in time this was never true: $*" || return
+    sleep 0.02
+  done
+}
+
+# Listening sockets on a port.
+listeners() { ss -Hltn "sport = :$1" | wc -l; }
+listens() { [ "$(listeners "$1")" -eq "$2" ]; }
+
+# Stubs: stub_sleep NAME SECONDS makes the script of that name take as long; stub_reset forgets it.
+stub_sleep() { echo "$2" >"/var/devkit/stub/$1.sleep"; }
+stub_reset() { rm -f /var/devkit/stub/*; }
+
+# The pid of a daemon.
+pid_of() { cat "/var/run/devkit/$1"; }

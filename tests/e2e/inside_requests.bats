@@ -1,0 +1,193 @@
+#!/usr/bin/env bats
+# shellcheck disable=SC2086,SC2030,SC2031 # the paths have no blanks; each test is a subshell
+# Every command of the client against the running gateway: answers, exit statuses, refusals.
+# Runs inside the sandbox.
+load helpers
+
+@test "get: a leaf is bare, an object and an array are path=value lines" {
+  expect 0 V2.3.1 cfgcmd get $DEVICE.X_KVO_FWVersion
+  expect 0 V2.3.1 cfgcmd get $DEVICE.X_KVO_FWVersion.
+  expect 0 "$SERVICES.ServiceTelnet.Enable=0
+$SERVICES.ServiceTelnet.Port=23" cfgcmd get $SERVICES.ServiceTelnet
+  expect 0 "$USERS.1.Enable=1
+$USERS.1.Username=admin
+$USERS.1.Password=
+$USERS.1.Level=0" cfgcmd get $USERS
+}
+
+@test "get without a module behind it comes from the store" {
+  expect 0 192.168.1.1 cfgcmd get \
+    InternetGatewayDevice.LANDevice.1.LANHostConfigManagement.IPInterface.1.IPInterfaceIPAddress
+  expect 0 1 cfgcmd list InternetGatewayDevice.LANDevice
+}
+
+@test "get of the up-time grows by itself" {
+  first=$(cfgcmd get $DEVICE.UpTime)
+  grown() { [ "$(cfgcmd get $DEVICE.UpTime)" -gt "$first" ]; }
+  until_true grown
+}
+
+@test "set of several leaves of one object is one op call with all of them" {
+  cfgcmd level devInfo 1
+  before=$(wc -c </var/log/devkit/sysmgr.log)
+  expect 0 "" cfgcmd set $DEVICE.X_CT-COM_IPProtocolVersion.Mode 2 $DEVICE.X_CT-COM_IPProtocolVersion.PreferredIP 2
+  log=$(tail -c +$((before + 1)) /var/log/devkit/sysmgr.log)
+  [ "$(grep -c 'FuncIPProtocolVersion: op: 2,' <<<"$log")" -eq 1 ] || fail "$log"
+  grep -q $'value: Mode=2\x03PreferredIP=2' <<<"$log" || fail "$log"
+  cfgcmd level devInfo 3
+  expect 0 2 cfgcmd get $DEVICE.X_CT-COM_IPProtocolVersion.PreferredIP
+}
+
+@test "set keeps every byte that a value may have" {
+  for value in 'a=b' '-1' '--json' ' two  blanks ' "it's \"quoted\" \\ \$HOME" $'line\nfeed' 'ü€😀' ''; do
+    expect 0 "" cfgcmd set $DEVICE.ProvisioningCode "$value"
+    expect 0 "$value" cfgcmd get $DEVICE.ProvisioningCode
+  done
+}
+
+@test "sset writes what set may not" {
+  refused 1 'read-only.*cfgcmd sset' cfgcmd set $DEVICE.DeviceLog x
+  expect 0 "" cfgcmd sset $DEVICE.DeviceLog x
+  expect 0 x cfgcmd get $DEVICE.DeviceLog
+}
+
+@test "add, list and del: numbers are never used again, entries are counted" {
+  expect 0 "$USERS.2" cfgcmd add $USERS
+  expect 0 "$USERS.3" cfgcmd add $USERS.
+  expect 0 1 cfgcmd get $USERS.2.Level
+  expect 0 1,2,3 cfgcmd list $USERS
+  expect 0 3 cfgcmd get ${USERS}NumberOfEntries
+  expect 0 "" cfgcmd del $USERS.3
+  expect 0 "" cfgcmd del $USERS.2
+  expect 0 "$USERS.4" cfgcmd add $USERS
+  expect 0 "" cfgcmd del $USERS.4
+  expect 0 1 cfgcmd list $USERS
+  expect 0 "" cfgcmd list $DEVICE.X_CT-COM_Ping.PingConfig
+  refused 1 'no parameter' cfgcmd get $USERS.2.Level
+}
+
+@test "attr shows attributes, refresh answers nothing and runs the op function" {
+  cfgcmd attr $DEVICE.X_KVO_FWVersion | grep -q "^$DEVICE.X_KVO_FWVersion=V2.3.1 "'.*writable="0"' || fail "$(cfgcmd attr $DEVICE.X_KVO_FWVersion)"
+  expect 0 "+ /usr/syscfg/cpuState.sh path=$DEVICE.ProcessStatus >/dev/null 2>&1" \
+    cfgcmd --calls refresh $DEVICE.ProcessStatus
+  expect 0 "+ /usr/syscfg/cpuState.sh path=$DEVICE.ProcessStatus >/dev/null 2>&1" \
+    cfgcmd --calls refresh $DEVICE.ProcessStatus.CPUUsage
+  expect 0 "" cfgcmd attr InternetGatewayDevice.ALL_CHANGED_DATA
+}
+
+@test "a node whose row has no handler is accepted" {
+  expect 0 "" cfgcmd set $SERVICES.X_CT-COM_IPTV.IGMPEnable 0
+  expect 0 0 cfgcmd get $SERVICES.X_CT-COM_IPTV.IGMPEnable
+}
+
+@test "refusals say why and what to do" {
+  long=$(printf 'x%.0s' {1..300})
+  refused 1 "no parameter \"$DEVICE.Nope\": \"cfgcmd tree\"" cfgcmd get $DEVICE.Nope
+  refused 1 'no parameter ""' cfgcmd get ''
+  refused 1 'no parameter' cfgcmd set $DEVICE.Nope 1
+  refused 1 'set needs a parameter, .* is an array' cfgcmd set $USERS 1
+  refused 1 'add needs an array, .* is an object' cfgcmd add $SERVICES
+  refused 1 'list needs an array, .* is a parameter' cfgcmd list $DEVICE.UpTime
+  refused 1 'del needs an instance of an array, .* is an array' cfgcmd del $USERS
+  refused 1 'del needs an instance of an array, .* is an object' cfgcmd del $SERVICES.ServiceTelnet
+  refused 1 'path is 300 bytes, at most 255' cfgcmd get "$long"
+  refused 1 '317 bytes.*carries 255' cfgcmd set $DEVICE.ProvisioningCode "$long"
+  refused 1 'byte 0x03' cfgcmd set $DEVICE.ProvisioningCode $'a\x03b=c'
+  refused 1 'full path' cfgcmd set nodots 1
+  refused 1 'no parameter' cfgcmd sset $DEVICE.Nope 1
+  refused 1 'no parameter' cfgcmd tree $DEVICE.Nope
+  refused 1 'nobody:here.*not running' cfgcmd send nobody:here 1 --wait
+}
+
+@test "a refused leaf leaves the others of its request as they were" {
+  refused 1 'read-only' cfgcmd set $DEVICE.X_KVO-RestartWeb 1 $DEVICE.UpTime 5
+  expect 0 0 cfgcmd get $DEVICE.X_KVO-RestartWeb
+}
+
+@test "wrong usage ends with 2" {
+  for words in '' 'frobnicate' 'get' 'get a b' 'set a' 'set a 1 b' 'level x' 'level devInfo many' \
+    'send sysmgr:devInfo' 'send sysmgr:devInfo 5 --hex 0' 'send sysmgr:devInfo 5 --hex zz' \
+    'send sysmgr:devInfo 5 --loud' '--timeout 0 get a' '--timeout x get a' 'wait' 'mem now'; do
+    # shellcheck disable=SC2086
+    refused 2 '^cfgcmd: ' cfgcmd $words
+  done
+  cfgcmd --help | grep -q 'Exit status: 0 done'
+}
+
+@test "--json gives the same data as JSON" {
+  json() { python3 -c 'import json,sys; d = json.load(sys.stdin); print(eval(sys.argv[1]))' "$1"; }
+  [ "$(cfgcmd --json get $SERVICES.ServiceTelnet | json "d['$SERVICES.ServiceTelnet.Port']")" = 23 ]
+  [ "$(cfgcmd get $DEVICE.X_KVO_FWVersion --json | json 'list(d.values())')" = "['V2.3.1']" ]
+  [ "$(cfgcmd --json list $USERS | json d)" = '[1]' ]
+  [ "$(cfgcmd --json list $DEVICE.X_CT-COM_Ping.PingConfig | json d)" = '[]' ]
+  [ "$(cfgcmd --json attr $DEVICE.X_KVO_FWVersion | json "d['$DEVICE.X_KVO_FWVersion']['attributes']['writable']")" = 0 ]
+  [ "$(cfgcmd --json tree $DEVICE.UpTime | json "d[0]['type']")" = unsignedInt ]
+  [ "$(cfgcmd --json trace off | json "d['reply']")" = 'trace switch off' ]
+}
+
+@test "tree lists type, value and description" {
+  cfgcmd tree $SERVICES.ServiceTelnet >"$BATS_TEST_TMPDIR/tree"
+  [ "$(wc -l <"$BATS_TEST_TMPDIR/tree")" -eq 3 ]
+  grep -Eq "^$SERVICES.ServiceTelnet.Port +string +23 +Its ports" "$BATS_TEST_TMPDIR/tree"
+  # Each node of the file is in the tree, its arrays' templates and instances aside.
+  [ "$(cfgcmd tree | wc -l)" -gt 150 ]
+}
+
+@test "completion offers verbs, and paths one level at a time" {
+  expect 0 "set
+sset
+send" bash -c 'cfgcmd complete --verbs s | grep -v "^$"'
+  expect 0 InternetGatewayDevice. cfgcmd complete Inter
+  expect 0 "$SERVICES.ServiceTelnet.Enable
+$SERVICES.ServiceTelnet.Port" cfgcmd complete $SERVICES.ServiceTelnet.
+  expect 0 "$USERS.1." cfgcmd complete $USERS.
+}
+
+@test "batch answers each line in order, and refusals among them" {
+  cat >"$BATS_TEST_TMPDIR/lines" <<LINES
+# a comment, and an empty line
+
+get $DEVICE.X_KVO_FWVersion
+set $DEVICE.ProvisioningCode 'two words'
+get $DEVICE.Nope
+get "$DEVICE.ProvisioningCode"
+frobnicate
+set $DEVICE.ProvisioningCode 'open
+list $USERS
+LINES
+  run cfgcmd batch "$BATS_TEST_TMPDIR/lines"
+  [ "$status" -eq 1 ]
+  [ "${lines[0]}" = V2.3.1 ]
+  [ "${lines[1]}" = ok ]
+  [[ ${lines[2]} == 'error: no parameter'* ]]
+  [ "${lines[3]}" = 'two words' ]
+  [[ ${lines[4]} == 'error: no request'* ]]
+  [ "${lines[5]}" = 'error: a quote is not closed' ]
+  [ "${lines[6]}" = 1 ]
+  expect 0 1 cfgcmd batch <<<"list $USERS"
+  run cfgcmd batch /no/such/file
+  [ "$status" -eq 2 ]
+}
+
+@test "level, trace and mem reach the daemon as a whole" {
+  expect 0 'change prt level succeed!' cfgcmd level capab 2
+  expect 0 'change prt level succeed!' cfgcmd level all 3
+  refused 1 'change prt level failed!' cfgcmd level nobody 1
+  expect 0 'trace switch on' cfgcmd trace on
+  cfgcmd get $DEVICE.UpTime
+  expect 0 'trace switch off' cfgcmd trace off
+  grep -q '#####MSGCENTER MESSAGE TRACE#####' /var/log/devkit/sysmgr.log
+  grep -q "#url: $DEVICE" /var/log/devkit/sysmgr.log
+  refused 1 'trace status not write:ON' cfgcmd trace ON
+  cfgcmd mem | grep -q senderSPid
+}
+
+@test "informs are recorded" {
+  expect 0 "" cfgcmd manully_inform EV MI X_CT-COM_ManualInform
+  [ "$(tail -n 1 /var/log/devkit/informs)" = 'manully_inform EV MI X_CT-COM_ManualInform' ]
+  # The daemon's own, which it starts in the background.
+  expect 0 "+ /usr/sbin/cfgcmd manully_inform EV AC X_CT-COM_MaintainComplete &" \
+    cfgcmd --calls set InternetGatewayDevice.ManagementServer.X_CT-COM_MaintainComplete 1
+  recorded() { grep -q 'EV AC X_CT-COM_MaintainComplete' /var/log/devkit/informs; }
+  until_true recorded
+}

@@ -1,0 +1,152 @@
+#!/usr/bin/env bats
+# shellcheck disable=SC2086,SC2030,SC2031 # the paths have no blanks; each test is a subshell
+# Damaged messages, killed processes, restarts: the others go on. Runs inside the sandbox.
+load helpers
+
+teardown() { stub_reset; }
+
+alive() { expect 0 V2.3.1 cfgcmd get $DEVICE.X_KVO_FWVersion; }
+
+# A word as the frames have it.
+word() { printf '%02x%02x%02x%02x' $(($1 & 255)) $(($1 >> 8 & 255)) $(($1 >> 16 & 255)) $(($1 >> 24 & 255)); }
+hex() { printf '%s' "$1" | od -An -v -tx1 | tr -d ' \n'; }
+
+@test "damaged request frames are dropped by the daemon, which goes on" {
+  pid=$(pid_of sysmgr)
+  head=$(word 0x77)$(word 1)$(word 1)
+  url=$(hex $DEVICE)
+  for frame in '' 00 "$(word 0x77)" "$head" "${head}05" "${head}ff61" "${head}0161" "${head}016100ff" \
+    "${head}01610001" "${head}0161000161" "${head}1a${url}" "${head}1a${url}00" "${head}1a${url}0003414243" \
+    "$(word 1)$(word 0xffffffff)$(word 9)0161000000"; do
+    cfgcmd send sysmgr:devInfo 0x100005 --hex "$frame"
+    cfgcmd send sysmgr:capabinfo 0x100005 --hex "$frame"
+    cfgcmd send sysmgr:mgtsrvr 0x100037 --hex "$frame"
+    cfgcmd send sysmgr 0xfff01 --hex "$frame"
+    cfgcmd send sysmgr 0xfff02 --hex "$frame"
+    cfgcmd send msgcenter:cAckAgt 0x100003 --hex "$frame"
+    cfgcmd send msgcenter:cAckAgt 0x100004 --hex "$frame"
+    cfgcmd send dbmgr:dbmgt 0x110000 --hex "$frame"
+  done
+  alive
+  expect 0 23 cfgcmd get $SERVICES.ServiceTelnet.Port
+  [ "$(pid_of sysmgr)" = "$pid" ]
+  kill -0 "$pid"
+}
+
+@test "random bytes to every endpoint change nothing" {
+  # Always the same bytes: a failure can be repeated.
+  RANDOM=4711
+  for ((i = 0; i < 150; ++i)); do
+    frame=
+    for ((n = RANDOM % 60; n > 0; --n)); do frame+=$(printf '%02x' $((RANDOM % 256))); done
+    for endpoint in sysmgr:devInfo sysmgr:capabinfo sysmgr:mgtsrvr; do echo "send $endpoint 0x100005 --hex '$frame'"; done
+    echo "send dbmgr:dbmgt 0x110000 --hex '$frame'"
+    echo "send msgcenter:cAckAgt 0x100003 --hex '$frame'"
+    echo "send sysmgr $((RANDOM * 32768 + RANDOM)) --hex '$frame'"
+  done >"$BATS_TEST_TMPDIR/lines"
+  cfgcmd batch "$BATS_TEST_TMPDIR/lines" >/dev/null
+  alive
+  kill -0 "$(pid_of sysmgr)" "$(pid_of dbmgr)"
+}
+
+@test "damaged client requests are answered with a reason" {
+  for frame in 00 01000000 '010000000500616263' '0100000001006101000000' '010000000100610000000000' '01000000020061000000000000'; do
+    got=$(cfgcmd send dbmgr:dbmgt 0x110000 --wait --hex "$frame" | tr -d '\0')
+    [[ $got == *'the request is damaged'* ]] || fail "$frame: $got"
+  done
+  got=$(cfgcmd send dbmgr:dbmgt 0x110000 --wait --hex '630000000100610000000000'| tr -d '\0')
+  [[ $got == *damaged* ]] || fail "$got"
+  got=$(cfgcmd send dbmgr:dbmgt 0x110000 --wait --hex '6300000001006100000000' | tr -d '\0')
+  [[ $got == *'unknown command 99'* ]] || fail "$got"
+}
+
+@test "an acknowledgement that nobody waits for is dropped" {
+  cfgcmd send msgcenter:cAckAgt 0x100003 --hex "$(word 0xdead)$(word 1)$(word 3)$(word 0)"
+  alive
+}
+
+@test "a killed client disturbs nobody" {
+  cfgcmd set $SERVICES.ServiceVRRP.Enable 0
+  stub_sleep vrrp.sh 1
+  cfgcmd --timeout 60 set $SERVICES.ServiceVRRP.Enable 1 3>&- &
+  client=$!
+  until_true grep -q '^/usr/syscfg/vrrp.sh stop$' $COMMANDS
+  kill -9 $client
+  alive
+  # Its change is done all the same.
+  expect 0 1 cfgcmd --timeout 60 get $SERVICES.ServiceVRRP.Enable
+}
+
+# in_background NAME REQUEST...: what it says and its status are in files of that name.
+in_background() {
+  local name=$BATS_TEST_TMPDIR/$1 status
+  shift
+  {
+    status=0
+    cfgcmd --timeout 600 "$@" >"$name" 2>&1 || status=$?
+    echo $status >"$name.status"
+  } 3>&- &
+}
+
+@test "a request in flight learns at once that the daemon was killed" {
+  cfgcmd set $SERVICES.ServiceIPSLA.Enable 0
+  stub_sleep ipsla.sh 3
+  in_background first set $SERVICES.ServiceIPSLA.Enable 1
+  in_background second get $SERVICES.ServiceTelnet.Port # waits behind it
+  until_true grep -q '^/usr/syscfg/ipsla.sh stop$' $COMMANDS
+  kill -9 "$(pid_of sysmgr)"
+  wait
+  # Not "no answer in time", which would be 3.
+  [ "$(cat "$BATS_TEST_TMPDIR/first.status")" = 1 ]
+  grep -q 'sysmgr:capabinfo died before it answered' "$BATS_TEST_TMPDIR/first" || fail "$(cat "$BATS_TEST_TMPDIR/first")"
+  # The second had been sent, too, or found the daemon gone.
+  [ "$(cat "$BATS_TEST_TMPDIR/second.status")" = 1 ]
+  grep -Eq 'died before|not running' "$BATS_TEST_TMPDIR/second"
+}
+
+@test "without the daemon requests are refused at once, the store still answers" {
+  kill -9 "$(pid_of sysmgr)" 2>/dev/null || true
+  refused 1 'sysmgr:devInfo is not running.*gateway-daemon restart' cfgcmd --timeout 600 get $DEVICE.UpTime
+  refused 1 'sysmgr is not running' cfgcmd level all 3
+  expect 0 1 cfgcmd list InternetGatewayDevice.LANDevice
+  gateway-daemon restart sysmgr
+  alive
+}
+
+@test "the daemon restarts under load, again and again, without a restart of dbmgr" {
+  dbmgr=$(pid_of dbmgr)
+  while :; do echo "get $DEVICE.X_KVO_FWVersion"; done | cfgcmd batch >"$BATS_TEST_TMPDIR/answers" 2>&1 3>&- &
+  client=$!
+  for _ in 1 2 3; do
+    kill -9 "$(pid_of sysmgr)"
+    gateway-daemon restart sysmgr
+    alive
+  done
+  kill $client
+  wait $client 2>/dev/null || true
+  # The last line may be cut; all others are the value, or a clear refusal.
+  sed '$d' "$BATS_TEST_TMPDIR/answers" | sort | uniq -c >"$BATS_TEST_TMPDIR/kinds"
+  grep -q ' V2.3.1$' "$BATS_TEST_TMPDIR/kinds"
+  ! grep -Ev ' V2.3.1$|died before it answered|is not running' "$BATS_TEST_TMPDIR/kinds" || fail "$(cat "$BATS_TEST_TMPDIR/kinds")"
+  [ "$(pid_of dbmgr)" = "$dbmgr" ]
+  kill -0 "$dbmgr"
+}
+
+@test "killed in the middle of writes, the daemon leaves the store whole" {
+  for _ in 1 2 3 4 5; do
+    (for ((i = 0; i < 400; ++i)); do echo "set $DEVICE.X_CT-COM_IPProtocolVersion.Mode $i $DEVICE.X_CT-COM_IPProtocolVersion.PreferredIP $i"; done | cfgcmd batch >/dev/null) 3>&- &
+    client=$!
+    first=$(cfgcmd get $DEVICE.X_CT-COM_IPProtocolVersion.Mode)
+    moved() { [ "$(cfgcmd get $DEVICE.X_CT-COM_IPProtocolVersion.Mode)" != "$first" ]; }
+    until_true moved
+    kill -9 "$(pid_of sysmgr)"
+    wait $client || true
+    # Both leaves of a request, or neither; the lock is free.
+    mode=$(cfgcmd tree $DEVICE.X_CT-COM_IPProtocolVersion.Mode | awk '{print $3}')
+    preferred=$(cfgcmd tree $DEVICE.X_CT-COM_IPProtocolVersion.PreferredIP | awk '{print $3}')
+    [ "$mode" = "$preferred" ] || fail "half a change: $mode and $preferred"
+    expect 0 "" cfgcmd --timeout 20 sset $DEVICE.DeviceLog after
+    gateway-daemon restart sysmgr
+  done
+  alive
+}

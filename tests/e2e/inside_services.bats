@@ -1,0 +1,103 @@
+#!/usr/bin/env bats
+# shellcheck disable=SC2086,SC2030,SC2031 # the paths have no blanks; each test is a subshell
+# From a parameter to what really happens on the system. Runs inside the sandbox.
+load helpers
+
+teardown() { stub_reset; }
+
+# Samba's apply ends with these; it comes a timer's period after the change.
+samba_stops() { grep -c '^killall -q smbd$' $COMMANDS || true; }
+samba_stopped_after() { [ "$(samba_stops)" -gt "$1" ]; }
+
+@test "the start ran the scripts of the enabled services, in order of the table" {
+  grep -q '^/usr/syscfg/alg.sh set$' $COMMANDS
+  order=$(grep -n -e conn_recovery.sh -e dongle_wan_keep.sh -e status_updater.sh $COMMANDS | grep -v killall | sed 's/^[0-9]*://')
+  [ "$order" = '/usr/syscfg/conn_recovery.sh 1 &
+/usr/syscfg/conn_recovery.sh 2 &
+/usr/syscfg/dongle_wan_keep.sh &
+/usr/syscfg/status_updater.sh &' ] || fail "$order"
+}
+
+@test "telnet on opens its ports, off closes them" {
+  expect 0 "" cfgcmd set $SERVICES.ServiceTelnet.Port 2323,2324
+  expect 0 "+ killall telnetd >/dev/null 2>&1
++ telnetd -l /usr/sbin/ams_cli -p 2323 &
++ telnetd -l /usr/sbin/ams_cli -p 2324 &" cfgcmd --calls set $SERVICES.ServiceTelnet.Enable 1
+  until_true listens 2323 1
+  until_true listens 2324 1
+  expect 0 "+ killall telnetd >/dev/null 2>&1" cfgcmd --calls set $SERVICES.ServiceTelnet.Enable 0
+  until_true listens 2323 0
+  until_true listens 2324 0
+  expect 0 "" cfgcmd --calls set $SERVICES.ServiceTelnet.Enable 2
+}
+
+@test "samba opens its holes on the management interface and closes them" {
+  rules() { iptables -S INPUT | grep -c -- '-i ppp0' || true; }
+  cfgcmd set InternetGatewayDevice.ManagementServer.X_KVO_TR069WANIFNAME ppp0
+  cfgcmd set $SERVICES.ServiceSamba.Enable 1
+  until_true grep -q '^/usr/syscfg/media.sh samba$' $CALLS
+  expect 0 6 rules
+  # Twice is once: the old rules go first.
+  cfgcmd set $SERVICES.ServiceSamba.Enable 1
+  twice() { [ "$(grep -c '^/usr/syscfg/media.sh samba$' $CALLS)" -ge 2 ]; }
+  until_true twice
+  expect 0 6 rules
+  stops=$(samba_stops)
+  cfgcmd set $SERVICES.ServiceSamba.Enable 0
+  until_true samba_stopped_after "$stops"
+  expect 0 0 rules
+}
+
+@test "a change of a user restarts the web server and re-applies samba" {
+  stops=$(samba_stops)
+  expect 0 "+ /usr/syscfg/httpd.sh restart &" cfgcmd --calls set $USERS.1.Password secret
+  expect 0 1 cfgcmd get $DEVICE.X_KVO-RestartWeb
+  until_true samba_stopped_after "$stops"
+}
+
+@test "management server: informs and settings" {
+  server=InternetGatewayDevice.ManagementServer
+  expect 0 "+ /usr/syscfg/tr069.sh set" cfgcmd --calls set $server.PeriodicInformInterval 3600
+  expect 0 1 cfgcmd get $server.X_CT-COM_InformState
+  cfgcmd sset $server.X_KVO-SucessFlag 1
+  expect 0 11 cfgcmd get $server.X_CT-COM_InformState
+}
+
+@test "WAN notifications keep the list of management connections" {
+  wan=InternetGatewayDevice.WANDevice.1.WANConnectionDevice.1.WANIPConnection.1
+  saved() { [ "$(cfgcmd get InternetGatewayDevice.ManagementServer.X_KVO_TR069WANSAVE)" = "$1" ]; }
+  cfgcmd send sysmgr:mgtsrvr 0x100037 --text $wan
+  until_true saved $wan,
+  cfgcmd send sysmgr:mgtsrvr 0x100039 --text $wan
+  until_true saved ''
+}
+
+@test "a busy module delays nobody else, and its own requests come in order" {
+  cfgcmd set $SERVICES.ServiceIPSLA.Enable 0 # enabled, "stop" is waited for
+  stub_sleep ipsla.sh 5
+  (cfgcmd --timeout 60 set $SERVICES.ServiceIPSLA.Enable 1; date +%s.%N >"$BATS_TEST_TMPDIR/slow") 3>&- &
+  slow=$!
+  until_true grep -q '^/usr/syscfg/ipsla.sh stop$' $COMMANDS
+  # These end before the slow one does, whatever the machine's speed.
+  cfgcmd get $DEVICE.UpTime
+  cfgcmd get InternetGatewayDevice.ManagementServer.URL
+  cfgcmd get InternetGatewayDevice.LANDevice
+  [ ! -e "$BATS_TEST_TMPDIR/slow" ]
+  refused 3 'no answer in 50 ms' cfgcmd --timeout 0.05 get $SERVICES.ServiceTelnet.Enable
+  [ ! -e "$BATS_TEST_TMPDIR/slow" ]
+  # This one waits its turn behind it.
+  expect 0 1 cfgcmd --timeout 60 get $SERVICES.X_CT-COM_IPTV.IGMPEnable
+  wait $slow
+  [ -e "$BATS_TEST_TMPDIR/slow" ]
+}
+
+@test "the answer to a client that gave up goes to nobody else" {
+  cfgcmd set $SERVICES.ServiceVRRP.Enable 0
+  stub_sleep vrrp.sh 1
+  (cfgcmd --timeout 60 set $SERVICES.ServiceVRRP.Enable 1) 3>&- &
+  slow=$!
+  until_true grep -q '^/usr/syscfg/vrrp.sh stop$' $COMMANDS
+  refused 3 'no answer' cfgcmd --timeout 0.05 get $SERVICES.ServiceDLNA.Enable
+  expect 0 1 cfgcmd --timeout 60 get $SERVICES.X_CT-COM_IPTV.IGMPEnable
+  wait $slow
+}

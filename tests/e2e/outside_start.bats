@@ -1,0 +1,143 @@
+#!/usr/bin/env bats
+# shellcheck disable=SC2086,SC2030,SC2031 # the paths have no blanks; each test is a subshell
+# Boot types, what survives a restart, and starts that fail. Each test starts gateways of its own.
+load helpers
+
+setup() {
+  state=$BATS_TEST_TMPDIR/state
+  log=$BATS_TEST_TMPDIR/log
+}
+
+sandbox() { "$BATS_TEST_DIRNAME/../../devkit/sandbox" --build "$GATEWAY_BUILD" "$@"; }
+# Commands inside the gateway, with settings that are kept in $state.
+gateway() { sandbox --state "$state" -- "$@"; }
+# The same before the gateway is started.
+prepare() { sandbox --state "$state" --bare -- bash -c "$1"; }
+
+# What a boot type shows: provisioning code, inform interval, server, and a change by hand.
+shown() {
+  gateway bash -c "cfgcmd get $DEVICE.ProvisioningCode
+    cfgcmd get InternetGatewayDevice.ManagementServer.PeriodicInformInterval
+    cfgcmd get InternetGatewayDevice.ManagementServer.URL
+    cfgcmd get $USERS.1.Username
+    nvram --area 2 get factoryType"
+}
+
+change() { gateway cfgcmd set $USERS.1.Username changed $DEVICE.ProvisioningCode BYHAND; }
+
+readonly ACS=http://acs.example.com:7547/acs CUSTOMER=http://acs.example.net:7547/acs
+
+@test "burnt image: its defaults, and then an ordinary restart keeps changes" {
+  expect 0 "BURNT
+86400
+$ACS
+admin
+false" shown
+  prepare 'nvram get "InternetGatewayDevice.DeviceInfo.X_KVO-UserChange"' | grep -q '^BurnImage$'
+  expect 0 "" change
+  expect 0 "BYHAND
+86400
+$ACS
+changed
+false" shown
+}
+
+@test "clean: factory defaults, the customer's over them, changes are gone" {
+  change
+  prepare 'nvram --area 2 set factoryType=clean && nvram --area 2 commit'
+  expect 0 "FACTORY
+43200
+$CUSTOMER
+admin
+false" shown
+}
+
+@test "restore: the backup, changes are gone" {
+  change
+  mkdir -p "$state/config"
+  printf '# backup\n%s=RESTORED\n%s=9,\n' $DEVICE.ProvisioningCode $USERS.1.Username >"$state/config/backup.conf"
+  prepare 'nvram --area 2 set factoryType=true && nvram --area 2 commit'
+  expect 0 "RESTORED
+86400
+$ACS
+9,
+false" shown
+}
+
+@test "restore without a backup: says so and takes the factory defaults" {
+  change
+  prepare 'nvram --area 2 set factoryType=true && nvram --area 2 commit'
+  gateway bash -c "cfgcmd get $DEVICE.ProvisioningCode; cat /var/log/devkit/dbmgr.log" >"$log"
+  [ "$(head -n 1 "$log")" = FACTORY ]
+  grep -q 'backup.conf' "$log"
+  grep -Eq '^\[SDB_serverInit\([0-9]+\)\] back is empty!$' "$log"
+}
+
+@test "an invalid boot type: dbmgr says so and does not start" {
+  prepare 'nvram --area 2 set factoryType=TRUE && nvram --area 2 commit'
+  run gateway true
+  [ "$status" -eq 1 ]
+  [[ $output == *'dbmgr ended while it started'*'invalid boot type=0.'* ]] || fail "$output"
+}
+
+@test "an old firmware before this one forces the factory defaults" {
+  for version in V1.0 XV1.0.3; do
+    change
+    prepare "nvram --area 2 set X_KVO_FWVersion=$version && nvram set Tr069strap=1 && nvram --area 2 commit && nvram commit"
+    gateway bash -c "cfgcmd get $DEVICE.ProvisioningCode; cfgcmd get $USERS.1.Username; nvram get Tr069strap 2>&1; cat /var/log/devkit/dbmgr.log" >"$log"
+    [ "$(head -n 2 "$log")" = "FACTORY
+admin" ] || fail "$(cat "$log")"
+    grep -q '"Tr069strap" is not set' "$log"
+    grep -q 'Version is too old, we need do factory by force' "$log"
+  done
+}
+
+@test "another version that is not too old keeps everything" {
+  change
+  prepare 'nvram --area 2 set X_KVO_FWVersion=V1.1 && nvram --area 2 commit'
+  gateway bash -c "cfgcmd get $USERS.1.Username; cat /var/log/devkit/dbmgr.log; nvram --area 2 get X_KVO_FWVersion" >"$log"
+  [ "$(head -n 1 "$log")" = changed ]
+  grep -q 'oldVersion =V1.1, curVersion=V2.3.1' "$log"
+  [ "$(tail -n 1 "$log")" = V2.3.1 ]
+}
+
+@test "sets, adds and deletes survive a restart; numbers go on" {
+  gateway bash -c "cfgcmd add $USERS; cfgcmd add $USERS; cfgcmd add $FILES; cfgcmd del $USERS.2; cfgcmd del $FILES.1
+    cfgcmd set $USERS.3.Username three $FILES.2.Name two
+    cfgcmd sset $DEVICE.DeviceLog gone"
+  expect 0 "1,3
+three
+2
+two
+
+$USERS.4" gateway bash -c "cfgcmd list $USERS; cfgcmd get $USERS.3.Username; cfgcmd list $FILES; cfgcmd get $FILES.2.Name
+    cfgcmd get $DEVICE.DeviceLog; cfgcmd add $USERS"
+}
+
+@test "a set that was answered survives a crash of everything" {
+  gateway bash -c "cfgcmd set $DEVICE.ProvisioningCode LAST; kill -9 \$(cat /var/run/devkit/dbmgr) \$(cat /var/run/devkit/sysmgr)"
+  expect 0 LAST gateway cfgcmd get $DEVICE.ProvisioningCode
+}
+
+@test "a data-model file that does not parse: file, line and reason, and no start" {
+  run sandbox --bare -- bash -c 'mount --version >/dev/null
+    sed "5s/.*/<broken/" /etc/tr098_data_model.xml >/tmp/broken.xml
+    mount --bind /tmp/broken.xml /etc/tr098_data_model.xml && gateway-daemon start dbmgr'
+  [ "$status" -eq 1 ]
+  [[ $output =~ \.xml:[0-9]+:\ .*[a-z] ]] || fail "$output"
+  [[ $output == *'dbmgr: the data model did not load'* ]] || fail "$output"
+}
+
+@test "a daemon that does not come up is named, with the end of its log" {
+  run sandbox --bare -- gateway-daemon start sysmgr
+  [ "$status" -eq 1 ]
+  [[ $output == *'sysmgr ended while it started; the end of'*'initShmPool failed'* ]] || fail "$output"
+}
+
+@test "the status of the command is the sandbox's, and the tour passes" {
+  run sandbox -- bash -c 'exit 7'
+  [ "$status" -eq 7 ]
+  run sandbox </dev/null
+  [ "$status" -eq 0 ] || fail "$output"
+  [[ $output == *'All of it did what it should.'* ]]
+}

@@ -1,0 +1,110 @@
+// Requests from outside: any bytes through the parser and the dispatch, over a small store. The op
+// functions are stand-ins; nothing is sent but what the dispatch itself sends, to nobody.
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+
+#include "ams_common_api.h"
+#include "tds_desk.h"
+
+extern "C" int LLVMFuzzerInitialize(int *argc, char ***argv);
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size);
+
+namespace {
+
+char kModel[] = R"(<?xml version="1.0"?>
+<D type="object" op="FuncTop">
+  <Leaf type="string" writable="0">text</Leaf>
+  <Obj type="object" op="FuncObj">
+    <On type="boolean">1</On>
+    <Inner type="object"><Deep type="int">-4</Deep></Inner>
+    <Fails type="object" op="FuncFails"><X type="string"/></Fails>
+    <None type="object" op="FuncNone"><X type="string"/></None>
+    <Nowhere type="object" op="FuncNowhere"><X type="string"/></Nowhere>
+  </Obj>
+  <ListNumberOfEntries type="unsignedInt">0</ListNumberOfEntries>
+  <List type="array" op="FuncList">
+    <Template>
+      <Name type="string">new</Name>
+      <Sub type="array"><Template><Leaf type="string">x</Leaf></Template></Sub>
+    </Template>
+    <Instance id="1"/>
+    <Instance id="2"><Name>two</Name></Instance>
+  </List>
+  <Bare type="array"/>
+  <Untyped/>
+</D>
+)";
+
+/* Requests that can have grown the tree, since it was loaded; it is loaded anew after so many. */
+constexpr uint32_t kAddsMax = 64;
+uint32_t adds;
+uint64_t calls;
+
+void Fail(const char *what) {
+  fprintf(stderr, "request_fuzz: %s\n", what);
+  abort();
+}
+
+/* Reads all that an op function is given, so that a text that is not terminated is noticed. */
+int Count(OpFuncArg *arg) {
+  if (memchr(arg->path, '\0', sizeof arg->path) == nullptr) Fail("the path is not terminated");
+  if (arg->value != nullptr && strlen(arg->value) > 255)
+    Fail("the value is longer than its length");
+  if (strlen(arg->name) >= sizeof MsgArg::fucName) Fail("the name is not terminated");
+  ++calls;
+  return 0;
+}
+
+int CountAndFail(OpFuncArg *arg) { return Count(arg) - 1; }
+
+const OpFuncEntry kFirst[] = {{"FuncTop", Count}, {"FuncObj", Count}, {nullptr, nullptr}};
+const OpFuncEntry kSecond[] = {
+    {"FuncList", Count}, {"FuncFails", CountAndFail}, {"FuncNone", nullptr}, {nullptr, nullptr}};
+
+void Load() {
+  FILE *file = fmemopen(kModel, sizeof kModel - 1, "r");
+  if (file == nullptr) Fail("no memory");
+  gptXmlTrees->root = ams_mxmlLoadFile(nullptr, file, nullptr);
+  fclose(file);
+  if (gptXmlTrees->root == nullptr) Fail("the data model does not load");
+  adds = 0;
+}
+
+/* The reply is what its length says, ends with a NUL, and there is none without a length. */
+void CheckReply(const MsgArg *arg) {
+  if (arg->rBuf == nullptr) {
+    if (arg->rLen != 0) Fail("a reply length without a reply");
+    return;
+  }
+  if (arg->rLen == 0 || strnlen(arg->rBuf, arg->rLen) == arg->rLen)
+    Fail("the reply does not end within its length");
+}
+
+}  // namespace
+
+const OpFuncEntry *const FUNC_TABLES[] = {kFirst, kSecond, nullptr};
+
+int LLVMFuzzerInitialize(int *, char ***) {
+  DF_PRT_MAP[0].level = 6; /* records are made, not written */
+  gptXmlTrees = ShmPoolSrvInit();
+  if (gptXmlTrees == nullptr) Fail("no store: run it through script/fuzz");
+  Load();
+  return 0;
+}
+
+int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
+  if (adds >= kAddsMax) Load();
+  int64_t blocks = tds_malloc_count(nullptr).blocks;
+  MsgArg arg = {};
+  if (appt_FillMsgArg(&arg, data, static_cast<uint32_t>(size)) == 0) {
+    adds += appt_GetWord(data + 4) == APPT_CMD_ADD;
+    (void)appt_RunRequest(&arg); /* any result will do */
+    CheckReply(&arg);
+  } else if (arg.url != nullptr) {
+    Fail("a refused frame has a URL");
+  }
+  __tds_free(arg.rBuf);
+  if (tds_malloc_count(nullptr).blocks != blocks) Fail("a block of the counted heap is not freed");
+  return 0;
+}

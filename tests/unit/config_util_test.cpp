@@ -1,0 +1,259 @@
+// The small utilities of the op functions: digests, keys of shell-style files, command lines.
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <cstdio>
+#include <filesystem>
+#include <fstream>
+#include <sstream>
+
+#include "ams_config_api.h"
+#include "sha256.h"
+#include "support.h"
+
+namespace {
+
+constexpr char kFile[] = "/tmp/config_util_test.txt";
+
+void WriteText(const std::string &file, const std::string &text) {
+  std::ofstream(file, std::ios::binary | std::ios::trunc) << text;
+}
+
+std::string ReadText(const std::string &file) {
+  std::ifstream stream(file, std::ios::binary);
+  return std::string(std::istreambuf_iterator<char>(stream), {});
+}
+
+class ConfigUtilTest : public StoreTest {
+  void TearDown() override { (void)unlink(kFile); /* a test may have removed it */ }
+};
+
+using Commands = std::vector<std::string>;
+
+/* ---- digests ---- */
+
+struct DigestCase {
+  const char *what;
+  std::string input, digest; /* no digest: refused */
+};
+
+const DigestCase kDigests[] = {
+    {"empty", "", "e3b0c44298fc1c149afbf4c8996fb92427ae41e4649b934ca495991b7852b855"},
+    {"three letters", "abc", "ba7816bf8f01cfea414140de5dae2223b00361a396177a9cb410ff61f20015ad"},
+    {"32 bytes, the most", "0123456789abcdef0123456789abcdef",
+     "3eb1bd439947eb762998e566ccc2e099c791118b2f40579cc4f7da2b5061b7f9"},
+    {"bytes above 127", "\xff\x80",
+     "85c61621ebd04403f66d96fe300cf10b3844de7358184f1276cb08790fd135f1"},
+    {"33 bytes", std::string(33, 'a'), ""},
+    {"very long", std::string(5000, 'a'), ""},
+};
+
+TEST_F(ConfigUtilTest, DigestsAreHexTexts) {
+  for (const DigestCase &c : kDigests) {
+    char digest[65] = "untouched";
+    testing::internal::CaptureStderr();
+    int result = cfgSha256Hex(c.input.c_str(), digest);
+    std::string log = testing::internal::GetCapturedStderr();
+    EXPECT_EQ(result, c.digest.empty() ? -1 : 0) << c.what;
+    EXPECT_EQ(std::string(digest), c.digest.empty() ? "untouched" : c.digest) << c.what;
+    EXPECT_EQ(log.find("input is too long.") != std::string::npos, c.digest.empty()) << c.what;
+  }
+}
+
+/* Around the ends of a block the padding takes one block or two. */
+TEST(Sha256Test, LongInputsAcrossBlocks) {
+  struct LongCase {
+    const char *what;
+    size_t length;
+    const char *digest;
+  };
+  const LongCase kCases[] = {
+      {"55 a: padding just fits", 55,
+       "9f4390f8d30c2dd92ec9f095b65e2b9ae9b0a925a5258e241c9f1e910f734318"},
+      {"56 a: padding needs a block", 56,
+       "b35439a4ac6f0948b6d6f9e3c6af0f5f590ce20f1bde7090ef7970686ec6738a"},
+      {"64 a: one whole block", 64,
+       "ffe054fe7ae0cb6dc65c3af9b61d5209f439851db43d0ba5997337df154668eb"},
+      {"a million a", 1000000, "cdc76e5c9914fb9281a1c7e284d73e67f1809a48a497200e046d39ccc7112cd0"},
+  };
+  for (const LongCase &c : kCases) {
+    std::string input(c.length, 'a'), hex;
+    char digits[3];
+    for (uint8_t byte : Sha256(input.data(), input.size())) {
+      snprintf(digits, sizeof digits, "%02x", byte);
+      hex += digits;
+    }
+    EXPECT_EQ(hex, c.digest) << c.what;
+  }
+}
+
+/* ---- keys of shell-style files ---- */
+
+struct KeyCase {
+  const char *what;
+  std::string text;
+  int result;
+  std::string value;
+};
+
+const KeyCase kKeys[] = {
+    {"plain", "A=1\nKEY=7\nB=2\n", 0, "7"},
+    {"blanks before the value", "KEY= \t value\n", 0, "value"},
+    {"blanks inside and behind stay", "KEY=a b \n", 0, "a b "},
+    {"at the end of the file", "A=1\nKEY=", 0, ""},
+    {"empty value does not take the next line", "KEY=\nB=2\n", 0, ""},
+    {"line ends in carriage return", "KEY=v\r\nB=2\r\n", 0, "v"},
+    {"part of another key counts", "OTHERKEY=3\nKEY=4\n", 0, "3"},
+    {"first of two", "KEY=1\nKEY=2\n", 0, "1"},
+    {"commented out", "A=1\n#KEY=1\n", -1, "old"},
+    {"commented out wins over a later line", "#KEY=1\nKEY=2\n", -1, "old"},
+    {"slash before it", "//KEY=1\n", -1, "old"},
+    {"comment sign further away does not count", "# KEY=1\n", 0, "1"},
+    {"missing", "A=1\n", -1, "old"},
+    {"empty file", "", -1, "old"},
+    {"last that ends within 8191 bytes", std::string(8191 - 5, 'x') + "KEY=z", 0, "z"},
+    {"value cut by the 8191 bytes", std::string(8191 - 5, 'x') + "KEY=zzz", 0, "z"},
+    {"key cut by the 8191 bytes", std::string(8191 - 3, 'x') + "KEY=z", -1, "old"},
+    {"value longer than the buffer", "KEY=0123456789abcdefgh\n", 0, "0123456789abcde"},
+    {"a NUL ends what is searched", std::string("A=1\0KEY=1\n", 10), -1, "old"},
+};
+
+TEST_F(ConfigUtilTest, FindsKeys) {
+  for (const KeyCase &c : kKeys) {
+    char value[16] = "old";
+    WriteText(kFile, c.text);
+    EXPECT_EQ(cfgFileKeyGet(kFile, "KEY=", value), c.result) << c.what;
+    EXPECT_EQ(std::string(value), c.value) << c.what;
+  }
+}
+
+TEST_F(ConfigUtilTest, NamesTheFileThatIsMissing) {
+  char value[16] = "old";
+  testing::internal::CaptureStderr();
+  EXPECT_EQ(cfgFileKeyGet("/tmp/no_such_file", "KEY=", value), -1);
+  EXPECT_EQ(cfgFileDropLines("/tmp/no_such_file", "abc"), -1);
+  std::string log = testing::internal::GetCapturedStderr();
+  size_t first = log.find("Failed /tmp/no_such_file open failed");
+  ASSERT_NE(first, std::string::npos) << log;
+  EXPECT_NE(log.find("Failed /tmp/no_such_file open failed", first + 1), std::string::npos) << log;
+  EXPECT_NE(log.find("@P:./../common/include/ams_config_util,L:"), std::string::npos) << log;
+}
+
+/* ---- command lines ---- */
+
+TEST_F(ConfigUtilTest, RunsWhatFits) {
+  std::string most(511, 'x'), longer(512, 'x');
+  EXPECT_EQ(cfgSystemCmd("%s %d &", "/usr/syscfg/led.sh", 3), 0);
+  EXPECT_EQ(cfgSystemCmd("%s", most.c_str()), 0);
+  EXPECT_EQ(TakeCommands(), (Commands{"/usr/syscfg/led.sh 3 &", most}));
+  testing::internal::CaptureStderr();
+  EXPECT_EQ(cfgSystemCmd("%s", longer.c_str()), -1);
+  EXPECT_NE(testing::internal::GetCapturedStderr().find("511 fit"), std::string::npos);
+  EXPECT_EQ(TakeCommands(), Commands{});
+}
+
+TEST_F(ConfigUtilTest, WaitsForTheShellAndHidesItsStatus) {
+  RunCommands(true);
+  EXPECT_EQ(cfgSystemCmd("echo done > %s; false", kFile), 0);
+  EXPECT_EQ(ReadText(kFile), "done\n");
+}
+
+TEST_F(ConfigUtilTest, WanRuleScripts) {
+  struct WanCase {
+    const char *what;
+    int (*run)();
+    const char *line;
+  };
+  const WanCase kCases[] = {
+      {"parse one", [] { return cfgWanRulesParse(0, "wan1", 0, "x"); },
+       "/usr/syscfg/rule/wan.rules.parse.awk config wan1 single x"},
+      {"parse all, reset", [] { return cfgWanRulesParse(7, "wan1", -1, "x"); },
+       "/usr/syscfg/rule/wan.rules.parse.awk reset wan1 whole x"},
+      {"second form", [] { return cfgWanRulesParseWhole(0, "wan2", "y"); },
+       "/usr/syscfg/rule/wan.rules.parse.awk config wan2 whole y"},
+      {"clean", [] { return cfgWanRulesClean(0, "wan1"); },
+       "/usr/syscfg/rule/wan.rules.clean.sh config wan1"},
+      {"clean, reset", [] { return cfgWanRulesClean(1, "wan1"); },
+       "/usr/syscfg/rule/wan.rules.clean.sh reset wan1"},
+      {"apply", [] { return cfgWanRulesApply(0, "wan1", "z"); },
+       "/usr/syscfg/rule/wan.rules.do.sh config all wan1 z"},
+      {"apply without an extra", [] { return cfgWanRulesApply(1, "wan1", nullptr); },
+       "/usr/syscfg/rule/wan.rules.do.sh reset all wan1 "},
+  };
+  for (const WanCase &c : kCases) {
+    EXPECT_EQ(c.run(), 0) << c.what;
+    EXPECT_EQ(TakeCommands(), Commands{c.line}) << c.what;
+  }
+}
+
+/* ---- the line remover ---- */
+
+struct DropCase {
+  const char *what;
+  std::string before, after; /* the file's text; the shell writes it */
+};
+
+const DropCase kDrops[] = {
+    {"drops the tag's lines", "a:1:abc:x\nb:2:abd:y\nc:3:abc\n", "b:2:abd:y\n"},
+    {"the tag may be the start of a word", "a:1:abcdef\nb:2:x\n", "b:2:x\n"},
+    {"only behind the second colon", "abc:abc:x\na:abc\n", "abc:abc:x\na:abc\n"},
+    {"a third colon does not matter", "a:b:c:abc\n", "a:b:c:abc\n"},
+    {"empty lines go", "\na:1:x\n\r\nb:2:y\r\n", "a:1:x\nb:2:y\n"},
+    {"ten lines are all there is room for", "1\n2\n3\n4\n5\n6\n7\n8\n9\n10\n11\n",
+     "1\n2\n3\n4\n5\n6\n7\n8\n9\n10\n"},
+    {"127 bytes a line, the rest is the next one", std::string(130, 'x') + "\n",
+     std::string(127, 'x') + "\nxxx\n"},
+    {"nothing left: the file stays", "a:1:abc\n", "a:1:abc\n"},
+};
+
+TEST_F(ConfigUtilTest, DropsLines) {
+  RunCommands(true);
+  for (const DropCase &c : kDrops) {
+    WriteText(kFile, c.before);
+    EXPECT_EQ(cfgFileDropLines(kFile, "abc"), 0) << c.what;
+    EXPECT_EQ(ReadText(kFile), c.after) << c.what;
+  }
+}
+
+TEST_F(ConfigUtilTest, WritesTheFirstLineAnewAndAddsTheOthers) {
+  WriteText(kFile, "a:1:abc\nb:2:x\nc:3:y\n");
+  EXPECT_EQ(cfgFileDropLines(kFile, "abc"), 0);
+  EXPECT_EQ(TakeCommands(), (Commands{std::string("echo b:2:x > ") + kFile,
+                                      std::string("echo c:3:y >> ") + kFile}));
+}
+
+/* ---- flash type ---- */
+
+/* The file stands in the test's own root file system. */
+TEST_F(ConfigUtilTest, FlashTypeComesFromTheFile) {
+  struct FlashCase {
+    const char *what, *text;
+    int result;
+  };
+  const FlashCase kCases[] = {{"NAND", "nand\n", 0},
+                              {"part of a word", "mlc-nand\n", 0},
+                              {"NOR", "nor\n", -1},
+                              {"nothing", "", -1},
+                              {"second line", "nor\nnand\n", -1}};
+  const std::string folder = "/sys/class/mtd/mtd1", file = folder + "/type";
+  std::error_code error;
+  if (!std::filesystem::create_directories(folder, error) && error)
+    GTEST_SKIP() << folder << ": " << error.message() << "; run the test in the sandbox";
+  EXPECT_EQ(cfgFlashIsNand(), -1) << "no file";
+  for (const FlashCase &c : kCases) {
+    WriteText(file, c.text);
+    EXPECT_EQ(cfgFlashIsNand(), c.result) << c.what;
+  }
+  std::filesystem::remove(file);
+}
+
+TEST(DoubleCloseTest, ClosesBothAndPassesNullOver) {
+  FILE *first = fopen("/dev/null", "r"), *second = fopen("/dev/null", "r");
+  ASSERT_TRUE(first != nullptr && second != nullptr);
+  int descriptors[] = {fileno(first), fileno(second)};
+  cfgDoubleClose(first, nullptr);
+  cfgDoubleClose(nullptr, second);
+  for (int descriptor : descriptors) EXPECT_EQ(lseek(descriptor, 0, SEEK_CUR), -1);
+}
+
+}  // namespace

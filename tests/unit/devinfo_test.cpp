@@ -1,0 +1,284 @@
+// The device-info module: the command lines of its op functions, its timers and its status writes.
+#include <sys/sysinfo.h>
+
+#include <cstdio>
+
+#include "devinfo_thread.h"
+#include "nvram.h"
+#include "support.h"
+
+namespace {
+
+using Lines = std::vector<std::string>;
+
+const std::string kInfo = "InternetGatewayDevice.DeviceInfo.";
+const std::string kUsb = "InternetGatewayDevice.X_CT-COM_USBDevice.";
+
+class DevInfo : public StoreTest {};
+
+int Call(const std::string &name, int op, const std::string &path = "") {
+  return RunOp(kDevInfoFuncTable, name, op, path);
+}
+
+struct ScriptCase {
+  const char *what, *name;
+  int op;
+  std::string path;
+  Lines lines;
+};
+
+const ScriptCase kScripts[] = {
+    {"ALG at start", "FuncALGAbility", TMF_INIT, "", {"/usr/syscfg/alg.sh set"}},
+    {"ALG set", "FuncALGAbility", TMF_SET, "", {"/usr/syscfg/alg.sh set"}},
+    {"account set",
+     "FuncTeleComAccount",
+     TMF_SET,
+     "",
+     {"killall -9 uhttpd", "uhttpd -f -p :80 -h /www &"}},
+    {"account at start", "FuncTeleComAccount", TMF_INIT, "", {}},
+    {"UPnP at start",
+     "FuncUPNP",
+     TMF_INIT,
+     "",
+     {"/usr/syscfg/miniupnpd.sh upnp_server", "/usr/syscfg/miniupnpd.sh blacklist_init"}},
+    {"UPnP get", "FuncUPNP", TMF_GET, "", {"/usr/syscfg/miniupnpd.sh blacklist_num"}},
+    {"UPnP set",
+     "FuncUPNP",
+     TMF_SET,
+     "",
+     {"/usr/syscfg/miniupnpd.sh remove", "/usr/syscfg/miniupnpd.sh upnp_server",
+      "/usr/syscfg/miniupnpd.sh blacklist_init"}},
+    {"black list: row added",
+     "FuncUPNPBlackListI",
+     TMF_ADD,
+     "A.List.12",
+     {"/usr/syscfg/miniupnpd.sh blacklist_add 12"}},
+    {"black list: row deleted",
+     "FuncUPNPBlackListI",
+     TMF_DEL,
+     "A.List.3",
+     {"/usr/syscfg/miniupnpd.sh blacklist_del 3"}},
+    {"black list: a path that ends in a dot",
+     "FuncUPNPBlackListI",
+     TMF_DEL,
+     "A.List.",
+     {"/usr/syscfg/miniupnpd.sh blacklist_del 0"}},
+    {"black list: a path without a dot",
+     "FuncUPNPBlackListI",
+     TMF_DEL,
+     "7",
+     {"/usr/syscfg/miniupnpd.sh blacklist_del 0"}},
+    {"black list: row set",
+     "FuncUPNPBlackListI",
+     TMF_SET,
+     "A.List.3",
+     {"/usr/syscfg/miniupnpd.sh blacklist_set A.List.3"}},
+    {"path with a percent sign",
+     "FuncUPNPBlackListI",
+     TMF_SET,
+     "A.%n%s",
+     {"/usr/syscfg/miniupnpd.sh blacklist_set A.%n%s"}},
+    {"processor state",
+     "FuncCPUState",
+     TMF_GET,
+     "A.B",
+     {"/usr/syscfg/cpuState.sh path=A.B >/dev/null 2>&1"}},
+    {"memory state",
+     "FuncMemoryState",
+     TMF_GET,
+     "A.B",
+     {"/usr/syscfg/memoryState.sh path=A.B >/dev/null 2>&1"}},
+    {"memory state set", "FuncMemoryState", TMF_SET, "A.B", {}},
+    {"upload", "FuncKVO_TR69Upload", TMF_SET, "", {"/usr/syscfg/tr069_proc.sh Upload &"}},
+    {"upload at start", "FuncKVO_TR69Upload", TMF_INIT, "", {}},
+    {"portal", "FuncPortalManagement", TMF_SET, "", {"/usr/syscfg/neigh/neigh.sh portal"}},
+    {"portal get", "FuncPortalManagement", TMF_GET, "", {}},
+    {"client limit at start",
+     "FuncServicesMWBAND",
+     TMF_INIT,
+     "",
+     {"/usr/syscfg/neigh/neigh.sh clilmt"}},
+    {"log only", "FuncPing", TMF_SET, "A", {}},
+};
+
+TEST_F(DevInfo, RunsTheScripts) {
+  for (const ScriptCase &one : kScripts) {
+    EXPECT_EQ(Call(one.name, one.op, one.path), 0) << one.what;
+    EXPECT_EQ(TakeCommands(), one.lines) << one.what;
+  }
+}
+
+TEST_F(DevInfo, BoardWithoutNeighbourScript) {
+  const char *script = "/usr/syscfg/neigh/neigh.sh", *aside = "/usr/syscfg/neigh/aside";
+  ASSERT_EQ(rename(script, aside), 0) << "the test needs the gateway's root file system";
+  EXPECT_EQ(Call("FuncPortalManagement", TMF_SET), 0);
+  EXPECT_EQ(Call("FuncServicesMWBAND", TMF_SET), 0);
+  EXPECT_EQ(rename(aside, script), 0);
+  EXPECT_EQ(TakeCommands(), Lines{});
+}
+
+TEST_F(DevInfo, NullArgument) {
+  const std::vector<std::pair<std::string, int>> cases = {
+      {"FuncDeviceInfo", -1}, {"FuncSyslog", 0}, {"FuncUPNP", 0}};
+  for (const auto &[name, result] : cases)
+    for (const OpFuncEntry *row = kDevInfoFuncTable; row->name != nullptr; ++row)
+      if (row->name == name) {
+        EXPECT_EQ(row->handler(nullptr), result) << name;
+      }
+  EXPECT_EQ(TakeCommands(), Lines{});
+}
+
+TEST_F(DevInfo, EveryRowHasAHandler) {
+  int rows = 0;
+  for (const OpFuncEntry *row = kDevInfoFuncTable; row->name != nullptr; ++row, ++rows)
+    EXPECT_NE(row->handler, nullptr) << row->name;
+  EXPECT_EQ(rows, 24);
+}
+
+TEST_F(DevInfo, MacAddressComesFromTheBasicSettings) {
+  ASSERT_EQ(nvram_unset("MAC", NVTYPE_BASIC), 0);
+  SetLeaf(kInfo + "MacAddress", "before");
+  EXPECT_EQ(Call("FuncDeviceInfo", TMF_INIT), 0);
+  EXPECT_EQ(Leaf(kInfo + "MacAddress"), "before");
+  ASSERT_EQ(nvram_set("MAC", "02:00:00:00:00:01", NVTYPE_BASIC), 0);
+  EXPECT_EQ(Call("FuncDeviceInfo", TMF_SET), 0);
+  EXPECT_EQ(Leaf(kInfo + "MacAddress"), "before") << "only the start refreshes it";
+  EXPECT_EQ(Call("FuncDeviceInfo", TMF_INIT), 0);
+  EXPECT_EQ(Leaf(kInfo + "MacAddress"), "02:00:00:00:00:01");
+  EXPECT_EQ(Call("FuncDeviceInfo", TMF_ADD), -1);
+}
+
+TEST_F(DevInfo, LogServiceIsTold) {
+  StartModules();
+  EXPECT_EQ(Call("FuncSyslog", TMF_INIT), 0);
+  EXPECT_EQ(Call("FuncSyslog", TMF_SET), 0);
+  PeerMessage message = AwaitMessage(0x100021);
+  EXPECT_EQ(message.peer, "utils:logmgt");
+  EXPECT_EQ(message.payload, std::string("FuncLogger", 11));
+}
+
+/* ---- service management ---- */
+
+struct SwitchStepCase {
+  const char *what;
+  std::string debug, one_bit;
+  Lines lines;
+  const char *complaint;
+};
+
+/* One after the other: each starts from what the one before it left. */
+const SwitchStepCase kSwitches[] = {
+    {"both off", "0", "0", {}, ""},
+    {"debug tool on", "1", "0", {"xdsldiag_srv --port 9000 &"}, ""},
+    {"on again starts nothing", "1", "0", {}, ""},
+    {"one-bit mode on", "1", "1", {"xdsl_cli set -us0 on &", "xdsl_cli set -1bit on &"}, ""},
+    {"no proper one-bit value",
+     "1",
+     "true",
+     {},
+     "op FuncServiceManage: oneBitEn true, is not a proper value."},
+    {"no proper tool value",
+     "01",
+     "1",
+     {},
+     "op FuncServiceManage: DebugToolEnable 01, is not a proper value."},
+    {"both off again",
+     "0",
+     "0",
+     {"killall xdsldiag_srv", "xdsl_cli set -us0 off &", "xdsl_cli set -1bit off &"},
+     ""},
+};
+
+TEST_F(DevInfo, ServiceSwitches) {
+  for (const SwitchStepCase &one : kSwitches) {
+    SetLeaf(kInfo + "X_CT-COM_ServiceManage.X_KVO_DebugToolEnable", one.debug);
+    SetLeaf(kInfo + "X_CT-COM_ServiceManage.X_KVO_OneBitEnable", one.one_bit);
+    testing::internal::CaptureStderr();
+    EXPECT_EQ(Call("FuncServiceManage", TMF_SET), 0) << one.what;
+    std::string log = testing::internal::GetCapturedStderr();
+    EXPECT_EQ(TakeCommands(), one.lines) << one.what;
+    EXPECT_NE(log.find(one.complaint), std::string::npos) << one.what << ": " << log;
+    if (*one.complaint == '\0') {
+      EXPECT_EQ(log.find("proper"), std::string::npos) << one.what;
+    }
+  }
+}
+
+TEST_F(DevInfo, ServiceSwitchesOfAModelWithoutThem) {
+  LoadModel("<InternetGatewayDevice type=\"object\"><A type=\"string\"/></InternetGatewayDevice>");
+  testing::internal::CaptureStderr();
+  EXPECT_EQ(Call("FuncServiceManage", TMF_INIT), 0);
+  std::string log = testing::internal::GetCapturedStderr();
+  EXPECT_NE(log.find("DebugToolEnable NULL, is not"), std::string::npos) << log;
+  EXPECT_NE(log.find("oneBitEn NULL, is not"), std::string::npos) << log;
+  EXPECT_EQ(TakeCommands(), Lines{});
+}
+
+/* ---- restore and up-time ---- */
+
+TEST_F(DevInfo, RestoreIsAskedForOnce) {
+  StartModules();
+  const std::string enable = kInfo + "X_CT-COM_Restore.Enable";
+  SetLeaf(enable, "1");
+  EXPECT_EQ(Call("FuncRestore", TMF_SET), 0);
+  EXPECT_EQ(Leaf(enable), "1") << "only the start looks at it";
+  RunOnModule([] { EXPECT_EQ(Call("FuncRestore", TMF_INIT), 0); });
+  EXPECT_EQ(Leaf(enable), "0");
+  EXPECT_EQ(AwaitMessage(TDS_MSG_TIMER).peer, "sysmgr:test");
+}
+
+/* Adds `storages` devices with a partition each and gives the first a mount point. */
+void PlugUsb(int storages, const std::string &mount_point) {
+  char url[AMS_PATH_SIZE];
+  for (int i = 1; i <= storages; ++i) {
+    std::string storage = kUsb + "Storage." + std::to_string(i);
+    ASSERT_EQ(ams_add_obj(gptXmlTrees->root, (kUsb + "Storage").c_str(), url), 0);
+    ASSERT_EQ(ams_add_obj(gptXmlTrees->root, (storage + ".Partitions").c_str(), url), 0);
+    SetLeaf(storage + ".Partitions.1.MountPoint", i == 1 ? mount_point : "/mnt/other");
+  }
+}
+
+TEST_F(DevInfo, RestoresFromTheFirstPartition) {
+  const struct {
+    const char *what;
+    int storages;
+    std::string mount_point;
+    Lines lines;
+  } cases[] = {
+      {"no storage", 0, "", {}},
+      {"one", 1, "/mnt/usb1", {"/usr/syscfg/backup.sh restore /mnt/usb1 &"}},
+      {"two: the first counts", 2, "/mnt/usb1", {"/usr/syscfg/backup.sh restore /mnt/usb1 &"}},
+      {"not mounted", 2, "", {}},
+  };
+  for (const auto &one : cases) {
+    LoadModel(DataModel());
+    PlugUsb(one.storages, one.mount_point);
+    RunMessage(kDevInfoMsgTable, TDS_MSG_TIMER);
+    EXPECT_EQ(TakeCommands(), one.lines) << one.what;
+  }
+}
+
+TEST_F(DevInfo, UpTimeIsRefreshedAgainAndAgain) {
+  StartModules();
+  struct sysinfo before, after;
+  for (int i = 0; i < 2; ++i) {
+    ASSERT_EQ(sysinfo(&before), 0);
+    SetLeaf(kInfo + "UpTime", "unset");
+    RunOnModule([] { RunMessage(kDevInfoMsgTable, TDS_MSG_TIMER + DEVINFO_TIMER_UPTIME); });
+    long up_time = atol(Leaf(kInfo + "UpTime").c_str());
+    ASSERT_EQ(sysinfo(&after), 0);
+    EXPECT_GE(up_time, before.uptime);
+    EXPECT_LE(up_time, after.uptime);
+    EXPECT_EQ(AwaitMessage(TDS_MSG_TIMER + DEVINFO_TIMER_UPTIME).peer, "sysmgr:test");
+  }
+}
+
+TEST_F(DevInfo, AnswersRequests) {
+  StartModules();
+  Ack ack = Request("sysmgr:devInfo", APPT_CMD_GET, kInfo + "X_CT-COM_Restore");
+  EXPECT_EQ(ack.result, 0);
+  EXPECT_EQ(ack.code, APPT_CODE_RESULT_VALUE);
+  EXPECT_NE(ack.value.find("Enable=0"), std::string::npos) << ack.value;
+}
+
+}  // namespace

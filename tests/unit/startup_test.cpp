@@ -1,0 +1,148 @@
+// The store server's bring-up by boot type, and what follows the start of the modules.
+#include <cstdlib>
+#include <fstream>
+#include <memory>
+
+#include "nvram.h"
+#include "sup_main.h"
+#include "support.h"
+
+namespace {
+
+constexpr char kCode[] = "InternetGatewayDevice.DeviceInfo.ProvisioningCode";
+constexpr char kUrl[] = "InternetGatewayDevice.ManagementServer.URL";
+constexpr char kUserChange[] = "InternetGatewayDevice.DeviceInfo.X_KVO-UserChange";
+constexpr char kBackup[] = "/var/config/backup.conf";
+
+std::string Setting(const char *key, int type) {
+  std::unique_ptr<char, decltype(&free)> value(nvram_get(key, type), free);
+  return value == nullptr ? "(none)" : value.get();
+}
+
+void Set(const char *key, const char *value, int type) {
+  if (value != nullptr)
+    ASSERT_EQ(nvram_set(key, value, type), 0);
+  else
+    ASSERT_EQ(nvram_unset(key, type), 0);
+}
+
+class StartupTest : public StoreTest {
+ protected:
+  void SetUp() override {
+    StoreTest::SetUp();
+    Clean();
+  }
+  void TearDown() override { Clean(); }
+  void Clean() {
+    nvram_clean(NVTYPE_STAGING);
+    nvram_clean(NVTYPE_BASIC);
+    (void)remove(kBackup); /* most tests have none */
+  }
+};
+
+TEST_F(StartupTest, TheBootTypeIsReadFromItsExactWords) {
+  const std::pair<const char *, int> kTypes[] = {
+      {nullptr, BOOT_BURN_IMAGE}, {"false", BOOT_RESTART}, {"true", BOOT_RESTORE},
+      {"clean", BOOT_CLEAN},      {"TRUE", BOOT_INVALID},  {"", BOOT_INVALID},
+  };
+  for (const auto &[word, type] : kTypes) {
+    Set("factoryType", word, NVTYPE_BASIC);
+    EXPECT_EQ(get_boot_type(), type) << (word == nullptr ? "absent" : word);
+  }
+  EXPECT_EQ(Setting(kUserChange, NVTYPE_STAGING), "BurnImage");
+}
+
+struct BootCase {
+  const char *what;
+  const char *boot_type, *backup, *old_version; /* NULL: there is none */
+  bool succeeds;
+  const char *code, *url; /* what the two parameters read as; a kept one is "KEPT" */
+  const char *next;       /* boot type afterwards */
+};
+
+/* The staging files of the root file system give FACTORY and a URL of example.net (factory,
+   customer) or BURNT; the data-model file gives "" and a URL of example.com. */
+const BootCase kBoots[] = {
+    {"burnt image", nullptr, nullptr, nullptr, true, "BURNT", "com", "false"},
+    {"restart keeps what was changed", "false", nullptr, nullptr, true, "KEPT", "com", "false"},
+    {"restore from the backup", "true", "BACKUP", nullptr, true, "BACKUP", "com", "false"},
+    {"restore without a backup is factory", "true", nullptr, nullptr, true, "FACTORY", "net",
+     "false"},
+    {"clean", "clean", "BACKUP", nullptr, true, "FACTORY", "net", "false"},
+    {"an unknown word lays nothing over", "TRUE", nullptr, nullptr, false, "", "com", "TRUE"},
+    {"a version that is too old forces factory", "false", nullptr, "XV1.0.3", true, "FACTORY",
+     "net", "false"},
+    {"a version that is not", "false", nullptr, "V1.1", true, "KEPT", "com", "false"},
+};
+
+TEST_F(StartupTest, EachBootTypeLaysItsParametersOverTheTree) {
+  for (const BootCase &row : kBoots) {
+    SCOPED_TRACE(row.what);
+    Clean();
+    Set("factoryType", row.boot_type, NVTYPE_BASIC);
+    Set("X_KVO_FWVersion", row.old_version, NVTYPE_BASIC);
+    Set("Tr069strap", "1", NVTYPE_STAGING);
+    if (row.boot_type != nullptr) Set(kCode, "KEPT", NVTYPE_STAGING);
+    if (row.backup != nullptr) std::ofstream(kBackup) << kCode << '=' << row.backup << '\n';
+    EXPECT_EQ(SDB_serverInit() == 0, row.succeeds);
+    EXPECT_EQ(Leaf(kCode), row.code);
+    EXPECT_NE(Leaf(kUrl).find(std::string("example.") + row.url), std::string::npos) << Leaf(kUrl);
+    EXPECT_EQ(Setting("factoryType", NVTYPE_BASIC), row.next);
+  }
+}
+
+TEST_F(StartupTest, TheVersionOfThisStartIsKept) {
+  const char *const kVersion = "V2.3.1"; /* of the data-model file */
+  Set("factoryType", "false", NVTYPE_BASIC);
+  Set("Tr069strap", "1", NVTYPE_STAGING);
+  ASSERT_EQ(SDB_serverInit(), 0);
+  EXPECT_EQ(Setting("X_KVO_FWVersion", NVTYPE_BASIC), kVersion);
+  EXPECT_EQ(Setting("Tr069strap", NVTYPE_STAGING), "1");
+  Set("X_KVO_FWVersion", "V1.9", NVTYPE_BASIC);
+  ASSERT_EQ(SDB_serverInit(), 0);
+  EXPECT_EQ(Setting("X_KVO_FWVersion", NVTYPE_BASIC), kVersion);
+  Set("X_KVO_FWVersion", "V1.0", NVTYPE_BASIC);
+  ASSERT_EQ(SDB_serverInit(), 0);
+  EXPECT_EQ(Setting("Tr069strap", NVTYPE_STAGING), "(none)") << "a forced reset drops it";
+}
+
+TEST_F(StartupTest, ASecondAttachSucceeds) {
+  XmlTreeSet *attached = gptXmlTrees;
+  EXPECT_EQ(SDB_clientInit(), 0);
+  EXPECT_EQ(gptXmlTrees, attached);
+  gptXmlTrees = nullptr;
+  EXPECT_EQ(SDB_clientInit(), 0);
+  EXPECT_EQ(gptXmlTrees, attached);
+}
+
+TEST_F(StartupTest, TheBuildTimeIsTheKernelsLineBehindSmp) {
+  constexpr char kTime[] = "InternetGatewayDevice.DeviceInfo.X_KVO_FWTime";
+  const std::string filler(300, 'x');
+  const struct {
+    const char *what;
+    std::string version;
+    const char *time;
+  } kCases[] = {
+      {"up to the line feed", "Linux 3.18 #1 SMP Mon Jan 5\nmore", "Mon Jan 5"},
+      {"a carriage return ends it without one", "#1 SMP Tue\rx", "Tue"},
+      {"no end: nothing", "#1 SMP Wed", ""},
+      {"no SMP: not written", "Linux 3.18 #1 PREEMPT\n", "before"},
+      {"no output: not written", "", "before"},
+      {"behind byte 256 nothing is read", filler + "SMP Thu\n", "before"},
+  };
+  for (const auto &row : kCases) {
+    SetLeaf(kTime, "before");
+    appt_SetTrace(1);
+    AnswerPopen(row.version);
+    EXPECT_EQ(process_init_after(), 0) << row.what;
+    EXPECT_EQ(Leaf(kTime), row.time) << row.what;
+    EXPECT_EQ(appt_Trace(), 0) << row.what;
+  }
+  FailPopen();
+  EXPECT_EQ(process_init_after(), 0);
+  std::vector<std::string> commands = TakeCommands();
+  EXPECT_EQ(commands.size(), std::size(kCases) + 1);
+  for (const std::string &command : commands) EXPECT_EQ(command, "cat proc/version");
+}
+
+}  // namespace

@@ -1,0 +1,788 @@
+// The data-model store: files, paths, texts, instances, spans, and what other processes do to it.
+// The program is also its own second process (see kRoles).
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <rapidcheck.h>
+#include <signal.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <cstdio>
+#include <fstream>
+#include <map>
+#include <sstream>
+#include <thread>
+
+#include "ams_store.h"
+#include "nvram.h"
+#include "store_desk.h"
+#include "tds_desk.h"
+
+namespace {
+
+#define IGD "InternetGatewayDevice."
+
+const char kModel[] = R"(<?xml version="1.0"?>
+<InternetGatewayDevice type="object">
+  <Summary type="string">sum</Summary>
+  <DeviceInfo type="object" op="FuncDeviceInfo" mod="sysmgr:devInfo" description="what it is">
+    <UpTime type="unsignedInt" writable="0">7</UpTime>
+    <Zeta type="string" notify="2">last letter, first here</Zeta>
+    <Alpha type="string" description="a &quot;b&quot;">a&lt;b</Alpha>
+    <Inner type="object"><Deep type="int">-4</Deep></Inner>
+    <Inner-2 type="object"><Deep type="boolean">1</Deep></Inner-2>
+    <Blank type="dateTime"> </Blank>
+    <Empty type="string"/>
+  </DeviceInfo>
+  <Services type="object" mod="sysmgr:capabinfo">
+    <ListNumberOfEntries type="unsignedInt" writable="0" notify="1">99</ListNumberOfEntries>
+    <List type="array" op="FuncList">
+      <Template op="FuncRow">
+        <Name type="string" notify="1">new</Name>
+        <Port type="int">80</Port>
+        <SubNumberOfEntries type="unsignedInt">0</SubNumberOfEntries>
+        <Sub type="array">
+          <Template><Leaf type="string">x</Leaf></Template>
+          <Instance id="1"><Leaf>default row</Leaf></Instance>
+        </Sub>
+      </Template>
+      <Instance id="10"><Name>ten</Name></Instance>
+      <Instance id="2"><Port type="int" writable="0">22</Port><Sub><Instance id="4"/></Sub></Instance>
+      <Instance id="9"/>
+    </List>
+    <Bare type="array"/>
+  </Services>
+  <ALL_CHANGED_DATA type="object"/>
+</InternetGatewayDevice>
+)";
+
+AmsTree *root;
+
+std::string Temporary(const std::string &content) {
+  std::string name = testing::TempDir() + "store_test." + std::to_string(getpid());
+  std::ofstream(name, std::ios::binary) << content;
+  return name;
+}
+
+AmsTree *LoadFile(const std::string &name) {
+  FILE *file = fopen(name.c_str(), "re");
+  AmsTree *tree = ams_mxmlLoadFile(nullptr, file, nullptr);
+  fclose(file);
+  return tree;
+}
+
+AmsTree *Load(const std::string &xml) {
+  std::string name = Temporary(xml);
+  AmsTree *tree = LoadFile(name);
+  unlink(name.c_str());
+  return tree;
+}
+
+/* Text forms with the separator shown as "|"; "(none)" for a call that failed. */
+std::string Shown(int result, char *text) {
+  std::string shown = result == 0 ? text : "(none)";
+  if (result != 0 && text != nullptr) shown = "failed, with a text";
+  __tds_free(text);
+  for (char &c : shown)
+    if (c == AMS_SEPARATOR) c = '|';
+  return shown;
+}
+std::string Text(const std::string &path) {
+  char *text = nullptr;
+  int result = ams_get_node_value(root, path.c_str(), &text);
+  return Shown(result, text);
+}
+std::string WithAttributes(const char *path, int changed) {
+  char *text = nullptr;
+  int result = ams_read_withAttr(root, path, changed, &text);
+  return Shown(result, text);
+}
+std::string Leaf(const std::string &path) {
+  char value[4096];
+  return ams_mxml_get_leaf_value(path.c_str(), value) == 0 ? value : "(none)";
+}
+std::string Attribute(const char *path, const char *name) {
+  char value[256];
+  return ams_get_node_attr(root, path, name, value) == 0 ? value : "(none)";
+}
+std::string Indexes(const std::string &array) {
+  char list[1024], highest[16];
+  if (ams_get_idxes(root, array.c_str(), list) != 0) return "(none)";
+  EXPECT_EQ(ams_get_array_maxIndex(root, array.c_str(), highest), 0);
+  const char *comma = strrchr(list, ',');
+  EXPECT_STREQ(highest, list[0] == '\0' ? "0" : comma == nullptr ? list : comma + 1);
+  return list;
+}
+std::string Children(const std::string &parent) {
+  char url[AMS_PATH_SIZE];
+  std::string names;
+  int rc = ams_get_first_child(root, parent.c_str(), url);
+  for (; rc == 0; rc = ams_get_next_child(root, std::string(url).c_str(), url))
+    names += std::string(strrchr(url, '.') + 1) + " ";
+  return names;
+}
+
+/* ---- the second process ---- */
+
+int Attach() {
+  gptXmlTrees = ShmPoolCliInit();
+  root = gptXmlTrees == nullptr ? nullptr : gptXmlTrees->root;
+  return root == nullptr ? 1 : 0;
+}
+int ServeRole() { /* a server that loads its file and dies */
+  gptXmlTrees = ShmPoolSrvInit();
+  return gptXmlTrees != nullptr && (gptXmlTrees->root = Load(kModel)) != nullptr ? 0 : 1;
+}
+int AttachRole() { return Attach(); }
+int WatchRole() { /* attaches, says so, and waits for another server's value */
+  if (Attach() != 0 || write(1, "+", 1) != 1) return 1;
+  char go;
+  return read(0, &go, 1) == 1 && Leaf(IGD "Summary") == "sum" ? 0 : 1;
+}
+int WriteRole() { /* writes pairs and rows until it is killed */
+  if (Attach() != 0) return 1;
+  for (int round = 0;; ++round) {
+    char url[AMS_PATH_SIZE];
+    ams_write_begin();
+    ams_mxml_sset_leaf_int(IGD "DeviceInfo.Zeta", round);
+    ams_add_obj(root, IGD "Services.List", url);
+    ams_mxml_sset_leaf_int(IGD "DeviceInfo.Alpha", round);
+    ams_write_end();
+    ams_del_obj(root, url);
+    if (round == 20 && write(1, "+", 1) != 1) return 1;
+  }
+}
+
+struct Role {
+  const char *name;
+  int (*run)();
+};
+const Role kRoles[] = {
+    {"serve", ServeRole}, {"attach", AttachRole}, {"watch", WatchRole}, {"write", WriteRole}};
+
+struct Child {
+  pid_t pid;
+  int in, out;
+};
+Child Start(const char *role) {
+  int in[2], out[2];
+  EXPECT_EQ(pipe2(in, O_CLOEXEC) | pipe2(out, O_CLOEXEC), 0);
+  pid_t pid = fork();
+  if (pid == 0) {
+    dup2(in[0], 0);
+    dup2(out[1], 1);
+    execl("/proc/self/exe", "store_test", role, nullptr);
+    _exit(127);
+  }
+  close(in[0]);
+  close(out[1]);
+  return {pid, in[1], out[0]};
+}
+int End(const Child &child) {
+  int status = -1;
+  waitpid(child.pid, &status, 0);
+  close(child.in);
+  close(child.out);
+  return status;
+}
+int RunRole(const char *role) { return End(Start(role)); }
+
+/* Before the rest: this process must not be attached while the files are damaged. */
+TEST(StoreTakeover, ADamagedStoreIsReplacedAndASoundOneKept) {
+  const std::string data = "/dev/shm/ams_store/data.mdb";
+  ASSERT_EQ(gptXmlTrees, nullptr);
+  EXPECT_NE(RunRole("attach"), 0) << "there is no store yet";
+  ASSERT_EQ(RunRole("serve"), 0);
+  struct Damage {
+    const char *what, *command;
+  };
+  const Damage kDamages[] = {
+      {"nothing", "true"},
+      {"cut short", "truncate -s 20000 /dev/shm/ams_store/data.mdb"},
+      {"empty", "truncate -s 0 /dev/shm/ams_store/data.mdb"},
+      {"no LMDB file", "head -c 99999 /dev/urandom > /dev/shm/ams_store/data.mdb"},
+      {"junk in the pages",
+       "head -c 99999 /dev/urandom | dd of=/dev/shm/ams_store/data.mdb bs=4096 seek=2 "
+       "conv=notrunc"},
+      {"no lock file", "rm /dev/shm/ams_store/lock.mdb"},
+  };
+  for (const Damage &damage : kDamages) {
+    EXPECT_EQ(WEXITSTATUS(system((std::string(damage.command) + " 2>/dev/null").c_str())), 0);
+    EXPECT_EQ(RunRole("serve"), 0) << damage.what;
+    EXPECT_EQ(RunRole("attach"), 0) << damage.what;
+  }
+  Child watcher = Start("watch");
+  char sign;
+  ASSERT_EQ(read(watcher.out, &sign, 1), 1);
+  EXPECT_EQ(RunRole("serve"), 0) << "while a client is attached";
+  EXPECT_EQ(write(watcher.in, "g", 1), 1);
+  EXPECT_EQ(End(watcher), 0) << "the client that was attached before must see the new tree";
+}
+
+class Store : public testing::Test {
+ protected:
+  static void SetUpTestSuite() {
+    gptXmlTrees = ShmPoolSrvInit();
+    ASSERT_NE(gptXmlTrees, nullptr);
+  }
+  void SetUp() override {
+    gptXmlTrees->root = root = Load(kModel);
+    ASSERT_NE(root, nullptr);
+  }
+};
+
+TEST_F(Store, KilledWriterLeavesItWholeAndUnlocked) {
+  for (int round = 0; round < 5; ++round) {
+    Child writer = Start("write");
+    char sign;
+    ASSERT_EQ(read(writer.out, &sign, 1), 1);
+    kill(writer.pid, SIGKILL);
+    End(writer);
+    EXPECT_EQ(Leaf(IGD "DeviceInfo.Zeta"), Leaf(IGD "DeviceInfo.Alpha")) << "half a span";
+    std::string list = Indexes(IGD "Services.List");
+    EXPECT_EQ(std::to_string(std::count(list.begin(), list.end(), ',') + 1),
+              Leaf(IGD "Services.ListNumberOfEntries"));
+    EXPECT_EQ(ams_mxml_fset_leaf(IGD "Summary", "after"), 0);
+  }
+}
+
+TEST_F(Store, NothingOfItIsInheritedByPrograms) {
+  EXPECT_NE(nvram_init_semaphore(), -1);
+  EXPECT_EQ(WEXITSTATUS(system("ls -l /proc/self/fd | grep -q mdb")), 1);
+}
+
+/* ---- reading ---- */
+
+TEST_F(Store, TextForms) {
+  struct Case {
+    const char *path, *text;
+  };
+  const char info[] =
+      "UpTime=7|Zeta=last letter, first here|Alpha=a<b|Inner.Deep=-4|Inner-2.Deep=1|Blank= |Empty=";
+  const Case kCases[] = {
+      {IGD "Summary", "Summary=sum"},
+      {IGD "DeviceInfo.Zeta.", "Zeta=last letter, first here"},
+      {IGD "DeviceInfo.Empty", "Empty="},
+      {IGD "DeviceInfo", info},
+      {IGD "DeviceInfo.Inner.", "Deep=-4"},
+      {IGD "Services.List",
+       "2.Name=new|2.Port=22|2.SubNumberOfEntries=1|2.Sub.4.Leaf=x|"
+       "9.Name=new|9.Port=80|9.SubNumberOfEntries=1|9.Sub.1.Leaf=default row|"
+       "10.Name=ten|10.Port=80|10.SubNumberOfEntries=1|10.Sub.1.Leaf=default row"},
+      {IGD "Services.List.9.Sub.1", "Leaf=default row"},
+      {IGD "Services.Bare", ""},
+      {IGD "ALL_CHANGED_DATA", ""},
+      {IGD "DeviceInfo.Nothing", "(none)"},
+      {IGD "DeviceInfo.Inner.Deep.Deeper", "(none)"},
+      {IGD "Services.List.02", "(none)"},
+      {IGD "Services.List.0", "(none)"},
+      {IGD "Services.List.99999999999", "(none)"},
+      {IGD "Services.List.Template", "(none)"},
+      {IGD "Services..List", "(none)"},
+      {"InternetGatewayDevic", "(none)"},
+      {".", "(none)"},
+      {"", "(none)"},
+  };
+  for (const Case &c : kCases) {
+    EXPECT_EQ(Text(c.path), c.text) << c.path;
+    EXPECT_EQ(ams_check_node(root, c.path), Text(c.path) == "(none)" ? -1 : 0) << c.path;
+  }
+  EXPECT_EQ(Text("InternetGatewayDevice").find("Summary=sum|DeviceInfo.UpTime=7|"), 0u);
+  EXPECT_EQ(ams_check_node(nullptr, IGD "Summary"), -1);
+}
+
+TEST_F(Store, Attributes) {
+  struct Case {
+    const char *path, *name, *value;
+  };
+  const Case kCases[] = {
+      {"InternetGatewayDevice", "type", "object"},
+      {IGD "DeviceInfo", "op", "FuncDeviceInfo"},
+      {IGD "DeviceInfo", "description", "what it is"},
+      {IGD "DeviceInfo.UpTime", "writable", "0"},
+      {IGD "DeviceInfo.UpTime", "op", "(none)"},
+      {IGD "DeviceInfo.Alpha", "description", "a \"b\""},
+      {IGD "DeviceInfo.Alpha", "typ", "(none)"},
+      {IGD "DeviceInfo.Zeta", "notify", "2"},
+      {IGD "Services.List", "type", "array"},
+      {IGD "Services.List.9", "type", "object"},
+      {IGD "Services.List.9.", "op", "FuncRow"},
+      {IGD "Services.List.2.Port", "writable", "0"},
+      {IGD "Services.List.9.Port", "writable", "(none)"},
+      {IGD "Services.None", "type", "(none)"},
+  };
+  for (const Case &c : kCases)
+    EXPECT_EQ(Attribute(c.path, c.name), c.value) << c.path << " " << c.name;
+  char mod[32], small[5];
+  EXPECT_EQ(ams_desk_mod(IGD "Services.List.9.Sub.1.Leaf", mod, sizeof mod), 0);
+  EXPECT_STREQ(mod, "sysmgr:capabinfo");
+  EXPECT_EQ(ams_desk_mod(IGD "Summary", mod, sizeof mod), -1);
+  EXPECT_EQ(ams_desk_mod(IGD "Services", small, sizeof small), -1);
+  EXPECT_EQ(WithAttributes(IGD "DeviceInfo.Alpha", 0),
+            "Alpha=a<b type=\"string\" description=\"a &quot;b&quot;\"");
+  EXPECT_EQ(WithAttributes(IGD "Services.List.9.Sub", 0), "1.Leaf=default row type=\"string\"");
+  EXPECT_EQ(WithAttributes(IGD "Services.None", 0), "(none)");
+}
+
+TEST_F(Store, ChildrenInTheFilesOrderWhileOthersWrite) {
+  EXPECT_EQ(Children("InternetGatewayDevice"), "Summary DeviceInfo Services ALL_CHANGED_DATA ");
+  EXPECT_EQ(Children(IGD "DeviceInfo."), "UpTime Zeta Alpha Inner Inner-2 Blank Empty ");
+  EXPECT_EQ(Children(IGD "Services.List"), "2 9 10 ");
+  EXPECT_EQ(Children(IGD "Services.Bare"), "");
+  EXPECT_EQ(Children(IGD "Summary"), "");
+  char url[AMS_PATH_SIZE];
+  ASSERT_EQ(ams_get_first_child(root, IGD "DeviceInfo", url), 0);
+  EXPECT_EQ(ams_mxml_fset_leaf(IGD "DeviceInfo.Zeta", "other"), 0);
+  ASSERT_EQ(ams_get_next_child(root, url, url), 0);
+  EXPECT_STREQ(url, IGD "DeviceInfo.Zeta") << "a write between must not lose the place";
+  EXPECT_EQ(ams_del_obj(root, IGD "Services.List.9"), 0);
+  ASSERT_EQ(ams_get_next_child(root, IGD "Services.List.9", url), 0);
+  EXPECT_STREQ(url, IGD "Services.List.10") << "after an instance that was deleted";
+  ASSERT_EQ(ams_write_begin(), 0);
+  EXPECT_EQ(Children(IGD "DeviceInfo."), "UpTime Zeta Alpha Inner Inner-2 Blank Empty ");
+  EXPECT_EQ(Children(IGD "Services.List"), "2 10 ");
+  ASSERT_EQ(ams_write_end(), 0);
+}
+
+TEST_F(Store, BuffersOfTheCallerAreNeverOverrun) {
+  struct {
+    char text[4], guard;
+  } box;
+  box.guard = '#';
+  EXPECT_EQ(ams_mxml_get_leaf_value(IGD "DeviceInfo.Zeta", box.text), 0);
+  EXPECT_STREQ(box.text, "las");
+  EXPECT_EQ(ams_mxml_get_leaf_value(IGD "DeviceInfo.Zetb", box.text), -1);
+  EXPECT_STREQ(box.text, "las") << "untouched when there is no such leaf";
+  EXPECT_EQ(ams_get_node_attr(root, IGD "DeviceInfo", "op", box.text), 0);
+  EXPECT_STREQ(box.text, "Fun");
+  EXPECT_EQ(ams_get_idxes(root, IGD "Services.List", box.text), -1);
+  EXPECT_STREQ(box.text, "");
+  EXPECT_EQ(box.guard, '#');
+  char slots[AMS_LIST_SLOTS + 1][AMS_LIST_SLOT_SIZE], url[AMS_PATH_SIZE];
+  slots[AMS_LIST_SLOTS][0] = '#';
+  AmsArrayList list = {0, slots};
+  for (int row = 0; row < AMS_LIST_SLOTS; ++row)
+    ASSERT_EQ(ams_add_obj(root, IGD "Services.List", url), 0);
+  EXPECT_EQ(ams_mxml_list_array(IGD "Services.List.", &list), 0);
+  EXPECT_EQ(list.count, AMS_LIST_SLOTS);
+  EXPECT_STREQ(slots[0], IGD "Services.List.2.");
+  EXPECT_STREQ(slots[AMS_LIST_SLOTS - 1], IGD "Services.List.57.");
+  EXPECT_EQ(slots[AMS_LIST_SLOTS][0], '#');
+  EXPECT_EQ(ams_mxml_list_array(IGD "Services", &list), -1);
+}
+
+/* ---- writing ---- */
+
+TEST_F(Store, WhatASetRefuses) {
+  std::string longest(AMS_VALUE_MAX, 'v'), path(AMS_PATH_SIZE, 'p');
+  struct Case {
+    const char *what, *path;
+    std::string value;
+    int set, sset; /* results */
+  };
+  const Case kCases[] = {
+      {"an ordinary leaf", IGD "DeviceInfo.Zeta", "new", 0, 0},
+      {"a trailing dot", IGD "DeviceInfo.Zeta.", "", 0, 0},
+      {"read-only", IGD "DeviceInfo.UpTime", "8", -1, 0},
+      {"the longest value", IGD "DeviceInfo.Zeta", longest, 0, 0},
+      {"a longer one", IGD "DeviceInfo.Zeta", longest + "v", -1, -1},
+      {"the separator", IGD "DeviceInfo.Zeta", "a\x03z", -1, -1},
+      {"an object", IGD "DeviceInfo", "x", -1, -1},
+      {"an array", IGD "Services.List", "x", -1, -1},
+      {"no such leaf", IGD "DeviceInfo.Eta", "x", -1, -1},
+      {"a path that is too long", path.c_str(), "x", -1, -1},
+      {"no name at all", "", "x", -1, -1},
+  };
+  for (const Case &c : kCases) {
+    std::string before = Text("InternetGatewayDevice");
+    EXPECT_EQ(ams_set_node_value(root, c.path, c.value.c_str()), c.set) << c.what;
+    if (c.set != 0) {
+      EXPECT_EQ(Text("InternetGatewayDevice"), before) << c.what;
+    }
+    EXPECT_EQ(ams_sset_node_value(root, c.path, c.value.c_str()), c.sset) << c.what;
+    if (c.sset == 0) {
+      EXPECT_EQ(Text(c.path).substr(Text(c.path).find('=') + 1), c.value) << c.what;
+    }
+  }
+  EXPECT_EQ(ams_set_node_value(root, IGD "DeviceInfo.Zeta", nullptr), 0);
+  EXPECT_EQ(Leaf(IGD "DeviceInfo.Zeta"), "");
+  EXPECT_EQ(ams_mxml_sset_leaf_int(IGD "DeviceInfo.UpTime", -5), 0);
+  EXPECT_EQ(Leaf(IGD "DeviceInfo.UpTime"), "-5");
+  EXPECT_EQ(ams_set_node_value(nullptr, IGD "Summary", "x"), -1);
+}
+
+TEST_F(Store, InstancesKeepTheirNumbers) {
+  char url[AMS_PATH_SIZE];
+  EXPECT_EQ(Leaf(IGD "Services.ListNumberOfEntries"), "3");
+  ASSERT_EQ(ams_add_obj(root, IGD "Services.List.", url), 0);
+  EXPECT_STREQ(url, IGD "Services.List.11");
+  EXPECT_EQ(Text(url), "Name=new|Port=80|SubNumberOfEntries=1|Sub.1.Leaf=default row");
+  EXPECT_EQ(Attribute(url, "op"), "FuncRow");
+  EXPECT_EQ(Attribute(IGD "Services.List.11.Name", "notify"), "1") << "as in the template";
+  EXPECT_EQ(ams_add_obj(root, IGD "Services.List.11.Sub", url), 0);
+  EXPECT_STREQ(url, IGD "Services.List.11.Sub.2");
+  EXPECT_EQ(Text(url), "Leaf=x");
+  EXPECT_EQ(ams_del_obj(root, IGD "Services.List.11."), 0);
+  EXPECT_EQ(ams_del_obj(root, IGD "Services.List.11"), -1);
+  EXPECT_EQ(Text(IGD "Services.List.11.Name"), "(none)");
+  ASSERT_EQ(ams_add_obj(root, IGD "Services.List", url), 0);
+  EXPECT_STREQ(url, IGD "Services.List.12") << "the number of a deleted one is not used again";
+  EXPECT_EQ(Indexes(IGD "Services.List"), "2,9,10,12");
+  EXPECT_EQ(Leaf(IGD "Services.ListNumberOfEntries"), "4");
+  for (const char *no :
+       {IGD "Services", IGD "Services.List", IGD "Summary", "InternetGatewayDevice"})
+    EXPECT_EQ(ams_del_obj(root, no), -1) << no;
+  for (const char *no : {IGD "Services", IGD "Services.Bare", IGD "Summary", IGD "None", ""})
+    EXPECT_EQ(ams_add_obj(root, no, url), -1) << no;
+  EXPECT_STREQ(url, "");
+}
+
+TEST_F(Store, ChangeListHoldsWhatChangedSinceItWasRead) {
+  const char kAll[] = IGD "ALL_CHANGED_DATA";
+  EXPECT_EQ(WithAttributes(kAll, 1), "") << "loading a file is no change";
+  ams_mxml_fset_leaf(IGD "DeviceInfo.Alpha", "no notify attribute");
+  ams_mxml_fset_leaf(IGD "DeviceInfo.Zeta", "last letter, first here"); /* the same */
+  EXPECT_EQ(WithAttributes(kAll, 1), "");
+  ams_mxml_fset_leaf(IGD "Services.List.10.Name", "x");
+  ams_mxml_fset_leaf(IGD "Services.List.9.Name", "y");
+  ams_mxml_fset_leaf(IGD "DeviceInfo.Zeta", "z");
+  EXPECT_EQ(WithAttributes(IGD "DeviceInfo", 1), "Zeta=z type=\"string\" notify=\"2\"");
+  EXPECT_EQ(WithAttributes(kAll, 1),
+            "Services.List.9.Name=y type=\"string\" notify=\"1\"|"
+            "Services.List.10.Name=x type=\"string\" notify=\"1\"");
+  EXPECT_EQ(WithAttributes(kAll, 1), "") << "reading empties it";
+  ams_mxml_fset_leaf(IGD "Services.List.9.Name", "gone");
+  EXPECT_EQ(ams_del_obj(root, IGD "Services.List.9"), 0);
+  EXPECT_EQ(WithAttributes(kAll, 1),
+            "Services.ListNumberOfEntries=2 type=\"unsignedInt\" writable=\"0\" notify=\"1\"");
+  char notify[8];
+  EXPECT_EQ(ams_get_attr(root, IGD "DeviceInfo.Alpha", notify, sizeof notify), 0);
+  EXPECT_STREQ(notify, "0");
+  EXPECT_EQ(ams_set_attr(root, IGD "DeviceInfo.Alpha", "1"), 0);
+  ams_mxml_fset_leaf(IGD "DeviceInfo.Alpha", "now");
+  EXPECT_EQ(ams_set_attr(root, IGD "DeviceInfo.Alpha", "0"), 0);
+  EXPECT_EQ(WithAttributes(kAll, 1), "") << "switched off before it was read";
+  EXPECT_EQ(Leaf(IGD "DeviceInfo.Alpha"), "now");
+  EXPECT_EQ(ams_set_attr(root, IGD "Nothing", "1"), -1);
+  EXPECT_EQ(ams_get_attr(root, IGD "Nothing", notify, sizeof notify), -1);
+}
+
+TEST_F(Store, ASpanIsSeenWholeOrNotAtAll) {
+  std::atomic<bool> done{false};
+  std::atomic<int> torn{0};
+  std::thread reader([&] {
+    while (!done) {
+      std::string text = Text(IGD "DeviceInfo");
+      size_t zeta = text.find("Zeta=") + 5, alpha = text.find("Alpha=") + 6;
+      std::string first = text.substr(zeta, text.find('|', zeta) - zeta);
+      std::string second = text.substr(alpha, text.find('|', alpha) - alpha);
+      if (first[0] == 'n' && first != second) ++torn;
+    }
+  });
+  for (int round = 0; round < 300; ++round) {
+    std::string value = "n" + std::to_string(round);
+    ASSERT_EQ(ams_write_begin(), 0);
+    EXPECT_EQ(ams_write_begin(), -1) << "spans do not nest";
+    EXPECT_EQ(ams_mxml_fset_leaf(IGD "DeviceInfo.Zeta", value.c_str()), 0);
+    EXPECT_EQ(Leaf(IGD "DeviceInfo.Zeta"), value) << "the thread reads what it wrote";
+    EXPECT_EQ(ams_mxml_fset_leaf(IGD "DeviceInfo.Alpha", value.c_str()), 0);
+    EXPECT_EQ(ams_set_node_value(root, IGD "DeviceInfo.UpTime", "x"), -1); /* spoils nothing */
+    ASSERT_EQ(ams_write_end(), 0);
+  }
+  done = true;
+  reader.join();
+  EXPECT_EQ(torn, 0);
+  EXPECT_EQ(Leaf(IGD "DeviceInfo.Alpha"), "n299");
+  EXPECT_EQ(ams_write_end(), -1) << "none is open";
+}
+
+TEST_F(Store, AFullStoreRefusesAndStaysAsItWas) {
+  std::string big(AMS_VALUE_MAX, 'b'), path;
+  char url[AMS_PATH_SIZE];
+  ASSERT_EQ(ams_write_begin(), 0);
+  int rc = 0;
+  for (int row = 0; row < 20000 && rc == 0; ++row) {
+    rc = ams_add_obj(root, IGD "Services.List", url);
+    path = std::string(url) + ".Name";
+    if (rc == 0) rc = ams_mxml_fset_leaf(path.c_str(), big.c_str());
+  }
+  EXPECT_EQ(rc, -1) << "there must be an end";
+  EXPECT_EQ(ams_mxml_fset_leaf(IGD "Summary", "x"), -1) << "the span is lost";
+  EXPECT_EQ(ams_write_end(), -1);
+  EXPECT_EQ(Indexes(IGD "Services.List"), "2,9,10");
+  EXPECT_EQ(ams_mxml_fset_leaf(IGD "Summary", "room again"), 0);
+}
+
+/* ---- against a plain model ---- */
+
+struct Model {
+  std::map<unsigned, std::pair<std::string, std::string>> rows; /* number: Name, Port */
+  unsigned highest = 10;
+};
+
+std::string ModelText(const Model &model) {
+  std::string text;
+  for (const auto &row : model.rows) {
+    std::string at = std::to_string(row.first);
+    if (!text.empty()) text += '|';
+    text += at + ".Name=" + row.second.first + "|" + at + ".Port=" + row.second.second + "|" + at +
+            ".SubNumberOfEntries=1|" + at + ".Sub.1.Leaf=default row";
+  }
+  return text;
+}
+
+void Step(Model *model, int what, unsigned number, const std::string &value) {
+  std::string row = IGD "Services.List." + std::to_string(number);
+  auto found = model->rows.find(number);
+  char url[AMS_PATH_SIZE];
+  int expected = found == model->rows.end() ? -1 : 0;
+  if (what == 0) {
+    RC_ASSERT(ams_add_obj(root, IGD "Services.List", url) == 0);
+    model->rows[++model->highest] = {"new", "80"};
+    RC_ASSERT(std::string(url) == IGD "Services.List." + std::to_string(model->highest));
+  } else if (what == 1) {
+    RC_ASSERT(ams_del_obj(root, row.c_str()) == expected);
+    model->rows.erase(number);
+  } else {
+    bool name = what == 2;
+    std::string path = row + (name ? ".Name" : ".Port.");
+    RC_ASSERT(ams_set_node_value(root, path.c_str(), value.c_str()) == expected);
+    if (expected == 0) (name ? found->second.first : found->second.second) = value;
+  }
+}
+
+TEST_F(Store, BehavesAsAPlainMap) {
+  bool holds = rc::check("random adds, deletes and sets", [] {
+    root = Load(kModel);
+    Model model;
+    for (unsigned number : {2, 9, 10}) { /* the same rows, made by the calls */
+      RC_ASSERT(ams_del_obj(root, (IGD "Services.List." + std::to_string(number)).c_str()) == 0);
+    }
+    int steps = *rc::gen::inRange(1, 40);
+    bool span = *rc::gen::arbitrary<bool>();
+    if (span) RC_ASSERT(ams_write_begin() == 0);
+    for (int step = 0; step < steps; ++step) {
+      Step(&model, *rc::gen::inRange(0, 4), *rc::gen::inRange(9u, 11 + model.highest),
+           *rc::gen::container<std::string>(rc::gen::inRange(' ', '{')));
+      RC_ASSERT(Text(IGD "Services.List") == ModelText(model));
+      RC_ASSERT(Leaf(IGD "Services.ListNumberOfEntries") == std::to_string(model.rows.size()));
+    }
+    if (span) RC_ASSERT(ams_write_end() == 0);
+    RC_ASSERT(Text(IGD "Services.List") == ModelText(model));
+  });
+  EXPECT_TRUE(holds);
+}
+
+/* ---- files ---- */
+
+TEST_F(Store, WhatAFileIsRefusedFor) {
+  const std::string name65(65, 'n'), value(AMS_VALUE_MAX + 1, 'v');
+  const std::string tail = "</InternetGatewayDevice>";
+  std::string deep, end, deepest = "<A type=\"object\">";
+  for (int doubled = 0; doubled < 17; ++doubled) deepest += deepest;
+  for (int level = 0; level < 1 << 17; ++level) deepest += "</A>";
+  for (int level = 0; level < 30; ++level) {
+    deep += "<Nameof9b type=\"object\">";
+    end = "</Nameof9b>" + end;
+  }
+  struct Case {
+    const char *what;
+    std::string xml;
+    int line;
+    const char *says;
+  };
+  auto in = [&](const std::string &body) {
+    return "<InternetGatewayDevice type=\"object\">\n" + body + tail;
+  };
+  auto array = [&](const std::string &body) {
+    return in("<A type=\"array\"><Template><L type=\"int\">1</L></Template>\n" + body + "</A>");
+  };
+  const Case kCases[] = {
+      {"no XML", "hello", 1, ""},
+      {"not closed", "<InternetGatewayDevice type=\"object\">\n\n<A>", 3, ""},
+      {"empty", "", 1, ""},
+      {"another root", "<Device type=\"object\"/>", 1, "InternetGatewayDevice"},
+      {"two roots", "<InternetGatewayDevice type=\"object\"/><B/>", 1, "only root"},
+      {"a leaf as root", "<InternetGatewayDevice type=\"int\"/>", 1, "object"},
+      {"no type", in("\n<L/>"), 3, "needs a type"},
+      {"unknown type", in("<L type=\"float\"/>"), 2, "float"},
+      {"bad name", in("<L.x type=\"int\"/>"), 2, "a name has"},
+      {"name too long", in("<" + name65 + " type=\"int\"/>"), 2, "64 bytes"},
+      {"path too long", in(deep + end), 2, "255 bytes"},
+      {"deeper than the stack", in(deepest), 2, "255 bytes"},
+      {"another type in an instance", array("<Instance id=\"3\" type=\"array\"/>"), 3, "object"},
+      {"value too long", in("<L type=\"string\">" + value + "</L>"), 2, "32768"},
+      {"separator in a value", in("<L type=\"string\">a&#3;</L>"), 2, "0x03"},
+      {"twice", in("<L type=\"int\"/>\n<M type=\"int\"/><L type=\"object\"/>"), 3, "twice"},
+      {"elements in a leaf", in("<L type=\"int\"><M/></L>"), 2, "no elements"},
+      {"no id", array("<Instance/>"), 3, "id"},
+      {"bad id", array("<Instance id=\"1x\"/>"), 3, "id"},
+      {"id 0", array("<Instance id=\"0\"/>"), 3, "id"},
+      {"id twice", array("<Instance id=\"3\"/>\n<Instance id=\"3\"/>"), 4, "twice"},
+      {"a stranger in an array", array("<L type=\"int\"/>"), 3, "Instances only"},
+      {"not of the template", array("<Instance id=\"3\"><M type=\"int\"/></Instance>"), 3,
+       "Template"},
+      {"another type", array("<Instance id=\"3\"><L type=\"array\"/></Instance>"), 3,
+       "another type"},
+      {"two templates", array("<Template/>"), 2, "one Template"},
+      {"no template", in("<A type=\"array\"><Instance id=\"3\"/></A>"), 2, "no Template"},
+  };
+  std::string before = Text("InternetGatewayDevice");
+  for (const Case &c : kCases) {
+    testing::internal::CaptureStderr();
+    EXPECT_EQ(Load(c.xml), nullptr) << c.what;
+    std::string told = testing::internal::GetCapturedStderr();
+    std::string place =
+        "store_test." + std::to_string(getpid()) + ":" + std::to_string(c.line) + ": ";
+    EXPECT_NE(told.find(place), std::string::npos) << c.what << ": " << told;
+    EXPECT_NE(told.find(c.says), std::string::npos) << c.what << ": " << told;
+    EXPECT_EQ(std::count(told.begin(), told.end(), '\n'), 1) << c.what << ": " << told;
+    EXPECT_EQ(Text("InternetGatewayDevice"), before) << c.what;
+  }
+}
+
+/* Everything that can be asked of the tree, as one text. */
+std::string Dump() {
+  std::string all;
+  std::vector<std::string> nodes = {"InternetGatewayDevice"};
+  while (!nodes.empty()) {
+    std::string node = nodes.back();
+    nodes.pop_back();
+    all += node + " " + Attribute(node.c_str(), "type") + " " + Attribute(node.c_str(), "op") +
+           " " + Attribute(node.c_str(), "notify") + " " + Children(node) + "\n";
+    char url[AMS_PATH_SIZE];
+    for (int rc = ams_get_first_child(root, node.c_str(), url); rc == 0;
+         rc = ams_get_next_child(root, url, url))
+      nodes.push_back(url);
+  }
+  return all + WithAttributes("InternetGatewayDevice", 0);
+}
+
+TEST_F(Store, ASavedFileLoadsAsTheSameTree) {
+  char url[AMS_PATH_SIZE];
+  ams_mxml_fset_leaf(IGD "DeviceInfo.Alpha", " <&>\"' \r\n\t\x01 \xff\xc3\xa4 ");
+  ams_mxml_fset_leaf(IGD "DeviceInfo.Blank", "\r");
+  ams_mxml_fset_leaf(IGD "DeviceInfo.Zeta", " \n ");
+  ams_set_attr(root, IGD "Services.List.9.Name", "0"); /* the template has 1 */
+  ams_set_attr(root, IGD "Services.List", "3");
+  ams_add_obj(root, IGD "Services.List", url);
+  ams_add_obj(root, IGD "Services.List.11.Sub", url);
+  ams_del_obj(root, IGD "Services.List.11.Sub.1");
+  ams_add_obj(root, IGD "Services.List", url);
+  ams_del_obj(root, url);
+  ams_mxml_fset_leaf(IGD "Services.List.11.Name", "");
+  const std::string before = Dump(), file = testing::TempDir() + "saved.xml";
+  std::vector<std::string> written;
+  for (int margin : {0, 20, -1}) {
+    if (margin >= 0) mxmlSetWrapMargin(margin);
+    ASSERT_EQ((margin >= 0 ? ams_save_xml : ams_align_xml)(root, file.c_str()), 0);
+    std::stringstream content;
+    content << std::ifstream(file).rdbuf();
+    written.push_back(content.str());
+    ASSERT_NE(Load(kModel), nullptr);
+    ASSERT_NE(LoadFile(file), nullptr) << content.str();
+    EXPECT_EQ(Dump(), before) << margin << content.str();
+    EXPECT_EQ(ams_add_obj(root, IGD "Services.List", url), 0);
+    EXPECT_STREQ(url, IGD "Services.List.13") << "the highest number ever used is kept";
+    EXPECT_EQ(Text(url), "Name=new|Port=80|SubNumberOfEntries=1|Sub.1.Leaf=default row");
+    ASSERT_NE(LoadFile(file), nullptr);
+  }
+  EXPECT_NE(written[0], written[1]) << "the margin breaks start tags";
+  EXPECT_LT(written[2].size(), written[0].size());
+  unlink(file.c_str());
+  EXPECT_EQ(ams_save_xml(root, "/nowhere/saved.xml"), -1);
+}
+
+/* ---- kept parameters ---- */
+
+TEST_F(Store, KeptParametersComeBack) {
+  char url[AMS_PATH_SIZE];
+  ASSERT_EQ(nvram_clean(NVTYPE_STAGING), 0);
+  ams_del_obj(root, IGD "Services.List.9");
+  ams_add_obj(root, IGD "Services.List", url);
+  ams_add_obj(root, IGD "Services.List.11.Sub", url);
+  ams_add_obj(root, IGD "Services.List", url);
+  ams_del_obj(root, IGD "Services.List.12");
+  ams_mxml_fset_leaf(IGD "Services.List.11.Sub.2.Leaf", "kept");
+  ams_mxml_fset_leaf(IGD "Services.List.2.Name", "a name");
+  for (const char *array : {IGD "Services.List", IGD "Services.List.11.Sub."})
+    EXPECT_EQ(ams_desk_persist_array(array), 0) << array;
+  for (const char *leaf : {IGD "Services.List.11.Sub.2.Leaf", IGD "Services.List.2.Name."})
+    EXPECT_EQ(ams_desk_persist_leaf(leaf), 0) << leaf;
+  EXPECT_EQ(ams_desk_persist_leaf(IGD "Services.List"), -1);
+  EXPECT_EQ(ams_desk_persist_array(IGD "Services"), -1);
+  std::string before = Text(IGD "Services");
+  for (const char *junk : {IGD "None", IGD "None.", IGD "Services.List.77.Name", "Tr069strap"})
+    nvram_set(junk, "1/1", NVTYPE_STAGING);
+  for (const char *bad : {"", "1", "1,/2", "x/2", "1/2/3", "/", "0/1", "1,2"}) {
+    nvram_set(IGD "Services.Bare.", bad, NVTYPE_STAGING);
+    root = Load(kModel);
+    EXPECT_EQ(update_from_nvram(root, NVTYPE_STAGING), 0) << bad;
+    EXPECT_EQ(Text(IGD "Services"), before) << bad;
+  }
+  ams_add_obj(root, IGD "Services.List", url);
+  EXPECT_STREQ(url, IGD "Services.List.13");
+  EXPECT_EQ(WithAttributes(IGD "ALL_CHANGED_DATA", 1),
+            "Services.ListNumberOfEntries=4 type=\"unsignedInt\" writable=\"0\" notify=\"1\"");
+  EXPECT_EQ(ams_desk_forget(IGD "Services.List.11"), 0);
+  EXPECT_EQ(nvram_get(IGD "Services.List.11.Sub.", NVTYPE_STAGING), nullptr);
+  EXPECT_EQ(nvram_get(IGD "Services.List.11.Sub.2.Leaf", NVTYPE_STAGING), nullptr);
+  char *other = nvram_get(IGD "Services.List.2.Name", NVTYPE_STAGING);
+  EXPECT_STREQ(other, "a name");
+  free(other);
+  EXPECT_EQ(update_from_nvram(root, 7), -1);
+}
+
+TEST_F(Store, TheBackupReplacesWhatIsKept) {
+  const char kFile[] = "/var/config/backup.conf";
+  auto kept = [](const char *key) {
+    std::unique_ptr<char, void (*)(void *)> value(nvram_get(key, NVTYPE_STAGING), free);
+    return std::string(value == nullptr ? "(none)" : value.get());
+  };
+  nvram_set(IGD "DeviceInfo.Zeta", "old", NVTYPE_STAGING);
+  nvram_set("Tr069strap", "stays", NVTYPE_STAGING);
+  for (const char *nothing : {"", "# only\n\n#remarks\n", "no equals sign\n"}) {
+    std::ofstream(kFile) << nothing;
+    testing::internal::CaptureStdout();
+    EXPECT_EQ(ams_mxml_load_to_staging(3), -1) << nothing;
+    fflush(stdout);
+    EXPECT_EQ(testing::internal::GetCapturedStdout(),
+              "staging source 3 (/var/config/backup.conf) has nothing\n");
+    EXPECT_EQ(kept(IGD "DeviceInfo.Zeta"), "old") << nothing;
+  }
+  std::ofstream(kFile) << IGD "DeviceInfo.Alpha=a=b \r\nbad line\n=x\n" IGD "Services.List.=2,3/3";
+  testing::internal::CaptureStderr();
+  EXPECT_EQ(ams_mxml_load_to_staging(3), 0);
+  std::string told = testing::internal::GetCapturedStderr();
+  EXPECT_NE(told.find("backup.conf:2 "), std::string::npos) << told;
+  EXPECT_NE(told.find("backup.conf:3 "), std::string::npos) << told;
+  EXPECT_EQ(kept(IGD "DeviceInfo.Zeta"), "(none)");
+  EXPECT_EQ(kept("Tr069strap"), "stays");
+  EXPECT_EQ(update_from_nvram(root, NVTYPE_STAGING), 0);
+  EXPECT_EQ(Leaf(IGD "DeviceInfo.Alpha"), "a=b ");
+  EXPECT_EQ(Indexes(IGD "Services.List"), "2,3");
+  unlink(kFile);
+  EXPECT_EQ(ams_mxml_load_to_staging(3), -1);
+  EXPECT_EQ(ams_mxml_load_to_staging(1), -1) << "there is no such source";
+  nvram_clean(NVTYPE_STAGING);
+}
+
+TEST_F(Store, TextsAreTheCallersOnly) {
+  int64_t before = tds_malloc_count(nullptr).blocks;
+  for (const char *path : {"InternetGatewayDevice", IGD "Summary", IGD "None"}) {
+    (void)Text(path); /* frees what it got */
+    (void)WithAttributes(path, 0);
+    (void)WithAttributes(path, 1);
+  }
+  EXPECT_EQ(tds_malloc_count(nullptr).blocks, before);
+}
+
+}  // namespace
+
+int main(int argc, char **argv) {
+  for (const Role &role : kRoles)
+    if (argc == 2 && strcmp(argv[1], role.name) == 0) return role.run();
+  testing::InitGoogleTest(&argc, argv);
+  return RUN_ALL_TESTS();
+}

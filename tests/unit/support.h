@@ -1,0 +1,92 @@
+// What the tests of the daemon's own code share: a private store with a small data model, a record
+// of every shell command, the daemon's modules running in this process, and what they send out.
+#pragma once
+
+#include <gtest/gtest.h>
+
+#include <cstdint>
+#include <functional>
+#include <string>
+#include <vector>
+
+#include "ams_common_api.h"
+
+/* ---- store ---- */
+
+/* Replaces the tree by a data-model text; a failure fails the test. */
+void LoadModel(const std::string &text);
+
+/* The leaf's value, or "(none)". */
+std::string Leaf(const std::string &path);
+
+/* A status write; a failure fails the test. */
+void SetLeaf(const std::string &path, const std::string &value);
+
+/* Each test starts with the tree of DataModel() and with no commands, answers or messages left. */
+class StoreTest : public ::testing::Test {
+ protected:
+  void SetUp() override;
+  virtual std::string DataModel() const;
+
+  /* Starts the modules of the daemon, once in this process, and returns when their start is over
+     and what it ran is forgotten. They go on running in the tests that follow; beside them stand
+     the peers "msgcenter:cAckAgt", "utils:logmgt", "portmgr:wan" and "portmgr:lan", which
+     record. */
+  void StartModules();
+};
+
+/* ---- shell ---- */
+
+/* The lines given to system() and popen() since the last call, in order, and forgets them. */
+std::vector<std::string> TakeCommands();
+
+/* As TakeCommands, once the line `last` has been run; 10 s later the test fails. */
+std::vector<std::string> AwaitCommand(const std::string &last);
+
+/* Output of the next popen() that has none yet; without any, output is empty. */
+void AnswerPopen(std::string output);
+
+/* The next popen() that has no answer yet fails. */
+void FailPopen();
+
+/* Whether the shell really runs the lines, after recording them. Off at the start of a test. */
+void RunCommands(bool really);
+
+/* ---- handlers ---- */
+
+/* Calls the handler of the first row `name`; a row that is missing or has none fails the test. */
+int RunOp(const OpFuncEntry *table, const std::string &name, int op, const std::string &path = "",
+          const char *value = nullptr);
+
+/* Calls the handler of message `id` on this thread. */
+void RunMessage(const MsgEntry *table, uint32_t id, const std::string &payload = "");
+
+/* Runs `work` on the thread of the module "sysmgr:test" and waits for its end. Timers that it
+   starts and notification 0x100054 are for AwaitMessage. Needs StartModules. */
+void RunOnModule(std::function<void()> work);
+
+/* ---- messages ---- */
+
+/* What one of the recording peers got. */
+struct PeerMessage {
+  std::string peer, sender, payload;
+  uint32_t id;
+};
+
+/* Takes out the oldest message `id` that a peer got, waiting for it; 10 s later the test fails. */
+PeerMessage AwaitMessage(uint32_t id);
+
+/* A request frame as the data-base manager sends it, and its way to a module. */
+std::string RequestFrame(uint32_t chain, uint32_t command, const std::string &url,
+                         const std::string &value = "");
+void Send(const std::string &module, uint32_t id, const std::string &payload);
+
+/* Sends the request and waits for its acknowledgement. */
+struct Ack {
+  uint32_t chain, command, code;
+  int32_t result;
+  std::string value; /* without the NUL */
+};
+Ack Request(const std::string &module, uint32_t command, const std::string &url,
+            const std::string &value = "");
+Ack ParseAck(const std::string &payload);
