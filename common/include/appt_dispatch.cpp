@@ -46,6 +46,13 @@ bool TypeIs(const char *url, const char *wanted, char (&type)[16]) {
   return ams_get_node_attr(Root(), url, "type", type) == 0 && strcmp(type, wanted) == 0;
 }
 
+/* The request's url without the trailing "." that some agents write. */
+std::string NodeUrl(const MsgArg *arg) {
+  std::string url = arg->url;
+  if (!url.empty() && url.back() == '.') url.pop_back();
+  return url;
+}
+
 /* Reads the node's own "op" into fucName; "" when it has none. 0, or -1 (logged): no such node. */
 int ReadOp(MsgArg *arg) {
   if (ams_get_node_attr(Root(), arg->url, "op", arg->fucName) == 0) return 0;
@@ -58,8 +65,9 @@ int ReadOp(MsgArg *arg) {
 /* The op of the array that an instance belongs to: instances share it. */
 int ReadArrayOp(MsgArg *arg) {
   char type[16] = "";
-  const char *dot = strrchr(arg->url, '.');
-  std::string father(arg->url, dot == nullptr ? 0 : static_cast<size_t>(dot - arg->url));
+  std::string father = NodeUrl(arg);
+  size_t dot = father.rfind('.');
+  father.resize(dot == std::string::npos ? 0 : dot);
   if (!TypeIs(father.c_str(), "array", type)) {
     AMS_PRINT(4, "Father URL:%s typeAttr:%s is not an array", father.c_str(), type);
     return -1;
@@ -103,8 +111,9 @@ int DoLeaf(MsgArg *arg) {
    the replies with a separator each. */
 size_t DoLeaves(const MsgArg *arg, LeafNode *list) {
   size_t total = 0;
+  const std::string object = NodeUrl(arg) + ".";
   for (LeafNode *leaf = list; leaf != nullptr; leaf = leaf->next) {
-    std::string url = std::string(arg->url) + "." + leaf->leafName;
+    std::string url = object + leaf->leafName;
     MsgArg child = {};
     child.raw = arg->raw;
     child.recvLen = arg->recvLen;

@@ -51,7 +51,7 @@ const RequestCase kRequests[] = {
     {"add needs an array", kServices, APPT_CMD_ADD, kTelnet, "", -1, "(none)"},
     {"leaves of an add", kServices, APPT_CMD_ADD, kTelnet, "Port=1", 0, "(none)"},
     {"an empty array lists as empty text of two bytes", kServices, APPT_CMD_LIST, kUsers, "", 0,
-     ""},
+     std::string(1, '\0')},
     {"set of an array", kServices, APPT_CMD_SET, kUsers, "", -1, "(none)"},
     {"a leaf is no node to ask", kServices, APPT_CMD_GET, kTelnet + ".Port", "", -1, "(none)"},
     {"no such node", kServices, APPT_CMD_GET, kRoot + "Nowhere", "", -1, "(none)"},

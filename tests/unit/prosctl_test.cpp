@@ -88,8 +88,11 @@ TEST_F(ProsCtl, TheTraceShowsTheFrameAndNothingBehindIt) {
   testing::internal::CaptureStdout();
   Request("sysmgr:capabinfo", APPT_CMD_SET, "InternetGatewayDevice.Services.ServiceTelnet",
           "Port=24");
-  for (const char *frame : {"", "x", "12345678\1\0\0\0\xff", "12345678\3\0\0\0ab"})
-    Send("sysmgr:capabinfo", EV_APPT_MSG_REQUEST, std::string(frame, strlen(frame) + 4));
+  const std::string kOdd[] = {"", "x", std::string("12345678\1\0\0\0\xff", 13),
+                              std::string("12345678\3\0\0\0ab", 14)};
+  for (const std::string &frame : kOdd) Send("sysmgr:capabinfo", EV_APPT_MSG_REQUEST, frame);
+  for (int acknowledged = 0; acknowledged < 2; ++acknowledged)
+    EXPECT_EQ(-1, ParseAck(AwaitMessage(EV_APPT_MSG_ACKTO_AGT).payload).result);
   Request("sysmgr:capabinfo", APPT_CMD_GET, "InternetGatewayDevice.Services.ServiceTelnet", "Port");
   appt_SetTrace(0);
   std::string text = testing::internal::GetCapturedStdout();

@@ -280,6 +280,12 @@ TEST_F(Store, TextForms) {
       {IGD "Services.List.99999999999", "(none)"},
       {IGD "Services.List.Template", "(none)"},
       {IGD "Services..List", "(none)"},
+      {IGD "Services.List.9x", "(none)"},
+      {IGD "DeviceInfo\x01Zeta", "(none)"}, /* the store's own marks open nothing */
+      {"InternetGatewayDevice\x02" "DeviceInfo.Zeta", "(none)"},
+      {"\xF2" IGD "Services.List.\x04.Name", "(none)"},
+      {"\xF3" IGD "DeviceInfo.Zeta", "(none)"},
+      {"\xF0", "(none)"},
       {"InternetGatewayDevic", "(none)"},
       {".", "(none)"},
       {"", "(none)"},
@@ -391,6 +397,7 @@ TEST_F(Store, WhatASetRefuses) {
       {"an object", IGD "DeviceInfo", "x", -1, -1},
       {"an array", IGD "Services.List", "x", -1, -1},
       {"no such leaf", IGD "DeviceInfo.Eta", "x", -1, -1},
+      {"a template", "\xF2" IGD "Services.List.\x04.Name", "x", -1, -1},
       {"a path that is too long", path.c_str(), "x", -1, -1},
       {"no name at all", "", "x", -1, -1},
   };

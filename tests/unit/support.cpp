@@ -233,7 +233,8 @@ void LoadModel(const std::string &text) {
   AmsTree *root = ams_mxmlLoadFile(nullptr, file, nullptr);
   fclose(file);
   ASSERT_NE(root, nullptr) << text;
-  gptXmlTrees->root = root;
+  /* Modules that run already read the word: it changes only with the first tree. */
+  if (gptXmlTrees->root != root) gptXmlTrees->root = root;
 }
 
 std::string Leaf(const std::string &path) {
