@@ -35,7 +35,8 @@ void __AMS_PrintHead(int level);
 /* Adds text to the open record. A record holds 4095 bytes; what is beyond is cut. */
 void __AMS_Print(int level, const char *format, ...) __attribute__((format(printf, 2, 3)));
 
-/* Writes the record to standard error: time, module, level, text, a line feed where it lacks one. */
+/* Writes the record to standard error: time, module, level, text, a line feed where it lacks one.
+ */
 void __AMS_PrintEnd(int level);
 
 /* Names the module of the calling thread for the print service; the message runtime calls it when

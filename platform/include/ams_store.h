@@ -15,10 +15,10 @@
 #include <stdio.h>
 
 enum {
-  AMS_PATH_SIZE = 256,           /* a path with its NUL */
-  AMS_NAME_SIZE = 65,            /* a name with its NUL */
-  AMS_VALUE_MAX = 32 * 1024,     /* bytes of a value, without a NUL */
-  AMS_LIST_SLOTS = 50,           /* most instances that ams_mxml_list_array hands out */
+  AMS_PATH_SIZE = 256,       /* a path with its NUL */
+  AMS_NAME_SIZE = 65,        /* a name with its NUL */
+  AMS_VALUE_MAX = 32 * 1024, /* bytes of a value, without a NUL */
+  AMS_LIST_SLOTS = 50,       /* most instances that ams_mxml_list_array hands out */
   AMS_LIST_SLOT_SIZE = 1024,
   AMS_SEPARATOR = 0x03,
 };
@@ -59,7 +59,8 @@ int update_from_nvram(struct AmsTree *root, int area);
 
 /* Loads a staging source into nvram area 1 and commits it. Sources: 0 factory defaults (drops the
    parameters that are there first), 2 factory defaults of the customer, 3 backup (drops first),
-   4 burnt image. 0, or -1 with a line on standard output that names the file: it is missing or has nothing. */
+   4 burnt image. 0, or -1 with a line on standard output that names the file: it is missing or has
+   nothing. */
 int ams_mxml_load_to_staging(int source);
 
 /* ---- reading ---- */
@@ -68,7 +69,8 @@ int ams_mxml_load_to_staging(int source);
 int ams_check_node(struct AmsTree *root, const char *path);
 
 /* Copies an attribute of the file ("type", "op", "writable", "mod", ...) into `value`, cut and
-   terminated. 0; -1 when the node does not exist or has no such attribute ("" then). Logs nothing. */
+   terminated. 0; -1 when the node does not exist or has no such attribute ("" then). Logs nothing.
+ */
 int ams_get_node_attr(struct AmsTree *root, const char *path, const char *name, char *value,
                       size_t size);
 
@@ -105,7 +107,8 @@ int ams_mxml_list_array(const char *array, struct AmsArrayList *list);
 
 /* ---- writing ---- */
 
-/* Sets a leaf; fails on writable="0" and on what is no leaf. A NULL value is "". 0 or -1 (logged). */
+/* Sets a leaf; fails on writable="0" and on what is no leaf. A NULL value is "". 0 or -1 (logged).
+ */
 int ams_set_node_value(struct AmsTree *root, const char *path, const char *value);
 
 /* Status writes: the same without the "writable" check. */

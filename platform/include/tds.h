@@ -96,7 +96,8 @@ void tds_delay(uint32_t ms);
 void tds_gettime(int32_t *seconds, int32_t *milliseconds);
 
 /* The counted heap: live blocks and bytes are kept by tag, a string that lives for ever. NULL when
-   there is no memory. __tds_realloc keeps the block's first tag unless `block` is NULL; __tds_free takes NULL. */
+   there is no memory. __tds_realloc keeps the block's first tag unless `block` is NULL; __tds_free
+   takes NULL. */
 void *__tds_malloc(size_t size, const char *tag);
 void *__tds_realloc(void *block, size_t size, const char *tag);
 void __tds_free(void *block);

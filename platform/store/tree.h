@@ -88,9 +88,10 @@ struct ThreadTxns {
   MDB_txn *read;      /* reset between calls; NULL before the first */
   MDB_cursor *cursor; /* of `read`, kept for the next scan */
   bool cursor_lent;
-  MDB_txn *span; /* the open write transaction, else NULL */
-  bool in_span;  /* between ams_write_begin and ams_write_end */
-  bool failed;   /* a write of the span did not work: all of it is given up */
+  bool leaf_last; /* the last text was a leaf's: the next one is looked for as such first */
+  MDB_txn *span;  /* the open write transaction, else NULL */
+  bool in_span;   /* between ams_write_begin and ams_write_end */
+  bool failed;    /* a write of the span did not work: all of it is given up */
 };
 ThreadTxns *TreeThread();
 

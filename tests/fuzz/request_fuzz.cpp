@@ -13,7 +13,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size);
 namespace {
 
 char kModel[] = R"(<?xml version="1.0"?>
-<D type="object" op="FuncTop">
+<InternetGatewayDevice type="object" op="FuncTop">
   <Leaf type="string" writable="0">text</Leaf>
   <Obj type="object" op="FuncObj">
     <On type="boolean">1</On>
@@ -33,7 +33,7 @@ char kModel[] = R"(<?xml version="1.0"?>
   </List>
   <Bare type="array"/>
   <Untyped/>
-</D>
+</InternetGatewayDevice>
 )";
 
 /* Requests that can have grown the tree, since it was loaded; it is loaded anew after so many. */

@@ -201,7 +201,8 @@ TEST_F(MgtSrvrTest, SetStartsTheClient) {
 TEST_F(MgtSrvrTest, AnswersRequests) {
   StartModules();
   SetLeaf(kSaved, "a,");
-  Ack ack = Request("sysmgr:mgtsrvr", APPT_CMD_GET, SERVER, "X_CT-COM_InformState");
+  Ack ack = Request("sysmgr:mgtsrvr", APPT_CMD_GET, "InternetGatewayDevice.ManagementServer",
+                    "X_CT-COM_InformState");
   EXPECT_EQ(ack.result, 0);
   EXPECT_EQ(ack.value, "X_CT-COM_InformState=2\x03") << "refreshed before it is read";
   ack = Request("sysmgr:mgtsrvr", APPT_CMD_ADD, SERVER "X_CT-COM_Events");

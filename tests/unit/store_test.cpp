@@ -282,7 +282,9 @@ TEST_F(Store, TextForms) {
       {IGD "Services..List", "(none)"},
       {IGD "Services.List.9x", "(none)"},
       {IGD "DeviceInfo\x01Zeta", "(none)"}, /* the store's own marks open nothing */
-      {"InternetGatewayDevice\x02" "DeviceInfo.Zeta", "(none)"},
+      {"InternetGatewayDevice\x02"
+       "DeviceInfo.Zeta",
+       "(none)"},
       {"\xF2" IGD "Services.List.\x04.Name", "(none)"},
       {"\xF3" IGD "DeviceInfo.Zeta", "(none)"},
       {"\xF0", "(none)"},
