@@ -32,7 +32,6 @@ char kModel[] = R"(<?xml version="1.0"?>
     <Instance id="2"><Name>two</Name></Instance>
   </List>
   <Bare type="array"/>
-  <Untyped/>
 </InternetGatewayDevice>
 )";
 
