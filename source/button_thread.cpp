@@ -26,18 +26,19 @@ struct KeyFunction {
   const char *gpio, *event, *trigger_type, *trigger_time, *abandon_time;
 };
 
-#define KEY_FUNCTION(gpio, event, function)                                                   \
-  {                                                                                           \
-    "KVO_GPIO_" gpio "_KEY=", "MSG_MONITOR_EVT_" event "=", "KVO_TRIGGER_TYPE_" function "=", \
-        "KVO_TRIGGER_TIME_" function "=", "KVO_ABANDON_TIME_" function "="                    \
-  }
 /* The reset key has four; the driver tells the functions of one key apart by their times. */
 const KeyFunction kKeyFunctions[] = {
-    KEY_FUNCTION("WPS", "WPS_INIT", "WPS"),
-    KEY_FUNCTION("RESET", "RESET_REBOOT", "REBOOT"),
-    KEY_FUNCTION("RESET", "RESET_FACTORY", "RESTORE"),
-    KEY_FUNCTION("RESET", "RESET_FACTORY_CLEAN", "RESTORE_CLEAN"),
-    KEY_FUNCTION("RESET", "BLINK", "BLINK"),
+    {"KVO_GPIO_WPS_KEY=", "MSG_MONITOR_EVT_WPS_INIT=", "KVO_TRIGGER_TYPE_WPS=",
+     "KVO_TRIGGER_TIME_WPS=", "KVO_ABANDON_TIME_WPS="},
+    {"KVO_GPIO_RESET_KEY=", "MSG_MONITOR_EVT_RESET_REBOOT=", "KVO_TRIGGER_TYPE_REBOOT=",
+     "KVO_TRIGGER_TIME_REBOOT=", "KVO_ABANDON_TIME_REBOOT="},
+    {"KVO_GPIO_RESET_KEY=", "MSG_MONITOR_EVT_RESET_FACTORY=", "KVO_TRIGGER_TYPE_RESTORE=",
+     "KVO_TRIGGER_TIME_RESTORE=", "KVO_ABANDON_TIME_RESTORE="},
+    {"KVO_GPIO_RESET_KEY=", "MSG_MONITOR_EVT_RESET_FACTORY_CLEAN=",
+     "KVO_TRIGGER_TYPE_RESTORE_CLEAN=", "KVO_TRIGGER_TIME_RESTORE_CLEAN=",
+     "KVO_ABANDON_TIME_RESTORE_CLEAN="},
+    {"KVO_GPIO_RESET_KEY=", "MSG_MONITOR_EVT_BLINK=", "KVO_TRIGGER_TYPE_BLINK=",
+     "KVO_TRIGGER_TIME_BLINK=", "KVO_ABANDON_TIME_BLINK="},
 };
 
 /* What is no number reads as 0, which leaves a key alone. Signed ones come out right, too. */

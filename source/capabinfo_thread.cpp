@@ -8,7 +8,7 @@
 
 namespace {
 
-const ApptModule kModule = {"CapabInfoMsgRevHandle", "source/capabinfo_thread"};
+const ApptModule kModule = {"CapabInfoMsgRevHandle", "source/capabinfo_thread", false};
 
 void CapabInfoInit(int32_t, const void *, uint32_t) {
   appt_InitFuncTable(kCapabInfoFuncTable);

@@ -5,7 +5,7 @@
 
 namespace {
 
-const ApptModule kModule = {"DevInfoMsgRevHandle", "source/devinfo_thread"};
+const ApptModule kModule = {"DevInfoMsgRevHandle", "source/devinfo_thread", true};
 
 void DevInfoInit(int32_t, const void *, uint32_t) {
   appt_InitFuncTable(kDevInfoFuncTable);

@@ -19,7 +19,7 @@ void OnInit(int32_t, const void *, uint32_t) {
 }
 
 void MgtSrvrMsgRevHandle(int32_t id, const void *data, uint32_t len) {
-  static const ApptModule kModule = {"MgtSrvrMsgRevHandle", "source/mgtsrvr_thread"};
+  static const ApptModule kModule = {"MgtSrvrMsgRevHandle", "source/mgtsrvr_thread", false};
   appt_MsgRevHandle(&kModule, id, data, len);
 }
 

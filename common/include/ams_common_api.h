@@ -123,6 +123,7 @@ int appt_Do_Array(MsgArg *arg);
 struct ApptModule {
   const char *handler;
   const char *source;
+  bool logs_result; /* one module also logs each result */
 };
 void appt_MsgRevHandle(const ApptModule *module, int32_t id, const void *data, uint32_t len);
 

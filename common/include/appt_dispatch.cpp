@@ -119,7 +119,9 @@ size_t DoLeaves(const MsgArg *arg, LeafNode *list) {
     child.recvLen = arg->recvLen;
     child.url = url.c_str();
     child.value = leaf->leafValue;
-    if (DoLeaf(&child) != 0) AMS_PRINT(4, "do leaf: url %s error occur", url.c_str());
+    /* a piece without a name would be the object itself */
+    if (leaf->leafName[0] == '\0' || DoLeaf(&child) != 0)
+      AMS_PRINT(4, "do leaf: url %s error occur", url.c_str());
     if (child.rBuf == nullptr) continue;
     total += strlen(child.rBuf) + 1;
     leaf->rBuf = child.rBuf;
@@ -166,11 +168,12 @@ int RunLeafList(MsgArg *arg, LeafNode *list) {
   if (FindOp(arg) != 0) return -1;
   if (ReadsWithOp(cmd) && CallOp(arg) == -1) return -1;
   /* the leaves of a set become visible together; the op function then sees all of them */
-  bool writes = cmd == APPT_CMD_SET && ams_write_begin() == 0;
+  bool writes = cmd == APPT_CMD_SET;
+  if (writes && ams_write_begin() != 0) return -1;
   size_t total = DoLeaves(arg, list);
   if (writes && ams_write_end() != 0) return -1;
   if (JoinReplies(arg, list, total) != 0) return -1;
-  return cmd == APPT_CMD_SET && CallOp(arg) == -1 ? -1 : 0;
+  return writes && CallOp(arg) == -1 ? -1 : 0;
 }
 
 int WalkSubtree(MsgArg *arg);
@@ -194,7 +197,7 @@ int WalkSubtree(MsgArg *arg) {
     AMS_PRINT(4, " ERROR accur at appt_Do_OpFunc when op:%s", arg->fucName);
   int more = ams_get_first_child(Root(), arg->url, child);
   while (more == 0) {
-    if (WalkChild(arg, child) != 0) return -1;
+    (void)WalkChild(arg, child); /* logged; one that was deleted meanwhile stops no other */
     char next[AMS_PATH_SIZE];
     more = ams_get_next_child(Root(), child, next);
     memcpy(child, next, sizeof(child));

@@ -79,6 +79,9 @@ void SendAck(const ApptModule *module, const void *frame, int32_t result, MsgArg
   memcpy(record, frame, APPT_HEAD_SIZE);
   appt_PutWord(record + 8, arg->rLen == 0 ? APPT_CODE_RESULT : APPT_CODE_RESULT_VALUE);
   appt_PutWord(record + APPT_HEAD_SIZE, static_cast<uint32_t>(result));
+  if (module->logs_result)
+    APPT_PRINT(1, module, "*((int *)pReturnMsg->data)=%d ;  ret= %d \n",
+               static_cast<int>(appt_GetWord(record)), result);
   if (arg->rLen != 0) {
     /* an empty list answers one byte more than its text holds */
     size_t text = strnlen(arg->rBuf, arg->rLen);

@@ -17,6 +17,23 @@ const char *TakeText(const uint8_t *frame, uint32_t size, uint32_t *at, uint8_t 
   return text;
 }
 
+/* One piece of a list; NULL when there is no memory for it. */
+LeafNode *ParseLeaf(std::string_view piece) {
+  constexpr char kTag[] = "appt_ParseLeafList";
+  LeafNode *leaf = static_cast<LeafNode *>(__tds_malloc(sizeof(LeafNode), kTag));
+  if (leaf == nullptr) return nullptr;
+  *leaf = {};
+  size_t equals = piece.find('=');
+  std::string_view name = piece.substr(0, equals);
+  name.copy(leaf->leafName, sizeof(leaf->leafName) - 1);
+  if (equals == piece.npos || equals + 1 == piece.size()) return leaf;
+  std::string_view text = piece.substr(equals + 1);
+  leaf->leafValue = __tds_strndup(text.data(), text.size(), kTag);
+  if (leaf->leafValue != nullptr) return leaf;
+  __tds_free(leaf);
+  return nullptr;
+}
+
 }  // namespace
 
 uint32_t appt_GetWord(const void *bytes) {
@@ -60,21 +77,12 @@ LeafNode *appt_ParseLeafList(const char *value) {
   LeafNode *list = nullptr, **tail = &list;
   while (value != nullptr && *value != '\0') {
     const char *end = strchrnul(value, AMS_SEPARATOR);
-    const char *equals =
-        static_cast<const char *>(memchr(value, '=', static_cast<size_t>(end - value)));
-    LeafNode *leaf = static_cast<LeafNode *>(__tds_malloc(sizeof(LeafNode), "appt_ParseLeafList"));
+    LeafNode *leaf = ParseLeaf(std::string_view(value, static_cast<size_t>(end - value)));
     if (leaf == nullptr) {
-      AMS_PRINT(5, "tds_malloc failed size is %d.", static_cast<int>(sizeof(LeafNode)));
+      AMS_PRINT(5, "tds_malloc failed size is %d.", static_cast<int>(end - value));
       appt_FreeLeafList(list);
       return nullptr;
     }
-    *leaf = {};
-    size_t name = static_cast<size_t>((equals == nullptr ? end : equals) - value);
-    memcpy(leaf->leafName, value,
-           name < sizeof(leaf->leafName) ? name : sizeof(leaf->leafName) - 1);
-    if (equals != nullptr && equals + 1 < end)
-      leaf->leafValue =
-          __tds_strndup(equals + 1, static_cast<size_t>(end - equals - 1), "appt_ParseLeafList");
     *tail = leaf;
     tail = &leaf->next;
     value = *end == '\0' ? end : end + 1;

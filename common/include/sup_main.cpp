@@ -3,6 +3,7 @@
 
 #include <signal.h>
 
+#include <cstdint>
 #include <cstdio>
 #include <cstring>
 
@@ -68,7 +69,8 @@ int sysmgr_main() {
     AMS_PRINT(5, "initShmPool failed \n");
     return -1;
   }
-  AMS_PRINT(1, "gptXmlTrees addr is %p \n", static_cast<void *>(gptXmlTrees));
+  AMS_PRINT(1, "gptXmlTrees addr is %d \n",
+            static_cast<int>(reinterpret_cast<intptr_t>(gptXmlTrees)));
   AMS_PrintMgt_Init();
   int ret = SysInit(SYSMGR_MODULES);
   if (ret == -1) {

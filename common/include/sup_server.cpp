@@ -1,5 +1,6 @@
 // The store server's bring-up: the data-model file, the firmware-version check, the boot types.
 // The daemon itself is a client (sup_main.cpp); this serves the data-base manager's process.
+#include <cstdint>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -31,7 +32,8 @@ void StoreBasic(const char *key, const char *value) {
 int OpenStore() {
   (void)nvram_init_semaphore(); /* logged there */
   gptXmlTrees = ShmPoolSrvInit();
-  AMS_PRINT(1, "server gptXmlTrees addr is %p", static_cast<void *>(gptXmlTrees));
+  AMS_PRINT(1, "server gptXmlTrees addr is %d",
+            static_cast<int>(reinterpret_cast<intptr_t>(gptXmlTrees)));
   if (gptXmlTrees != nullptr) return 0;
   AMS_PRINT(5, "Shm srv init failed!");
   return -1;

@@ -86,6 +86,9 @@ TEST_F(Dispatch, SetsOfOddLeaves) {
   EXPECT_EQ("7", Leaf(kTelnet + ".Port")) << "a failed leaf stops the others";
   EXPECT_EQ("", Leaf(kTelnet + ".Enable")) << "an empty value is a value";
   EXPECT_EQ(0, Request(kInfoModule, APPT_CMD_SET, kInfo, "UpTime=5=6").result);
+  EXPECT_EQ(0, Request(kInfoModule, APPT_CMD_SET, kInfo, "=1\3ProvisioningCode=p").result);
+  EXPECT_EQ("p", Leaf(kInfo + ".ProvisioningCode")) << "a value without a name";
+  EXPECT_EQ(3U, Request(kInfoModule, APPT_CMD_GET, kInfo, "=").code) << "no name, nothing read";
   EXPECT_EQ("5=6", Leaf(kInfo + ".UpTime")) << "read-only leaves are written as a status";
 }
 
@@ -105,6 +108,7 @@ TEST_F(Dispatch, InstancesComeAndGo) {
   EXPECT_EQ(0, Request(kServices, APPT_CMD_DEL, kUsers + ".1").result);
   EXPECT_EQ(-1, Request(kServices, APPT_CMD_DEL, kUsers + ".1").result);
   EXPECT_EQ("2", Request(kServices, APPT_CMD_LIST, kUsers).value);
+  AwaitCommand("killall -q smbd"); /* the changed list has armed Samba's timer */
 }
 
 TEST_F(Dispatch, ANodeWithoutTypeIsReportedBeforeTheAcknowledgement) {

@@ -1,0 +1,37 @@
+// The desk's data-model file against the FUNC tables, in both directions.
+#include <cstring>
+#include <set>
+
+#include "support.h"
+
+namespace {
+
+AmsTree *Root() { return gptXmlTrees->root; }
+
+/* The op names of `url` and of every node below it. */
+void CollectOps(const std::string &url, std::set<std::string> *ops) {
+  char op[128], child[AMS_PATH_SIZE];
+  if (ams_get_node_attr(Root(), url.c_str(), "op", op) == 0) ops->insert(op);
+  for (int more = ams_get_first_child(Root(), url.c_str(), child); more == 0;
+       more = ams_get_next_child(Root(), std::string(child).c_str(), child))
+    CollectOps(child, ops);
+}
+
+TEST_F(StoreTest, TheDataModelFileAndTheFuncTablesNameTheSameOps) {
+  FILE *file = fopen("/etc/tr098_data_model.xml", "re");
+  ASSERT_NE(nullptr, file);
+  ASSERT_NE(nullptr, ams_mxmlLoadFile(nullptr, file, nullptr));
+  fclose(file);
+  std::set<std::string> ops, rows;
+  CollectOps("InternetGatewayDevice", &ops);
+  for (const OpFuncEntry *const *table = FUNC_TABLES; *table != nullptr; ++table)
+    for (const OpFuncEntry *row = *table; row->name != nullptr; ++row) {
+      rows.insert(row->name);
+      bool named = row->handler == nullptr || ops.count(row->name) == 1;
+      EXPECT_TRUE(named) << "no node names the op function " << row->name;
+    }
+  EXPECT_GT(ops.size(), 20U);
+  for (const std::string &op : ops) EXPECT_EQ(1U, rows.count(op)) << "no row for op " << op;
+}
+
+}  // namespace

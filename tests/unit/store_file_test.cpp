@@ -1,0 +1,209 @@
+// The data-model store and its files: what a data-model file is refused for, saving, and parameters
+// kept in the settings.
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <fstream>
+#include <memory>
+#include <sstream>
+#include <vector>
+
+#include "nvram.h"
+#include "store_desk.h"
+#include "store_support.h"
+
+namespace {
+
+TEST_F(Store, WhatAFileIsRefusedFor) {
+  const std::string name65(65, 'n'), value(AMS_VALUE_MAX + 1, 'v');
+  const std::string tail = "</InternetGatewayDevice>";
+  std::string deep, end, deepest = "<A type=\"object\">";
+  for (int doubled = 0; doubled < 17; ++doubled) deepest += deepest;
+  for (int level = 0; level < 1 << 17; ++level) deepest += "</A>";
+  for (int level = 0; level < 30; ++level) {
+    deep += "<Nameof9b type=\"object\">";
+    end = "</Nameof9b>" + end;
+  }
+  struct Case {
+    const char *what;
+    std::string xml;
+    int line;
+    const char *says;
+  };
+  auto in = [&](const std::string &body) {
+    return "<InternetGatewayDevice type=\"object\">\n" + body + tail;
+  };
+  auto array = [&](const std::string &body) {
+    return in("<A type=\"array\"><Template><L type=\"int\">1</L></Template>\n" + body + "</A>");
+  };
+  const Case kCases[] = {
+      {"no XML", "hello", 1, ""},
+      {"not closed", "<InternetGatewayDevice type=\"object\">\n\n<A>", 3, ""},
+      {"empty", "", 1, ""},
+      {"another root", "<Device type=\"object\"/>", 1, "InternetGatewayDevice"},
+      {"two roots", "<InternetGatewayDevice type=\"object\"/><B/>", 1, "only root"},
+      {"a leaf as root", "<InternetGatewayDevice type=\"int\"/>", 1, "object"},
+      {"no type", in("\n<L/>"), 3, "needs a type"},
+      {"unknown type", in("<L type=\"float\"/>"), 2, "float"},
+      {"bad name", in("<L.x type=\"int\"/>"), 2, "a name has"},
+      {"name too long", in("<" + name65 + " type=\"int\"/>"), 2, "64 bytes"},
+      {"path too long", in(deep + end), 2, "255 bytes"},
+      {"deeper than the stack", in(deepest), 2, "255 bytes"},
+      {"another type in an instance", array("<Instance id=\"3\" type=\"array\"/>"), 3, "object"},
+      {"value too long", in("<L type=\"string\">" + value + "</L>"), 2, "32768"},
+      {"separator in a value", in("<L type=\"string\">a&#3;</L>"), 2, "0x03"},
+      {"twice", in("<L type=\"int\"/>\n<M type=\"int\"/><L type=\"object\"/>"), 3, "twice"},
+      {"elements in a leaf", in("<L type=\"int\"><M/></L>"), 2, "no elements"},
+      {"no id", array("<Instance/>"), 3, "id"},
+      {"bad id", array("<Instance id=\"1x\"/>"), 3, "id"},
+      {"id 0", array("<Instance id=\"0\"/>"), 3, "id"},
+      {"id twice", array("<Instance id=\"3\"/>\n<Instance id=\"3\"/>"), 4, "twice"},
+      {"a stranger in an array", array("<L type=\"int\"/>"), 3, "Instances only"},
+      {"not of the template", array("<Instance id=\"3\"><M type=\"int\"/></Instance>"), 3,
+       "Template"},
+      {"another type", array("<Instance id=\"3\"><L type=\"array\"/></Instance>"), 3,
+       "another type"},
+      {"two templates", array("<Template/>"), 2, "one Template"},
+      {"no template", in("<A type=\"array\"><Instance id=\"3\"/></A>"), 2, "no Template"},
+  };
+  std::string before = Text("InternetGatewayDevice");
+  for (const Case &c : kCases) {
+    testing::internal::CaptureStderr();
+    EXPECT_EQ(Load(c.xml), nullptr) << c.what;
+    std::string told = testing::internal::GetCapturedStderr();
+    std::string place =
+        "store_test." + std::to_string(getpid()) + ":" + std::to_string(c.line) + ": ";
+    EXPECT_NE(told.find(place), std::string::npos) << c.what << ": " << told;
+    EXPECT_NE(told.find(c.says), std::string::npos) << c.what << ": " << told;
+    EXPECT_EQ(std::count(told.begin(), told.end(), '\n'), 1) << c.what << ": " << told;
+    EXPECT_EQ(Text("InternetGatewayDevice"), before) << c.what;
+  }
+}
+
+/* Everything that can be asked of the tree, as one text. */
+std::string Dump() {
+  std::string all;
+  std::vector<std::string> nodes = {"InternetGatewayDevice"};
+  while (!nodes.empty()) {
+    std::string node = nodes.back();
+    nodes.pop_back();
+    all += node + " " + Attribute(node.c_str(), "type") + " " + Attribute(node.c_str(), "op") +
+           " " + Attribute(node.c_str(), "notify") + " " + Children(node) + "\n";
+    char url[AMS_PATH_SIZE];
+    for (int rc = ams_get_first_child(root, node.c_str(), url); rc == 0;
+         rc = ams_get_next_child(root, url, url))
+      nodes.push_back(url);
+  }
+  return all + WithAttributes("InternetGatewayDevice", 0);
+}
+
+TEST_F(Store, ASavedFileLoadsAsTheSameTree) {
+  char url[AMS_PATH_SIZE];
+  ams_mxml_fset_leaf(IGD "DeviceInfo.Alpha", " <&>\"' \r\n\t\x01 \xff\xc3\xa4 ");
+  ams_mxml_fset_leaf(IGD "DeviceInfo.Blank", "\r");
+  ams_mxml_fset_leaf(IGD "DeviceInfo.Zeta", " \n ");
+  ams_set_attr(root, IGD "Services.List.9.Name", "0"); /* the template has 1 */
+  ams_set_attr(root, IGD "Services.List", "3");
+  ams_add_obj(root, IGD "Services.List", url);
+  ams_add_obj(root, IGD "Services.List.11.Sub", url);
+  ams_del_obj(root, IGD "Services.List.11.Sub.1");
+  ams_add_obj(root, IGD "Services.List", url);
+  ams_del_obj(root, url);
+  ams_mxml_fset_leaf(IGD "Services.List.11.Name", "");
+  const std::string before = Dump(), file = testing::TempDir() + "saved.xml";
+  std::vector<std::string> written;
+  for (int margin : {0, 20, -1}) {
+    if (margin >= 0) mxmlSetWrapMargin(margin);
+    ASSERT_EQ((margin >= 0 ? ams_save_xml : ams_align_xml)(root, file.c_str()), 0);
+    std::stringstream content;
+    content << std::ifstream(file).rdbuf();
+    written.push_back(content.str());
+    ASSERT_NE(Load(kModel), nullptr);
+    ASSERT_NE(LoadFile(file), nullptr) << content.str();
+    EXPECT_EQ(Dump(), before) << margin << content.str();
+    EXPECT_EQ(ams_add_obj(root, IGD "Services.List", url), 0);
+    EXPECT_STREQ(url, IGD "Services.List.13") << "the highest number ever used is kept";
+    EXPECT_EQ(Text(url), "Name=new|Port=80|SubNumberOfEntries=1|Sub.1.Leaf=default row");
+    ASSERT_NE(LoadFile(file), nullptr);
+  }
+  EXPECT_NE(written[0], written[1]) << "the margin breaks start tags";
+  EXPECT_LT(written[2].size(), written[0].size());
+  unlink(file.c_str());
+  EXPECT_EQ(ams_save_xml(root, "/nowhere/saved.xml"), -1);
+}
+
+/* ---- kept parameters ---- */
+
+TEST_F(Store, KeptParametersComeBack) {
+  char url[AMS_PATH_SIZE];
+  ASSERT_EQ(nvram_clean(NVTYPE_STAGING), 0);
+  ams_del_obj(root, IGD "Services.List.9");
+  ams_add_obj(root, IGD "Services.List", url);
+  ams_add_obj(root, IGD "Services.List.11.Sub", url);
+  ams_add_obj(root, IGD "Services.List", url);
+  ams_del_obj(root, IGD "Services.List.12");
+  ams_mxml_fset_leaf(IGD "Services.List.11.Sub.2.Leaf", "kept");
+  ams_mxml_fset_leaf(IGD "Services.List.2.Name", "a name");
+  for (const char *array : {IGD "Services.List", IGD "Services.List.11.Sub."})
+    EXPECT_EQ(ams_desk_persist_array(array), 0) << array;
+  for (const char *leaf : {IGD "Services.List.11.Sub.2.Leaf", IGD "Services.List.2.Name."})
+    EXPECT_EQ(ams_desk_persist_leaf(leaf), 0) << leaf;
+  EXPECT_EQ(ams_desk_persist_leaf(IGD "Services.List"), -1);
+  EXPECT_EQ(ams_desk_persist_array(IGD "Services"), -1);
+  std::string before = Text(IGD "Services");
+  for (const char *junk : {IGD "None", IGD "None.", IGD "Services.List.77.Name", "Tr069strap"})
+    nvram_set(junk, "1/1", NVTYPE_STAGING);
+  for (const char *bad : {"", "1", "1,/2", "x/2", "1/2/3", "/", "0/1", "1,2"}) {
+    nvram_set(IGD "Services.Bare.", bad, NVTYPE_STAGING);
+    root = Load(kModel);
+    EXPECT_EQ(update_from_nvram(root, NVTYPE_STAGING), 0) << bad;
+    EXPECT_EQ(Text(IGD "Services"), before) << bad;
+  }
+  ams_add_obj(root, IGD "Services.List", url);
+  EXPECT_STREQ(url, IGD "Services.List.13");
+  EXPECT_EQ(WithAttributes(IGD "ALL_CHANGED_DATA", 1),
+            "Services.ListNumberOfEntries=4 type=\"unsignedInt\" writable=\"0\" notify=\"1\"");
+  EXPECT_EQ(ams_desk_forget(IGD "Services.List.11"), 0);
+  EXPECT_EQ(nvram_get(IGD "Services.List.11.Sub.", NVTYPE_STAGING), nullptr);
+  EXPECT_EQ(nvram_get(IGD "Services.List.11.Sub.2.Leaf", NVTYPE_STAGING), nullptr);
+  char *other = nvram_get(IGD "Services.List.2.Name", NVTYPE_STAGING);
+  EXPECT_STREQ(other, "a name");
+  free(other);
+  EXPECT_EQ(update_from_nvram(root, 7), -1);
+}
+
+TEST_F(Store, TheBackupReplacesWhatIsKept) {
+  const char kFile[] = "/var/config/backup.conf";
+  auto kept = [](const char *key) {
+    std::unique_ptr<char, void (*)(void *)> value(nvram_get(key, NVTYPE_STAGING), free);
+    return std::string(value == nullptr ? "(none)" : value.get());
+  };
+  nvram_set(IGD "DeviceInfo.Zeta", "old", NVTYPE_STAGING);
+  nvram_set("Tr069strap", "stays", NVTYPE_STAGING);
+  for (const char *nothing : {"", "# only\n\n#remarks\n", "no equals sign\n"}) {
+    std::ofstream(kFile) << nothing;
+    testing::internal::CaptureStdout();
+    EXPECT_EQ(ams_mxml_load_to_staging(3), -1) << nothing;
+    fflush(stdout);
+    EXPECT_EQ(testing::internal::GetCapturedStdout(),
+              "staging source 3 (/var/config/backup.conf) has nothing\n");
+    EXPECT_EQ(kept(IGD "DeviceInfo.Zeta"), "old") << nothing;
+  }
+  std::ofstream(kFile) << IGD "DeviceInfo.Alpha=a=b \r\nbad line\n=x\n" IGD "Services.List.=2,3/3";
+  testing::internal::CaptureStderr();
+  EXPECT_EQ(ams_mxml_load_to_staging(3), 0);
+  std::string told = testing::internal::GetCapturedStderr();
+  EXPECT_NE(told.find("backup.conf:2 "), std::string::npos) << told;
+  EXPECT_NE(told.find("backup.conf:3 "), std::string::npos) << told;
+  EXPECT_EQ(kept(IGD "DeviceInfo.Zeta"), "(none)");
+  EXPECT_EQ(kept("Tr069strap"), "stays");
+  EXPECT_EQ(update_from_nvram(root, NVTYPE_STAGING), 0);
+  EXPECT_EQ(Leaf(IGD "DeviceInfo.Alpha"), "a=b ");
+  EXPECT_EQ(Indexes(IGD "Services.List"), "2,3");
+  unlink(kFile);
+  EXPECT_EQ(ams_mxml_load_to_staging(3), -1);
+  EXPECT_EQ(ams_mxml_load_to_staging(1), -1) << "there is no such source";
+  nvram_clean(NVTYPE_STAGING);
+}
+
+}  // namespace
