@@ -19,7 +19,7 @@ const char *TakeText(const uint8_t *frame, uint32_t size, uint32_t *at, uint8_t 
 
 /* One piece of a list; NULL when there is no memory for it. */
 LeafNode *ParseLeaf(std::string_view piece) {
-  constexpr char kTag[] = "appt_ParseLeafList";
+  static constexpr char kTag[] = "appt_ParseLeafList"; /* tags live for ever */
   LeafNode *leaf = static_cast<LeafNode *>(__tds_malloc(sizeof(LeafNode), kTag));
   if (leaf == nullptr) return nullptr;
   *leaf = {};

@@ -92,8 +92,8 @@ in_background() {
   cfgcmd set $SERVICES.ServiceIPSLA.Enable 0
   stub_sleep ipsla.sh 3
   in_background first set $SERVICES.ServiceIPSLA.Enable 1
-  in_background second get $SERVICES.ServiceTelnet.Port # waits behind it
   until_true grep -q '^/usr/syscfg/ipsla.sh stop$' $COMMANDS
+  in_background second get $SERVICES.ServiceTelnet.Port # waits behind it
   kill -9 "$(pid_of sysmgr)"
   wait
   # Not "no answer in time", which would be 3.
