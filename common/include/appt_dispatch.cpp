@@ -230,7 +230,7 @@ int ListIndexes(MsgArg *arg) {
   return result;
 }
 
-/* The array's op function; arrays without one need none. -1 (logged) when it fails. */
+/* The array's op function. -1 (logged) when it fails or the array names none. */
 int CallArrayOp(MsgArg *arg) {
   int result = appt_Do_OpFunc(arg);
   if (result == -1) AMS_PRINT(4, "opFunc %s execute error", arg->fucName);

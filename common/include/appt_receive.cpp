@@ -81,7 +81,7 @@ void SendAck(const ApptModule *module, const void *frame, int32_t result, MsgArg
   appt_PutWord(record + APPT_HEAD_SIZE, static_cast<uint32_t>(result));
   if (module->logs_result)
     APPT_PRINT(1, module, "*((int *)pReturnMsg->data)=%d ;  ret= %d \n",
-               static_cast<int>(appt_GetWord(record)), result);
+               static_cast<int>(appt_GetWord(record + APPT_HEAD_SIZE)), result);
   if (arg->rLen != 0) {
     /* an empty list answers one byte more than its text holds */
     size_t text = strnlen(arg->rBuf, arg->rLen);
