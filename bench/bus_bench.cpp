@@ -154,7 +154,8 @@ uint64_t CommandsOfStart() {
   std::ifstream lines("/var/log/devkit/commands");
   uint64_t start = Nanoseconds();
   for (std::string line; std::getline(lines, line);)
-    if (system(("{ " + line + "\n} >/dev/null 2>&1").c_str()) < 0) Fail("a command of the start cannot be run");
+    if (system(("{ " + line + "\n} >/dev/null 2>&1").c_str()) < 0)
+      Fail("a command of the start cannot be run");
   return Nanoseconds() - start;
 }
 
