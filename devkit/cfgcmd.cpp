@@ -31,6 +31,8 @@ const std::vector<Verb> kVerbs = {
      true, VerbSset},
     {"send", "NAME ID [--wait] [--text T | --hex H]", "Send any message to any endpoint", 2, 5,
      true, true, VerbSend},
+    {"listen", "NAME [COUNT]", "Be an endpoint and print the messages it gets, COUNT of them", 1, 2,
+     false, false, VerbListen},
     {"level", "MODULE N", "Print level of a module of the daemon, or of all", 2, 2, false, true,
      VerbLevel},
     {"trace", "on|off", "Message trace of the daemon", 1, 1, false, true, VerbTrace},

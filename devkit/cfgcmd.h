@@ -53,6 +53,9 @@ std::string AttributeText(const std::string &path, const std::string &text, bool
 uint64_t FileSize(const char *path);
 std::string AppendedSince(const char *path, uint64_t offset);
 
+/* A number within bounds, decimal or with 0x. */
+bool ParseNumber(const std::string &text, long least, long most, long *number);
+
 /* ---- verbs ---- */
 
 /* Requests to the data-base manager (cfgcmd_requests). */
@@ -76,6 +79,12 @@ Outcome VerbTrace(const Words &words, const Options &options);
 Outcome VerbMem(const Words &words, const Options &options);
 Outcome VerbWait(const Words &words, const Options &options);
 Outcome VerbInform(const Words &words, const Options &options);
+
+/* A probe of VerbWait has an id that no message table has. */
+constexpr uint32_t kProbe = 0x1ffffe;
+
+/* An endpoint that prints what it gets (cfgcmd_listen). */
+Outcome VerbListen(const Words &words, const Options &options);
 
 /* Lines of requests (cfgcmd_batch). */
 Outcome VerbBatch(const Words &words, const Options &options);

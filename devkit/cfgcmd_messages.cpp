@@ -20,7 +20,6 @@ namespace {
 constexpr char kDaemon[] = "sysmgr";
 constexpr char kDaemonLog[] = "/var/log/devkit/sysmgr.log";
 constexpr char kInforms[] = "/var/log/devkit/informs";
-constexpr uint32_t kProbe = 0x1ffffe; /* an id that no message table has */
 
 using Clock = std::chrono::steady_clock;
 
@@ -68,12 +67,16 @@ bool FromHex(const std::string &text, std::string *bytes) {
   return true;
 }
 
+}  // namespace
+
 bool ParseNumber(const std::string &text, long least, long most, long *number) {
   char *end;
   errno = 0;
   *number = strtol(text.c_str(), &end, 0);
   return errno == 0 && !text.empty() && *end == '\0' && *number >= least && *number <= most;
 }
+
+namespace {
 
 struct Message {
   bool wait = false;

@@ -23,9 +23,11 @@ constexpr int AmsSourceLength(const char *file) {
   return dot < 0 ? length : dot;
 }
 
-/* Makes one whole record; `format` is printf's. The arguments must have no side effects. */
+/* Makes one whole record; `format` is printf's. The arguments must have no side effects: they are
+   not evaluated when the record is not printed. */
 #define AMS_PRINT(level, ...)                                                               \
   do {                                                                                      \
+    if (!AMS_PrintWanted(level)) break;                                                     \
     __AMS_PrintHead(level);                                                                 \
     __AMS_Print(level, __VA_ARGS__);                                                        \
     __AMS_Print(level, "  @P:%.*s,L:%d.\n", AmsSourceLength(__FILE__), __FILE__, __LINE__); \

@@ -28,8 +28,11 @@ void AMS_PrintMgt_Init(void);
    SIGBUS, SIGILL, SIGFPE or SIGABRT, and then lets it die. Call once at start. */
 void AMS_UsrDumpInit(void);
 
-/* Opens a record. It is printed when `level` is at or above the level that DF_PRT_MAP has for the
-   module of the calling thread. */
+/* Whether a record of this level is printed: when it is at or above the level that DF_PRT_MAP has
+   for the module of the calling thread. Spares a caller the making of one that is not. */
+int AMS_PrintWanted(int level);
+
+/* Opens a record; what follows is dropped where AMS_PrintWanted says no. */
 void __AMS_PrintHead(int level);
 
 /* Adds text to the open record. A record holds 4095 bytes; what is beyond is cut. */

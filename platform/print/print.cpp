@@ -77,8 +77,12 @@ void AMS_PrintThreadModule(const char *name) {
   map_row = nullptr;
 }
 
+int AMS_PrintWanted(int level) {
+  return level >= __atomic_load_n(&MapRow()->level, __ATOMIC_RELAXED) ? 1 : 0;
+}
+
 void __AMS_PrintHead(int level) {
-  record.printed = level >= __atomic_load_n(&MapRow()->level, __ATOMIC_RELAXED);
+  record.printed = AMS_PrintWanted(level) != 0;
   record.length = 0;
 }
 

@@ -43,6 +43,7 @@ void Accept(Module *module, int listener) {
    once, so that its sender does not wait in vain. */
 void Dispatch(Module *module, const MessageInWork &work, const void *data, uint32_t length) {
   const MsgEntry *row = ModuleRow(module, work.id);
+  if (row == nullptr && work.connection != nullptr) row = ModuleRow(module, TDS_MSG_ANY);
   module->work = work;
   if (row != nullptr) {
     row->handler(static_cast<int32_t>(work.id), data, length);

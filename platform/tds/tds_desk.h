@@ -11,6 +11,9 @@
    its name with the NUL. Delivered to modules whose table has a row for it. */
 constexpr uint32_t TDS_MSG_PEER_GONE = 0x102;
 
+/* A row of a message table with this id gets the messages from others that have no row. */
+constexpr uint32_t TDS_MSG_ANY = 0xffffffff;
+
 constexpr char TDS_RUNTIME_DIR[] = "/var/run/tds";
 
 /* Serves another endpoint name on the calling module's thread, with the same message table. Module

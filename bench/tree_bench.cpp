@@ -1,0 +1,112 @@
+// A table of 1,000 rows of ten parameters through the typed views, beside the bare store calls that
+// it takes: loading it, and loading and copying it into an empty table.
+#include <benchmark/benchmark.h>
+
+#include <cstdio>
+#include <cstdlib>
+#include <string>
+#include <vector>
+
+#include "ams_config_tree.h"
+#include "ams_store.h"
+#include "tds.h"
+
+namespace {
+
+#define TOP "InternetGatewayDevice.Services."
+
+constexpr int kRows = 1000;
+constexpr char kValue[] = "value of a parameter";
+const char *const kNames[] = {"Enable", "ServiceName", "AccessDirection", "SourceRange", "Action",
+                              "Port",   "Protocol",    "Description",     "Interface",   "Order"};
+const auto row = ConfigRowOf(kNames[0], kNames[1], kNames[2], kNames[3], kNames[4], kNames[5],
+                             kNames[6], kNames[7], kNames[8], kNames[9]);
+ConfigArray source = ConfigArrayOf(TOP "Source.", row), target = ConfigArrayOf(TOP "Target.", row);
+
+std::string RowElement(const std::string &tag, const std::string &end, const std::string &value) {
+  std::string xml = "<" + tag + ">";
+  for (const char *name : kNames)
+    xml += std::string("<") + name + " type=\"string\">" + value + "</" + name + ">";
+  return xml + "</" + end + ">\n";
+}
+
+/* The store with the source's rows and no row of the target. */
+void LoadStore() {
+  std::string rows = RowElement("Template", "Template", ""), table = "type=\"array\">" + rows;
+  std::string xml = "<InternetGatewayDevice type=\"object\"><Services type=\"object\"><Target " +
+                    table + "</Target><Source " + table;
+  for (int i = 1; i <= kRows; ++i)
+    xml += RowElement("Instance id=\"" + std::to_string(i) + "\"", "Instance", kValue);
+  xml += "</Source></Services></InternetGatewayDevice>";
+  if (gptXmlTrees == nullptr && (gptXmlTrees = ShmPoolSrvInit()) == nullptr) abort();
+  FILE *file = fmemopen(xml.data(), xml.size(), "r");
+  if (file == nullptr) abort();
+  gptXmlTrees->root = ams_mxmlLoadFile(nullptr, file, nullptr);
+  fclose(file);
+  if (gptXmlTrees->root == nullptr) abort();
+}
+
+std::vector<std::string> Paths(const char *table) {
+  std::vector<std::string> paths;
+  for (int i = 1; i <= kRows; ++i)
+    for (const char *name : kNames) paths.push_back(table + std::to_string(i) + "." + name);
+  return paths;
+}
+
+void ReadAll(const std::vector<std::string> &paths) {
+  for (const std::string &path : paths) {
+    char *text;
+    if (ams_get_node_value(gptXmlTrees->root, path.c_str(), &text) != 0) abort();
+    benchmark::DoNotOptimize(text);
+    __tds_free(text);
+  }
+}
+
+void LoadTree(benchmark::State &state) {
+  LoadStore();
+  for (auto _ : state) {
+    if (ConfigArrayGet(&source) != 0 || source.count != kRows) abort();
+    ConfigArrayDestroy(&source);
+  }
+}
+
+void LoadReads(benchmark::State &state) {
+  LoadStore();
+  const std::vector<std::string> paths = Paths(TOP "Source.");
+  for (auto _ : state) ReadAll(paths);
+}
+
+void CopyTree(benchmark::State &state) {
+  for (auto _ : state) {
+    state.PauseTiming();
+    LoadStore();
+    state.ResumeTiming();
+    if (ConfigArrayGet(&source) != 0 || ConfigArrayFill(&target, &source) != 0) abort();
+    ConfigArrayDestroy(&source);
+  }
+}
+
+void CopyCalls(benchmark::State &state) {
+  const std::vector<std::string> from = Paths(TOP "Source."), to = Paths(TOP "Target.");
+  for (auto _ : state) {
+    state.PauseTiming();
+    LoadStore();
+    state.ResumeTiming();
+    char url[AMS_PATH_SIZE];
+    ReadAll(from);
+    for (size_t i = 0; i < to.size(); ++i) {
+      if (i % std::size(kNames) == 0 && ams_add_obj(gptXmlTrees->root, TOP "Target", url) != 0)
+        abort();
+      if (ams_set_node_value(gptXmlTrees->root, to[i].c_str(), kValue) != 0) abort();
+    }
+  }
+}
+
+BENCHMARK(LoadTree)->Name("tree/load");
+BENCHMARK(LoadReads)->Name("tree/reads");
+BENCHMARK(CopyTree)->Name("tree/copy")->Iterations(3);
+BENCHMARK(CopyCalls)->Name("tree/calls")->Iterations(3);
+
+}  // namespace
+
+BENCHMARK_MAIN();

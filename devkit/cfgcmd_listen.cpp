@@ -1,0 +1,78 @@
+// The verb "listen": an endpoint of any name, in place of a process that the desk does not have. It
+// prints each message on a line: who sent it, its id, its length and its text.
+#include <chrono>
+#include <condition_variable>
+#include <cstdio>
+#include <mutex>
+
+#include "cfgcmd.h"
+#include "tds_desk.h"
+
+namespace {
+
+bool as_json;
+std::mutex mutex;
+std::condition_variable changed;
+long printed = 0; /* messages so far */
+
+/* As the shell's $'...' writes it; the NUL that ends a text is left out. */
+std::string Shown(const char *bytes, uint32_t length) {
+  std::string text;
+  if (length > 0 && bytes[length - 1] == '\0') --length;
+  for (uint32_t i = 0; i < length; ++i) {
+    unsigned char byte = static_cast<unsigned char>(bytes[i]);
+    char escape[8];
+    snprintf(escape, sizeof escape, "\\x%02x", byte);
+    if (byte < ' ' || byte > '~' || byte == '\\')
+      text += escape;
+    else
+      text += bytes[i];
+  }
+  return text;
+}
+
+void Print(int32_t id, const void *data, uint32_t length) {
+  if (static_cast<uint32_t>(id) == kProbe) return;
+  char sender[TDS_NAME_SIZE], number[16];
+  Sender(sender);
+  snprintf(number, sizeof number, "0x%x", static_cast<uint32_t>(id));
+  std::string text = Shown(static_cast<const char *>(data), length);
+  if (as_json)
+    text = Json({{"from", sender}, {"id", number}, {"length", length}, {"text", text}}).dump();
+  else
+    text = std::string(sender) + " " + number + " " + std::to_string(length) + " " + text;
+  std::lock_guard<std::mutex> lock(mutex);
+  puts(text.c_str());
+  fflush(stdout); /* a reader that is gone is seen at the end */
+  ++printed;
+  changed.notify_all();
+}
+
+}  // namespace
+
+Outcome VerbListen(const Words &words, const Options &options) {
+  static const MsgEntry messages[] = {{TDS_MSG_ANY, Print}, {0, nullptr}};
+  static std::string name = words[0]; /* the runtime keeps it for the process's life */
+  static const ModuleEntry modules[] = {{name.c_str(), {0, 0}, messages},
+                                        {nullptr, {0, 0}, nullptr}};
+  long count = 0;
+  if (words.size() > 1 && !ParseNumber(words[1], 1, INT32_MAX, &count))
+    return {kUsage, "usage: cfgcmd listen NAME [COUNT] (a number above 0)"};
+  as_json = options.json;
+  if (SysInit(modules) != 0)
+    return {kRefused,
+            "cannot serve " + name + ": a name like \"utils:logmgt\" that no process has"};
+
+  std::unique_lock<std::mutex> lock(mutex);
+  auto limit = std::chrono::milliseconds(options.limit_ms);
+  while (count == 0 || printed < count) {
+    long before = printed;
+    auto more = [&] { return printed > before; };
+    if (count == 0)
+      changed.wait(lock, more);
+    else if (!changed.wait_for(lock, limit, more))
+      return {kNoAnswer, name + " got " + std::to_string(printed) + " messages in time, not " +
+                             std::to_string(count) + ": --timeout waits longer for each"};
+  }
+  return {};
+}

@@ -1,0 +1,575 @@
+// Typed views of the data model: loading, copying and releasing, what they log and what they leave
+// on the heap, against a plain model of the same tables; and the path helpers beside them.
+#include <gtest/gtest.h>
+#include <rapidcheck.h>
+
+#include <cstring>
+#include <map>
+#include <optional>
+
+#include "ams_config_api.h"
+#include "ams_config_tree.h"
+#include "support.h"
+#include "tds_desk.h"
+
+namespace {
+
+#define TOP "InternetGatewayDevice."
+
+constexpr char kModel[] = R"(<InternetGatewayDevice type="object">
+  <Info type="object"><Name type="string">gate</Name><Mode type="string">a=b</Mode>
+    <Serial type="string" writable="0">7</Serial></Info>
+  <Copy type="object"><Title type="string"/><Kind type="string"/></Copy>
+  <Hosts type="array"><Template><Name type="string">new</Name><Port type="int">1</Port></Template>
+    <Instance id="1"><Name type="string">one</Name></Instance>
+    <Instance id="2"><Name type="string">two</Name></Instance>
+    <Instance id="3"><Name type="string">x=y=</Name><Port type="int">3</Port></Instance></Hosts>
+  <Twins type="array"><Template><Name type="string"/><Port type="int"/></Template></Twins>
+  <Lines type="array"><Template><Label type="string"/>
+    <Codecs type="array"><Template><Codec type="string"/></Template></Codecs>
+    <Tones type="array"><Template><Tone type="string"/></Template></Tones></Template>
+    <Instance id="2"><Label type="string">left</Label><Codecs type="array">
+      <Instance id="1"><Codec type="string">PCMU</Codec></Instance>
+      <Instance id="4"><Codec type="string">G722</Codec></Instance></Codecs></Instance>
+    <Instance id="5"><Label type="string">right</Label></Instance></Lines>
+</InternetGatewayDevice>)";
+
+/* ---- the records of the tests ---- */
+
+auto info = ConfigObjectOf(TOP "Info.", "Name", "Mode", "Missing");
+auto copy = ConfigObjectOf(TOP "Copy.", "Title", "Kind");
+const auto host_row = ConfigRowOf("Name", "Port");
+const auto name_row = ConfigRowOf("Name");
+ConfigArray hosts = ConfigArrayOf(TOP "Hosts.", host_row);
+ConfigArray names = ConfigArrayOf(TOP "Hosts.", name_row); /* the same table, smaller rows */
+ConfigArray twins = ConfigArrayOf(TOP "Twins.", host_row);
+const auto codec_row = ConfigRowOf("Codec");
+const auto tone_row = ConfigRowOf("Tone");
+const auto line_row = ConfigRowWith({ConfigArrayOf(TOP "Lines.{i}.Codecs.", codec_row)}, "Label");
+const auto full_line_row = ConfigRowWith({ConfigArrayOf(TOP "Lines.{i}.Codecs.", codec_row),
+                                          ConfigArrayOf(TOP "Lines.{i}.Tones.", tone_row)},
+                                         "Label");
+ConfigArray lines = ConfigArrayOf(TOP "Lines.", line_row);
+ConfigArray full_lines = ConfigArrayOf(TOP "Lines.", full_line_row);
+
+struct Held {
+  int64_t blocks, bytes;
+};
+
+Held Heap() {
+  TdsMallocCount count = tds_malloc_count(nullptr);
+  return {count.blocks, count.bytes};
+}
+
+/* Each test has to leave the heap as it was. */
+class ConfigTree : public StoreTest {
+ protected:
+  std::string DataModel() const override { return kModel; }
+  void SetUp() override {
+    StoreTest::SetUp();
+    held_ = Heap();
+  }
+  void TearDown() override {
+    EXPECT_EQ(Heap().blocks, held_.blocks);
+    EXPECT_EQ(Heap().bytes, held_.bytes);
+  }
+
+ private:
+  Held held_;
+};
+
+using Values = std::vector<std::string>;
+
+Values ValuesOf(const ConfigItem *item) {
+  Values values;
+  for (; item->name != nullptr; ++item) values.push_back(item->val == nullptr ? "NULL" : item->val);
+  return values;
+}
+
+/* Rows of a loaded table: number and values. */
+using Rows = std::vector<std::pair<int, Values>>;
+
+Rows RowsOf(const ConfigArray &array) {
+  Rows rows;
+  for (ConfigInst *row = array.head; row != nullptr; row = row->next)
+    rows.emplace_back(row->index, ValuesOf(ConfigItemsOf(row)));
+  EXPECT_EQ(rows.size(), static_cast<size_t>(array.count));
+  return rows;
+}
+
+/* The rows that the store has now. */
+Rows Loaded(ConfigArray *array) {
+  EXPECT_EQ(ConfigArrayGet(array), 0);
+  Rows rows = RowsOf(*array);
+  ConfigArrayDestroy(array);
+  EXPECT_EQ(array->head, nullptr);
+  return rows;
+}
+
+/* What `work` logs, without times, modules and locations. */
+template <typename Work>
+std::vector<std::string> LogOf(Work work) {
+  int32_t level = DF_PRT_MAP[0].level;
+  DF_PRT_MAP[0].level = 1;
+  testing::internal::CaptureStderr();
+  work();
+  std::string text = testing::internal::GetCapturedStderr();
+  DF_PRT_MAP[0].level = level;
+  std::vector<std::string> log;
+  bool location = false;
+  for (size_t at = 0, end; (end = text.find('\n', at)) != text.npos; at = end + 1) {
+    std::string line = text.substr(at, end - at);
+    size_t mark = line.find("  @P:./../common/include/ams_config_api,L:");
+    if (mark == 0) /* a text that ends in a line feed has its location on the next line */
+      location = true;
+    else
+      log.push_back(line.substr(line.find("default ") + 10, mark));
+  }
+  EXPECT_TRUE(location) << text;
+  return log;
+}
+
+/* ---- objects ---- */
+
+TEST_F(ConfigTree, ObjectsLoadOnceAndShare) {
+  EXPECT_EQ(ConfigObjectGet(&info.object), 0);
+  EXPECT_EQ(ValuesOf(info.items), (Values{"gate", "a=b", ""}));
+  SetLeaf(TOP "Info.Name", "later");
+  EXPECT_EQ(ConfigObjectGet(&info.object), 0);
+  EXPECT_EQ(ConfigItemGet(&info.items[0], info.object.path), 0);
+  ConfigObjectDestroy(&info.object);
+  EXPECT_STREQ(ConfigValue(info.items, "Name"), "gate");
+  ConfigItemDestroy(&info.items[0]);
+  ConfigObjectDestroy(&info.object);
+  EXPECT_EQ(ValuesOf(info.items), (Values{"NULL", "NULL", "NULL"}));
+  EXPECT_STREQ(ConfigValue(info.items, "Name"), "");
+  ConfigObjectGet(&info.object);
+  EXPECT_STREQ(ConfigValue(info.items, "Name"), "later");
+  EXPECT_STREQ(ConfigValue(info.items, "Other"), "");
+  ConfigObjectDestroy(&info.object);
+}
+
+TEST_F(ConfigTree, ItemsTakeAnyPrefix) {
+  ConfigItem item = {0, "Name", nullptr}, whole = {0, "InternetGatewayDevice.Info.Name", nullptr};
+  EXPECT_EQ(ConfigItemGet(nullptr, TOP), -1);
+  const struct {
+    const char *what, *prefix;
+    ConfigItem *item;
+    const char *value;
+  } cases[] = {
+      {"with a dot", TOP "Info.", &item, "gate"},
+      {"without", TOP "Info", &item, "gate"},
+      {"none: the path begins with a dot", nullptr, &whole, ""},
+      {"longer than any path", nullptr, &item, ""},
+  };
+  std::string endless = std::string(2000, 'x') + ".";
+  for (const auto &one : cases) {
+    bool is_long = std::string(one.what).find("longer") == 0;
+    EXPECT_EQ(ConfigItemGet(one.item, is_long ? endless.c_str() : one.prefix), 0) << one.what;
+    EXPECT_STREQ(one.item->val, one.value) << one.what;
+    ConfigItemDestroy(one.item);
+  }
+}
+
+TEST_F(ConfigTree, ObjectsCopyPairByPair) {
+  ConfigObjectGet(&info.object);
+  EXPECT_EQ(ConfigObjectAssign(&copy.object, &info.object), 0);
+  EXPECT_EQ(Leaf(TOP "Copy.Title") + "|" + Leaf(TOP "Copy.Kind"), "gate|a=b");
+  auto without_dot = ConfigObjectOf(TOP "Copy", "Title");
+  SetLeaf(TOP "Copy.Title", "kept");
+  EXPECT_EQ(ConfigObjectAssign(&without_dot.object, &info.object), 0);
+  EXPECT_EQ(Leaf(TOP "Copy.Title"), "kept") << "path and name are joined as they are";
+  ConfigObjectDestroy(&info.object);
+}
+
+/* ---- tables ---- */
+
+TEST_F(ConfigTree, TablesSkipHolesAndShareTheirRows) {
+  ASSERT_EQ(ams_del_obj(gptXmlTrees->root, TOP "Hosts.2"), 0);
+  EXPECT_EQ(ConfigArrayGet(&hosts), 0);
+  const Rows rows = {{1, {"one", "1"}}, {3, {"x=y=", "3"}}};
+  EXPECT_EQ(RowsOf(hosts), rows);
+  EXPECT_EQ(hosts.maxIndex, 3);
+  EXPECT_EQ(cfgGetTotalInstance(TOP "Hosts."), 2);
+  SetLeaf(TOP "Hosts.1.Name", "later");
+  EXPECT_EQ(ConfigArrayGet(&hosts), 0);
+  EXPECT_EQ(hosts.refcnt, 2);
+  ConfigArrayDestroy(&hosts);
+  EXPECT_EQ(RowsOf(hosts), rows);
+  EXPECT_EQ(Loaded(&names), (Rows{{1, {"later"}}, {3, {"x=y="}}})) << "rows of another size";
+  /* Whoever still holds a row, or a value in it, does not keep it past its table. */
+  ConfigInstGet(TOP "Hosts.1.", hosts.head);
+  ConfigItemGet(ConfigItemsOf(hosts.head->next), TOP "Hosts.3.");
+  ConfigArrayDestroy(&hosts);
+  EXPECT_EQ(hosts.head, nullptr);
+  EXPECT_EQ(hosts.count, 2) << "kept from the last load";
+}
+
+TEST_F(ConfigTree, TablesThatHaveNoRows) {
+  ConfigArray none = ConfigArrayOf(TOP "None.", name_row);
+  ConfigArray leaf = ConfigArrayOf(TOP "Info.Name.", name_row);
+  for (ConfigArray *array : {&none, &leaf, &twins}) {
+    EXPECT_EQ(ConfigArrayGet(array), 0) << array->path;
+    EXPECT_EQ(array->head, nullptr) << array->path;
+    EXPECT_EQ(array->maxIndex, array == &twins ? 0 : -1) << array->path;
+    ConfigArrayDestroy(array);
+  }
+  EXPECT_EQ(cfgGetTotalInstance(TOP "None."), -1);
+  EXPECT_EQ(cfgGetTotalInstance(TOP "Twins."), 0);
+}
+
+TEST_F(ConfigTree, RowsAreAddedDeletedAndCleared) {
+  EXPECT_EQ(ConfigInstAdd(&twins), 1);
+  EXPECT_EQ(ConfigInstAdd(&twins), 2);
+  EXPECT_EQ(ConfigInstDel(&twins, 1), 0);
+  EXPECT_EQ(ConfigInstDel(&twins, 1), -1);
+  EXPECT_EQ(ConfigInstAdd(&twins), 3);
+  ConfigArray bad = ConfigArrayOf(TOP "Info.", name_row), empty = ConfigArrayOf("", name_row);
+  std::string endless = std::string(255, 'x') + ".";
+  ConfigArray too_long = ConfigArrayOf(endless.c_str(), name_row);
+  for (ConfigArray *array : {&bad, &empty, &too_long}) EXPECT_EQ(ConfigInstAdd(array), -1);
+
+  ConfigArrayGet(&twins);
+  EXPECT_EQ(ConfigArrayClear(&twins), 0);
+  EXPECT_EQ(twins.count, 2);
+  EXPECT_EQ(RowsOf(twins).size(), 2U) << "the loaded rows stay";
+  ConfigArrayDestroy(&twins);
+  EXPECT_EQ(Loaded(&twins), Rows{});
+}
+
+TEST_F(ConfigTree, FailedAllocations) {
+  ConfigArray huge = hosts, into = twins;
+  huge.instSize = into.instSize = SIZE_MAX;
+  std::string log;
+  testing::internal::CaptureStderr();
+  EXPECT_EQ(ConfigArrayGet(&huge), -1);
+  EXPECT_EQ(huge.count, 0);
+  ConfigArrayDestroy(&huge);
+  ConfigArrayGet(&hosts);
+  EXPECT_EQ(ConfigArrayFill(&into, &hosts), -1);
+  EXPECT_EQ(ConfigNestedArrayFill(&into, &hosts), -1);
+  log = testing::internal::GetCapturedStderr();
+  ConfigArrayDestroy(&hosts);
+  EXPECT_EQ(Loaded(&twins), Rows{}) << "nothing was written";
+  for (const char *who : {"ConfigArrayGet: no", "ConfigArrayFill: no", "ConfigNestedArrayFill: no"})
+    EXPECT_NE(log.find(who), std::string::npos) << who << ": " << log;
+}
+
+/* ---- tables in rows ---- */
+
+/* Loads the table that a row holds; the row's path keeps its "{i}". */
+void LoadSub(ConfigInst *row) {
+  char path[256];
+  ConfigArray *sub = ConfigNestedSubArrayOf(row);
+  const char *pattern = sub->path;
+  ASSERT_EQ(ConfigPathExpand(sub, row->index, path, sizeof path), 0);
+  EXPECT_EQ(ConfigArrayGet(sub), 0);
+  sub->path = pattern;
+}
+
+TEST_F(ConfigTree, NestedTablesCopyTheFirstOfTheSource) {
+  EXPECT_EQ(ConfigArrayGet(&lines), 0);
+  for (ConfigInst *row = lines.head; row != nullptr; row = row->next) LoadSub(row);
+  EXPECT_EQ(RowsOf(*ConfigNestedSubArrayOf(lines.head)), (Rows{{1, {"PCMU"}}, {4, {"G722"}}}));
+  EXPECT_EQ(ConfigNestedArrayFill(&full_lines, &lines), 0);
+  ConfigNestedArrayDestroy(&lines);
+
+  EXPECT_EQ(Loaded(&lines), (Rows{{2, {"left"}}, {5, {"right"}}, {6, {"left"}}, {7, {"right"}}}));
+  EXPECT_EQ(Leaf(TOP "Lines.6.Codecs.1.Codec"), "PCMU");
+  EXPECT_EQ(Leaf(TOP "Lines.6.Codecs.2.Codec"), "G722") << "numbered anew";
+  EXPECT_EQ(cfgNodeExists(TOP "Lines.6.Tones.2."), 0) << "filled from the codecs, not from tones";
+  EXPECT_EQ(cfgGetTotalInstance(TOP "Lines.7.Codecs."), 0);
+  EXPECT_STREQ(full_line_row.tables[1].path, TOP "Lines.{i}.Tones.");
+}
+
+TEST_F(ConfigTree, PathsThatCannotBeExpanded) {
+  char path[256];
+  std::string endless = std::string(250, 'x') + ".{i}.";
+  for (const char *pattern : {TOP "Lines.1.Codecs.", endless.c_str()}) {
+    ConfigArray sub = ConfigArrayOf(pattern, codec_row);
+    EXPECT_EQ(ConfigPathExpand(&sub, 1000, path, sizeof path), -1) << pattern;
+    EXPECT_EQ(sub.path, pattern);
+    auto bad_row = ConfigRowWith({ConfigArrayOf(pattern, codec_row)}, "Label");
+    EXPECT_EQ(ConfigNestedSubArrayFill(&bad_row.inst, &bad_row.inst), -1) << pattern;
+    EXPECT_EQ(bad_row.tables[0].path, pattern);
+  }
+}
+
+/* ---- what is logged, and what ends the process ---- */
+
+TEST_F(ConfigTree, LogsEachStep) {
+  ASSERT_EQ(ams_del_obj(gptXmlTrees->root, TOP "Hosts.2"), 0);
+  ASSERT_EQ(ams_del_obj(gptXmlTrees->root, TOP "Hosts.3"), 0);
+  auto one = ConfigObjectOf(TOP "Copy.", "Title");
+  auto log = LogOf([&] {
+    ConfigObjectGet(&one.object);
+    ConfigObjectAssign(&one.object, &one.object);
+    ConfigObjectDestroy(&one.object);
+    ConfigArrayGet(&names);
+    ConfigArrayFill(&twins, &names);
+    ConfigArrayClear(&names);
+    ConfigArrayDestroy(&names);
+    (void)cfgStatusSetStr(TOP "Info.Serial", "8");
+    (void)cfgGetTotalInstance(TOP "Hosts.");
+  });
+  EXPECT_EQ(log, (std::vector<std::string>{
+                     "Get Object: " TOP "Copy., refcnt: 1",
+                     "Get Item Title,refcnt:1",
+                     "ConfigItemGet:val is ",
+                     "Assign Object: " TOP "Copy. <= " TOP "Copy.",
+                     "path = " TOP "Copy.Title= ",
+                     "\t" TOP "Copy.Title: ",
+                     "Des Object: " TOP "Copy., refcnt: 0",
+                     "Destroy item: path=Title, val=, refcnt=0",
+                     "Get Array: " TOP "Hosts., refcnt: 1",
+                     "Get Inst: " TOP "Hosts.1., refcnt: 1",
+                     "Get Item Name,refcnt:1",
+                     "ConfigItemGet:val is one",
+                     "Fill Array: " TOP "Twins.",
+                     "Add Inst: " TOP "Twins.",
+                     "1",
+                     "Assign Inst: " TOP "Twins.1 <= 1",
+                     TOP "Twins.1.Name: one",
+                     "Fill Array ok",
+                     "Clear Array: " TOP "Hosts.",
+                     "\tNo: 1",
+                     "Del Inst: " TOP "Hosts.1",
+                     "Des Inst: 1, refcnt: 0",
+                     "Destroy item: path=Name, val=one, refcnt=0",
+                     "cfgStatusSetStr: path " TOP "Info.Serial val 8",
+                     "cfgGetTotalInstance url :" TOP "Hosts.",
+                 }));
+  EXPECT_EQ(Leaf(TOP "Info.Serial"), "8") << "a status write";
+  for (const char *path : {TOP "Info.Serial", static_cast<const char *>(nullptr)})
+    EXPECT_EQ(cfgStatusSetStr(path, path == nullptr ? "1" : nullptr), -1);
+}
+
+/* A regular expression for the text alone. */
+std::string Escaped(const std::string &text) {
+  std::string pattern;
+  for (char letter : text) {
+    if (strchr("()*", letter) != nullptr) pattern += '\\';
+    pattern += letter;
+  }
+  return pattern;
+}
+
+TEST(ConfigTreeDeathTest, NullRecordsEndTheProcess) {
+  testing::FLAGS_gtest_death_test_style = "threadsafe";
+  const struct {
+    const char *text;
+    void (*call)();
+  } cases[] = {
+      {"inst != ((void *)0)", [] { ConfigNestedSubArrayOf(nullptr); }},
+      {"lca != ((void *)0) && lhs != ((void *)0) && rhs != ((void *)0)",
+       [] { ConfigInstAssign(&hosts, nullptr, nullptr); }},
+      {"lhs != ((void *)0) && rhs != ((void *)0)", [] { ConfigObjectAssign(nullptr, nullptr); }},
+      {"lhs != ((void *)0) && rhs != ((void *)0)", [] { ConfigArrayFill(&hosts, nullptr); }},
+      {"lhs != ((void *)0) && rhs != ((void *)0)", [] { ConfigNestedArrayFill(nullptr, &hosts); }},
+      {"lhs != ((void *)0) && rhs != ((void *)0)",
+       [] { ConfigNestedSubArrayFill(nullptr, nullptr); }},
+      {"ca != ((void *)0) && index > 0", [] { ConfigInstDel(&hosts, 0); }},
+      {"ca != ((void *)0)", [] { ConfigArrayClear(nullptr); }},
+      {"ca != ((void *)0)", [] { ConfigInstAdd(nullptr); }},
+  };
+  for (const auto &one : cases)
+    EXPECT_DEATH(one.call(), Escaped("`" + std::string(one.text) + "'")) << one.text;
+}
+
+/* ---- against a plain model ---- */
+
+struct PlainTable {
+  std::map<int, Values> rows;
+  int highest = 0; /* ever used */
+};
+
+Rows RowsOf(const PlainTable &table) { return {table.rows.begin(), table.rows.end()}; }
+
+struct Both {
+  PlainTable hosts, twins;
+  std::optional<Rows> view; /* of the hosts, while it is loaded */
+  int gets = 0;
+};
+
+int AddPlain(PlainTable *table, Values values) {
+  table->rows[++table->highest] = std::move(values);
+  return table->highest;
+}
+
+void FillTwins(Both *both) {
+  RC_ASSERT(ConfigArrayFill(&twins, &hosts) == 0);
+  /* What is not loaded has no rows to copy. */
+  for (const auto &row : both->view.value_or(Rows{})) AddPlain(&both->twins, row.second);
+}
+
+void ClearTwins(Both *both) {
+  ConfigArrayGet(&twins);
+  ConfigArrayClear(&twins);
+  ConfigArrayDestroy(&twins);
+  both->twins.rows.clear();
+}
+
+void Release(Both *both) {
+  if (both->gets == 0) return;
+  ConfigArrayDestroy(&hosts);
+  if (--both->gets == 0) both->view.reset();
+}
+
+void Step(Both *both, int action, int number, const std::string &value) {
+  std::string row = TOP "Hosts." + std::to_string(number);
+  switch (action) {
+    case 0:
+      RC_ASSERT(ConfigInstAdd(&hosts) == AddPlain(&both->hosts, {"new", "1"}));
+      break;
+    case 1:
+      RC_ASSERT((ConfigInstDel(&hosts, number) == 0) == (both->hosts.rows.erase(number) == 1));
+      break;
+    case 2:
+      if (both->hosts.rows.count(number) == 0) return;
+      both->hosts.rows[number][0] = value;
+      SetLeaf(row + ".Name", value);
+      break;
+    case 3:
+      RC_ASSERT(ConfigArrayGet(&hosts) == 0);
+      if (both->gets++ == 0) both->view = RowsOf(both->hosts);
+      break;
+    case 4:
+      Release(both);
+      break;
+    case 5:
+      FillTwins(both);
+      break;
+    default:
+      ClearTwins(both);
+  }
+}
+
+bool ViewHolds(const Both &both) { return both.gets == 0 || RowsOf(hosts) == *both.view; }
+
+TEST_F(ConfigTree, BehavesAsAPlainTable) {
+  bool holds = rc::check("random loads, adds, deletes, fills and releases", [] {
+    LoadModel(kModel);
+    int64_t before = Heap().blocks;
+    Both both = {{{{1, {"one", "1"}}, {2, {"two", "1"}}, {3, {"x=y=", "3"}}}, 3}, {}, {}, 0};
+    int steps = *rc::gen::inRange(1, 60);
+    for (int step = 0; step < steps; ++step) {
+      Step(&both, *rc::gen::inRange(0, 7), *rc::gen::inRange(1, both.hosts.highest + 2),
+           *rc::gen::container<std::string>(rc::gen::inRange(' ', '{')));
+      RC_ASSERT(ViewHolds(both));
+      RC_ASSERT(cfgGetTotalInstance(TOP "Hosts.") == static_cast<int>(both.hosts.rows.size()));
+    }
+    while (both.gets > 0) Release(&both);
+    RC_ASSERT(Loaded(&hosts) == RowsOf(both.hosts));
+    RC_ASSERT(Loaded(&twins) == RowsOf(both.twins));
+    RC_ASSERT(Heap().blocks == before);
+  });
+  EXPECT_TRUE(holds);
+}
+
+/* ---- a request's value to another node ---- */
+
+TEST_F(ConfigTree, CopiesAValueThatARequestSet) {
+  const struct {
+    const char *what, *object, *source, *target, *type, *set, *title;
+  } cases[] = {
+      {"as a text", TOP "Info", "Mode", "Name", "string", "Mode=1\x03Name=2", "a=b"},
+      {"behind a dot", TOP "Info.", "Mode", "Name", "string", "Mode", "a=b"},
+      {"as a number", TOP "Info.", "Serial", "Name", "int", "Serial=7", "7"},
+      {"no number is 0", TOP "Info.", "Mode", "Name", "int", "Mode=1", "0"},
+      {"another was set", TOP "Info.", "Mode", "Name", "string", "Modes=1\x03ode=2", "gate"},
+      {"nothing was set", TOP "Info.", "Mode", "Name", "string", nullptr, "gate"},
+      {"no such target", TOP "Info.", "Mode", "None", "string", "Mode=1", "gate"},
+  };
+  for (const auto &one : cases) {
+    SetLeaf(TOP "Info.Name", "gate");
+    std::string set = one.set == nullptr ? "" : one.set;
+    OpFuncArg arg = {"FuncTest", TMF_SET, "", one.set == nullptr ? nullptr : set.data()};
+    EXPECT_EQ(cfgCopyNodeValue(&arg, one.object, one.source, one.target, one.type), 0) << one.what;
+    EXPECT_EQ(Leaf(TOP "Info.Name"), one.title) << one.what;
+  }
+  std::string set = "Name=1";
+  OpFuncArg arg = {"FuncTest", TMF_SET, "", set.data()};
+  EXPECT_EQ(cfgCopyNodeValue(&arg, TOP "Info", "Name", "Serial", "string"), 0);
+  EXPECT_EQ(Leaf(TOP "Info.Serial"), "gate") << "a read-only target takes a status write";
+}
+
+/* ---- paths ---- */
+
+TEST(ConfigPath, Numbers) {
+  const struct {
+    std::string path;
+    int last;
+    std::vector<int> all;
+    std::string wan; /* "": no name */
+  } cases[] = {
+      {"WANDevice.1.WANConnectionDevice.2.WANPPPConnection.3.", 3, {1, 2, 3}, "PPP_1_2_3"},
+      {"WANDevice.1.WANConnectionDevice.2.WANIPConnection.3.Enable", 3, {1, 2, 3}, "IP_1_2_3"},
+      {"A.4", 4, {4}, "IP_4_0_0"},
+      {"1.2.3.4.5.6.7.8.9", 9, {1, 2, 3, 4, 5, 6, 7, 8}, "IP_1_2_3"},
+      {"PPP.x1.2x.-3.+4. 5", -1, {}, ""},
+      {"A.1..", 1, {1}, "IP_1_0_0"},
+      {"7", -1, {7}, "IP_7_0_0"},
+      {"", -1, {}, ""},
+      {"..", -1, {}, ""},
+      {"A.2147483647", INT32_MAX, {INT32_MAX}, "IP_2147483647_0_0"},
+      {"A.99999999999999999999999", INT32_MAX, {INT32_MAX}, "IP_2147483647_0_0"},
+  };
+  for (const auto &one : cases) {
+    EXPECT_EQ(cfgPathLastIndex(one.path.c_str()), one.last) << one.path;
+    int32_t indexes[8];
+    int count = cfgPathIndexes(one.path.c_str(), indexes);
+    EXPECT_EQ(std::vector<int>(indexes, indexes + count), one.all) << one.path;
+    char name[64] = "";
+    EXPECT_EQ(cfgWanConnName(one.path.c_str(), name), one.wan.empty() ? -1 : 0) << one.path;
+    EXPECT_EQ(name, one.wan);
+  }
+  int32_t one[1];
+  EXPECT_EQ(cfgPathIndexes(nullptr, nullptr, 0), -1);
+  EXPECT_EQ(cfgPathIndexes(nullptr, one), 0);
+  EXPECT_EQ(cfgPathIndexes("A.1", nullptr, 1), 0);
+}
+
+TEST(ConfigPath, Cuts) {
+  const struct {
+    const char *path, *name;
+    int flag;
+    const char *left; /* NULL: refused */
+  } cases[] = {
+      {"A.WANPPPConnection.1.Name", "WANPPP", 0, "A.WANPPP."},
+      {"A.WANPPPConnection.1.Name", "WANPPP", 1, "A.WANPPPConnection."},
+      {"A.LAN.1.LAN.2", "LAN", 0, "A.LAN."},
+      {"A.LAN", "LAN", 0, "A.LAN."},
+      {"A.LAN12", "LAN", 1, "A.LAN12."},
+      {"A.LAN", "WAN", 1, nullptr},
+      {"A.012345678901234567890123456789", "89012345678901234567890", 1, nullptr},
+      {"A.0123456789012345678901234567", "0", 1, "A.0123456789012345678901234567."},
+  };
+  for (const auto &one : cases) {
+    char path[32];
+    snprintf(path, sizeof path, "%.31s", one.path);
+    std::string before = path;
+    EXPECT_EQ(cfgPathCut(path, one.name, one.flag), one.left == nullptr ? -1 : 0) << one.path;
+    EXPECT_EQ(path, one.left == nullptr ? before : one.left);
+  }
+}
+
+TEST(ConfigPath, AddressesAndHexDigits) {
+  const struct {
+    const char *text;
+    int is_address;
+  } addresses[] = {{"255.255.255.255", 1}, {"0.0.0.0", 1},  {"300.1.1.1", 0}, {"1.2.3", 0},
+                   {"-1.2.3.4", 0},        {"1.2.3.-4", 0}, {"a.b.c.d", 0},   {"", 0},
+                   {"1.2.3.256", 0},       {nullptr, 0}};
+  for (const auto &one : addresses)
+    EXPECT_EQ(cfgIsIpv4Addr(one.text), one.is_address) << (one.text == nullptr ? "" : one.text);
+
+  char hex[9] = "as it is";
+  EXPECT_EQ(cfgHexEncode("", hex), 0);
+  EXPECT_STREQ(hex, "as it is");
+  EXPECT_EQ(cfgHexEncode("12345", hex), -1);
+  EXPECT_STREQ(hex, "as it is");
+  EXPECT_EQ(cfgHexEncode("\xff\x01 a", hex), 0);
+  EXPECT_STREQ(hex, "ff012061");
+}
+
+}  // namespace
