@@ -6,6 +6,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <string>
 
 #include "ams_common_api.h"
 #include "ams_config_tree.h"
@@ -26,10 +27,9 @@ Next *Behind(Head *head) {
 static_assert(sizeof(ConfigObject) % alignof(ConfigItem) == 0);
 static_assert(sizeof(ConfigInst) % alignof(ConfigItem) == 0);
 static_assert(offsetof(ConfigObjectRecord<2>, items) == sizeof(ConfigObject));
-static_assert(offsetof(ConfigRowRecord<2>, items) == sizeof(ConfigInst));
-using RowOfTables = ConfigNestedRowRecord<2, 2>;
-static_assert(offsetof(RowOfTables, tables) ==
-              offsetof(RowOfTables, items) + 3 * sizeof(ConfigItem));
+using Row = ConfigRowRecord<2, 2>;
+static_assert(offsetof(Row, items) == sizeof(ConfigInst));
+static_assert(offsetof(Row, tables) == offsetof(Row, items) + 3 * sizeof(ConfigItem));
 
 void DestroyItems(ConfigItem *items) {
   for (ConfigItem *item = items; item->name != nullptr; ++item) ConfigItemDestroy(item);
@@ -44,6 +44,7 @@ void DropKey(char *text) {
 }
 
 void WriteItem(const char *path, const ConfigItem *source) {
+  if (source->val == nullptr) return; /* never loaded: nothing to put in place of what is there */
   (void)ams_set_node_value(gptXmlTrees->root, path, source->val); /* logged by the store */
 }
 
@@ -352,12 +353,16 @@ int FillSubArray(ConfigArray *to, int to_index, ConfigArray *from, int from_inde
 
 }  // namespace
 
-/* Every table of the target is filled from the first one of the source, which is not advanced: the
-   source rows of this system have one table, and the targets take it several times. */
+/* Every table of the target is filled from the first one of the source: the source is not advanced
+   on purpose, since callers copy one list into several. */
 int ConfigNestedSubArrayFill(ConfigInst *lhs, ConfigInst *rhs) {
   CONFIG_ASSERT(lhs != nullptr && rhs != nullptr, "lhs != ((void *)0) && rhs != ((void *)0)");
-  ConfigArray *from = ConfigNestedSubArrayOf(rhs);
-  for (ConfigArray *to = ConfigNestedSubArrayOf(lhs); to->proto != nullptr; ++to)
+  ConfigArray *from = ConfigNestedSubArrayOf(rhs), *to = ConfigNestedSubArrayOf(lhs);
+  if (to->proto != nullptr && from->path == nullptr) {
+    AMS_PRINT(4, "ConfigNestedSubArrayFill: row %d has no table to copy\n", rhs->index);
+    return -1;
+  }
+  for (; to->proto != nullptr; ++to)
     if (FillSubArray(to, lhs->index, from, rhs->index) < 0) return -1;
   return 0;
 }
@@ -367,17 +372,17 @@ int ConfigNestedArrayFill(const ConfigArray *lhs, const ConfigArray *rhs) {
   AMS_PRINT(1, "Fill Nested Array: %s\n", lhs->path);
   ConfigInst *scratch = ScratchRow(lhs, "ConfigNestedArrayFill");
   if (scratch == nullptr) return -1;
-  for (ConfigInst *row = rhs->head; row != nullptr; row = row->next) {
+  int result = 0;
+  for (ConfigInst *row = rhs->head; row != nullptr && result == 0; row = row->next) {
     int index = ConfigInstAdd(lhs);
     if (index < 0) continue;
     scratch->index = index;
     ConfigInstAssign(lhs, scratch, row);
-    /* Logged there; the rows that follow are copied all the same. */
-    (void)ConfigNestedSubArrayFill(scratch, row);
+    result = ConfigNestedSubArrayFill(scratch, row);
   }
-  AMS_PRINT(1, "Fill Nested Array ok\n");
+  if (result == 0) AMS_PRINT(1, "Fill Nested Array ok\n");
   __tds_free(scratch);
-  return 0;
+  return result;
 }
 
 /* ---- the store, directly ---- */
@@ -419,8 +424,8 @@ int cfgGetTotalInstance(const char *path) {
 int cfgIsIpv4Addr(const char *text) {
   if (text == nullptr) return 0;
   AMS_PRINT(1, "cfgIsIpv4Addr: %s\n", text);
-  unsigned part[4]; /* as unsigned numbers the negative ones are too large */
-  if (sscanf(text, "%d.%d.%d.%d", reinterpret_cast<int *>(&part[0]),
+  unsigned part[4]; /* as unsigned numbers the negative ones are too large; 9 digits always fit */
+  if (sscanf(text, "%9d.%9d.%9d.%9d", reinterpret_cast<int *>(&part[0]),
              reinterpret_cast<int *>(&part[1]), reinterpret_cast<int *>(&part[2]),
              reinterpret_cast<int *>(&part[3])) != 4)
     return 0;
@@ -454,7 +459,7 @@ int cfgCopyNodeValue(const OpFuncArg *arg, const char *object, const char *sourc
   if (cfgNodeExists(to.c_str()) != 0 || ConfigItemGet(&item, object) != 0) return 0;
   char number[16];
   snprintf(number, sizeof number, "%d", atoi(item.val));
-  const char *value = strcmp(type, "string") == 0 ? item.val : number;
+  const char *value = type != nullptr && strcmp(type, "string") == 0 ? item.val : number;
   int result = ams_set_node_value(gptXmlTrees->root, to.c_str(), value);
   if (result != 0) result = ams_sset_node_value(gptXmlTrees->root, to.c_str(), value);
   ConfigItemDestroy(&item);

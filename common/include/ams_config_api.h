@@ -33,7 +33,7 @@ int cfgGetTotalInstance(const char *path);
 int cfgCopyNodeValue(const OpFuncArg *arg, const char *object, const char *source,
                      const char *target, const char *type);
 
-/* ---- texts and paths: no store, no log but cfgIsIpv4Addr's ---- */
+/* ---- texts and paths: without the store; what does not fit is logged at level 4 ---- */
 
 /* The last component of a path that is all digits (one trailing "." is passed over); -1 when there
    is none or the path has less than 2 characters. Numbers that do not fit read as INT32_MAX. */

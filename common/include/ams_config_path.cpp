@@ -1,9 +1,10 @@
-// Data-model paths and small texts for the op functions: pure functions, no store and no log.
+// Data-model paths and small texts for the op functions, without the store.
 #include <climits>
 #include <cstdio>
 #include <cstring>
 #include <string_view>
 
+#include "ams_common_api.h"
 #include "ams_config_api.h"
 
 namespace {
@@ -51,8 +52,10 @@ int cfgPathIndexes(const char *path, int32_t *indexes, size_t room) {
 int cfgWanConnName(const char *path, char *name, size_t size) {
   int32_t part[3] = {};
   if (cfgPathIndexes(path, part) < 1) return -1;
-  snprintf(name, size, "%s_%d_%d_%d", strstr(path, "PPP") != nullptr ? "PPP" : "IP", part[0],
-           part[1], part[2]);
+  int length = snprintf(name, size, "%s_%d_%d_%d", strstr(path, "PPP") != nullptr ? "PPP" : "IP",
+                        part[0], part[1], part[2]);
+  if (static_cast<size_t>(length) >= size)
+    AMS_PRINT(4, "cfgWanConnName: name of %s cut to %zu bytes\n", path, size);
   return 0;
 }
 
@@ -61,14 +64,20 @@ int cfgPathCut(char *path, size_t size, const char *name, int flag) {
   if (end == nullptr) return -1;
   end += strlen(name);
   if (flag != 0) end += strcspn(end, ".");
-  if (static_cast<size_t>(end - path) + 2 > size) return -1;
+  if (static_cast<size_t>(end - path) + 2 > size) {
+    AMS_PRINT(4, "cfgPathCut: no room for the \".\" behind %s\n", path);
+    return -1;
+  }
   strcpy(end, ".");
   return 0;
 }
 
 int cfgHexEncode(const char *text, char *hex, size_t size) {
   size_t length = strlen(text);
-  if (length > (size - 1) / 2 || size == 0) return -1;
+  if (2 * length + 1 > size) {
+    AMS_PRINT(4, "cfgHexEncode: %zu bytes as hex digits need more than %zu\n", length, size);
+    return -1;
+  }
   for (size_t i = 0; i < length; ++i)
     snprintf(hex + 2 * i, 3, "%02x", static_cast<unsigned char>(text[i]));
   return 0;

@@ -25,8 +25,8 @@ struct ConfigObject {
   const char *path;
 };
 
-/* A row of a table. Its ConfigItem records follow directly; behind the one that ends them, in a row
-   that holds tables, ConfigArray records up to one whose path and proto are NULL. */
+/* A row of a table. Its ConfigItem records follow directly; behind the one that ends them come the
+   ConfigArray records of the tables in the row, up to one whose path and proto are NULL. */
 struct ConfigInst {
   int32_t refcnt;
   int32_t index; /* instance number */
@@ -44,18 +44,18 @@ struct ConfigArray {
 };
 
 /* ---- declarations ----
+
    A caller names paths and parameters; layout, sizes and ends follow:
 
      auto device = ConfigObjectOf("InternetGatewayDevice.DeviceInfo.", "ModelName", "UpTime");
-     const auto storage_row = ConfigRowOf("Name", "Status"); // static, as all of them
-     ConfigArray storage = ConfigArrayOf("InternetGatewayDevice.[...].Storage.", storage_row);
 
-   and for rows that hold tables:
+     const auto codec_row = ConfigRowOf("Name");
+     const auto line_row =
+         ConfigRowWith({ConfigArrayOf("[...].Line.{i}.Codec.", codec_row)}, "Name", "Enable");
+     ConfigArray lines = ConfigArrayOf("[...].Line.", line_row);
 
-     const auto line_row = ConfigRowWith({ConfigArrayOf("[...].Line.{i}.Codec.", codec_row)},
-   "Name");
-
-   The calls take `&device.object` and `&storage`. A row's declaration must outlive its tables. */
+   The calls take `&device.object` and `&lines`. A row's declaration outlives its tables: both are
+   static. */
 
 template <size_t N>
 struct ConfigObjectRecord {
@@ -63,14 +63,9 @@ struct ConfigObjectRecord {
   ConfigItem items[N + 1];
 };
 
-template <size_t N>
-struct ConfigRowRecord {
-  ConfigInst inst;
-  ConfigItem items[N + 1];
-};
-
+/* Every row ends its tables, also when it has none, so that each call may look for them. */
 template <size_t N, size_t Tables>
-struct ConfigNestedRowRecord {
+struct ConfigRowRecord {
   ConfigInst inst;
   ConfigItem items[N + 1];
   ConfigArray tables[Tables + 1];
@@ -82,8 +77,17 @@ constexpr ConfigObjectRecord<sizeof...(Names)> ConfigObjectOf(const char *path, 
 }
 
 template <typename... Names>
-constexpr ConfigRowRecord<sizeof...(Names)> ConfigRowOf(Names... names) {
-  return {{0, 0, nullptr}, {{0, names, nullptr}..., {0, nullptr, nullptr}}};
+constexpr ConfigRowRecord<sizeof...(Names), 0> ConfigRowOf(Names... names) {
+  return {{0, 0, nullptr}, {{0, names, nullptr}..., {0, nullptr, nullptr}}, {}};
+}
+
+template <size_t Tables, typename... Names>
+constexpr ConfigRowRecord<sizeof...(Names), Tables> ConfigRowWith(
+    const ConfigArray (&tables)[Tables], Names... names) {
+  ConfigRowRecord<sizeof...(Names), Tables> row = {
+      {0, 0, nullptr}, {{0, names, nullptr}..., {0, nullptr, nullptr}}, {}};
+  for (size_t i = 0; i < Tables; ++i) row.tables[i] = tables[i];
+  return row;
 }
 
 template <typename Row>
@@ -91,17 +95,7 @@ constexpr ConfigArray ConfigArrayOf(const char *path, const Row &row) {
   return {0, path, sizeof row, 0, 0, nullptr, &row.inst};
 }
 template <typename Row>
-ConfigArray ConfigArrayOf(const char *path,
-                          const Row &&row) = delete; /* it must outlive the table */
-
-template <size_t Tables, typename... Names>
-constexpr ConfigNestedRowRecord<sizeof...(Names), Tables> ConfigRowWith(
-    const ConfigArray (&tables)[Tables], Names... names) {
-  ConfigNestedRowRecord<sizeof...(Names), Tables> row = {
-      {0, 0, nullptr}, {{0, names, nullptr}..., {0, nullptr, nullptr}}, {}};
-  for (size_t i = 0; i < Tables; ++i) row.tables[i] = tables[i];
-  return row;
-}
+ConfigArray ConfigArrayOf(const char *path, const Row &&row) = delete; /* gone before the table */
 
 /* The first parameter of a record. */
 ConfigItem *ConfigItemsOf(ConfigObject *object);
@@ -113,9 +107,9 @@ const char *ConfigValue(const ConfigItem *items, const char *name);
 
 /* ---- reading and releasing ---- */
 
-/* Loads `prefix`.`name` (a "." comes between them where the prefix has none; NULL is ""). A value
-   "key=value" loads as "value", a missing one as "". 0; -1 when item is NULL, or without memory
-   (`val` stays NULL then). */
+/* Loads `prefix`.`name` (a "." comes between them where the prefix has none; NULL is ""): what is
+   behind the first "=" of the store's "name=value", or "" when there is no such node. 0; -1 when
+   item is NULL, or (logged) without memory: `val` stays NULL then, and reads as "" below. */
 int ConfigItemGet(ConfigItem *item, const char *prefix);
 
 /* Load every parameter of the record. 0. */
@@ -150,7 +144,8 @@ int ConfigInstDel(const ConfigArray *array, int index);
 int ConfigArrayClear(const ConfigArray *array);
 
 /* Writes the values of one record to the parameters of another, pair by pair in their order, up to
-   the shorter list's end. The target's own values do not change. 0. */
+   the shorter list's end. What is not loaded is passed over; the target's own values do not change.
+   0. */
 int ConfigInstAssign(const ConfigArray *array, ConfigInst *lhs, ConfigInst *rhs);
 int ConfigObjectAssign(ConfigObject *lhs, ConfigObject *rhs);
 
@@ -158,11 +153,12 @@ int ConfigObjectAssign(ConfigObject *lhs, ConfigObject *rhs);
    cannot be added is passed over. 0; -1 without memory, nothing written. */
 int ConfigArrayFill(const ConfigArray *lhs, const ConfigArray *rhs);
 
-/* The same with the tables in the rows. 0 or -1. */
+/* The same with the tables in the rows. -1 also when the tables of a row cannot be copied: the rows
+   before it are. */
 int ConfigNestedArrayFill(const ConfigArray *lhs, const ConfigArray *rhs);
 
-/* Copies the tables of row `rhs` below row `lhs` (whose index counts). Their paths hold "{i}", also
-   afterwards. 0 or -1. */
+/* Copies the first table of row `rhs` to every table of row `lhs` (whose index counts). Their paths
+   hold "{i}", also afterwards. 0; -1 (logged): no memory, no table to copy, no "{i}". */
 int ConfigNestedSubArrayFill(ConfigInst *lhs, ConfigInst *rhs);
 
 /* The first table record behind a row's parameters. */

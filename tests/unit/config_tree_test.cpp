@@ -52,13 +52,13 @@ const auto full_line_row = ConfigRowWith({ConfigArrayOf(TOP "Lines.{i}.Codecs.",
 ConfigArray lines = ConfigArrayOf(TOP "Lines.", line_row);
 ConfigArray full_lines = ConfigArrayOf(TOP "Lines.", full_line_row);
 
-struct Held {
-  int64_t blocks, bytes;
-};
-
-Held Heap() {
-  TdsMallocCount count = tds_malloc_count(nullptr);
-  return {count.blocks, count.bytes};
+/* Live blocks of each tag that the views allocate with, and of all. */
+std::map<std::string, int64_t> Heap() {
+  std::map<std::string, int64_t> blocks = {{"all", tds_malloc_count(nullptr).blocks}};
+  for (const char *tag :
+       {"ConfigItemGet", "ConfigArrayGet", "ConfigArrayFill", "ConfigNestedArrayFill"})
+    blocks[tag] = tds_malloc_count(tag).blocks;
+  return blocks;
 }
 
 /* Each test has to leave the heap as it was. */
@@ -69,13 +69,10 @@ class ConfigTree : public StoreTest {
     StoreTest::SetUp();
     held_ = Heap();
   }
-  void TearDown() override {
-    EXPECT_EQ(Heap().blocks, held_.blocks);
-    EXPECT_EQ(Heap().bytes, held_.bytes);
-  }
+  void TearDown() override { EXPECT_EQ(Heap(), held_); }
 
  private:
-  Held held_;
+  std::map<std::string, int64_t> held_;
 };
 
 using Values = std::vector<std::string>;
@@ -106,7 +103,7 @@ Rows Loaded(ConfigArray *array) {
   return rows;
 }
 
-/* What `work` logs, without times, modules and locations. */
+/* What `work` logs, "LEVEL TEXT" each; a location has to follow each. */
 template <typename Work>
 std::vector<std::string> LogOf(Work work) {
   int32_t level = DF_PRT_MAP[0].level;
@@ -116,16 +113,15 @@ std::vector<std::string> LogOf(Work work) {
   std::string text = testing::internal::GetCapturedStderr();
   DF_PRT_MAP[0].level = level;
   std::vector<std::string> log;
-  bool location = false;
+  size_t locations = 0;
   for (size_t at = 0, end; (end = text.find('\n', at)) != text.npos; at = end + 1) {
     std::string line = text.substr(at, end - at);
-    size_t mark = line.find("  @P:./../common/include/ams_config_api,L:");
-    if (mark == 0) /* a text that ends in a line feed has its location on the next line */
-      location = true;
-    else
-      log.push_back(line.substr(line.find("default ") + 10, mark));
+    if (line.find("  @P:./../common/include/ams_config_api,L:") == 0)
+      ++locations;
+    else if (line.find("  @P:") != 0) /* the store's own records have theirs */
+      log.push_back(line.substr(line.find("default ") + 8));
   }
-  EXPECT_TRUE(location) << text;
+  EXPECT_EQ(locations, log.size()) << text;
   return log;
 }
 
@@ -295,6 +291,20 @@ TEST_F(ConfigTree, PathsThatCannotBeExpanded) {
   }
 }
 
+TEST_F(ConfigTree, NestedCallsTakeTablesWithoutAny) {
+  ConfigArrayGet(&hosts);
+  EXPECT_EQ(ConfigNestedArrayFill(&twins, &hosts), 0);
+  EXPECT_EQ(ConfigNestedArrayFill(&full_lines, &hosts), -1) << "nothing to copy into its tables";
+  ConfigNestedArrayDestroy(&hosts);
+  EXPECT_EQ(Loaded(&twins).size(), 3U);
+}
+
+TEST_F(ConfigTree, WhatIsNotLoadedOverwritesNothing) {
+  SetLeaf(TOP "Copy.Title", "kept");
+  EXPECT_EQ(ConfigObjectAssign(&copy.object, &info.object), 0);
+  EXPECT_EQ(Leaf(TOP "Copy.Title"), "kept");
+}
+
 /* ---- what is logged, and what ends the process ---- */
 
 TEST_F(ConfigTree, LogsEachStep) {
@@ -309,39 +319,71 @@ TEST_F(ConfigTree, LogsEachStep) {
     ConfigArrayFill(&twins, &names);
     ConfigArrayClear(&names);
     ConfigArrayDestroy(&names);
-    (void)cfgStatusSetStr(TOP "Info.Serial", "8");
-    (void)cfgGetTotalInstance(TOP "Hosts.");
   });
   EXPECT_EQ(log, (std::vector<std::string>{
-                     "Get Object: " TOP "Copy., refcnt: 1",
-                     "Get Item Title,refcnt:1",
-                     "ConfigItemGet:val is ",
-                     "Assign Object: " TOP "Copy. <= " TOP "Copy.",
-                     "path = " TOP "Copy.Title= ",
-                     "\t" TOP "Copy.Title: ",
-                     "Des Object: " TOP "Copy., refcnt: 0",
-                     "Destroy item: path=Title, val=, refcnt=0",
-                     "Get Array: " TOP "Hosts., refcnt: 1",
-                     "Get Inst: " TOP "Hosts.1., refcnt: 1",
-                     "Get Item Name,refcnt:1",
-                     "ConfigItemGet:val is one",
-                     "Fill Array: " TOP "Twins.",
-                     "Add Inst: " TOP "Twins.",
-                     "1",
-                     "Assign Inst: " TOP "Twins.1 <= 1",
-                     TOP "Twins.1.Name: one",
-                     "Fill Array ok",
-                     "Clear Array: " TOP "Hosts.",
-                     "\tNo: 1",
-                     "Del Inst: " TOP "Hosts.1",
-                     "Des Inst: 1, refcnt: 0",
-                     "Destroy item: path=Name, val=one, refcnt=0",
-                     "cfgStatusSetStr: path " TOP "Info.Serial val 8",
-                     "cfgGetTotalInstance url :" TOP "Hosts.",
+                     "1 Get Object: " TOP "Copy., refcnt: 1",
+                     "1 Get Item Title,refcnt:1",
+                     "1 ConfigItemGet:val is ",
+                     "1 Assign Object: " TOP "Copy. <= " TOP "Copy.",
+                     "1 path = " TOP "Copy.Title= ",
+                     "1 \t" TOP "Copy.Title: ",
+                     "1 Des Object: " TOP "Copy., refcnt: 0",
+                     "1 Destroy item: path=Title, val=, refcnt=0",
+                     "1 Get Array: " TOP "Hosts., refcnt: 1",
+                     "1 Get Inst: " TOP "Hosts.1., refcnt: 1",
+                     "1 Get Item Name,refcnt:1",
+                     "1 ConfigItemGet:val is one",
+                     "1 Fill Array: " TOP "Twins.",
+                     "1 Add Inst: " TOP "Twins.",
+                     "1 1",
+                     "1 Assign Inst: " TOP "Twins.1 <= 1",
+                     "1 " TOP "Twins.1.Name: one",
+                     "1 Fill Array ok",
+                     "1 Clear Array: " TOP "Hosts.",
+                     "1 \tNo: 1",
+                     "1 Del Inst: " TOP "Hosts.1",
+                     "1 Des Inst: 1, refcnt: 0",
+                     "1 Destroy item: path=Name, val=one, refcnt=0",
                  }));
-  EXPECT_EQ(Leaf(TOP "Info.Serial"), "8") << "a status write";
-  for (const char *path : {TOP "Info.Serial", static_cast<const char *>(nullptr)})
-    EXPECT_EQ(cfgStatusSetStr(path, path == nullptr ? "1" : nullptr), -1);
+}
+
+TEST_F(ConfigTree, LogsTheStepsOfTablesInRows) {
+  ASSERT_EQ(ams_del_obj(gptXmlTrees->root, TOP "Lines.2"), 0);
+  ConfigArrayGet(&lines);
+  LoadSub(lines.head);
+  auto log = LogOf([] { ConfigNestedArrayFill(&lines, &lines); });
+  EXPECT_EQ(log, (std::vector<std::string>{
+                     "1 Fill Nested Array: " TOP "Lines.",
+                     "1 Add Inst: " TOP "Lines.",
+                     "1 6",
+                     "1 Assign Inst: " TOP "Lines.6 <= 5",
+                     "1 " TOP "Lines.6.Label: right",
+                     "1 Fill Sub Array: " TOP "Lines.6.Codecs. <= " TOP "Lines.5.Codecs.",
+                     "1 Fill Array: " TOP "Lines.6.Codecs.",
+                     "1 Fill Array ok",
+                     "1 Fill Sub Array ok",
+                     "1 Fill Nested Array ok",
+                 }));
+  ConfigNestedArrayDestroy(&lines);
+}
+
+TEST_F(ConfigTree, StatusWritesAndCounts) {
+  auto log = LogOf([] {
+    EXPECT_EQ(cfgStatusSetStr(TOP "Info.Serial", "8"), 0);
+    EXPECT_EQ(cfgStatusSetStr(TOP "Info.Serial", nullptr), -1);
+    EXPECT_EQ(cfgStatusSetStr(nullptr, "1"), -1);
+    EXPECT_EQ(cfgGetTotalInstance(TOP "Hosts."), 3);
+    EXPECT_EQ(cfgGetTotalInstance(TOP "None."), -1);
+  });
+  EXPECT_EQ(Leaf(TOP "Info.Serial"), "8") << "read-only, but a status";
+  EXPECT_EQ(log, (std::vector<std::string>{
+                     "1 cfgStatusSetStr: path " TOP "Info.Serial val 8",
+                     "4 cfgStatusSetStr: path or val is NULL.",
+                     "4 cfgStatusSetStr: path or val is NULL.",
+                     "1 cfgGetTotalInstance url :" TOP "Hosts.",
+                     "1 cfgGetTotalInstance url :" TOP "None.",
+                     "4 ams_get_array_maxIndex failed, url is " TOP "None.",
+                 }));
 }
 
 /* A regular expression for the text alone. */
@@ -355,25 +397,34 @@ std::string Escaped(const std::string &text) {
 }
 
 TEST(ConfigTreeDeathTest, NullRecordsEndTheProcess) {
-  testing::FLAGS_gtest_death_test_style = "threadsafe";
+  constexpr char kThree[] = "lca != ((void *)0) && lhs != ((void *)0) && rhs != ((void *)0)";
+  constexpr char kBoth[] = "lhs != ((void *)0) && rhs != ((void *)0)";
   const struct {
     const char *text;
     void (*call)();
   } cases[] = {
       {"inst != ((void *)0)", [] { ConfigNestedSubArrayOf(nullptr); }},
-      {"lca != ((void *)0) && lhs != ((void *)0) && rhs != ((void *)0)",
-       [] { ConfigInstAssign(&hosts, nullptr, nullptr); }},
-      {"lhs != ((void *)0) && rhs != ((void *)0)", [] { ConfigObjectAssign(nullptr, nullptr); }},
-      {"lhs != ((void *)0) && rhs != ((void *)0)", [] { ConfigArrayFill(&hosts, nullptr); }},
-      {"lhs != ((void *)0) && rhs != ((void *)0)", [] { ConfigNestedArrayFill(nullptr, &hosts); }},
-      {"lhs != ((void *)0) && rhs != ((void *)0)",
-       [] { ConfigNestedSubArrayFill(nullptr, nullptr); }},
+      {kThree, [] { ConfigInstAssign(nullptr, hosts.head, hosts.head); }},
+      {kThree, [] { ConfigInstAssign(&hosts, nullptr, hosts.head); }},
+      {kThree, [] { ConfigInstAssign(&hosts, hosts.head, nullptr); }},
+      {kBoth, [] { ConfigObjectAssign(nullptr, &info.object); }},
+      {kBoth, [] { ConfigObjectAssign(&info.object, nullptr); }},
+      {kBoth, [] { ConfigArrayFill(nullptr, &hosts); }},
+      {kBoth, [] { ConfigArrayFill(&hosts, nullptr); }},
+      {kBoth, [] { ConfigNestedArrayFill(nullptr, &hosts); }},
+      {kBoth, [] { ConfigNestedArrayFill(&hosts, nullptr); }},
+      {kBoth, [] { ConfigNestedSubArrayFill(nullptr, hosts.head); }},
+      {kBoth, [] { ConfigNestedSubArrayFill(hosts.head, nullptr); }},
       {"ca != ((void *)0) && index > 0", [] { ConfigInstDel(&hosts, 0); }},
+      {"ca != ((void *)0) && index > 0", [] { ConfigInstDel(nullptr, 1); }},
       {"ca != ((void *)0)", [] { ConfigArrayClear(nullptr); }},
       {"ca != ((void *)0)", [] { ConfigInstAdd(nullptr); }},
   };
+  LoadModel(kModel);
+  ConfigArrayGet(&hosts);
   for (const auto &one : cases)
     EXPECT_DEATH(one.call(), Escaped("`" + std::string(one.text) + "'")) << one.text;
+  ConfigArrayDestroy(&hosts);
 }
 
 /* ---- against a plain model ---- */
@@ -389,6 +440,8 @@ struct Both {
   PlainTable hosts, twins;
   std::optional<Rows> view; /* of the hosts, while it is loaded */
   int gets = 0;
+  std::map<int, std::pair<std::string, std::vector<std::string>>> lines; /* label, codecs */
+  int highest_line = 0;
 };
 
 int AddPlain(PlainTable *table, Values values) {
@@ -415,6 +468,42 @@ void Release(Both *both) {
   if (--both->gets == 0) both->view.reset();
 }
 
+void AddCodec(Both *both, int number, const std::string &codec) {
+  if (both->lines.count(number) == 0) return;
+  ConfigArray codecs = ConfigArrayOf(TOP "Lines.{i}.Codecs.", codec_row);
+  char path[256];
+  RC_ASSERT(ConfigPathExpand(&codecs, number, path, sizeof path) == 0);
+  int index = ConfigInstAdd(&codecs);
+  RC_ASSERT(index > 0);
+  SetLeaf(path + std::to_string(index) + ".Codec", codec);
+  both->lines[number].second.push_back(codec);
+}
+
+/* Doubles the lines, with their codecs. */
+void CopyLines(Both *both) {
+  if (both->lines.size() > 8) return;
+  ConfigArrayGet(&lines);
+  for (ConfigInst *row = lines.head; row != nullptr; row = row->next) LoadSub(row);
+  RC_ASSERT(ConfigNestedArrayFill(&lines, &lines) == 0);
+  ConfigNestedArrayDestroy(&lines);
+  auto before = both->lines;
+  for (const auto &line : before) both->lines[++both->highest_line] = line.second;
+}
+
+bool LinesHold(const Both &both) {
+  decltype(both.lines) stored;
+  ConfigArrayGet(&lines);
+  for (ConfigInst *row = lines.head; row != nullptr; row = row->next) {
+    LoadSub(row);
+    auto &line = stored[row->index];
+    line.first = ConfigValue(ConfigItemsOf(row), "Label");
+    for (const auto &codec : RowsOf(*ConfigNestedSubArrayOf(row)))
+      line.second.push_back(codec.second[0]);
+  }
+  ConfigNestedArrayDestroy(&lines);
+  return stored == both.lines;
+}
+
 void Step(Both *both, int action, int number, const std::string &value) {
   std::string row = TOP "Hosts." + std::to_string(number);
   switch (action) {
@@ -439,8 +528,14 @@ void Step(Both *both, int action, int number, const std::string &value) {
     case 5:
       FillTwins(both);
       break;
-    default:
+    case 6:
       ClearTwins(both);
+      break;
+    case 7:
+      AddCodec(both, number, value);
+      break;
+    default:
+      CopyLines(both);
   }
 }
 
@@ -448,12 +543,16 @@ bool ViewHolds(const Both &both) { return both.gets == 0 || RowsOf(hosts) == *bo
 
 TEST_F(ConfigTree, BehavesAsAPlainTable) {
   bool holds = rc::check("random loads, adds, deletes, fills and releases", [] {
+    while (hosts.refcnt > 0) ConfigArrayDestroy(&hosts); /* of a case that failed */
     LoadModel(kModel);
-    int64_t before = Heap().blocks;
-    Both both = {{{{1, {"one", "1"}}, {2, {"two", "1"}}, {3, {"x=y=", "3"}}}, 3}, {}, {}, 0};
+    auto before = Heap();
+    Both both;
+    both.hosts = {{{1, {"one", "1"}}, {2, {"two", "1"}}, {3, {"x=y=", "3"}}}, 3};
+    both.lines = {{2, {"left", {"PCMU", "G722"}}}, {5, {"right", {}}}};
+    both.highest_line = 5;
     int steps = *rc::gen::inRange(1, 60);
     for (int step = 0; step < steps; ++step) {
-      Step(&both, *rc::gen::inRange(0, 7), *rc::gen::inRange(1, both.hosts.highest + 2),
+      Step(&both, *rc::gen::inRange(0, 9), *rc::gen::inRange(1, both.hosts.highest + 4),
            *rc::gen::container<std::string>(rc::gen::inRange(' ', '{')));
       RC_ASSERT(ViewHolds(both));
       RC_ASSERT(cfgGetTotalInstance(TOP "Hosts.") == static_cast<int>(both.hosts.rows.size()));
@@ -461,7 +560,8 @@ TEST_F(ConfigTree, BehavesAsAPlainTable) {
     while (both.gets > 0) Release(&both);
     RC_ASSERT(Loaded(&hosts) == RowsOf(both.hosts));
     RC_ASSERT(Loaded(&twins) == RowsOf(both.twins));
-    RC_ASSERT(Heap().blocks == before);
+    RC_ASSERT(LinesHold(both));
+    RC_ASSERT(Heap() == before);
   });
   EXPECT_TRUE(holds);
 }
@@ -557,9 +657,17 @@ TEST(ConfigPath, AddressesAndHexDigits) {
   const struct {
     const char *text;
     int is_address;
-  } addresses[] = {{"255.255.255.255", 1}, {"0.0.0.0", 1},  {"300.1.1.1", 0}, {"1.2.3", 0},
-                   {"-1.2.3.4", 0},        {"1.2.3.-4", 0}, {"a.b.c.d", 0},   {"", 0},
-                   {"1.2.3.256", 0},       {nullptr, 0}};
+  } addresses[] = {{"255.255.255.255", 1},
+                   {"4294967297.1.1.1", 0},
+                   {"0.0.0.0", 1},
+                   {"300.1.1.1", 0},
+                   {"1.2.3", 0},
+                   {"-1.2.3.4", 0},
+                   {"1.2.3.-4", 0},
+                   {"a.b.c.d", 0},
+                   {"", 0},
+                   {"1.2.3.256", 0},
+                   {nullptr, 0}};
   for (const auto &one : addresses)
     EXPECT_EQ(cfgIsIpv4Addr(one.text), one.is_address) << (one.text == nullptr ? "" : one.text);
 

@@ -12,4 +12,6 @@ read -r old_total old_spare 2>/dev/null <"$last" || old_total=0 old_spare=0
 echo "$total $spare" >"$last"
 ticks=$((total - old_total))
 [ $ticks -gt 0 ] || exit 0 # too soon to tell: the last value stands
-cfgcmd sset "$node.CPUUsage" $((100 * (ticks - (spare - old_spare)) / ticks))
+busy=$((ticks - (spare - old_spare)))
+[ $busy -le $ticks ] || busy=$ticks # the kernel's count of waiting may go back
+cfgcmd sset "$node.CPUUsage" $((100 * busy / ticks))
