@@ -2,6 +2,7 @@
 // "dbmgr:dbmgt" and modules' acknowledgements at "msgcenter:cAckAgt".
 #include "dbmgr.h"
 
+#include <CLI/CLI.hpp>
 #include <csignal>
 #include <cstdio>
 
@@ -39,7 +40,10 @@ const ModuleEntry kModules[] = {
 
 }  // namespace
 
-int main() {
+int main(int argc, char **argv) {
+  CLI::App app("Data-base manager of the gateway on a desk.", "dbmgr");
+  app.add_flag("--trust-values", trust_values, "Take values of any form, as the board does");
+  CLI11_PARSE(app, argc, argv);
   signal(SIGPIPE, SIG_IGN);
   AMS_UsrDumpInit();
   AMS_PrintMgt_Init();

@@ -6,6 +6,7 @@
 
 #include <cstdint>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "dbmgr_proto.h"
@@ -22,6 +23,14 @@ struct Plan {
 /* Checks `request` against the tree and the limits of the frames. 0, or -1 with one line in `why`.
  */
 int PlanRequest(const DbmgrRequest &request, Plan *plan, std::string *why);
+
+/* Whether a value of the parameter `path` has the form that its "check" attribute names ("": any
+   form). 0, or -1 with one line in `why`. */
+int CheckForm(const std::string &path, const std::string &form, std::string_view value,
+              std::string *why);
+
+/* Set before the first request (--trust-values): every value has its form. */
+extern bool trust_values;
 
 /* "add", "get"...: how people call a command. */
 const char *CommandName(uint32_t command);

@@ -92,6 +92,7 @@ int CheckLeaf(const std::string &object, std::string_view piece, Plan *plan, std
     return Refuse(why, "set needs a parameter, \"" + path + "\" is " + KindName(kind));
   if (Attribute(path, "writable") == "0")
     return Refuse(why, "\"" + path + "\" is read-only; \"cfgcmd sset\" writes a status by hand");
+  if (CheckForm(path, Attribute(path, "check"), piece.substr(equals + 1), why) != 0) return -1;
   plan->paths.push_back(path);
   return 0;
 }

@@ -11,7 +11,10 @@
 namespace {
 
 constexpr char kCommands[] = "/var/log/devkit/commands";
-constexpr char kShell[] = "/usr/bin/dash";
+/* The board's shell is busybox's ash, whose echo takes -e; Debian's sh does not. Debian's ash would
+   run its own killall, reboot and so on in place of those on the PATH. bash, which is in sh mode by
+   the name it is called with, does both as the board does. */
+constexpr char kShell[] = "/usr/bin/bash";
 constexpr char kDaemon[] = "sysmgr\n";
 
 /* The process's own name, not that of the thread that started us. */

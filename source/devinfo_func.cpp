@@ -11,6 +11,7 @@
 
 #include "ams_config_api.h"
 #include "devinfo_thread.h"
+#include "download_func.h"
 #include "nvram.h"
 #include "op_rows.h"
 
@@ -131,13 +132,16 @@ Step SwitchStep(const char *value, bool *on) {
   return wanted ? STEP_START : STEP_STOP;
 }
 
+/* A text for a command line. One that is cut to this is too long for the line, which is refused. */
+using LineText = char[512];
+
 /* The parameter of the service management, or `missing`. */
-void ReadSwitch(const char *path, const char *missing, char (&value)[64]) {
+void ReadSwitch(const char *path, const char *missing, LineText &value) {
   if (ams_mxml_get_leaf_value(path, value) != 0) snprintf(value, sizeof value, "%s", missing);
 }
 
 void SwitchDebugTool() {
-  char enable[64], port[64];
+  LineText enable, port;
   ReadSwitch(DEVICE_INFO "X_CT-COM_ServiceManage.X_KVO_DebugToolEnable", "NULL", enable);
   ReadSwitch(DEVICE_INFO "X_CT-COM_ServiceManage.X_KVO_DebugToolPort", "", port);
   switch (SwitchStep(enable, &debug_tool_on)) {
@@ -156,7 +160,7 @@ void SwitchDebugTool() {
 }
 
 void SwitchOneBit() {
-  char enable[64];
+  LineText enable;
   ReadSwitch(DEVICE_INFO "X_CT-COM_ServiceManage.X_KVO_OneBitEnable", "NULL", enable);
   switch (SwitchStep(enable, &one_bit_on)) {
     case STEP_START:
@@ -197,7 +201,7 @@ int FuncKVO_TR69Upload(OpFuncArg *arg) {
 
 /* Whatever storage there is, only the first partition of the first device is used. */
 void DevInfoRestoreFromUsb(int32_t, const void *, uint32_t) {
-  char mount_point[AMS_PATH_SIZE] = "";
+  LineText mount_point = "";
   if (LeafInt(USB_DEVICE "StorageNumberOfEntries") < 1) return;
   if (ams_mxml_get_leaf_value(USB_DEVICE "Storage.1.Partitions.1.MountPoint", mount_point) != 0 ||
       *mount_point == '\0')
@@ -236,6 +240,7 @@ const OpFuncEntry kDevInfoFuncTable[] = {
     {"FuncPortalManagement", FuncPortalManagement},
     {"FuncServiceManage", FuncServiceManage},
     {"FuncKVO_TR69Upload", FuncKVO_TR69Upload},
+    {"FuncKVO_TR69Download", FuncKVO_TR69Download},
     {"FuncServicesMWBAND", FuncServicesMWBAND},
     /* Second row of the name: a lookup finds the first, but the start calls both. */
     {"FuncPortalManagement", FuncPortalManagement},

@@ -10,4 +10,7 @@
    kept. An empty text has no piece. */
 std::vector<int> PortList(std::string_view text);
 
-int FuncServTelnet(OpFuncArg *arg);
+/* Serves FuncServTelnet, FuncServTFTP and FuncServSSH. */
+int FuncPortDaemon(OpFuncArg *arg);
+
+int FuncServPrinter(OpFuncArg *arg);

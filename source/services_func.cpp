@@ -12,9 +12,12 @@
 
 #include "ams_config_api.h"
 #include "capabinfo_thread.h"
+#include "ftpd_func.h"
 #include "netdaemon_func.h"
 #include "op_rows.h"
 #include "samba_func.h"
+#include "serviceCtrl_func.h"
+#include "snmp_func.h"
 
 namespace {
 
@@ -103,10 +106,9 @@ int FuncWOL(OpFuncArg *arg) {
   if (arg == nullptr) return -1;
   OP_LOG_UNNAMED(arg);
   char address[128] = "";
-  if (arg->op != TMF_SET) return 0;
   /* Without the node the address stays empty, and etherwake says so. */
   (void)ams_mxml_get_leaf_value("InternetGatewayDevice.Services.ServiceWOL.MACAddr", address);
-  cfgSystemCmd("etherwake -i br0 -b %s &", address);
+  if (arg->op == TMF_SET) cfgSystemCmd("etherwake -i br0 -b %s &", address);
   return 0;
 }
 
@@ -130,17 +132,17 @@ const OpFuncEntry kCapabInfoFuncTable[] = {
     {"FuncServIPSecCaCertificateList", nullptr},
     {"FuncUserInfo", FuncUserInfo},
     {"FuncUserInfoUserListI", FuncUserInfoUserListI},
-    {"FuncServTelnet", FuncServTelnet},
-    {"FuncServSSH", nullptr},
-    {"FuncServPrinter", nullptr},
-    {"FuncServFTP", nullptr},
-    {"FuncServTFTP", nullptr},
-    {"FuncServSNMP", nullptr},
+    {"FuncServTelnet", FuncPortDaemon},
+    {"FuncServSSH", FuncPortDaemon},
+    {"FuncServPrinter", FuncServPrinter},
+    {"FuncServFTP", FuncServFTP},
+    {"FuncServTFTP", FuncPortDaemon},
+    {"FuncServSNMP", FuncServSNMP},
     {"FuncServSamba", FuncServSamba},
     {"FuncDlnaServer", FuncSwitch},
     {"FuncRemoteAccess", FuncScripts},
-    {"FuncSCL", nullptr},
-    {"FuncSrvLists", nullptr},
+    {"FuncSCL", FuncSCL},
+    {"FuncSrvLists", FuncSrvLists},
     {"FuncWOL", FuncWOL},
     {"FuncServVoipServ", nullptr},
     {"FuncServVoiceProfile", nullptr},

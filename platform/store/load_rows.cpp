@@ -82,22 +82,34 @@ bool SameAttributes(pugi::xml_node left, pugi::xml_node right) {
   }
 }
 
+bool IsApart(std::string_view name) {
+  return name == kIdAttribute || name == kNotifyAttribute || name == kLastAttribute;
+}
+
 /* True when a given element has no attributes but those that are no part of the set. */
 bool OnlyApart(pugi::xml_node node) {
-  for (pugi::xml_attribute attribute : node.attributes()) {
-    std::string_view name = attribute.name();
-    if (name != kIdAttribute && name != kNotifyAttribute && name != kLastAttribute) return false;
-  }
+  for (pugi::xml_attribute attribute : node.attributes())
+    if (!IsApart(attribute.name())) return false;
   return true;
 }
 
-/* The row's attributes: the template's, unless the instance gives others. */
+/* Gives the element those of the template's attributes that it does not have itself. */
+void Inherit(pugi::xml_node shape, pugi::xml_node given) {
+  for (pugi::xml_attribute attribute : shape.attributes())
+    if (!IsApart(attribute.name()) && !given.attribute(attribute.name()))
+      given.append_attribute(attribute.name()) = attribute.value();
+}
+
+/* The row's attributes: the template's with those that the instance gives laid over them. */
 int LayAttributes(Loader *loader, const Element &shape, pugi::xml_node given, bool row,
                   Element *laid) {
   laid->kind = shape.kind;
   laid->set = shape.set;
   laid->node = given;
-  if (!OnlyApart(given) && LoadAttributes(loader, given, row, laid) != 0) return -1;
+  if (!OnlyApart(given)) {
+    Inherit(shape.node, given);
+    if (LoadAttributes(loader, given, row, laid) != 0) return -1;
+  }
   if (laid->kind != shape.kind)
     return LoadRefuse(loader, given, "has another type than in the array's Template");
   pugi::xml_attribute notify = given.attribute(kNotifyAttribute);

@@ -99,6 +99,29 @@ $USERS.1.Level=0" cfgcmd get $USERS
   refused 1 'nobody:here.*not running' cfgcmd send nobody:here 1 --wait
 }
 
+@test "what a shell would act on is refused where the value reaches a shell line" {
+  telnet=$SERVICES.ServiceTelnet
+  refused 1 "\"$telnet.Port\" goes into a shell line, so it has the form \"port list\": .*--trust-values" \
+    cfgcmd set $telnet.Port '23;touch /tmp/broken' $telnet.Enable 1
+  expect 0 23 cfgcmd get $telnet.Port
+  expect 0 0 cfgcmd get $telnet.Enable
+  refused 1 'the form "address"' cfgcmd set $SERVICES.ServiceWOL.MACAddr $'1\nreboot'
+  # Those of rows: made by the file, and added.
+  address=InternetGatewayDevice.LANDevice.1.LANHostConfigManagement.IPInterface.1.IPInterfaceIPAddress
+  refused 1 'the form "address"' cfgcmd set $address '1;reboot;:.1'
+  tunnel=$(cfgcmd add $SERVICES.X_KVO_IPSec.TunnelList)
+  refused 1 'the form "address"' cfgcmd set $tunnel.RemoteGatewayAddress 'x;reboot'
+  cfgcmd del $tunnel
+  entry=$(cfgcmd add $SERVICES.ServiceAccessControl.ServiceCtrlList)
+  refused 1 'the form "name"' cfgcmd set $entry.Action 'ACCEPT;reboot'
+  refused 1 'the form "range"' cfgcmd set $entry.SrcIpRange '10.0.0.1;reboot'
+  cfgcmd del $entry
+  refused 1 'the form "name"' cfgcmd set $SERVICES.ServiceSNMP.PublicCommunity 'public" && reboot'
+  # The same text where no shell sees it.
+  cfgcmd set $DEVICE.ProvisioningCode '23;touch /tmp/broken'
+  [ ! -e /tmp/broken ]
+}
+
 @test "a refused leaf leaves the others of its request as they were" {
   refused 1 'read-only' cfgcmd set $DEVICE.X_KVO-RestartWeb 1 $DEVICE.UpTime 5
   expect 0 0 cfgcmd get $DEVICE.X_KVO-RestartWeb

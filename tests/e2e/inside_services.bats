@@ -18,36 +18,6 @@ samba_stopped_after() { [ "$(samba_stops)" -gt "$1" ]; }
 /usr/syscfg/status_updater.sh &' ] || fail "$order"
 }
 
-@test "telnet on opens its ports, off closes them" {
-  expect 0 "" cfgcmd set $SERVICES.ServiceTelnet.Port 2323,2324
-  expect 0 "+ killall telnetd >/dev/null 2>&1
-+ telnetd -l /usr/sbin/ams_cli -p 2323 &
-+ telnetd -l /usr/sbin/ams_cli -p 2324 &" cfgcmd --calls set $SERVICES.ServiceTelnet.Enable 1
-  until_true listens 2323 1
-  until_true listens 2324 1
-  expect 0 "+ killall telnetd >/dev/null 2>&1" cfgcmd --calls set $SERVICES.ServiceTelnet.Enable 0
-  until_true listens 2323 0
-  until_true listens 2324 0
-  expect 0 "" cfgcmd --calls set $SERVICES.ServiceTelnet.Enable 2
-}
-
-@test "samba opens its holes on the management interface and closes them" {
-  rules() { iptables -S INPUT | grep -c -- '-i ppp0' || true; }
-  cfgcmd set InternetGatewayDevice.ManagementServer.X_KVO_TR069WANIFNAME ppp0
-  cfgcmd set $SERVICES.ServiceSamba.Enable 1
-  until_true grep -q '^/usr/syscfg/media.sh samba$' $CALLS
-  expect 0 6 rules
-  # Twice is once: the old rules go first.
-  cfgcmd set $SERVICES.ServiceSamba.Enable 1
-  twice() { [ "$(grep -c '^/usr/syscfg/media.sh samba$' $CALLS)" -ge 2 ]; }
-  until_true twice
-  expect 0 6 rules
-  stops=$(samba_stops)
-  cfgcmd set $SERVICES.ServiceSamba.Enable 0
-  until_true samba_stopped_after "$stops"
-  expect 0 0 rules
-}
-
 @test "a change of a user restarts the web server and re-applies samba" {
   stops=$(samba_stops)
   expect 0 "+ /usr/syscfg/httpd.sh restart &" cfgcmd --calls set $USERS.1.Password secret
@@ -74,11 +44,11 @@ samba_stopped_after() { [ "$(samba_stops)" -gt "$1" ]; }
 
 @test "a busy module delays nobody else, and its own requests come in order" {
   cfgcmd set $SERVICES.ServiceIPSLA.Enable 0 # enabled, "stop" is waited for
-  stub_sleep ipsla.sh 5
+  stub_sleep ipsla.sh "${GATEWAY_SANITIZE:+2}5" # 25 under a sanitizer
   (cfgcmd --timeout 60 set $SERVICES.ServiceIPSLA.Enable 1; date +%s.%N >"$BATS_TEST_TMPDIR/slow") 3>&- &
   slow=$!
   until_true grep -q '^/usr/syscfg/ipsla.sh stop$' $COMMANDS
-  # These end before the slow one does, whatever the machine's speed.
+  # These end long before the slow one does.
   cfgcmd get $DEVICE.UpTime
   cfgcmd get InternetGatewayDevice.ManagementServer.URL
   cfgcmd get InternetGatewayDevice.LANDevice

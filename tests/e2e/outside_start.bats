@@ -121,7 +121,7 @@ $USERS.4" gateway bash -c "cfgcmd list $USERS; cfgcmd get $USERS.3.Username; cfg
 
 @test "a data-model file that does not parse: file, line and reason, and no start" {
   run sandbox --bare -- bash -c 'mount --version >/dev/null
-    sed "5s/.*/<broken/" /etc/tr098_data_model.xml >/tmp/broken.xml
+    sed "s/^<InternetGatewayDevice .*/<broken/" /etc/tr098_data_model.xml >/tmp/broken.xml
     mount --bind /tmp/broken.xml /etc/tr098_data_model.xml && gateway-daemon start dbmgr'
   [ "$status" -eq 1 ]
   [[ $output =~ \.xml:[0-9]+:\ .*[a-z] ]] || fail "$output"
@@ -132,6 +132,11 @@ $USERS.4" gateway bash -c "cfgcmd list $USERS; cfgcmd get $USERS.3.Username; cfg
   run sandbox --bare -- gateway-daemon start sysmgr
   [ "$status" -eq 1 ]
   [[ $output == *'sysmgr ended while it started; the end of'*'initShmPool failed'* ]] || fail "$output"
+}
+
+@test "values of any form are taken when they are to be trusted, as on the board" {
+  sandbox --trust-values -- cfgcmd --calls set $SERVICES.ServiceWOL.MACAddr 1\;id >"$log"
+  [ "$(cat "$log")" = '+ etherwake -i br0 -b 1;id &' ] || fail "$(cat "$log")"
 }
 
 @test "the status of the command is the sandbox's, and the tour passes" {

@@ -114,6 +114,7 @@ std::condition_variable gChanged;
 std::vector<std::string> gCommands;
 std::deque<std::optional<std::string>> gAnswers; /* nullopt: popen fails */
 std::deque<PeerMessage> gMessages;
+std::deque<std::string> gReplies; /* of the version manager */
 bool gReally = false;
 std::function<void()> gWork; /* for "sysmgr:test"; empty once it is done */
 
@@ -122,6 +123,7 @@ void Forget() {
   gCommands.clear();
   gAnswers.clear();
   gMessages.clear();
+  gReplies.clear();
   gReally = false;
 }
 
@@ -162,6 +164,21 @@ void RecordMessage(int32_t id, const void *data, uint32_t len) {
   gChanged.notify_all();
 }
 
+void AnswerRequest(int32_t id, const void *data, uint32_t len) {
+  std::string reply;
+  RecordMessage(id, data, len);
+  {
+    std::lock_guard<std::mutex> lock(gMutex);
+    if (gReplies.empty()) return;
+    reply = gReplies.front();
+    gReplies.pop_front();
+  }
+  char sender[TDS_NAME_SIZE];
+  Sender(sender);
+  (void)SynAckData_lib(reply.data(), static_cast<uint32_t>(reply.size()), static_cast<uint32_t>(id),
+                       sender); /* the test sees what is missing */
+}
+
 void DoWork(int32_t, const void *, uint32_t) {
   std::function<void()> work;
   {
@@ -184,6 +201,7 @@ const MsgEntry kAckTable[] = {
     {EV_APPT_MSG_ACKTO_AGT, RecordMessage}, {EV_APPT_MSG_NO_OBJECT, RecordMessage}, {0, nullptr}};
 const MsgEntry kLogTable[] = {{0x100021, RecordMessage}, {0, nullptr}};
 const MsgEntry kWanTable[] = {{0, nullptr}};
+const MsgEntry kVersionTable[] = {{0xfff04, AnswerRequest}, {0xfff05, AnswerRequest}, {0, nullptr}};
 const MsgEntry kLanTable[] = {{0x100053, RecordMessage}, {0, nullptr}};
 
 /* The daemon's modules and the peers; the runtime keeps the table for ever. */
@@ -196,6 +214,7 @@ const ModuleEntry *ModulesWithPeers() {
   modules.push_back({"utils:logmgt", {0, 0}, kLogTable});
   modules.push_back({"portmgr:wan", {0, 0}, kWanTable});
   modules.push_back({"portmgr:lan", {0, 0}, kLanTable});
+  modules.push_back({"tdsmgr:vermgt", {0, 0}, kVersionTable});
   modules.push_back({nullptr, {0, 0}, nullptr});
   return modules.data();
 }
@@ -333,6 +352,24 @@ PeerMessage AwaitMessage(uint32_t id) {
   PeerMessage message = *found;
   gMessages.erase(found);
   return message;
+}
+
+std::vector<PeerMessage> TakeMessages(const std::string &peer) {
+  std::vector<PeerMessage> taken;
+  std::deque<PeerMessage> others;
+  std::lock_guard<std::mutex> lock(gMutex);
+  for (PeerMessage &message : gMessages)
+    if (message.peer == peer)
+      taken.push_back(std::move(message));
+    else
+      others.push_back(std::move(message));
+  gMessages.swap(others);
+  return taken;
+}
+
+void AnswerVersionManager(const std::vector<std::string> &replies) {
+  std::lock_guard<std::mutex> lock(gMutex);
+  gReplies.insert(gReplies.end(), replies.begin(), replies.end());
 }
 
 std::string RequestFrame(uint32_t chain, uint32_t command, const std::string &url,

@@ -30,8 +30,8 @@ class StoreTest : public ::testing::Test {
 
   /* Starts the modules of the daemon, once in this process, and returns when their start is over
      and what it ran is forgotten. They go on running in the tests that follow; beside them stand
-     the peers "msgcenter:cAckAgt", "utils:logmgt", "portmgr:wan" and "portmgr:lan", which
-     record. */
+     the peers "msgcenter:cAckAgt", "utils:logmgt", "portmgr:wan", "portmgr:lan" and
+     "tdsmgr:vermgt", which record. */
   void StartModules();
 };
 
@@ -75,6 +75,12 @@ struct PeerMessage {
 
 /* Takes out the oldest message `id` that a peer got, waiting for it; 10 s later the test fails. */
 PeerMessage AwaitMessage(uint32_t id);
+
+/* Takes out what `peer` got since the start of the test, oldest first. */
+std::vector<PeerMessage> TakeMessages(const std::string &peer);
+
+/* What the version manager answers next, one a request; without any it does not answer. */
+void AnswerVersionManager(const std::vector<std::string> &replies);
 
 /* A request frame as the data-base manager sends it, and its way to a module. */
 std::string RequestFrame(uint32_t chain, uint32_t command, const std::string &url,

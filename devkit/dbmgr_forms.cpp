@@ -1,0 +1,96 @@
+// Forms of the values that the daemon puts into shell lines as they are: a parameter's "check"
+// attribute names its form. What has another form is refused here, since nobody behind checks it.
+#include <algorithm>
+#include <cstdlib>
+#include <cstring>
+
+#include "dbmgr.h"
+
+namespace {
+
+/* Which bytes a value may have. None of them means anything to a shell, quoted or not. */
+struct Form {
+  const char *name;
+  bool letters;                          /* A to Z in both cases; digits always */
+  const char *others;                    /* and these */
+  const char *first;                     /* what the first byte has to be; NULL: anything but "-" */
+  bool (*whole)(std::string_view value); /* what the value has to be beyond that; NULL: anything */
+  const char *says;
+};
+
+/* Takes the piece before the next `separator` off a text. */
+std::string_view NextPiece(std::string_view *text, char separator) {
+  std::string_view piece = text->substr(0, text->find(separator));
+  text->remove_prefix(std::min(piece.size() + 1, text->size()));
+  return piece;
+}
+
+/* What iptables takes as a list of ports: more of them, an empty one or a larger one make it refuse
+   the rule that closes the service. 0 is the SSH server's way to say 22. */
+bool IsPortList(std::string_view value) {
+  constexpr int kMostPorts = 15;
+  if (value.empty() || value.back() == ',') return false;
+  int count = 0;
+  for (; !value.empty(); ++count) {
+    std::string piece(NextPiece(&value, ','));
+    if (piece.empty() || piece.size() > 5 || atoi(piece.c_str()) > 65535) return false;
+  }
+  return count <= kMostPorts;
+}
+
+bool IsAddress(std::string_view text) { return text.find_first_of(".:") != text.npos; }
+
+bool IsRange(std::string_view value) {
+  if (value.empty()) return true;
+  std::string_view first = NextPiece(&value, '-');
+  return IsAddress(first) && IsAddress(value) && value.find('-') == value.npos;
+}
+
+const Form kForms[] = {
+    {"port", false, "", nullptr, nullptr, "a number"},
+    {"port list", false, ",", nullptr, IsPortList,
+     "1 to 15 numbers up to 65535 with commas between"},
+    {"path", true, "/._+@-", "/", nullptr, "a \"/\" first, then letters, digits and / . _ + @ -"},
+    {"name", true, "._+@-", nullptr, nullptr, "letters, digits and . _ + @ -"},
+    {"text", true, " ._+@,:/-", nullptr, nullptr, "letters, digits, blanks and . _ + @ , : / -"},
+    {"address", true, ".:-", nullptr, nullptr, "an address or a host name"},
+    {"range", true, ".:-", nullptr, IsRange, "two addresses with a - between"},
+    {"interface", true, "._:@-", nullptr, nullptr, "letters, digits and . _ : @ -"},
+    {"url", true, "-._~:/?#[]@%+,=", nullptr, nullptr,
+     "letters, digits and - . _ ~ : / ? # [ ] @ % + , ="},
+};
+
+const Form *FindForm(const std::string &name) {
+  for (const Form &form : kForms)
+    if (name == form.name) return &form;
+  return nullptr;
+}
+
+bool IsAllowed(const Form &form, char byte) {
+  if (byte >= '0' && byte <= '9') return true;
+  bool letter = (byte >= 'A' && byte <= 'Z') || (byte >= 'a' && byte <= 'z');
+  return letter ? form.letters : byte != '\0' && strchr(form.others, byte) != nullptr;
+}
+
+bool Fits(const Form &form, std::string_view value) {
+  for (char byte : value)
+    if (!IsAllowed(form, byte)) return false;
+  if (form.whole != nullptr && !form.whole(value)) return false;
+  if (value.empty()) return true;
+  return form.first == nullptr ? value[0] != '-' : value[0] == form.first[0];
+}
+
+}  // namespace
+
+bool trust_values = false;
+
+int CheckForm(const std::string &path, const std::string &name, std::string_view value,
+              std::string *why) {
+  if (name.empty() || trust_values) return 0;
+  const Form *form = FindForm(name);
+  if (form != nullptr && Fits(*form, value)) return 0;
+  *why = "\"" + path + "\" goes into a shell line, so it has the form \"" + name +
+         "\": " + (form != nullptr ? form->says : "a form that dbmgr does not know") +
+         " (dbmgr --trust-values takes anything)";
+  return -1;
+}

@@ -1,0 +1,390 @@
+// Downloads that the remote management server ordered. A vendor configuration is the script's of
+// the management client; an image is fetched, flashed by the version manager, reported and booted,
+// on a thread of its own, so that the module goes on serving. FileSize, SuccessURL and FailureURL
+// of an order are for the management client.
+#include "download_func.h"
+
+#include <pthread.h>
+#include <time.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <memory>
+
+#include "ams_config_api.h"
+#include "nvram.h"
+#include "op_rows.h"
+
+namespace {
+
+#define DOWNLOAD "InternetGatewayDevice.X_TR69_Transfer.X_KVO_Download."
+
+constexpr char kThreadTag[] = "tr069_download_image_thread";
+constexpr char kImageType[] = "1 Firmware Upgrade Image";
+constexpr char kConfigType[] = "3 Vendor Configuration File";
+constexpr char kDefaultTarget[] = "zorp_image.bin";
+constexpr char kPreScript[] = "/usr/syscfg/project_pre_tr069_download.sh";
+constexpr char kPostScript[] = "/usr/syscfg/project_post_tr069_upgrade.sh";
+constexpr char kDropCaches[] = "sync;echo 3 >/proc/sys/vm/drop_caches";
+constexpr int kRoomForImage = 51200; /* kB */
+constexpr unsigned kRebootDelay = 3; /* s; the values written reach the flash by then */
+
+constexpr char kVersionManager[] = "tdsmgr:vermgt";
+constexpr uint32_t kVersionDownload = 0xfff04; /* 320 bytes, the image's name at 192 */
+constexpr uint32_t kVersionState = 0xfff05;    /* a state word with its NUL */
+constexpr size_t kRequestSize = 320, kRequestName = 192;
+constexpr int kPolls = 201;
+constexpr uint32_t kPollPeriod = 100; /* ms */
+
+/* Stopped, in this order, when there is too little memory. They stay so until the next boot. */
+const char *const kMakeRoom[] = {
+    "killall kvophone", "rmmod hi_kslic",    "rmmod hi_kvoip",    "rmmod hi_kspi",
+    "rmmod hi_khw",     "killall lpdsrv",    "killall miniupnpd", "killall dropbear",
+    "killall telnetd",  "killall tftpd-hpa", "killall vsftpd",    "killall nmbd",
+    "killall smbd",     "killall zebra",     "killall minidlna",  "killall snmpd",
+    kDropCaches,
+};
+
+struct HeapFree {
+  void operator()(void *block) const { __tds_free(block); }
+};
+using HeapText = std::unique_ptr<char, HeapFree>;
+
+/* The parameters of an order. `absent` stands for one that is missing or empty: the data model has
+   every leaf, so what was not ordered is an empty one. */
+struct OrderLeaf {
+  const char *path;
+  const char *DownloadOrder::*text;
+  const char *absent;
+};
+const OrderLeaf kOrderLeaves[] = {
+    {DOWNLOAD "CommandKey", &DownloadOrder::command_key, ""},
+    {DOWNLOAD "FileType", &DownloadOrder::file_type, ""},
+    {DOWNLOAD "URL", &DownloadOrder::url, ""},
+    {DOWNLOAD "Username", &DownloadOrder::username, "anonymous"},
+    {DOWNLOAD "Password", &DownloadOrder::password, "anonymous"},
+    {DOWNLOAD "TargetFileName", &DownloadOrder::target, ""},
+    {DOWNLOAD "DelaySeconds", &DownloadOrder::delay, ""},
+};
+using OrderTexts = std::array<HeapText, std::size(kOrderLeaves)>;
+
+/* The leaf's whole value, however long; NULL when it is missing or empty. */
+HeapText ReadLeaf(const char *path) {
+  char *text = nullptr;
+  if (ams_get_node_value(gptXmlTrees->root, path, &text) != 0) return nullptr;
+  HeapText owner(text);
+  const char *value = strchr(text, '='); /* a leaf reads as name=value */
+  if (value == nullptr || value[1] == '\0') return nullptr;
+  memmove(text, value + 1, strlen(value));
+  return owner;
+}
+
+DownloadOrder ReadOrder(OrderTexts *texts) {
+  DownloadOrder order = {};
+  for (size_t i = 0; i < texts->size(); ++i) {
+    const OrderLeaf &leaf = kOrderLeaves[i];
+    HeapText &text = (*texts)[i];
+    text = ReadLeaf(leaf.path);
+    order.*leaf.text = text == nullptr ? leaf.absent : text.get();
+  }
+  return order;
+}
+
+/* cfgSystemCmd refuses lines of more than 511 bytes, and a URL alone may be longer. */
+void RunLong(const char *line) {
+  if (system(line) != 0) return; /* the process ignores SIGCHLD, so the status says nothing */
+}
+
+void RunIfThere(const char *script, const char *argument) {
+  if (access(script, X_OK) == 0) cfgSystemCmd("%s%s", script, argument);
+}
+
+/* Status writes; the store has logged a failure. */
+void WriteResult(const char *path, const char *value) { (void)cfgStatusSetStr(path, value); }
+
+void WriteTime(const char *path) {
+  char text[32] = "";
+  time_t now = time(nullptr);
+  struct tm local;
+  if (localtime_r(&now, &local) == nullptr) return;
+  strftime(text, sizeof text, "%Y-%m-%dT%H:%M:%S", &local);
+  WriteResult(path, text);
+}
+
+/* ---- the version manager ---- */
+
+/* Sends and takes the answer as a state word, cut and terminated whatever came. 0, or -1 when the
+   answer is empty or missing (logged by the runtime); `state` is "" then. */
+int AskVersionManager(uint32_t id, const void *data, uint32_t length, DownloadState &state) {
+  void *reply = nullptr;
+  uint32_t reply_length = 0;
+  state[0] = '\0';
+  if (SendMsg_syn_lib(id, data, length, kVersionManager, &reply, &reply_length) != 0) return -1;
+  if (reply_length == 0) return -1;
+  const char *word = static_cast<const char *>(reply);
+  size_t size = strnlen(word, std::min<size_t>(reply_length, sizeof state - 1));
+  memcpy(state, word, size);
+  state[size] = '\0';
+  __tds_free(reply);
+  return 0;
+}
+
+int TellState(const char *word, DownloadState &state) {
+  return AskVersionManager(kVersionState, word, static_cast<uint32_t>(strlen(word)) + 1, state);
+}
+
+/* Confirms the image that is there. 0, or -1 when the manager does not agree. */
+int ConfirmVersion(DownloadState *result) {
+  DownloadState reply = "";
+  (void)TellState("success", reply); /* no answer is no "success" */
+  AMS_PRINT(3, "2: rBuf is %s", reply);
+  AMS_PRINT(3, "2: result is %s", reply);
+  if (strcmp(reply, "success") != 0) return -1;
+  AMS_PRINT(3, "download version succeed.");
+  memcpy(*result, reply, sizeof reply);
+  return 0;
+}
+
+/* Polls from the manager's first answer on, until there is an end. As upgradeVer. */
+int AwaitVersion(DownloadState &state, DownloadState *result) {
+  for (int polls = 0;; ++polls) {
+    if (strcmp(state, "downloading") != 0) {
+      AMS_PRINT(3, "[%s] result=%s\n", "upgradeVer", state);
+      return -1;
+    }
+    if (polls == kPolls) break;
+    (void)TellState("downloading", state); /* a missing answer ends the next pass */
+    if (strcmp(state, "downloaded") == 0) {
+      if (ConfirmVersion(result) == 0) return 0;
+    } else if (strstr(state, "fail") != nullptr) {
+      memcpy(*result, state, sizeof state);
+      return -1;
+    }
+    tds_delay(kPollPeriod);
+  }
+  (void)TellState("timeout", state); /* a notice: nothing depends on its answer */
+  AMS_PRINT(4, "download version timeout.");
+  return -1;
+}
+
+/* ---- an order ---- */
+
+/* What is left to do when everything of an order was given back. */
+struct Aftermath {
+  bool reboot;
+  bool load_accelerator; /* this order removed the IPsec accelerator's module */
+};
+
+/* False also when it cannot be asked for: nothing is stopped on a guess. */
+bool NeedsRoom() {
+  char text[7] = "";
+  FILE *pipe = popen("free | grep Mem | awk '{print $4}'", "re");
+  if (pipe == nullptr) return false;
+  text[fread(text, 1, sizeof text - 1, pipe)] = '\0';
+  (void)pclose(pipe); /* no status: SIGCHLD is ignored */
+  return DownloadFreeMemory(text) < kRoomForImage;
+}
+
+/* The image must fit into memory beside what runs. "Accelate" is the data model's spelling. */
+void FreeMemory(Aftermath *after) {
+  char accelerated[8] = "";
+  (void)ams_mxml_get_leaf_value(
+      "InternetGatewayDevice.Services.X_KVO_IPSec.X_KVO_IPSec_Hardware_Accelate_Enable",
+      accelerated); /* a gateway without the leaf has no accelerator */
+  if (strcmp(accelerated, "1") == 0) {
+    cfgSystemCmd("rmmod hi_kipsec");
+    after->load_accelerator = true;
+  }
+  cfgSystemCmd(kDropCaches);
+  if (!NeedsRoom()) return;
+  for (const char *line : kMakeRoom) cfgSystemCmd("%s", line);
+}
+
+/* Whether the file came is not asked: the version manager finds out. */
+void FetchAndUpgrade(const DownloadOrder &order, DownloadLine &line, DownloadState *result) {
+  if (DownloadFetchCommand(order, line) != 0) return; /* refused before */
+  AMS_PRINT(3, "DownCmd=%s", line);
+  RunLong(line);
+  if (strcmp(order.file_type, kImageType) != 0) {
+    AMS_PRINT(4, "unsupported TargetFileName=%s\n", order.target);
+    return;
+  }
+  int status = upgradeVer(order.target, result);
+  AMS_PRINT(3, "upgrade version result=%s:%d", *result, status);
+}
+
+void ReportSuccess(const DownloadOrder &order, DownloadLine &line) {
+  WriteResult(DOWNLOAD "FaultCode", "0");
+  WriteResult(DOWNLOAD "FaultString", "");
+  if (DownloadStrapCommand(order.command_key, line) == 0) { /* else refused before */
+    AMS_PRINT(3, "cmd=%s\n", line);
+    RunLong(line);
+  }
+  (void)nvram_commit(NVTYPE_STAGING); /* logged there; the image is flashed all the same */
+  RunIfThere(kPostScript, " success");
+}
+
+void ReportFailure(const DownloadOrder &order, const char *result, DownloadLine &line) {
+  WriteResult(DOWNLOAD "FaultCode", DownloadFaultCode(result));
+  /* A key too long to send was named when the order was refused; a part of it means nothing to the
+     server. */
+  if (DownloadInformCommand(order.command_key, line) == 0) {
+    AMS_PRINT(3, "cmd=%s\n", line);
+    RunLong(line);
+  }
+  RunIfThere(kPostScript, " failed");
+}
+
+/* An order that cannot be carried out whole stops nothing and fetches nothing, and is reported as
+   any that failed. */
+void RunOrder(const DownloadOrder &order, DownloadLine &line, Aftermath *after) {
+  DownloadState result = "";
+  const char *too_long = DownloadTooLong(order);
+  WriteTime(DOWNLOAD "StartTime");
+  RunIfThere(kPreScript, "");
+  if (too_long != nullptr) {
+    AMS_PRINT(4, "download refused: %s is too long, order it with a shorter one\n", too_long);
+  } else {
+    for (unsigned left = DownloadDelay(order.delay); left != 0;) left = sleep(left);
+    FreeMemory(after);
+    FetchAndUpgrade(order, line, &result);
+  }
+  WriteTime(DOWNLOAD "CompleteTime");
+  after->reboot = strcmp(result, "success") == 0;
+  if (after->reboot)
+    ReportSuccess(order, line);
+  else
+    ReportFailure(order, result, line);
+}
+
+/* All that an order holds is given back when this returns. */
+Aftermath CarryOutOrder() {
+  Aftermath after = {};
+  std::unique_ptr<DownloadLine, HeapFree> line(
+      static_cast<DownloadLine *>(__tds_malloc(sizeof(DownloadLine), kThreadTag)));
+  if (line == nullptr) return after;
+  OrderTexts texts;
+  DownloadOrder order = ReadOrder(&texts);
+  if (order.url[0] != '\0') {
+    if (order.target[0] == '\0') order.target = kDefaultTarget;
+    RunOrder(order, *line, &after);
+  }
+  /* Only the bare name, in the daemon's own folder, on purpose: the image below /tmp stays for
+     whoever has to find out why it was not taken, until a boot clears it. */
+  (void)unlink(order.target); /* it is seldom there */
+  return after;
+}
+
+int StartThread() {
+  pthread_t thread;
+  if (pthread_create(&thread, nullptr, tr069_download_image_thread, nullptr) != 0) return -1;
+  pthread_detach(thread);
+  return 0;
+}
+
+int FormatLine(DownloadLine &line, int length) {
+  return length < 0 || static_cast<size_t>(length) >= sizeof line ? -1 : 0;
+}
+
+}  // namespace
+
+const char *DownloadTooLong(const DownloadOrder &order) {
+  DownloadLine line;
+  if (strlen(order.url) >= DOWNLOAD_URL_SIZE) return "URL";
+  if (strlen(order.target) >= DOWNLOAD_NAME_SIZE) return "TargetFileName";
+  if (DownloadStrapCommand(order.command_key, line) != 0 ||
+      DownloadInformCommand(order.command_key, line) != 0)
+    return "CommandKey";
+  return DownloadFetchCommand(order, line) != 0 ? "Username or Password" : nullptr;
+}
+
+/* The texts go to the shell as they were ordered: who may order a download may replace the whole
+   firmware. */
+int DownloadFetchCommand(const DownloadOrder &order, DownloadLine &line) {
+  const char *how = strncmp(order.url, "https", 5) == 0 ? "--digest --insecure" : "--anyauth";
+  return FormatLine(
+      line, snprintf(line, sizeof line,
+                     "curl --globoff %s --connect-timeout 20 -u %s:%s -o '/tmp/%s' '%s'", how,
+                     order.username, order.password, order.target, order.url));
+}
+
+/* Both spaces and the "manully_inform" below are the management client's. */
+int DownloadStrapCommand(const char *command_key, DownloadLine &line) {
+  return FormatLine(line, snprintf(line, sizeof line, "nvram set %s=\"BT  TC-%s Dn-%s\"",
+                                   "Tr069strap", command_key, command_key));
+}
+
+int DownloadInformCommand(const char *command_key, DownloadLine &line) {
+  return FormatLine(line, snprintf(line, sizeof line, "cfgcmd manully_inform EV TC-%s Dn-%s",
+                                   command_key, command_key));
+}
+
+const char *DownloadFaultCode(const char *result) {
+  if (strcmp(result, "success") == 0) return "0";
+  return strcmp(result, "upg_failed") == 0 ? "9002" : "9001";
+}
+
+unsigned DownloadDelay(const char *text) {
+  long long seconds = strtoll(text, nullptr, 10);
+  return seconds <= 0 ? 0 : static_cast<unsigned>(std::min<long long>(seconds, UINT32_MAX));
+}
+
+int DownloadFreeMemory(const char *text) {
+  char number[7];
+  snprintf(number, sizeof number, "%s", text);
+  return atoi(number);
+}
+
+int upgradeVer(const char *name, DownloadState *result) {
+  if (name == nullptr || result == nullptr) return -1;
+  DownloadState state = "";
+  char request[kRequestSize] = {};
+  snprintf(*result, sizeof *result, "other_failed");
+  if (strlen(name) >= DOWNLOAD_NAME_SIZE) {
+    AMS_PRINT(4, "upgradeVer: the name has %zu bytes and %d fit: %s", strlen(name),
+              DOWNLOAD_NAME_SIZE - 1, name);
+    return -1;
+  }
+  memcpy(request + kRequestName, name, strlen(name));
+  if (AskVersionManager(kVersionDownload, request, sizeof request, state) != 0) {
+    AMS_PRINT(4, "version download cmd send msg to system failed.");
+    return -1;
+  }
+  if (strcmp(state, "occupied") == 0) {
+    AMS_PRINT(4, "version download cmd is now operating by others, please try later.");
+    return -1;
+  }
+  AMS_PRINT(3, "version %s is upgrading, please wait...", name);
+  return AwaitVersion(state, result);
+}
+
+void *tr069_download_image_thread(void *) {
+  AMS_PrintThreadModule("sysmgr:devInfo"); /* its records follow the module's print level */
+  Aftermath after = CarryOutOrder();
+  if (after.reboot) {
+    sleep(kRebootDelay);
+    cfgSystemCmd("reboot");
+  } else if (after.load_accelerator) {
+    cfgSystemCmd("insmod /lib/ko/hi_kipsec.ko");
+  }
+  return nullptr;
+}
+
+int FuncKVO_TR69Download(OpFuncArg *arg) {
+  if (arg == nullptr) return -1;
+  OP_LOG(arg);
+  if (arg->op != TMF_SET) return 0;
+  puts("FuncKVO_TR69Download ########");
+  HeapText type = ReadLeaf(DOWNLOAD "FileType");
+  if (type == nullptr)
+    AMS_PRINT(4, "FileType is NULL\n");
+  else if (strcmp(type.get(), kConfigType) == 0)
+    cfgSystemCmd("/usr/syscfg/tr069_proc.sh Download &");
+  else if (StartThread() != 0)
+    AMS_PRINT(4, "Create upgradeVer Task err!!\n");
+  return 0;
+}

@@ -1,0 +1,44 @@
+// FTP: vsftpd through its script, which writes the configuration and starts the server anew. Texts
+// of the parameters go into the command line as they are.
+#include "ftpd_func.h"
+
+#include <dirent.h>
+
+#include "ams_config_api.h"
+#include "op_rows.h"
+
+#define FTP "InternetGatewayDevice.Services.ServiceFTP."
+
+namespace {
+
+bool IsFolder(const char *path) {
+  DIR *folder = opendir(path);
+  if (folder == nullptr) return false;
+  closedir(folder);
+  return true;
+}
+
+/* At start the folder may be on storage that is not plugged in. A set is taken as it is: who makes
+   it knows which folder is to come. */
+void Apply(int op) {
+  char root[64] = "", port[128] = "";
+  int enable = LeafInt(FTP "Enable");
+  /* Without the nodes these stay empty; the script sees the missing argument. */
+  (void)ams_mxml_get_leaf_value(FTP "RootDIR", root);
+  (void)ams_mxml_get_leaf_value(FTP "Port", port);
+  if (enable == 0) {
+    cfgSystemCmd("killall -q vsftpd");
+    return;
+  }
+  bool lost = op == TMF_INIT && !IsFolder(root);
+  cfgSystemCmd("/usr/syscfg/vsftpd.sh %s %s &", lost ? "/mnt" : root, port);
+}
+
+}  // namespace
+
+int FuncServFTP(OpFuncArg *arg) {
+  if (arg == nullptr) return -1;
+  OP_LOG(arg);
+  if (IsInitOrSet(arg->op) && ams_check_node(gptXmlTrees->root, FTP "Enable") == 0) Apply(arg->op);
+  return 0;
+}

@@ -1,0 +1,246 @@
+#!/usr/bin/env bats
+# shellcheck disable=SC2086,SC2030,SC2031 # the paths have no blanks; each test is a subshell
+# Service access control with packets: a host on the LAN, one on the WAN and the gateway between
+# them, each a network namespace. Runs inside the sandbox, whose own namespace is the gateway's.
+load helpers
+load access
+
+readonly PEER=$BATS_TEST_DIRNAME/packet_peer.py
+# The ports of the known services, one that is none, a port of passive FTP, and a forward's target.
+readonly PORTS=(21 22 23 69 80 137 138 139 161 389 445 901 2323 4000 5000 8080 30050)
+
+# link HOST NAME: a host of its own namespace, with its eth0 at the gateway's interface NAME.
+link() {
+  ip link add "$2" type veth peer name eth0 netns "$1"
+  in_host "$1" ip link set lo up
+  in_host "$1" ip link set eth0 up
+  ip link set "$2" up
+}
+in_host() { nsenter -t "$1" -n "${@:2}"; }
+address() { ip addr add "$1" dev "$2" nodad; }
+host_address() { in_host "$1" ip addr add "$2" dev eth0 nodad; }
+
+has_networks() { unshare -n true 2>/dev/null; }
+
+setup() {
+  has_networks || skip "this machine allows no network namespaces inside the sandbox"
+  needs_filter
+}
+
+setup_file() {
+  has_networks || return 0 # each test says that it is skipped
+  iptables -S >/dev/null 2>&1 || return 0
+  unshare -n sleep infinity 3>&- &
+  export LAN=$!
+  unshare -n sleep infinity 3>&- &
+  export WAN=$!
+  until_true has_own_network "$LAN"
+  until_true has_own_network "$WAN"
+  link "$LAN" lan0
+  link "$WAN" wan0
+  ip link add br0 type bridge
+  ip link set lan0 master br0
+  ip link set br0 up
+  address 192.168.1.1/24 br0
+  address 2001:db8:1::1/64 br0
+  address 203.0.113.1/24 wan0
+  address 2001:db8:2::1/64 wan0
+  for last in 10 11; do
+    host_address "$LAN" 192.168.1.$last/24
+    host_address "$LAN" 2001:db8:1::$last/64
+    host_address "$WAN" 203.0.113.$last/24
+    host_address "$WAN" 2001:db8:2::$last/64
+  done
+  python3 "$PEER" serve "${PORTS[@]}" >"$BATS_FILE_TMPDIR/server" 3>&- &
+  export SERVER=$!
+  until_true grep -q ready "$BATS_FILE_TMPDIR/server"
+}
+has_own_network() { [ "$(readlink "/proc/$1/ns/net")" != "$(readlink /proc/self/ns/net)" ]; }
+
+teardown_file() {
+  [ -z "${SERVER:-}" ] || kill "$SERVER"
+  [ -z "${LAN:-}" ] || kill "$LAN"
+  [ -z "${WAN:-}" ] || kill "$WAN"
+}
+
+# reach: the table on standard input says from where each port can be reached; packet_peer.py tells
+# its form. Sources: lan4a lan4b lan6a lan6b wan4a wan4b wan6a wan6b; a ends in 10, b in 11.
+reach() {
+  local table lan=0 wan=0
+  table=$(cat)
+  in_host "$LAN" python3 "$PEER" probe lan4a=192.168.1.10=192.168.1.1 lan4b=192.168.1.11=192.168.1.1 \
+    lan6a=2001:db8:1::10=2001:db8:1::1 lan6b=2001:db8:1::11=2001:db8:1::1 <<<"$table" &
+  in_host "$WAN" python3 "$PEER" probe wan4a=203.0.113.10=203.0.113.1 wan4b=203.0.113.11=203.0.113.1 \
+    wan6a=2001:db8:2::10=2001:db8:2::1 wan6b=2001:db8:2::11=2001:db8:2::1 <<<"$table" || wan=$?
+  wait $! || lan=$?
+  [ $lan$wan = 00 ]
+}
+
+@test "off: everything is open" {
+  access_entries "TELNET LAN - DROP 3 0"
+  reach <<'TABLE'
+tcp 21 lan wan
+tcp 23 lan wan
+tcp 80 lan wan
+udp 69 lan wan
+udp 161 lan wan
+ping - lan wan
+TABLE
+}
+
+@test "on without entries: every known service is closed, other ports and the gateway itself are not" {
+  access_list
+  reach <<'TABLE'
+tcp 21
+tcp 22
+tcp 23
+udp 69
+udp 161
+tcp 139
+tcp 389
+tcp 445
+tcp 901
+udp 137
+udp 138
+ping -
+tcp 5000 lan wan
+udp 5000 lan wan
+udp 23 lan wan
+tcp 161 lan wan
+TABLE
+  python3 "$PEER" probe lo4=127.0.0.1=127.0.0.1 lo6=::1=::1 own=192.168.1.1=192.168.1.1 <<'TABLE'
+tcp 23 lo own
+udp 69 lo own
+ping - lo own
+TABLE
+}
+
+@test "one IP version and one side each" {
+  access_list "TELNET LAN - ACCEPT 1 0" "SSH WAN - ACCEPT 1 0" "FTP LAN - ACCEPT 2 0" "TFTP WAN - ACCEPT 2 0" \
+    "SNMP LAN - ACCEPT 1 0" "ICMP WAN - ACCEPT 2 0"
+  reach <<'TABLE'
+tcp 23 lan4
+tcp 22 wan4
+tcp 21 lan6
+udp 69 wan6
+udp 161 lan4
+ping - wan6
+TABLE
+}
+
+@test "both IP versions, one side or both" {
+  access_list "TELNET - - ACCEPT 3 0" "SSH LAN - ACCEPT 3 0" "FTP WAN - ACCEPT 3 0" "TFTP any - ACCEPT 3 0" \
+    "SNMP WAN - ACCEPT 3 0" "SAMBA LAN - ACCEPT 3 0" "ICMP LAN - ACCEPT 3 0" "HTTP LAN - ACCEPT 3 0"
+  reach <<'TABLE'
+tcp 23 lan wan
+tcp 22 lan
+tcp 21 wan
+udp 69 lan wan
+udp 161 wan
+tcp 139 lan
+tcp 389 lan
+tcp 445 lan
+tcp 901 lan
+udp 137 lan
+udp 138 lan
+ping - lan
+tcp 80 lan
+TABLE
+}
+
+@test "an entry without an IP version or switched off opens nothing" {
+  access_list "TELNET - - ACCEPT 0 0" "SSH - - ACCEPT 3 0"
+  number=$(cfgcmd list $ACCESS.ServiceCtrlList)
+  cfgcmd set "$ACCESS.ServiceCtrlList.${number##*,}.Enable" 0
+  reach <<'TABLE'
+tcp 23
+tcp 22
+TABLE
+}
+
+@test "a source range opens a service to its addresses alone" {
+  access_list "TELNET LAN 192.168.1.11-192.168.1.20 ACCEPT 1 0" "SSH WAN 203.0.113.9-203.0.113.10 ACCEPT 1 0" \
+    "FTP - 2001:db8:1::11-2001:db8:2::10 ACCEPT 2 0" "ICMP - 192.168.1.10-203.0.113.10 ACCEPT 1 0" \
+    "TFTP LAN 203.0.113.10-203.0.113.11 ACCEPT 1 0"
+  reach <<'TABLE'
+tcp 23 lan4b
+tcp 22 wan4a
+tcp 21 lan6b wan6a
+ping - lan4 wan4a
+udp 69
+TABLE
+}
+
+@test "entries with a range are tried before the open ones, wherever they stand" {
+  access_list "TELNET - - ACCEPT 3 0" "TELNET LAN 192.168.1.11-192.168.1.11 DROP 1 0" \
+    "SSH WAN 2001:db8:2::10-2001:db8:2::10 DROP 2 0" "SSH - - ACCEPT 3 0"
+  reach <<'TABLE'
+tcp 23 lan wan lan4b=closed
+tcp 22 lan wan wan6a=closed
+TABLE
+}
+
+@test "ports of their own: lists are closed whole, entries open the one they name" {
+  cfgcmd set $SERVICES.ServiceTelnet.Port 23,2323
+  access_list "TELNET LAN - ACCEPT 3 2323" "HTTP WAN - ACCEPT 3 8080" "HTTP LAN - ACCEPT 1 0" "HTTP - - ACCEPT 0 5000"
+  reach <<'TABLE'
+tcp 23
+tcp 2323 lan
+tcp 8080 wan
+tcp 80 lan4
+tcp 5000
+TABLE
+  cfgcmd set $SERVICES.ServiceTelnet.Port 23
+}
+
+@test "any port and any target" {
+  access_list "TCP LAN - DROP 3 5000" "UDP WAN - DROP 1 5000" "TCP WAN - REJECT 3 8080" "TCP LAN - ACCEPT 3 23"
+  reach <<'TABLE'
+tcp 5000 wan
+udp 5000 lan wan6
+tcp 8080 lan wan=refused
+tcp 23 lan
+TABLE
+}
+
+@test "connections that stand go on, new ones do not" {
+  access_list "TELNET WAN - ACCEPT 3 0"
+  mkfifo "$BATS_TEST_TMPDIR/go"
+  in_host "$WAN" python3 "$PEER" hold 203.0.113.10 203.0.113.1 23 <"$BATS_TEST_TMPDIR/go" \
+    >"$BATS_TEST_TMPDIR/held" 3>&- &
+  held=$!
+  exec 4>"$BATS_TEST_TMPDIR/go"
+  until_true grep -q held "$BATS_TEST_TMPDIR/held"
+  access_list
+  reach <<<'tcp 23'
+  echo >&4
+  wait $held
+  expect 0 'held
+open' cat "$BATS_TEST_TMPDIR/held"
+}
+
+@test "what is open on the WAN is not forwarded to a host" {
+  # The forward of everything else stands behind the access list in PREROUTING.
+  iptables -t nat -A PREROUTING -i wan0 -p tcp -j REDIRECT --to-ports 4000
+  access_list "TCP WAN - ACCEPT 1 5000" "FTP WAN 203.0.113.10-203.0.113.10 ACCEPT 1 0" "SSH LAN - ACCEPT 3 0"
+  reach <<'TABLE'
+tcp 5000 lan wan
+tcp 8080 lan wan wan4=4000
+tcp 21 wan4a wan4b=4000
+tcp 30050 lan wan wan4b=4000
+tcp 22 lan wan4=4000
+TABLE
+  iptables -t nat -D PREROUTING -i wan0 -p tcp -j REDIRECT --to-ports 4000
+}
+
+@test "with the WAN for management only, entries open the LAN side" {
+  access_list "TELNET - - ACCEPT 3 0" "SSH WAN - ACCEPT 3 0" "TFTP LAN - ACCEPT 3 0"
+  cfgcmd set $ACCESS.OnlyTr69Wan 1
+  firewall
+  gateway-daemon restart sysmgr
+  reach <<'TABLE'
+tcp 23 lan
+tcp 22
+udp 69 lan
+TABLE
+}

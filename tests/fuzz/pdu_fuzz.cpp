@@ -1,0 +1,129 @@
+// PDUs, records and texts to send: any bytes through the decoder, the encoder and the split into
+// parts. The first byte tells the status, the rest is each of the three in turn.
+#include <cstdint>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <memory>
+
+#include "sms_parts.h"
+#include "sms_pdu.h"
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size);
+
+namespace {
+
+void Check(bool holds, const char *what) {
+  if (holds) return;
+  fprintf(stderr, "pdu_fuzz: %s\n", what);
+  abort();
+}
+
+template <size_t N>
+void CheckText(const char (&text)[N], const char *what) {
+  Check(memchr(text, '\0', N) != nullptr, what);
+}
+
+/* A block that ends where the text does, so that the sanitizer sees each byte behind it. */
+std::unique_ptr<char[]> Block(const uint8_t *data, size_t size, size_t with_nul) {
+  std::unique_ptr<char[]> block(new char[size + with_nul]);
+  memcpy(block.get(), data, size);
+  if (with_nul != 0) block[size] = '\0';
+  return block;
+}
+
+struct Decoded {
+  ShortMsgParam record;
+  ShortMsgEntry entry;
+  char text[SHORTMSG_TEXT_SIZE];
+};
+
+void Decode(const char *pdu, int16_t stat, Decoded *to) {
+  memset(to, 'z', sizeof *to); /* what stays of it is not terminated */
+  to->record.stat = stat;
+  int length = PduDecode(pdu, &to->record, &to->entry, to->text);
+  Check(length >= 0 && length < SHORTMSG_TEXT_SIZE, "the length is none of a text");
+  CheckText(to->record.SCA, "SCA is not terminated");
+  CheckText(to->record.TPA, "TPA is not terminated");
+  CheckText(to->record.TP_SCTS, "TP_SCTS is not terminated");
+  CheckText(to->record.TP_UD, "TP_UD is not terminated");
+  CheckText(to->text, "the text is not terminated");
+  CheckText(to->entry.concatRef, "the reference is not terminated");
+  Check(to->record.stat == stat, "the status is not the caller's");
+}
+
+/* What was decoded can be encoded, and decodes to itself from then on. */
+void DecodePdu(const uint8_t *data, size_t size, int16_t stat) {
+  Decoded first, second, third;
+  char pdu[SHORTMSG_PDU_SIZE];
+  auto text = Block(data, size, 1);
+  Decode(text.get(), stat, &first);
+  Check(PduEncode(&first.record, pdu, nullptr) == static_cast<int>(strlen(pdu)),
+        "the length is not the PDU's");
+  Decode(pdu, SHORTMSG_SENT, &second);
+  if (first.record.TP_DCS == SHORTMSG_DCS_7BIT) return; /* codes that stand for others change */
+  if (strlen(first.record.TP_UD) > 127 ||
+      strspn(first.record.TPA, "0123456789") < strlen(first.record.TPA))
+    return; /* more than an octet counts, or a name, which is no address to send to */
+  PduEncode(&second.record, pdu, nullptr);
+  Decode(pdu, SHORTMSG_SENT, &third);
+  Check(strcmp(second.text, third.text) == 0, "a text changes when it is encoded again");
+  Check(strcmp(first.record.TPA, third.record.TPA) == 0, "a number changes");
+}
+
+/* Bytes as a record, whose texts need not be terminated, with a header of the same bytes. */
+void EncodeRecord(const uint8_t *data, size_t size) {
+  ShortMsgParam record;
+  ShortMsgHeader header;
+  char pdu[SHORTMSG_PDU_SIZE];
+  memset(&record, 'x', sizeof record);
+  memset(&header, 0, sizeof header);
+  if (size > 0) memcpy(&record, data, size < sizeof record ? size : sizeof record);
+  if (size > 0) memcpy(&header, data, size < sizeof header ? size : sizeof header);
+  const uint8_t alphabets[] = {SHORTMSG_DCS_7BIT, SHORTMSG_DCS_UCS2, 4};
+  const ShortMsgHeader *const headers[] = {nullptr, &header};
+  for (uint8_t dcs : alphabets) {
+    record.TP_DCS = dcs;
+    for (const ShortMsgHeader *with : headers) {
+      int length = PduEncode(&record, pdu, with);
+      Check(length > 0 && length < SHORTMSG_PDU_SIZE - 2, "a PDU has no room for its end");
+      Check(pdu[length] == '\0', "a PDU is not terminated");
+    }
+  }
+}
+
+/* The parts are all of the text; joined, the units of a long UCS2 text's parts are its own. */
+void SplitText(const uint8_t *data, size_t size) {
+  auto text = Block(data, size, 0);
+  size_t room = 2 * size + 2, length = 0;
+  std::unique_ptr<uint8_t[]> units(new uint8_t[room]), joined(new uint8_t[room]);
+  ShortMsgParts parts;
+  ShortMsgParam record;
+  ShortMsgHeader header;
+  int total = ShortMsgPartsOf(text.get(), size, &parts), given = 0;
+  if (total < 0) return;
+  bool digits = total > 1 && parts.dcs == SHORTMSG_DCS_UCS2;
+  for (; ShortMsgNextPart(&parts, &record, &header) != 0; ++given) {
+    CheckText(record.TP_UD, "a part is not terminated");
+    if (digits)
+      length += static_cast<size_t>(
+          HexToBytes(record.TP_UD, joined.get() + length, room - length, strlen(record.TP_UD)));
+  }
+  Check(given == total, "there are more or fewer parts than were told");
+  Check(parts.at == parts.end, "the parts are not all of the text");
+  if (!digits) return;
+  Check(length == static_cast<size_t>(Utf8ToUcs2(text.get(), units.get(), room, size)) &&
+            memcmp(units.get(), joined.get(), length) == 0,
+        "the parts are another text");
+}
+
+}  // namespace
+
+int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
+  if (size == 0) return 0;
+  auto stat = static_cast<int16_t>(data[0] & 3);
+  DecodePdu(data + 1, size - 1, stat);
+  EncodeRecord(data + 1, size - 1);
+  SplitText(data + 1, size - 1);
+  return 0;
+}

@@ -1,0 +1,425 @@
+// The network daemons: the command lines of Telnet, TFTP, SSH, the printer server, FTP, SNMP,
+// Samba.
+#include <chrono>
+
+#include "capabinfo_thread.h"
+#include "netdaemon_func.h"
+#include "support.h"
+
+namespace {
+
+using Lines = std::vector<std::string>;
+
+const std::string kServices = "InternetGatewayDevice.Services.";
+const std::string kLanAddress =
+    "InternetGatewayDevice.LANDevice.1.LANHostConfigManagement.IPInterface.1.IPInterfaceIPAddress";
+const char kBare[] =
+    "<InternetGatewayDevice type=\"object\"><A type=\"string\"/></InternetGatewayDevice>";
+
+/* Beside Telnet and Samba, which are in every test's model. */
+const char kServiceNodes[] = R"(
+    <ServiceSSH type="object"><Enable type="boolean"/><Port type="string"/></ServiceSSH>
+    <ServiceTFTP type="object">
+      <Enable type="boolean"/><Port type="string"/><RootDIR type="string"/>
+    </ServiceTFTP>
+    <ServiceFTP type="object">
+      <Enable type="boolean"/><RootDIR type="string"/><Port type="string">2121</Port>
+    </ServiceFTP>
+    <X_KVO-ServicePrinter type="object">
+      <Enabled type="boolean"/><QueueName type="string"/>
+    </X_KVO-ServicePrinter>
+    <ServiceSNMP type="object">
+      <Enable type="boolean"/>
+      <Port type="string">1161</Port>
+      <SystemContact type="string">ops@a.example</SystemContact>
+      <SystemName type="string">gw-7</SystemName>
+      <SystemLocation type="string">rack 3, "left" $HOME</SystemLocation>
+      <PublicCommunity type="string">look</PublicCommunity>
+      <PrivateCommunity type="string">touch</PrivateCommunity>
+      <TrapEnabled type="boolean"/>
+      <TrapVersion type="string"/>
+      <TrapAddress type="string">192.0.2.9</TrapAddress>
+    </ServiceSNMP>)";
+const char kLan[] = R"(
+  <LANDevice type="array">
+    <Template><LANHostConfigManagement type="object"><IPInterface type="array">
+      <Template><IPInterfaceIPAddress type="string"/></Template>
+      <Instance id="1"/>
+    </IPInterface></LANHostConfigManagement></Template>
+    <Instance id="1"/>
+  </LANDevice>)";
+
+void InsertBehind(std::string *text, const std::string &mark, const std::string &more) {
+  text->insert(text->find(mark) + mark.size(), more);
+}
+
+class Daemons : public StoreTest {
+ protected:
+  std::string DataModel() const override {
+    std::string model = StoreTest::DataModel();
+    InsertBehind(&model, "</ServiceTelnet>", kServiceNodes);
+    InsertBehind(&model, "</ManagementServer>", kLan);
+    return model;
+  }
+};
+
+/* Calls the op function, which always succeeds. */
+void Call(const std::string &name, int op, const char *what) {
+  EXPECT_EQ(RunOp(kCapabInfoFuncTable, name, op), 0) << what;
+}
+
+/* What a service does that the data model has no parameters for. */
+TEST_F(Daemons, ModelWithoutTheParameters) {
+  const std::pair<const char *, Lines> cases[] = {
+      {"FuncServTelnet", {"killall telnetd >/dev/null 2>&1"}},
+      {"FuncServSSH", {"killall dropbear >/dev/null 2>&1"}},
+      {"FuncServPrinter", {"killall lpdsrv >/dev/null 2>&1"}},
+      {"FuncServTFTP", {}},
+      {"FuncServFTP", {}},
+      {"FuncServSNMP", {}},
+  };
+  LoadModel(kBare);
+  for (const auto &[name, lines] : cases) {
+    Call(name, TMF_SET, name);
+    EXPECT_EQ(TakeCommands(), lines) << name;
+  }
+}
+
+/* ---- daemons with a list of ports ---- */
+
+TEST(PortList, SplitsAtCommas) {
+  const std::pair<const char *, std::vector<int>> cases[] = {
+      {"", {}},          {"23", {23}},          {"23,2323", {23, 2323}}, {"2323,23", {2323, 23}},
+      {"x", {0}},        {"23x, 24", {23, 24}}, {"23,,24", {23, 0, 24}}, {",23", {0, 23}},
+      {"-1,0", {-1, 0}}, {"23,", {23, 0}},      {",", {0, 0}},
+  };
+  for (const auto &[text, ports] : cases) EXPECT_EQ(PortList(text), ports) << "\"" << text << "\"";
+}
+
+struct PortCase {
+  const char *what;
+  int op;
+  std::string enable, ports;
+  Lines lines;
+};
+
+/* `daemon`: what the names of the node and of the op function end in. */
+template <size_t N>
+void Check(const std::string &daemon, const PortCase (&cases)[N]) {
+  for (const PortCase &one : cases) {
+    SetLeaf(kServices + "Service" + daemon + ".Enable", one.enable);
+    SetLeaf(kServices + "Service" + daemon + ".Port", one.ports);
+    Call("FuncServ" + daemon, one.op, one.what);
+    EXPECT_EQ(TakeCommands(), one.lines) << daemon << ": " << one.what;
+  }
+}
+
+const char kKillTelnet[] = "killall telnetd >/dev/null 2>&1";
+const char kTelnet23[] = "telnetd -l /usr/sbin/ams_cli -p 23 &";
+const char kTelnet2323[] = "telnetd -l /usr/sbin/ams_cli -p 2323 &";
+
+const PortCase kTelnet[] = {
+    {"init off runs nothing", TMF_INIT, "0", "23", {}},
+    {"init on starts without a kill", TMF_INIT, "1", "23,2323", {kTelnet23, kTelnet2323}},
+    {"set on kills, then starts", TMF_SET, "1", "2323,23", {kKillTelnet, kTelnet2323, kTelnet23}},
+    {"set off only kills", TMF_SET, "0", "23", {kKillTelnet}},
+    {"any other value: nothing", TMF_SET, "2", "23", {}},
+    {"on without ports", TMF_SET, "1", "", {kKillTelnet}},
+    {"get: nothing", TMF_GET, "1", "23", {}},
+};
+
+TEST_F(Daemons, TelnetFollowsItsParameters) { Check("Telnet", kTelnet); }
+
+const char kKillTftp[] = "killall tftpd-hpa >/dev/null 2>&1";
+const char kTftp69[] = "tftpd-hpa -lc -s /mnt/a -P 69 &";
+
+const PortCase kTftp[] = {
+    {"init off runs nothing", TMF_INIT, "0", "69", {}},
+    {"init on starts without a kill", TMF_INIT, "1", "69", {kTftp69}},
+    {"set on kills, then starts one a port",
+     TMF_SET,
+     "1",
+     "69,6969",
+     {kKillTftp, kTftp69, "tftpd-hpa -lc -s /mnt/a -P 6969 &"}},
+    {"set off only kills", TMF_SET, "0", "69", {kKillTftp}},
+    {"any other value: nothing", TMF_SET, "2", "69", {}},
+    {"get: nothing", TMF_GET, "1", "69", {}},
+};
+
+TEST_F(Daemons, TftpFollowsItsParameters) {
+  SetLeaf(kServices + "ServiceTFTP.RootDIR", "/mnt/a");
+  Check("TFTP", kTftp);
+}
+
+const char kKillSsh[] = "killall dropbear >/dev/null 2>&1";
+const char kKeyFolder[] = "mkdir -p /var/dropbear";
+const char kKey[] = "dropbearkey -t rsa -f /var/dropbear/rsa_host_key";
+
+std::string Repeated(int count, const std::string &text) {
+  std::string all;
+  while (count-- > 0) all += text;
+  return all;
+}
+
+const PortCase kSsh[] = {
+    {"init off makes the key all the same", TMF_INIT, "0", "22", {kKeyFolder, kKey}},
+    {"init on starts without a kill",
+     TMF_INIT,
+     "1",
+     "22",
+     {kKeyFolder, kKey, "dropbear -r /var/dropbear/rsa_host_key  -p 22 "}},
+    {"set on kills, then starts one for all ports",
+     TMF_SET,
+     "1",
+     "22,2222",
+     {kKillSsh, "dropbear -r /var/dropbear/rsa_host_key  -p 22  -p 2222 "}},
+    {"a port below 1 is 22",
+     TMF_SET,
+     "1",
+     "0,-5,x,2222",
+     {kKillSsh, "dropbear -r /var/dropbear/rsa_host_key  -p 22  -p 22  -p 22  -p 2222 "}},
+    {"on without ports", TMF_SET, "1", "", {kKillSsh, "dropbear -r /var/dropbear/rsa_host_key "}},
+    {"the longest command has 255 bytes",
+     TMF_SET,
+     "1",
+     Repeated(35, "1,") + "1",
+     {kKillSsh, "dropbear -r /var/dropbear/rsa_host_key " + Repeated(36, " -p 1 ")}},
+    {"a longer one starts nothing", TMF_SET, "1", Repeated(36, "1,") + "1", {kKillSsh}},
+    {"set off only kills", TMF_SET, "0", "22", {kKillSsh}},
+    {"any other value: nothing", TMF_SET, "2", "22", {}},
+    {"get: nothing", TMF_GET, "1", "22", {}},
+};
+
+TEST_F(Daemons, SshFollowsItsParameters) {
+  testing::internal::CaptureStderr();
+  Check("SSH", kSsh);
+  std::string log = testing::internal::GetCapturedStderr();
+  const std::string refused = "dropbear not started, its command has 261 bytes";
+  ASSERT_NE(log.find(refused), log.npos) << log;
+  EXPECT_EQ(log.find(refused), log.rfind(refused)) << "once";
+}
+
+/* ---- printer ---- */
+
+const char kKillPrinter[] = "killall lpdsrv >/dev/null 2>&1";
+const char kPrinter[] = "lpdsrv -n 192.168.1 -o /dev/lp0 -r laser:/dev/lp0";
+
+struct PrinterCase {
+  const char *what;
+  int op;
+  std::string enabled, address;
+  Lines lines;
+  std::string log; /* at level 4 */
+};
+
+const PrinterCase kPrinters[] = {
+    {"init off runs nothing", TMF_INIT, "0", "192.168.1.1", {}, ""},
+    {"init on starts without a kill", TMF_INIT, "1", "192.168.1.1", {kPrinter}, ""},
+    {"set on kills, then starts", TMF_SET, "1", "192.168.1.254", {kKillPrinter, kPrinter}, ""},
+    {"set off only kills", TMF_SET, "0", "192.168.1.1", {kKillPrinter}, ""},
+    {"so does any other value", TMF_SET, "2", "192.168.1.1", {kKillPrinter}, ""},
+    {"off, no address: nobody asks for it", TMF_SET, "0", "", {kKillPrinter}, ""},
+    {"no dot in the address", TMF_SET, "1", "localhost", {kKillPrinter}, "bad lan IP localhost\n"},
+    {"no address at start", TMF_INIT, "1", "", {}, "bad lan IP \n"},
+    {"get: nothing", TMF_GET, "1", "192.168.1.1", {}, ""},
+};
+
+TEST_F(Daemons, PrinterFollowsItsParameters) {
+  SetLeaf(kServices + "X_KVO-ServicePrinter.QueueName", "laser");
+  for (const PrinterCase &one : kPrinters) {
+    SetLeaf(kServices + "X_KVO-ServicePrinter.Enabled", one.enabled);
+    SetLeaf(kLanAddress, one.address);
+    testing::internal::CaptureStderr();
+    Call("FuncServPrinter", one.op, one.what);
+    std::string log = testing::internal::GetCapturedStderr();
+    EXPECT_EQ(TakeCommands(), one.lines) << one.what;
+    EXPECT_EQ(log.find("Fail to start lpdsrv: ") != log.npos, !one.log.empty()) << one.what << log;
+    EXPECT_NE(log.find(one.log), log.npos) << one.what << log;
+  }
+}
+
+/* ---- FTP ---- */
+
+struct FtpCase {
+  const char *what;
+  int op;
+  std::string enable, folder;
+  Lines lines;
+};
+
+const FtpCase kFtp[] = {
+    {"init on", TMF_INIT, "1", "/var", {"/usr/syscfg/vsftpd.sh /var 2121 &"}},
+    {"init on, no such folder", TMF_INIT, "1", "/none", {"/usr/syscfg/vsftpd.sh /mnt 2121 &"}},
+    {"init on, a file", TMF_INIT, "1", "/etc/passwd", {"/usr/syscfg/vsftpd.sh /mnt 2121 &"}},
+    {"init on, no folder named", TMF_INIT, "1", "", {"/usr/syscfg/vsftpd.sh /mnt 2121 &"}},
+    {"a set takes the folder as it is",
+     TMF_SET,
+     "1",
+     "/none",
+     {"/usr/syscfg/vsftpd.sh /none 2121 &"}},
+    {"any other value is on", TMF_SET, "2", "/var", {"/usr/syscfg/vsftpd.sh /var 2121 &"}},
+    {"init off kills", TMF_INIT, "0", "/none", {"killall -q vsftpd"}},
+    {"set off kills", TMF_SET, "0", "/var", {"killall -q vsftpd"}},
+    {"get: nothing", TMF_GET, "1", "/var", {}},
+};
+
+TEST_F(Daemons, FtpFollowsItsParameters) {
+  for (const FtpCase &one : kFtp) {
+    SetLeaf(kServices + "ServiceFTP.Enable", one.enable);
+    SetLeaf(kServices + "ServiceFTP.RootDIR", one.folder);
+    Call("FuncServFTP", one.op, one.what);
+    EXPECT_EQ(TakeCommands(), one.lines) << one.what;
+  }
+}
+
+/* ---- SNMP ---- */
+
+const char kKillSnmp[] = "killall snmpd >/dev/null 2>&1";
+const char kTraps[] = R"(echo -e "authtrapenable 1" >> /var/snmpd.conf)";
+
+/* Port says 1161, and texts are not quoted. */
+Lines SnmpStart(const std::string &contact, const Lines &traps) {
+  Lines lines = {
+      kKillSnmp,
+      R"(echo -e "agentAddress udp:161" > /var/snmpd.conf)",
+      R"(echo -e "sysservices 79" >> /var/snmpd.conf)",
+      R"(echo -e "psysname gw-7" >> /var/snmpd.conf)",
+      R"(echo -e "psyscontact )" + contact + R"(" >> /var/snmpd.conf)",
+      R"(echo -e "psyslocation rack 3, "left" $HOME" >> /var/snmpd.conf)",
+      R"(echo -e "rwcommunity touch" >> /var/snmpd.conf)",
+      R"(echo -e "rocommunity look" >> /var/snmpd.conf)",
+      R"(echo -e "view read_wr included .1 " >> /var/snmpd.conf)",
+  };
+  lines.insert(lines.end(), traps.begin(), traps.end());
+  lines.push_back(
+      "/usr/sbin/snmpd -f -q -I -C -c /var/snmpd.conf -Lf /dev/null -p /var/snmpd.pid &");
+  return lines;
+}
+
+const Lines kSnmpStop = {kKillSnmp, "rm /var/snmpd.conf >/dev/null 2>&1"};
+
+struct SnmpCase {
+  const char *what;
+  int op;
+  std::string enable, traps, version;
+  Lines lines;
+};
+
+const SnmpCase kSnmp[] = {
+    {"init on", TMF_INIT, "1", "0", "SNMPV1", SnmpStart("ops@a.example", {})},
+    {"set on", TMF_SET, "1", "", "SNMPV2", SnmpStart("ops@a.example", {})},
+    {"traps of version 1", TMF_SET, "1", "1", "SNMPV1",
+     SnmpStart("ops@a.example", {kTraps, R"(echo -e "trapsink 192.0.2.9" >> /var/snmpd.conf)"})},
+    {"traps of version 2, any number is on", TMF_SET, "1", "7", "SNMPV2",
+     SnmpStart("ops@a.example", {kTraps, R"(echo -e "trap2sink 192.0.2.9" >> /var/snmpd.conf)"})},
+    {"traps of a version without a sink", TMF_SET, "1", "1", "SNMPV3",
+     SnmpStart("ops@a.example", {kTraps})},
+    {"init off", TMF_INIT, "0", "1", "SNMPV1", kSnmpStop},
+    {"set off", TMF_SET, "0", "1", "SNMPV1", kSnmpStop},
+    {"any other value: nothing", TMF_SET, "2", "1", "SNMPV1", {}},
+    {"get: nothing", TMF_GET, "1", "1", "SNMPV1", {}},
+};
+
+TEST_F(Daemons, SnmpFollowsItsParameters) {
+  for (const SnmpCase &one : kSnmp) {
+    SetLeaf(kServices + "ServiceSNMP.Enable", one.enable);
+    SetLeaf(kServices + "ServiceSNMP.TrapEnabled", one.traps);
+    SetLeaf(kServices + "ServiceSNMP.TrapVersion", one.version);
+    Call("FuncServSNMP", one.op, one.what);
+    EXPECT_EQ(TakeCommands(), one.lines) << one.what;
+  }
+}
+
+/* One buffer takes both, so the port shows where the contact is missing. */
+TEST_F(Daemons, SnmpWithoutAContactNamesThePort) {
+  std::string model = DataModel();
+  const std::string contact = "<SystemContact type=\"string\">ops@a.example</SystemContact>";
+  ASSERT_NE(model.find(contact), model.npos);
+  LoadModel(model.erase(model.find(contact), contact.size()));
+  SetLeaf(kServices + "ServiceSNMP.Enable", "1");
+  Call("FuncServSNMP", TMF_SET, "set on");
+  EXPECT_EQ(TakeCommands(), SnmpStart("1161", {}));
+}
+
+/* ---- Samba ---- */
+
+const char *const kRules[] = {
+    "iptables -t filter -D INPUT -i IF -p tcp --dport 139 -j ACCEPT",
+    "iptables -t nat -D PREROUTING -i IF -p tcp --dport 139 -j ACCEPT",
+    "iptables -t filter -D INPUT -i IF -p tcp --dport 389 -j ACCEPT",
+    "iptables -t nat -D PREROUTING -i IF -p tcp --dport 389 -j ACCEPT",
+    "iptables -t filter -D INPUT -i IF -p tcp --dport 901 -j ACCEPT",
+    "iptables -t nat -D PREROUTING -i IF -p tcp --dport 901 -j ACCEPT",
+    "iptables -t filter -D INPUT -i IF -p tcp --dport 445 -j ACCEPT",
+    "iptables -t nat -D PREROUTING -i IF -p tcp --dport 445 -j ACCEPT",
+    "iptables -t filter -D INPUT -i IF -p udp --dport 137 -j ACCEPT",
+    "iptables -t nat -D PREROUTING -i IF -p udp --dport 137 -j ACCEPT",
+    "iptables -t filter -D INPUT -i IF -p udp --dport 138 -j ACCEPT",
+    "iptables -t nat -D PREROUTING -i IF -p udp --dport 138 -j ACCEPT",
+};
+
+/* The rules of one interface, deleted ("-D") or added ("-A"), in front of `rest`. */
+Lines Rules(const std::string &action, const std::string &interface, const Lines &rest) {
+  Lines lines;
+  for (std::string rule : kRules) {
+    rule.replace(rule.find("-D"), 2, action);
+    lines.push_back(rule.replace(rule.find("IF"), 2, interface));
+  }
+  lines.insert(lines.end(), rest.begin(), rest.end());
+  return lines;
+}
+
+const Lines kSambaOn = {"/usr/syscfg/media.sh samba &"};
+const Lines kSambaOff = {"killall -q nmbd", "killall -q smbd"};
+
+struct SambaCase {
+  const char *what;
+  std::string enable, interface;
+  Lines lines;
+};
+
+const SambaCase kSamba[] = {
+    {"on: holes closed, then opened", "1", "ppp1",
+     Rules("-D", "ppp1", Rules("-A", "ppp1", kSambaOn))},
+    {"on, one character: no holes", "1", "x", kSambaOn},
+    {"on, no interface", "1", "", kSambaOn},
+    {"off: holes closed", "0", "ppp1", Rules("-D", "ppp1", kSambaOff)},
+    {"off, one character: holes closed", "0", "x", Rules("-D", "x", kSambaOff)},
+    {"off, no interface", "0", "", kSambaOff},
+    {"any other value is off", "2", "", kSambaOff},
+};
+
+TEST_F(Daemons, SambaFollowsItsParameters) {
+  for (const SambaCase &one : kSamba) {
+    SetLeaf(kServices + "ServiceSamba.Enable", one.enable);
+    SetLeaf("InternetGatewayDevice.ManagementServer.X_KVO_TR069WANIFNAME", one.interface);
+    RunMessage(kCapabInfoMsgTable, TDS_MSG_TIMER + CAPABINFO_TIMER_SAMBA);
+    EXPECT_EQ(TakeCommands(), one.lines) << one.what;
+  }
+}
+
+TEST_F(Daemons, SambaIsAppliedLater) {
+  StartModules();
+  for (int op : {TMF_INIT, TMF_SET, TMF_SET}) {
+    RunOnModule([op] { Call("FuncServSamba", op, "arms the timer"); });
+    EXPECT_EQ(AwaitMessage(TDS_MSG_TIMER).peer, "sysmgr:test") << "op " << op;
+  }
+  EXPECT_EQ(TakeCommands(), Lines{});
+  RunOnModule([] { RunMessage(kCapabInfoMsgTable, 0x100054, "A.1"); });
+  EXPECT_EQ(AwaitMessage(TDS_MSG_TIMER).peer, "sysmgr:test");
+}
+
+/* Each change starts the time anew: the apply never comes sooner after the last one. */
+TEST_F(Daemons, SambaWaitsForTheLastChange) {
+  StartModules();
+  auto last = std::chrono::steady_clock::now();
+  for (int change = 0; change < 4; ++change) {
+    if (change > 0) tds_delay(30);
+    last = std::chrono::steady_clock::now();
+    RunOnModule([] { Call("FuncServSamba", TMF_SET, "arms it anew"); });
+  }
+  EXPECT_EQ(AwaitMessage(TDS_MSG_TIMER).peer, "sysmgr:test");
+  EXPECT_GE(std::chrono::steady_clock::now() - last, std::chrono::milliseconds(50));
+}
+
+}  // namespace

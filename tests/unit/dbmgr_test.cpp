@@ -1,0 +1,136 @@
+// The data-base manager's check of values that reach a shell line, and what the data-model file and
+// the documentation say of them.
+#include "dbmgr.h"
+
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+#include <cstring>
+#include <fstream>
+#include <map>
+#include <regex>
+#include <set>
+
+#include "ams_common_api.h"
+
+const OpFuncEntry *const FUNC_TABLES[] = {nullptr};
+
+namespace {
+
+struct FormCase {
+  const char *form, *value;
+  bool taken;
+};
+
+const FormCase kForms[] = {
+    {"", "$(reboot)\n", true},
+    {"port", "8089", true},
+    {"port", "80,81", false},
+    {"port", "-1", false},
+    {"port list", "23,2323", true},
+    {"port list", "1,2,3,4,5,6,7,8,9,10,11,12,13,14,65535", true},
+    {"port list", "1,2,3,4,5,6,7,8,9,10,11,12,13,14,15,16", false},
+    {"port list", "", false},
+    {"port list", "23,", false},
+    {"port list", "23,,24", false},
+    {"port list", "65536", false},
+    {"port list", "23;reboot", false},
+    {"port list", "23 24", false},
+    {"path", "/mnt/usb1_1", true},
+    {"path", "mnt", false},
+    {"path", "/mnt/a b", false},
+    {"path", "/mnt/$(id)", false},
+    {"name", "public-2.x", true},
+    {"name", "-rf", false},
+    {"name", "a'b", false},
+    {"name", "a\"b", false},
+    {"name", "two words", false},
+    {"name", "gr\xc3\xbc\xc3\x9f", false},
+    {"text", "Rack 2, room 1", true},
+    {"text", "a\nb", false},
+    {"text", "`id`", false},
+    {"text", "a\\nb", false},
+    {"address", "fe80::1", true},
+    {"address", "vpn.example.com", true},
+    {"address", "1.2.3.4|id", false},
+    {"range", "10.0.0.1-10.0.0.9", true},
+    {"range", "", true},
+    {"range", "10.0.0.1 -j ACCEPT", false},
+    {"range", "10.0.0.1", false},
+    {"range", "a-b", false},
+    {"range", "1.1.1.1-1.1.1.2-1.1.1.3", false},
+    {"interface", "ppp0.100", true},
+    {"interface", "ppp0&", false},
+    {"url", "https://user@[fe80::1]:443/a/b.bin?x=%20#y", true},
+    {"url", "http://a/'", false},
+    {"url", "http://a/ b", false},
+    {"no such form", "1", false},
+};
+
+TEST(Forms, TakeOnlyWhatAShellReadsAsText) {
+  for (const FormCase &one : kForms) {
+    std::string why;
+    EXPECT_EQ(CheckForm("A.B", one.form, one.value, &why), one.taken ? 0 : -1)
+        << one.form << ": " << one.value;
+    EXPECT_EQ(why.find("\"A.B\"") == 0 && why.find(one.form) != why.npos, !one.taken) << why;
+    EXPECT_EQ(why.find('\n'), why.npos) << why;
+  }
+  trust_values = true;
+  std::string why;
+  EXPECT_EQ(CheckForm("A.B", "port", "$(reboot)", &why), 0);
+  trust_values = false;
+}
+
+/* ---- the file and the documentation ---- */
+
+using Checks = std::set<std::string>;                         /* "path form", rows as {i} */
+using FormsOf = std::map<std::string, std::set<std::string>>; /* by path, of all of its rows */
+
+void CollectForms(const std::string &url, FormsOf *forms) {
+  char form[64] = "", type[32] = "", child[AMS_PATH_SIZE];
+  AmsTree *root = gptXmlTrees->root;
+  (void)ams_get_node_attr(root, url.c_str(), "type", type);  /* every node of a tree has one */
+  (void)ams_get_node_attr(root, url.c_str(), "check", form); /* most have none */
+  std::string path = std::regex_replace(url, std::regex("\\.[0-9]+(?=\\.|$)"), ".{i}");
+  (*forms)[path].insert(form);
+  if (strcmp(type, "array") == 0) {
+    char row[AMS_PATH_SIZE]; /* one that has what the Template says */
+    ASSERT_EQ(ams_add_obj(root, url.c_str(), row), 0) << url;
+  }
+  for (int more = ams_get_first_child(root, url.c_str(), child); more == 0;
+       more = ams_get_next_child(root, std::string(child).c_str(), child))
+    CollectForms(child, forms);
+}
+
+Checks DocumentedChecks() {
+  std::string source = getenv("DEVKIT_SOURCE") == nullptr ? "." : getenv("DEVKIT_SOURCE");
+  std::ifstream file(source + "/docs/security.md");
+  const std::regex row("\\| `([^`]*)` \\| ([a-z ]+) \\|.*");
+  Checks checks;
+  std::smatch part;
+  for (std::string line; std::getline(file, line);)
+    if (std::regex_match(line, part, row)) checks.insert(part[1].str() + " " + part[2].str());
+  return checks;
+}
+
+TEST(Forms, TheDocumentationListsEveryCheckedParameter) {
+  gptXmlTrees = ShmPoolSrvInit();
+  ASSERT_NE(gptXmlTrees, nullptr);
+  FILE *file = fopen("/etc/tr098_data_model.xml", "re");
+  ASSERT_NE(file, nullptr);
+  gptXmlTrees->root = ams_mxmlLoadFile(nullptr, file, nullptr);
+  fclose(file);
+  ASSERT_NE(gptXmlTrees->root, nullptr);
+  FormsOf forms;
+  CollectForms("InternetGatewayDevice", &forms);
+  Checks checks;
+  for (const auto &[path, of_rows] : forms) {
+    EXPECT_EQ(of_rows.size(), 1U) << path << ": its rows have different forms";
+    if (!of_rows.begin()->empty())
+      checks.insert(path.substr(strlen("InternetGatewayDevice.")) + " " + *of_rows.begin());
+  }
+  EXPECT_GT(checks.size(), 20U);
+  EXPECT_EQ(checks, DocumentedChecks());
+}
+
+}  // namespace

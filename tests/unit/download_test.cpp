@@ -1,0 +1,360 @@
+// Ordered downloads: what an order runs, writes, asks the version manager and gives back.
+#include <sys/stat.h>
+#include <time.h>
+
+#include <algorithm>
+#include <chrono>
+#include <fstream>
+#include <sstream>
+#include <thread>
+
+#include "devinfo_thread.h"
+#include "download_func.h"
+#include "support.h"
+#include "tds_desk.h"
+
+namespace {
+
+using Lines = std::vector<std::string>;
+using Leaves = std::vector<std::pair<std::string, std::string>>;
+
+const std::string kOrder = "InternetGatewayDevice.X_TR69_Transfer.X_KVO_Download.";
+const std::string kAccelerator =
+    "InternetGatewayDevice.Services.X_KVO_IPSec.X_KVO_IPSec_Hardware_Accelate_Enable";
+const std::string kPre = "/usr/syscfg/project_pre_tr069_download.sh";
+const std::string kPost = "/usr/syscfg/project_post_tr069_upgrade.sh";
+const std::string kDrop = "sync;echo 3 >/proc/sys/vm/drop_caches";
+const std::string kFree = "free | grep Mem | awk '{print $4}'";
+const std::string kImage = "1 Firmware Upgrade Image";
+
+std::string Fetch(const std::string &file, const std::string &url = "http://s/i") {
+  return "curl --globoff --anyauth --connect-timeout 20 -u anonymous:anonymous -o '" + file +
+         "' '" + url + "'";
+}
+
+const std::string kFetch = Fetch("/tmp/zorp_image.bin");
+const std::string kInform = "cfgcmd manully_inform EV TC- Dn-";
+
+std::string Word(const std::string &text) { return text + '\0'; }
+
+Lines Joined(std::initializer_list<Lines> parts) {
+  Lines all;
+  for (const Lines &part : parts) all.insert(all.end(), part.begin(), part.end());
+  return all;
+}
+
+const Lines kStart = {kPre, kDrop, kFree}, kFailed = {kInform, kPost + " failed"};
+const Lines kPlain = Joined({kStart, {kFetch}, kFailed});
+const Lines kRefused = Joined({{kPre}, kFailed});
+const Lines kMakeRoom = {"killall kvophone",
+                         "rmmod hi_kslic",
+                         "rmmod hi_kvoip",
+                         "rmmod hi_kspi",
+                         "rmmod hi_khw",
+                         "killall lpdsrv",
+                         "killall miniupnpd",
+                         "killall dropbear",
+                         "killall telnetd",
+                         "killall tftpd-hpa",
+                         "killall vsftpd",
+                         "killall nmbd",
+                         "killall smbd",
+                         "killall zebra",
+                         "killall minidlna",
+                         "killall snmpd",
+                         kDrop};
+const Lines kRoomMade = Joined({kStart, kMakeRoom, {kFetch}, kFailed});
+
+class Download : public StoreTest {
+ protected:
+  void SetUp() override {
+    StartModules();
+    StoreTest::SetUp();
+    Order({});
+  }
+
+  /* The desk's own file, so that its node is tried as well. */
+  std::string DataModel() const override {
+    std::ostringstream text;
+    text << std::ifstream("/etc/tr098_data_model.xml").rdbuf();
+    return text.str();
+  }
+
+  /* A fresh order of an image, changed by `leaves`. */
+  void Order(const Leaves &leaves) {
+    LoadModel(DataModel());
+    SetLeaf(kOrder + "FileType", kImage);
+    SetLeaf(kOrder + "URL", "http://s/i");
+    for (const char *leaf : {"StartTime", "CompleteTime", "FaultCode", "FaultString"})
+      SetLeaf(kOrder + leaf, "before");
+    for (const auto &[name, value] : leaves)
+      SetLeaf(name == "Accelerator" ? kAccelerator : kOrder + name, value);
+  }
+};
+
+void RunThread() { std::thread(tr069_download_image_thread, nullptr).join(); }
+
+/* Whether what an order had is given back: its command buffer, the values read and the answers. The
+   other modules have such blocks for moments only, a block that is left over stays. */
+bool NothingLeft() {
+  auto end = std::chrono::steady_clock::now() + std::chrono::seconds(10);
+  for (;; tds_delay(1)) {
+    int64_t blocks = 0;
+    for (const char *tag : {"tr069_download_image_thread", "ams_text", "SendMsg_syn_lib"})
+      blocks += tds_malloc_count(tag).blocks;
+    if (blocks == 0 || std::chrono::steady_clock::now() > end) return blocks == 0;
+  }
+}
+
+/* The local time `ago` seconds ago, as an order has it. Such texts sort by time. */
+std::string LocalTime(time_t ago) {
+  char text[32];
+  struct tm local;
+  time_t then = time(nullptr) - ago;
+  strftime(text, sizeof text, "%Y-%m-%dT%H:%M:%S", localtime_r(&then, &local));
+  return text;
+}
+
+bool IsTime(const std::string &leaf) {
+  std::string text = Leaf(kOrder + leaf);
+  return text.size() == 19 && text >= LocalTime(60) && text <= LocalTime(0);
+}
+
+/* What the version manager was asked: the image's name or the state word. */
+Lines Asked() {
+  Lines asked;
+  for (const PeerMessage &message : TakeMessages("tdsmgr:vermgt")) {
+    bool request = message.id == 0xfff04;
+    EXPECT_EQ(message.payload.size(), request ? 320 : strlen(message.payload.c_str()) + 1)
+        << message.payload;
+    asked.push_back(message.payload.substr(request ? 192 : 0).c_str());
+  }
+  return asked;
+}
+
+const std::string kName = "zorp_image.bin", kGoesOn = Word("downloading");
+
+/* Runs the order that the store holds and checks what every failure leaves behind. */
+void ExpectFailure(const Lines &commands, const Lines &asked, const std::string &fault) {
+  RunThread();
+  EXPECT_EQ(TakeCommands(), commands);
+  EXPECT_EQ(Asked(), asked);
+  EXPECT_EQ(Leaf(kOrder + "FaultCode"), fault);
+  EXPECT_EQ(Leaf(kOrder + "FaultString"), "before");
+  EXPECT_TRUE(IsTime("StartTime")) << Leaf(kOrder + "StartTime");
+  EXPECT_TRUE(IsTime("CompleteTime")) << Leaf(kOrder + "CompleteTime");
+  EXPECT_TRUE(NothingLeft());
+}
+
+TEST_F(Download, VersionManagerFails) {
+  const struct {
+    const char *what;
+    Lines replies, words; /* what it answers, and the words that it is asked */
+    std::string fault;
+  } cases[] = {
+      {"occupied", {Word("occupied")}, {}, "9001"},
+      {"no answer", {}, {}, "9001"},
+      {"empty answer", {""}, {}, "9001"},
+      {"image refused", {kGoesOn, Word("fwchk_failed")}, {"downloading"}, "9001"},
+      {"words not terminated", {"downloading", "upg_failed"}, {"downloading"}, "9002"},
+      {"failed before the first poll", {Word("upg_failed")}, {}, "9001"},
+      {"not confirmed",
+       {kGoesOn, Word("downloaded"), Word("upg_failed")},
+       {"downloading", "success"},
+       "9001"},
+      {"confirmed with the poll's word",
+       {kGoesOn, Word("downloaded"), kGoesOn},
+       {"downloading", "success"},
+       "9001"},
+      {"poll not answered", {kGoesOn, ""}, {"downloading"}, "9001"},
+      {"long word", {"downloading" + std::string(5000, 'd')}, {}, "9001"},
+      {"long word of failure",
+       {kGoesOn, "upg_failed" + std::string(5000, 'x')},
+       {"downloading"},
+       "9001"},
+  };
+  for (const auto &one : cases) {
+    SCOPED_TRACE(one.what);
+    Order({});
+    AnswerPopen("51200\n");
+    AnswerVersionManager(one.replies);
+    ExpectFailure(kPlain, Joined({{kName}, one.words}), one.fault);
+  }
+}
+
+TEST_F(Download, OrdersThatFail) {
+  const std::string kLongest(127, 'n');
+  const struct {
+    const char *what;
+    Leaves leaves;
+    const char *free_memory; /* NULL: cannot be asked for */
+    Lines commands, asked;
+  } cases[] = {
+      {"51199 kB", {}, "51199\n", kRoomMade, {kName}},
+      {"the first 6 digits count", {}, "0511990\n", kRoomMade, {kName}},
+      {"no figure", {}, "", kRoomMade, {kName}},
+      {"memory not known", {}, nullptr, kPlain, {kName}},
+      {"web content", {{"FileType", "2 Web Content"}}, "51200\n", kPlain, {}},
+      {"accelerator",
+       {{"Accelerator", "1"}},
+       "51200\n",
+       Joined({{kPre, "rmmod hi_kipsec", kDrop, kFree, kFetch},
+               kFailed,
+               {"insmod /lib/ko/hi_kipsec.ko"}}),
+       {kName}},
+      {"every text of an order",
+       {{"CommandKey", "k7"},
+        {"URL", "https://s/a?b=c&d"},
+        {"Username", "u"},
+        {"Password", "p"},
+        {"TargetFileName", "fw.bin"},
+        {"DelaySeconds", "soon"}},
+       "51200\n",
+       Joined({kStart,
+               {"curl --globoff --digest --insecure --connect-timeout 20 -u u:p"
+                " -o '/tmp/fw.bin' 'https://s/a?b=c&d'",
+                "cfgcmd manully_inform EV TC-k7 Dn-k7", kPost + " failed"}}),
+       {"fw.bin"}},
+      {"longest name",
+       {{"TargetFileName", kLongest}},
+       "51200\n",
+       Joined({kStart, {Fetch("/tmp/" + kLongest)}, kFailed}),
+       {kLongest}},
+      {"name too long", {{"TargetFileName", kLongest + "n"}}, "", kRefused, {}},
+      {"URL too long", {{"URL", std::string(1024, 'u')}, {"Accelerator", "1"}}, "", kRefused, {}},
+      {"password too long", {{"Password", std::string(2000, 'p')}}, "", kRefused, {}},
+      {"key too long to be told",
+       {{"CommandKey", std::string(1100, 'k')}},
+       "",
+       {kPre, kPost + " failed"},
+       {}},
+  };
+  for (const auto &one : cases) {
+    SCOPED_TRACE(one.what);
+    StoreTest::SetUp(); /* forgets answers that were not asked for */
+    Order(one.leaves);
+    if (one.free_memory == nullptr)
+      FailPopen();
+    else
+      AnswerPopen(one.free_memory);
+    ExpectFailure(one.commands, one.asked, "9001");
+  }
+}
+
+TEST_F(Download, WithoutUrlNothingHappens) {
+  Order({{"URL", ""}, {"Accelerator", "1"}});
+  RunThread();
+  EXPECT_EQ(TakeCommands(), Lines{});
+  for (const char *leaf : {"StartTime", "CompleteTime", "FaultCode", "FaultString"})
+    EXPECT_EQ(Leaf(kOrder + leaf), "before") << leaf;
+  EXPECT_TRUE(NothingLeft());
+}
+
+/* Through the module, as the client orders it; the acknowledgement does not wait for the end. */
+TEST_F(Download, SuccessIsReportedAndBooted) {
+  for (const char *path : {"zorp_image.bin", "/tmp/zorp_image.bin"}) std::ofstream(path) << "image";
+  AnswerPopen("51200\n");
+  AnswerVersionManager({kGoesOn, kGoesOn, Word("downloaded"), Word("success")});
+  testing::internal::CaptureStderr();
+  Ack ack = Request("sysmgr:devInfo", APPT_CMD_SET, kOrder, "CommandKey=k7");
+  EXPECT_EQ(ack.result, 0);
+  EXPECT_EQ(
+      AwaitCommand("reboot"),
+      Joined({kStart,
+              {kFetch, "nvram set Tr069strap=\"BT  TC-k7 Dn-k7\"", kPost + " success", "reboot"}}));
+  std::string log = testing::internal::GetCapturedStderr();
+  for (const std::string &line :
+       {"DownCmd=" + kFetch, std::string("version zorp_image.bin is upgrading, please wait..."),
+        std::string("2: rBuf is success"), std::string("2: result is success"),
+        std::string("download version succeed."), std::string("upgrade version result=success:0"),
+        std::string("cmd=nvram set Tr069strap=")})
+    EXPECT_NE(log.find(line), std::string::npos) << line << " not in\n" << log;
+  EXPECT_TRUE(NothingLeft());
+  EXPECT_EQ(Asked(), (Lines{kName, "downloading", "downloading", "success"}));
+  EXPECT_EQ(Leaf(kOrder + "FaultCode"), "0");
+  EXPECT_EQ(Leaf(kOrder + "FaultString"), "");
+  struct stat file;
+  EXPECT_NE(stat("zorp_image.bin", &file), 0) << "the bare name goes";
+  EXPECT_EQ(stat("/tmp/zorp_image.bin", &file), 0) << "the image stays";
+}
+
+TEST_F(Download, VersionManagerGetsTwentySeconds) {
+  DownloadState result = "";
+  AnswerVersionManager(Lines(202, kGoesOn));
+  EXPECT_EQ(upgradeVer("i", &result), -1);
+  EXPECT_STREQ(result, "other_failed");
+  Lines asked = {"i"};
+  asked.insert(asked.end(), 201, "downloading");
+  asked.push_back("timeout");
+  EXPECT_EQ(Asked(), asked);
+  EXPECT_EQ(upgradeVer(nullptr, &result), -1);
+  EXPECT_EQ(upgradeVer("i", nullptr), -1);
+  EXPECT_EQ(upgradeVer(std::string(128, 'n').c_str(), &result), -1);
+  EXPECT_EQ(Asked(), Lines{}) << "nothing to ask about";
+}
+
+/* The first waits when the second comes, and must not take over any of it. */
+TEST_F(Download, TwoOrdersAtOnceDoNotMix) {
+  Order({{"URL", "http://s/1"}, {"CommandKey", "k1"}, {"DelaySeconds", "1"}});
+  auto start = std::chrono::steady_clock::now();
+  std::thread first(tr069_download_image_thread, nullptr);
+  AwaitCommand(kPre); /* it has read its order by then */
+  SetLeaf(kOrder + "URL", "http://s/2");
+  SetLeaf(kOrder + "CommandKey", "k2");
+  SetLeaf(kOrder + "DelaySeconds", "0");
+  RunThread();
+  first.join();
+  EXPECT_GE(std::chrono::steady_clock::now() - start, std::chrono::seconds(1));
+  Lines all = TakeCommands();
+  for (const std::string &line :
+       {Fetch("/tmp/zorp_image.bin", "http://s/1"), Fetch("/tmp/zorp_image.bin", "http://s/2"),
+        std::string("cfgcmd manully_inform EV TC-k1 Dn-k1"),
+        std::string("cfgcmd manully_inform EV TC-k2 Dn-k2")})
+    EXPECT_EQ(std::count(all.begin(), all.end(), line), 1) << line;
+  EXPECT_EQ(Asked(), (Lines{kName, kName}));
+}
+
+TEST_F(Download, OpFunction) {
+  const struct {
+    const char *what, *type;
+    int op;
+    Lines commands;
+    const char *complaint;
+  } cases[] = {
+      {"no type", "", TMF_SET, {}, "FileType is NULL"},
+      {"configuration",
+       "3 Vendor Configuration File",
+       TMF_SET,
+       {"/usr/syscfg/tr069_proc.sh Download &"},
+       ""},
+      {"at start", "3 Vendor Configuration File", TMF_INIT, {}, ""},
+      {"read", kImage.c_str(), TMF_GET, {}, ""},
+  };
+  for (const auto &one : cases) {
+    SCOPED_TRACE(one.what);
+    Order({{"FileType", one.type}});
+    testing::internal::CaptureStderr();
+    EXPECT_EQ(RunOp(kDevInfoFuncTable, "FuncKVO_TR69Download", one.op), 0);
+    EXPECT_NE(testing::internal::GetCapturedStderr().find(one.complaint), std::string::npos);
+    EXPECT_EQ(TakeCommands(), one.commands);
+    EXPECT_TRUE(NothingLeft());
+  }
+}
+
+TEST_F(Download, BoardWithoutScripts) {
+  ASSERT_EQ(rename(kPre.c_str(), "/usr/syscfg/aside1"), 0);
+  ASSERT_EQ(rename(kPost.c_str(), "/usr/syscfg/aside2"), 0);
+  AnswerPopen("51200\n");
+  RunThread();
+  EXPECT_EQ(rename("/usr/syscfg/aside1", kPre.c_str()), 0);
+  EXPECT_EQ(rename("/usr/syscfg/aside2", kPost.c_str()), 0);
+  EXPECT_EQ(TakeCommands(), (Lines{kDrop, kFree, kFetch, kInform}));
+}
+
+TEST(DownloadDecisions, Delay) {
+  for (const auto &[text, seconds] : std::vector<std::pair<const char *, unsigned>>{
+           {"", 0}, {"0", 0}, {"soon", 0}, {"-3", 0}, {"15", 15}, {"99999999999", UINT32_MAX}})
+    EXPECT_EQ(DownloadDelay(text), seconds) << text;
+}
+
+}  // namespace

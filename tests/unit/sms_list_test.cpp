@@ -1,0 +1,235 @@
+// Lists of short messages: "+CMGL:" lines, what is escaped, what the decoder leaves for the list,
+// its trace, and that none of it uses the heap.
+#include "sms_list.h"
+
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <cstdlib>
+#include <cstring>
+#include <fstream>
+#include <iterator>
+#include <new>
+#include <string>
+
+#include "sms_parts.h"
+
+namespace {
+thread_local int blocks; /* taken from the heap by this thread */
+}
+
+extern "C" {
+void *__real_malloc(size_t size);
+void *__wrap_malloc(size_t size);
+void *__wrap_malloc(size_t size) {
+  ++blocks;
+  return __real_malloc(size);
+}
+}
+
+void *operator new(size_t size) {
+  void *block = malloc(size);
+  if (block == nullptr) abort();
+  return block;
+}
+void operator delete(void *block) noexcept { free(block); }
+void operator delete(void *block, size_t) noexcept { free(block); }
+
+namespace {
+
+constexpr char kHello[] =
+    "07917283010010F5040BC87238880900F10000993092516195800AE8329BFD4697D9EC37";
+constexpr char kPart[] =
+    "0891683108100005F0440D91683119325476F800004211529003512312050003CC0302E6E5F1DB4D06C1C3723A";
+constexpr char kSent[] = "0891683108100005F0110005910110F000000004E10D4F0C";
+
+struct EntryCase {
+  const char *what;
+  std::string text;
+  int result;
+  int index, stat;
+  const char *number, *content, *time;
+};
+
+TEST(SmsList, ReadsAnEntry) {
+  const std::string hello = kHello, sent = kSent;
+  const char *time = "2099-03-29 15:16:59", *number = "27838890001";
+  const EntryCase cases[] = {
+      {"received", "+CMGL: 3,1,,29\r\n" + hello + "\r\n", 0, 3, 1, number, "hellohello", time},
+      {"behind an echo", "AT+CMGL=4\r\n+CMGL: 12,0,\"\",29\r\n" + hello, 0, 12, 0, number,
+       "hellohello", time},
+      {"sent, no time stamp", "+CMGL: 7,3,,17\r\n" + sent + "\r\nOK\r\n", 0, 7, 3, "10010", "a[b",
+       " "},
+      {"a part starts behind its header", "+CMGL: 1,1,,41\r\n" + std::string(kPart), 0, 1, 1,
+       "8613912345678", "second part", "2024-11-25 09:30:15"},
+      {"lines joined by line feeds", "+CMGL: 3,1,,29\n\n" + hello + "\n\n", 0, 3, 1, number,
+       "hellohello", time},
+      {"plain line feeds", "+CMGL: 3,1,,29\n" + hello + "\n", 0, 3, 1, number, "hellohello", time},
+      {"a name with a comma", "+CMGL: 3,1,\"a,b\",29\r\n" + hello, 0, 3, 1, number, "hellohello",
+       time},
+      {"the next message is not read",
+       "+CMGL: 3,1,,29\r\n" + hello + "\r\n+CMGL: 4,3,,17\r\n" + sent, 0, 3, 1, number,
+       "hellohello", time},
+      {"a PDU that breaks off", "+CMGL: 3,1,,29\r\n" + hello.substr(0, 60), 0, 3, 1, number, "hel",
+       time},
+      {"no line", "OK\r\n", -1, 0, 0, "", "", ""},
+      {"no status", "+CMGL: 3,,,29\r\n" + hello, -1, 0, 0, "", "", ""},
+      {"two commas", "+CMGL: 3,1,29\r\n" + hello + ",\r\n" + hello, -1, 0, 0, "", "", ""},
+      {"no PDU line", "+CMGL: 3,1,,29", -1, 0, 0, "", "", ""},
+      {"an empty PDU line", "+CMGL: 3,1,,29\r\n\r\nOK\r\n", -1, 0, 0, "", "", ""},
+      {"texts in place of a PDU", "+CMGL: 3,\"REC READ\",,\r\nHello\r\n", -1, 0, 0, "", "", ""},
+      {"empty", "", -1, 0, 0, "", "", ""},
+  };
+  for (const EntryCase &one : cases) {
+    SCOPED_TRACE(one.what);
+    ShortMsgEntry entry;
+    memset(&entry, 'z', sizeof entry);
+    ASSERT_EQ(ShortMsgParseEntry(one.text.c_str(), &entry), one.result);
+    if (one.result != 0) continue;
+    EXPECT_EQ(entry.index, one.index);
+    EXPECT_EQ(entry.stat, one.stat);
+    EXPECT_STREQ(entry.number, one.number);
+    EXPECT_STREQ(entry.content, one.content);
+    EXPECT_STREQ(entry.time, one.time);
+    EXPECT_STREQ(entry.parts, "");
+    EXPECT_EQ(entry.taken, 0);
+  }
+}
+
+TEST(SmsList, EscapesForAWebPage) {
+  const struct {
+    const char *text, *escaped;
+  } cases[] = {
+      {"plain }-{ |,|", "plain }-{ |,|"},
+      {"\"'\\<>%&", "&quot;&#39;&#92;&#60;&#62;&#37;&#38;"},
+      {"&amp;", "&#38;amp;"},
+      {"a\rb\nc", "a<br>b<br>c"},
+      {"a\r\nb\n\rc", "a<br>b<br>c"},
+      {"\r\n\r\n", "<br><br>"},
+      {"\r\r\n\n", "<br><br><br>"},
+      {"\n\r\n", "<br><br>"},
+      {"", ""},
+  };
+  for (const auto &one : cases) {
+    char escaped[64];
+    ShortMsgEscape(one.text, escaped);
+    EXPECT_STREQ(escaped, one.escaped);
+  }
+  char small[8];
+  ShortMsgEscape("ab\"cd", small);
+  EXPECT_STREQ(small, "ab");
+  ShortMsgEscape("a\"b", small);
+  EXPECT_STREQ(small, "a&quot;");
+}
+
+TEST(SmsList, TheFirstReferenceIsKept) {
+  ShortMsgParam record = {};
+  ShortMsgEntry entry = {};
+  shortMsgDecoded = {};
+  SHORTMSG_DecodePdu(kHello, &record, &entry);
+  EXPECT_STREQ(shortMsgDecoded.longRef, "");
+  EXPECT_STREQ(shortMsgDecoded.text, "hellohello");
+  SHORTMSG_DecodePdu(kPart, &record, &entry);
+  EXPECT_STREQ(shortMsgDecoded.longRef, "CC");
+  EXPECT_STREQ(shortMsgDecoded.text, "second part");
+  std::string other = kPart;
+  other.replace(other.find("CC0302"), 2, "DD");
+  SHORTMSG_DecodePdu(other.c_str(), &record, &entry);
+  EXPECT_STREQ(entry.concatRef, "DD");
+  EXPECT_STREQ(shortMsgDecoded.longRef, "CC");
+}
+
+/* ---- what is printed ---- */
+
+std::string LogFile() {
+  std::ifstream file("/var/sms_log");
+  return {std::istreambuf_iterator<char>(file), {}};
+}
+
+std::string PrintedByDecode() {
+  ShortMsgParam record = {};
+  ShortMsgEntry entry = {};
+  testing::internal::CaptureStdout();
+  SHORTMSG_DecodePdu(kHello, &record, &entry);
+  return testing::internal::GetCapturedStdout();
+}
+
+/* Each is a number; which one is nobody's business. */
+std::string WithoutLineNumbers(std::string text) {
+  for (const std::string name : {"SHORTMSG_DecodePdu, ", "SHORTMSG_DecodePdu-"})
+    for (size_t at = 0; (at = text.find(name, at)) != text.npos;) {
+      at += name.size();
+      size_t digits = strspn(text.c_str() + at, "0123456789");
+      if (digits > 0) text.replace(at, digits, "#");
+    }
+  return text;
+}
+
+TEST(SmsTrace, OnlyWhileTheSwitchIsThere) {
+  (void)unlink("/var/sms_log"); /* need not be there */
+  EXPECT_EQ(PrintedByDecode(), "");
+  EXPECT_NE(access("/var/sms_log", F_OK), 0);
+
+  std::ofstream("/var/sms_debug").close();
+  std::string once = PrintedByDecode();
+  EXPECT_EQ(WithoutLineNumbers(once),
+            "----SHORTMSG_DecodePdu, #----   pDst->SCA=[27381000015]\n"
+            "----SHORTMSG_DecodePdu, #----   SHORTMSG_DecodePdu-#:nDstLength=10, ucUDL=10\n"
+            "hellohello, 0\n\n");
+  EXPECT_EQ(LogFile(), once);
+  EXPECT_EQ(PrintedByDecode(), once);
+  EXPECT_EQ(LogFile(), once + once);
+
+  ASSERT_EQ(unlink("/var/sms_debug"), 0);
+  EXPECT_EQ(PrintedByDecode(), "");
+  EXPECT_EQ(LogFile(), once + once);
+}
+
+TEST(SmsTrace, EncodingPrintsTheLengthOfAPlainText) {
+  const struct {
+    int dcs;
+    bool part;
+    const char *printed;
+  } cases[] = {{0, false, "SHORTMSG_EncodePdu,827,nSrcLength=3\n"},
+               {0, true, ""},
+               {8, false, ""},
+               {4, false, ""}};
+  ShortMsgHeader header = {};
+  for (const auto &one : cases) {
+    ShortMsgParam record = {};
+    memcpy(record.TP_UD, "a[b", 4);
+    record.TP_DCS = static_cast<uint8_t>(one.dcs);
+    char pdu[SHORTMSG_PDU_SIZE];
+    testing::internal::CaptureStdout();
+    SHORTMSG_EncodePdu(&record, pdu, one.part ? &header : nullptr);
+    EXPECT_EQ(testing::internal::GetCapturedStdout(), one.printed) << one.dcs << one.part;
+  }
+}
+
+/* ---- heap ---- */
+
+TEST(SmsHeap, NothingIsTaken) {
+  std::string text = "text [";
+  for (int at = 0; at < 100; ++at) text += "\u4f60\U0001F600";
+  ShortMsgParts parts;
+  ShortMsgParam record = {};
+  ShortMsgHeader header;
+  ShortMsgEntry entry = {};
+  char pdu[SHORTMSG_PDU_SIZE], decoded[SHORTMSG_TEXT_SIZE];
+  int before = blocks, count = 0;
+  void *volatile counted = malloc(1); /* the count counts */
+  free(counted);
+  ShortMsgPartsOf(text.data(), text.size(), &parts);
+  while (ShortMsgNextPart(&parts, &record, &header) != 0) {
+    PduEncode(&record, pdu, &header);
+    record.stat = SHORTMSG_SENT;
+    ShortMsgParam back = record;
+    PduDecode(pdu, &back, &entry, decoded);
+    ++count;
+  }
+  PduDecode(kHello, &record, &entry, decoded);
+  EXPECT_EQ(blocks, before + 1);
+  EXPECT_EQ(count, 4);
+}
+
+}  // namespace
