@@ -8,8 +8,8 @@
 #include <cstring>
 #include <fstream>
 #include <map>
-#include <regex>
 #include <set>
+#include <sstream>
 
 #include "ams_common_api.h"
 
@@ -86,13 +86,22 @@ TEST(Forms, TakeOnlyWhatAShellReadsAsText) {
 using Checks = std::set<std::string>;                         /* "path form", rows as {i} */
 using FormsOf = std::map<std::string, std::set<std::string>>; /* by path, of all of its rows */
 
+/* The path with "{i}" for each number. */
+std::string WithoutNumbers(const std::string &path) {
+  std::istringstream parts(path);
+  std::string result;
+  for (std::string part; std::getline(parts, part, '.');)
+    result += (result.empty() ? "" : ".") +
+              (part.find_first_not_of("0123456789") == part.npos ? "{i}" : part);
+  return result;
+}
+
 void CollectForms(const std::string &url, FormsOf *forms) {
   char form[64] = "", type[32] = "", child[AMS_PATH_SIZE];
   AmsTree *root = gptXmlTrees->root;
   (void)ams_get_node_attr(root, url.c_str(), "type", type);  /* every node of a tree has one */
   (void)ams_get_node_attr(root, url.c_str(), "check", form); /* most have none */
-  std::string path = std::regex_replace(url, std::regex("\\.[0-9]+(?=\\.|$)"), ".{i}");
-  (*forms)[path].insert(form);
+  (*forms)[WithoutNumbers(url)].insert(form);
   if (strcmp(type, "array") == 0) {
     char row[AMS_PATH_SIZE]; /* one that has what the Template says */
     ASSERT_EQ(ams_add_obj(root, url.c_str(), row), 0) << url;
@@ -105,11 +114,12 @@ void CollectForms(const std::string &url, FormsOf *forms) {
 Checks DocumentedChecks() {
   std::string source = getenv("DEVKIT_SOURCE") == nullptr ? "." : getenv("DEVKIT_SOURCE");
   std::ifstream file(source + "/docs/security.md");
-  const std::regex row("\\| `([^`]*)` \\| ([a-z ]+) \\|.*");
   Checks checks;
-  std::smatch part;
-  for (std::string line; std::getline(file, line);)
-    if (std::regex_match(line, part, row)) checks.insert(part[1].str() + " " + part[2].str());
+  for (std::string line; std::getline(file, line);) { /* | `PATH` | FORM | COMMAND | */
+    size_t form = line.find("` | "), end = line.find(" |", form + 4);
+    if (line.compare(0, 3, "| `") == 0 && form != line.npos && end != line.npos)
+      checks.insert(line.substr(3, form - 3) + " " + line.substr(form + 4, end - form - 4));
+  }
   return checks;
 }
 
