@@ -50,6 +50,8 @@ const Form kForms[] = {
     {"port", false, "", nullptr, nullptr, "a number"},
     {"port list", false, ",", nullptr, IsPortList,
      "1 to 15 numbers up to 65535 with commas between"},
+    {"numbers", false, "+,;", nullptr, nullptr, "digits and + , ;"},
+    {"service code", true, "*#+", nullptr, nullptr, "letters, digits and * # +"},
     {"path", true, "/._+@-", "/", nullptr, "a \"/\" first, then letters, digits and / . _ + @ -"},
     {"name", true, "._+@-", nullptr, nullptr, "letters, digits and . _ + @ -"},
     {"text", true, " ._+@,:/-", nullptr, nullptr, "letters, digits, blanks and . _ + @ , : / -"},

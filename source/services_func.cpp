@@ -17,6 +17,7 @@
 #include "op_rows.h"
 #include "samba_func.h"
 #include "serviceCtrl_func.h"
+#include "sms_func.h"
 #include "snmp_func.h"
 
 namespace {
@@ -191,9 +192,9 @@ const OpFuncEntry kCapabInfoFuncTable[] = {
     {"FuncRateLimitCfg", nullptr},
     {"FuncRateLimitPerPortCfg", nullptr},
     {"FuncRateLimitPerIPCfg", nullptr},
-    {"FuncServShortMsg", nullptr},
-    {"FuncServShortMsgSend", nullptr},
-    {"FuncServShortMsgUssdSend", nullptr},
+    {"FuncServShortMsg", FuncServShortMsg},
+    {"FuncServShortMsgSend", FuncServShortMsgSend},
+    {"FuncServShortMsgUssdSend", FuncServShortMsgUssdSend},
     {"FuncZabbix", FuncScripts},
     {"FuncConnRecovery", FuncScripts},
     {"FuncDongleWanKeep", FuncScripts},

@@ -119,7 +119,7 @@ TEST_F(Services, EveryHandlerLogsWhatItIsAsked) {
     (void)RunOp(kCapabInfoFuncTable, row->name, TMF_GET, "A.B", "x"); /* each has its own test */
     std::string log = testing::internal::GetCapturedStderr();
     DF_PRT_MAP[0].level = level;
-    EXPECT_NE(log.find("op: 1, path: A.B, value: x\n"), log.npos) << row->name << ": " << log;
+    EXPECT_NE(log.find("op: 1, path: A.B, value: x"), log.npos) << row->name << ": " << log;
   }
 }
 

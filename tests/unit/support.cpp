@@ -116,6 +116,7 @@ std::deque<std::optional<std::string>> gAnswers; /* nullopt: popen fails */
 std::deque<PeerMessage> gMessages;
 std::deque<std::string> gReplies; /* of the version manager */
 bool gReally = false;
+std::function<void(const std::string &)> gOnSystem;
 std::function<void()> gWork; /* for "sysmgr:test"; empty once it is done */
 
 void Forget() {
@@ -125,6 +126,7 @@ void Forget() {
   gMessages.clear();
   gReplies.clear();
   gReally = false;
+  gOnSystem = nullptr;
 }
 
 bool RecordCommand(const char *line) {
@@ -229,7 +231,16 @@ void AwaitStart() {
 
 }  // namespace
 
-int __wrap_system(const char *line) { return RecordCommand(line) ? __real_system(line) : 0; }
+int __wrap_system(const char *line) {
+  if (RecordCommand(line)) return __real_system(line);
+  std::function<void(const std::string &)> answer;
+  {
+    std::lock_guard<std::mutex> lock(gMutex);
+    answer = gOnSystem;
+  }
+  if (answer) answer(line);
+  return 0;
+}
 
 FILE *__wrap_popen(const char *line, const char *mode) {
   if (RecordCommand(line)) return __real_popen(line, mode);
@@ -303,6 +314,11 @@ void AnswerPopen(std::string output) {
 void FailPopen() {
   std::lock_guard<std::mutex> lock(gMutex);
   gAnswers.emplace_back(std::nullopt);
+}
+
+void OnSystem(std::function<void(const std::string &)> answer) {
+  std::lock_guard<std::mutex> lock(gMutex);
+  gOnSystem = std::move(answer);
 }
 
 void RunCommands(bool really) {

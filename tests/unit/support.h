@@ -49,6 +49,10 @@ void AnswerPopen(std::string output);
 /* The next popen() that has no answer yet fails. */
 void FailPopen();
 
+/* Called with each line given to system() from now on that the shell does not really run, to leave
+   what the line would leave. Until the end of the test. */
+void OnSystem(std::function<void(const std::string &line)> answer);
+
 /* Whether the shell really runs the lines, after recording them. Off at the start of a test. */
 void RunCommands(bool really);
 

@@ -1,0 +1,169 @@
+// PDUs of the modem simulator; see modem_pdu.h.
+#include "modem_pdu.h"
+
+#include <algorithm>
+
+#include "sms_text.h"
+
+namespace {
+
+constexpr unsigned char kInternational = 0x91, kNational = 0x81, kName = 0xD0;
+constexpr size_t kNameMax = 11; /* letters: the address of a sender has 10 octets */
+
+const uint8_t *Bytes(const std::string &octets) {
+  return reinterpret_cast<const uint8_t *>(octets.data());
+}
+
+bool IsNumber(const std::string &text) {
+  size_t start = text.compare(0, 1, "+") == 0 ? 1 : 0;
+  return text.size() > start && text.find_first_not_of("0123456789", start) == text.npos;
+}
+
+/* Digits as semi-octets. */
+std::string SemiOctets(const std::string &digits) {
+  std::string swapped(digits.size() + 2, '\0'), octets;
+  swapped.resize(static_cast<size_t>(
+      InvertNumbers(digits.data(), swapped.data(), swapped.size(), digits.size())));
+  (void)OctetsFromHex(swapped, &octets); /* digits are hexadecimal */
+  return octets;
+}
+
+std::string Digits(const std::string &number) {
+  return number.substr(number.compare(0, 1, "+") == 0 ? 1 : 0);
+}
+
+unsigned char NumberType(const std::string &number) {
+  return number.compare(0, 1, "+") == 0 ? kInternational : kNational;
+}
+
+/* Of a sender; the length counts semi-octets. */
+std::string Address(const std::string &from) {
+  if (IsNumber(from)) {
+    std::string digits = Digits(from);
+    return std::string{static_cast<char>(digits.size()), static_cast<char>(NumberType(from))} +
+           SemiOctets(digits);
+  }
+  size_t septets;
+  std::string packed = SeptetsFromUtf8(AsciiFromUtf8(from).substr(0, kNameMax), &septets);
+  return std::string{static_cast<char>((7 * septets + 3) / 4), static_cast<char>(kName)} + packed;
+}
+
+/* Here the length counts octets, the type's included. */
+std::string CentreAddress(const std::string &centre) {
+  std::string octets = SemiOctets(Digits(centre));
+  if (octets.empty()) return std::string(1, '\0');
+  return std::string{static_cast<char>(1 + octets.size()), static_cast<char>(NumberType(centre))} +
+         octets;
+}
+
+/* Year to zone, two swapped digits each; the zone is Greenwich's. */
+std::string TimeStamp(time_t when) {
+  char text[20];
+  struct tm parts;
+  gmtime_r(&when, &parts);
+  size_t length = strftime(text, sizeof text, "%Y%m%d%H%M%S00", &parts);
+  return SemiOctets(std::string(text, length).substr(2)); /* without the century */
+}
+
+/* Octets of the user data that TP-UDL announces. */
+size_t DataOctets(unsigned char dcs, unsigned char length) {
+  return (dcs & 0x0C) == 0 ? (length * 7u + 7) / 8 : length;
+}
+
+/* Octets of TP-VP by the format in the first octet: none, enhanced, relative, absolute. */
+size_t ValidityOctets(unsigned char first) {
+  const size_t octets[] = {0, 7, 1, 7};
+  return octets[first >> 3 & 3];
+}
+
+std::string NumberText(unsigned char type, const std::string &octets, size_t digits) {
+  std::string hex = HexFromOctets(octets), number(hex.size() + 2, '\0');
+  number.resize(
+      static_cast<size_t>(InvertNumbers(hex.data(), number.data(), number.size(), hex.size())));
+  number.resize(std::min(digits, number.size()));
+  return (type == kInternational ? "+" : "") + number;
+}
+
+}  // namespace
+
+bool OctetsFromHex(const std::string &hex, std::string *octets) {
+  if (hex.size() % 2 != 0 ||
+      std::any_of(hex.begin(), hex.end(), [](char digit) { return HexValue(digit) < 0; }))
+    return false;
+  octets->assign(hex.size() / 2, '\0');
+  HexToBytes(hex.data(), reinterpret_cast<uint8_t *>(octets->data()), octets->size(), hex.size());
+  return true;
+}
+
+std::string HexFromOctets(const std::string &octets) {
+  std::string hex(2 * octets.size() + 1, '\0');
+  hex.resize(static_cast<size_t>(BytesToHex(Bytes(octets), hex.data(), hex.size(), octets.size())));
+  return hex;
+}
+
+std::string Ucs2FromUtf8(const std::string &utf8) {
+  std::string octets(2 * utf8.size() + 2, '\0');
+  octets.resize(static_cast<size_t>(Utf8ToUcs2(
+      utf8.data(), reinterpret_cast<uint8_t *>(octets.data()), octets.size(), utf8.size())));
+  return octets;
+}
+
+std::string Utf8FromUcs2(const std::string &octets) {
+  std::string utf8(2 * octets.size() + 4, '\0');
+  utf8.resize(
+      static_cast<size_t>(Ucs2ToUtf8(Bytes(octets), utf8.data(), utf8.size(), octets.size())));
+  return utf8;
+}
+
+std::string AsciiFromUtf8(const std::string &utf8) {
+  std::string ascii;
+  const char *at = utf8.data(), *end = at + utf8.size();
+  while (at < end) {
+    uint16_t unit = Utf8Next(&at, end);
+    ascii += unit < 0x80 ? static_cast<char>(unit) : '?';
+  }
+  return ascii;
+}
+
+std::string SeptetsFromUtf8(const std::string &utf8, size_t *septets) {
+  std::string ascii = AsciiFromUtf8(utf8), packed(2 * ascii.size() + 2, '\0');
+  int escapes;
+  packed.resize(
+      static_cast<size_t>(Encode7bit(ascii.c_str(), reinterpret_cast<uint8_t *>(packed.data()),
+                                     packed.size(), ascii.size() + 1, &escapes)));
+  if (septets != nullptr) *septets = ascii.size() + static_cast<size_t>(escapes);
+  return packed;
+}
+
+size_t CentreOctets(const std::string &octets) {
+  return octets.empty() ? 0 : std::min(octets.size(), size_t{1} + Bytes(octets)[0]);
+}
+
+bool ParseSubmit(const std::string &octets, SubmitPdu *submit) {
+  const uint8_t *byte = Bytes(octets);
+  size_t at = CentreOctets(octets);
+  submit->centre_octets = at;
+  if (at == 0 || octets.size() < at + 4) return false;
+  submit->first = byte[at];
+  if ((submit->first & 3) != 1) return false;
+  at += 2; /* TP-MR is the network's */
+  size_t digits = byte[at], address = (digits + 1) / 2;
+  if (digits == 0 || digits > 20 || octets.size() < at + 2 + address + 2) return false;
+  submit->number = NumberText(byte[at + 1], octets.substr(at + 2, address), digits);
+  at += 2 + address;
+  submit->fields = octets.substr(at, 2);
+  at += 2 + ValidityOctets(submit->first);
+  if (octets.size() <= at) return false;
+  submit->data = octets.substr(at);
+  auto dcs = static_cast<unsigned char>(submit->fields[1]);
+  size_t data = DataOctets(dcs, byte[at]);
+  return data <= 140 && submit->data.size() == 1 + data;
+}
+
+std::string DeliverPdu(const SubmitPdu &submit, const std::string &centre, const std::string &from,
+                       time_t when) {
+  /* SMS-DELIVER, no more messages wait; the header's mark comes along. */
+  char first = static_cast<char>(0x04 | (submit.first & 0x40));
+  return HexFromOctets(CentreAddress(centre) + first + Address(from) + submit.fields +
+                       TimeStamp(when) + submit.data);
+}

@@ -1,0 +1,249 @@
+// The modem simulator's short messages: storages, service centre, lists, sending, and what the
+// network brings. PDU mode only: text mode can be selected, and then refuses.
+#include <algorithm>
+
+#include "modem_core.h"
+#include "modem_pdu.h"
+#include "sms_parts.h"
+#include "sms_pdu.h"
+
+namespace {
+
+/* Of 3GPP TS 27.005. */
+enum {
+  kNotAllowed = 302,
+  kNotSupported = 303,
+  kBadPdu = 304,
+  kNoIndex = 321,
+  kFull = 322,
+  kNoCentre = 330
+};
+
+enum { kToRead, kToWrite, kToReceive };
+
+constexpr size_t kSentMax = 100;
+constexpr int kTpduMax = 164; /* octets */
+constexpr int kIndexMax = 999;
+constexpr int kAllStats = 4;
+
+bool PduMode(const Modem &modem) {
+  auto format = modem.settings.find("+CMGF");
+  return format == modem.settings.end() || format->second == 0;
+}
+
+ModemStorage *Storage(Modem *modem, int which) { return &modem->storages[modem->memory[which]]; }
+
+/* The index that the message got; -1: there is no room. */
+int Put(ModemStorage *storage, int stat, const std::string &pdu) {
+  for (int index = 0; index < static_cast<int>(storage->size); ++index)
+    if (storage->messages.emplace(index, ModemMessage{stat, pdu}).second) return index;
+  return -1;
+}
+
+/* The stat, length and PDU of "+CMGL:" and "+CMGR:"; reading makes it read. */
+void List(ModemMessage *message, const std::string &head, AtAnswer *answer) {
+  std::string octets;
+  (void)OctetsFromHex(message->pdu, &octets); /* only what is hexadecimal is kept */
+  answer->lines.push_back(head + std::to_string(message->stat) + ",," +
+                          std::to_string(octets.size() - CentreOctets(octets)));
+  answer->lines.push_back(message->pdu);
+  if (message->stat == SHORTMSG_UNREAD) message->stat = SHORTMSG_READ;
+}
+
+std::string LastDigits(const std::string &number) {
+  constexpr size_t kSubscriber = 8; /* with or without the country's code they are the same */
+  return number.substr(number.size() > kSubscriber ? number.size() - kSubscriber : 0);
+}
+
+/* The octets of the PDU at the prompt, when they are as long as was announced. */
+bool PduOctets(const AtCall &call, std::string *octets) {
+  int length;
+  return AtNumber(call.arguments[0], 1, kTpduMax, &length) && OctetsFromHex(call.pdu, octets) &&
+         octets->size() == CentreOctets(*octets) + static_cast<size_t>(length);
+}
+
+/* What both commands with a PDU want of their length. */
+AtAnswer CheckLength(const Modem &modem, const AtCall &call, size_t most) {
+  int length;
+  if (call.form == AtCall::kTest) return {};
+  if (!PduMode(modem)) return AtMessageError(kNotSupported);
+  if (call.form != AtCall::kSet || call.arguments.size() > most ||
+      !AtNumber(call.arguments[0], 1, kTpduMax, &length))
+    return AtMessageError(kBadPdu);
+  return {};
+}
+
+std::string Fills(const Modem &modem, bool names) {
+  std::string text = "+CPMS: ";
+  for (const std::string &memory : modem.memory) {
+    const ModemStorage &storage = modem.storages.at(memory);
+    if (&memory != modem.memory) text += ",";
+    if (names) text += "\"" + memory + "\",";
+    text += std::to_string(storage.messages.size()) + "," + std::to_string(storage.size);
+  }
+  return text;
+}
+
+/* A stat argument that may be missing. */
+bool Stat(const AtCall &call, size_t at, int most, int usual, int *stat) {
+  *stat = usual;
+  if (call.form == AtCall::kRun || call.arguments.size() <= at) return true;
+  return AtNumber(call.arguments[at], 0, most, stat);
+}
+
+}  // namespace
+
+AtAnswer AtMessageFormat(Modem *modem, const AtCall &call) {
+  int text;
+  if (call.form == AtCall::kTest) return {{"+CMGF: (0,1)"}};
+  if (call.form == AtCall::kRead) return {{PduMode(*modem) ? "+CMGF: 0" : "+CMGF: 1"}};
+  if (call.form != AtCall::kSet || !AtNumber(call.arguments[0], 0, 1, &text))
+    return AtMessageError(kNotAllowed);
+  modem->settings["+CMGF"] = text;
+  return {};
+}
+
+AtAnswer AtServiceCentre(Modem *modem, const AtCall &call) {
+  if (call.form == AtCall::kTest) return {};
+  if (call.form == AtCall::kRead)
+    return {{"+CSCA: \"" + modem->centre + "\"," +
+             (modem->centre.compare(0, 1, "+") == 0 ? "145" : "129")}};
+  if (call.form != AtCall::kSet || call.arguments.size() > 2) return AtMessageError(kNotAllowed);
+  const std::string &number = call.arguments[0];
+  size_t digits = number.compare(0, 1, "+") == 0 ? 1 : 0;
+  if (number.size() > 20 + digits || number.size() <= digits ||
+      number.find_first_not_of("0123456789", digits) != number.npos)
+    return AtMessageError(kNotAllowed);
+  modem->centre = number;
+  return {};
+}
+
+AtAnswer AtStorages(Modem *modem, const AtCall &call) {
+  if (call.form == AtCall::kTest) return {{R"(+CPMS: ("SM","ME"),("SM","ME"),("SM","ME"))"}};
+  if (call.form == AtCall::kRead) return {{Fills(*modem, true)}};
+  if (call.form != AtCall::kSet || call.arguments.size() > 3) return AtMessageError(kNotAllowed);
+  for (const std::string &name : call.arguments)
+    if (modem->storages.count(name) == 0) return AtMessageError(kNotAllowed);
+  std::copy(call.arguments.begin(), call.arguments.end(), modem->memory);
+  return {{Fills(*modem, false)}};
+}
+
+AtAnswer AtListMessages(Modem *modem, const AtCall &call) {
+  AtAnswer answer;
+  int stat;
+  if (call.form == AtCall::kTest) return {{"+CMGL: (0-4)"}};
+  if (!PduMode(*modem)) return AtMessageError(kNotSupported);
+  if (call.form == AtCall::kRead || !Stat(call, 0, kAllStats, SHORTMSG_UNREAD, &stat))
+    return AtMessageError(kNotAllowed);
+  for (auto &[index, message] : Storage(modem, kToRead)->messages)
+    if (stat == kAllStats || message.stat == stat)
+      List(&message, "+CMGL: " + std::to_string(index) + ",", &answer);
+  return answer;
+}
+
+AtAnswer AtReadMessage(Modem *modem, const AtCall &call) {
+  AtAnswer answer;
+  int index;
+  if (call.form == AtCall::kTest) return {};
+  if (!PduMode(*modem)) return AtMessageError(kNotSupported);
+  auto &messages = Storage(modem, kToRead)->messages;
+  if (call.form != AtCall::kSet || !AtNumber(call.arguments[0], 0, kIndexMax, &index) ||
+      messages.count(index) == 0)
+    return AtMessageError(kNoIndex);
+  List(&messages[index], "+CMGR: ", &answer);
+  return answer;
+}
+
+/* The flag: 0 the one, 1 all that were read, 2 and sent, 3 and unsent, 4 and unread. */
+AtAnswer AtDeleteMessage(Modem *modem, const AtCall &call) {
+  int index, flag;
+  if (call.form == AtCall::kTest) return {{"+CMGD: (0-" + std::to_string(kIndexMax) + "),(0-4)"}};
+  auto &messages = Storage(modem, kToRead)->messages;
+  if (call.form != AtCall::kSet || !AtNumber(call.arguments[0], 0, kIndexMax, &index) ||
+      !Stat(call, 1, 4, 0, &flag))
+    return AtMessageError(kNoIndex);
+  if (flag == 0) return messages.erase(index) == 1 ? AtAnswer{} : AtMessageError(kNoIndex);
+  const int flag_of_stat[] = {4, 1, 3, 2};
+  for (auto it = messages.begin(); it != messages.end();)
+    it = flag_of_stat[it->second.stat] <= flag ? messages.erase(it) : std::next(it);
+  return {};
+}
+
+AtAnswer AtSendArguments(Modem *modem, const AtCall &call) { return CheckLength(*modem, call, 1); }
+
+AtAnswer AtSend(Modem *modem, const AtCall &call) {
+  std::string octets;
+  SubmitPdu submit;
+  if (!PduOctets(call, &octets) || !ParseSubmit(octets, &submit)) return AtMessageError(kBadPdu);
+  if (submit.centre_octets == 1 && modem->centre.empty()) return AtMessageError(kNoCentre);
+  modem->sent.push_back({submit.number, call.pdu});
+  if (modem->sent.size() > kSentMax) modem->sent.pop_front();
+  if (LastDigits(submit.number) == LastDigits(modem->number) &&
+      modem->waiting.size() < kModemWaitingMax)
+    (void)ModemReceive(modem, DeliverPdu(submit, modem->centre, modem->number, call.now));
+  int reference = modem->reference;
+  modem->reference = (reference + 1) % 256;
+  return {{"+CMGS: " + std::to_string(reference)}};
+}
+
+AtAnswer AtWriteArguments(Modem *modem, const AtCall &call) {
+  int stat;
+  AtAnswer answer = CheckLength(*modem, call, 2);
+  if (answer.result == "OK" && !Stat(call, 1, SHORTMSG_SENT, SHORTMSG_UNSENT, &stat))
+    return AtMessageError(kBadPdu);
+  return answer;
+}
+
+/* Received messages can be written, too; those are taken as they are. */
+AtAnswer AtWrite(Modem *modem, const AtCall &call) {
+  std::string octets;
+  SubmitPdu submit;
+  int stat;
+  (void)Stat(call, 1, SHORTMSG_SENT, SHORTMSG_UNSENT, &stat); /* it was checked */
+  if (!PduOctets(call, &octets) || (stat >= SHORTMSG_UNSENT && !ParseSubmit(octets, &submit)))
+    return AtMessageError(kBadPdu);
+  int index = Put(Storage(modem, kToWrite), stat, call.pdu);
+  if (index < 0) return AtMessageError(kFull);
+  return {{"+CMGW: " + std::to_string(index)}};
+}
+
+/* ---- the network's side ---- */
+
+std::string ModemDeliverWaiting(Modem *modem) {
+  std::string place;
+  while (!modem->waiting.empty()) {
+    int index = Put(Storage(modem, kToReceive), SHORTMSG_UNREAD, modem->waiting.front());
+    if (index < 0) return "";
+    modem->waiting.pop_front();
+    place = modem->memory[kToReceive] + " " + std::to_string(index);
+  }
+  return place;
+}
+
+std::string ModemReceive(Modem *modem, const std::string &pdu) {
+  modem->waiting.push_back(pdu);
+  return ModemDeliverWaiting(modem);
+}
+
+/* The codec makes what would be sent, and the network's other end makes of it what is received. */
+std::vector<std::string> ModemDeliverText(Modem *modem, const std::string &from,
+                                          const std::string &text, time_t when) {
+  std::vector<std::string> pdus;
+  ShortMsgParts parts;
+  ShortMsgHeader header;
+  ShortMsgParam record = {};
+  record.TPA[0] = '0'; /* any number: only its place is taken */
+  if (ShortMsgPartsOf(text.data(), text.size(), &parts) < 0) return pdus;
+  unsigned reference = ++modem->long_reference;
+  while (ShortMsgNextPart(&parts, &record, &header) != 0) {
+    char pdu[SHORTMSG_PDU_SIZE];
+    std::string octets;
+    SubmitPdu submit;
+    header.octets[3] = static_cast<uint8_t>(reference >> 8); /* each sender counts its own */
+    header.octets[4] = static_cast<uint8_t>(reference);
+    PduEncode(&record, pdu, parts.total > 1 ? &header : nullptr);
+    if (!OctetsFromHex(pdu, &octets) || !ParseSubmit(octets, &submit)) return {};
+    pdus.push_back(DeliverPdu(submit, modem->centre, from, when));
+  }
+  return pdus;
+}

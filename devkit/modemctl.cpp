@@ -1,0 +1,216 @@
+// modemctl: what the network and the hardware do to the simulated modem, and a look at what it
+// keeps. Everything is decided in the simulator (modem_control.cpp); here are words and printing.
+#include <sys/socket.h>
+#include <sys/un.h>
+#include <unistd.h>
+
+#include <CLI/CLI.hpp>
+#include <chrono>
+#include <csignal>
+#include <cstdio>
+#include <cstring>
+
+#include "modem_control.h"
+
+namespace {
+
+constexpr char kFooter[] =
+    "Exit status: 0 done, 1 the modem said no, 2 wrong usage, 3 no answer in time.\n"
+    "Behaviours: normal; slow MS; refuse [CODE]; garbage (in the place of each line but the "
+    "last);\n"
+    "drop (gone in the middle of the next answer); vanish; return.\n"
+    "Examples:\n"
+    "  modemctl receive --from 10086 --text 'Your balance is 12.50'\n"
+    "  modemctl behave refuse 38 --only CMGS\n"
+    "  modemctl ussd '*101#' 'Nothing new'\n";
+
+/* What the command line says. */
+struct Asked {
+  bool json = false;
+  double limit_s = 10;
+  std::string from, message, pdu, time, how, only, number, what, code, answer;
+  int amount = 0, places = 0, dcs = 0;
+};
+
+using Clock = std::chrono::steady_clock;
+
+/* Connected, or -1. */
+int Connect(double limit_s) {
+  struct sockaddr_un address = {AF_UNIX, ""};
+  memcpy(address.sun_path, kModemSocket, sizeof kModemSocket);
+  int end = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+  auto whole = static_cast<time_t>(limit_s);
+  const struct timeval limit = {
+      whole, static_cast<suseconds_t>((limit_s - static_cast<double>(whole)) * 1e6)};
+  (void)setsockopt(end, SOL_SOCKET, SO_RCVTIMEO, &limit, sizeof limit); /* cannot fail */
+  (void)setsockopt(end, SOL_SOCKET, SO_SNDTIMEO, &limit, sizeof limit);
+  if (connect(end, reinterpret_cast<struct sockaddr *>(&address), sizeof address) == 0) return end;
+  close(end);
+  return -1;
+}
+
+/* The reply, or one without a status. */
+ModemJson Ask(const ModemJson &request, double limit_s) {
+  std::string text = request.dump(-1, ' ', false, ModemJson::error_handler_t::replace), answer;
+  int end = Connect(limit_s);
+  if (end < 0) return {};
+  ssize_t length = -1;
+  if (write(end, text.data(), text.size()) == static_cast<ssize_t>(text.size()) &&
+      shutdown(end, SHUT_WR) == 0) {
+    char bytes[16 * 1024];
+    while ((length = read(end, bytes, sizeof bytes)) > 0)
+      answer.append(bytes, static_cast<size_t>(length));
+  }
+  close(end);
+  ModemJson reply = ModemJson::parse(length == 0 ? answer : "", nullptr, false);
+  return reply.is_object() && reply.contains("status") ? reply : ModemJson();
+}
+
+/* Again and again until it serves. */
+ModemJson AskUntilItServes(const ModemJson &request, double limit_s) {
+  auto end = Clock::now() + std::chrono::duration<double>(limit_s);
+  ModemJson reply = Ask(request, limit_s);
+  while (reply.is_null() && Clock::now() < end) {
+    usleep(10000);
+    reply = Ask(request, limit_s);
+  }
+  return reply;
+}
+
+/* ---- the state as lines ---- */
+
+const char *const kStats[] = {"unread", "read", "unsent", "sent"};
+
+std::string Text(const ModemJson &value) { return value.get<std::string>(); }
+
+void PrintState(const ModemJson &state) {
+  printf("number %s\ncentre %s\ncharacter set %s\n", Text(state["number"]).c_str(),
+         Text(state["centre"]).c_str(), Text(state["charset"]).c_str());
+  printf("%s, behaviour %s", state["attached"].get<bool>() ? "attached" : "vanished",
+         Text(state["behaviour"]).c_str());
+  if (state["amount"] != 0) printf(" %d", state["amount"].get<int>());
+  if (state["only"] != "") printf(" only %s", Text(state["only"]).c_str());
+  printf("\nreads %s, writes %s, receives %s\n", Text(state["memory"][0]).c_str(),
+         Text(state["memory"][1]).c_str(), Text(state["memory"][2]).c_str());
+  for (const auto &[name, storage] : state["storages"].items()) {
+    printf("%s: %zu of %d messages\n", name.c_str(), storage["messages"].size(),
+           storage["size"].get<int>());
+    for (const ModemJson &message : storage["messages"])
+      printf("  %d %s %s\n", message["index"].get<int>(),
+             kStats[message["status"].get<unsigned>() & 3], Text(message["pdu"]).c_str());
+  }
+  if (state["waiting"] != 0) printf("  %d more wait for room\n", state["waiting"].get<int>());
+  printf("phonebook: %zu of %d contacts\n", state["phonebook"]["entries"].size(),
+         state["phonebook"]["size"].get<int>());
+  for (const ModemJson &contact : state["phonebook"]["entries"])
+    printf("  %d %s %d %s\n", contact["index"].get<int>(), Text(contact["number"]).c_str(),
+           contact["type"].get<int>(), Text(contact["name"]).c_str());
+  puts("ussd:");
+  for (const auto &[code, answer] : state["ussd"].items())
+    printf("  %s %s\n", code.c_str(), answer["text"].dump().c_str());
+  puts("sent:");
+  for (const ModemJson &message : state["sent"])
+    printf("  %s %s\n", Text(message["to"]).c_str(), Text(message["pdu"]).c_str());
+  puts("last commands:");
+  for (const ModemJson &call : state["commands"])
+    printf("  %s -> %s\n", Text(call["command"]).c_str(), Text(call["result"]).c_str());
+}
+
+/* The status to end with. */
+int Print(const ModemJson &reply, const Asked &asked) {
+  if (reply.is_null()) {
+    fprintf(stderr, "modemctl: no answer at %s: gateway-daemon start modem starts the simulator\n",
+            kModemSocket);
+    return kModemNoAnswer;
+  }
+  int status = reply["status"];
+  std::string text = reply.value("text", "");
+  if (status != kModemDone) {
+    fprintf(stderr, "modemctl: %s\n", text.c_str());
+  } else if (reply.contains("state") && asked.json) {
+    puts(reply["state"].dump(2).c_str());
+  } else if (reply.contains("state")) {
+    PrintState(reply["state"]);
+  } else {
+    fputs(text.c_str(), stdout);
+  }
+  return status;
+}
+
+/* ---- verbs ---- */
+
+CLI::App *AddVerb(CLI::App *app, const char *name, const char *help, ModemJson *request) {
+  CLI::App *sub = app->add_subcommand(name, help)->fallthrough();
+  sub->callback([request, name] { (*request)["verb"] = name; });
+  return sub;
+}
+
+void AddVerbs(CLI::App *app, Asked *asked, ModemJson *request) {
+  CLI::App *receive = AddVerb(app, "receive", "A message from the network", request);
+  CLI::Option *from = receive->add_option("--from", asked->from, "Number or name of the sender");
+  CLI::Option *text = receive->add_option("--text", asked->message, "Its text, in UTF-8");
+  CLI::Option *pdu = receive->add_option("--pdu", asked->pdu, "The message as it is, hexadecimal");
+  receive->add_option("--time", asked->time, "Its time stamp, \"2024-11-25 09:30:15\"");
+  from->needs(text)->excludes(pdu);
+  text->needs(from)->excludes(pdu);
+  AddVerb(app, "state", "What it keeps, and the last commands", request)
+      ->add_flag("--json", asked->json, "As a JSON object");
+  CLI::App *behave = AddVerb(app, "behave", "How it behaves from now on", request);
+  behave->add_option("HOW", asked->how, "normal, slow, refuse, garbage, drop, vanish, return")
+      ->required();
+  behave->add_option("AMOUNT", asked->amount, "slow: milliseconds; refuse: the error's number");
+  behave->add_option("--only", asked->only, "For one command, such as +CMGS");
+  AddVerb(app, "number", "Its own number, where messages come back from", request)
+      ->add_option("N", asked->number, "Another number");
+  CLI::App *size = AddVerb(app, "size", "How many messages or contacts fit", request);
+  size->add_option("WHAT", asked->what, "SM, ME or phonebook")->required();
+  size->add_option("N", asked->places, "From 1 to 255")->required();
+  CLI::App *ussd =
+      AddVerb(app, "ussd", "What the network answers to a code; nothing more", request);
+  ussd->add_option("CODE", asked->code, "\"*100#\", and \"*100#/1\" for choice 1 of it")
+      ->required();
+  ussd->add_option("TEXT", asked->answer, "The answer; without it the code is forgotten")
+      ->each([request](const std::string &answer) { (*request)["answer"] = answer; });
+  ussd->add_option("--dcs", asked->dcs, "The data coding it is sent in, 0: what fits the text");
+  AddVerb(app, "reset", "As it was at the start, plugged in", request);
+  AddVerb(app, "wait", "Wait until it serves", request);
+}
+
+void FillIn(const Asked &asked, ModemJson *request) {
+  const std::pair<const char *, const std::string &> texts[] = {
+      {"from", asked.from},     {"message", asked.message}, {"pdu", asked.pdu},
+      {"time", asked.time},     {"how", asked.how},         {"only", asked.only},
+      {"number", asked.number}, {"what", asked.what},       {"code", asked.code}};
+  for (const auto &[name, text] : texts)
+    if (!text.empty()) (*request)[name] = text;
+  (*request)["amount"] = asked.amount;
+  (*request)["places"] = asked.places;
+  (*request)["dcs"] = asked.dcs;
+}
+
+}  // namespace
+
+int main(int argc, char **argv) {
+  signal(SIGPIPE, SIG_IGN);
+  Asked asked;
+  ModemJson request;
+  CLI::App app("The network and the hardware around the simulated modem.", "modemctl");
+  app.footer(kFooter);
+  app.require_subcommand(1);
+  app.add_option("--timeout", asked.limit_s, "Seconds to wait for an answer")
+      ->check(CLI::Range(0.001, 86400.0))
+      ->capture_default_str();
+  AddVerbs(&app, &asked, &request);
+  try {
+    app.parse(argc, argv);
+  } catch (const CLI::CallForHelp &help) {
+    return app.exit(help);
+  } catch (const CLI::ParseError &error) {
+    fprintf(stderr, "modemctl: %s (see modemctl --help)\n", error.what());
+    return kModemUsage;
+  }
+  FillIn(asked, &request);
+  bool waits = request["verb"] == "wait";
+  return Print(waits ? AskUntilItServes(request, asked.limit_s) : Ask(request, asked.limit_s),
+               asked);
+}

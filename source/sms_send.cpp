@@ -1,0 +1,116 @@
+// Sending and storing short messages: who is dialled, how a text becomes the modem's commands, and
+// whether the modem took them.
+#include <unistd.h>
+
+#include <cstring>
+#include <string>
+
+#include "ams_common_api.h"
+#include "modem_at.h"
+#include "sms_actions.h"
+#include "sms_parts.h"
+#include "sms_trace.h"
+
+namespace {
+
+/* Sent exactly as it is: the provider's own service, which has no country. */
+constexpr char kProvider[] = "10010";
+
+const char *Behind(const char *text, char first) { return *text == first ? text + 1 : text; }
+
+/* One PDU on its way: `command` is all that comes before it. */
+int Hand(const ShortMsgParam &record, const ShortMsgHeader *header, int status) {
+  char pdu[SHORTMSG_PDU_SIZE], command[48];
+  int length = SHORTMSG_EncodePdu(&record, pdu, header);
+  int octets = PduTpduLength(pdu, length);
+  memcpy(pdu + length, "\x1a\r", 3); /* the array has room for them */
+  if (status < 0)
+    snprintf(command, sizeof command, "AT+CMGS=%d\r|", octets);
+  else
+    snprintf(command, sizeof command, "AT+CMGW=%d,%d\r|", octets, status);
+  return SHORTMSG_DoLockedCommand((std::string(command) + pdu).c_str());
+}
+
+/* The modem's answer to the last one, "" when there is none. */
+std::string Answer() {
+  char answer[4096] = "";
+  int length = SHORTMSG_GetCommandResult(answer, sizeof answer);
+  return length > 0 ? std::string(answer, static_cast<size_t>(length)) : "";
+}
+
+bool Has(const std::string &text, const char *word) { return text.find(word) != text.npos; }
+
+int HandOne(ShortMsgParts *parts, ShortMsgParam *record, int status) {
+  ShortMsgHeader header;
+  if (ShortMsgNextPart(parts, record, &header) == 0 || Hand(*record, nullptr, status) != 0)
+    return -1;
+  std::string answer = Answer();
+  return Has(answer, "OK") || Has(answer, "ok") ? 0 : -1;
+}
+
+/* Goes on after a part that failed, so that one lost part does not take the others with it; without
+   a tty or an answer there is nothing to go on with. The pauses are the modem's: it drops what
+   comes sooner. */
+int HandMany(ShortMsgParts *parts, ShortMsgParam *record, int status) {
+  ShortMsgHeader header;
+  int failures = 0;
+  while (ShortMsgNextPart(parts, record, &header) != 0) {
+    if (Hand(*record, &header, status) != 0) return -1;
+    sleep(1);
+    std::string answer = Answer();
+    if (answer.empty()) return -1;
+    if (Has(answer, "ERROR")) ++failures;
+    usleep(500000);
+  }
+  return failures == 0 ? 0 : -1;
+}
+
+/* `status`: -1 to send. */
+int SendOrStore(const char *number, const char *text, const char *country, int status) {
+  ShortMsgParam record = {};
+  ShortMsgParts parts;
+  int count = ShortMsgPartsOf(text, strlen(text), &parts);
+  if (count < 0) {
+    AMS_PRINT(4, "message of %zu bytes takes more than 255 parts: send less\n", strlen(text));
+    return -1;
+  }
+  ShortMsgReadServiceCentre();
+  snprintf(record.SCA, sizeof record.SCA, "%.20s", Behind(shortMsgState.SCA, '+'));
+  if (ModemPduMode() != 0 || ShortMsgDial(number, country, record.TPA) != 0) return -1;
+  return count == 1 ? HandOne(&parts, &record, status) : HandMany(&parts, &record, status);
+}
+
+}  // namespace
+
+int ShortMsgDial(const char *number, const char *country, char (&digits)[SHORTMSG_NUMBER_SIZE]) {
+  const char *local = number;
+  if (strcmp(number, kProvider) == 0)
+    country = "";
+  else
+    local = Behind(Behind(number, '+'), '0');
+  if (*country == '+' || *country == '0') ++country;
+  int length = snprintf(digits, sizeof digits, "%s%s", country, local);
+  if (length < static_cast<int>(sizeof digits) && ModemIsNumber(digits, false)) return 0;
+  AMS_PRINT(4, "number %s%s cannot be dialled: it has to be 1 to %zu digits\n", country, local,
+            sizeof digits - 1);
+  return -1;
+}
+
+void ShortMsgReadServiceCentre() {
+  if (shortMsgState.SCA[0] != '\0') return;
+  if (ModemServiceCentre(shortMsgState.SCA, sizeof shortMsgState.SCA) == 0 &&
+      ModemIsNumber(shortMsgState.SCA, true))
+    return;
+  shortMsgState.SCA[0] = '\0';
+}
+
+int SHORTMSG_SendMessage(const char *number, const char *text, const char *country) {
+  return SendOrStore(number, text, country, -1);
+}
+
+int SHORTMSG_saveMessage(const char *number, const char *text, const char *country, int status) {
+  SMS_TRACE("===>SHORTMSG_saveMessage() stat is %d\n", status);
+  int result = SendOrStore(number, text, country, status);
+  SMS_TRACE("<===SHORTMSG_saveMessage() ret is %d\n", result);
+  return result;
+}

@@ -1,0 +1,111 @@
+#!/usr/bin/env bats
+# shellcheck disable=SC2086,SC2030,SC2031 # the paths have no blanks; each test is a subshell
+# Short messages, phonebook and USSD through the gateway, on the simulated modem. Runs inside the
+# sandbox.
+load helpers
+
+readonly SMS=$SERVICES.X_KVO_ShortMsg OWN=13800138000
+# Sends and lists wait for the modem.
+cfgcmd() { command cfgcmd --timeout 60 "$@"; }
+
+setup() {
+  modemctl reset
+  modemctl number $OWN
+  rm -f /var/tmp/runCPMSFlag
+}
+
+# What the modem holds, as Python sees it: state EXPRESSION (s is the state).
+state() { modemctl state --json | python3 -c "import json, sys; s = json.load(sys.stdin); print($1)"; }
+send() { cfgcmd set $SMS.MsgSend.MsgTo "$1" $SMS.MsgSend.MsgContent "$2"; }
+action() { cfgcmd set $SMS.ActionArgument "$2" $SMS.ActionContent "${3:-}" $SMS.ActionCode "$1"; }
+inbox() { cfgcmd get $SMS.MsgInbox; }
+# Number and content of each message of a list, a line each.
+short() { sed 's/|,|/\n/g' | sed -n 's/^[^}]*}-{[0-9]*}-{\([^}]*\)}-{[^}]*}-{\(.*\)}-{$/\1 \2/p'; }
+
+@test "a message to oneself is sent, kept, received, read twice and deleted" {
+  send $OWN 'Hello [world] @ 5$'
+  expect 0 0 cfgcmd get $SMS.MsgResult
+  expect 0 1 state 'len(s["sent"])'
+  expect 0 "$OWN Hello [world] @ 5\$" short <<<"$(cfgcmd get $SMS.MsgOutbox)"
+  expect 0 "$OWN Hello [world] @ 5\$" short <<<"$(inbox)"
+  # The modem has it as read now; for the user it stays unread.
+  [[ $(inbox) =~ ^([0-9]+)\}-\{0\}-\{ ]] || fail "$(inbox)"
+  number=${BASH_REMATCH[1]}
+  cfgcmd set $SMS.DelIdx $number
+  expect 0 "" inbox
+}
+
+@test "several recipients, long texts, other alphabets" {
+  send "$OWN;10010" 'To both'
+  expect 0 "['+10010', '+$OWN']" state 'sorted(m["to"] for m in s["sent"])'
+  long=$(printf 'x%.0s' {1..161})
+  cfgcmd sset $SMS.MsgSend.MsgContent "$long"
+  cfgcmd set $SMS.MsgSend.MsgTo $OWN
+  expect 0 4 state 'len(s["sent"])'
+  [ "$(inbox | short | grep -cx "$OWN $long")" -eq 1 ]
+  send $OWN 'Grüße, 你好'
+  [ "$(inbox | short | grep -cx "$OWN Grüße, 你好")" -eq 1 ]
+}
+
+@test "what others send is escaped and put together" {
+  modemctl receive --from 27838890001 --text '<b>"5 & 6" 100%</b>'
+  expect 0 '27838890001 &#60;b&#62;&quot;5 &#38; 6&quot; 100&#37;&#60;/b&#62;' short <<<"$(inbox)"
+  modemctl receive --from PROVIDER --text "$(printf 'long %.0s' {1..60})"
+  [ "$(inbox | short | grep -c "^PROVIDER $(printf 'long %.0s' {1..59})long")" -eq 1 ]
+  modemctl receive --pdu 07917283010010F5040BC87238880900F10000993092516195800AE8329BFD4697D9EC37
+  [ "$(inbox | short | grep -cx '27838890001 hellohello')" -eq 1 ]
+}
+
+@test "phonebook, service centre, and messages that are only stored" {
+  action 11 10086 00410042
+  expect 0 0 cfgcmd get $SMS.MsgResult
+  expect 0 "['10086']" state '[e["number"] for e in s["phonebook"]["entries"]]'
+  action 9 1
+  expect 0 '[]' state 's["phonebook"]["entries"]'
+  refused 1 'refused set' action 9 251
+  expect 0 403 cfgcmd get $SMS.MsgResult
+  action 14 +8613800100500
+  expect 0 +8613800100500 state 's["centre"]'
+  action 8 $OWN 'A draft'
+  expect 0 0 state 'len(s["sent"])'
+  expect 0 '[2]' state '[m["status"] for m in s["storages"]["SM"]["messages"]]'
+}
+
+@test "service codes answer with a menu; cancel ends them" {
+  modemctl ussd '*100#' '1 Balance 2 Data'
+  cfgcmd set $SMS.USSD.Command '*100#'
+  expect 0 '1 Balance 2 Data' cfgcmd get $SMS.USSD.Menu
+  expect 0 "+ at-mngr 'AT+CUSD=2'" cfgcmd --calls set $SMS.USSD.Command cancel
+}
+
+@test "the provider's message for another cell is carried out and not shown" {
+  lock=InternetGatewayDevice.WANDevice.3.WANDongleInterfaceConfig.X_KVO-CellLock
+  cfgcmd set $lock 1
+  modemctl receive --from 907 --text 'code 1036'
+  modemctl receive --from 908 --text 'code 1036'
+  expect 0 '908 code 1036' short <<<"$(inbox)"
+  expect 0 "['+QCELLLOCK=0', '+QCELLLOCK=1']" \
+    state '[c["command"].replace("AT", "") for c in s["commands"] if "QCELLLOCK" in c["command"]]'
+  cfgcmd set $lock 0
+}
+
+@test "each failure has its code and blocks nothing" {
+  modemctl behave refuse 38 --only +CMGS
+  refused 1 . send 10010 'Refused'
+  expect 0 400 cfgcmd get $SMS.MsgResult
+  modemctl behave refuse 322 --only +CMGW
+  refused 1 . send 10010 'Full'
+  expect 0 401 cfgcmd get $SMS.MsgResult
+  modemctl behave garbage
+  refused 1 . send 10010 'Garbage'
+  modemctl behave normal
+  modemctl behave vanish
+  refused 1 . send 10010 'Gone'
+  refused 1 . cfgcmd set $SMS.DelIdx 1
+  expect 0 403 cfgcmd get $SMS.MsgResult
+  modemctl behave return
+  send 10010 'Back'
+  expect 0 0 cfgcmd get $SMS.MsgResult
+  [ ! -e /var/atcmd_lock ]
+  [ ! -e /var/atTmpResult ]
+}
