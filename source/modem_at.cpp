@@ -176,19 +176,22 @@ int RunShellCapture(const char *line, char *buffer, int size) {
   return length;
 }
 
-/* The two blanks of the second line are told to the log readers of the field: they stay. */
+/* The second line has two blanks on purpose: they tell it from the first in what a shell has run.
+ */
 int AtMngrCommand(const char *command, char *reply, int size) {
   char line[1024];
   bool wanted = reply != nullptr && size > 0;
   int length =
       snprintf(line, sizeof line, wanted ? "at-mngr %s" : "at-mngr  %s 2>/dev/null", command);
   if (wanted) return RunShellCapture(line, reply, size);
-  return length < static_cast<int>(sizeof line) ? Run("%s", line) : -1;
+  if (length < static_cast<int>(sizeof line)) return Run("%s", line);
+  AMS_PRINT(4, "modem command of %d bytes not run, %zu fit: send less\n", length, sizeof line - 1);
+  return -1;
 }
 
 /* The texts reach at-mngr through a shell: a carriage return stands as it is, inner double quotes
-   are escaped. The character set is the one that is quoted whole and has no carriage return: the
-   tool adds it. */
+   are escaped. The character set of messages is quoted whole and has no carriage return, unlike the
+   phonebook's: the tool takes both. */
 int ModemPduMode() { return AskWith("AT+CMGF=0\r"); }
 
 int ModemCharacterSet(const char *name) { return AskWith("'AT+CSCS=\"%s\"'", name); }
@@ -234,6 +237,8 @@ int ModemStorageFill(const char *storage, int *used, int *total) {
 
 int ModemSelectPhonebook() { return AskWith("AT+CPBS=\\\"SM\\\"\r"); }
 
+int ModemPhonebookUcs2() { return AskWith("AT+CSCS=\\\"UCS2\\\"\r"); }
+
 int ModemReadPhonebook(int first, int last, char *answer, size_t size) {
   char command[48];
   snprintf(command, sizeof command, "AT+CPBR=%d,%d\r", first, last);
@@ -255,7 +260,7 @@ int ModemAddPhonebookEntry(const char *number, const char *name) {
               number, name);
     return -1;
   }
-  if (ModemSelectPhonebook() != 0 || AskWith("AT+CSCS=\\\"UCS2\\\"\r") != 0) return -1;
+  if (ModemSelectPhonebook() != 0 || ModemPhonebookUcs2() != 0) return -1;
   return AskWith("AT+CPBW=,\\\"%s\\\",129,\\\"%s\\\"\r", number, name);
 }
 

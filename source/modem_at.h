@@ -2,8 +2,8 @@
 // query route), nanocom for what a PDU follows (the interactive route). What the commands mean to
 // short messages is in sms_func.cpp.
 //
-// All on the thread of "sysmgr:capabinfo". Answers land in scratch files below /var; the tty is
-// never held open for reading.
+// All on the thread of "sysmgr:capabinfo". Answers land in scratch files below /var; the
+// tty is opened for its lock alone, never read.
 #pragma once
 
 #include <cstddef>
@@ -44,7 +44,8 @@ int ModemPhonebookFill(int *used, int *total);
 int ModemStorageFill(const char *storage, int *used, int *total); /* selects it: "SM" or "ME" */
 int ModemDeleteMessage(int index);
 int ModemDeletePhonebookEntry(int index);
-int ModemSelectPhonebook();                                             /* the SIM's */
+int ModemSelectPhonebook(); /* the SIM's */
+int ModemPhonebookUcs2();   /* its names as UCS2 hexadecimal digits */
 int ModemReadPhonebook(int first, int last, char *answer, size_t size); /* terminated */
 int ModemAddPhonebookEntry(const char *number, const char *name); /* name: UCS2 as hex digits */
 

@@ -56,6 +56,9 @@ int ShortMsgDial(const char *number, const char *country, char (&digits)[SHORTMS
    received, 1 sent, 2 unsent, anything else all. -1: the modem gave none. */
 int SHORTMSG_SMS_Get(int filter, char *text, size_t size);
 
+/* Forgets that the message at `index` of the storage was unread: another one may take its place. */
+void ShortMsgForgetUnread(int index);
+
 /* The pure part of it: sorts `count` entries and appends the records of those that pass.
    `keep_unread` has a mark for each index of the storage that was read once and stays unread for
    the user. */

@@ -76,9 +76,11 @@ bool Passes(const ShortMsgEntry &entry, int filter) {
 
 /* The status for the user. */
 int Status(const ShortMsgEntry &entry, bool (&keep_unread)[SHORTMSG_MARKS]) {
-  bool marked = entry.index >= 0 && entry.index < SHORTMSG_MARKS;
-  if (entry.stat == SHORTMSG_UNREAD && marked) keep_unread[entry.index] = true;
-  return marked && keep_unread[entry.index] ? int{SHORTMSG_UNREAD} : entry.stat;
+  if (entry.index < 0 || entry.index >= SHORTMSG_MARKS) return entry.stat;
+  bool *keep = &keep_unread[entry.index];
+  if (entry.stat == SHORTMSG_UNREAD) *keep = true;
+  if (entry.stat == SHORTMSG_SENT || entry.stat == SHORTMSG_UNSENT) *keep = false; /* another one */
+  return *keep ? int{SHORTMSG_UNREAD} : entry.stat;
 }
 
 /* Puts the further parts of a long message behind its first one. Of two with one number the first
@@ -118,6 +120,7 @@ void CountStatus(int status) {
 
 /* A message of the provider's that asks for another cell. It is carried out and never shown. */
 bool IsCellLock(const ShortMsgEntry &entry) {
+  if (entry.stat != SHORTMSG_UNREAD && entry.stat != SHORTMSG_READ) return false;
   bool provider = strcmp(entry.number, "907") == 0 || strcmp(entry.number, "909") == 0;
   return provider && strstr(shortMsgDecoded.text, "1036") != nullptr && LeafInt(kCellLock) == 1;
 }
@@ -126,7 +129,7 @@ void LockCell(int index) {
   cfgSystemCmd("at-mngr AT+QCELLLOCK=0 > /dev/null");
   usleep(500);
   cfgSystemCmd("at-mngr AT+QCELLLOCK=1 > /dev/null");
-  (void)ModemDeleteMessage(index); /* it comes again with the next list otherwise */
+  if (ModemDeleteMessage(index) == 0) ShortMsgForgetUnread(index); /* else it comes again */
 }
 
 void Keep(const std::string &lines) {
@@ -145,12 +148,16 @@ void Keep(const std::string &lines) {
     AMS_PRINT(3, "message %d is not listed: %zu are, delete some\n", entry.index, kEntries);
 }
 
-/* 0 after "OK"; -1 after "ERROR", or when the list breaks off. */
+/* The PDU that the last "+CMGL:" line waits for. */
+bool IsPdu(const char *line) { return HexValue(line[0]) >= 0 && strpbrk(line, "+:RKr") == nullptr; }
+
+/* 0 after "OK"; -1 after "ERROR", or when the list breaks off. A head without its PDU is passed
+   over; blank lines may stand anywhere. */
 int ReadEntries(FILE *file) {
   char line[1024];
   std::string head;
   while (fgets(line, sizeof line, file) != nullptr) {
-    if (!head.empty()) {
+    if (!head.empty() && IsPdu(line)) {
       Keep(head + line);
       head.clear();
     } else if (strstr(line, "+CMGL: ") != nullptr) {
@@ -208,6 +215,11 @@ void ShortMsgFormatList(ShortMsgEntry *entries, size_t count, int filter,
     length += record.size();
   }
   text[length] = '\0';
+}
+
+void ShortMsgForgetUnread(int index) {
+  if (index >= 0 && index < SHORTMSG_MARKS)
+    (InMemory() ? unread_memory : unread_sim)[index] = false;
 }
 
 int SHORTMSG_SMS_Get(int filter, char *text, size_t size) {

@@ -68,7 +68,13 @@ struct ActionArg {
    fails by itself. */
 void SelectGsm() { (void)ModemCharacterSet("GSM"); }
 
-int DeleteMessages(const ActionArg &arg) { return DeleteEach(arg.argument, ModemDeleteMessage); }
+int DeleteMessage(int index) {
+  if (ModemDeleteMessage(index) != 0) return -1;
+  ShortMsgForgetUnread(index);
+  return 0;
+}
+
+int DeleteMessages(const ActionArg &arg) { return DeleteEach(arg.argument, DeleteMessage); }
 
 int SelectOnly(const ActionArg &) {
   SelectGsm();
@@ -132,25 +138,32 @@ void ReadBox(int filter, const char *path) {
     (void)cfgStatusSetStr(path, list.c_str()); /* logged by the store */
 }
 
-/* Text behind `mark` in the request's value, up to the next leaf. */
-std::string Behind(const char *value, const char *mark) {
-  const char *found = value == nullptr ? nullptr : strstr(value, mark);
-  if (found == nullptr) return "";
-  found += strlen(mark);
-  return std::string(found, strcspn(found, "\x03"));
+/* The text that the request sets the leaf `name` to. False when it does not set it. */
+bool SetsLeaf(const OpFuncArg *arg, const std::string &name, std::string *text) {
+  if (arg->op != TMF_SET || arg->value == nullptr) return false;
+  for (const std::string &piece : Pieces(arg->value, AMS_SEPARATOR))
+    if (piece.compare(0, name.size() + 1, name + "=") == 0) {
+      *text = piece.substr(name.size() + 1);
+      return true;
+    }
+  return false;
 }
 
-int RunAction(const char *code, const std::string &argument, const char *content,
-              const char *country) {
-  int result = ShortMsgAction(code, argument.c_str(), content, country);
+/* Tells the result of what the request asked for. */
+int Report(int result) {
   (void)ams_mxml_sset_leaf_int(SHORT_MSG "MsgResult", result); /* logged by the store */
   return result == SHORTMSG_DONE || result == SHORTMSG_NOTHING ? 0 : -1;
 }
 
+/* 0; -1 (logged) when the value may be cut: half a list of recipients has another last one. */
 template <size_t N>
-void ReadLeaf(const OpFuncArg *arg, const char *name, char (&value)[N]) {
+int ReadLeaf(const OpFuncArg *arg, const char *name, char (&value)[N]) {
   std::string path = std::string(arg->path) + "." + name;
-  if (ams_mxml_get_leaf_value(path.c_str(), value) != 0) *value = '\0';
+  *value = '\0';
+  (void)ams_mxml_get_leaf_value(path.c_str(), value); /* without the node it stays "" */
+  if (strlen(value) < N - 1) return 0;
+  AMS_PRINT(4, "%s has more than %zu bytes, nothing done: make it shorter\n", path.c_str(), N - 2);
+  return -1;
 }
 
 }  // namespace
@@ -166,15 +179,12 @@ int ShortMsgAction(const char *code, const char *argument, const char *content,
 namespace {
 
 /* Runs the action that the request's leaves say. */
-int RunAsked(const OpFuncArg *arg) {
+int RunAsked(const OpFuncArg *arg, const std::string &code) {
   char argument[256], content[kContentRoom];
-  ReadLeaf(arg, "ActionArgument", argument);
-  ReadLeaf(arg, "ActionContent", content);
-  return RunAction(Behind(arg->value, "ActionCode=").c_str(), argument, content, "");
-}
-
-bool Sets(const OpFuncArg *arg, const char *leaf) {
-  return arg->op == TMF_SET && arg->value != nullptr && strstr(arg->value, leaf) != nullptr;
+  if (ReadLeaf(arg, "ActionArgument", argument) != 0 ||
+      ReadLeaf(arg, "ActionContent", content) != 0)
+    return -1;
+  return Report(ShortMsgAction(code.c_str(), argument, content, ""));
 }
 
 }  // namespace
@@ -185,29 +195,33 @@ int FuncServShortMsg(OpFuncArg *arg) {
   LOG_AS("FuncHandleShortMsg", arg);
   if (arg->op == TMF_GET && AsksFor(arg->value, "MsgInbox")) ReadBox(0, SHORT_MSG "MsgInbox");
   if (arg->op == TMF_GET && AsksFor(arg->value, "MsgOutbox")) ReadBox(1, SHORT_MSG "MsgOutbox");
-  if (Sets(arg, "DelIdx")) return RunAction("3", Behind(arg->value, "DelIdx="), "", "");
-  return Sets(arg, "ActionCode=") ? RunAsked(arg) : 0;
+  std::string text;
+  if (SetsLeaf(arg, "DelIdx", &text)) return Report(ShortMsgAction("3", text.c_str(), "", ""));
+  return SetsLeaf(arg, "ActionCode", &text) ? RunAsked(arg, text) : 0;
 }
 
-/* One recipient's failure does not keep the message from the others. */
+/* One recipient's failure does not keep the message from the others; it is the result. */
 int FuncServShortMsgSend(OpFuncArg *arg) {
   if (arg == nullptr) return -1;
   LOG_AS("FuncHandleShortMsgSend", arg);
   if (arg->op != TMF_SET) return 0;
   char country[32], recipients[1024], content[kContentRoom];
-  ReadLeaf(arg, "MsgCountryCode", country);
-  ReadLeaf(arg, "MsgTo", recipients);
-  ReadLeaf(arg, "MsgContent", content);
-  int result = 0;
-  for (const std::string &recipient : Pieces(recipients, ';'))
-    if (RunAction("7", recipient, content, country) != 0) result = -1;
-  return result;
+  if (ReadLeaf(arg, "MsgCountryCode", country) != 0 || ReadLeaf(arg, "MsgTo", recipients) != 0 ||
+      ReadLeaf(arg, "MsgContent", content) != 0)
+    return -1;
+  int result = SHORTMSG_NOTHING;
+  for (const std::string &recipient : Pieces(recipients, ';')) {
+    int sent = ShortMsgAction("7", recipient.c_str(), content, country);
+    if (result == SHORTMSG_NOTHING || result == SHORTMSG_DONE) result = sent;
+  }
+  return Report(result);
 }
 
 int FuncServShortMsgUssdSend(OpFuncArg *arg) {
   if (arg == nullptr) return -1;
   LOG_AS("FuncServShortMsgUssdSend", arg);
   if (arg->op == TMF_GET) UssdReport();
-  if (arg->op == TMF_SET) UssdSend(Behind(arg->value, "Command=").c_str());
+  std::string command;
+  if (SetsLeaf(arg, "Command", &command)) UssdSend(command.c_str());
   return 0;
 }

@@ -72,7 +72,7 @@ int ShortMsgPhonebookList(FILE *out) {
   for (int start = 1; start <= shortMsgState.pbTotal && found < shortMsgState.pbUsed;
        start += kBlock) {
     char answer[16384] = "";
-    if (ModemCharacterSet("UCS2") != 0) return -1;
+    if (ModemPhonebookUcs2() != 0) return -1;
     if (ModemReadPhonebook(start, start + kBlock - 1, answer, sizeof answer) == 0)
       found += WriteEntries(answer, out);
   }

@@ -209,6 +209,45 @@ TEST_F(ShortMsg, ErrorNumbersAreTheModems) {
   EXPECT_EQ(used * 1000 + total, 7040);
 }
 
+int Set(const std::string &value) {
+  return RunOp(kCapabInfoFuncTable, "FuncServShortMsg", TMF_SET, SHORT_MSG, value.c_str());
+}
+
+TEST_F(ShortMsg, RequestsAreReadLeafByLeaf) {
+  const struct {
+    const char *what, *value;
+    int result;
+    Lines lines;
+  } cases[] = {
+      {"delete", "DelIdx=5", 0, {Query("AT+CMGD=5\r")}},
+      {"delete among others",
+       "ActionContent=x\x03"
+       "DelIdx=5,6\x03"
+       "MsgResult=1",
+       0,
+       {Query("AT+CMGD=5\r"), Query("AT+CMGD=6\r")}},
+      {"a text that names a leaf",
+       "ActionContent=DelIdx=5\x03"
+       "ActionCode=4",
+       0,
+       {kGsm}},
+      {"a code in a text",
+       "ActionContent=ActionCode=0\x03"
+       "ActionCode=4",
+       0,
+       {kGsm}},
+      {"nothing that acts", "ActionArgument=1", 0, {}},
+      {"a failure", "DelIdx=x", -1, {}},
+  };
+  for (const auto &one : cases) {
+    EXPECT_EQ(Set(one.value), one.result) << one.what;
+    EXPECT_EQ(TakeCommands(), one.lines) << one.what;
+  }
+  SetLeaf(SHORT_MSG ".ActionArgument", std::string(300, '1'));
+  EXPECT_EQ(Set("ActionCode=3"), -1) << "a list that would be cut";
+  EXPECT_EQ(TakeCommands(), Lines{});
+}
+
 /* ---- numbers ---- */
 
 TEST_F(ShortMsg, Dials) {
@@ -306,6 +345,20 @@ TEST_F(ShortMsg, LongTextsGoInParts) {
   EXPECT_EQ(parts, Lines({"AT+CMGW=", "AT+CMGW=", "AT+CMGS=", "AT+CMGS="}));
 }
 
+TEST_F(ShortMsg, TextsFullOfEscapesAreRefused) {
+  const struct {
+    std::string text;
+    bool fits;
+  } cases[] = {{std::string(80, '['), true},
+               {std::string(81, '['), false},
+               {std::string(160, 'a') + "[", true},
+               {std::string(160, '['), false}};
+  for (const auto &one : cases) {
+    AskToSend("10010", one.text);
+    EXPECT_EQ(Send(), one.fits ? 0 : -1) << one.text;
+  }
+}
+
 struct FailureCase {
   const char *what;
   std::map<std::string, std::string> answers;
@@ -340,7 +393,7 @@ TEST_F(ShortMsg, FailuresHaveCodesAndBlockNothing) {
   EXPECT_EQ(Send(), -1) << "the modem is gone";
 }
 
-TEST_F(ShortMsg, AnswersMayComeLate) {
+TEST_F(ShortMsg, AnswersAreBounded) {
   char text[64] = "";
   EXPECT_EQ(SHORTMSG_read_file_value("", text, sizeof text), -1);
   EXPECT_EQ(SHORTMSG_read_file_value(nullptr, text, sizeof text), -1);
@@ -348,6 +401,8 @@ TEST_F(ShortMsg, AnswersMayComeLate) {
   EXPECT_EQ(SHORTMSG_DoCommand(nullptr, 0), -1);
   WriteText("/var/atresult_1", std::string(200, 'x'));
   EXPECT_EQ(SHORTMSG_GetCommandResult(text, sizeof text), 63);
+  fs::remove("/var/atresult_1");
+  EXPECT_EQ(SHORTMSG_GetCommandResult(text, sizeof text), -1) << "none comes";
 }
 
 TEST_F(ShortMsg, CapturedLinesAreBounded) {
@@ -394,6 +449,28 @@ TEST_F(ShortMsg, UnreadStaysUnreadForTheUser) {
             "3" + record + "4}-{1}-{27838890001}-{2099-03-29 15:16:59}-{hellohello}-{|,|");
   EXPECT_EQ(shortMsgState.received, 2);
   EXPECT_FALSE(fs::exists("/var/atresult_msg"));
+}
+
+TEST_F(ShortMsg, PlacesAreUsedAgain) {
+  auto status = [this](int stat) {
+    answers_ = {{"sms_getmsg", Listed(3, stat, kHello) + "\nOK\r\n"}};
+    EXPECT_EQ(ReadInbox(), 0);
+    return Leaf(SHORT_MSG ".MsgInbox").substr(0, 8);
+  };
+  EXPECT_EQ(status(0), "3}-{0}-{");
+  EXPECT_EQ(status(1), "3}-{0}-{");
+  answers_.clear();
+  EXPECT_EQ(Set("DelIdx=3"), 0);
+  EXPECT_EQ(status(1), "3}-{1}-{") << "another message";
+}
+
+TEST_F(ShortMsg, BrokenListsLoseOnlyWhatIsBroken) {
+  answers_ = {{"sms_getmsg", "+CMGL: 1,1,,20\r\n" + Listed(2, 1, kHello) +
+                                 "+CMGL: 5,1,,20\r\n\r\n" + kHello +
+                                 "\r\n+CMGL: 4,1,,20\r\nOK\r\n"}};
+  EXPECT_EQ(ReadInbox(), 0);
+  const std::string record = "}-{1}-{27838890001}-{2099-03-29 15:16:59}-{hellohello}-{|,|";
+  EXPECT_EQ(Leaf(SHORT_MSG ".MsgInbox"), "2" + record + "5" + record);
 }
 
 TEST_F(ShortMsg, ListsThatFailLeaveTheLastOne) {
@@ -486,6 +563,9 @@ TEST_F(ShortMsg, PhonebookList) {
   FILE *out = open_memstream(&text, &size);
   EXPECT_EQ(ShortMsgPhonebookList(out), 0);
   fclose(out);
+  const std::string ucs2 = Query("AT+CSCS=\\\"UCS2\\\"\r");
+  EXPECT_EQ(TakeCommands(), Lines({Query("AT+CPBS=\\\"SM\\\"\r"), Query("AT+CPBS?\r"), ucs2,
+                                   Query("AT+CPBR=1,30\r"), ucs2, Query("AT+CPBR=31,60\r")}));
   EXPECT_STREQ(text,
                "1}-{10086}-{129}-{00410042|,|33}-{+861}-{145}-{0043|,|"
                "PhoneNoIdx}-{PhoneNo}-{PhoneNoType}-{PhoneName|,|");
@@ -539,10 +619,10 @@ TEST_F(ShortMsg, UssdWithoutAMenu) {
 TEST_F(ShortMsg, UssdMenusExpire) {
   answers_ = {{"urc", "+CUSD: 1,\"menu\",1\r\n"}};
   EXPECT_EQ(Ussd(TMF_SET, "Command=*1#"), 0);
-  shortMsgState.ussdTime -= 60;
+  shortMsgState.ussdTime -= 30;
   EXPECT_EQ(Ussd(TMF_GET, nullptr), 0);
   EXPECT_EQ(Leaf(SHORT_MSG ".USSD.Menu"), "menu");
-  shortMsgState.ussdTime -= 1;
+  shortMsgState.ussdTime -= 31;
   EXPECT_EQ(Ussd(TMF_GET, nullptr), 0);
   EXPECT_EQ(Leaf(SHORT_MSG ".USSD.Menu"), "");
   EXPECT_FALSE(fs::exists("/var/tmpUssdSelectMenu"));
