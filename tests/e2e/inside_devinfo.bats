@@ -11,10 +11,9 @@ calls_are() { [ "$(cat $CALLS)" = "$1" ] || fail "calls: $(cat $CALLS)"; }
 
 @test "the start wrote the build time of the firmware and counts the seconds since" {
   expect 0 "$(sed 's/.*SMP //' /proc/version)" cfgcmd get $DEVICE.X_KVO_FWTime
-  first=$(cfgcmd get $DEVICE.UpTime)
-  [ "$first" -gt 0 ]
-  later() { [ "$(cfgcmd get $DEVICE.UpTime)" -gt "$first" ]; }
-  until_true later
+  above() { [ "$(cfgcmd get $DEVICE.UpTime)" -gt "$1" ]; }
+  until_true above 0 # a second after the start
+  until_true above "$(cfgcmd get $DEVICE.UpTime)"
 }
 
 @test "the start runs the scripts of the device, in order of the table" {
