@@ -20,7 +20,7 @@ const SambaPort kPorts[] = {
     {"tcp", 139}, {"tcp", 389}, {"tcp", 901}, {"tcp", 445}, {"udp", 137}, {"udp", 138},
 };
 
-bool timer_armed = false;
+bool SambaTimerArmed = false;
 
 /* `action`: "-A" or "-D". */
 void Rules(const char *action, const char *interface) {
@@ -55,8 +55,8 @@ int FuncServSamba(OpFuncArg *arg) {
   if (arg == nullptr) return -1;
   OP_LOG(arg);
   if (!IsInitOrSet(arg->op)) return 0;
-  if (timer_armed) (void)KillTimer(CAPABINFO_TIMER_SAMBA); /* it is started anew at once */
-  timer_armed = SetTimer(CAPABINFO_TIMER_SAMBA, kDelay) == 0;
+  if (SambaTimerArmed) (void)KillTimer(CAPABINFO_TIMER_SAMBA); /* it is started anew at once */
+  SambaTimerArmed = SetTimer(CAPABINFO_TIMER_SAMBA, kDelay) == 0;
   return 0;
 }
 
@@ -67,7 +67,7 @@ void SambaUserListChanged(int32_t, const void *, uint32_t) {
 
 void SambaApply(int32_t, const void *, uint32_t) {
   char interface[64] = "";
-  timer_armed = false;
+  SambaTimerArmed = false;
   /* Without the node the name stays empty, which opens and closes nothing. */
   (void)ams_mxml_get_leaf_value("InternetGatewayDevice.ManagementServer.X_KVO_TR069WANIFNAME",
                                 interface);
