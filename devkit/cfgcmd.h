@@ -56,6 +56,14 @@ std::string AppendedSince(const char *path, uint64_t offset);
 /* A number within bounds, decimal or with 0x. */
 bool ParseNumber(const std::string &text, long least, long most, long *number);
 
+/* "NAME ID [--wait] [--text T | --hex H]". */
+struct Message {
+  long id = 0;
+  bool wait = false;
+  std::string payload;
+};
+bool ParseMessage(const Words &words, Message *message);
+
 /* ---- verbs ---- */
 
 /* Requests to the data-base manager (cfgcmd_requests). */
@@ -83,8 +91,9 @@ Outcome VerbInform(const Words &words, const Options &options);
 /* A probe of VerbWait has an id that no message table has. */
 constexpr uint32_t kProbe = 0x1ffffe;
 
-/* An endpoint that prints what it gets (cfgcmd_listen). */
+/* In place of processes that the desk does not have (cfgcmd_standin). */
 Outcome VerbListen(const Words &words, const Options &options);
+Outcome VerbPublish(const Words &words, const Options &options);
 
 /* Lines of requests (cfgcmd_batch). */
 Outcome VerbBatch(const Words &words, const Options &options);

@@ -76,15 +76,8 @@ bool ParseNumber(const std::string &text, long least, long most, long *number) {
   return errno == 0 && !text.empty() && *end == '\0' && *number >= least && *number <= most;
 }
 
-namespace {
-
-struct Message {
-  bool wait = false;
-  std::string payload;
-};
-
-/* The words of "send" behind the id. */
-bool ParsePayload(const Words &words, Message *message) {
+bool ParseMessage(const Words &words, Message *message) {
+  if (!ParseNumber(words[1], 0, UINT32_MAX, &message->id)) return false;
   for (size_t i = 2; i < words.size(); ++i) {
     if (words[i] == "--wait")
       message->wait = true;
@@ -98,6 +91,8 @@ bool ParsePayload(const Words &words, Message *message) {
   }
   return true;
 }
+
+namespace {
 
 /* Waits until `name` answers that it knows no such message: its init is over by then. */
 Outcome WaitForOne(int watch, const std::string &name, Clock::time_point end) {
@@ -137,19 +132,18 @@ Outcome Call(const char *dest, uint32_t id, const std::string &payload, const Op
 }
 
 Outcome VerbSend(const Words &words, const Options &options) {
-  long id;
   Message message;
-  if (!ParseNumber(words[1], 0, UINT32_MAX, &id) || !ParsePayload(words, &message))
+  if (!ParseMessage(words, &message))
     return {kUsage, "usage: cfgcmd send NAME ID [--wait] [--text T | --hex H]"};
+  uint32_t id = static_cast<uint32_t>(message.id);
   if (!message.wait) {
-    int sent = SendMsg(static_cast<uint32_t>(id), message.payload.data(),
-                       static_cast<uint32_t>(message.payload.size()), words[0].c_str());
+    int sent = SendMsg(id, message.payload.data(), static_cast<uint32_t>(message.payload.size()),
+                       words[0].c_str());
     if (sent == 0) return {};
     return {kRefused, words[0] + " takes no message: is the name right, does it run?"};
   }
   std::string reply;
-  Outcome outcome =
-      Call(words[0].c_str(), static_cast<uint32_t>(id), message.payload, options, &reply);
+  Outcome outcome = Call(words[0].c_str(), id, message.payload, options, &reply);
   return outcome.status == kDone ? Outcome{kDone, reply + "\n"} : outcome;
 }
 

@@ -1,9 +1,12 @@
 // The front-panel keys: what the key driver is told, and what key events do.
 #include <gtest/gtest.h>
+#include <sys/resource.h>
 #include <unistd.h>
 
+#include <csignal>
 #include <cstring>
 #include <fstream>
+#include <functional>
 
 #include "button_thread.h"
 #include "support.h"
@@ -146,6 +149,34 @@ TEST_F(ButtonTest, FaultsAreLoggedAndWriteNothing) {
       EXPECT_NE(log.find(text), std::string::npos) << c.what << ": " << log;
     EXPECT_TRUE(DriverGot().empty()) << c.what;
   }
+}
+
+/* What `work` writes on standard error, through a pipe: a file would be limited, too. */
+std::string PipedLog(const std::function<void()> &work) {
+  int ends[2], standard_error = dup(STDERR_FILENO);
+  if (pipe(ends) != 0) return "no pipe";
+  dup2(ends[1], STDERR_FILENO);
+  work();
+  dup2(standard_error, STDERR_FILENO);
+  char text[4096];
+  ssize_t length = read(ends[0], text, sizeof text);
+  for (int file : {ends[0], ends[1], standard_error}) close(file);
+  return std::string(text, length < 0 ? 0 : static_cast<size_t>(length));
+}
+
+TEST_F(ButtonTest, ShortWritesAreNamedAndTheRestIsTried) {
+  signal(SIGXFSZ, SIG_IGN); /* the write only fails */
+  rlimit before, limit;
+  ASSERT_EQ(getrlimit(RLIMIT_FSIZE, &before), 0);
+  limit = before;
+  limit.rlim_cur = 2 * sizeof(KeyTiming) + 10; /* the third record fits in part */
+  ASSERT_EQ(setrlimit(RLIMIT_FSIZE, &limit), 0);
+  std::string log = PipedLog([] { ProgramKeyDriver(kDriver, kGpio, kEvents); });
+  ASSERT_EQ(setrlimit(RLIMIT_FSIZE, &before), 0);
+  signal(SIGXFSZ, SIG_DFL);
+  EXPECT_EQ(log.find("Write gpio 4 event 1 failed!"), std::string::npos) << log;
+  EXPECT_NE(log.find("Write gpio 9 event 2 failed!"), std::string::npos) << log;
+  EXPECT_NE(log.find("Write gpio 9 event 4 failed!"), std::string::npos) << log;
 }
 
 /* ---- events ---- */

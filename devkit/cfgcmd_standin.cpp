@@ -1,10 +1,12 @@
-// The verb "listen": an endpoint of any name, in place of a process that the desk does not have. It
-// prints each message on a line: who sent it, its id, its length and its text.
+// Verbs that are an endpoint of any name, in place of a process that the desk does not have.
+// "listen" prints each message on a line: who sent it, its id, its length and its text. "publish"
+// notifies.
 #include <chrono>
 #include <condition_variable>
 #include <cstdio>
 #include <mutex>
 
+#include "ams_common_api.h"
 #include "cfgcmd.h"
 #include "tds_desk.h"
 
@@ -48,20 +50,42 @@ void Print(int32_t id, const void *data, uint32_t length) {
   changed.notify_all();
 }
 
+/* Serves `endpoint` from now on; a process can do so for one name. */
+int Serve(const std::string &endpoint, const MsgEntry *messages) {
+  static const std::string name = endpoint; /* the runtime keeps it */
+  static const ModuleEntry modules[] = {{name.c_str(), {0, 0}, messages},
+                                        {nullptr, {0, 0}, nullptr}};
+  static const int served = SysInit(modules);
+  return name == endpoint ? served : -1;
+}
+
+Outcome CannotServe(const std::string &name) {
+  return {kRefused, "cannot serve " + name + ": a name like \"utils:logmgt\" that no process has"};
+}
+
+/* Only a module can publish, so a message of our own tells it what: the id, then the payload. */
+constexpr uint32_t kPublish = 0x1ffffd;
+
+void OnPublish(int32_t, const void *data, uint32_t length) {
+  const char *bytes = static_cast<const char *>(data);
+  char sender[TDS_NAME_SIZE];
+  Sender(sender);
+  if (length < 4) return; /* not ours: whoever sent it learns that it is not answered */
+  /* A receiver that is gone is passed over, as on the board. */
+  (void)TDS_NotifyRegistrant(appt_GetWord(bytes), bytes + 4, length - 4);
+  (void)SynAckData_lib(nullptr, 0, kPublish, sender); /* nobody else to tell */
+}
+
 }  // namespace
 
 Outcome VerbListen(const Words &words, const Options &options) {
   static const MsgEntry messages[] = {{TDS_MSG_ANY, Print}, {0, nullptr}};
-  static std::string name = words[0]; /* the runtime keeps it for the process's life */
-  static const ModuleEntry modules[] = {{name.c_str(), {0, 0}, messages},
-                                        {nullptr, {0, 0}, nullptr}};
   long count = 0;
   if (words.size() > 1 && !ParseNumber(words[1], 1, INT32_MAX, &count))
     return {kUsage, "usage: cfgcmd listen NAME [COUNT] (a number above 0)"};
   as_json = options.json;
-  if (SysInit(modules) != 0)
-    return {kRefused,
-            "cannot serve " + name + ": a name like \"utils:logmgt\" that no process has"};
+  const std::string &name = words[0];
+  if (Serve(name, messages) != 0) return CannotServe(name);
 
   std::unique_lock<std::mutex> lock(mutex);
   auto limit = std::chrono::milliseconds(options.limit_ms);
@@ -75,4 +99,15 @@ Outcome VerbListen(const Words &words, const Options &options) {
                              std::to_string(count) + ": --timeout waits longer for each"};
   }
   return {};
+}
+
+Outcome VerbPublish(const Words &words, const Options &options) {
+  static const MsgEntry messages[] = {{kPublish, OnPublish}, {0, nullptr}};
+  Message message;
+  if (!ParseMessage(words, &message) || message.wait)
+    return {kUsage, "usage: cfgcmd publish NAME ID [--text T | --hex H]"};
+  if (Serve(words[0], messages) != 0) return CannotServe(words[0]);
+  std::string payload(4, '\0'), reply;
+  appt_PutWord(&payload[0], static_cast<uint32_t>(message.id));
+  return Call(words[0].c_str(), kPublish, payload + message.payload, options, &reply);
 }
