@@ -5,6 +5,7 @@
 #include "download_func.h"
 
 #include <pthread.h>
+#include <semaphore.h>
 #include <time.h>
 #include <unistd.h>
 
@@ -261,14 +262,17 @@ void RunOrder(const DownloadOrder &order, DownloadLine &line, Aftermath *after) 
     ReportFailure(order, result, line);
 }
 
-/* All that an order holds is given back when this returns. */
-Aftermath CarryOutOrder() {
+/* All that an order holds is given back when this returns. `order_read` is posted once the order
+   was read, or cannot be. */
+Aftermath CarryOutOrder(sem_t *order_read) {
   Aftermath after = {};
   std::unique_ptr<DownloadLine, HeapFree> line(
       static_cast<DownloadLine *>(__tds_malloc(sizeof(DownloadLine), kThreadTag)));
-  if (line == nullptr) return after;
   OrderTexts texts;
-  DownloadOrder order = ReadOrder(&texts);
+  DownloadOrder order = {};
+  if (line != nullptr) order = ReadOrder(&texts);
+  if (order_read != nullptr) sem_post(order_read);
+  if (line == nullptr) return after;
   if (order.url[0] != '\0') {
     if (order.target[0] == '\0') order.target = kDefaultTarget;
     RunOrder(order, *line, &after);
@@ -279,11 +283,19 @@ Aftermath CarryOutOrder() {
   return after;
 }
 
+/* The next order comes by way of this module, so it cannot reach the store, and mix with this one,
+   before the thread has read what it needs. */
 int StartThread() {
   pthread_t thread;
-  if (pthread_create(&thread, nullptr, tr069_download_image_thread, nullptr) != 0) return -1;
-  pthread_detach(thread);
-  return 0;
+  sem_t order_read;
+  sem_init(&order_read, 0, 0);
+  int error = pthread_create(&thread, nullptr, tr069_download_image_thread, &order_read);
+  if (error == 0) {
+    pthread_detach(thread);
+    while (sem_wait(&order_read) != 0) continue; /* a signal came */
+  }
+  sem_destroy(&order_read);
+  return error == 0 ? 0 : -1;
 }
 
 int FormatLine(DownloadLine &line, int length) {
@@ -362,9 +374,9 @@ int upgradeVer(const char *name, DownloadState *result) {
   return AwaitVersion(state, result);
 }
 
-void *tr069_download_image_thread(void *) {
+void *tr069_download_image_thread(void *order_read) {
   AMS_PrintThreadModule("sysmgr:devInfo"); /* its records follow the module's print level */
-  Aftermath after = CarryOutOrder();
+  Aftermath after = CarryOutOrder(static_cast<sem_t *>(order_read));
   if (after.reboot) {
     sleep(kRebootDelay);
     cfgSystemCmd("reboot");

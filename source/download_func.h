@@ -7,8 +7,9 @@
 int FuncKVO_TR69Download(OpFuncArg *arg);
 
 /* Carries out the order that the data model holds when it starts. A thread of its own an order;
-   nothing is shared between two. Takes and returns NULL. */
-void *tr069_download_image_thread(void *);
+   nothing is shared between two. Takes a sem_t, which it posts when it has read the order and then
+   leaves alone, or NULL. Returns NULL. */
+void *tr069_download_image_thread(void *order_read);
 
 /* A state word of the version manager, or the result of an upgrade. */
 using DownloadState = char[128];
