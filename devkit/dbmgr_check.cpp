@@ -1,5 +1,6 @@
 // Checks a client's request against the tree before anything is sent: each refusal says what is
 // wrong and what to do.
+#include <cctype>
 #include <cstring>
 #include <string_view>
 
@@ -54,7 +55,8 @@ unsigned KindOf(const std::string &path) {
   if (type.empty()) return 0;
   if (type == "array") return kArray;
   if (type != "object") return kLeaf;
-  return Attribute(Parent(path), "type") == "array" ? kInstance : kObject;
+  bool number = isdigit(static_cast<unsigned char>(path[path.rfind('.') + 1])) != 0;
+  return number && Attribute(Parent(path), "type") == "array" ? kInstance : kObject;
 }
 
 const char *KindName(unsigned kind) {

@@ -103,6 +103,7 @@ int MakeLast(const Plan &plan, const std::string &reply) {
     for (const std::string &path : plan.paths) result |= ams_desk_persist_leaf(path.c_str());
   } else if (plan.command == APPT_CMD_ADD) {
     result = reply.empty() ? -1 : ams_desk_persist_array(plan.url.c_str());
+    if (result == 0) result = ams_desk_persist_instance(reply.c_str());
   } else if (plan.command == APPT_CMD_DEL) {
     result = ams_desk_forget(plan.url.c_str());
     result |= ams_desk_persist_array(ArrayOf(plan.url).c_str());

@@ -76,15 +76,34 @@ int HandOut(ChildList *list, size_t at, char url[AMS_PATH_SIZE]) {
   return CopyUrl(reinterpret_cast<const uint8_t *>(key.data()), key.size(), url);
 }
 
-/* The first row of an array at or behind `from` is an instance's own. */
+bool IsInstance(const uint8_t *key, size_t length, const Key &array) {
+  return KeyNumber(key + array.length + 1, length - array.length - 1) != 0;
+}
+
+/* The first of the objects that stand beside the instances. */
+int FirstBeside(MDB_txn *txn, const Key &array, char url[AMS_PATH_SIZE]) {
+  Record record;
+  ChildList *list = ThreadList();
+  if (TreeFind(txn, array, &record) != 0) return -1;
+  if (!ListFits(*list, txn, array) && FillList(txn, array, record.head.order_length, list) != 0)
+    return -1;
+  auto beside = std::find_if(list->keys.begin(), list->keys.end(), [&](const std::string &key) {
+    return !IsInstance(reinterpret_cast<const uint8_t *>(key.data()), key.size(), array);
+  });
+  return HandOut(list, static_cast<size_t>(beside - list->keys.begin()), url);
+}
+
+/* The first row of an array at or behind `from` is an instance's own, or behind them all. */
 int NextInstance(MDB_txn *txn, const Key &from, const Key &array, char url[AMS_PATH_SIZE]) {
   MDB_cursor *cursor;
   MDB_val key, data;
   if (TreeCursor(txn, &cursor) != 0) return -1;
   int result = TreeSeek(cursor, from, array, &key, &data);
-  if (result == 0) result = CopyUrl(static_cast<uint8_t *>(key.mv_data), key.mv_size, url);
+  const uint8_t *bytes = static_cast<uint8_t *>(key.mv_data);
+  bool beside = result == 0 && !IsInstance(bytes, key.mv_size, array);
+  if (result == 0 && !beside) result = CopyUrl(bytes, key.mv_size, url);
   TreeCursorEnd(cursor);
-  return result;
+  return beside ? FirstBeside(txn, array, url) : result;
 }
 
 int FirstChild(MDB_txn *txn, const char *path, char url[AMS_PATH_SIZE]) {

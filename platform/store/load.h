@@ -30,7 +30,8 @@ struct Element {
   AttributeSet set;
   std::string_view notify;
   const Element *counts; /* a "...NumberOfEntries" leaf: the array whose instances it counts */
-  std::vector<Element> children; /* of an object, as their keys sort: leaves first, by name */
+  std::vector<Element> children; /* as their keys sort: leaves first, by name; of an array: the
+                                    objects beside its rows */
   std::vector<uint16_t> in_file; /* by place: where it is in `children` */
   std::unique_ptr<Element> row;  /* of an array: its Template */
 };
@@ -50,6 +51,9 @@ struct Loader {
   std::string error;  /* why the load ended */
   ptrdiff_t error_at; /* offset in the file */
 };
+
+/* Whether the child of an array is its Template or an Instance. */
+bool LoadIsRow(pugi::xml_node node);
 
 /* Says what is wrong with an element. Returns -1. */
 int LoadRefuse(Loader *loader, pugi::xml_node where, const std::string &reason);

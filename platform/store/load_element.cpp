@@ -69,10 +69,12 @@ int SortChildren(Loader *loader, std::vector<Element> *children) {
   return 0;
 }
 
-int ObjectElement(Loader *loader, Element *element) {
+/* Of an array: what stands beside its rows. */
+int ChildElements(Loader *loader, Element *element) {
   std::vector<Element> &children = element->children;
+  bool array = element->kind == KIND_ARRAY;
   for (pugi::xml_node node : element->node.children()) {
-    if (node.type() != pugi::node_element) continue;
+    if (node.type() != pugi::node_element || (array && LoadIsRow(node))) continue;
     if (children.size() == kMostChildren)
       return LoadRefuse(loader, node, "its object has too many elements");
     children.emplace_back();
@@ -80,6 +82,8 @@ int ObjectElement(Loader *loader, Element *element) {
     children.back().place = static_cast<uint16_t>(children.size() - 1);
     if (CheckName(loader, node, node.name()) != 0) return -1;
     if (LoadElement(loader, node, false, &children.back()) != 0) return -1;
+    if (array && children.back().kind >= KIND_STRING)
+      return LoadRefuse(loader, node, "an array holds one Template, Instances and objects only");
   }
   if (SortChildren(loader, &children) != 0) return -1;
   FindCounted(&children);
@@ -90,6 +94,7 @@ int ObjectElement(Loader *loader, Element *element) {
 }
 
 int ArrayElement(Loader *loader, Element *element) {
+  if (ChildElements(loader, element) != 0) return -1;
   pugi::xml_node shape = element->node.child(kTemplateElement);
   if (!shape) return 0;
   if (shape.next_sibling(kTemplateElement))
@@ -99,6 +104,11 @@ int ArrayElement(Loader *loader, Element *element) {
 }
 
 }  // namespace
+
+bool LoadIsRow(pugi::xml_node node) {
+  std::string_view name = node.name();
+  return name == kTemplateElement || name == kInstanceElement;
+}
 
 int LoadRefuse(Loader *loader, pugi::xml_node where, const std::string &reason) {
   loader->error = std::string("<") + where.name() + ">: " + reason;
@@ -137,7 +147,7 @@ int LoadElement(Loader *loader, pugi::xml_node node, bool row, Element *element)
     return LoadRefuse(loader, node, "its path has more than 255 bytes");
   ++loader->depth;
   int rc =
-      element->kind == KIND_OBJECT ? ObjectElement(loader, element) : ArrayElement(loader, element);
+      element->kind == KIND_OBJECT ? ChildElements(loader, element) : ArrayElement(loader, element);
   --loader->depth;
   return rc;
 }

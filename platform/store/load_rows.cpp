@@ -214,11 +214,8 @@ int EmitObject(Loader *loader, const Element &object, pugi::xml_node instance) {
 
 /* The instances that an array's element lists, in the order of their numbers. */
 int ListRows(Loader *loader, pugi::xml_node array, std::vector<Row> *rows) {
-  for (pugi::xml_node node = array.first_child(); node; node = node.next_sibling()) {
-    std::string_view name = node.name();
-    if (node.type() != pugi::node_element || name == kTemplateElement) continue;
-    if (name != kInstanceElement)
-      return LoadRefuse(loader, node, "an array holds one Template and Instances only");
+  for (pugi::xml_node node = array.child(kInstanceElement); node;
+       node = node.next_sibling(kInstanceElement)) {
     const char *id = node.attribute(kIdAttribute).value();
     uint64_t number = strtoull(id, nullptr, 10);
     if (number == 0 || number > UINT32_MAX || std::to_string(number) != id)
@@ -268,6 +265,26 @@ int EmitRows(Loader *loader, const Element &array, const std::vector<Row> &rows)
   return 0;
 }
 
+/* The objects that stand beside the rows of an array, behind all of these. */
+int EmitBeside(Loader *loader, const Element &array, pugi::xml_node given) {
+  constexpr uint32_t kFirstPlace = 0xffff0000;
+  for (pugi::xml_node node : given.children())
+    if (node.type() == pugi::node_element && !LoadIsRow(node))
+      return LoadRefuse(loader, node, "the array's Template does not have it");
+  for (const Element &child : array.children) {
+    if (loader->instances != 0 || loader->key.bytes[0] == KEY_TEMPLATE)
+      return LoadRefuse(loader, child.node, "an array in a Template holds rows only");
+    auto append = [&] {
+      loader->path_length += child.name.size() + 1;
+      return KeyAppendName(&loader->key, KEY_NODE, child.name);
+    };
+    int rc = Below(loader, child.node, kFirstPlace + child.place, 4, append,
+                   [&] { return Emit(loader, child, pugi::xml_node(), false); });
+    if (rc != 0) return -1;
+  }
+  return 0;
+}
+
 /* `row` has the array's attributes as they are here, `array` its Template. */
 int EmitArray(Loader *loader, const Element &array, const Element &row, pugi::xml_node given) {
   std::vector<Row> rows;
@@ -280,7 +297,8 @@ int EmitArray(Loader *loader, const Element &array, const Element &row, pugi::xm
   if (PutRow(loader, row, {reinterpret_cast<const char *>(&counts), sizeof counts}) != 0) return -1;
   if (array.row != nullptr && loader->instances == 0 && EmitTemplate(loader, *array.row) != 0)
     return -1;
-  return EmitRows(loader, array, rows);
+  if (EmitRows(loader, array, rows) != 0) return -1;
+  return EmitBeside(loader, array, given);
 }
 
 /* Writes the object or array whose key and order the loader has, and all below. `given`: what an

@@ -116,6 +116,46 @@ std::string InstancesText(const std::vector<uint32_t> &numbers, uint32_t highest
   return text + "/" + std::to_string(highest);
 }
 
+/* What is kept of one row; false when it says no more than its template. */
+bool KeptOf(MDB_txn *txn, const Key &key, const Record &row, Kept *kept) {
+  Key general;
+  Record shape;
+  char path[KEY_MAX + 1];
+  bool array = row.head.kind == KIND_ARRAY;
+  if (!array && (!RecordIsLeaf(row) || (row.head.flags & RECORD_READONLY) != 0)) return false;
+  KeyGeneral(key.bytes, key.length, &general);
+  std::string_view value(row.value, row.length);
+  if (TreeFind(txn, general, &shape) == 0 && value == std::string_view(shape.value, shape.length))
+    return false;
+  kept->key.assign(path, KeyToPath(key.bytes, key.length, path));
+  kept->value = value;
+  if (!array) return true;
+  std::vector<uint32_t> numbers;
+  if (TreeInstances(txn, key, &numbers) != 0) return false;
+  kept->key += '.';
+  kept->value = InstancesText(numbers, RecordCounts(row).highest);
+  return true;
+}
+
+int GatherKept(MDB_txn *txn, const Key &top, std::vector<Kept> *kept) {
+  MDB_cursor *cursor;
+  MDB_val at, data;
+  if (TreeCursor(txn, &cursor) != 0) return -1;
+  int rc = TreeSeek(cursor, top, top, &at, &data);
+  for (; rc == 0 && KeyBelow(at, top.bytes, top.length);
+       rc = mdb_cursor_get(cursor, &at, &data, MDB_NEXT)) {
+    Record row;
+    Kept one;
+    Key key;
+    key.length = key.last = 0;
+    if (RecordParse(data, &row) == 0 && KeyAppend(&key, at.mv_data, at.mv_size) == 0 &&
+        KeptOf(txn, key, row, &one))
+      kept->push_back(one);
+  }
+  TreeCursorEnd(cursor);
+  return 0;
+}
+
 int Unset(const char *key, const char *, void *) { return nvram_unset(key, NVTYPE_STAGING); }
 
 }  // namespace
@@ -162,6 +202,18 @@ int ams_desk_persist_array(const char *array) {
     return 0;
   });
   return result != 0 ? -1 : nvram_set(key.c_str(), value.c_str(), NVTYPE_STAGING);
+}
+
+int ams_desk_persist_instance(const char *instance) {
+  std::vector<Kept> kept;
+  int result = TreeRead([&](MDB_txn *txn) {
+    Key key;
+    if (instance == nullptr || TreeKey(instance, KEY_NODE, &key) != 0) return -1;
+    return GatherKept(txn, key, &kept);
+  });
+  for (const Kept &one : kept)
+    if (nvram_set(one.key.c_str(), one.value.c_str(), NVTYPE_STAGING) != 0) result = -1;
+  return result;
 }
 
 int ams_desk_forget(const char *instance) {

@@ -52,10 +52,11 @@ std::string JoinNumbers(const std::vector<uint32_t> &numbers) {
   return list;
 }
 
-/* The last row of the subtree belongs to the highest instance. */
+/* The last row before the objects beside the instances belongs to the highest instance. */
 uint32_t HighestInstance(MDB_cursor *cursor, const Key &array) {
   Key end = array;
-  end.bytes[end.length++] = KEY_END;
+  end.bytes[end.length++] = KEY_NODE;
+  end.bytes[end.length++] = ' '; /* before every name, behind every number */
   MDB_val key = KeyVal(end), data;
   int rc = mdb_cursor_get(cursor, &key, &data, MDB_SET_RANGE);
   rc = mdb_cursor_get(cursor, &key, &data, rc == 0 ? MDB_PREV : MDB_LAST);
@@ -111,7 +112,9 @@ int TreeInstances(MDB_txn *txn, const Key &array, std::vector<uint32_t> *numbers
   from.bytes[from.length++] = KEY_NODE;
   while (TreeSeek(cursor, from, array, &key, &data) == 0 && key.mv_size < KEY_MAX) {
     const uint8_t *bytes = static_cast<uint8_t *>(key.mv_data);
-    numbers->push_back(KeyNumber(bytes + array.length + 1, key.mv_size - array.length - 1));
+    uint32_t number = KeyNumber(bytes + array.length + 1, key.mv_size - array.length - 1);
+    if (number == 0) break; /* the objects beside the instances */
+    numbers->push_back(number);
     memcpy(from.bytes, bytes, key.mv_size); /* the instance's own row stands first */
     from.bytes[key.mv_size] = KEY_END;
     from.length = key.mv_size + 1;

@@ -15,5 +15,9 @@ int ams_desk_persist_leaf(const char *path);
    behind the slash, the highest number ever used. 0 or -1 (logged). */
 int ams_desk_persist_array(const char *array);
 
+/* Keeps what a new instance has beyond its Template: what the op function of its array put into it.
+   Read-only leaves are left out. 0 or -1 (logged). */
+int ams_desk_persist_instance(const char *instance);
+
 /* Forgets all that is kept below an instance (which is gone from the tree). 0 or -1 (logged). */
 int ams_desk_forget(const char *instance);

@@ -8,10 +8,14 @@ namespace {
 
 AmsTree *Root() { return gptXmlTrees->root; }
 
-/* The op names of `url` and of every node below it. */
+/* The op names of `url` and of every node below it; each array gets a row that has what its
+   Template says. */
 void CollectOps(const std::string &url, std::set<std::string> *ops) {
-  char op[128], child[AMS_PATH_SIZE];
+  char op[128], type[16] = "", child[AMS_PATH_SIZE];
   if (ams_get_node_attr(Root(), url.c_str(), "op", op) == 0) ops->insert(op);
+  (void)ams_get_node_attr(Root(), url.c_str(), "type", type); /* every node of a tree has one */
+  bool array = strcmp(type, "array") == 0;
+  ASSERT_TRUE(!array || ams_add_obj(Root(), url.c_str(), child) == 0) << url;
   for (int more = ams_get_first_child(Root(), url.c_str(), child); more == 0;
        more = ams_get_next_child(Root(), std::string(child).c_str(), child))
     CollectOps(child, ops);

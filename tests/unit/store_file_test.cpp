@@ -58,7 +58,15 @@ TEST_F(Store, WhatAFileIsRefusedFor) {
       {"bad id", array("<Instance id=\"1x\"/>"), 3, "id"},
       {"id 0", array("<Instance id=\"0\"/>"), 3, "id"},
       {"id twice", array("<Instance id=\"3\"/>\n<Instance id=\"3\"/>"), 4, "twice"},
-      {"a stranger in an array", array("<L type=\"int\"/>"), 3, "Instances only"},
+      {"a leaf in an array", array("<L type=\"int\"/>"), 3, "objects only"},
+      {"an object beside the rows of a row's array",
+       in("<A type=\"array\"><Template>\n<B type=\"array\"><O "
+          "type=\"object\"/></B></Template></A>"),
+       3, "rows only"},
+      {"an object that an instance puts beside rows",
+       in("<A type=\"array\"><Template><B type=\"array\"/></Template>\n"
+          "<Instance id=\"1\"><B><O type=\"object\"/></B></Instance></A>"),
+       3, "Template"},
       {"not of the template", array("<Instance id=\"3\"><M type=\"int\"/></Instance>"), 3,
        "Template"},
       {"another type", array("<Instance id=\"3\"><L type=\"array\"/></Instance>"), 3,
@@ -78,6 +86,35 @@ TEST_F(Store, WhatAFileIsRefusedFor) {
     EXPECT_EQ(std::count(told.begin(), told.end(), '\n'), 1) << c.what << ": " << told;
     EXPECT_EQ(Text("InternetGatewayDevice"), before) << c.what;
   }
+}
+
+/* Beside the rows, behind them, and none of them; also after a save. */
+TEST_F(Store, ObjectsStandBesideTheRowsOfAnArray) {
+  const std::string file = testing::TempDir() + "beside.xml";
+  char url[AMS_PATH_SIZE];
+  ASSERT_NE(Load("<InternetGatewayDevice type=\"object\"><A type=\"array\"><Template>"
+                 "<L type=\"int\">1</L></Template><P type=\"object\"><M type=\"string\">m</M></P>"
+                 "<Instance id=\"2\"/><O type=\"object\"/></A></InternetGatewayDevice>"),
+            nullptr);
+  for (const char *rows : {"2", "2,3", "2,3,4"}) {
+    std::string text, children;
+    for (const char *row = rows; *row != '\0'; row += row[1] == '\0' ? 1 : 2) {
+      text += std::string(1, *row) + ".L=1|";
+      children += std::string(1, *row) + " ";
+    }
+    EXPECT_EQ(Indexes(IGD "A"), rows);
+    EXPECT_EQ(Children(IGD "A"), children + "P O ");
+    EXPECT_EQ(Text(IGD "A"), text + "P.M=m");
+    EXPECT_EQ(ams_del_obj(root, IGD "A.P"), -1);
+    ASSERT_EQ(ams_add_obj(root, IGD "A", url), 0);
+    ASSERT_EQ(ams_save_xml(root, file.c_str()), 0);
+    ASSERT_NE(LoadFile(file), nullptr);
+  }
+  for (const char *row : {"A.2", "A.3", "A.4", "A.5"})
+    EXPECT_EQ(ams_del_obj(root, (std::string(IGD) + row).c_str()), 0) << row;
+  EXPECT_EQ(Indexes(IGD "A"), "");
+  EXPECT_EQ(Children(IGD "A"), "P O ");
+  unlink(file.c_str());
 }
 
 /* Everything that can be asked of the tree, as one text. */
@@ -170,6 +207,24 @@ TEST_F(Store, KeptParametersComeBack) {
   EXPECT_STREQ(other, "a name");
   free(other);
   EXPECT_EQ(update_from_nvram(root, 7), -1);
+}
+
+TEST_F(Store, WhatIsPutIntoANewInstanceComesBackWithIt) {
+  char url[AMS_PATH_SIZE];
+  ASSERT_EQ(nvram_clean(NVTYPE_STAGING), 0);
+  ams_add_obj(root, IGD "Services.List", url);
+  ams_add_obj(root, IGD "Services.List.11.Sub", url);
+  ams_mxml_fset_leaf(IGD "Services.List.11.Sub.2.Leaf", "put");
+  ams_mxml_fset_leaf(IGD "Services.List.11.Name", "named");
+  std::string before = Text(IGD "Services");
+  EXPECT_EQ(ams_desk_persist_array(IGD "Services.List"), 0);
+  EXPECT_EQ(ams_desk_persist_instance(IGD "Services.List.11"), 0);
+  EXPECT_EQ(ams_desk_persist_instance(nullptr), -1);
+  EXPECT_EQ(nvram_get(IGD "Services.List.11.Port", NVTYPE_STAGING), nullptr) << "as the template";
+  root = Load(kModel);
+  EXPECT_EQ(update_from_nvram(root, NVTYPE_STAGING), 0);
+  EXPECT_EQ(Text(IGD "Services"), before);
+  ASSERT_EQ(nvram_clean(NVTYPE_STAGING), 0);
 }
 
 TEST_F(Store, TheBackupReplacesWhatIsKept) {
