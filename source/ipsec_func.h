@@ -1,7 +1,11 @@
-// IPsec: the poll of the tunnels' peers.
+// IPsec beyond its scripts: the accelerator, and the watch over the tunnels' peers. All on the
+// thread of "sysmgr:capabinfo".
 #pragma once
 
 #include "ams_common_api.h"
+
+int FuncServIPSec(OpFuncArg *arg);
+int FuncServIPSecTunnelList(OpFuncArg *arg);
 
 /* Handler of the module's poll timer: applies each tunnel anew that is down and whose peer, given
    by host name, has another address than the one in use; then starts the timer again. */

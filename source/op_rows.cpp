@@ -32,7 +32,7 @@ int ScriptRowsRun(const ScriptRow *rows, size_t count, const OpFuncArg *arg) {
   return 0;
 }
 
-int LeafInt(const char *path) {
+int LeafInt(const char *path, int without) {
   char value[128];
-  return ams_mxml_get_leaf_value(path, value) == 0 ? atoi(value) : 0;
+  return ams_mxml_get_leaf_value(path, value) == 0 ? atoi(value) : without;
 }

@@ -31,8 +31,8 @@ int ScriptRowsRun(const ScriptRow (&rows)[N], const OpFuncArg *arg) {
   return ScriptRowsRun(rows, N, arg);
 }
 
-/* The leaf's value as atoi reads it; 0 when there is no such leaf. */
-int LeafInt(const char *path);
+/* The leaf's value as atoi reads it; `without` when there is no such leaf. */
+int LeafInt(const char *path, int without = 0);
 
 /* Whether `op` is one with which a service is brought up: at start, or when its parameters change.
  */

@@ -1,5 +1,5 @@
 // The op functions of "InternetGatewayDevice.Services." and of the user list that are a script call
-// or two, and the FUNC table of the module. The daemons and tunnels have files of their own.
+// or two, and the FUNC table of the module. Daemons, tunnels and voice have files of their own.
 //
 // A handler reads what it needs back from the data model, which has the new values already. What it
 // starts is not watched. A line without "&" holds the module until its command is over: that is
@@ -13,12 +13,15 @@
 #include "ams_config_api.h"
 #include "capabinfo_thread.h"
 #include "ftpd_func.h"
+#include "ipsec_func.h"
 #include "netdaemon_func.h"
 #include "op_rows.h"
 #include "samba_func.h"
 #include "serviceCtrl_func.h"
 #include "sms_func.h"
 #include "snmp_func.h"
+#include "tunnel_func.h"
+#include "voip_func.h"
 
 namespace {
 
@@ -123,14 +126,14 @@ int FuncScripts(OpFuncArg *arg) {
 }  // namespace
 
 /* The names are the data model's own, misspelt ones included. A NULL handler accepts a name and
-   does nothing. */
+   does nothing. One handler serves a family: it tells its cases apart by name or by path. */
 const OpFuncEntry kCapabInfoFuncTable[] = {
     {"FuncServicesMWBAND", nullptr},
     {"FuncServIPTV", nullptr},
-    {"FuncServIPSec", nullptr},
-    {"FuncServIPSecTunnelList", nullptr},
-    {"FuncServIPSecCertificateList", nullptr},
-    {"FuncServIPSecCaCertificateList", nullptr},
+    {"FuncServIPSec", FuncServIPSec},
+    {"FuncServIPSecTunnelList", FuncServIPSecTunnelList},
+    {"FuncServIPSecCertificateList", FuncTunnelScripts},
+    {"FuncServIPSecCaCertificateList", FuncTunnelScripts},
     {"FuncUserInfo", FuncUserInfo},
     {"FuncUserInfoUserListI", FuncUserInfoUserListI},
     {"FuncServTelnet", FuncPortDaemon},
@@ -145,53 +148,53 @@ const OpFuncEntry kCapabInfoFuncTable[] = {
     {"FuncSCL", FuncSCL},
     {"FuncSrvLists", FuncSrvLists},
     {"FuncWOL", FuncWOL},
-    {"FuncServVoipServ", nullptr},
-    {"FuncServVoiceProfile", nullptr},
-    {"FuncServVoipSIPI", nullptr},
-    {"FuncServVoipH248I", nullptr},
-    {"FuncServVoipRTP", nullptr},
-    {"FuncServVoipNmuPlan", nullptr},
-    {"FuncServVoipFaxT38", nullptr},
-    {"FuncServVoipG711Fax", nullptr},
-    {"FuncServVoipLines", nullptr},
-    {"FuncServVoipExtComm", nullptr},
-    {"FuncServVoipIMS", nullptr},
-    {"FuncServVoipExt", nullptr},
-    {"FuncServVoipSIP", nullptr},
-    {"FuncServVoipH248", nullptr},
-    {"FuncServVoipCodecList", nullptr},
-    {"FuncServVoipVoiceProcess", nullptr},
-    {"FuncServVoipFlashHook", nullptr},
-    {"FuncServVoipLineStats", nullptr},
-    {"FuncServVoipIADDiag", nullptr},
-    {"FuncServVoipCID", nullptr},
-    {"FuncServVoipJitter", nullptr},
-    {"FuncServVoicePhyIf", nullptr},
-    {"FuncServVoipPhyTest", nullptr},
-    {"FuncServVoipSimulateTest", nullptr},
-    {"FuncServVoipStats", nullptr},
-    {"FuncServVoipPoorQuaList", nullptr},
-    {"FuncServVoipCapbility", nullptr},
-    {"FuncServVoipCapCodec", nullptr},
-    {"FuncServAction", nullptr},
-    {"FuncServVoipCF", nullptr},
-    {"FuncServGRETunnel", nullptr},
-    {"FuncServGRETunnelList", nullptr},
-    {"FuncServL2TP", nullptr},
-    {"FuncServL2TPLac", nullptr},
-    {"FuncServL2TPLacStats", nullptr},
-    {"FuncServL2TPLacConnInfo", nullptr},
-    {"FuncServL2TPLnsStats", nullptr},
-    {"FuncServL2TPLnsConnInfo", nullptr},
-    {"FuncServL2TPLns", nullptr},
-    {"FuncServL2TPUserList", nullptr},
-    {"FuncServVpnLite", nullptr},
-    {"FuncServVpnLiteRouteList", nullptr},
-    {"FuncServVpnLiteStats", nullptr},
-    {"FuncServVpnLiteConnInfo", nullptr},
-    {"FuncRateLimitCfg", nullptr},
-    {"FuncRateLimitPerPortCfg", nullptr},
-    {"FuncRateLimitPerIPCfg", nullptr},
+    {"FuncServVoipServ", FuncHandleVoip},
+    {"FuncServVoiceProfile", FuncHandleVoip},
+    {"FuncServVoipSIPI", FuncHandleVoip},
+    {"FuncServVoipH248I", FuncHandleVoip},
+    {"FuncServVoipRTP", FuncHandleVoip},
+    {"FuncServVoipNmuPlan", FuncHandleVoip},
+    {"FuncServVoipFaxT38", FuncHandleVoip},
+    {"FuncServVoipG711Fax", FuncHandleVoip},
+    {"FuncServVoipLines", FuncHandleVoip},
+    {"FuncServVoipExtComm", FuncHandleVoip},
+    {"FuncServVoipIMS", FuncHandleVoip},
+    {"FuncServVoipExt", FuncHandleVoip},
+    {"FuncServVoipSIP", FuncHandleVoip},
+    {"FuncServVoipH248", FuncHandleVoip},
+    {"FuncServVoipCodecList", FuncHandleVoip},
+    {"FuncServVoipVoiceProcess", FuncHandleVoip},
+    {"FuncServVoipFlashHook", FuncHandleVoip},
+    {"FuncServVoipLineStats", FuncServVoipLineStats},
+    {"FuncServVoipIADDiag", FuncServVoipIADDiag},
+    {"FuncServVoipCID", FuncHandleVoip},
+    {"FuncServVoipJitter", FuncHandleVoip},
+    {"FuncServVoicePhyIf", FuncHandleVoip},
+    {"FuncServVoipPhyTest", FuncServVoipPhyTest},
+    {"FuncServVoipSimulateTest", FuncServVoipPhyTest},
+    {"FuncServVoipStats", FuncHandleVoip},
+    {"FuncServVoipPoorQuaList", FuncHandleVoip},
+    {"FuncServVoipCapbility", FuncHandleVoip},
+    {"FuncServVoipCapCodec", FuncHandleVoip},
+    {"FuncServAction", FuncServAction},
+    {"FuncServVoipCF", FuncHandleVoip},
+    {"FuncServGRETunnel", FuncTunnelScripts},
+    {"FuncServGRETunnelList", FuncTunnelScripts},
+    {"FuncServL2TP", FuncTunnelScripts},
+    {"FuncServL2TPLac", FuncTunnelScripts},
+    {"FuncServL2TPLacStats", FuncTunnelScripts},
+    {"FuncServL2TPLacConnInfo", FuncTunnelScripts},
+    {"FuncServL2TPLnsStats", FuncTunnelScripts},
+    {"FuncServL2TPLnsConnInfo", FuncTunnelScripts},
+    {"FuncServL2TPLns", FuncTunnelScripts},
+    {"FuncServL2TPUserList", FuncTunnelScripts},
+    {"FuncServVpnLite", FuncTunnelScripts},
+    {"FuncServVpnLiteRouteList", FuncTunnelScripts},
+    {"FuncServVpnLiteStats", FuncTunnelScripts},
+    {"FuncServVpnLiteConnInfo", FuncTunnelScripts},
+    {"FuncRateLimitCfg", FuncTunnelScripts},
+    {"FuncRateLimitPerPortCfg", FuncTunnelScripts},
+    {"FuncRateLimitPerIPCfg", FuncTunnelScripts},
     {"FuncServShortMsg", FuncServShortMsg},
     {"FuncServShortMsgSend", FuncServShortMsgSend},
     {"FuncServShortMsgUssdSend", FuncServShortMsgUssdSend},

@@ -5,6 +5,7 @@
 // ams_common_api.h), which makes the whole record.
 #pragma once
 
+#include <stddef.h>
 #include <stdint.h>
 
 #ifdef __cplusplus
@@ -46,6 +47,15 @@ void __AMS_PrintEnd(int level);
    it starts a module thread. `name` must live as long as the thread. */
 void AMS_PrintThreadModule(const char *name);
 
+/* From the same library: the path of the node that `path` lies in, without a trailing ".", into
+   `parent` (`size` bytes). 0; -1 and "" when there is none or it does not fit. */
+int COMMON_GetParentNode(const char *path, char *parent, size_t size);
+
 #ifdef __cplusplus
+}
+
+template <size_t N>
+int COMMON_GetParentNode(const char *path, char (&parent)[N]) {
+  return COMMON_GetParentNode(path, parent, N);
 }
 #endif

@@ -106,3 +106,15 @@ void __AMS_PrintEnd(int level) {
                            {const_cast<char *>("\n"), ended ? 0U : 1U}};
   (void)!writev(STDERR_FILENO, pieces, 3); /* a full disk costs the record, nothing else */
 }
+
+int COMMON_GetParentNode(const char *path, char *parent, size_t size) {
+  size_t length = path == nullptr ? 0 : strlen(path);
+  if (parent == nullptr || size == 0) return -1;
+  parent[0] = '\0';
+  if (length > 0 && path[length - 1] == '.') --length;
+  while (length > 0 && path[length - 1] != '.') --length;
+  if (length < 2 || length > size) return -1;
+  memcpy(parent, path, length - 1); /* without the "." */
+  parent[length - 1] = '\0';
+  return 0;
+}

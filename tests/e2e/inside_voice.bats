@@ -1,0 +1,102 @@
+#!/usr/bin/env bats
+# shellcheck disable=SC2086,SC2030,SC2031 # the paths have no blanks; each test is a subshell
+# The voice service: its start, lines, the voice path between voice stack and modem, the voice tool.
+# Runs inside the sandbox.
+load helpers
+
+readonly VOICE=$SERVICES.VoiceService LOG=/var/log/devkit/sysmgr.log
+readonly IS_VOIP=$VOICE.X_KVO_Is_Voip PROFILE=$VOICE.1.VoiceProfile.1 PORTS=$VOICE.1.PhyInterface
+readonly CHANGED='+ /usr/sbin/voipcmd vc'
+
+teardown() { stub_reset; }
+
+# What the daemon logs of a start of its own.
+restart() {
+  local lines
+  lines=$(wc -l <$LOG)
+  gateway-daemon restart sysmgr
+  tail -n "+$((lines + 1))" $LOG | grep -o 'voip init.*!' || true
+}
+
+@test "the start finds the voice stack and fills in a dial plan, once" {
+  plan=$(cfgcmd get $PROFILE.DigitMap)
+  [ ${#plan} -eq 423 ] && [[ $plan == '"[2-8]'*'|x[0-9*].T"' ]] || fail "$plan"
+  expect 0 "voip init complete OK!" restart
+  expect 0 "" cfgcmd set $PROFILE.DigitMap x.T
+  expect 0 "voip init complete OK!" restart
+  expect 0 x.T cfgcmd get $PROFILE.DigitMap
+  grep -qx '/usr/syscfg/led.sh voip_select low' $COMMANDS
+}
+
+@test "without a file of the voice stack, or with voice off, there is no dial plan" {
+  cfgcmd set $PROFILE.DigitMap ''
+  for file in /lib/ko/hi_kspi.ko /usr/sbin/kvophone; do
+    mv $file $file.aside
+    expect 0 "voip init complete failed(cause:$file file is non existent)!" restart
+    mv $file.aside $file
+  done
+  cfgcmd set $IS_VOIP.X_KVO_Voip_Enable 0
+  expect 0 "" restart
+  expect 0 "" cfgcmd get $PROFILE.DigitMap
+  cfgcmd set $IS_VOIP.X_KVO_Voip_Enable 1
+  expect 0 "voip init, use the default digital map!
+voip init complete OK!" restart
+}
+
+# The codec list of a line.
+codecs() { cfgcmd get $PROFILE.Line.$1.Codec.List | sed -n 's/.*\.\(Codec\|Priority\)=//p' | paste -sd ' '; }
+
+@test "a new line gets its phone port and its codecs, which survive a restart of the gateway" {
+  expect 0 "$PROFILE.Line.1
+$CHANGED" cfgcmd --calls add $PROFILE.Line
+  expect 0 "$PROFILE.Line.2
+$CHANGED" cfgcmd --calls add $PROFILE.Line
+  check() {
+    for line in 1 2; do
+      expect 0 'G711U 3 G711A 1 G729 4 G722 2' codecs $line || return
+      expect 0 4 cfgcmd get $PROFILE.Line.$line.Codec.ListNumberOfEntries || return
+    done
+    expect 0 1 cfgcmd get $PROFILE.Line.1.PhyReferenceList || return
+    expect 0 0 cfgcmd get $PROFILE.Line.2.PhyReferenceList
+  }
+  check
+  gateway-daemon stop sysmgr
+  gateway-daemon restart dbmgr
+  gateway-daemon start sysmgr
+  check
+}
+
+@test "the voice path follows the selection, on the modem, too" {
+  select=$IS_VOIP.X_KVO_Voip_select
+  mode() { modemctl state | grep -c 'AT+CVMOD=3 -> OK'; }
+  cfgcmd set $PROFILE.Line.1.Enable Enabled
+  before=$(mode || true)
+  expect 0 '+ /usr/syscfg/lte.sh start&
++ at-mngr AT+CVMOD=3' cfgcmd --calls set $select 3
+  expect 0 $((before + 1)) mode
+  expect 0 "+ /usr/syscfg/lte.sh voip&" cfgcmd --calls set $select 2
+  expect 0 "+ /usr/syscfg/lte.sh isvoiprun&
+$CHANGED" cfgcmd --calls set $select 2
+  expect 0 '+ /usr/syscfg/lte.sh start&
++ at-mngr AT+CVMOD=0' cfgcmd --calls set $select 0
+  # A gateway without such a modem: as it was at the start.
+  cfgcmd sset $IS_VOIP.X_KVO_has_lte 0
+  restart
+  expect 0 "$CHANGED" cfgcmd --calls set $select 3
+  cfgcmd sset $IS_VOIP.X_KVO_has_lte 1
+}
+
+@test "statistics, tests and actions reach the voice tool" {
+  expect 0 '0
++ /usr/sbin/voipcmd state 2' cfgcmd --calls get $PROFILE.Line.2.Stats.PacketsLost
+  expect 0 '+ /usr/sbin/voipcmd reset_statistics 1' cfgcmd --calls set $PROFILE.Line.1.Stats.ResetStatistics 1
+  expect 0 '+ /usr/sbin/voipcmd diag_test' cfgcmd --calls set $VOICE.1.X_KVO_IADDiag.DiagnosticsState Requested
+  expect 0 '+ /usr/sbin/voipcmd phy_test 1' cfgcmd --calls set $PORTS.1.Tests.TestState Requested
+  expect 0 '+ /usr/sbin/voipcmd phy_test 2' cfgcmd --calls set $PORTS.2.X_KVO_SimulateTest.TestState Requested
+  action=$PROFILE.X_KVO-ACTION.2
+  expect 0 '+ /usr/sbin/voipcmd line_register 2' cfgcmd --calls set $action.Register 1
+  expect 0 '' cfgcmd --calls set $action.Register 0
+  expect 0 '+ /usr/sbin/voipcmd reset
++ /usr/sbin/voipcmd line_register -2' cfgcmd --calls set $action.Unregister 1 $action.Reboot 1
+  expect 0 "$CHANGED" cfgcmd --calls del $PROFILE.Line.2
+}
