@@ -211,7 +211,8 @@ int tds_serve_also(const char *name) {
 }
 
 int SetTimer(int timer, uint32_t ms) {
-  return SetDeadline("SetTimer", timer, MonotonicMs() + std::max(ms, 1U));
+  /* A part of the clock's millisecond is over, so one more, lest it fire early. */
+  return SetDeadline("SetTimer", timer, MonotonicMs() + ms + 1);
 }
 
 int KillTimer(int timer) { return SetDeadline("KillTimer", timer, 0); }

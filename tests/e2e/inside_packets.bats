@@ -148,16 +148,6 @@ tcp 80 lan
 TABLE
 }
 
-@test "an entry without an IP version or switched off opens nothing" {
-  access_list "TELNET - - ACCEPT 0 0" "SSH - - ACCEPT 3 0"
-  number=$(cfgcmd list $ACCESS.ServiceCtrlList)
-  cfgcmd set "$ACCESS.ServiceCtrlList.${number##*,}.Enable" 0
-  reach <<'TABLE'
-tcp 23
-tcp 22
-TABLE
-}
-
 @test "a source range opens a service to its addresses alone" {
   access_list "TELNET LAN 192.168.1.11-192.168.1.20 ACCEPT 1 0" "SSH WAN 203.0.113.9-203.0.113.10 ACCEPT 1 0" \
     "FTP - 2001:db8:1::11-2001:db8:2::10 ACCEPT 2 0" "ICMP - 192.168.1.10-203.0.113.10 ACCEPT 1 0" \
@@ -191,16 +181,6 @@ tcp 80 lan4
 tcp 5000
 TABLE
   cfgcmd set $SERVICES.ServiceTelnet.Port 23
-}
-
-@test "any port and any target" {
-  access_list "TCP LAN - DROP 3 5000" "UDP WAN - DROP 1 5000" "TCP WAN - REJECT 3 8080" "TCP LAN - ACCEPT 3 23"
-  reach <<'TABLE'
-tcp 5000 wan
-udp 5000 lan wan6
-tcp 8080 lan wan=refused
-tcp 23 lan
-TABLE
 }
 
 @test "connections that stand go on, new ones do not" {

@@ -33,15 +33,6 @@ samba_stopped_after() { [ "$(samba_stops)" -gt "$1" ]; }
   expect 0 11 cfgcmd get $server.X_CT-COM_InformState
 }
 
-@test "WAN notifications keep the list of management connections" {
-  wan=InternetGatewayDevice.WANDevice.1.WANConnectionDevice.1.WANIPConnection.1
-  saved() { [ "$(cfgcmd get InternetGatewayDevice.ManagementServer.X_KVO_TR069WANSAVE)" = "$1" ]; }
-  cfgcmd send sysmgr:mgtsrvr 0x100037 --text $wan
-  until_true saved $wan,
-  cfgcmd send sysmgr:mgtsrvr 0x100039 --text $wan
-  until_true saved ''
-}
-
 @test "a busy module delays nobody else, and its own requests come in order" {
   cfgcmd set $SERVICES.ServiceIPSLA.Enable 0 # enabled, "stop" is waited for
   stub_sleep ipsla.sh "${GATEWAY_SANITIZE:+2}5" # 25 under a sanitizer

@@ -78,17 +78,6 @@ short() { sed 's/|,|/\n/g' | sed -n 's/^[^}]*}-{[0-9]*}-{\([^}]*\)}-{[^}]*}-{\(.
   expect 0 "+ at-mngr 'AT+CUSD=2'" cfgcmd --calls set $SMS.USSD.Command cancel
 }
 
-@test "the provider's message for another cell is carried out and not shown" {
-  lock=InternetGatewayDevice.WANDevice.3.WANDongleInterfaceConfig.X_KVO-CellLock
-  cfgcmd set $lock 1
-  modemctl receive --from 907 --text 'code 1036'
-  modemctl receive --from 908 --text 'code 1036'
-  expect 0 '908 code 1036' short <<<"$(inbox)"
-  expect 0 "['+QCELLLOCK=0', '+QCELLLOCK=1']" \
-    state '[c["command"].replace("AT", "") for c in s["commands"] if "QCELLLOCK" in c["command"]]'
-  cfgcmd set $lock 0
-}
-
 @test "each failure has its code and blocks nothing" {
   modemctl behave refuse 38 --only +CMGS
   refused 1 . send 10010 'Refused'

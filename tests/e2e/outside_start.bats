@@ -52,53 +52,11 @@ admin
 false" shown
 }
 
-@test "restore: the backup, changes are gone" {
-  change
-  mkdir -p "$state/config"
-  printf '# backup\n%s=RESTORED\n%s=9,\n' $DEVICE.ProvisioningCode $USERS.1.Username >"$state/config/backup.conf"
-  prepare 'nvram --area 2 set factoryType=true && nvram --area 2 commit'
-  expect 0 "RESTORED
-86400
-$ACS
-9,
-false" shown
-}
-
-@test "restore without a backup: says so and takes the factory defaults" {
-  change
-  prepare 'nvram --area 2 set factoryType=true && nvram --area 2 commit'
-  gateway bash -c "cfgcmd get $DEVICE.ProvisioningCode; cat /var/log/devkit/dbmgr.log" >"$log"
-  [ "$(head -n 1 "$log")" = FACTORY ]
-  grep -q 'backup.conf' "$log"
-  grep -Eq '^\[SDB_serverInit\([0-9]+\)\] back is empty!$' "$log"
-}
-
 @test "an invalid boot type: dbmgr says so and does not start" {
   prepare 'nvram --area 2 set factoryType=TRUE && nvram --area 2 commit'
   run gateway true
   [ "$status" -eq 1 ]
   [[ $output == *'dbmgr ended while it started'*'invalid boot type=0.'* ]] || fail "$output"
-}
-
-@test "an old firmware before this one forces the factory defaults" {
-  for version in V1.0 XV1.0.3; do
-    change
-    prepare "nvram --area 2 set X_KVO_FWVersion=$version && nvram set Tr069strap=1 && nvram --area 2 commit && nvram commit"
-    gateway bash -c "cfgcmd get $DEVICE.ProvisioningCode; cfgcmd get $USERS.1.Username; nvram get Tr069strap 2>&1; cat /var/log/devkit/dbmgr.log" >"$log"
-    [ "$(head -n 2 "$log")" = "FACTORY
-admin" ] || fail "$(cat "$log")"
-    grep -q '"Tr069strap" is not set' "$log"
-    grep -q 'Version is too old, we need do factory by force' "$log"
-  done
-}
-
-@test "another version that is not too old keeps everything" {
-  change
-  prepare 'nvram --area 2 set X_KVO_FWVersion=V1.1 && nvram --area 2 commit'
-  gateway bash -c "cfgcmd get $USERS.1.Username; cat /var/log/devkit/dbmgr.log; nvram --area 2 get X_KVO_FWVersion" >"$log"
-  [ "$(head -n 1 "$log")" = changed ]
-  grep -q 'oldVersion =V1.1, curVersion=V2.3.1' "$log"
-  [ "$(tail -n 1 "$log")" = V2.3.1 ]
 }
 
 @test "sets, adds and deletes survive a restart; numbers go on" {

@@ -1,28 +1,12 @@
 // Lists as a modem writes them: any bytes through the parser of "+CMGL:" lines.
 #include <cstdint>
-#include <cstdio>
-#include <cstdlib>
 #include <cstring>
 #include <memory>
 
+#include "check.h"
 #include "sms_list.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size);
-
-namespace {
-
-void Check(bool holds, const char *what) {
-  if (holds) return;
-  fprintf(stderr, "cmgl_fuzz: %s\n", what);
-  abort();
-}
-
-template <size_t N>
-void CheckText(const char (&text)[N], const char *what) {
-  Check(memchr(text, '\0', N) != nullptr, what);
-}
-
-}  // namespace
 
 int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
   std::unique_ptr<char[]> text(new char[size + 1]);

@@ -1,28 +1,16 @@
 // PDUs, records and texts to send: any bytes through the decoder, the encoder and the split into
 // parts. The first byte tells the status, the rest is each of the three in turn.
 #include <cstdint>
-#include <cstdio>
-#include <cstdlib>
 #include <cstring>
 #include <memory>
 
+#include "check.h"
 #include "sms_parts.h"
 #include "sms_pdu.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size);
 
 namespace {
-
-void Check(bool holds, const char *what) {
-  if (holds) return;
-  fprintf(stderr, "pdu_fuzz: %s\n", what);
-  abort();
-}
-
-template <size_t N>
-void CheckText(const char (&text)[N], const char *what) {
-  Check(memchr(text, '\0', N) != nullptr, what);
-}
 
 /* A block that ends where the text does, so that the sanitizer sees each byte behind it. */
 std::unique_ptr<char[]> Block(const uint8_t *data, size_t size, size_t with_nul) {

@@ -1,10 +1,10 @@
 // Requests from outside: any bytes through the parser and the dispatch, over a small store. The op
 // functions are stand-ins; nothing is sent but what the dispatch itself sends, to nobody.
 #include <cstdio>
-#include <cstdlib>
 #include <cstring>
 
 #include "ams_common_api.h"
+#include "check.h"
 #include "tds_desk.h"
 
 extern "C" int LLVMFuzzerInitialize(int *argc, char ***argv);
@@ -38,20 +38,12 @@ char kModel[] = R"(<?xml version="1.0"?>
 /* Requests that can have grown the tree, since it was loaded; it is loaded anew after so many. */
 constexpr uint32_t kAddsMax = 64;
 uint32_t adds;
-uint64_t calls;
-
-void Fail(const char *what) {
-  fprintf(stderr, "request_fuzz: %s\n", what);
-  abort();
-}
 
 /* Reads all that an op function is given, so that a text that is not terminated is noticed. */
 int Count(OpFuncArg *arg) {
-  if (memchr(arg->path, '\0', sizeof arg->path) == nullptr) Fail("the path is not terminated");
-  if (arg->value != nullptr && strlen(arg->value) > 255)
-    Fail("the value is longer than its length");
-  if (strlen(arg->name) >= sizeof MsgArg::fucName) Fail("the name is not terminated");
-  ++calls;
+  CheckText(arg->path, "the path is not terminated");
+  Check(arg->value == nullptr || strlen(arg->value) <= 255, "the value is longer than its length");
+  Check(strlen(arg->name) < sizeof MsgArg::fucName, "the name is not terminated");
   return 0;
 }
 
@@ -63,21 +55,17 @@ const OpFuncEntry kSecond[] = {
 
 void Load() {
   FILE *file = fmemopen(kModel, sizeof kModel - 1, "r");
-  if (file == nullptr) Fail("no memory");
+  Check(file != nullptr, "no memory");
   gptXmlTrees->root = ams_mxmlLoadFile(nullptr, file, nullptr);
   fclose(file);
-  if (gptXmlTrees->root == nullptr) Fail("the data model does not load");
+  Check(gptXmlTrees->root != nullptr, "the data model does not load");
   adds = 0;
 }
 
 /* The reply is what its length says, ends with a NUL, and there is none without a length. */
 void CheckReply(const MsgArg *arg) {
-  if (arg->rBuf == nullptr) {
-    if (arg->rLen != 0) Fail("a reply length without a reply");
-    return;
-  }
-  if (arg->rLen == 0 || strnlen(arg->rBuf, arg->rLen) == arg->rLen)
-    Fail("the reply does not end within its length");
+  if (arg->rBuf == nullptr) return Check(arg->rLen == 0, "a reply length without a reply");
+  Check(strnlen(arg->rBuf, arg->rLen) < arg->rLen, "the reply does not end within its length");
 }
 
 }  // namespace
@@ -87,7 +75,7 @@ const OpFuncEntry *const FUNC_TABLES[] = {kFirst, kSecond, nullptr};
 int LLVMFuzzerInitialize(int *, char ***) {
   DF_PRT_MAP[0].level = 6; /* records are made, not written */
   gptXmlTrees = ShmPoolSrvInit();
-  if (gptXmlTrees == nullptr) Fail("no store: run it through script/fuzz");
+  Check(gptXmlTrees != nullptr, "no store: run it through script/fuzz");
   Load();
   return 0;
 }
@@ -100,10 +88,10 @@ int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
     adds += appt_GetWord(data + 4) == APPT_CMD_ADD;
     (void)appt_RunRequest(&arg); /* any result will do */
     CheckReply(&arg);
-  } else if (arg.url != nullptr) {
-    Fail("a refused frame has a URL");
+  } else {
+    Check(arg.url == nullptr, "a refused frame has a URL");
   }
   __tds_free(arg.rBuf);
-  if (tds_malloc_count(nullptr).blocks != blocks) Fail("a block of the counted heap is not freed");
+  Check(tds_malloc_count(nullptr).blocks == blocks, "a block of the counted heap is not freed");
   return 0;
 }

@@ -19,14 +19,11 @@ TEST(ConfigPath, Numbers) {
   } cases[] = {
       {"WANDevice.1.WANConnectionDevice.2.WANPPPConnection.3.", 3, {1, 2, 3}, "PPP_1_2_3"},
       {"WANDevice.1.WANConnectionDevice.2.WANIPConnection.3.Enable", 3, {1, 2, 3}, "IP_1_2_3"},
-      {"A.4", 4, {4}, "IP_4_0_0"},
       {"1.2.3.4.5.6.7.8.9", 9, {1, 2, 3, 4, 5, 6, 7, 8}, "IP_1_2_3"},
       {"PPP.x1.2x.-3.+4. 5", -1, {}, ""},
       {"A.1..", 1, {1}, "IP_1_0_0"},
       {"7", -1, {7}, "IP_7_0_0"},
       {"", -1, {}, ""},
-      {"..", -1, {}, ""},
-      {"A.2147483647", INT32_MAX, {INT32_MAX}, "IP_2147483647_0_0"},
       {"A.99999999999999999999999", INT32_MAX, {INT32_MAX}, "IP_2147483647_0_0"},
   };
   for (const auto &one : cases) {
@@ -69,22 +66,11 @@ TEST(ConfigPath, Cuts) {
 }
 
 TEST(ConfigPath, AddressesAndHexDigits) {
-  const struct {
-    const char *text;
-    int is_address;
-  } addresses[] = {{"255.255.255.255", 1},
-                   {"4294967297.1.1.1", 0},
-                   {"0.0.0.0", 1},
-                   {"300.1.1.1", 0},
-                   {"1.2.3", 0},
-                   {"-1.2.3.4", 0},
-                   {"1.2.3.-4", 0},
-                   {"a.b.c.d", 0},
-                   {"", 0},
-                   {"1.2.3.256", 0},
-                   {nullptr, 0}};
-  for (const auto &one : addresses)
-    EXPECT_EQ(cfgIsIpv4Addr(one.text), one.is_address) << (one.text == nullptr ? "" : one.text);
+  for (const char *text : {"255.255.255.255", "0.0.0.0"}) EXPECT_EQ(cfgIsIpv4Addr(text), 1) << text;
+  for (const char *text : {"4294967297.1.1.1", "300.1.1.1", "1.2.3", "-1.2.3.4", "1.2.3.-4",
+                           "a.b.c.d", "", "1.2.3.256"})
+    EXPECT_EQ(cfgIsIpv4Addr(text), 0) << text;
+  EXPECT_EQ(cfgIsIpv4Addr(nullptr), 0);
 
   char hex[9] = "as it is";
   EXPECT_EQ(cfgHexEncode("", hex), 0);

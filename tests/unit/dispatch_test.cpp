@@ -38,15 +38,12 @@ const RequestCase kRequests[] = {
      "Nothing\3ModelName", 0, "ModelName=DG-2000\3"},
     {"leaf with attributes", kInfoModule, APPT_CMD_ATTR, kInfo, "ModelName", 0,
      "ModelName=DG-2000 type=\"string\" writable=\"0\"\3"},
-    {"refresh of a leaf answers nothing", kInfoModule, APPT_CMD_REFRESH, kInfo, "ModelName", 0,
-     "(none)"},
     {"an object whole", kServices, APPT_CMD_GET, kTelnet, "", 0, "Enable=0\3Port=23"},
     {"an object below which an op function fails to be named", kServices, APPT_CMD_GET,
      kRoot + "Services", "", 0,
      "ServiceTelnet.Enable=0\3ServiceTelnet.Port=23\3ServiceSamba.Enable=0\3"
      "ServiceDLNA.Enable=0\3ServiceWOL.MACAddr=\3ServiceVRRP.Enable=0\3ServiceIPSLA.Enable=0\3"
      "X_KVO_IPSec.TunnelListNumberOfEntries=0"},
-    {"refresh of an object", kServices, APPT_CMD_REFRESH, kTelnet, "", 0, "(none)"},
     {"set needs leaves", kServices, APPT_CMD_SET, kTelnet, "", -1, "(none)"},
     {"add needs an array", kServices, APPT_CMD_ADD, kTelnet, "", -1, "(none)"},
     {"leaves of an add", kServices, APPT_CMD_ADD, kTelnet, "Port=1", 0, "(none)"},
@@ -55,8 +52,6 @@ const RequestCase kRequests[] = {
     {"set of an array", kServices, APPT_CMD_SET, kUsers, "", -1, "(none)"},
     {"a leaf is no node to ask", kServices, APPT_CMD_GET, kTelnet + ".Port", "", -1, "(none)"},
     {"no such node", kServices, APPT_CMD_GET, kRoot + "Nowhere", "", -1, "(none)"},
-    {"an object without op and with leaves named", kServices, APPT_CMD_GET, kRoot + "Services", "X",
-     -1, "(none)"},
     {"delete of what is no instance", kServices, APPT_CMD_DEL, kTelnet, "", -1, "(none)"},
 };
 
@@ -100,10 +95,7 @@ TEST_F(Dispatch, InstancesComeAndGo) {
   EXPECT_EQ(kUsers + ".2", second.value);
   EXPECT_EQ("1,2", Request(kServices, APPT_CMD_LIST, kUsers).value);
   EXPECT_EQ(0, Request(kServices, APPT_CMD_SET, kUsers + ".2", "Name=guest").result);
-  EXPECT_EQ(
-      "1.Name=\3"
-      "2.Name=guest",
-      Request(kServices, APPT_CMD_GET, kUsers).value);
+  EXPECT_EQ("1.Name=\0032.Name=guest", Request(kServices, APPT_CMD_GET, kUsers).value);
   EXPECT_EQ("Name=guest\3", Request(kServices, APPT_CMD_GET, kUsers + ".2", "Name").value);
   EXPECT_EQ(0, Request(kServices, APPT_CMD_DEL, kUsers + ".1").result);
   EXPECT_EQ(-1, Request(kServices, APPT_CMD_DEL, kUsers + ".1").result);
@@ -137,11 +129,7 @@ TEST_F(Dispatch, FramesThatAreNone) {
       {"a url and no value length", head + std::string("\3abc\0", 5), true},
       {"a NUL inside the url", odd_url, true},
       {"the value's NUL missing", whole.substr(0, whole.size() - 1), true},
-      {"a value length that points past the end",
-       head + std::string("\1a\0\xff"
-                          "b\0",
-                          6),
-       true},
+      {"a value length past the end", head + std::string("\1a\0\377b\0", 6), true},
   };
   for (const FrameCase &one : kCases) {
     Send(kServices, EV_APPT_MSG_REQUEST, one.frame);
@@ -154,11 +142,8 @@ TEST_F(Dispatch, FramesThatAreNone) {
     Ack next = Request(kServices, APPT_CMD_GET, kTelnet, "Port");
     EXPECT_EQ("Port=23\3", next.value) << one.what;
   }
-  EXPECT_EQ("Port=23\3", ParseAck([&] {
-                           Send(kServices, EV_APPT_MSG_REQUEST, whole + "padding");
-                           return AwaitMessage(EV_APPT_MSG_ACKTO_AGT).payload;
-                         }())
-                             .value)
+  Send(kServices, EV_APPT_MSG_REQUEST, whole + "padding");
+  EXPECT_EQ("Port=23\3", ParseAck(AwaitMessage(EV_APPT_MSG_ACKTO_AGT).payload).value)
       << "bytes behind the frame are ignored";
 }
 
@@ -201,14 +186,6 @@ TEST(LeafList, PiecesNamesAndValues) {
   EXPECT_EQ(nullptr, appt_ParseLeafList(nullptr));
 }
 
-TEST(Words, AreLittleEndian) {
-  uint8_t bytes[4];
-  appt_PutWord(bytes, 0x80010203);
-  EXPECT_EQ(0x03, bytes[0]);
-  EXPECT_EQ(0x80, bytes[3]);
-  EXPECT_EQ(0x80010203, appt_GetWord(bytes));
-}
-
 TEST_F(StoreTest, StoreWrappersAnswerAsTheyShould) {
   MsgArg arg = {};
   const std::string users = kUsers;
@@ -223,8 +200,7 @@ TEST_F(StoreTest, StoreWrappersAnswerAsTheyShould) {
   EXPECT_STREQ("2", arg.rBuf);
   __tds_free(arg.rBuf);
   MsgArg none = {};
-  EXPECT_EQ(-1, AMS_Appt_Addobj(&none));
-  EXPECT_EQ(-1, AMS_Appt_Delobj(&none));
+  EXPECT_EQ(-1, AMS_Appt_Addobj(&none) & AMS_Appt_Delobj(&none));
   arg.value = "/tmp/tree.debug.xml";
   EXPECT_EQ(0, AMS_Appt_Savetree(&arg));
   arg.value = "/nowhere/tree.xml";

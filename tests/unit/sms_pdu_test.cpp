@@ -74,115 +74,96 @@ struct DecodeCase {
   const char *what;
   int stat;
   std::string pdu;
-  const char *sca, *tpa;
+  const char *from; /* service centre, sender and time stamp */
   int dcs;
-  const char *scts;
   std::string text;
   int length;
-  int udh;
-  const char *ref;
-  int total, seq;
+  const char *part = "-"; /* reference, total, number; "-" without a header */
 };
+
+constexpr char kPhone[] = "8613800100500 8613912345678 24112509301532";
+constexpr char kShort[] = "8613800100500 10010 24112509301532";
+#define FROM10010 "0405910110F0"
 
 const DecodeCase kDecode[] = {
     {"a number, 7-bit", 0,
-     "07917283010010F5040BC87238880900F10000993092516195800AE8329BFD4697D9EC37", "27381000015",
-     "27838890001", 0, "99032915165908", "hellohello", 10, 0, "", 0, 0},
-    {"more messages to send", 1,
-     "07911326040000F0040B911346610089F60000208062917314080CC8F71D14969741F977FD07", "31624000000",
-     "31641600986", 0, "02082619374180", "How are you?", 12, 0, "", 0, 0},
+     "07917283010010F5040BC87238880900F10000993092516195800AE8329BFD4697D9EC37",
+     "27381000015 27838890001 99032915165908", 0, "hellohello", 10},
     {"no service centre, one that is stored", 3, "0011000B916407281553F80000AA0AE8329BFD4697D9EC37",
-     "", "46708251358", 0, "", "hellohello", 10, 0, "", 0, 0},
-    {"a service centre without digits", 2, "0191110005910110F000000004E10D4F0C", "", "10010", 0, "",
-     "a[b", 4, 0, "", 0, 0},
+     " 46708251358 ", 0, "hellohello", 10},
+    {"a service centre without digits", 2, "0191110005910110F000000004E10D4F0C", " 10010 ", 0,
+     "a[b", 4},
     /* The name's 7 letters fill 7 octets, whose last bits read as an eighth. */
     {"a name of 7 letters", 0,
-     "0791448720003023240DD0E474D81C0EBB010000111011315214000BE474D81C0EBB5DE3771B", "447802000332",
-     "diafaan@", 0, "11011113254100", "diafaan.com", 11, 0, "", 0, 0},
+     "0791448720003023240DD0E474D81C0EBB010000111011315214000BE474D81C0EBB5DE3771B",
+     "447802000332 diafaan@ 11011113254100", 0, "diafaan.com", 11},
     {"a name of 7 letters, the text has 8", 0,
-     CENTRE "040DD0D637396C7EBB010000" STAMP "0831D98C56B3DD70", "8613800100500", "Vodafon@", 0,
-     "24112509301532", "12345678", 8, 0, "", 0, 0},
+     CENTRE "040DD0D637396C7EBB010000" STAMP "0831D98C56B3DD70",
+     "8613800100500 Vodafon@ 24112509301532", 0, "12345678", 8},
     {"a name of 8 letters, the text has 1", 0, CENTRE "040ED0D637396C7EBBCB0000" STAMP "0131",
-     "8613800100500", "Vodafon", 0, "24112509301532", "1", 1, 0, "", 0, 0},
-    {"a name of 10 characters", 0,
-     CENTRE "0412D04F78591EA6BFE5A01800"
-            "00" STAMP "1AC8329BFD6681F2EFBA1C240EB3C3EE7119949E83D8EF3B",
-     "8613800100500", "Operator 1", 0, "24112509301532", "Hello, your balance is low", 26, 0, "", 0,
-     0},
-    {"a name of digits reads as a number", 0, CENTRE "0404D031100000" STAMP "0131", "8613800100500",
-     "1301", 0, "24112509301532", "1", 1, 0, "", 0, 0},
-    {"a number with a star reads as a name", 0,
-     CENTRE "04049181A100"
-            "00" STAMP "0131",
-     "8613800100500", "\x01\x43", 0, "24112509301532", "1", 1, 0, "", 0, 0},
-    {"a time stamp whose zone is cut", 0,
-     CENTRE "04059101"
-            "80F60000"
-            "421152900351F2"
-            "0178",
-     "8613800100500", "10086", 0, "2411250930152", "x", 1, 0, "", 0, 0},
-    {"160 characters", 0, CENTRE "04" SENDER "0000" STAMP "A0" + kPacked160, "8613800100500",
-     "8613912345678", 0, "24112509301532", kDigits160, 160, 0, "", 0, 0},
+     "8613800100500 Vodafon 24112509301532", 0, "1", 1},
+    {"a name of digits reads as a number", 0, CENTRE "0404D031100000" STAMP "0131",
+     "8613800100500 1301 24112509301532", 0, "1", 1},
+    {"a number with a star reads as a name", 0, CENTRE "04049181A10000" STAMP "0131",
+     "8613800100500 \x01\x43 24112509301532", 0, "1", 1},
+    {"a time stamp whose zone is cut", 0, CENTRE FROM10010 "0000421152900351F20178",
+     "8613800100500 10010 2411250930152", 0, "x", 1},
+    {"160 characters", 0, CENTRE "04" SENDER "0000" STAMP "A0" + kPacked160, kPhone, 0, kDigits160,
+     160},
     {"all mapped characters", 0,
-     CENTRE "04" SENDER "0000" STAMP "1300416443D9A036A9CD6BC3DBF436BE0D10", "8613800100500",
-     "8613912345678", 0, "24112509301532", "@$_^{}\\[~]|", 19, 0, "", 0, 0},
+     CENTRE "04" SENDER "0000" STAMP "1300416443D9A036A9CD6BC3DBF436BE0D10", kPhone, 0,
+     "@$_^{}\\[~]|", 19},
     {"an escape as the eighth septet, its code as the ninth", 2,
-     CENTRE "110005910110F000000009"
-            "31D98C56B3DD363C",
-     "8613800100500", "10010", 0, "", "1234567[", 9, 0, "", 0, 0},
-    {"an @ at the end of 8 septets is kept", 0, CENTRE "0405910110F00000" STAMP "0861F1985C369F01",
-     "8613800100500", "10010", 0, "24112509301532", "abcdefg@", 8, 0, "", 0, 0},
+     CENTRE "110005910110F00000000931D98C56B3DD363C", "8613800100500 10010 ", 0, "1234567[", 9},
+    {"an @ at the end of 8 septets is kept", 0, CENTRE FROM10010 "0000" STAMP "0861F1985C369F01",
+     kShort, 0, "abcdefg@", 8},
     {"an @ whose octet is zero is taken for fill bits", 0,
-     CENTRE "0405910110F00000" STAMP "0831D98C56B3DD00", "8613800100500", "10010", 0,
-     "24112509301532", "1234567", 8, 0, "", 0, 0},
-    {"an empty text", 0, CENTRE "0405910110F00000" STAMP "00", "8613800100500", "10010", 0,
-     "24112509301532", "", 0, 0, "", 0, 0},
+     CENTRE FROM10010 "0000" STAMP "0831D98C56B3DD00", kShort, 0, "1234567", 8},
+    {"an empty text", 0, CENTRE FROM10010 "0000" STAMP "00", kShort, 0, "", 0},
     {"part, 8-bit reference, 7-bit text after a fill bit", 0,
-     CENTRE "44" SENDER "0000" STAMP "12050003CC0302E6E5F1DB4D06C1C3723A", "8613800100500",
-     "8613912345678", 0, "24112509301532", "second part", 18, 1, "CC", 3, 2},
+     CENTRE "44" SENDER "0000" STAMP "12050003CC0302E6E5F1DB4D06C1C3723A", kPhone, 0, "second part",
+     18, "CC 3 2"},
     /* Septet 4 of this header is an escape, which takes no character of the text with it. */
     {"part, a header that looks like an escape", 0,
-     CENTRE "44" SENDER "0000" STAMP "12060804B00103021B1E7EE303D1CB783A", "8613800100500",
-     "8613912345678", 0, "24112509301532", "[x] text", 18, 1, "B001", 3, 2},
-    {"part, UCS2", 0, CENTRE "44" SENDER "0008" STAMP "0A0500032A0202540E534A", "8613800100500",
-     "8613912345678", 8, "24112509301532", "\u540e\u534a", 6, 1, "2A", 2, 2},
-    {"part, 8-bit data", 0, CENTRE "44" SENDER "0004" STAMP "0D0608041234020101FF64617461",
-     "8613800100500", "8613912345678", 4, "24112509301532",
-     "\x01\xff"
-     "data",
-     6, 1, "1234", 2, 1},
+     CENTRE "44" SENDER "0000" STAMP "12060804B00103021B1E7EE303D1CB783A", kPhone, 0, "[x] text",
+     18, "B001 3 2"},
+    {"part, UCS2", 0, CENTRE "44" SENDER "0008" STAMP "0A0500032A0202540E534A", kPhone, 8,
+     "\u540e\u534a", 6, "2A 2 2"},
+    {"part, 8-bit data", 0, CENTRE "44" SENDER "0004" STAMP "0D0608041234020101FF64617461", kPhone,
+     4, "\001\377data", 6, "1234 2 1"},
     /* Octets 3 and 4 of a header for ports are taken for the parts. */
     {"another header, 7-bit", 0,
-     CENTRE "44" SENDER "0000" STAMP "140B05040B8423F00003550201C0DF727A990C", "8613800100500",
-     "8613912345678", 0, "24112509301532", "ported", 20, 1, "", 11, 132},
-    {"another header, UCS2", 0, CENTRE "44" SENDER "0008" STAMP "090605040B8423F04F60",
-     "8613800100500", "8613912345678", 8, "24112509301532", "\u4f60", 3, 1, "0B84", 35, 240},
-    {"a header of one element, UCS2", 0, CENTRE "44" SENDER "0008" STAMP "06037001054F60",
-     "8613800100500", "8613912345678", 8, "24112509301532", "\u4f60", 3, 1, "", 0, 0},
-    {"a reply path counts as a header", 0, CENTRE "8405910180F60000" STAMP "0961F1985C369FD169",
-     "8613800100500", "10086", 0, "24112509301532", "", 9, 1, "", 0x5C, 0x36},
-    {"a class 0 message is 8-bit data", 0, CENTRE "0405910180F60010" STAMP "0448692121",
-     "8613800100500", "10086", 0x10, "24112509301532", "Hi!!", 4, 0, "", 0, 0},
+     CENTRE "44" SENDER "0000" STAMP "140B05040B8423F00003550201C0DF727A990C", kPhone, 0, "ported",
+     20, " 11 132"},
+    {"another header, UCS2", 0, CENTRE "44" SENDER "0008" STAMP "090605040B8423F04F60", kPhone, 8,
+     "\u4f60", 3, "0B84 35 240"},
+    {"a header of one element, UCS2", 0, CENTRE "44" SENDER "0008" STAMP "06037001054F60", kPhone,
+     8, "\u4f60", 3, " 0 0"},
+    {"a reply path counts as a header", 0, CENTRE "8405910110F00000" STAMP "0961F1985C369FD169",
+     kShort, 0, "", 9, " 92 54"},
+    {"a class 0 message is 8-bit data", 0, CENTRE FROM10010 "0010" STAMP "0448692121", kShort, 0x10,
+     "Hi!!", 4},
     {"lower-case digits", 0, "07917283010010f5040bc87238880900f100009930925161958003e8329b",
-     "27381000015", "27838890001", 0, "99032915165908", "hel", 3, 0, "", 0, 0},
+     "27381000015 27838890001 99032915165908", 0, "hel", 3},
 };
 
 TEST(SmsPdu, Decodes) {
   for (const DecodeCase &one : kDecode) {
     SCOPED_TRACE(one.what);
     Decoded got = Decode(one.pdu, one.stat);
-    EXPECT_STREQ(got.record.SCA, one.sca);
-    EXPECT_STREQ(got.record.TPA, one.tpa);
+    EXPECT_EQ(std::string(got.record.SCA) + " " + got.record.TPA + " " + got.record.TP_SCTS,
+              one.from);
     EXPECT_EQ(got.record.TP_PID, 0);
     EXPECT_EQ(got.record.TP_DCS, one.dcs);
-    EXPECT_STREQ(got.record.TP_SCTS, one.scts);
     EXPECT_STREQ(got.text, one.text.c_str());
     EXPECT_EQ(got.length, one.length);
-    EXPECT_EQ(got.entry.hasUdh, one.udh);
-    EXPECT_EQ(std::string(got.entry.concatRef, 8), one.ref + std::string(8 - strlen(one.ref), 0));
-    EXPECT_EQ(got.entry.concatTotal, one.total);
-    EXPECT_EQ(got.entry.concatSeq, one.seq);
-    if (one.udh == 0 || one.dcs != 0) {
+    std::string reference = got.entry.concatRef;
+    std::string part = reference + " " + std::to_string(got.entry.concatTotal) + " " +
+                       std::to_string(got.entry.concatSeq);
+    EXPECT_EQ(got.entry.hasUdh == 0 && part == " 0 0" ? "-" : part, one.part);
+    EXPECT_EQ(std::string(got.entry.concatRef, 8),
+              reference + std::string(8 - reference.size(), 0));
+    if (got.entry.hasUdh == 0 || one.dcs != 0) {
       EXPECT_STREQ(got.record.TP_UD, got.text);
     }
   }
@@ -190,9 +171,7 @@ TEST(SmsPdu, Decodes) {
 
 TEST(SmsPdu, AHeaderStaysInTheRecordAsSeptets) {
   Decoded got = Decode(CENTRE "44" SENDER "0000" STAMP "12050003CC0302E6E5F1DB4D06C1C3723A");
-  EXPECT_EQ(std::string(got.record.TP_UD, 19), std::string("\x05@\x0c"
-                                                           "`<@@second part\0",
-                                                           19));
+  EXPECT_EQ(std::string(got.record.TP_UD, 19), std::string("\5@\f`<@@second part\0", 19));
 }
 
 /* Each text that was cut has no more than what is there. */
@@ -205,11 +184,8 @@ TEST(SmsPdu, StopsAtTheEndOfTheText) {
       EXPECT_LE(got.length, one.length) << one.what << " at " << n;
     }
   }
-  EXPECT_STREQ(Decode(CENTRE "0405910110F00000" STAMP "0331D9\r\n8C").text, "12");
-  EXPECT_STREQ(Decode(CENTRE "0405910110F00008" STAMP "060041004\xff"
-                             "2")
-                   .text,
-               "A");
+  EXPECT_STREQ(Decode(CENTRE FROM10010 "0000" STAMP "0331D9\r\n8C").text, "12");
+  EXPECT_STREQ(Decode(CENTRE FROM10010 "0008" STAMP "060041004\3772").text, "A");
 }
 
 TEST(SmsPdu, CutsWhatIsLongerThanItsField) {
@@ -225,7 +201,7 @@ TEST(SmsPdu, CutsWhatIsLongerThanItsField) {
         EXPECT_LT(strnlen(got.text, sizeof got.text), sizeof got.text) << kind << first;
       }
   /* 127 characters of 3 bytes: as many as fit, whole. */
-  Decoded got = Decode(CENTRE "0405910110F00008" STAMP "FE" + Repeat("4F60", 127));
+  Decoded got = Decode(CENTRE FROM10010 "0008" STAMP "FE" + Repeat("4F60", 127));
   EXPECT_EQ(std::string(got.text), Repeat("\u4f60", 106));
   EXPECT_EQ(got.length, 318);
 }
@@ -246,37 +222,25 @@ const EncodeCase kEncode[] = {
      "07917283010010F511000B916407281553F80000000AE8329BFD4697D9EC37"},
     {"no service centre", Record("", "10010", 0, "1234567"), false,
      "0191110005910110F00000000731D98C56B3DD00"},
-    {"8 characters", Record("", "10010", 0, "12345678"), false,
-     "0191110005910110F00000000831D98C56B3DD70"},
     {"an escape", Record("8613800", "10010", 0, "a[b"), false,
      "0591683108F0110005910110F000000004E10D4F0C"},
     {"an escape over the octets' end", Record("8613800100500", "10010", 0, "1234567[9"), false,
      CENTRE "110005910110F00000000A31D98C56B3DD36BC1C"},
-    {"all mapped characters", Record("8613800100500", "10010", 0, "@$_^{}\\[~]|"), false,
-     CENTRE "110005910110F00000001300416443D9A036A9CD6BC3DBF436BE0D10"},
     {"160 characters", Record("8613800100500", "8613912345678", 0, kDigits160), false,
      CENTRE "1100" SENDER "000000A0" + kPacked160},
     {"empty", Record("", "10010", 0, ""), false, "0191110005910110F000000000"},
     {"UCS2", Record("8613800100500", "10010", 8, "\u4f60\u597d, \u00e9"), false,
      CENTRE "110005910110F00008000A4F60597D002C002000E9"},
     {"UCS2, four bytes and broken", Record("", "10010", 8, "a\U0001F600\xc3"), false,
-     "0191110005910110F000080006"
-     "0061FFFDFFFD"},
-    {"8-bit data",
-     Record("", "10010", 4,
-            "\x01\xff"
-            "data"),
-     false,
-     "0191110005910110F0000400"
-     "06"
-     "01FF64617461"},
+     "0191110005910110F0000800060061FFFDFFFD"},
+    {"8-bit data", Record("", "10010", 4, "\001\377data"), false,
+     "0191110005910110F00004000601FF64617461"},
     {"part, 7-bit", Record("8613800100500", "10010", 0, "part one [1]"), true,
      CENTRE "510005910110F000000016060804770E0201F0B09C0E7ABBCBA00D2FB6F101"},
     {"part, UCS2, hexadecimal already", Record("8613800100500", "10010", 8, "4F60597D"), true,
      CENTRE "510005910110F00008000B060804770E02014F60597D"},
     {"part, 8-bit: no data, no length", Record("", "10010", 4, "data"), true,
-     "0191510005910110F0000400"
-     "91"},
+     "0191510005910110F000040091"},
     {"UCS2 of more than an octet can count", Record("", "10010", 8, Repeat("a", 130)), false,
      "0191110005910110F000080004" + Repeat("0061", 130)},
 };
@@ -390,22 +354,6 @@ TEST(SmsPduProperty, NumbersComeBack) {
   }));
 }
 
-TEST(SmsPduProperty, AnyWrongDigitsStayWithinTheRecord) {
-  EXPECT_TRUE(rc::check("PDUs with other digits in places", [] {
-    std::string pdu = kDecode[*rc::gen::inRange<size_t>(0, std::size(kDecode))].pdu;
-    pdu += pdu;
-    pdu += pdu; /* at least 80 digits */
-    for (int at : *Sequence<std::vector<int>>(5, rc::gen::inRange(0, 60)))
-      pdu[static_cast<size_t>(at)] = *rc::gen::elementOf(std::string("0123456789ABCDEF"));
-    Decoded got = Decode(pdu, *rc::gen::inRange(-1, 5));
-    for (const auto &field : {got.record.SCA, got.record.TPA, got.record.TP_SCTS})
-      RC_ASSERT(strnlen(field, SHORTMSG_NUMBER_SIZE) < SHORTMSG_NUMBER_SIZE);
-    for (const auto &field : {got.record.TP_UD, got.text})
-      RC_ASSERT(strnlen(field, SHORTMSG_TEXT_SIZE) < SHORTMSG_TEXT_SIZE);
-    RC_ASSERT(got.length >= 0 && got.length < SHORTMSG_TEXT_SIZE);
-  }));
-}
-
 /* ---- parts ---- */
 
 struct Parts {
@@ -444,14 +392,11 @@ const PartsCase kParts[] = {
     {"empty", "", 0, 1, 0},
     {"160 characters", Repeat("a", 160), 0, 1, 160},
     {"161 characters", Repeat("a", 161), 0, 2, 16},
-    {"290 characters", Repeat("a", 290), 0, 2, 145},
     {"291 characters", Repeat("a", 291), 0, 3, 1},
     {"the most parts", Repeat("a", 255 * 145), 0, 255, 145},
     {"one too many", Repeat("a", 255 * 145 + 1), 0, -1, 0},
     {"70 characters of UCS2", Repeat("\u4f60", 70), 8, 1, 70},
-    {"71 characters of UCS2", Repeat("\u4f60", 71), 8, 2, 6},
     {"one character of UCS2 among 70 of ASCII", Repeat("a", 70) + "\u00e9", 8, 2, 6},
-    {"130 characters of UCS2", Repeat("\u4f60", 130), 8, 2, 65},
     {"131 characters of UCS2", Repeat("\u4f60", 131), 8, 3, 1},
     {"the most parts of UCS2", Repeat("\u00e9", 255 * 65), 8, 255, 65},
     {"one too many of UCS2", Repeat("\u00e9", 255 * 65 + 1), 8, -1, 0},
@@ -479,16 +424,12 @@ TEST(SmsParts, SplitsByCharacters) {
 }
 
 TEST(SmsParts, FourByteAndBrokenCharactersAreReplacedOnceEach) {
-  EXPECT_EQ(SplitAndDecode("\U0001F600"
-                           "a")
-                .joined,
-            "\uFFFD"
-            "a");
   EXPECT_EQ(SplitAndDecode("x\x80\xe4\xbd").joined, "x\uFFFD\uFFFD");
-  EXPECT_EQ(SplitAndDecode(Repeat("\U0001F600", 70)).joined, Repeat("\uFFFD", 70));
-  Parts long_one = SplitAndDecode(Repeat("\U0001F600", 71));
-  EXPECT_EQ(long_one.total, 2);
-  EXPECT_EQ(long_one.joined, Repeat("\uFFFD", 71));
+  for (int n : {1, 70, 71}) {
+    Parts got = SplitAndDecode(Repeat("\U0001F600", n));
+    EXPECT_EQ(got.joined, Repeat("\uFFFD", n));
+    EXPECT_EQ(got.total, n > 70 ? 2 : 1);
+  }
 }
 
 /* Without "@", whose loss at the end of a part is odd on purpose; with few escapes, since a part

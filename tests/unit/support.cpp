@@ -9,8 +9,10 @@
 #include <cstdio>
 #include <cstring>
 #include <deque>
+#include <iterator>
 #include <mutex>
 #include <optional>
+#include <sstream>
 #include <utility>
 
 #include "sup_main.h"
@@ -59,21 +61,11 @@ constexpr char kModel[] = R"(<?xml version="1.0" encoding="UTF-8"?>
       <Enable type="boolean">0</Enable>
       <Port type="string">23</Port>
     </ServiceTelnet>
-    <ServiceSamba type="object" op="FuncServSamba">
-      <Enable type="boolean">0</Enable>
-    </ServiceSamba>
-    <ServiceDLNA type="object" op="FuncDlnaServer">
-      <Enable type="boolean">0</Enable>
-    </ServiceDLNA>
-    <ServiceWOL type="object" op="FuncWOL">
-      <MACAddr type="string"/>
-    </ServiceWOL>
-    <ServiceVRRP type="object" op="FuncVrrp">
-      <Enable type="boolean">0</Enable>
-    </ServiceVRRP>
-    <ServiceIPSLA type="object" op="FuncIpSla">
-      <Enable type="boolean">0</Enable>
-    </ServiceIPSLA>
+    <ServiceSamba type="object" op="FuncServSamba"><Enable type="boolean">0</Enable></ServiceSamba>
+    <ServiceDLNA type="object" op="FuncDlnaServer"><Enable type="boolean">0</Enable></ServiceDLNA>
+    <ServiceWOL type="object" op="FuncWOL"><MACAddr type="string"/></ServiceWOL>
+    <ServiceVRRP type="object" op="FuncVrrp"><Enable type="boolean">0</Enable></ServiceVRRP>
+    <ServiceIPSLA type="object" op="FuncIpSla"><Enable type="boolean">0</Enable></ServiceIPSLA>
     <X_KVO_IPSec type="object" op="FuncServIPSec">
       <TunnelListNumberOfEntries type="unsignedInt" writable="0"/>
       <TunnelList type="array" op="FuncServIPSecTunnelList">
@@ -88,20 +80,14 @@ constexpr char kModel[] = R"(<?xml version="1.0" encoding="UTF-8"?>
     <Result type="int">0</Result>
     <UserNumberOfEntries type="unsignedInt" writable="0"/>
     <UserList type="array" op="FuncUserInfoUserListI">
-      <Template>
-        <Name type="string"/>
-      </Template>
+      <Template><Name type="string"/></Template>
     </UserList>
   </X_CT-COM_UserInfo>
   <X_CT-COM_USBDevice type="object">
     <StorageNumberOfEntries type="unsignedInt" writable="0"/>
     <Storage type="array">
       <Template>
-        <Partitions type="array">
-          <Template>
-            <MountPoint type="string"/>
-          </Template>
-        </Partitions>
+        <Partitions type="array"><Template><MountPoint type="string"/></Template></Partitions>
       </Template>
     </Storage>
   </X_CT-COM_USBDevice>
@@ -336,6 +322,22 @@ int RunOp(const OpFuncEntry *table, const std::string &name, int op, const std::
     if (table->name == name && table->handler != nullptr) return table->handler(&arg);
   ADD_FAILURE() << "no handler " << name;
   return -1;
+}
+
+void ExpectNames(const OpFuncEntry *table, const std::string &words) {
+  std::istringstream stream(words);
+  const std::vector<std::string> names{std::istream_iterator<std::string>(stream), {}};
+  std::vector<std::string> rows;
+  for (; table->name != nullptr; ++table) rows.push_back(table->name);
+  EXPECT_EQ(rows, names);
+}
+
+std::string LogOf(int32_t level, const std::function<void()> &work) {
+  const int32_t before = std::exchange(DF_PRT_MAP[0].level, level);
+  testing::internal::CaptureStderr();
+  work();
+  DF_PRT_MAP[0].level = before;
+  return testing::internal::GetCapturedStderr();
 }
 
 void RunMessage(const MsgEntry *table, uint32_t id, const std::string &payload) {

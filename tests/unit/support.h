@@ -62,6 +62,12 @@ void RunCommands(bool really);
 int RunOp(const OpFuncEntry *table, const std::string &name, int op, const std::string &path = "",
           const char *value = nullptr);
 
+/* The names of the rows have to be these words, in this order. */
+void ExpectNames(const OpFuncEntry *table, const std::string &words);
+
+/* What goes to standard error while `work` runs with records of this level and above. */
+std::string LogOf(int32_t level, const std::function<void()> &work);
+
 /* Calls the handler of message `id` on this thread. */
 void RunMessage(const MsgEntry *table, uint32_t id, const std::string &payload = "");
 

@@ -1,0 +1,205 @@
+// The list of short messages for the web page, the phonebook's, and service codes.
+#include "sms_support.h"
+
+namespace {
+
+std::string ReadText(const std::string &path) {
+  std::ifstream stream(path, std::ios::binary);
+  return std::string(std::istreambuf_iterator<char>(stream), {});
+}
+
+/* ---- lists ---- */
+
+std::string Listed(int index, int stat, const std::string &pdu) {
+  return "+CMGL: " + std::to_string(index) + "," + std::to_string(stat) + ",,20\r\n" + pdu + "\r\n";
+}
+
+/* From 27838890001, 99/03/29 15:16:59, "hellohello". */
+constexpr char kHello[] =
+    "07917283010010F5040BC87238880900F10000993092516195800AE8329BFD4697D9EC37";
+
+int ReadInbox() {
+  return RunOp(kCapabInfoFuncTable, "FuncServShortMsg", TMF_GET, SHORT_MSG, "MsgInbox");
+}
+
+TEST_F(ShortMsg, UnreadStaysUnreadForTheUser) {
+  const std::string record = "}-{0}-{27838890001}-{2099-03-29 15:16:59}-{hellohello}-{|,|";
+  answers_ = {{"CPMS", "+CPMS: 1,40,1,40,1,40\r\nOK\r\n"},
+              {"sms_getmsg", "AT+CMGL=4\r\n" + Listed(3, 0, kHello) + "\r\nOK\r\n"}};
+  EXPECT_EQ(ReadInbox(), 0);
+  EXPECT_EQ(Leaf(SHORT_MSG ".MsgInbox"), "3" + record);
+  EXPECT_EQ(TakeCommands(), Lines({kSimStorage, "echo 1 > /var/tmp/runCPMSFlag", kReadCentre,
+                                   "/usr/syscfg/sms_getmsg.sh 0 &"}));
+  answers_ = {{"sms_getmsg", Listed(3, 1, kHello) + Listed(4, 1, kHello) + "OK\r\n"}};
+  EXPECT_EQ(ReadInbox(), 0);
+  EXPECT_EQ(Leaf(SHORT_MSG ".MsgInbox"),
+            "3" + record + "4}-{1}-{27838890001}-{2099-03-29 15:16:59}-{hellohello}-{|,|");
+  EXPECT_EQ(shortMsgState.received, 2);
+  EXPECT_FALSE(fs::exists("/var/atresult_msg"));
+  answers_.erase("sms_getmsg");
+  EXPECT_EQ(Set("DelIdx=3"), 0);
+  answers_ = {{"sms_getmsg", Listed(3, 1, kHello) + "OK\r\n"}};
+  EXPECT_EQ(ReadInbox(), 0);
+  EXPECT_EQ(Leaf(SHORT_MSG ".MsgInbox").substr(0, 8), "3}-{1}-{") << "another message";
+}
+
+TEST_F(ShortMsg, BrokenListsLoseOnlyWhatIsBroken) {
+  answers_ = {{"sms_getmsg", "+CMGL: 1,1,,20\r\n" + Listed(2, 1, kHello) +
+                                 "+CMGL: 5,1,,20\r\n\r\n" + kHello +
+                                 "\r\n+CMGL: 4,1,,20\r\nOK\r\n"}};
+  EXPECT_EQ(ReadInbox(), 0);
+  const std::string record = "}-{1}-{27838890001}-{2099-03-29 15:16:59}-{hellohello}-{|,|";
+  EXPECT_EQ(Leaf(SHORT_MSG ".MsgInbox"), "2" + record + "5" + record);
+}
+
+TEST_F(ShortMsg, ListsThatFailLeaveTheLastOne) {
+  SetLeaf(SHORT_MSG ".MsgInbox", "last");
+  for (const char *answer : {"+CMS ERROR: 310\r\n", "", "garbage\n"}) {
+    answers_ = {{"sms_getmsg", answer}};
+    EXPECT_EQ(ReadInbox(), 0);
+    EXPECT_EQ(Leaf(SHORT_MSG ".MsgInbox"), "last") << answer;
+    EXPECT_FALSE(fs::exists("/var/atresult_msg"));
+  }
+  EXPECT_EQ(msgResult, 310);
+}
+
+TEST_F(ShortMsg, CellLockIsCarriedOutAndNotListed) {
+  /* "1036" from 907, the provider, and from 908. */
+  const std::string pdu = "0004038109F70000993092516195800431D8CC06";
+  const std::string other = "0004038109F80000993092516195800431D8CC06";
+  answers_ = {{"sms_getmsg", Listed(5, 0, pdu) + Listed(6, 0, other) + "OK\r\n"}};
+  EXPECT_EQ(ReadInbox(), 0);
+  const std::string both = Leaf(SHORT_MSG ".MsgInbox");
+  EXPECT_EQ(both.find("5}-{0}-{907}-{"), 0U) << both;
+  TakeCommands();
+  SetLeaf("InternetGatewayDevice.WANDevice.3.WANDongleInterfaceConfig.X_KVO-CellLock", "1");
+  EXPECT_EQ(ReadInbox(), 0);
+  EXPECT_EQ(Leaf(SHORT_MSG ".MsgInbox").find("6}-{0}-{908}-{"), 0U);
+  Lines lines = TakeCommands();
+  ASSERT_GE(lines.size(), 3U);
+  lines.erase(lines.begin(), lines.end() - 3);
+  EXPECT_EQ(lines, Lines({"at-mngr AT+QCELLLOCK=0 > /dev/null",
+                          "at-mngr AT+QCELLLOCK=1 > /dev/null", AT("AT+CMGD=5\r")}));
+}
+
+ShortMsgEntry Entry(int index, int stat, const char *time, int part = 0, int total = 0) {
+  ShortMsgEntry entry = {};
+  entry.index = static_cast<int16_t>(index);
+  entry.stat = static_cast<int16_t>(stat);
+  snprintf(entry.number, sizeof entry.number, "10086");
+  snprintf(entry.time, sizeof entry.time, "%s", time);
+  snprintf(entry.content, sizeof entry.content, "<%d>", index);
+  entry.hasUdh = part > 0 ? 1 : 0;
+  entry.concatSeq = static_cast<uint8_t>(part);
+  entry.concatTotal = static_cast<uint8_t>(total);
+  if (part > 0) memcpy(entry.concatRef, "770E", 4);
+  return entry;
+}
+
+std::string Format(std::vector<ShortMsgEntry> entries, int filter, size_t size = 25600) {
+  bool marks[SHORTMSG_MARKS] = {};
+  std::string text(size, 'x');
+  ShortMsgFormatList(entries.data(), entries.size(), filter, marks, text.data(), size);
+  return text.c_str();
+}
+
+TEST_F(ShortMsg, FormatsLists) {
+  auto shown = [](const std::string &index, const std::string &rest) {
+    return index + "}-{1}-{10086}-{t}-{" + rest + "}-{|,|";
+  };
+  const struct {
+    const char *what;
+    std::vector<ShortMsgEntry> entries;
+    std::string text;
+  } cases[] = {
+      {"parts in their order",
+       {Entry(9, 1, "t", 2, 3), Entry(7, 1, "t", 1, 3), Entry(8, 1, "t", 3, 3)},
+       shown("7,9,8", "<7><9><8>")},
+      {"one is missing", {Entry(7, 1, "t", 1, 3), Entry(8, 1, "t", 3, 3)}, shown("7,8", "<7><8>")},
+      {"the first is missing", {Entry(9, 1, "t", 2, 2)}, ""},
+      {"indexes without a mark",
+       {Entry(-5, 1, "t"), Entry(255, 1, "t")},
+       shown("-5", "<-5>") + shown("255", "<255>")},
+  };
+  for (const auto &one : cases) EXPECT_EQ(Format(one.entries, 0), one.text) << one.what;
+  const std::string times =
+      Format({Entry(1, 1, "b"), Entry(2, 1, "c"), Entry(3, 1, "a"), Entry(4, 1, "b")}, 0);
+  std::string order;
+  for (size_t at = 0; (at = times.find('<', at)) != times.npos; ++at) order += times[at + 1];
+  EXPECT_EQ(order, "2143") << "newest first";
+  const std::vector<ShortMsgEntry> mixed = {Entry(1, 1, "t"), Entry(2, 2, "t"), Entry(3, 3, "t")};
+  EXPECT_EQ(Format(mixed, 1), "3}-{3}-{10086}-{t}-{<3>}-{|,|");
+  EXPECT_EQ(Format(mixed, 2), "2}-{2}-{10086}-{t}-{<2>}-{|,|");
+  const std::string one = shown("1", "<1>");
+  EXPECT_EQ(Format(mixed, 9).size(), 3 * one.size());
+  EXPECT_EQ(Format({Entry(1, 1, "t"), Entry(2, 1, "t")}, 0, 2 * one.size()), one) << "no half one";
+}
+
+/* ---- phonebook and USSD ---- */
+
+TEST_F(ShortMsg, PhonebookList) {
+  answers_ = {{"CPBS?", "+CPBS: \"SM\",2,40\r\nOK\r\n"},
+              {"CPBR=1,30", "+CPBR: 1,\"10086\",129,\"00410042\"\r\nOK\r\n"},
+              {"CPBR=31,60", "+CPBR: 33,\"+861\",145,\"0043\"\r\n+CPBR: broken\r\nOK\r\n"}};
+  char *text = nullptr;
+  size_t size = 0;
+  FILE *out = open_memstream(&text, &size);
+  EXPECT_EQ(ShortMsgPhonebookList(out), 0);
+  fclose(out);
+  EXPECT_EQ(TakeCommands(),
+            Lines({kSimBook, kBook, kUcs2, AT("AT+CPBR=1,30\r"), kUcs2, AT("AT+CPBR=31,60\r")}));
+  EXPECT_STREQ(text,
+               "1}-{10086}-{129}-{00410042|,|33}-{+861}-{145}-{0043|,|"
+               "PhoneNoIdx}-{PhoneNo}-{PhoneNoType}-{PhoneName|,|");
+  free(text);
+}
+
+const std::pair<const char *, const char *> kUssd[] = {
+    {"+CUSD: 1,\"1 Balance\r\n2 Data\",1\r\n", "1 Balance<br>2 Data"},
+    {"+CUSD: 0,\"E8329BFD4697D9EC37\",15\r\n", "hellohello"},
+    {"+CUSD: 0,\"4F60597D\",17\r\n", "\u4f60\u597d"},
+    {"+CUSD: 0,\"00410042\",72\r\n", "AB"},
+    {"+CUSD: 0,\"4142\",4\r\n", "AB"},
+    {"+CUSD: 1,\"say \"yes\" now\",0\r\n", "say \"yes\" now"},
+    {"+CUSD: 1,\"cut", ""},
+};
+
+int Ussd(int op, const char *value) {
+  return RunOp(kCapabInfoFuncTable, "FuncServShortMsgUssdSend", op, SHORT_MSG ".USSD", value);
+}
+
+TEST_F(ShortMsg, UssdAnswersBecomeTheMenu) {
+  const Lines lines = {"at-mngr 'AT+CSCS=\"GSM\"'",
+                       "at-mngr 'AT+CUSD=1,\"*100#\",15' > /var/tmpValue1"};
+  for (const auto &[answer, menu] : kUssd) {
+    SetUp();
+    answers_ = {{"urc", answer}};
+    EXPECT_EQ(Ussd(TMF_SET, "Command=*100#"), 0) << answer;
+    EXPECT_EQ(TakeCommands(), lines) << answer;
+    EXPECT_EQ(Ussd(TMF_GET, "Menu"), 0);
+    EXPECT_EQ(Leaf(SHORT_MSG ".USSD.Menu"), menu) << answer;
+    EXPECT_FALSE(fs::exists("/var/tmp/urc_ussd_file")) << answer;
+  }
+}
+
+TEST_F(ShortMsg, UssdWithoutAMenuAndWithAnOldOne) {
+  EXPECT_EQ(Ussd(TMF_SET, "Command="), 0);
+  EXPECT_EQ(TakeCommands(), Lines{});
+  WriteText("/var/tmpUssdRunResult", "old");
+  EXPECT_EQ(Ussd(TMF_SET, "Command=cancel"), 0);
+  EXPECT_EQ(TakeCommands(), Lines({"at-mngr 'AT+CUSD=2'"}));
+  EXPECT_FALSE(fs::exists("/var/tmpUssdRunResult"));
+  answers_ = {{"urc", "+CME ERROR: 257\r\n"}};
+  EXPECT_EQ(Ussd(TMF_SET, "Command=*1#"), 0);
+  EXPECT_EQ(ReadText("/var/tmpUssdRunResult"), "+CME ERROR: 257\r\n");
+  answers_ = {{"urc", "+CUSD: 1,\"menu\",1\r\n"}};
+  EXPECT_EQ(Ussd(TMF_SET, "Command=*1#"), 0);
+  for (const auto &[seconds, menu] : {std::pair(30, "menu"), std::pair(31, "")}) {
+    shortMsgState.ussdTime -= seconds;
+    EXPECT_EQ(Ussd(TMF_GET, nullptr), 0);
+    EXPECT_EQ(Leaf(SHORT_MSG ".USSD.Menu"), menu) << seconds << " seconds later";
+  }
+  EXPECT_FALSE(fs::exists("/var/tmpUssdSelectMenu"));
+}
+
+}  // namespace
