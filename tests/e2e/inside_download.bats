@@ -1,0 +1,372 @@
+#!/usr/bin/env bats
+# shellcheck disable=SC2086,SC2030,SC2031 # the paths have no blanks; each test is a subshell
+# Ordered downloads from the server to the flash: fields, settings, informs and command lines of
+# every outcome. Runs inside the sandbox.
+load helpers
+
+readonly ORDER=InternetGatewayDevice.X_TR69_Transfer.X_KVO_Download
+readonly ACCELERATE=$SERVICES.X_KVO_IPSec.X_KVO_IPSec_Hardware_Accelate_Enable
+readonly INFORMS=/var/log/devkit/informs FLASHED=/var/persist/firmware WEB=http://127.0.0.1
+readonly IMAGE='1 Firmware Upgrade Image' TOLD=cfgcmd\ manully_inform
+readonly PRE=/usr/syscfg/project_pre_tr069_download.sh POST=/usr/syscfg/project_post_tr069_upgrade.sh
+readonly DROP='sync;echo 3 >/proc/sys/vm/drop_caches' FREE="free | grep Mem | awk '{print \$4}'"
+readonly ROOM='killall kvophone
+rmmod hi_kslic
+rmmod hi_kvoip
+rmmod hi_kspi
+rmmod hi_khw
+killall lpdsrv
+killall miniupnpd
+killall dropbear
+killall telnetd
+killall tftpd-hpa
+killall vsftpd
+killall nmbd
+killall smbd
+killall zebra
+killall minidlna
+killall snmpd'
+
+setup_file() {
+  ln -s "$DEVKIT_BUILD/bin/stub" /usr/sbin/free # before the real one on the PATH
+  image-server start desk s3cret
+  printf 'firmware %s\n' {1..20000} >/tmp/content
+  vermgtctl image /tmp/content /var/www/fw.bin
+  sed 's/firmware 19999/firmware 1999!/' /var/www/fw.bin >/var/www/damaged.bin
+  # The last that the start runs.
+  until_true grep -q '^killall -q smbd$' $COMMANDS
+}
+
+teardown_file() {
+  image-server stop
+  rm /usr/sbin/free
+}
+
+setup() {
+  gateway-daemon start vermgt 2>/dev/null
+  vermgtctl behave normal
+  free_memory 51200
+  rm -rf $FLASHED /tmp/*.bin
+}
+
+free_memory() { printf '       total used free\nMem: 900000 1 %s 2\nSwap: 0 0 1\n' "$1" >/var/devkit/stub/free.out; }
+field() { cfgcmd get $ORDER.$1; }
+# state_has TEXT: the version manager's state, such as "order NAME of WHOM: WORD after N polls".
+state_has() { [[ $(vermgtctl state) == *"$1"* ]]; }
+# polled N: the order that runs was polled as often.
+polled() { [[ $(vermgtctl state) =~ downloading\ after\ ([0-9]+) ]] && [ ${BASH_REMATCH[1]} -ge $1 ]; }
+# ask ID HEX: what the version manager answers.
+ask() { cfgcmd send tdsmgr:vermgt $1 --wait --hex "$2" | tr -d '\0'; }
+holds() { grep -qF -- "$1" "$2"; }
+repeat() { head -c "$2" /dev/zero | tr '\0' "$1"; }
+
+# order NAME=VALUE...: a fresh order; what is not named is absent. The client writes most of it
+# straight to the store, and the set of the type starts it. Forgets command lines and informs.
+order() {
+  local -A leaf=([CommandKey]='' [FileType]=$IMAGE [URL]=$WEB/open/fw.bin [Username]='' [Password]=''
+    [TargetFileName]='' [DelaySeconds]='' [StartTime]=before [CompleteTime]=before
+    [FaultCode]=before [FaultString]=before)
+  local pair name
+  for pair in "$@"; do leaf[${pair%%=*}]=${pair#*=}; done
+  for name in "${!leaf[@]}"; do echo "sset $ORDER.$name '${leaf[$name]}'"; done >"$BATS_TEST_TMPDIR/order"
+  cfgcmd batch "$BATS_TEST_TMPDIR/order" >/dev/null
+  : >$COMMANDS
+  : >$INFORMS
+  expect 0 "" cfgcmd set $ORDER.FileType "${leaf[FileType]}"
+}
+
+# Whether nothing that an order allocates is live; the command itself has one block for its answer.
+given_back() { ! cfgcmd mem | grep -Eq '^(tr069_download_image_thread|ams_text|SendMsg_syn_lib) '; }
+ran_is() { [ "$(cat $COMMANDS)" = "$1" ]; }
+is_time() { [[ $1 =~ ^20[0-9]{2}-[01][0-9]-[0-3][0-9]T[0-2][0-9]:[0-5][0-9]:[0-6][0-9]$ ]]; }
+
+ran() { until_true ran_is "$1" || fail "it ran: $(cat $COMMANDS)"$'\n'"it should run: $1"; }
+
+# ended LINES: the order comes to its end, which is when it has run exactly these command lines and
+# has given back all it had.
+ended() { ran "$1" && until_true given_back; }
+
+# failed_with CODE FETCH [KEY]: and has reported that failure.
+failed_with() {
+  local lines=$PRE$'\n'$DROP$'\n'$FREE
+  [ -z "$2" ] || lines+=$'\n'$2
+  ended "$lines
+$TOLD EV TC-${3:-} Dn-${3:-}
+$POST failed" || return
+  reported "$1" "EV TC-${3:-} Dn-${3:-}"
+}
+
+# reported CODE [INFORM]: the fields of the order, and the inform of a failure.
+reported() {
+  [ "$(field FaultCode)" = "$1" ] || fail "FaultCode $(field FaultCode), not $1" || return
+  [ "$(field FaultString)" = "$([ "$1" = 0 ] || echo before)" ] || fail "FaultString $(field FaultString)" || return
+  is_time "$(field StartTime)" || fail "StartTime $(field StartTime)" || return
+  is_time "$(field CompleteTime)" || fail "CompleteTime $(field CompleteTime)" || return
+  [[ ! $(field CompleteTime) < $(field StartTime) ]] || fail "the end is before the start" || return
+  expect 0 "${2:+manully_inform $2}" cat $INFORMS
+}
+
+plain() { echo "curl --globoff --anyauth --connect-timeout 20 -u ${2:-anonymous:anonymous} -o '/tmp/${3:-zorp_image.bin}' '$1'"; }
+secure() { echo "curl --globoff --digest --insecure --connect-timeout 20 -u ${2:-anonymous:anonymous} -o '/tmp/${3:-zorp_image.bin}' '$1'"; }
+
+# flashed YES|NO: the image of the server, or nothing, and nothing half done.
+flashed() {
+  if [ $1 = yes ]; then
+    cmp /var/www/fw.bin $FLASHED/image || return
+  else
+    [ ! -e $FLASHED/image ] || fail "something was flashed" || return
+  fi
+  [ ! -e $FLASHED/image.new ] || fail "half an image is left"
+}
+
+@test "success over each scheme: fields, record, script, and a reboot" {
+  while read -r what fetch url key; do
+    rm -rf $FLASHED
+    nvram unset Tr069strap 2>/dev/null || true
+    order URL=$url CommandKey=$key Username=desk Password=s3cret
+    ended "$PRE
+$DROP
+$FREE
+$($fetch $url desk:s3cret)
+nvram set Tr069strap=\"BT  TC-$key Dn-$key\"
+$POST success
+reboot" || fail "$what" || return
+    reported 0 || fail "$what" || return
+    flashed yes || fail "$what" || return
+    expect 0 "BT  TC-$key Dn-$key" nvram get Tr069strap || fail "$what" || return
+    cmp /tmp/zorp_image.bin /var/www/fw.bin || fail "$what: the image below /tmp stays" || return
+    state_has 'order zorp_image.bin of sysmgr: success after' || fail "$what" || return
+  done <<CASES
+http-digest plain $WEB/digest/fw.bin k1
+http-basic plain $WEB/basic/fw.bin
+https-digest secure https://127.0.0.1/digest/fw.bin k-3
+CASES
+  expect 0 /usr/sbin/reboot tail -n 1 $CALLS
+}
+
+@test "what the server or the version manager does not give ends in a fault" {
+  while read -r what how target code word credentials url; do
+    vermgtctl behave $how
+    rm -rf $FLASHED /tmp/*.bin
+    [ $what != unwritable ] || : >$FLASHED
+    order URL=$url CommandKey=$what TargetFileName=$target Username=${credentials%:*} Password=${credentials#*:}
+    failed_with $code "$(plain $url $credentials $target)" $what || fail "$what" || return
+    flashed no || fail "$what" || return
+    state_has "free
+order $target of sysmgr: $word after " || fail "$what: $(vermgtctl state)" || return
+  done <<CASES
+wrong-password normal fw.bin 9001 fwchk_failed desk:wrong $WEB/digest/fw.bin
+missing-file   normal fw.bin 9001 fwchk_failed desk:s3cret $WEB/basic/none.bin
+no-server      normal fw.bin 9001 fwchk_failed desk:s3cret http://127.0.0.1:81/fw.bin
+damaged-image  normal fw.bin 9001 fwchk_failed desk:s3cret $WEB/digest/damaged.bin
+unwritable     normal fw.bin 9002 upg_failed   desk:s3cret $WEB/digest/fw.bin
+rejected       reject fw.bin 9001 fwchk_failed desk:s3cret $WEB/digest/fw.bin
+failed-flash   fail   fw.bin 9002 upg_failed   desk:s3cret $WEB/digest/fw.bin
+CASES
+}
+
+@test "a version manager that is occupied, slow, or dies half-way" {
+  vermgtctl behave occupied
+  order
+  failed_with 9001 "$(plain $WEB/open/fw.bin)"
+  vermgtctl behave die 2
+  order
+  failed_with 9001 "$(plain $WEB/open/fw.bin)"
+  refused 3 'gateway-daemon start vermgt' vermgtctl state
+  tail --pid="$(pid_of vermgt)" -s 0.02 -f /dev/null
+  holds 'zorp_image.bin: dies' /var/log/devkit/vermgt.log
+  order
+  failed_with 9001 "$(plain $WEB/open/fw.bin)"
+  gateway-daemon start vermgt
+  flashed no
+  vermgtctl behave slow 5
+  order URL=$WEB/open/damaged.bin
+  failed_with 9001 "$(plain $WEB/open/damaged.bin)"
+  state_has 'fwchk_failed after 6 polls'
+}
+
+@test "a hanging version manager is polled 201 times, and requests are answered meanwhile" {
+  vermgtctl behave hang
+  order CommandKey=slow
+  until_true polled 1
+  for ((i = 0; i < 50; ++i)); do expect 0 V2.3.1 cfgcmd get $DEVICE.X_KVO_FWVersion; done
+  expect 0 "" cfgcmd set $DEVICE.X_CT-COM_ALGAbility.H323Enable 1
+  expect 0 before field CompleteTime
+  : >$COMMANDS
+  # 20 seconds for the polls, and longer on a busy machine.
+  for ((i = 50; i <= 200; i += 50)); do until_true polled $((i - 10)); done
+  ended "$TOLD EV TC-slow Dn-slow
+$POST failed"
+  reported 9001 "EV TC-slow Dn-slow"
+  state_has "free
+order zorp_image.bin of sysmgr: timeout after 201 polls"
+  flashed no
+}
+
+@test "of two orders at once each gets its own result" {
+  vermgtctl behave hang
+  order CommandKey=first
+  until_true polled 1
+  order CommandKey=second URL=$WEB/open/other.bin TargetFileName=other.bin
+  ran "$PRE
+$DROP
+$FREE
+$(plain $WEB/open/other.bin '' other.bin)
+$TOLD EV TC-second Dn-second
+$POST failed"
+  reported 9001 'EV TC-second Dn-second'
+  # Another process neither confirms the daemon's order nor ends it.
+  for word in 646f776e6c6f6164696e6700 7375636365737300 74696d656f757400; do
+    expect 0 occupied ask 0xfff05 $word
+  done
+  state_has 'downloading after'
+  : >$COMMANDS
+  : >$INFORMS
+  vermgtctl behave normal
+  ended "nvram set Tr069strap=\"BT  TC-first Dn-first\"
+$POST success
+reboot"
+  reported 0
+  flashed yes
+}
+
+@test "what an order runs when memory is short, the accelerator is on, or it is not for the version manager" {
+  url=$WEB/open/damaged.bin
+  free_memory 51199
+  order URL=$url
+  ended "$PRE
+$DROP
+$FREE
+$ROOM
+$DROP
+$(plain $url)
+$TOLD EV TC- Dn-
+$POST failed"
+  free_memory 51200
+  cfgcmd sset $ACCELERATE 1
+  order URL=$url
+  ended "$PRE
+rmmod hi_kipsec
+$DROP
+$FREE
+$(plain $url)
+$TOLD EV TC- Dn-
+$POST failed
+insmod /lib/ko/hi_kipsec.ko"
+  cfgcmd sset $ACCELERATE ''
+  # Fetched, and the version manager hears nothing of it.
+  order URL=$url FileType='2 Web Content' TargetFileName=page.bin
+  failed_with 9001 "$(plain $url '' page.bin)"
+  cmp /var/www/damaged.bin /tmp/page.bin
+  state_has 'order zorp_image.bin '
+  holds 'unsupported TargetFileName=page.bin' /var/log/devkit/sysmgr.log
+  : >$CALLS
+  order FileType='3 Vendor Configuration File'
+  ran_is '/usr/syscfg/tr069_proc.sh Download &'
+  until_true holds '/usr/syscfg/tr069_proc.sh Download' $CALLS
+  expect 0 before field StartTime
+}
+
+@test "without a URL an order writes and runs nothing; the bare name goes all the same" {
+  : >/bare.bin
+  order URL= TargetFileName=bare.bin
+  until_true [ ! -e /bare.bin ]
+  until_true given_back
+  ran_is ''
+  for name in StartTime CompleteTime FaultCode FaultString; do expect 0 before field $name; done
+  expect 0 '' cat $INFORMS
+}
+
+@test "an order waits its delay between the start and the fetch" {
+  order URL=$WEB/open/damaged.bin DelaySeconds=2
+  until_true ran_is $PRE
+  expect 0 before field CompleteTime
+  is_time "$(field StartTime)"
+  failed_with 9001 "$(plain $WEB/open/damaged.bin)"
+  [ $(($(date -d "$(field CompleteTime)" +%s) - $(date -d "$(field StartTime)" +%s))) -ge 2 ]
+}
+
+@test "texts at their longest are used whole; longer ones are refused, and named" {
+  url="$WEB/open/damaged.bin?"
+  url+=$(repeat u $((1023 - ${#url})))
+  name=$(repeat n 127) key=$(repeat k 1006)
+  order URL=$url TargetFileName=$name CommandKey=$key
+  failed_with 9001 "$(plain $url '' $name)" $key
+  cmp /var/www/damaged.bin /tmp/$name
+  state_has "order $name of sysmgr: fwchk_failed"
+  rm /tmp/$name
+  while read -r what pair key; do
+    inform=
+    [ $key = untold ] || inform="EV TC-${key#:} Dn-${key#:}"
+    order "$pair"
+    ended "$PRE${inform:+
+$TOLD $inform}
+$POST failed" || fail "$what" || return
+    reported 9001 "$inform" || fail "$what" || return
+    holds "download refused: $what is too long" /var/log/devkit/sysmgr.log || fail "$what" || return
+    state_has "order $name " || fail "$what" || return
+  done <<CASES
+URL            URL=${url}u              :
+TargetFileName TargetFileName=${name}n  :
+CommandKey     CommandKey=${key}k       :${key}k
+CommandKey     CommandKey=${key}kk      untold
+CASES
+}
+
+@test "the version manager answers what makes no sense, and is not held by who is gone" {
+  head=$(repeat 0 384)
+  while read -r what id frame word; do
+    expect 0 $word ask $id "${frame%-}" || fail "$what" || return
+    state_has free || fail "$what" || return
+  done <<CASES
+nothing        0xfff04 -                                     other_failed
+short          0xfff04 ${head}612e00                         other_failed
+no-name        0xfff04 ${head}$(repeat 0 256)                other_failed
+not-terminated 0xfff04 ${head}$(repeat 6 256)                other_failed
+long           0xfff04 ${head}61$(repeat 0 256)              other_failed
+other-folder   0xfff04 ${head}2e2e2f61$(repeat 0 248)        other_failed
+folder         0xfff04 ${head}2e2e$(repeat 0 252)            other_failed
+new-line       0xfff04 ${head}610a61$(repeat 0 250)          other_failed
+bytes-before   0xfff04 01${head#00}61$(repeat 0 254)         other_failed
+bytes-behind   0xfff04 ${head}6100$(repeat 0 250)61          other_failed
+poll           0xfff05 646f776e6c6f6164696e6700              other_failed
+confirmation   0xfff05 7375636365737300                      other_failed
+CASES
+  [[ $(ask 0x110200 '') == *'"status":2'*'no verb'* ]]
+  [[ $(ask 0x110200 7b7d) == *'"status":2'*'no verb'* ]]
+  answers() { [ "$(ask $1 $2)" = $3 ]; }
+  # A pipe holds up nobody, and is no image.
+  mkfifo /tmp/a.bin
+  name=${head}612e62696e$(repeat 0 246)
+  expect 0 downloading ask 0xfff04 $name
+  expect 0 occupied ask 0xfff04 $name
+  expect 0 other_failed ask 0xfff05 ''
+  expect 0 other_failed ask 0xfff05 646f776e6c6f6164696e67
+  until_true answers 0xfff05 646f776e6c6f6164696e6700 fwchk_failed
+  state_has free
+  # Confirmed too early: nothing is flashed.
+  vermgtctl behave hang
+  cp --remove-destination /var/www/fw.bin /tmp/a.bin
+  expect 0 downloading ask 0xfff04 $name
+  expect 0 upg_failed ask 0xfff05 7375636365737300
+  # Nobody asks any more.
+  until_true answers 0xfff04 $name downloading
+  until_true state_has "free
+order a.bin of cfgcmd: abandoned after 0 polls"
+  flashed no
+  kill -0 "$(pid_of vermgt)"
+}
+
+@test "vermgtctl says what it did not do" {
+  refused 2 'no such behaviour as "well"' vermgtctl behave well
+  refused 2 'from 0 to 1000000' vermgtctl behave slow -- -1
+  refused 2 'help' vermgtctl
+  refused 1 'cannot read /none' vermgtctl image /none /tmp/a.bin
+  : >/tmp/empty.bin
+  refused 1 'has 0 bytes' vermgtctl image /tmp/empty.bin /tmp/a.bin
+  refused 1 'cannot write /none/a' vermgtctl image /tmp/content /none/a
+  refused 2 usage image-server status
+  expect 0 "behaviour normal
+free" eval 'vermgtctl state | head -n 2'
+  expect 0 normal eval 'vermgtctl state --json | python3 -c "import json, sys; print(json.load(sys.stdin)[\"behaviour\"])"'
+}
