@@ -226,21 +226,4 @@ TEST_F(ButtonTest, EventsRunTheScriptWhileKeysAreOn) {
   DF_PRT_MAP[0].level = level;
 }
 
-TEST_F(ButtonTest, ShortSwitchChangesNothing) {
-  RunMessage(kButtonMsgTable, EV_KEY_SWITCH, std::string("\0", 1));
-  RunMessage(kButtonMsgTable, EV_KEY_SWITCH, "");
-  RunMessage(kButtonMsgTable, EV_KEY, KeyPayload(1));
-  EXPECT_EQ(TakeCommands(), Commands{"/usr/syscfg/key_press.sh 1&"});
-}
-
-TEST_F(ButtonTest, TimerTellsTheLanPortManager) {
-  StartModules();
-  Send("sysmgr:button_proc", EV_KEY, KeyPayload(11));
-  EXPECT_EQ(AwaitCommand("/usr/syscfg/key_press.sh 11&"), Commands{"/usr/syscfg/key_press.sh 11&"});
-  PeerMessage message = AwaitMessage(EV_LAN_KEY);
-  EXPECT_EQ(message.peer, "portmgr:lan");
-  EXPECT_EQ(message.sender, "sysmgr:button_proc");
-  EXPECT_EQ(message.payload, std::string(4, '\0'));
-}
-
 }  // namespace

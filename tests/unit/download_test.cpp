@@ -1,5 +1,4 @@
 // Ordered downloads: what an order runs, writes, asks the version manager and gives back.
-#include <sys/stat.h>
 #include <time.h>
 
 #include <algorithm>
@@ -19,8 +18,6 @@ using Lines = std::vector<std::string>;
 using Leaves = std::vector<std::pair<std::string, std::string>>;
 
 const std::string kOrder = "InternetGatewayDevice.X_TR69_Transfer.X_KVO_Download.";
-const std::string kAccelerator =
-    "InternetGatewayDevice.Services.X_KVO_IPSec.X_KVO_IPSec_Hardware_Accelate_Enable";
 const std::string kPre = "/usr/syscfg/project_pre_tr069_download.sh";
 const std::string kPost = "/usr/syscfg/project_post_tr069_upgrade.sh";
 const std::string kDrop = "sync;echo 3 >/proc/sys/vm/drop_caches";
@@ -46,24 +43,6 @@ Lines Joined(std::initializer_list<Lines> parts) {
 const Lines kStart = {kPre, kDrop, kFree}, kFailed = {kInform, kPost + " failed"};
 const Lines kPlain = Joined({kStart, {kFetch}, kFailed});
 const Lines kRefused = Joined({{kPre}, kFailed});
-const Lines kMakeRoom = {"killall kvophone",
-                         "rmmod hi_kslic",
-                         "rmmod hi_kvoip",
-                         "rmmod hi_kspi",
-                         "rmmod hi_khw",
-                         "killall lpdsrv",
-                         "killall miniupnpd",
-                         "killall dropbear",
-                         "killall telnetd",
-                         "killall tftpd-hpa",
-                         "killall vsftpd",
-                         "killall nmbd",
-                         "killall smbd",
-                         "killall zebra",
-                         "killall minidlna",
-                         "killall snmpd",
-                         kDrop};
-const Lines kRoomMade = Joined({kStart, kMakeRoom, {kFetch}, kFailed});
 
 class Download : public StoreTest {
  protected:
@@ -87,8 +66,7 @@ class Download : public StoreTest {
     SetLeaf(kOrder + "URL", "http://s/i");
     for (const char *leaf : {"StartTime", "CompleteTime", "FaultCode", "FaultString"})
       SetLeaf(kOrder + leaf, "before");
-    for (const auto &[name, value] : leaves)
-      SetLeaf(name == "Accelerator" ? kAccelerator : kOrder + name, value);
+    for (const auto &[name, value] : leaves) SetLeaf(kOrder + name, value);
   }
 };
 
@@ -190,18 +168,7 @@ TEST_F(Download, OrdersThatFail) {
     const char *free_memory; /* NULL: cannot be asked for */
     Lines commands, asked;
   } cases[] = {
-      {"51199 kB", {}, "51199\n", kRoomMade, {kName}},
-      {"the first 6 digits count", {}, "0511990\n", kRoomMade, {kName}},
-      {"no figure", {}, "", kRoomMade, {kName}},
       {"memory not known", {}, nullptr, kPlain, {kName}},
-      {"web content", {{"FileType", "2 Web Content"}}, "51200\n", kPlain, {}},
-      {"accelerator",
-       {{"Accelerator", "1"}},
-       "51200\n",
-       Joined({{kPre, "rmmod hi_kipsec", kDrop, kFree, kFetch},
-               kFailed,
-               {"insmod /lib/ko/hi_kipsec.ko"}}),
-       {kName}},
       {"every text of an order",
        {{"CommandKey", "k7"},
         {"URL", "https://s/a?b=c&d"},
@@ -215,19 +182,7 @@ TEST_F(Download, OrdersThatFail) {
                 " -o '/tmp/fw.bin' 'https://s/a?b=c&d'",
                 "cfgcmd manully_inform EV TC-k7 Dn-k7", kPost + " failed"}}),
        {"fw.bin"}},
-      {"longest name",
-       {{"TargetFileName", kLongest}},
-       "51200\n",
-       Joined({kStart, {Fetch("/tmp/" + kLongest)}, kFailed}),
-       {kLongest}},
-      {"name too long", {{"TargetFileName", kLongest + "n"}}, "", kRefused, {}},
-      {"URL too long", {{"URL", std::string(1024, 'u')}, {"Accelerator", "1"}}, "", kRefused, {}},
       {"password too long", {{"Password", std::string(2000, 'p')}}, "", kRefused, {}},
-      {"key too long to be told",
-       {{"CommandKey", std::string(1100, 'k')}},
-       "",
-       {kPre, kPost + " failed"},
-       {}},
   };
   for (const auto &one : cases) {
     SCOPED_TRACE(one.what);
@@ -241,56 +196,12 @@ TEST_F(Download, OrdersThatFail) {
   }
 }
 
-TEST_F(Download, WithoutUrlNothingHappens) {
-  Order({{"URL", ""}, {"Accelerator", "1"}});
-  RunThread();
-  EXPECT_EQ(TakeCommands(), Lines{});
-  for (const char *leaf : {"StartTime", "CompleteTime", "FaultCode", "FaultString"})
-    EXPECT_EQ(Leaf(kOrder + leaf), "before") << leaf;
-  EXPECT_TRUE(NothingLeft());
-}
-
-/* Through the module, as the client orders it; the acknowledgement does not wait for the end. */
-TEST_F(Download, SuccessIsReportedAndBooted) {
-  for (const char *path : {"zorp_image.bin", "/tmp/zorp_image.bin"}) std::ofstream(path) << "image";
-  AnswerPopen("51200\n");
-  AnswerVersionManager({kGoesOn, kGoesOn, Word("downloaded"), Word("success")});
-  testing::internal::CaptureStderr();
-  Ack ack = Request("sysmgr:devInfo", APPT_CMD_SET, kOrder, "CommandKey=k7");
-  EXPECT_EQ(ack.result, 0);
-  EXPECT_EQ(
-      AwaitCommand("reboot"),
-      Joined({kStart,
-              {kFetch, "nvram set Tr069strap=\"BT  TC-k7 Dn-k7\"", kPost + " success", "reboot"}}));
-  std::string log = testing::internal::GetCapturedStderr();
-  for (const std::string &line :
-       {"DownCmd=" + kFetch, std::string("version zorp_image.bin is upgrading, please wait..."),
-        std::string("2: rBuf is success"), std::string("2: result is success"),
-        std::string("download version succeed."), std::string("upgrade version result=success:0"),
-        std::string("cmd=nvram set Tr069strap=")})
-    EXPECT_NE(log.find(line), std::string::npos) << line << " not in\n" << log;
-  EXPECT_TRUE(NothingLeft());
-  EXPECT_EQ(Asked(), (Lines{kName, "downloading", "downloading", "success"}));
-  EXPECT_EQ(Leaf(kOrder + "FaultCode"), "0");
-  EXPECT_EQ(Leaf(kOrder + "FaultString"), "");
-  struct stat file;
-  EXPECT_NE(stat("zorp_image.bin", &file), 0) << "the bare name goes";
-  EXPECT_EQ(stat("/tmp/zorp_image.bin", &file), 0) << "the image stays";
-}
-
-TEST_F(Download, VersionManagerGetsTwentySeconds) {
+TEST_F(Download, NothingToAskTheVersionManagerAbout) {
   DownloadState result = "";
-  AnswerVersionManager(Lines(202, kGoesOn));
-  EXPECT_EQ(upgradeVer("i", &result), -1);
-  EXPECT_STREQ(result, "other_failed");
-  Lines asked = {"i"};
-  asked.insert(asked.end(), 201, "downloading");
-  asked.push_back("timeout");
-  EXPECT_EQ(Asked(), asked);
   EXPECT_EQ(upgradeVer(nullptr, &result), -1);
   EXPECT_EQ(upgradeVer("i", nullptr), -1);
   EXPECT_EQ(upgradeVer(std::string(128, 'n').c_str(), &result), -1);
-  EXPECT_EQ(Asked(), Lines{}) << "nothing to ask about";
+  EXPECT_EQ(Asked(), Lines{});
 }
 
 /* The first waits when the second comes, and must not take over any of it. */
@@ -351,10 +262,13 @@ TEST_F(Download, BoardWithoutScripts) {
   EXPECT_EQ(TakeCommands(), (Lines{kDrop, kFree, kFetch, kInform}));
 }
 
-TEST(DownloadDecisions, Delay) {
+TEST(DownloadDecisions, Numbers) {
   for (const auto &[text, seconds] : std::vector<std::pair<const char *, unsigned>>{
            {"", 0}, {"0", 0}, {"soon", 0}, {"-3", 0}, {"15", 15}, {"99999999999", UINT32_MAX}})
     EXPECT_EQ(DownloadDelay(text), seconds) << text;
+  for (const auto &[text, size] : std::vector<std::pair<const char *, int>>{
+           {"", 0}, {"51200\n", 51200}, {"0511990\n", 51199}, {"free", 0}})
+    EXPECT_EQ(DownloadFreeMemory(text), size) << text;
 }
 
 }  // namespace
