@@ -14,6 +14,7 @@
 
 #include "desk_log.h"
 #include "lmdb_env.h"
+#include "nvram_desk.h"
 
 /* Keys of the working copy: a mark, the area's digit, the setting's key. Flash has kValue alone. */
 namespace {
@@ -278,4 +279,12 @@ int nvram_walk(int type, const char *prefix,
     mdb_txn_abort(txn);
   }
   return rc == 0 ? result : Failed("reading", kWorkPlace.folder, rc);
+}
+
+int nvram_desk_apply(int type, const std::vector<NvramChange> &changes) {
+  int result = 0;
+  for (const NvramChange &change : changes)
+    result |= change.value ? nvram_set(change.key.c_str(), change.value->c_str(), type)
+                           : nvram_unset(change.key.c_str(), type);
+  return result != 0 ? -1 : nvram_commit(type);
 }

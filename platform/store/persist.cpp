@@ -14,6 +14,8 @@ struct Kept {
   std::string key, value;
 };
 
+AmsDeskCheck gCheck; /* set before any thread reads it */
+
 int Collect(const char *key, const char *value, void *context) {
   static_cast<std::vector<Kept> *>(context)->push_back({key, value});
   return 0;
@@ -77,19 +79,28 @@ int LayArray(MDB_txn *txn, const Kept &entry) {
   return TreeThread()->failed ? -1 : 0;
 }
 
+/* Whether the check of the leaf's kind takes the value; else why not. */
+int CheckKept(MDB_txn *txn, const Kept &entry, const Record &leaf, std::string *why) {
+  std::string_view set;
+  if (gCheck == nullptr || TreeAttributes(txn, leaf.head.attributes, &set) != 0) return 0;
+  std::string form(AttributeIn(set, "check"));
+  return form.empty() ? 0 : gCheck(entry.key, form, entry.value, why);
+}
+
 int LayLeaf(MDB_txn *txn, const Kept &entry) {
   Key key;
+  Record leaf;
+  std::string why;
   if (entry.value.size() > AMS_VALUE_MAX ||
-      entry.value.find(static_cast<char>(AMS_SEPARATOR)) != std::string::npos) {
+      entry.value.find(static_cast<char>(AMS_SEPARATOR)) != std::string::npos)
     PassOver(entry, "its value is too long or holds byte 0x03");
-    return 0;
-  }
-  int result = LEAF_NONE;
-  if (KeyOfPath(entry.key.c_str(), KEY_LEAF, &key) == KEY_OK)
-    result = TreeSetLeaf(txn, key, entry.value, true, false);
-  if (result != LEAF_NONE) return result;
-  PassOver(entry, "there is no such leaf");
-  return 0;
+  else if (KeyOfPath(entry.key.c_str(), KEY_LEAF, &key) != KEY_OK || TreeFind(txn, key, &leaf) != 0)
+    PassOver(entry, "there is no such leaf");
+  else if (CheckKept(txn, entry, leaf, &why) != 0)
+    PassOver(entry, why.c_str());
+  else if (TreeSetLeaf(txn, key, entry.value, false, false) == LEAF_READONLY)
+    PassOver(entry, "it is read-only");
+  return TreeThread()->failed ? -1 : 0;
 }
 
 bool IsArrayKey(const Kept &entry) { return !entry.key.empty() && entry.key.back() == '.'; }
@@ -226,3 +237,5 @@ int ams_desk_forget(const char *instance) {
   if (below.back() != '.') below += '.';
   return nvram_walk(NVTYPE_STAGING, below.c_str(), Unset, nullptr);
 }
+
+void ams_desk_check_kept(AmsDeskCheck check) { gCheck = check; }

@@ -3,6 +3,8 @@
 #pragma once
 
 #include <cstddef>
+#include <string>
+#include <string_view>
 
 /* The "mod" attribute of the node or its nearest ancestor that has one, whole. 0, or -1: none, or
    `size` is too small. */
@@ -21,3 +23,12 @@ int ams_desk_persist_instance(const char *instance);
 
 /* Forgets all that is kept below an instance (which is gone from the tree). 0 or -1 (logged). */
 int ams_desk_forget(const char *instance);
+
+/* Whether the leaf `path`, whose "check" attribute names `form` (never ""), may have `value`. 0, or
+   -1 with one line in `why`. */
+using AmsDeskCheck = int (*)(const std::string &path, const std::string &form,
+                             std::string_view value, std::string *why);
+
+/* What update_from_nvram asks before it lays a kept value over the tree; NULL (at first): nobody.
+   Before the tree is loaded. */
+void ams_desk_check_kept(AmsDeskCheck check);
