@@ -14,7 +14,9 @@ enum {
 };
 
 /* Attaches this process to the settings, and loads them from flash when it is the first since the
-   gateway started. 0, or -1 (logged) when neither works. The other calls do it by themselves. */
+   gateway started. A flash that is damaged does not stop it: the commit before is used, or none,
+   and the log says what is lost. 0, or -1 (logged) when there is no room for the settings in use.
+   The other calls attach by themselves. */
 int nvram_init_semaphore(void);
 
 /* A heap copy of the value of `key` in area `type` (freed with free() by the caller), or NULL when
@@ -27,7 +29,9 @@ int nvram_set(const char *key, const char *value, int type);
 /* Removes `key`. 0 also when it was not set; -1 (logged) for a bad area or a failing store. */
 int nvram_unset(const char *key, int type);
 
-/* Makes area `type` as it is now survive a power cut, in one atomic step. 0 or -1 (logged). */
+/* Makes area `type` as it is now survive a power cut, in one atomic step; flash is not written when
+   it holds the area already. 0, or -1 (logged): flash holds the commit before, and the settings in
+   use stay. */
 int nvram_commit(int type);
 
 /* Removes every key of area `type` (kept in flash until the next commit). 0 or -1 (logged). */

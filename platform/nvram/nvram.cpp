@@ -1,111 +1,99 @@
 // The settings store on a desk: a working copy in shared memory, which every process reads and
-// writes, and a flash copy that a commit brings up to date. What the keys mean is its users'
+// writes; a commit writes an area of it to flash (flash.cpp). What the keys mean is its users'
 // affair.
 #include "nvram.h"
 
+#include <fcntl.h>
 #include <lmdb.h>
+#include <sys/stat.h>
+#include <unistd.h>
 
-#include <cstdio>
+#include <cerrno>
 #include <cstdlib>
 #include <cstring>
 #include <mutex>
 #include <string>
 #include <string_view>
 
-#include "desk_log.h"
+#include "flash.h"
 #include "lmdb_env.h"
 #include "nvram_desk.h"
 
-/* Keys of the working copy: a mark, the area's digit, the setting's key. Flash has kValue alone. */
+/* Keys of the working copy: the area's digit, then the setting's key; and kLoaded. */
 namespace {
 
-#define NVRAM_LOG(...) DESK_LOG("platform/nvram", __VA_ARGS__)
-
-constexpr char kValue = 'v';
-constexpr char kDirty = 'd';    // set or unset since the area's last commit; no value
-constexpr char kCleaned = 'c';  // the area was cleaned since then; key empty
 constexpr char kLoaded[] = "loaded", kLoadedValue[] = "1";
-constexpr size_t kKeyMax = 400, kValueMax = 32 * 1024;
 
-/* Flash needs room for an area twice while it is written, hence the larger map. */
-const LmdbPlace kWorkPlace = {"/dev/shm/nvram", 64 << 20, MDB_WRITEMAP | MDB_NOSYNC};
-const LmdbPlace kFlashPlace = {"/var/nvram", 192 << 20, 0};
+/* Short records take four times as much room here as on flash. No MDB_WRITEMAP: writing to a file
+   system that is full is then an error and not a signal. */
+const LmdbPlace kWorkPlace = {"/dev/shm/nvram", 8 * kFlashMax, MDB_NOSYNC};
+constexpr char kLockFile[] = "/dev/shm/nvram/lock.mdb";
+constexpr off_t kLockSize = 64 << 10; /* room for the readers of lmdb_env.cpp */
 
 std::mutex gOpening;
-LmdbEnv gWork, gFlash;  // under gOpening until open; for the life of the process
+LmdbEnv gWork;  // under gOpening until open; for the life of the process
 
 int Failed(const char *what, const char *where, int rc) {
-  NVRAM_LOG("nvram: %s %s failed: %s\n", what, where, mdb_strerror(rc));
+  bool full = rc == ENOSPC || rc == EIO || rc == MDB_MAP_FULL; /* EIO: half a page found room */
+  NVRAM_LOG("nvram: %s %s failed: %s%s\n", what, where, mdb_strerror(rc),
+            full ? "; make room there" : "");
   return -1;
 }
 
-std::string RowKey(char mark, int type, std::string_view key) {
-  std::string row{mark, static_cast<char>('0' + type)};
-  return row.append(key);
+std::string RowKey(int type, std::string_view key) {
+  return std::string(1, static_cast<char>('0' + type)).append(key);
 }
 
-bool StartsWith(const MDB_val &text, std::string_view prefix) {
-  return text.mv_size >= prefix.size() &&
-         (prefix.empty() || memcmp(text.mv_data, prefix.data(), prefix.size()) == 0);
+std::string_view Text(const MDB_val &val) {
+  return {static_cast<char *>(val.mv_data), val.mv_size};
 }
 
-int Put(MDB_txn *txn, const LmdbEnv &env, std::string_view key, std::string_view value) {
-  MDB_val row = LmdbVal(key.data(), key.size()), data = LmdbVal(value.data(), value.size());
-  return mdb_put(txn, env.dbi, &row, &data, 0);
+int Put(MDB_txn *txn, std::string_view row, std::string_view value) {
+  MDB_val key = LmdbVal(row.data(), row.size()), data;
+  if (mdb_get(txn, gWork.dbi, &key, &data) == 0 && Text(data) == value) return 0;
+  data = LmdbVal(value.data(), value.size());
+  return mdb_put(txn, gWork.dbi, &key, &data, 0);
 }
 
-int Delete(MDB_txn *txn, const LmdbEnv &env, std::string_view key) {
-  MDB_val row = LmdbVal(key.data(), key.size());
-  int rc = mdb_del(txn, env.dbi, &row, nullptr);
+int Delete(MDB_txn *txn, std::string_view row) {
+  MDB_val key = LmdbVal(row.data(), row.size());
+  int rc = mdb_del(txn, gWork.dbi, &key, nullptr);
   return rc == MDB_NOTFOUND ? 0 : rc;
 }
 
-/* Calls `each(cursor, key, value)` for the rows that start with `prefix`; stops at non-zero. */
+/* Calls `each(cursor, key, value)` for the settings of an area whose keys start with `prefix`;
+   stops at non-zero. */
 template <class Each>
-int ForRows(MDB_txn *txn, const LmdbEnv &env, std::string_view prefix, Each each) {
+int ForSettings(MDB_txn *txn, int type, std::string_view prefix, Each each) {
   MDB_cursor *cursor = nullptr;
-  int rc = mdb_cursor_open(txn, env.dbi, &cursor);
+  int rc = mdb_cursor_open(txn, gWork.dbi, &cursor);
   if (rc != 0) return rc;
-  MDB_val key = LmdbVal(prefix.data(), prefix.size()), value;
-  MDB_cursor_op op = prefix.empty() ? MDB_FIRST : MDB_SET_RANGE;
-  while ((rc = mdb_cursor_get(cursor, &key, &value, op)) == 0 && StartsWith(key, prefix)) {
-    if ((rc = each(cursor, key, value)) != 0) break;
+  const std::string rows = RowKey(type, prefix);
+  MDB_val row = LmdbVal(rows.data(), rows.size()), value;
+  MDB_cursor_op op = MDB_SET_RANGE;
+  while ((rc = mdb_cursor_get(cursor, &row, &value, op)) == 0 &&
+         Text(row).substr(0, rows.size()) == rows) {
+    if ((rc = each(cursor, Text(row).substr(1), Text(value))) != 0) break;
     op = MDB_NEXT;
   }
   mdb_cursor_close(cursor);
   return rc == MDB_NOTFOUND ? 0 : rc;
 }
 
-int DeleteRows(MDB_txn *txn, const LmdbEnv &env, const std::string &prefix) {
-  return ForRows(txn, env, prefix, [](MDB_cursor *cursor, const MDB_val &, const MDB_val &) {
-    return mdb_cursor_del(cursor, 0);
-  });
+/* The area as flash keeps it. */
+int ReadRecords(MDB_txn *txn, int type, std::string *records) {
+  return ForSettings(txn, type, "",
+                     [records](MDB_cursor *, std::string_view key, std::string_view value) {
+                       records->append(key).append(1, '\0').append(value).append(1, '\0');
+                       return 0;
+                     });
 }
 
-/* Opens flash when it is not open yet; damaged files are moved aside and a new flash is begun. */
-int OpenFlash() {
-  if (gFlash.env != nullptr) return 0;
-  int rc = LmdbOpen(kFlashPlace, true, &gFlash);
-  if (rc == MDB_INVALID || rc == MDB_VERSION_MISMATCH || rc == MDB_CORRUPTED) {
-    std::string data = std::string(kFlashPlace.folder) + "/data.mdb";
-    NVRAM_LOG("nvram: %s is damaged, kept as %s.bad; starting empty\n", data.c_str(), data.c_str());
-    if (rename(data.c_str(), (data + ".bad").c_str()) != 0) LmdbRemove(kFlashPlace);
-    rc = LmdbOpen(kFlashPlace, true, &gFlash);
-  }
-  return rc == 0 ? 0 : Failed("opening", kFlashPlace.folder, rc);
-}
-
-/* Copies flash into the working copy. A flash that cannot be read counts as empty: the gateway then
-   starts with defaults, and what flash holds stays as it is but for what is committed. */
-int LoadFlash(MDB_txn *work) {
-  MDB_txn *flash = nullptr;
-  if (OpenFlash() != 0) return 0;
-  int rc = LmdbBegin(gFlash, MDB_RDONLY, &flash);
-  if (rc != 0) return rc;
-  rc = ForRows(flash, gFlash, "", [work](MDB_cursor *, MDB_val &key, MDB_val &value) {
-    return mdb_put(work, gWork.dbi, &key, &value, 0);
-  });
-  mdb_txn_abort(flash);
+int LoadArea(MDB_txn *txn, int type) {
+  std::string records;
+  int rc = FlashLoad(type, &records);
+  std::string_view rest = records, key, value;
+  while (rc == 0 && FlashNext(&rest, &key, &value)) rc = Put(txn, RowKey(type, key), value);
   return rc;
 }
 
@@ -117,20 +105,37 @@ int LoadOnce() {
   if (rc != 0) return rc;
   rc = mdb_get(txn, gWork.dbi, &key, &value);
   if (rc == MDB_NOTFOUND) {
-    rc = LoadFlash(txn);
-    if (rc == 0) rc = Put(txn, gWork, kLoaded, kLoadedValue);
+    rc = LoadArea(txn, NVTYPE_STAGING);
+    if (rc == 0) rc = LoadArea(txn, NVTYPE_BASIC);
+    if (rc == 0) rc = Put(txn, kLoaded, kLoadedValue);
     if (rc == 0) return mdb_txn_commit(txn);
   }
   mdb_txn_abort(txn);
   return rc;
 }
 
+/* The library writes to its lock file through a map: without this, a full file system would be a
+   signal there. 0 or an errno. */
+int ReserveLockFile() {
+  if (mkdir(kWorkPlace.folder, 0700) != 0 && errno != EEXIST) return errno;
+  int fd = open(kLockFile, O_RDWR | O_CREAT | O_NOFOLLOW | O_CLOEXEC, 0600);
+  if (fd < 0) return errno;
+  int rc = fallocate(fd, 0, 0, kLockSize) == 0 ? 0 : errno;
+  close(fd);
+  return rc;
+}
+
+int OpenPlace() {
+  int rc = ReserveLockFile();
+  return rc != 0 ? rc : LmdbOpen(kWorkPlace, true, &gWork);
+}
+
 int OpenWork() {
-  int rc = LmdbOpen(kWorkPlace, true, &gWork);
+  int rc = OpenPlace();
   if (rc == MDB_INVALID || rc == MDB_VERSION_MISMATCH || rc == MDB_CORRUPTED) {
     NVRAM_LOG("nvram: %s is damaged; loading it anew from flash\n", kWorkPlace.folder);
     LmdbRemove(kWorkPlace);
-    rc = LmdbOpen(kWorkPlace, true, &gWork);
+    rc = OpenPlace();
   }
   if (rc == 0 && (rc = LoadOnce()) != 0) LmdbClose(&gWork);
   return rc;
@@ -143,17 +148,37 @@ int Attach() {
   return rc == 0 ? 0 : Failed("opening", kWorkPlace.folder, rc);
 }
 
-int CheckCall(int type, const char *key) {
-  if (type != NVTYPE_STAGING && type != NVTYPE_BASIC) {
-    NVRAM_LOG("nvram: area %d is neither 1 nor 2\n", type);
-    return -1;
-  }
-  size_t length = key == nullptr ? 0 : strnlen(key, kKeyMax + 1);
-  if (length == 0 || length > kKeyMax) {
-    NVRAM_LOG("nvram: a key has 1 to %zu bytes: \"%.64s\"\n", kKeyMax, key == nullptr ? "" : key);
-    return -1;
-  }
-  return Attach();
+int CheckArea(int type) {
+  if (type == NVTYPE_STAGING || type == NVTYPE_BASIC) return Attach();
+  NVRAM_LOG("nvram: area %d is neither 1 nor 2\n", type);
+  return -1;
+}
+
+/* A text of the caller's; one byte more than may be when it is too long. A NUL byte stands for
+   NULL: it is refused. */
+std::string Bounded(const char *text, size_t most) {
+  return text == nullptr ? std::string(1, '\0') : std::string(text, strnlen(text, most + 1));
+}
+
+int CheckKey(const std::string &key) {
+  if (!key.empty() && key.size() <= kNvramKeyMax && key.find('\0') == key.npos) return 0;
+  NVRAM_LOG("nvram: a key has 1 to %zu bytes: \"%.64s\"\n", kNvramKeyMax, key.c_str());
+  return -1;
+}
+
+int CheckChange(const NvramChange &change) {
+  if (CheckKey(change.key) != 0) return -1;
+  if (!change.value) return 0;
+  if (change.value->size() <= kNvramValueMax && change.value->find('\0') == std::string::npos)
+    return 0;
+  NVRAM_LOG("nvram: the value of \"%s\" is missing or longer than %zu bytes\n", change.key.c_str(),
+            kNvramValueMax);
+  return -1;
+}
+
+int Change(MDB_txn *txn, int type, const NvramChange &change) {
+  std::string row = RowKey(type, change.key);
+  return change.value ? Put(txn, row, *change.value) : Delete(txn, row);
 }
 
 /* Runs `work(txn)` in one write transaction of the working copy; commits when it returns 0. */
@@ -168,40 +193,9 @@ int Write(const char *what, Work work) {
   return rc == 0 ? 0 : Failed(what, kWorkPlace.folder, rc);
 }
 
-/* Writes the differences of an area into flash's transaction. Doing it twice changes nothing. */
-int CopyDirty(MDB_txn *work, MDB_txn *flash, int type) {
-  MDB_val cleaned, none;
-  std::string mark = RowKey(kCleaned, type, "");
-  cleaned = LmdbVal(mark.data(), mark.size());
-  int rc = mdb_get(work, gWork.dbi, &cleaned, &none);
-  if (rc == 0) rc = DeleteRows(flash, gFlash, RowKey(kValue, type, ""));
-  if (rc != 0 && rc != MDB_NOTFOUND) return rc;
-  return ForRows(work, gWork, RowKey(kDirty, type, ""),
-                 [=](MDB_cursor *, const MDB_val &key, const MDB_val &) {
-                   std::string row(static_cast<char *>(key.mv_data), key.mv_size);
-                   row[0] = kValue;
-                   MDB_val wanted = LmdbVal(row.data(), row.size()), value;
-                   int found = mdb_get(work, gWork.dbi, &wanted, &value);
-                   if (found == MDB_NOTFOUND) return Delete(flash, gFlash, row);
-                   return found != 0 ? found : mdb_put(flash, gFlash.dbi, &wanted, &value, 0);
-                 });
-}
-
-/* Flash first, then the marks: whoever is killed between leaves marks that are written once more.
- */
-int CommitArea(MDB_txn *work, int type) {
-  MDB_txn *flash = nullptr;
-  int rc = LmdbBegin(gFlash, 0, &flash);
-  if (rc != 0) return rc;
-  rc = CopyDirty(work, flash, type);
-  if (rc != 0) {
-    mdb_txn_abort(flash);
-    return rc;
-  }
-  rc = mdb_txn_commit(flash);
-  if (rc == 0) rc = DeleteRows(work, gWork, RowKey(kDirty, type, ""));
-  if (rc == 0) rc = Delete(work, gWork, RowKey(kCleaned, type, ""));
-  return rc;
+int ChangeOne(int type, const NvramChange &change) {
+  if (CheckChange(change) != 0 || CheckArea(type) != 0) return -1;
+  return Write("writing", [&](MDB_txn *txn) { return Change(txn, type, change); });
 }
 
 }  // namespace
@@ -211,12 +205,13 @@ int nvram_init_semaphore(void) { return Attach(); }
 char *nvram_get(const char *key, int type) {
   MDB_txn *txn = nullptr;
   char *text = nullptr;
-  if (CheckCall(type, key) != 0) return nullptr;
+  const std::string wanted = Bounded(key, kNvramKeyMax);
+  if (CheckKey(wanted) != 0 || CheckArea(type) != 0) return nullptr;
   int rc = LmdbBegin(gWork, MDB_RDONLY, &txn);
   if (rc == 0) {
-    std::string row = RowKey(kValue, type, key);
-    MDB_val wanted = LmdbVal(row.data(), row.size()), value;
-    rc = mdb_get(txn, gWork.dbi, &wanted, &value);
+    std::string row = RowKey(type, wanted);
+    MDB_val found = LmdbVal(row.data(), row.size()), value;
+    rc = mdb_get(txn, gWork.dbi, &found, &value);
     if (rc == 0) text = strndup(static_cast<char *>(value.mv_data), value.mv_size);
     mdb_txn_abort(txn);
   }
@@ -225,40 +220,21 @@ char *nvram_get(const char *key, int type) {
 }
 
 int nvram_set(const char *key, const char *value, int type) {
-  if (CheckCall(type, key) != 0) return -1;
-  if (value == nullptr || strnlen(value, kValueMax + 1) > kValueMax) {
-    NVRAM_LOG("nvram: the value of \"%s\" is missing or longer than %zu bytes\n", key, kValueMax);
-    return -1;
-  }
-  return Write("writing", [=](MDB_txn *txn) {
-    int rc = Put(txn, gWork, RowKey(kValue, type, key), value);
-    return rc != 0 ? rc : Put(txn, gWork, RowKey(kDirty, type, key), "");
-  });
+  return ChangeOne(type, {Bounded(key, kNvramKeyMax), Bounded(value, kNvramValueMax)});
 }
 
 int nvram_unset(const char *key, int type) {
-  if (CheckCall(type, key) != 0) return -1;
-  return Write("writing", [=](MDB_txn *txn) {
-    int rc = Delete(txn, gWork, RowKey(kValue, type, key));
-    return rc != 0 ? rc : Put(txn, gWork, RowKey(kDirty, type, key), "");
-  });
+  return ChangeOne(type, {Bounded(key, kNvramKeyMax), std::nullopt});
 }
 
-int nvram_commit(int type) {
-  if (CheckCall(type, "-") != 0) return -1;
-  {
-    std::lock_guard<std::mutex> guard(gOpening);
-    if (OpenFlash() != 0) return -1;
-  }
-  return Write("committing to flash from", [=](MDB_txn *txn) { return CommitArea(txn, type); });
-}
+int nvram_commit(int type) { return nvram_desk_apply(type, {}); }
 
 int nvram_clean(int type) {
-  if (CheckCall(type, "-") != 0) return -1;
+  if (CheckArea(type) != 0) return -1;
   return Write("cleaning", [=](MDB_txn *txn) {
-    int rc = DeleteRows(txn, gWork, RowKey(kValue, type, ""));
-    if (rc == 0) rc = DeleteRows(txn, gWork, RowKey(kDirty, type, ""));
-    return rc != 0 ? rc : Put(txn, gWork, RowKey(kCleaned, type, ""), "");
+    return ForSettings(txn, type, "", [](MDB_cursor *cursor, std::string_view, std::string_view) {
+      return mdb_cursor_del(cursor, 0);
+    });
   });
 }
 
@@ -266,25 +242,38 @@ int nvram_walk(int type, const char *prefix,
                int (*visit)(const char *key, const char *value, void *context), void *context) {
   MDB_txn *txn = nullptr;
   int result = 0;
-  if (CheckCall(type, "-") != 0) return -1;
+  if (CheckArea(type) != 0) return -1;
   int rc = LmdbBegin(gWork, MDB_RDONLY, &txn);
   if (rc == 0) {
-    std::string rows = RowKey(kValue, type, prefix == nullptr ? "" : prefix);
-    rc = ForRows(txn, gWork, rows, [&](MDB_cursor *, const MDB_val &row, const MDB_val &data) {
-      std::string key(static_cast<char *>(row.mv_data) + 2, row.mv_size - 2);
-      std::string value(static_cast<char *>(data.mv_data), data.mv_size);
-      result = visit(key.c_str(), value.c_str(), context);
-      return result != 0 ? MDB_NOTFOUND : 0; /* ends the walk without an error */
-    });
+    rc = ForSettings(txn, type, prefix == nullptr ? "" : prefix,
+                     [&](MDB_cursor *, std::string_view key, std::string_view value) {
+                       result =
+                           visit(std::string(key).c_str(), std::string(value).c_str(), context);
+                       return result != 0 ? MDB_NOTFOUND : 0; /* ends the walk without an error */
+                     });
     mdb_txn_abort(txn);
   }
   return rc == 0 ? result : Failed("reading", kWorkPlace.folder, rc);
 }
 
+/* Flash first: what it cannot take is changed nowhere. The transaction is the lock that flash's
+   files need. */
 int nvram_desk_apply(int type, const std::vector<NvramChange> &changes) {
-  int result = 0;
   for (const NvramChange &change : changes)
-    result |= change.value ? nvram_set(change.key.c_str(), change.value->c_str(), type)
-                           : nvram_unset(change.key.c_str(), type);
-  return result != 0 ? -1 : nvram_commit(type);
+    if (CheckChange(change) != 0) return -1;
+  if (CheckArea(type) != 0) return -1;
+  MDB_txn *txn = nullptr;
+  std::string records;
+  int stored = 0, rc = LmdbBegin(gWork, 0, &txn);
+  for (size_t at = 0; rc == 0 && at < changes.size(); ++at) rc = Change(txn, type, changes[at]);
+  if (rc == 0) rc = ReadRecords(txn, type, &records);
+  if (rc == 0) stored = FlashStore(type, records);
+  if (rc != 0 || stored < 0) {
+    mdb_txn_abort(txn);
+    return rc == 0 ? -1 : Failed("writing", kWorkPlace.folder, rc);
+  }
+  rc = mdb_txn_commit(txn);
+  if (rc == 0) return 0;
+  if (stored == 1) FlashUndo(type);
+  return Failed("writing", kWorkPlace.folder, rc);
 }

@@ -77,6 +77,18 @@ $USERS.4" gateway bash -c "cfgcmd list $USERS; cfgcmd get $USERS.3.Username; cfg
   expect 0 LAST gateway cfgcmd get $DEVICE.ProvisioningCode
 }
 
+@test "damaged flash: the commit before is used, the file kept aside, a line says what is lost" {
+  gateway bash -c "cfgcmd set $DEVICE.ProvisioningCode before; cfgcmd set $DEVICE.ProvisioningCode last"
+  flash=$state/nvram/area1
+  printf '\377\377\377\377' | dd of="$flash" bs=1 seek=$(($(stat -c %s "$flash") / 2)) conv=notrunc status=none
+  cp "$flash" "$BATS_TEST_TMPDIR/damaged"
+  run gateway bash -c "cfgcmd get $DEVICE.ProvisioningCode; grep -h ' 4 nvram: ' /var/log/devkit/*.log"
+  [ "$status" -eq 0 ] && [ ${#lines[@]} -eq 2 ] && [ "${lines[0]}" = before ] || fail "$output"
+  [[ ${lines[1]} == *'area1 is damaged ('*'), kept as area1.bad.1; the commit before is used' ]] || fail "$output"
+  cmp "$state/nvram/area1.bad.1" "$BATS_TEST_TMPDIR/damaged"
+  expect 0 before gateway cfgcmd get $DEVICE.ProvisioningCode
+}
+
 @test "a data-model file that does not parse: file, line and reason, and no start" {
   run sandbox --bare -- bash -c 'mount --version >/dev/null
     sed "s/^<InternetGatewayDevice .*/<broken/" /etc/tr098_data_model.xml >/tmp/broken.xml

@@ -5,16 +5,22 @@
 #include <gtest/gtest.h>
 #include <rapidcheck.h>
 #include <signal.h>
+#include <sys/ptrace.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <cstdlib>
 #include <cstring>
+#include <fstream>
+#include <iterator>
 #include <map>
 #include <memory>
 #include <string>
 #include <thread>
 #include <vector>
+
+#include "flash.h"
+#include "nvram_desk.h"
 
 namespace {
 
@@ -35,7 +41,57 @@ Settings Walk(int type, const char *prefix) {
   return found;
 }
 
+/* ---- what flash should hold, made by hand ---- */
+
+std::string WithSum(std::string bytes) {
+  uint32_t crc = ~0u;
+  for (unsigned char byte : bytes) {
+    crc ^= byte;
+    for (int bit = 0; bit < 8; ++bit) crc = (crc >> 1) ^ (crc & 1 ? 0xEDB88320 : 0);
+  }
+  char sum[16];
+  snprintf(sum, sizeof sum, "%08x\n", ~crc);
+  return bytes + sum;
+}
+
+std::string WithHead(int area, const std::string &records) {
+  char head[64];
+  snprintf(head, sizeof head, "nvram 1, area %d, %010zu bytes\n", area, 34 + records.size() + 9);
+  return WithSum(head + records);
+}
+
+std::string FlashFile(int area, const Settings &settings) {
+  std::string records;
+  for (const auto &one : settings) records += one.first + '\0' + one.second + '\0';
+  return WithHead(area, records);
+}
+
+std::string FileBytes(const std::string &name) {
+  std::ifstream file("/var/nvram/" + name, std::ios::binary);
+  return {std::istreambuf_iterator<char>(file), {}};
+}
+
+void WriteBytes(const std::string &name, const std::string &bytes) {
+  std::ofstream("/var/nvram/" + name, std::ios::binary) << bytes;
+}
+
 /* ---- the second process: "set KEY VALUE", "get KEY", ... done in order, area 1 ---- */
+
+constexpr int kNoRoom = 7;
+
+/* Steps of 2 KB each until there is no room: the last one is nowhere then, the others everywhere.
+ */
+int Fill() {
+  Settings model = {{"k", "v"}};
+  if (nvram_init_semaphore() != 0) return kNoRoom;
+  for (int each = 100; each < 200; ++each) {
+    std::string key = "k" + std::to_string(each), value(2048, static_cast<char>('a' + each % 26));
+    if (nvram_desk_apply(NVTYPE_STAGING, {{key, value}, {key + ".", value}}) != 0)
+      return Walk(NVTYPE_STAGING, "") == model && FileBytes("area1") == FlashFile(1, model) ? 0 : 6;
+    model[key] = model[key + "."] = value;
+  }
+  return 5; /* there was room for all */
+}
 
 int Do(int argc, char **argv) {
   for (int at = 1; at < argc; ++at) {
@@ -55,24 +111,27 @@ int Do(int argc, char **argv) {
       if (nvram_commit(NVTYPE_STAGING) != 0) return 1;
     } else if (word == "clean") {
       if (nvram_clean(NVTYPE_STAGING) != 0) return 1;
-    } else if (word == "hammer") { /* pairs, committed, until it is killed */
-      for (int round = 0; write(1, "+", 1) == 1; ++round) {
-        std::string value = std::to_string(round);
-        nvram_set("first", value.c_str(), NVTYPE_STAGING);
-        nvram_set("second", value.c_str(), NVTYPE_STAGING);
-        nvram_commit(NVTYPE_STAGING);
-      }
+    } else if (word == "apply") { /* two settings in one step */
+      std::vector<NvramChange> changes = {{argv[at + 1], argv[at + 2]},
+                                          {argv[at + 3], argv[at + 4]}};
+      if (nvram_desk_apply(NVTYPE_STAGING, changes) != 0) return 1;
+      at += 4;
+    } else if (word == "stop") {
+      raise(SIGSTOP);
+    } else if (word == "fill") {
+      return Fill();
     }
   }
   return 0;
 }
 
-pid_t Start(std::vector<const char *> words, int out = 1) {
+pid_t Start(
+    std::vector<const char *> words, void (*first)() = [] {}) {
   words.insert(words.begin(), "nvram_test");
   words.push_back(nullptr);
   pid_t pid = fork();
   if (pid == 0) {
-    dup2(out, 1);
+    first();
     execv("/proc/self/exe", const_cast<char **>(words.data()));
     _exit(127);
   }
@@ -84,7 +143,7 @@ int RunWords(const std::vector<const char *> &words) {
   return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
 }
 void PowerCut() { EXPECT_EQ(system("rm -rf /dev/shm/nvram"), 0); }
-void NewBoard() { EXPECT_EQ(system("rm -rf /dev/shm/nvram; rm -f /var/nvram/*"), 0); }
+void NewBoard() { EXPECT_EQ(system("rm -rf /dev/shm/nvram /var/nvram/*"), 0); }
 
 TEST(NvramPower, OnlyWhatWasCommittedSurvives) {
   NewBoard();
@@ -102,21 +161,59 @@ TEST(NvramPower, OnlyWhatWasCommittedSurvives) {
   EXPECT_EQ(RunWords({"is", "a", "(none)", "is", "x", "(none)", "is", "d", "4"}), 0);
 }
 
-TEST(NvramPower, AKilledCommitIsWholeOrNotThere) {
-  NewBoard();
-  for (int round = 0; round < 8; ++round) {
-    int out[2];
-    char sign;
-    ASSERT_EQ(pipe(out), 0);
-    pid_t pid = Start({"hammer"}, out[1]);
-    close(out[1]);
-    for (int seen = 0; seen <= round; ++seen) ASSERT_EQ(read(out[0], &sign, 1), 1);
-    kill(pid, SIGKILL);
-    waitpid(pid, nullptr, 0);
-    close(out[0]);
-    PowerCut();
-    EXPECT_EQ(RunWords({"same", "first", "second", "set", "third", "3", "commit"}), 0);
+/* Kills a process at its nth system call after "stop", or lets it end. True: it was killed. */
+bool KillAtCall(const std::vector<const char *> &words, int nth) {
+  int status = 0;
+  pid_t pid = Start(words, [] { ptrace(PTRACE_TRACEME, 0, nullptr, nullptr); });
+  for (bool stopped = false; !stopped && waitpid(pid, &status, 0) == pid && WIFSTOPPED(status);) {
+    stopped = WSTOPSIG(status) == SIGSTOP;
+    if (!stopped) ptrace(PTRACE_CONT, pid, nullptr, nullptr);
   }
+  for (int calls = 0; WIFSTOPPED(status) && calls < nth; ++calls) {
+    ptrace(PTRACE_SYSCALL, pid, nullptr, nullptr);
+    waitpid(pid, &status, 0);
+  }
+  if (WIFSTOPPED(status)) {
+    kill(pid, SIGKILL);
+    waitpid(pid, &status, 0);
+  }
+  EXPECT_TRUE(WIFSIGNALED(status) || (WIFEXITED(status) && WEXITSTATUS(status) == 0)) << status;
+  return WIFSIGNALED(status);
+}
+
+TEST(NvramPower, AStepThatIsKilledIsWholeOrNotThere) {
+  NewBoard();
+  ASSERT_EQ(RunWords({"apply", "first", "0", "second", "0"}), 0);
+  bool killed = true;
+  for (int nth = 1; killed; ++nth) {
+    std::string value = std::to_string(nth);
+    killed = KillAtCall({"stop", "apply", "first", value.c_str(), "second", value.c_str()}, nth);
+    ASSERT_EQ(access("/var/nvram/area1", F_OK), 0) << "at each instant, call " << nth;
+    std::vector<const char *> look = {"same", "first", "second"};
+    if (!killed) look.insert(look.end(), {"is", "first", value.c_str()});
+    ASSERT_EQ(RunWords(look), 0) << "seen by others, call " << nth;
+    PowerCut();
+    ASSERT_EQ(RunWords(look), 0) << "on flash, call " << nth;
+    ASSERT_NE(access("/var/nvram/area1.bad.1", F_OK), 0) << "no damage either, call " << nth;
+    ASSERT_LT(nth, 1000);
+  }
+}
+
+TEST(NvramPower, FullMemoryIsAnErrorAndNoSignal) {
+  bool too_small = false, enough = false;
+  for (int kilobytes = 16; kilobytes <= 160; kilobytes += 12) {
+    NewBoard();
+    ASSERT_EQ(RunWords({"set", "k", "v", "commit"}), 0);
+    std::string mount = "mount -t tmpfs -o size=" + std::to_string(kilobytes) + "k none /dev/shm";
+    ASSERT_EQ(system(mount.c_str()), 0);
+    int result = RunWords({"fill"});
+    EXPECT_TRUE(result == 0 || result == kNoRoom) << kilobytes << " KB: " << result;
+    (result == 0 ? enough : too_small) = true;
+    EXPECT_EQ(system("mount -o remount,size=8m /dev/shm"), 0);
+    EXPECT_EQ(RunWords({"set", "after", "1", "is", "after", "1"}), 0) << kilobytes;
+    EXPECT_EQ(system("umount /dev/shm"), 0);
+  }
+  EXPECT_TRUE(too_small && enough);
 }
 
 TEST(NvramPower, DamageIsNotFatal) {
@@ -124,18 +221,19 @@ TEST(NvramPower, DamageIsNotFatal) {
     const char *what, *command, *after;
   };
   const Damage kDamages[] = {
-      {"working copy", "rm -f /dev/shm/nvram/lock.mdb; echo junk > /dev/shm/nvram/data.mdb", "1"},
-      {"flash", "rm -rf /dev/shm/nvram; echo junk > /var/nvram/data.mdb", "(none)"},
+      {"working copy", "rm -f /dev/shm/nvram/lock.mdb; echo junk > /dev/shm/nvram/data.mdb", "2"},
+      {"flash", "rm -rf /dev/shm/nvram; echo junk > /var/nvram/area1", "1"},
+      {"both files", "rm -rf /dev/shm/nvram; truncate -s 9 /var/nvram/area1*", "(none)"},
+      {"no flash", "rm -rf /dev/shm/nvram; rm -f /var/nvram/*", "(none)"},
   };
   for (const Damage &damage : kDamages) {
     NewBoard();
-    ASSERT_EQ(RunWords({"set", "a", "1", "commit"}), 0);
+    ASSERT_EQ(RunWords({"set", "a", "1", "commit", "set", "a", "2", "commit"}), 0);
     ASSERT_EQ(system(damage.command), 0);
     EXPECT_EQ(RunWords({"is", "a", damage.after, "set", "b", "2", "commit"}), 0) << damage.what;
     PowerCut();
-    EXPECT_EQ(RunWords({"is", "b", "2"}), 0) << damage.what;
+    EXPECT_EQ(RunWords({"is", "a", damage.after, "is", "b", "2"}), 0) << damage.what;
   }
-  EXPECT_EQ(access("/var/nvram/data.mdb.bad", F_OK), 0) << "the damaged flash is kept to look at";
 }
 
 TEST(NvramPower, ManyStartAtOnce) {
@@ -154,6 +252,109 @@ TEST(NvramPower, ManyStartAtOnce) {
   }
   PowerCut();
   for (const std::string &key : keys) EXPECT_EQ(RunWords({"is", key.c_str(), "v"}), 0) << key;
+}
+
+/* ---- flash alone ---- */
+
+const Settings kBefore = {{"a", "before"}, {"empty", ""}, {"long", std::string(9000, 'x')}};
+const Settings kLast = {{"a", "last"}, {"long", std::string(9000, 'y')}, {"new", "1"}};
+
+/* What FlashLoad returns for area 1, as a file; and its log. */
+std::string Loaded(std::string *log) {
+  std::string records;
+  testing::internal::CaptureStderr();
+  EXPECT_EQ(FlashLoad(1, &records), 0);
+  *log = testing::internal::GetCapturedStderr();
+  return WithHead(1, records);
+}
+
+/* The last commit is `bytes`: it is found to be damaged, and the one before is used. */
+void ExpectDamageFound(const std::string &what, const std::string &bytes) {
+  SCOPED_TRACE(what);
+  std::string log, before = FlashFile(1, kBefore);
+  NewBoard();
+  WriteBytes("area1", bytes);
+  WriteBytes("area1.1", before);
+  EXPECT_TRUE(Loaded(&log) == before);
+  EXPECT_EQ(log.find(" 4 nvram: in /var/nvram area1 is damaged ("), log.find(" 4 ")) << log;
+  EXPECT_EQ(log.find(" 4 "), log.rfind(" 4 ")) << "one line: " << log;
+  EXPECT_NE(log.find(", kept as area1.bad.1; the commit before is used"), log.npos) << log;
+  EXPECT_TRUE(FileBytes("area1.bad.1") == bytes);
+  EXPECT_TRUE(Loaded(&log) == before) << "at the next start, too";
+  EXPECT_EQ(log, "");
+}
+
+TEST(NvramFlash, DamageAnywhereIsFound) {
+  const std::string whole = FlashFile(1, kLast);
+  const size_t kHead = 34, kTail = 9, kPage = 4096;
+  for (size_t at = 0; at < whole.size();
+       at += at < kHead || at + kTail + 1 > whole.size() ? 1 : 97) {
+    std::string bytes = whole;
+    bytes[at] = static_cast<char>(bytes[at] ^ 1 << at % 8);
+    ExpectDamageFound("a bit of byte " + std::to_string(at), bytes);
+  }
+  for (size_t at = 0; at < whole.size(); at += kPage) {
+    std::string bytes = whole;
+    for (size_t each = at; each < std::min(at + kPage, bytes.size()); ++each)
+      bytes[each] ^= each * 7;
+    ExpectDamageFound("the page at " + std::to_string(at), bytes);
+    bytes.replace(at, kPage, std::min(kPage, whole.size() - at), '\0');
+    ExpectDamageFound("zeroes at " + std::to_string(at), bytes);
+    ExpectDamageFound("cut at " + std::to_string(at), whole.substr(0, at));
+    ExpectDamageFound("cut after " + std::to_string(at), whole.substr(0, at + 1));
+  }
+  const std::string kNul(1, '\0'), key(401, 'k'), value(32 * 1024 + 1, 'v');
+  ExpectDamageFound("a byte too many", whole + "\n");
+  ExpectDamageFound("a page too many", whole + std::string(kPage, '\0'));
+  ExpectDamageFound("the other area's", FlashFile(2, kLast));
+  ExpectDamageFound("longer than may be", std::string((32 << 20) + 1, '\0'));
+  ExpectDamageFound("a key that is too long", FlashFile(1, {{key, "v"}}));
+  ExpectDamageFound("a value that is too long", FlashFile(1, {{"k", value}}));
+  ExpectDamageFound("no key", FlashFile(1, {{"", "v"}}));
+  ExpectDamageFound("a key alone", WithHead(1, "k" + kNul));
+  ExpectDamageFound("no end", WithHead(1, "k" + kNul + "v"));
+}
+
+TEST(NvramFlash, WhatIsUsedInstead) {
+  struct Case {
+    const char *what, *command; /* in the folder with a whole area1 and area1.1 */
+    Settings used;
+    const char *told; /* "": no line at all */
+  };
+  const Case kCases[] = {
+      {"sound", "true", kLast, ""},
+      {"a new board", "rm *", {}, ""},
+      {"the first commit", "rm area1.1", kLast, ""},
+      {"no last one", "rm area1", kBefore, "area1 is missing; the commit before is used"},
+      {"a folder", "rm area1; mkdir -p area1/x", kBefore,
+       "(it is no regular file), kept as area1.bad.1"},
+      {"a link", "mv area1 x; ln -s x area1", kBefore, "), kept as area1.bad.1"},
+      {"a pipe", "rm area1; mkfifo area1", kBefore, "(it is no regular file), kept as area1.bad.1"},
+      {"none before",
+       "rm area1.1; echo >area1",
+       {},
+       "area1.1 is missing; the area's settings are lost"},
+      {"both",
+       "echo >area1; echo >area1.1",
+       {},
+       "area1.1 is damaged (it is cut), kept as area1.bad.2"},
+      {"some kept", "touch area1.bad.1 area1.bad.3; echo >area1", kBefore, "kept as area1.bad.2"},
+      {"enough kept", "touch area1.bad.{1,2,3,4}; echo >area1", kBefore, "removed, as others are"},
+      {"a cut commit", "echo >area1.new; ln area1 area1.old", kLast, ""},
+  };
+  for (const Case &c : kCases) {
+    std::string log;
+    NewBoard();
+    WriteBytes("area1", FlashFile(1, kLast));
+    WriteBytes("area1.1", FlashFile(1, kBefore));
+    ASSERT_EQ(system(("cd /var/nvram; bash -c '" + std::string(c.command) + "'").c_str()), 0);
+    EXPECT_TRUE(Loaded(&log) == FlashFile(1, c.used)) << c.what;
+    EXPECT_NE(log.find(c.told), log.npos) << c.what << ": " << log;
+    EXPECT_EQ(log.empty(), *c.told == '\0') << c.what << ": " << log;
+    EXPECT_EQ(FlashStore(1, "k" + std::string(2, '\0')), 1) << c.what;
+    EXPECT_TRUE(FileBytes("area1") == FlashFile(1, {{"k", ""}})) << c.what;
+  }
+  EXPECT_EQ(FileBytes("area1.1"), FlashFile(1, kLast)) << "the commit before";
 }
 
 /* From here on this process is attached itself. */
@@ -189,6 +390,15 @@ TEST_F(Nvram, Refusals) {
     }
   }
   EXPECT_EQ(Get("k", NVTYPE_BASIC), value) << "what is refused leaves the old value";
+  const std::vector<std::vector<NvramChange>> kRefused = {
+      {{"k", "new"}, {"", "v"}},
+      {{"k", "new"}, {"l", value + "v"}},
+      {{"k", "new"}, {"l", std::string("a\0b", 3)}},
+      {{"k", std::nullopt}, {std::string("a\0b", 3), "v"}},
+  };
+  for (const auto &changes : kRefused) EXPECT_EQ(nvram_desk_apply(NVTYPE_BASIC, changes), -1);
+  EXPECT_EQ(nvram_desk_apply(3, {}), -1);
+  EXPECT_EQ(Get("k", NVTYPE_BASIC), value) << "nor is anything of a refused step done";
   EXPECT_EQ(nvram_set("k", nullptr, 1), -1);
   EXPECT_EQ(nvram_unset("never set", 1), 0);
   EXPECT_EQ(nvram_unset("k", 5), -1);
@@ -215,6 +425,44 @@ TEST_F(Nvram, AWalkSeesASnapshot) {
   EXPECT_EQ(nvram_walk(9, "", unset, &seen), -1);
 }
 
+TEST_F(Nvram, WhatFlashCannotTakeChangesNothing) {
+  struct Case {
+    const char *what, *mount, *reason;
+  };
+  const Case kCases[] = {
+      {"full", "mount -o remount,size=48k /var/nvram", "No space left on device"},
+      {"read-only", "mount -o remount,ro /var/nvram", "Read-only file system"},
+  };
+  const std::vector<NvramChange> kSmall = {{"a", "1"}, {"b", "2"}};
+  const std::vector<NvramChange> kLarge = {{"a", "3"},
+                                           {"b", std::nullopt},
+                                           {"c", std::string(32000, 'c')},
+                                           {"d", std::string(32000, 'd')}};
+  for (const Case &c : kCases) {
+    SCOPED_TRACE(c.what);
+    ASSERT_EQ(system("mount -t tmpfs none /var/nvram"), 0);
+    EXPECT_EQ(nvram_desk_apply(NVTYPE_BASIC, kSmall), 0);
+    ASSERT_EQ(system(c.mount), 0);
+    EXPECT_EQ(nvram_desk_apply(NVTYPE_BASIC, kSmall), 0) << "nothing to write";
+    testing::internal::CaptureStderr();
+    EXPECT_EQ(nvram_desk_apply(NVTYPE_BASIC, kLarge), -1);
+    std::string log = testing::internal::GetCapturedStderr();
+    EXPECT_NE(log.find(" 4 nvram: writing /var/nvram/area2 failed: " + std::string(c.reason)),
+              log.npos)
+        << log;
+    EXPECT_EQ(Walk(NVTYPE_BASIC, ""), (Settings{{"a", "1"}, {"b", "2"}}));
+    EXPECT_EQ(nvram_set("a", "3", NVTYPE_BASIC), 0);
+    EXPECT_EQ(nvram_set("c", kLarge[2].value->c_str(), NVTYPE_BASIC), 0);
+    EXPECT_EQ(nvram_set("d", kLarge[3].value->c_str(), NVTYPE_BASIC), 0);
+    EXPECT_EQ(nvram_commit(NVTYPE_BASIC), -1);
+    EXPECT_EQ(Get("a", NVTYPE_BASIC), "3") << "stays in use";
+    EXPECT_EQ(FileBytes("area2"), FlashFile(2, {{"a", "1"}, {"b", "2"}}));
+    EXPECT_NE(access("/var/nvram/area2.new", F_OK), 0) << "gives its room back";
+    EXPECT_EQ(system("umount /var/nvram"), 0);
+    EXPECT_EQ(nvram_clean(NVTYPE_BASIC), 0);
+  }
+}
+
 TEST_F(Nvram, ThreadsDoNotLoseEachOthersSettings) {
   std::vector<std::thread> threads;
   for (int each = 0; each < 4; ++each)
@@ -224,7 +472,7 @@ TEST_F(Nvram, ThreadsDoNotLoseEachOthersSettings) {
         EXPECT_EQ(nvram_set(key.c_str(), "v", NVTYPE_BASIC), 0);
         EXPECT_EQ(Get(key.c_str(), NVTYPE_BASIC), "v");
         if (round % 25 == 0) {
-          EXPECT_EQ(nvram_commit(NVTYPE_BASIC), 0);
+          EXPECT_EQ(nvram_desk_apply(NVTYPE_BASIC, {{key + ".", "v"}, {key + ".", {}}}), 0);
         }
       }
     });
@@ -238,9 +486,10 @@ TEST_F(Nvram, AreasBehaveAsPlainMaps) {
     RC_ASSERT((nvram_clean(NVTYPE_STAGING) | nvram_clean(NVTYPE_BASIC)) == 0);
     int steps = *rc::gen::inRange(1, 30);
     for (int step = 0; step < steps; ++step) {
-      int type = *rc::gen::inRange(1, 3), what = *rc::gen::inRange(0, 12);
+      int type = *rc::gen::inRange(1, 3), what = *rc::gen::inRange(0, 13);
       std::string key = "k" + std::to_string(*rc::gen::inRange(0, 6));
       std::string value = *rc::gen::container<std::string>(rc::gen::inRange('a', 'e'));
+      const std::string file = "area" + std::to_string(type);
       if (what < 6) {
         RC_ASSERT(nvram_set(key.c_str(), value.c_str(), type) == 0);
         model[type][key] = value;
@@ -249,6 +498,13 @@ TEST_F(Nvram, AreasBehaveAsPlainMaps) {
         model[type].erase(key);
       } else if (what == 10) {
         RC_ASSERT(nvram_commit(type) == 0);
+        RC_ASSERT(FileBytes(file) == FlashFile(type, model[type]));
+      } else if (what == 11) {
+        std::vector<NvramChange> changes = {{key, value}, {"k0", value}, {"k1", std::nullopt}};
+        RC_ASSERT(nvram_desk_apply(type, changes) == 0);
+        model[type][key] = model[type]["k0"] = value;
+        model[type].erase("k1");
+        RC_ASSERT(FileBytes(file) == FlashFile(type, model[type]));
       } else {
         RC_ASSERT(nvram_clean(type) == 0);
         model[type].clear();

@@ -1,0 +1,287 @@
+// The files of the settings on flash. In /var/nvram: "area1", the last commit; "area1.1", the
+// commit before it; "area1.new" and "area1.old" while a commit is under way; "area1.bad.1" and so
+// on, damaged files kept to look at. Likewise for area 2.
+//
+// A file is a line that names the area and the file's length, the records, and a line with the
+// CRC-32 (that of gzip) of all before it in hexadecimal digits.
+#include "flash.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <array>
+#include <cerrno>
+#include <cstdint>
+#include <cstdio>
+#include <cstring>
+
+namespace {
+
+constexpr char kFolder[] = "/var/nvram";
+constexpr int kBadMax = 4; /* damaged files that are kept, of an area */
+constexpr size_t kHeadSize = sizeof "nvram 1, area 1, 0123456789 bytes\n" - 1;
+constexpr size_t kTailSize = sizeof "01234567\n" - 1;
+
+struct AreaFile {
+  int error;          // 0: sound; ENOENT: not there; else an errno, and `wrong` says more
+  std::string wrong;  // for people
+  std::string bytes;  // head and tail included
+};
+
+std::string Head(int area, size_t size) {
+  char text[64];
+  snprintf(text, sizeof text, "nvram 1, area %d, %010zu bytes\n", area, size);
+  return text;
+}
+
+constexpr std::array<uint32_t, 256> CrcTable() {
+  std::array<uint32_t, 256> table = {};
+  for (uint32_t byte = 0; byte < 256; ++byte) {
+    table[byte] = byte;
+    for (int bit = 0; bit < 8; ++bit)
+      table[byte] = table[byte] >> 1 ^ (table[byte] & 1 ? 0xedb88320u : 0);
+  }
+  return table;
+}
+
+std::string Tail(std::string_view all_before) {
+  static constexpr std::array<uint32_t, 256> kTable = CrcTable();
+  uint32_t crc = ~0u;
+  for (unsigned char byte : all_before) crc = kTable[(crc ^ byte) & 0xff] ^ crc >> 8;
+  char text[16];
+  snprintf(text, sizeof text, "%08x\n", ~crc);
+  return text;
+}
+
+std::string_view Records(const std::string &bytes) {
+  return std::string_view(bytes).substr(kHeadSize, bytes.size() - kHeadSize - kTailSize);
+}
+
+/* What is wrong with the bytes of a file; empty: nothing. */
+std::string WrongBytes(int area, const std::string &bytes) {
+  if (bytes.size() < kHeadSize + kTailSize) return "it is cut";
+  if (bytes.compare(0, kHeadSize, Head(area, bytes.size())) != 0)
+    return "its head is not that of " + std::to_string(bytes.size()) + " bytes of this area";
+  size_t tail = bytes.size() - kTailSize;
+  if (bytes.compare(tail, kTailSize, Tail(std::string_view(bytes).substr(0, tail))) != 0)
+    return "its checksum is wrong";
+  std::string_view rest = Records(bytes), key, value;
+  while (!rest.empty())
+    if (!FlashNext(&rest, &key, &value)) return "one of its records is longer than may be";
+  return "";
+}
+
+/* Reads `size` bytes, or what there is. 0 or an errno. */
+int ReadBytes(int fd, size_t size, std::string *bytes) {
+  bytes->resize(size);
+  size_t at = 0;
+  while (at < size) {
+    ssize_t got = read(fd, &(*bytes)[at], size - at);
+    if (got < 0 && errno == EINTR) continue;
+    if (got < 0) return errno;
+    if (got == 0) break;
+    at += static_cast<size_t>(got);
+  }
+  bytes->resize(at);
+  return 0;
+}
+
+/* The descriptor of a regular file and its size, or -1 with `file` saying why. */
+int OpenToRead(int folder, const std::string &name, AreaFile *file, size_t *size) {
+  struct stat info = {};
+  int fd = openat(folder, name.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC);
+  if (fd < 0 || fstat(fd, &info) != 0) {
+    *file = {errno, strerror(errno), ""};
+  } else if (!S_ISREG(info.st_mode)) {
+    *file = {EBADMSG, "it is no regular file", ""};
+  } else if (info.st_size > static_cast<off_t>(kFlashMax)) {
+    *file = {EBADMSG, "it is longer than may be", ""};
+  } else {
+    *size = static_cast<size_t>(info.st_size);
+    return fd;
+  }
+  if (fd >= 0) close(fd);
+  return -1;
+}
+
+AreaFile ReadFile(int folder, const std::string &name) {
+  AreaFile file = {};
+  size_t size = 0;
+  int fd = OpenToRead(folder, name, &file, &size);
+  if (fd < 0) return file;
+  file.error = ReadBytes(fd, size, &file.bytes);
+  close(fd);
+  if (file.error != 0) file.wrong = strerror(file.error);
+  return file;
+}
+
+AreaFile ReadArea(int folder, int area, const std::string &name) {
+  AreaFile file = ReadFile(folder, name);
+  if (file.error == 0) file.wrong = WrongBytes(area, file.bytes);
+  if (file.error == 0 && !file.wrong.empty()) file.error = EBADMSG;
+  return file;
+}
+
+/* Says nothing about the file itself. */
+bool IsShortage(int error) { return error == EMFILE || error == ENFILE || error == ENOMEM; }
+
+/* A descriptor of the folder, made when it is not there; or -1 with errno. */
+int OpenFolder() {
+  struct stat info = {};
+  if (mkdir(kFolder, 0700) != 0 && errno != EEXIST) return -1;
+  int folder = open(kFolder, O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC);
+  if (folder < 0) return -1;
+  if (fstat(folder, &info) == 0 && info.st_uid == geteuid()) return folder;
+  close(folder);
+  errno = EACCES; /* somebody else could put in it what he likes */
+  return -1;
+}
+
+/* The gateway starts all the same, with defaults. */
+int NoFolder(int error) {
+  if (IsShortage(error)) return error;
+  NVRAM_LOG("nvram: %s cannot be read: %s; starting without settings\n", kFolder, strerror(error));
+  return 0;
+}
+
+/* Moves a damaged file out of the way. Returns what became of it, for people. */
+std::string MoveAside(int folder, const std::string &area, const std::string &name) {
+  struct stat info;
+  for (int number = 1; number <= kBadMax; ++number) {
+    std::string aside = area + ".bad." + std::to_string(number);
+    if (fstatat(folder, aside.c_str(), &info, AT_SYMLINK_NOFOLLOW) == 0) continue;
+    if (renameat(folder, name.c_str(), folder, aside.c_str()) == 0) return "kept as " + aside;
+    return std::string("left where it is: ") + strerror(errno);
+  }
+  if (unlinkat(folder, name.c_str(), 0) == 0) return "removed, as others are kept already";
+  return std::string("left where it is: ") + strerror(errno);
+}
+
+int WriteBytes(int fd, std::string_view bytes) {
+  while (!bytes.empty()) {
+    ssize_t put = write(fd, bytes.data(), bytes.size());
+    if (put < 0 && errno == EINTR) continue;
+    if (put < 0) return errno;
+    bytes.remove_prefix(static_cast<size_t>(put));
+  }
+  return fsync(fd) == 0 ? 0 : errno;
+}
+
+/* A new file, on the disk when this returns 0; else an errno. */
+int WriteFile(int folder, const std::string &name, std::string_view bytes) {
+  (void)unlinkat(folder, name.c_str(), 0); /* of a commit that was cut off; else it is not there */
+  int fd = openat(folder, name.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0600);
+  if (fd < 0) return errno;
+  int rc = WriteBytes(fd, bytes);
+  if (close(fd) != 0 && rc == 0) rc = errno;
+  return rc;
+}
+
+int Rename(int folder, const std::string &from, const std::string &to) {
+  return renameat(folder, from.c_str(), folder, to.c_str()) == 0 ? 0 : errno;
+}
+
+/* At each instant there is a last commit, and one before it if there was one: the last becomes the
+   one before under a second name. */
+int Replace(int folder, const std::string &name, bool keep_last) {
+  const std::string old = name + ".old";
+  int rc = 0;
+  (void)unlinkat(folder, old.c_str(), 0); /* as above */
+  if (keep_last) {
+    rc = linkat(folder, name.c_str(), folder, old.c_str(), 0) == 0 ? 0 : errno;
+    if (rc == 0) rc = Rename(folder, old, name + ".1");
+  }
+  return rc != 0 ? rc : Rename(folder, name + ".new", name);
+}
+
+int PutBack(int folder, const std::string &name) {
+  int rc = Rename(folder, name + ".1", name);
+  if (rc == ENOENT) rc = unlinkat(folder, name.c_str(), 0) == 0 ? 0 : errno;
+  if (rc == 0 && fsync(folder) != 0) rc = errno;
+  return rc;
+}
+
+/* 0 or an errno; flash is then as before. */
+int Store(int folder, const std::string &name, bool keep_last, const std::string &bytes) {
+  const std::string fresh = name + ".new";
+  int rc = WriteFile(folder, fresh, bytes);
+  if (rc == 0) rc = Replace(folder, name, keep_last);
+  if (rc != 0) {
+    (void)unlinkat(folder, fresh.c_str(), 0); /* gives its room back, if there is any of it */
+  } else if (fsync(folder) != 0) {
+    rc = errno;
+    (void)PutBack(folder, name); /* the error is told in any case */
+  }
+  return rc;
+}
+
+std::string AreaName(int area) { return "area" + std::to_string(area); }
+
+}  // namespace
+
+bool FlashNext(std::string_view *rest, std::string_view *key, std::string_view *value) {
+  size_t key_end = rest->find('\0');
+  size_t value_end = key_end < rest->size() ? rest->find('\0', key_end + 1) : rest->npos;
+  if (value_end == rest->npos) return false;
+  *key = rest->substr(0, key_end);
+  *value = rest->substr(key_end + 1, value_end - key_end - 1);
+  rest->remove_prefix(value_end + 1);
+  return !key->empty() && key->size() <= kNvramKeyMax && value->size() <= kNvramValueMax;
+}
+
+int FlashLoad(int area, std::string *records) {
+  const std::string name = AreaName(area), before = name + ".1";
+  AreaFile file = {};
+  std::string lost;
+  int missing = 0, folder = OpenFolder();
+  records->clear();
+  if (folder < 0) return NoFolder(errno);
+  for (const std::string &each : {name, before}) {
+    file = ReadArea(folder, area, each);
+    if (file.error == 0 || IsShortage(file.error)) break;
+    if (file.error == ENOENT) ++missing;
+    lost += each + (file.error == ENOENT ? " is missing; "
+                                         : " is damaged (" + file.wrong + "), " +
+                                               MoveAside(folder, name, each) + "; ");
+  }
+  if (file.error == 0) *records = Records(file.bytes);
+  if (file.error == 0 && !lost.empty())
+    (void)Rename(folder, before, name); /* else the next start says the same again */
+  close(folder);
+  if (IsShortage(file.error)) return file.error;
+  if (!lost.empty() && missing < 2) /* a new board has neither */
+    NVRAM_LOG("nvram: in %s %s%s\n", kFolder, lost.c_str(),
+              file.error == 0 ? "the commit before is used" : "the area's settings are lost");
+  return 0;
+}
+
+int FlashStore(int area, const std::string &records) {
+  const std::string name = AreaName(area);
+  std::string bytes = Head(area, kHeadSize + records.size() + kTailSize) + records;
+  bytes += Tail(bytes);
+  int folder = OpenFolder(), rc = folder < 0 ? errno : 0;
+  AreaFile last = {};
+  if (rc == 0) last = ReadFile(folder, name);
+  if (IsShortage(last.error)) rc = last.error;
+  if (bytes.size() > kFlashMax) rc = EFBIG;
+  bool same = last.error == 0 && last.bytes == bytes;
+  if (rc == 0 && !same) {
+    bool sound = last.error == 0 && WrongBytes(area, last.bytes).empty();
+    rc = Store(folder, name, sound, bytes);
+  }
+  if (folder >= 0) close(folder);
+  if (rc == 0) return same ? 0 : 1;
+  NVRAM_LOG("nvram: writing %s/%s failed: %s; the last commit stands: make room for %zu bytes\n",
+            kFolder, name.c_str(), strerror(rc), bytes.size());
+  return -1;
+}
+
+void FlashUndo(int area) {
+  int folder = OpenFolder();
+  int rc = folder < 0 ? errno : PutBack(folder, AreaName(area));
+  if (folder >= 0) close(folder);
+  if (rc != 0)
+    NVRAM_LOG("nvram: taking back a change of %s/%s failed: %s\n", kFolder, AreaName(area).c_str(),
+              strerror(rc));
+}
