@@ -11,6 +11,7 @@
 
 #include <cstdlib>
 #include <cstring>
+#include <filesystem>
 #include <fstream>
 #include <iterator>
 #include <map>
@@ -142,8 +143,12 @@ int RunWords(const std::vector<const char *> &words) {
   waitpid(Start(words), &status, 0);
   return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
 }
-void PowerCut() { EXPECT_EQ(system("rm -rf /dev/shm/nvram"), 0); }
-void NewBoard() { EXPECT_EQ(system("rm -rf /dev/shm/nvram /var/nvram/*"), 0); }
+void PowerCut() { std::filesystem::remove_all("/dev/shm/nvram"); }
+void NewBoard() {
+  PowerCut();
+  for (const auto &entry : std::filesystem::directory_iterator("/var/nvram"))
+    std::filesystem::remove_all(entry.path());
+}
 
 TEST(NvramPower, OnlyWhatWasCommittedSurvives) {
   NewBoard();
