@@ -80,5 +80,6 @@ int main(int argc, char **argv) {
   } catch (const CLI::ParseError &error) {
     return app.exit(error) == 0 ? 0 : 2;
   }
-  return run(asked) == 0 ? 0 : 1;
+  /* Settings that cannot be opened are not settings that are not set. */
+  return nvram_init_semaphore() == 0 && run(asked) == 0 ? 0 : 1;
 }
