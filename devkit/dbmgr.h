@@ -1,5 +1,5 @@
 // The data-base manager's parts: a client's request is checked and becomes a plan; a plan is served
-// from the store or routed to the module that serves its node; what changed is made to last.
+// from the store or routed to the module that serves its node.
 //
 // All of it runs on the thread "dbmgr:dbmgt".
 #pragma once
@@ -37,10 +37,6 @@ const char *CommandName(uint32_t command);
 
 /* Serves a plan that has no module. */
 DbmgrAnswer ServeFromStore(const Plan &plan);
-
-/* Makes the changes of a plan that was done survive a restart; `reply` is the new instance's path
-   of an "add". 0, or -1 (logged). */
-int MakeLast(const Plan &plan, const std::string &reply);
 
 /* Message handlers of the routing: a client's request, a module's acknowledgement, its early word
    that a node has no usable type, and the end of a module. */

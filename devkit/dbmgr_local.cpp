@@ -1,12 +1,9 @@
-// What the data-base manager does with the store itself: serves nodes that no module serves, and
-// makes accepted changes last.
+// What the data-base manager does with the store itself: serves nodes that no module serves.
 #include <cstring>
 #include <memory>
 
 #include "ams_common_api.h"
 #include "dbmgr.h"
-#include "nvram.h"
-#include "store_desk.h"
 
 namespace {
 
@@ -87,32 +84,10 @@ const LocalRow kLocal[] = {
     {APPT_CMD_REFRESH, Refresh},
 };
 
-std::string ArrayOf(const std::string &instance) { return instance.substr(0, instance.rfind('.')); }
-
 }  // namespace
 
 DbmgrAnswer ServeFromStore(const Plan &plan) {
   for (const LocalRow &row : kLocal)
     if (row.command == plan.command) return row.serve(plan);
   return Refused(plan);
-}
-
-int MakeLast(const Plan &plan, const std::string &reply) {
-  int result = 0;
-  if (plan.command == APPT_CMD_SET) {
-    for (const std::string &path : plan.paths) result |= ams_desk_persist_leaf(path.c_str());
-  } else if (plan.command == APPT_CMD_ADD) {
-    result = reply.empty() ? -1 : ams_desk_persist_array(plan.url.c_str());
-    if (result == 0) result = ams_desk_persist_instance(reply.c_str());
-  } else if (plan.command == APPT_CMD_DEL) {
-    result = ams_desk_forget(plan.url.c_str());
-    result |= ams_desk_persist_array(ArrayOf(plan.url).c_str());
-  } else {
-    return 0;
-  }
-  result |= nvram_commit(NVTYPE_STAGING);
-  if (result != 0)
-    AMS_PRINT(4, "%s of %s is done but may not survive a restart", CommandName(plan.command),
-              plan.url.c_str());
-  return result != 0 ? -1 : 0;
 }

@@ -139,9 +139,7 @@ void RouteRequest(int32_t, const void *data, uint32_t length) {
   if (PlanRequest(asked, &request.plan, &why) != 0) return Refuse(request.client, why);
   if (!request.plan.module.empty()) return Enqueue(std::move(request));
 
-  DbmgrAnswer answer = ServeFromStore(request.plan);
-  if (answer.result >= 0) (void)MakeLast(request.plan, answer.text); /* logged; the change stands */
-  Answer(request.client, answer);
+  Answer(request.client, ServeFromStore(request.plan));
 }
 
 void RouteAcknowledgement(int32_t, const void *data, uint32_t length) {
@@ -163,7 +161,6 @@ void RouteAcknowledgement(int32_t, const void *data, uint32_t length) {
 
   int32_t result = static_cast<int32_t>(appt_GetWord(bytes + 12));
   std::string text = ReplyText(data, length);
-  if (result >= 0) (void)MakeLast(request.plan, text); /* logged; the change stands */
   Answer(request.client, AnswerOf(request, result, appt_GetWord(bytes + 8), text));
   Pump(request.plan.module);
 }

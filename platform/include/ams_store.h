@@ -53,8 +53,8 @@ struct AmsTree *ams_mxmlLoadFile(void *top, FILE *file, void *callback);
 /* Column after which ams_save_xml breaks a start tag into lines; 0: never (the default is 72). */
 void mxmlSetWrapMargin(int column);
 
-/* Lays the changed parameters of nvram area `area` over the tree, instances included, in one step.
-   0 or -1 (logged). Entries that do not fit the tree are logged and passed over. */
+/* Lays the kept parameters of nvram area `area` over the tree, instances included, in one step. 0
+   or -1 (logged). Entries that do not fit the tree are logged and passed over. */
 int update_from_nvram(struct AmsTree *root, int area);
 
 /* Loads a staging source into nvram area 1 and commits it. Sources: 0 factory defaults (drops the
@@ -105,20 +105,24 @@ struct AmsArrayList {
 };
 int ams_mxml_list_array(const char *array, struct AmsArrayList *list);
 
-/* ---- writing ---- */
+/* ---- writing ----
 
-/* Sets a leaf; fails on writable="0" and on what is no leaf. A NULL value is "". 0 or -1 (logged).
- */
+   Two kinds of write, whoever calls: configuration is kept in nvram area 1 before the call returns
+   and is there again after a power cut; a change that cannot be kept is refused, and nothing has
+   changed then. Status is gone with the power. */
+
+/* Configuration. Sets a leaf; fails on writable="0" and on what is no leaf. A NULL value is "". 0
+   or -1 (logged). */
 int ams_set_node_value(struct AmsTree *root, const char *path, const char *value);
 
-/* Status writes: the same without the "writable" check. */
+/* Status: the same without the "writable" check. */
 int ams_sset_node_value(struct AmsTree *root, const char *path, const char *value);
 int ams_mxml_fset_leaf(const char *path, const char *value);
 int ams_mxml_sset_leaf_int(const char *path, int value);
 
-/* Adds an instance: the highest number ever used plus one, leaves as in the array's template.
-   `url` gets its path without a trailing ".". Deleting never renumbers. A sibling leaf named after
-   the array with "NumberOfEntries" behind follows both. 0 or -1 (logged). */
+/* Configuration. Adds an instance: the highest number ever used plus one, leaves as in the array's
+   template. `url` gets its path without a trailing ".". Deleting never renumbers. A sibling leaf
+   named after the array with "NumberOfEntries" behind follows both. 0 or -1 (logged). */
 int ams_add_obj(struct AmsTree *root, const char *array, char url[AMS_PATH_SIZE]);
 int ams_del_obj(struct AmsTree *root, const char *instance);
 
@@ -126,11 +130,14 @@ int ams_del_obj(struct AmsTree *root, const char *instance);
 int ams_get_attr(struct AmsTree *root, const char *path, char *value, size_t size);
 int ams_set_attr(struct AmsTree *root, const char *path, const char *value);
 
-/* Between these two, the calling thread's writes become visible together, at the end, or not at
-   all (-1, logged). The thread itself reads what it wrote; other writers wait, so the span must be
-   short and free of commands and messages. Spans do not nest. */
+/* Between these two, the calling thread's writes become visible and are kept together, at the end,
+   or not at all (-1, logged). The thread itself reads what it wrote; other writers wait, so the
+   span must be short and free of commands and messages. Spans do not nest. */
 int ams_write_begin(void);
 int ams_write_end(void);
+
+/* Ends the span and gives up its writes. 0, or -1 (logged): none was open. */
+int ams_write_cancel(void);
 
 /* Writes the tree to `file` (through a temporary beside it): ams_save_xml laid out for reading,
    ams_align_xml as compact as the file that is loaded at start. 0 or -1 (logged). */

@@ -7,8 +7,6 @@
 
 namespace {
 
-constexpr char kEntries[] = "NumberOfEntries";
-
 /* One row of a new instance, copied out of the template: writing would move what it points to. */
 struct NewRow {
   Key key;
@@ -120,11 +118,28 @@ int AddNext(MDB_txn *txn, const char *path, char *url) {
     return -1;
   }
   if (TreeAddInstance(txn, array, highest + 1) != 0) return -1;
+  KeepAdded(array, highest + 1);
   char text[KEY_MAX + 16];
   size_t length = KeyToPath(array.bytes, array.length, text);
   snprintf(text + length, sizeof text - length, ".%u", highest + 1);
   memcpy(url, text, strlen(text) + 1); /* the instance's path was checked to fit */
   return 0;
+}
+
+int DeleteOne(MDB_txn *txn, const char *instance) {
+  Key array;
+  uint32_t number;
+  Record record;
+  if (FindInstance(txn, instance, &array, &number) != 0) {
+    STORE_LOG("store: nothing deleted: %.255s is no instance\n",
+              instance == nullptr ? "" : instance);
+    return -1;
+  }
+  if (TreeDeleteInstance(txn, array, number) != 0) return -1;
+  if (TreeFind(txn, array, &record) != 0) return TreeFailed("reading", MDB_NOTFOUND);
+  if (KeepDeleted(array, number, RecordCounts(record).highest) == 0) return 0;
+  TreeThread()->failed = true; /* the row is gone already, so a span around this cannot go on */
+  return -1;
 }
 
 }  // namespace
@@ -138,8 +153,8 @@ int TreePutCounts(MDB_txn *txn, const Key &array, const ArrayCounts &counts) {
   if (TreePutRecord(txn, array, record, bytes) != 0) return -1;
   Key entries = array;
   entries.bytes[entries.last] = KEY_LEAF;
-  if (KeyAppend(&entries, kEntries, sizeof kEntries - 1) != 0) return 0;
-  int result = TreeSetLeaf(txn, entries, std::to_string(counts.count), true, true);
+  if (KeyAppend(&entries, kEntriesName, sizeof kEntriesName - 1) != 0) return 0;
+  int result = TreeSetLeaf(txn, entries, std::to_string(counts.count), SET_READONLY | SET_REPORT);
   return result == LEAF_NONE ? 0 : result; /* the file need not have it */
 }
 
@@ -192,13 +207,5 @@ int ams_del_obj(struct AmsTree *root, const char *instance) {
     STORE_LOG("store: a delete needs a tree\n");
     return -1;
   }
-  return TreeWrite([=](MDB_txn *txn) {
-    Key array;
-    uint32_t number;
-    if (FindInstance(txn, instance, &array, &number) == 0)
-      return TreeDeleteInstance(txn, array, number);
-    STORE_LOG("store: nothing deleted: %.255s is no instance\n",
-              instance == nullptr ? "" : instance);
-    return -1;
-  });
+  return TreeWrite([=](MDB_txn *txn) { return DeleteOne(txn, instance); });
 }

@@ -14,7 +14,6 @@
    attribute, and the highest number that an array ever used. */
 constexpr char kIdAttribute[] = "id", kNotifyAttribute[] = "notify", kLastAttribute[] = "last";
 constexpr char kInstanceElement[] = "Instance", kTemplateElement[] = "Template";
-constexpr char kEntriesName[] = "NumberOfEntries";
 
 struct AttributeSet {
   uint32_t number;

@@ -1,5 +1,4 @@
-// Changed parameters in nvram area 1, by path: keeping them, and laying them over the tree at
-// start. An array's key is its path and a dot, its value "1,3,7/9": instances / highest ever used.
+// Laying the parameters that nvram area 1 keeps (keep.cpp says in which form) over the tree.
 #include <algorithm>
 #include <cstdlib>
 
@@ -25,18 +24,22 @@ void PassOver(const Kept &entry, const char *reason) {
   STORE_LOG("store: kept parameter %s passed over: %s\n", entry.key.c_str(), reason);
 }
 
-/* Reads "1,3,7/9". -1 when it is anything else. */
-int ParseInstances(const std::string &text, std::vector<uint32_t> *numbers, uint32_t *highest) {
+/* Reads "9", the highest number ever used, or "1,3,7/9", with the instances before it. -1 when it
+   is anything else. */
+int ParseInstances(const std::string &text, std::vector<uint32_t> *numbers, bool *listed,
+                   uint32_t *highest) {
   const char *at = text.c_str();
   char *end;
-  while (*at != '/') {
+  *listed = text.find('/') != std::string::npos;
+  while (*listed && *at != '/') {
     unsigned long number = strtoul(at, &end, 10);
     if (*at < '1' || *at > '9' || number > UINT32_MAX || (*end != ',' && *end != '/')) return -1;
     numbers->push_back(static_cast<uint32_t>(number));
     at = *end == ',' ? end + 1 : end;
   }
-  unsigned long last = strtoul(at + 1, &end, 10);
-  if (at[1] < '0' || at[1] > '9' || *end != '\0' || last > UINT32_MAX) return -1;
+  at += *listed ? 1 : 0;
+  unsigned long last = strtoul(at, &end, 10);
+  if (*at < '0' || *at > '9' || *end != '\0' || last > UINT32_MAX) return -1;
   *highest = static_cast<uint32_t>(last);
   std::sort(numbers->begin(), numbers->end());
   numbers->erase(std::unique(numbers->begin(), numbers->end()), numbers->end());
@@ -44,10 +47,8 @@ int ParseInstances(const std::string &text, std::vector<uint32_t> *numbers, uint
 }
 
 /* Deletes the instances that are not wanted, adds those that are missing. 0 or -1 (logged). */
-int MatchInstances(MDB_txn *txn, const Key &array, const std::vector<uint32_t> &wanted,
-                   uint32_t highest) {
+int MatchInstances(MDB_txn *txn, const Key &array, const std::vector<uint32_t> &wanted) {
   std::vector<uint32_t> present;
-  Record record;
   if (TreeInstances(txn, array, &present) != 0) return -1;
   for (uint32_t number : present)
     if (!std::binary_search(wanted.begin(), wanted.end(), number) &&
@@ -57,25 +58,61 @@ int MatchInstances(MDB_txn *txn, const Key &array, const std::vector<uint32_t> &
     if (!std::binary_search(present.begin(), present.end(), number) &&
         TreeAddInstance(txn, array, number) != 0)
       return -1;
+  return 0;
+}
+
+int RaiseHighest(MDB_txn *txn, const Key &array, uint32_t highest) {
+  Record record;
   if (TreeFind(txn, array, &record) != 0) return TreeFailed("reading", MDB_NOTFOUND);
   ArrayCounts counts = RecordCounts(record);
-  counts.highest = std::max(counts.highest, highest);
+  if (counts.highest >= highest) return 0;
+  counts.highest = highest;
   return TreePutCounts(txn, array, counts);
 }
 
-/* What does not fit is passed over; only a write that fails ends it. */
-int LayArray(MDB_txn *txn, const Kept &entry) {
-  Key array;
-  Record record;
+/* What does not fit is passed over. */
+void LayArray(MDB_txn *txn, const Kept &entry, const Key &array) {
   std::vector<uint32_t> numbers;
   uint32_t highest;
-  if (KeyOfPath(entry.key.c_str(), KEY_NODE, &array) != KEY_OK ||
-      TreeFind(txn, array, &record) != 0 || record.head.kind != KIND_ARRAY)
-    PassOver(entry, "there is no such array");
-  else if (ParseInstances(entry.value, &numbers, &highest) != 0)
-    PassOver(entry, "its value does not read as 1,3,7/9");
-  else if (MatchInstances(txn, array, numbers, highest) != 0)
+  bool listed;
+  if (ParseInstances(entry.value, &numbers, &listed, &highest) != 0)
+    PassOver(entry, "its value does not read as 9 or 1,3,7/9");
+  else if ((listed && MatchInstances(txn, array, numbers) != 0) ||
+           RaiseHighest(txn, array, highest) != 0)
     PassOver(entry, "its instances cannot be made");
+}
+
+uint32_t NumberOf(const Key &key) {
+  return KeyNumber(key.bytes + key.last + 1, key.length - key.last - 1);
+}
+
+void LayInstance(MDB_txn *txn, const Kept &entry, const Key &array, const Key &instance) {
+  Record record;
+  uint32_t number = NumberOf(instance);
+  bool there = TreeFind(txn, instance, &record) == 0, wanted = entry.value == "1";
+  if (!wanted && entry.value != "0")
+    PassOver(entry, "its value is neither 1 nor 0");
+  else if (there != wanted && (wanted ? TreeAddInstance(txn, array, number)
+                                      : TreeDeleteInstance(txn, array, number)) != 0)
+    PassOver(entry, "it cannot be made or deleted");
+}
+
+bool IsArray(MDB_txn *txn, const Key &key) {
+  Record record;
+  return TreeFind(txn, key, &record) == 0 && record.head.kind == KIND_ARRAY;
+}
+
+/* Only a write that fails ends it. */
+int LayRows(MDB_txn *txn, const Kept &entry) {
+  Key key, above;
+  if (KeyOfPath(entry.key.c_str(), KEY_NODE, &key) != KEY_OK)
+    PassOver(entry, "its path is none");
+  else if (IsArray(txn, key))
+    LayArray(txn, entry, key);
+  else if (NumberOf(key) != 0 && KeyParent(key, &above) == 0 && IsArray(txn, above))
+    LayInstance(txn, entry, above, key);
+  else
+    PassOver(entry, "there is no such array");
   return TreeThread()->failed ? -1 : 0;
 }
 
@@ -85,6 +122,17 @@ int CheckKept(MDB_txn *txn, const Kept &entry, const Record &leaf, std::string *
   if (gCheck == nullptr || TreeAttributes(txn, leaf.head.attributes, &set) != 0) return 0;
   std::string form(AttributeIn(set, "check"));
   return form.empty() ? 0 : gCheck(entry.key, form, entry.value, why);
+}
+
+bool IsCount(MDB_txn *txn, const Key &leaf) {
+  constexpr size_t tail = sizeof kEntriesName - 1;
+  std::string_view bytes(reinterpret_cast<const char *>(leaf.bytes), leaf.length);
+  if (leaf.length <= leaf.last + 1 + tail || bytes.substr(leaf.length - tail) != kEntriesName)
+    return false;
+  Key array = leaf;
+  array.length -= tail;
+  array.bytes[array.last] = KEY_NODE;
+  return IsArray(txn, array);
 }
 
 int LayLeaf(MDB_txn *txn, const Kept &entry) {
@@ -98,80 +146,19 @@ int LayLeaf(MDB_txn *txn, const Kept &entry) {
     PassOver(entry, "there is no such leaf");
   else if (CheckKept(txn, entry, leaf, &why) != 0)
     PassOver(entry, why.c_str());
-  else if (TreeSetLeaf(txn, key, entry.value, false, false) == LEAF_READONLY)
+  else if (IsCount(txn, key))
+    PassOver(entry, "it counts the instances of an array");
+  else if (TreeSetLeaf(txn, key, entry.value, 0) == LEAF_READONLY)
     PassOver(entry, "it is read-only");
   return TreeThread()->failed ? -1 : 0;
 }
 
-bool IsArrayKey(const Kept &entry) { return !entry.key.empty() && entry.key.back() == '.'; }
-
-/* Reads `path` as a node of the wanted sort and makes its key in nvram. 0 or -1 (logged). */
-int FindKept(MDB_txn *txn, const char *path, bool array, Key *key, Record *record,
-             std::string *kept) {
-  char text[KEY_MAX + 1];
-  if (path == nullptr || KeyOfPath(path, array ? KEY_NODE : KEY_LEAF, key) != KEY_OK ||
-      key->last == 0 || TreeFind(txn, *key, record) != 0 ||
-      (record->head.kind == KIND_ARRAY) != array) {
-    STORE_LOG("store: %.255s not kept: it is no %s\n", path == nullptr ? "" : path,
-              array ? "array" : "leaf");
-    return -1;
-  }
-  kept->assign(text, KeyToPath(key->bytes, key->length, text));
-  if (array) *kept += '.';
-  return 0;
-}
-
-std::string InstancesText(const std::vector<uint32_t> &numbers, uint32_t highest) {
-  std::string text;
-  for (uint32_t number : numbers) text += (text.empty() ? "" : ",") + std::to_string(number);
-  return text + "/" + std::to_string(highest);
-}
-
-/* What is kept of one row; false when it says no more than its template. */
-bool KeptOf(MDB_txn *txn, const Key &key, const Record &row, Kept *kept) {
-  Key general;
-  Record shape;
-  char path[KEY_MAX + 1];
-  bool array = row.head.kind == KIND_ARRAY;
-  if (!array && (!RecordIsLeaf(row) || (row.head.flags & RECORD_READONLY) != 0)) return false;
-  KeyGeneral(key.bytes, key.length, &general);
-  std::string_view value(row.value, row.length);
-  if (TreeFind(txn, general, &shape) == 0 && value == std::string_view(shape.value, shape.length))
-    return false;
-  kept->key.assign(path, KeyToPath(key.bytes, key.length, path));
-  kept->value = value;
-  if (!array) return true;
-  std::vector<uint32_t> numbers;
-  if (TreeInstances(txn, key, &numbers) != 0) return false;
-  kept->key += '.';
-  kept->value = InstancesText(numbers, RecordCounts(row).highest);
-  return true;
-}
-
-int GatherKept(MDB_txn *txn, const Key &top, std::vector<Kept> *kept) {
-  MDB_cursor *cursor;
-  MDB_val at, data;
-  if (TreeCursor(txn, &cursor) != 0) return -1;
-  int rc = TreeSeek(cursor, top, top, &at, &data);
-  for (; rc == 0 && KeyBelow(at, top.bytes, top.length);
-       rc = mdb_cursor_get(cursor, &at, &data, MDB_NEXT)) {
-    Record row;
-    Kept one;
-    Key key;
-    key.length = key.last = 0;
-    if (RecordParse(data, &row) == 0 && KeyAppend(&key, at.mv_data, at.mv_size) == 0 &&
-        KeptOf(txn, key, row, &one))
-      kept->push_back(one);
-  }
-  TreeCursorEnd(cursor);
-  return 0;
-}
-
-int Unset(const char *key, const char *, void *) { return nvram_unset(key, NVTYPE_STAGING); }
+bool IsRowsKey(const Kept &entry) { return !entry.key.empty() && entry.key.back() == '.'; }
 
 }  // namespace
 
-/* Arrays first: in byte order an outer array comes before what is in its instances. */
+/* Rows first: in byte order an outer array comes before its instances, these before what is in
+   them. */
 int update_from_nvram(struct AmsTree *root, int area) {
   std::vector<Kept> entries;
   if (root == nullptr) {
@@ -182,60 +169,11 @@ int update_from_nvram(struct AmsTree *root, int area) {
   if (nvram_walk(area, below.c_str(), Collect, &entries) != 0) return -1;
   return TreeWrite([&](MDB_txn *txn) {
     for (const Kept &entry : entries)
-      if (IsArrayKey(entry) && LayArray(txn, entry) != 0) return -1;
+      if (IsRowsKey(entry) && LayRows(txn, entry) != 0) return -1;
     for (const Kept &entry : entries)
-      if (!IsArrayKey(entry) && LayLeaf(txn, entry) != 0) return -1;
+      if (!IsRowsKey(entry) && LayLeaf(txn, entry) != 0) return -1;
     return 0;
   });
-}
-
-int ams_desk_persist_leaf(const char *path) {
-  std::string key, value;
-  int result = TreeRead([&](MDB_txn *txn) {
-    Key found;
-    Record leaf;
-    if (FindKept(txn, path, false, &found, &leaf, &key) != 0) return -1;
-    value.assign(leaf.value, leaf.length);
-    return 0;
-  });
-  return result != 0 ? -1 : nvram_set(key.c_str(), value.c_str(), NVTYPE_STAGING);
-}
-
-int ams_desk_persist_array(const char *array) {
-  std::string key, value;
-  int result = TreeRead([&](MDB_txn *txn) {
-    Key found;
-    Record record;
-    std::vector<uint32_t> numbers;
-    if (FindKept(txn, array, true, &found, &record, &key) != 0) return -1;
-    if (TreeInstances(txn, found, &numbers) != 0) return -1;
-    value = InstancesText(numbers, RecordCounts(record).highest);
-    return 0;
-  });
-  return result != 0 ? -1 : nvram_set(key.c_str(), value.c_str(), NVTYPE_STAGING);
-}
-
-int ams_desk_persist_instance(const char *instance) {
-  std::vector<Kept> kept;
-  int result = TreeRead([&](MDB_txn *txn) {
-    Key key;
-    if (instance == nullptr || TreeKey(instance, KEY_NODE, &key) != 0) return -1;
-    return GatherKept(txn, key, &kept);
-  });
-  for (const Kept &one : kept)
-    if (nvram_set(one.key.c_str(), one.value.c_str(), NVTYPE_STAGING) != 0) result = -1;
-  return result;
-}
-
-int ams_desk_forget(const char *instance) {
-  size_t length = instance == nullptr ? 0 : strnlen(instance, AMS_PATH_SIZE);
-  if (length == 0 || length == AMS_PATH_SIZE) {
-    STORE_LOG("store: nothing forgotten: an instance's path has 1 to 255 bytes\n");
-    return -1;
-  }
-  std::string below(instance, length);
-  if (below.back() != '.') below += '.';
-  return nvram_walk(NVTYPE_STAGING, below.c_str(), Unset, nullptr);
 }
 
 void ams_desk_check_kept(AmsDeskCheck check) { gCheck = check; }

@@ -2,6 +2,7 @@
 // the spans of writes that become visible together.
 #include <mutex>
 #include <string_view>
+#include <utility>
 
 #include "ams_store.h"
 #include "tree.h"
@@ -92,13 +93,25 @@ int ams_write_begin(void) {
   return 0;
 }
 
+namespace {
+
+int LeaveSpan(ThreadTxns *mine) {
+  if (!mine->in_span) STORE_LOG("store: no span of writes is open on this thread\n");
+  return std::exchange(mine->in_span, false) ? 0 : -1;
+}
+
+}  // namespace
+
 int ams_write_end(void) {
-  ThreadTxns &mine = *TreeThread();
-  if (!mine.in_span) {
-    STORE_LOG("store: no span of writes is open on this thread\n");
-    return -1;
-  }
-  mine.in_span = false;
-  if (mine.failed) STORE_LOG("store: the span's writes are given up: one of them failed\n");
-  return TreeWriteEnd(mine.span, 0);
+  ThreadTxns *mine = TreeThread();
+  if (LeaveSpan(mine) != 0) return -1;
+  if (mine->failed) STORE_LOG("store: the span's writes are given up: one of them failed\n");
+  return TreeWriteEnd(mine->span, 0);
+}
+
+int ams_write_cancel(void) {
+  ThreadTxns *mine = TreeThread();
+  if (LeaveSpan(mine) != 0) return -1;
+  (void)TreeWriteEnd(mine->span, -1); /* says that all is given up */
+  return 0;
 }

@@ -28,6 +28,7 @@ struct ThreadEnd {
     if (tTxns.span != nullptr) mdb_txn_abort(tTxns.span);
     if (tTxns.cursor != nullptr) mdb_cursor_close(tTxns.cursor);
     if (tTxns.read != nullptr) mdb_txn_abort(tTxns.read);
+    delete tTxns.kept;
     tTxns = ThreadTxns{};
   }
 };
@@ -123,11 +124,13 @@ int TreeWriteBegin(MDB_txn **txn) {
 int TreeWriteEnd(MDB_txn *txn, int result) {
   ThreadTxns &mine = tTxns;
   if (mine.in_span) return result;
-  mine.span = nullptr;
-  if (result != 0 || mine.failed) {
+  if (result != 0 || mine.failed || KeepApply() != 0) {
+    mine.span = nullptr;
+    KeepNothing();
     mdb_txn_abort(txn);
     return -1;
   }
+  mine.span = nullptr;
   int rc = mdb_txn_commit(txn);
   return rc == 0 ? 0 : TreeFailed("committing to", rc);
 }
@@ -204,27 +207,26 @@ int ReplaceValue(MDB_cursor *cursor, const Key &key, const Record &leaf, std::st
   return rc == 0 ? 0 : TreeFailed("writing", rc);
 }
 
-int SetAt(MDB_txn *txn, MDB_cursor *cursor, const Key &key, std::string_view value, bool status,
-          bool report) {
+int SetAt(MDB_txn *txn, MDB_cursor *cursor, const Key &key, std::string_view value, unsigned how) {
   MDB_val row = KeyVal(key), data;
   Record leaf;
   int rc = mdb_cursor_get(cursor, &row, &data, MDB_SET);
   if (rc != 0 && rc != MDB_NOTFOUND) return TreeFailed("reading", rc);
   if (rc != 0 || RecordParse(data, &leaf) != 0) return LEAF_NONE;
-  if (!status && (leaf.head.flags & RECORD_READONLY) != 0) return LEAF_READONLY;
+  if ((how & SET_READONLY) == 0 && (leaf.head.flags & RECORD_READONLY) != 0) return LEAF_READONLY;
   if (value == std::string_view(leaf.value, leaf.length)) return 0;
   if (ReplaceValue(cursor, key, leaf, value) != 0) return -1;
-  if (!report || (leaf.head.flags & RECORD_NOTIFY) == 0) return 0;
+  if ((how & SET_REPORT) == 0 || (leaf.head.flags & RECORD_NOTIFY) == 0) return 0;
   return TreePut(txn, KeyMarked(KEY_CHANGED, key), "", 0);
 }
 
 }  // namespace
 
-int TreeSetLeaf(MDB_txn *txn, const Key &key, std::string_view value, bool status, bool report) {
+int TreeSetLeaf(MDB_txn *txn, const Key &key, std::string_view value, unsigned how) {
   MDB_cursor *cursor;
   if (key.last == 0 || key.bytes[key.last] != KEY_LEAF) return LEAF_NONE;
   if (TreeCursor(txn, &cursor) != 0) return -1;
-  int result = SetAt(txn, cursor, key, value, status, report);
+  int result = SetAt(txn, cursor, key, value, how);
   TreeCursorEnd(cursor);
   return result;
 }

@@ -13,9 +13,13 @@
 #include "desk_log.h"
 #include "key.h"
 #include "lmdb_env.h"
+#include "nvram_desk.h"
 
 /* The one name that every path starts with. */
 constexpr char kRootName[] = "InternetGatewayDevice";
+
+/* A leaf named after an array beside it with this behind counts the array's instances. */
+constexpr char kEntriesName[] = "NumberOfEntries";
 
 #define STORE_LOG(...) DESK_LOG("platform/store", __VA_ARGS__)
 
@@ -92,6 +96,7 @@ struct ThreadTxns {
   MDB_txn *span;  /* the open write transaction, else NULL */
   bool in_span;   /* between ams_write_begin and ams_write_end */
   bool failed;    /* a write of the span did not work: all of it is given up */
+  std::vector<NvramChange> *kept; /* what the open write changes in nvram; NULL before the first */
 };
 ThreadTxns *TreeThread();
 
@@ -103,8 +108,8 @@ void TreeReadEnd(MDB_txn *txn);
 int TreeCursor(MDB_txn *txn, MDB_cursor **cursor);
 void TreeCursorEnd(MDB_cursor *cursor);
 
-/* The write transaction: the span's, else a new one. TreeWriteEnd commits (result 0) or drops it;
-   in a span it leaves it open. 0 or -1 (logged). */
+/* The write transaction: the span's, else a new one. TreeWriteEnd commits (result 0) or drops it,
+   and first nvram's part of it; in a span it leaves it open. 0 or -1 (logged). */
 int TreeWriteBegin(MDB_txn **txn);
 int TreeWriteEnd(MDB_txn *txn, int result);
 
@@ -144,11 +149,15 @@ int TreeDelete(MDB_txn *txn, const Key &key); /* 0 also when there is none; or -
 /* Writes a record with another head and value than `record` has. 0 or -1 (logged). */
 int TreePutRecord(MDB_txn *txn, const Key &key, const Record &record, std::string_view value);
 
-/* A leaf's new value, with one look-up. With `report`, it goes to the change list. 0, -1 (logged),
-   or the reason why not (not logged): there is no such leaf, or it is not `status` and read-only.
- */
+/* How a leaf is set, as bits. */
+enum : unsigned {
+  SET_READONLY = 1, /* also a leaf that is read-only */
+  SET_REPORT = 2,   /* the change goes to the change list */
+};
+
+/* A leaf's new value, with one look-up. 0, -1 (logged), or the reason why not (not logged). */
 enum { LEAF_NONE = -2, LEAF_READONLY = -3 };
-int TreeSetLeaf(MDB_txn *txn, const Key &key, std::string_view value, bool status, bool report);
+int TreeSetLeaf(MDB_txn *txn, const Key &key, std::string_view value, unsigned how);
 
 /* First row at or behind `from`: 0, or -1 when it is not below `top` (or there is none). */
 int TreeSeek(MDB_cursor *cursor, const Key &from, const Key &top, MDB_val *key, MDB_val *data);
@@ -169,6 +178,19 @@ inline Key KeyMarked(uint8_t mark, const Key &key) {
 Key AttributesKey(uint32_t number);
 /* The node's notify attribute: "0" when there is none. */
 std::string TreeNotify(MDB_txn *txn, const Key &key, const Record &record);
+
+/* ---- keeping (keep.cpp) ---- */
+
+/* What the open write changes of the configuration; `highest` is the highest number that the array
+   ever used. 0 or -1 (logged). */
+void KeepLeaf(const Key &key, std::string_view value);
+void KeepAdded(const Key &array, uint32_t number);
+int KeepDeleted(const Key &array, uint32_t number, uint32_t highest);
+
+/* Makes these changes in nvram, all or none; 0 also when there are none, or -1 (logged). Forgets
+   them, as does the other. */
+int KeepApply();
+void KeepNothing();
 
 /* ---- subtrees and instances ---- */
 

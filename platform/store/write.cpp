@@ -6,6 +6,7 @@
 namespace {
 
 constexpr size_t kNotifyMax = 64;
+constexpr unsigned kConfiguration = SET_REPORT, kStatus = SET_REPORT | SET_READONLY;
 
 /* Text forms end a value at the separator, so no value may hold it. */
 int CheckValue(const char *path, const char *value, std::string_view *checked) {
@@ -31,9 +32,10 @@ int Set(struct AmsTree *root, const char *path, const char *value, bool status) 
   if (CheckValue(path, value == nullptr ? "" : value, &checked) != 0) return -1;
   if (KeyOfPath(path, KEY_LEAF, &key) != KEY_OK) key.last = key.length = 0; /* logged as no leaf */
   return TreeWrite([&](MDB_txn *txn) {
-    int result = TreeSetLeaf(txn, key, checked, status, true);
+    int result = TreeSetLeaf(txn, key, checked, status ? kStatus : kConfiguration);
     if (result == LEAF_NONE) STORE_LOG("store: %.255s not set: it is no leaf of the tree\n", path);
     if (result == LEAF_READONLY) STORE_LOG("store: %s not set: it is read-only\n", path);
+    if (result == 0 && !status) KeepLeaf(key, checked);
     return result == 0 ? 0 : -1;
   });
 }

@@ -89,6 +89,35 @@ $USERS.4" gateway bash -c "cfgcmd list $USERS; cfgcmd get $USERS.3.Username; cfg
   expect 0 before gateway cfgcmd get $DEVICE.ProvisioningCode
 }
 
+# crash NAME: the daemon ends as in a crash; nothing of it is told.
+readonly CRASH='crash() { local pid; pid=$(cat /var/run/devkit/$1); kill -9 "$pid"; tail --pid="$pid" -s 0.05 -f /dev/null; }'
+
+@test "what the daemon itself sets is kept: the restore is asked for once, and stays done" {
+  local enable=$DEVICE.X_CT-COM_Restore.Enable
+  expect 0 "0
+0" gateway bash -c "$CRASH
+    cfgcmd set $enable 1; gateway-daemon restart sysmgr; cfgcmd get $enable
+    crash dbmgr; gateway-daemon start dbmgr; cfgcmd get $enable
+    crash dbmgr; crash sysmgr"
+  expect 0 0 gateway cfgcmd get $enable
+}
+
+@test "a full flash: what cannot be kept is refused, what was confirmed is there after the boot" {
+  run sandbox --bare -- bash -c "$CRASH
+    mount -t tmpfs -o size=48k tmpfs /var/nvram && gateway-daemon start dbmgr && gateway-daemon start sysmgr || exit 1
+    value=$(printf '%200s' | tr ' ' v) refused=0
+    for i in {1..30}; do
+      row=\$(cfgcmd add $FILES) && cfgcmd set \$row.Name \$value\$i || : \$((++refused))
+    done 2>/tmp/refusals
+    [ \$refused -gt 0 ] && [ \$refused -lt 30 ] || exit 2
+    grep -v 'sysmgr:devInfo refused .*sysmgr.log says why' /tmp/refusals && exit 3
+    grep -q 'not changed: it cannot be kept' /var/log/devkit/sysmgr.log || exit 4
+    cfgcmd get $FILES >/tmp/before
+    crash sysmgr && crash dbmgr && rm -r /dev/shm/*
+    gateway-daemon start dbmgr && gateway-daemon start sysmgr && cfgcmd get $FILES >/tmp/after && diff /tmp/before /tmp/after"
+  [ "$status" -eq 0 ] || fail "$status $output"
+}
+
 @test "a data-model file that does not parse: file, line and reason, and no start" {
   run sandbox --bare -- bash -c 'mount --version >/dev/null
     sed "s/^<InternetGatewayDevice .*/<broken/" /etc/tr098_data_model.xml >/tmp/broken.xml

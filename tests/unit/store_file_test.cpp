@@ -4,6 +4,7 @@
 #include <unistd.h>
 
 #include <fstream>
+#include <map>
 #include <memory>
 #include <sstream>
 #include <vector>
@@ -167,59 +168,126 @@ TEST_F(Store, ASavedFileLoadsAsTheSameTree) {
 
 /* ---- kept parameters ---- */
 
-TEST_F(Store, KeptParametersComeBack) {
+using KeptMap = std::map<std::string, std::string>;
+
+/* What nvram keeps below Services, without that. */
+KeptMap Kept() {
+  KeptMap kept;
+  auto visit = [](const char *key, const char *value, void *context) {
+    (*static_cast<KeptMap *>(context))[key + strlen(IGD "Services.")] = value;
+    return 0;
+  };
+  EXPECT_EQ(nvram_walk(NVTYPE_STAGING, IGD "Services.", visit, &kept), 0);
+  return kept;
+}
+
+void LayKept() {
+  root = Load(kModel);
+  EXPECT_EQ(update_from_nvram(root, NVTYPE_STAGING), 0);
+}
+
+TEST_F(Store, ConfigurationIsKeptByTheCallItself) {
   char url[AMS_PATH_SIZE];
   ASSERT_EQ(nvram_clean(NVTYPE_STAGING), 0);
-  ams_del_obj(root, IGD "Services.List.9");
-  ams_add_obj(root, IGD "Services.List", url);
-  ams_add_obj(root, IGD "Services.List.11.Sub", url);
-  ams_add_obj(root, IGD "Services.List", url);
-  ams_del_obj(root, IGD "Services.List.12");
-  ams_mxml_fset_leaf(IGD "Services.List.11.Sub.2.Leaf", "kept");
-  ams_mxml_fset_leaf(IGD "Services.List.2.Name", "a name");
-  for (const char *array : {IGD "Services.List", IGD "Services.List.11.Sub."})
-    EXPECT_EQ(ams_desk_persist_array(array), 0) << array;
-  for (const char *leaf : {IGD "Services.List.11.Sub.2.Leaf", IGD "Services.List.2.Name."})
-    EXPECT_EQ(ams_desk_persist_leaf(leaf), 0) << leaf;
-  EXPECT_EQ(ams_desk_persist_leaf(IGD "Services.List"), -1);
-  EXPECT_EQ(ams_desk_persist_array(IGD "Services"), -1);
-  std::string before = Text(IGD "Services");
-  for (const char *junk : {IGD "None", IGD "None.", IGD "Services.List.77.Name", "Tr069strap"})
-    nvram_set(junk, "1/1", NVTYPE_STAGING);
-  for (const char *bad : {"", "1", "1,/2", "x/2", "1/2/3", "/", "0/1", "1,2"}) {
+  EXPECT_EQ(ams_del_obj(root, IGD "Services.List.9"), 0);
+  EXPECT_EQ(ams_add_obj(root, IGD "Services.List", url), 0);
+  EXPECT_EQ(ams_add_obj(root, IGD "Services.List.11.Sub.", url), 0);
+  EXPECT_EQ(ams_add_obj(root, IGD "Services.List", url), 0);
+  EXPECT_EQ(ams_set_node_value(root, IGD "Services.List.12.Name", "goes with its row"), 0);
+  EXPECT_EQ(ams_del_obj(root, IGD "Services.List.12."), 0);
+  ASSERT_EQ(ams_write_begin(), 0);
+  EXPECT_EQ(ams_set_node_value(root, IGD "Services.List.11.Sub.2.Leaf", "first"), 0);
+  EXPECT_EQ(ams_set_node_value(root, IGD "Services.List.11.Sub.2.Leaf.", "kept"), 0);
+  EXPECT_EQ(ams_add_obj(root, IGD "Services.List", url), 0); /* and gone again, in one write */
+  EXPECT_EQ(ams_set_node_value(root, IGD "Services.List.13.Name", "x"), 0);
+  EXPECT_EQ(ams_del_obj(root, IGD "Services.List.13"), 0);
+  EXPECT_EQ(ams_set_node_value(root, IGD "Services.List.2.Port", "read-only"), -1);
+  EXPECT_EQ(Kept().count("List.11.Sub.2.Leaf"), 0u) << "before the span's end";
+  ASSERT_EQ(ams_write_end(), 0);
+  EXPECT_EQ(ams_set_node_value(root, IGD "Services.List.10.Name", "ten"), 0); /* as in the file */
+  const std::string before = Text(IGD "Services");
+  EXPECT_EQ(ams_sset_node_value(root, IGD "Services.List.10.Port", "8080"), 0);
+  EXPECT_EQ(ams_mxml_fset_leaf(IGD "Services.List.11.Name", "status"), 0);
+  const KeptMap kept = {{"List.", "13"},         {"List.9.", "0"},
+                        {"List.11.", "1"},       {"List.11.Sub.2.", "1"},
+                        {"List.10.Name", "ten"}, {"List.11.Sub.2.Leaf", "kept"}};
+  EXPECT_EQ(Kept(), kept);
+
+  const std::string spoilt = Text(IGD "Services");
+  ASSERT_EQ(ams_write_begin(), 0);
+  EXPECT_EQ(ams_del_obj(root, IGD "Services.List.11"), 0);
+  EXPECT_EQ(ams_set_node_value(root, IGD "Services.List.10.Name", "given up"), 0);
+  EXPECT_EQ(ams_write_cancel(), 0);
+  EXPECT_EQ(ams_write_cancel(), -1) << "none is open";
+  EXPECT_EQ(Kept(), kept) << "a span that is given up keeps nothing";
+  EXPECT_EQ(Text(IGD "Services"), spoilt);
+
+  /* what does not fit is passed over, a highest number alone is not wrong */
+  for (const char *junk :
+       {IGD "None", IGD "None.", IGD "Services.List.77.Name", IGD "Services.ListNumberOfEntries",
+        IGD "Services.Bare.1.", IGD "Services.List.10.SubNumberOfEntries"})
+    nvram_set(junk, "1", NVTYPE_STAGING);
+  nvram_set(IGD "Services.List.2.Port", "23", NVTYPE_STAGING); /* read-only */
+  nvram_set(IGD "Services.List.2.", "x", NVTYPE_STAGING);
+  for (const char *bad : {"", "1,/2", "x/2", "1/2/3", "/", "0/1", "1,2", "7", "x", "1/1"}) {
     nvram_set(IGD "Services.Bare.", bad, NVTYPE_STAGING);
-    root = Load(kModel);
-    EXPECT_EQ(update_from_nvram(root, NVTYPE_STAGING), 0) << bad;
+    LayKept();
     EXPECT_EQ(Text(IGD "Services"), before) << bad;
   }
   ams_add_obj(root, IGD "Services.List", url);
-  EXPECT_STREQ(url, IGD "Services.List.13");
+  EXPECT_STREQ(url, IGD "Services.List.14");
   EXPECT_EQ(WithAttributes(IGD "ALL_CHANGED_DATA", 1),
             "Services.ListNumberOfEntries=4 type=\"unsignedInt\" writable=\"0\" notify=\"1\"");
-  EXPECT_EQ(ams_desk_forget(IGD "Services.List.11"), 0);
-  EXPECT_EQ(nvram_get(IGD "Services.List.11.Sub.", NVTYPE_STAGING), nullptr);
-  EXPECT_EQ(nvram_get(IGD "Services.List.11.Sub.2.Leaf", NVTYPE_STAGING), nullptr);
-  char *other = nvram_get(IGD "Services.List.2.Name", NVTYPE_STAGING);
-  EXPECT_STREQ(other, "a name");
-  free(other);
+  EXPECT_EQ(ams_del_obj(root, IGD "Services.List.11"), 0);
+  for (const auto &one : Kept()) EXPECT_NE(one.first.find("List.11."), 0u) << one.first;
   EXPECT_EQ(update_from_nvram(root, 7), -1);
+  ASSERT_EQ(nvram_clean(NVTYPE_STAGING), 0);
 }
 
-TEST_F(Store, WhatIsPutIntoANewInstanceComesBackWithIt) {
+/* As people write them into staging files. */
+TEST_F(Store, AListOfInstancesIsTheBaseForWhatChangesLater) {
   char url[AMS_PATH_SIZE];
   ASSERT_EQ(nvram_clean(NVTYPE_STAGING), 0);
-  ams_add_obj(root, IGD "Services.List", url);
-  ams_add_obj(root, IGD "Services.List.11.Sub", url);
-  ams_mxml_fset_leaf(IGD "Services.List.11.Sub.2.Leaf", "put");
-  ams_mxml_fset_leaf(IGD "Services.List.11.Name", "named");
-  std::string before = Text(IGD "Services");
-  EXPECT_EQ(ams_desk_persist_array(IGD "Services.List"), 0);
-  EXPECT_EQ(ams_desk_persist_instance(IGD "Services.List.11"), 0);
-  EXPECT_EQ(ams_desk_persist_instance(nullptr), -1);
-  EXPECT_EQ(nvram_get(IGD "Services.List.11.Port", NVTYPE_STAGING), nullptr) << "as the template";
-  root = Load(kModel);
-  EXPECT_EQ(update_from_nvram(root, NVTYPE_STAGING), 0);
-  EXPECT_EQ(Text(IGD "Services"), before);
+  nvram_set(IGD "Services.List.", "2,30,4/40", NVTYPE_STAGING);
+  LayKept();
+  EXPECT_EQ(Indexes(IGD "Services.List"), "2,4,30");
+  EXPECT_EQ(ams_add_obj(root, IGD "Services.List", url), 0);
+  EXPECT_STREQ(url, IGD "Services.List.41");
+  EXPECT_EQ(ams_add_obj(root, IGD "Services.List", url), 0);
+  EXPECT_EQ(ams_del_obj(root, url), 0);
+  EXPECT_EQ(ams_del_obj(root, IGD "Services.List.30"), 0);
+  LayKept();
+  EXPECT_EQ(Indexes(IGD "Services.List"), "2,4,41");
+  EXPECT_EQ(ams_add_obj(root, IGD "Services.List", url), 0);
+  EXPECT_STREQ(url, IGD "Services.List.43") << "numbers are never used again";
+  ASSERT_EQ(nvram_clean(NVTYPE_STAGING), 0);
+}
+
+TEST_F(Store, WhatIsKeptPassesTheCheckOfClients) {
+  ASSERT_EQ(nvram_clean(NVTYPE_STAGING), 0);
+  const std::string model =
+      "<InternetGatewayDevice type=\"object\"><Port type=\"int\" check=\"digits\">1</Port>"
+      "<Name type=\"string\">n</Name></InternetGatewayDevice>";
+  ams_desk_check_kept(
+      [](const std::string &, const std::string &form, std::string_view value, std::string *why) {
+        *why = "it has not the form " + form;
+        return value.find_first_not_of("0123456789") == value.npos ? 0 : -1;
+      });
+  const struct { const char *kept, *port; } kCases[] = {{"8080", "8080"}, {"80; id", "1"}};
+  for (const auto &one : kCases) {
+    nvram_set(IGD "Port", one.kept, NVTYPE_STAGING);
+    nvram_set(IGD "Name", one.kept, NVTYPE_STAGING);
+    root = Load(model);
+    testing::internal::CaptureStderr();
+    EXPECT_EQ(update_from_nvram(root, NVTYPE_STAGING), 0);
+    std::string told = testing::internal::GetCapturedStderr();
+    EXPECT_EQ(Leaf(IGD "Port"), one.port);
+    EXPECT_EQ(Leaf(IGD "Name"), one.kept) << "names no form";
+    EXPECT_EQ(told.find("Port passed over: it has not the form digits") != told.npos,
+              strcmp(one.kept, one.port) != 0)
+        << told;
+  }
+  ams_desk_check_kept(nullptr);
   ASSERT_EQ(nvram_clean(NVTYPE_STAGING), 0);
 }
 
