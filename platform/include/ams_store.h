@@ -53,8 +53,9 @@ struct AmsTree *ams_mxmlLoadFile(void *top, FILE *file, void *callback);
 /* Column after which ams_save_xml breaks a start tag into lines; 0: never (the default is 72). */
 void mxmlSetWrapMargin(int column);
 
-/* Lays the kept parameters of nvram area `area` over the tree, instances included, in one step. 0
-   or -1 (logged). Entries that do not fit the tree are logged and passed over. */
+/* Lays the kept parameters of nvram area `area` over the tree, instances included, and then the
+   status that the tree before the last load had, in one step. 0 or -1 (logged). Entries that do not
+   fit the tree are logged and passed over. */
 int update_from_nvram(struct AmsTree *root, int area);
 
 /* Loads a staging source into nvram area 1 and commits it. Sources: 0 factory defaults (drops the
@@ -109,7 +110,8 @@ int ams_mxml_list_array(const char *array, struct AmsArrayList *list);
 
    Two kinds of write, whoever calls: configuration is kept in nvram area 1 before the call returns
    and is there again after a power cut; a change that cannot be kept is refused, and nothing has
-   changed then. Status is gone with the power. */
+   changed then. Status is gone with the power, but there again when the store's server alone starts
+   anew. */
 
 /* Configuration. Sets a leaf; fails on writable="0" and on what is no leaf. A NULL value is "". 0
    or -1 (logged). */

@@ -5,6 +5,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <cstdio>
 
 #include "ams_store.h"
@@ -63,7 +64,7 @@ int Parse(const std::string &text, pugi::xml_document *document, Loader *loader)
 }
 
 int Replace(MDB_txn *txn, pugi::xml_node root, Loader *loader) {
-  int rc = mdb_drop(txn, gTree.lmdb.dbi, 0);
+  int rc = StatusTake(txn) == 0 ? mdb_drop(txn, gTree.lmdb.dbi, 0) : EIO;
   if (rc == 0) rc = mdb_cursor_open(txn, gTree.lmdb.dbi, &loader->cursor);
   if (rc != 0) {
     loader->error = mdb_strerror(rc);

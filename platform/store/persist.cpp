@@ -172,7 +172,7 @@ int update_from_nvram(struct AmsTree *root, int area) {
       if (IsRowsKey(entry) && LayRows(txn, entry) != 0) return -1;
     for (const Kept &entry : entries)
       if (!IsRowsKey(entry) && LayLeaf(txn, entry) != 0) return -1;
-    return 0;
+    return StatusLay(txn);
   });
 }
 

@@ -214,9 +214,12 @@ int SetAt(MDB_txn *txn, MDB_cursor *cursor, const Key &key, std::string_view val
   if (rc != 0 && rc != MDB_NOTFOUND) return TreeFailed("reading", rc);
   if (rc != 0 || RecordParse(data, &leaf) != 0) return LEAF_NONE;
   if ((how & SET_READONLY) == 0 && (leaf.head.flags & RECORD_READONLY) != 0) return LEAF_READONLY;
-  if (value == std::string_view(leaf.value, leaf.length)) return 0;
+  bool same = value == std::string_view(leaf.value, leaf.length), status = (how & SET_STATUS) != 0;
+  if (same && (status || (leaf.head.flags & RECORD_STATUS) == 0)) return 0;
+  leaf.head.flags &= static_cast<uint8_t>(~RECORD_STATUS);
+  if (status) leaf.head.flags |= RECORD_STATUS;
   if (ReplaceValue(cursor, key, leaf, value) != 0) return -1;
-  if ((how & SET_REPORT) == 0 || (leaf.head.flags & RECORD_NOTIFY) == 0) return 0;
+  if (same || (how & SET_REPORT) == 0 || (leaf.head.flags & RECORD_NOTIFY) == 0) return 0;
   return TreePut(txn, KeyMarked(KEY_CHANGED, key), "", 0);
 }
 

@@ -47,6 +47,7 @@ enum : uint8_t {
   RECORD_NOTIFY = 2,   /* its notify attribute is not "0" */
   RECORD_OP = 4,       /* the attribute set has "op" */
   RECORD_MOD = 8,      /* the attribute set has "mod" */
+  RECORD_STATUS = 16,  /* its value is a status that was written */
 };
 
 /* A record is this head, `order_length` bytes that sort nodes as the file has them (two bytes a
@@ -153,6 +154,7 @@ int TreePutRecord(MDB_txn *txn, const Key &key, const Record &record, std::strin
 enum : unsigned {
   SET_READONLY = 1, /* also a leaf that is read-only */
   SET_REPORT = 2,   /* the change goes to the change list */
+  SET_STATUS = 4,   /* the value is a status */
 };
 
 /* A leaf's new value, with one look-up. 0, -1 (logged), or the reason why not (not logged). */
@@ -191,6 +193,13 @@ int KeepDeleted(const Key &array, uint32_t number, uint32_t highest);
    them, as does the other. */
 int KeepApply();
 void KeepNothing();
+
+/* ---- status over a load (status.cpp) ---- */
+
+/* Takes the status values out of the tree that a load is about to replace; lays them over the new
+   one where their leaves exist, once. 0 or -1 (logged). */
+int StatusTake(MDB_txn *txn);
+int StatusLay(MDB_txn *txn);
 
 /* ---- subtrees and instances ---- */
 

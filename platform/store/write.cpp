@@ -6,7 +6,7 @@
 namespace {
 
 constexpr size_t kNotifyMax = 64;
-constexpr unsigned kConfiguration = SET_REPORT, kStatus = SET_REPORT | SET_READONLY;
+constexpr unsigned kConfiguration = SET_REPORT, kStatus = SET_REPORT | SET_READONLY | SET_STATUS;
 
 /* Text forms end a value at the separator, so no value may hold it. */
 int CheckValue(const char *path, const char *value, std::string_view *checked) {

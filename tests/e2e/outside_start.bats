@@ -102,6 +102,25 @@ readonly CRASH='crash() { local pid; pid=$(cat /var/run/devkit/$1); kill -9 "$pi
   expect 0 0 gateway cfgcmd get $enable
 }
 
+@test "what the daemon writes of the state is there when dbmgr alone restarts, and gone with the power" {
+  local server=InternetGatewayDevice.ManagementServer show
+  show="cfgcmd get $DEVICE.X_KVO_FWTime && cfgcmd get $SERVICES.VoiceService.1.VoiceProfile.1.DigitMap"
+  gateway bash -c "$CRASH
+    path=\$(cfgcmd add InternetGatewayDevice.WANDevice.1.WANConnectionDevice.1.WANIPConnection)
+    cfgcmd set \$path.X_CT-COM_ServiceList TR069
+    cfgcmd send sysmgr:mgtsrvr 0x100037 --text \$path
+    cfgcmd refresh $server
+    state() { $show && cfgcmd get $server.X_KVO_TR069WANSAVE | tr -d '\n'; echo; }
+    state; crash dbmgr; gateway-daemon start dbmgr; state; crash dbmgr; crash sysmgr" >"$log"
+  mapfile -t lines <"$log"
+  [ ${#lines[@]} -eq 6 ] && [ -n "${lines[0]}" ] && [ -n "${lines[1]}" ] && [ -n "${lines[2]}" ] || fail "$(cat "$log")"
+  [ "$(sed -n 1,3p "$log")" = "$(sed -n 4,6p "$log")" ] || fail "$(cat "$log")"
+  expect 0 "${lines[0]}
+${lines[1]}
+
+end" gateway bash -c "$show && cfgcmd get $server.X_KVO_TR069WANSAVE && echo end"
+}
+
 @test "a full flash: what cannot be kept is refused, what was confirmed is there after the boot" {
   run sandbox --bare -- bash -c "$CRASH
     mount -t tmpfs -o size=48k tmpfs /var/nvram && gateway-daemon start dbmgr && gateway-daemon start sysmgr || exit 1

@@ -205,7 +205,6 @@ TEST_F(Store, ConfigurationIsKeptByTheCallItself) {
   EXPECT_EQ(Kept().count("List.11.Sub.2.Leaf"), 0u) << "before the span's end";
   ASSERT_EQ(ams_write_end(), 0);
   EXPECT_EQ(ams_set_node_value(root, IGD "Services.List.10.Name", "ten"), 0); /* as in the file */
-  const std::string before = Text(IGD "Services");
   EXPECT_EQ(ams_sset_node_value(root, IGD "Services.List.10.Port", "8080"), 0);
   EXPECT_EQ(ams_mxml_fset_leaf(IGD "Services.List.11.Name", "status"), 0);
   const KeptMap kept = {{"List.", "13"},         {"List.9.", "0"},
@@ -213,14 +212,14 @@ TEST_F(Store, ConfigurationIsKeptByTheCallItself) {
                         {"List.10.Name", "ten"}, {"List.11.Sub.2.Leaf", "kept"}};
   EXPECT_EQ(Kept(), kept);
 
-  const std::string spoilt = Text(IGD "Services");
+  const std::string before = Text(IGD "Services");
   ASSERT_EQ(ams_write_begin(), 0);
   EXPECT_EQ(ams_del_obj(root, IGD "Services.List.11"), 0);
   EXPECT_EQ(ams_set_node_value(root, IGD "Services.List.10.Name", "given up"), 0);
   EXPECT_EQ(ams_write_cancel(), 0);
   EXPECT_EQ(ams_write_cancel(), -1) << "none is open";
   EXPECT_EQ(Kept(), kept) << "a span that is given up keeps nothing";
-  EXPECT_EQ(Text(IGD "Services"), spoilt);
+  EXPECT_EQ(Text(IGD "Services"), before);
 
   /* what does not fit is passed over, a highest number alone is not wrong */
   for (const char *junk :
@@ -242,6 +241,40 @@ TEST_F(Store, ConfigurationIsKeptByTheCallItself) {
   for (const auto &one : Kept()) EXPECT_NE(one.first.find("List.11."), 0u) << one.first;
   EXPECT_EQ(update_from_nvram(root, 7), -1);
   ASSERT_EQ(nvram_clean(NVTYPE_STAGING), 0);
+}
+
+TEST_F(Store, StatusIsThereAgainWhenTheServerAloneStartsAnew) {
+  char url[AMS_PATH_SIZE];
+  ASSERT_EQ(nvram_clean(NVTYPE_STAGING), 0);
+  EXPECT_EQ(ams_add_obj(root, IGD "Services.List", url), 0);
+  EXPECT_EQ(ams_set_node_value(root, IGD "DeviceInfo.Alpha", "kept"), 0);
+  EXPECT_EQ(ams_set_node_value(root, IGD "DeviceInfo.Zeta", "kept"), 0);
+  const struct {
+    const char *leaf, *status;
+  } kCases[] = {{"DeviceInfo.UpTime", "99"}, /* read-only */
+                {"DeviceInfo.Alpha", "over what is kept"},
+                {"DeviceInfo.Inner.Deep", "-5"},
+                {"Services.List.11.Name", "in a row that comes back"},
+                {"Services.List.10.Sub.1.Leaf", "in one of the file"}};
+  for (const auto &one : kCases)
+    EXPECT_EQ(ams_mxml_fset_leaf((std::string(IGD) + one.leaf).c_str(), one.status), 0);
+  EXPECT_EQ(ams_mxml_fset_leaf(IGD "Summary", "status, then"), 0);
+  EXPECT_EQ(ams_set_node_value(root, IGD "Summary", "status, then"), 0); /* configuration */
+  EXPECT_EQ(ams_mxml_fset_leaf(IGD "DeviceInfo.Zeta", "status"), 0);
+  EXPECT_EQ(ams_set_node_value(root, IGD "DeviceInfo.Zeta", "set since"), 0);
+  for (int start = 0; start < 2; ++start) {
+    LayKept();
+    for (const auto &one : kCases) EXPECT_EQ(Leaf(std::string(IGD) + one.leaf), one.status);
+    EXPECT_EQ(Leaf(IGD "DeviceInfo.Zeta"), "set since");
+    EXPECT_EQ(Leaf(IGD "Summary"), "status, then");
+  }
+  EXPECT_EQ(WithAttributes(IGD "ALL_CHANGED_DATA", 1).find("UpTime"), std::string::npos);
+  ASSERT_EQ(nvram_clean(NVTYPE_STAGING), 0);
+  LayKept();
+  EXPECT_EQ(Leaf(IGD "Summary"), "sum") << "it was configuration in the end";
+  EXPECT_EQ(Leaf(IGD "DeviceInfo.Zeta"), "last letter, first here");
+  EXPECT_EQ(Leaf(IGD "Services.ListNumberOfEntries"), "3") << "what is counted is no status";
+  EXPECT_EQ(Indexes(IGD "Services.List"), "2,9,10");
 }
 
 /* As people write them into staging files. */

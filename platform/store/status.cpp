@@ -1,0 +1,41 @@
+// Status values over a load: the server may start again alone, and what others wrote of the state
+// of the gateway is still so then. They wait in this process from the load to the end of
+// update_from_nvram, because rows of arrays come back there.
+#include "tree.h"
+
+namespace {
+
+struct Status {
+  std::string key, value;
+};
+
+std::vector<Status> gTaken; /* the server's; under the store's write lock */
+
+}  // namespace
+
+int StatusTake(MDB_txn *txn) {
+  MDB_cursor *cursor;
+  MDB_val key, data;
+  Record row;
+  gTaken.clear();
+  if (TreeCursor(txn, &cursor) != 0) return -1;
+  int rc = mdb_cursor_get(cursor, &key, &data, MDB_FIRST);
+  for (; rc == 0 && static_cast<uint8_t *>(key.mv_data)[0] < KEY_FORMAT;
+       rc = mdb_cursor_get(cursor, &key, &data, MDB_NEXT))
+    if (RecordParse(data, &row) == 0 && (row.head.flags & RECORD_STATUS) != 0)
+      gTaken.push_back({{static_cast<char *>(key.mv_data), key.mv_size}, {row.value, row.length}});
+  TreeCursorEnd(cursor);
+  return rc == 0 || rc == MDB_NOTFOUND ? 0 : TreeFailed("reading", rc);
+}
+
+int StatusLay(MDB_txn *txn) {
+  std::vector<Status> taken;
+  taken.swap(gTaken);
+  for (const Status &status : taken) {
+    Key key = {};
+    (void)KeyAppend(&key, status.key.data(), status.key.size()); /* it was a key */
+    key.last = status.key.rfind(static_cast<char>(KEY_LEAF));
+    if (TreeSetLeaf(txn, key, status.value, SET_READONLY | SET_STATUS) == -1) return -1;
+  }
+  return 0;
+}
