@@ -13,7 +13,8 @@ int SDB_clientInit();
 /* Brings the store up as its server: loads the data-model file, checks the firmware version, lays
    the saved parameters of the boot type over the tree. 0; -1 (logged) when the store or the file
    cannot be had; another non-zero value for an invalid boot type. A file that does not parse leaves
-   the root NULL and does not fail by itself. */
+   the root NULL and does not fail by itself. Clients see the new tree in one step; when there is
+   none or the boot type is invalid, the tree that was there stays. */
 int SDB_serverInit();
 
 /* Boot types, from nvram key "factoryType". */

@@ -39,13 +39,15 @@ int OpenStore() {
   return -1;
 }
 
+/* The tree that the server brings up, with what is laid over it, is one span of writes: until its
+   end the store's clients see the tree that was there. */
 int LoadFile() {
   FILE *file = fopen(kFile, "re");
   if (file == nullptr) {
     AMS_PRINT(4, "open tr098_data_model.xml failed!");
     return -1;
   }
-  gptXmlTrees->root = ams_mxmlLoadFile(nullptr, file, nullptr);
+  gptXmlTrees->root = ams_write_begin() == 0 ? ams_mxmlLoadFile(nullptr, file, nullptr) : nullptr;
   if (gptXmlTrees->root == nullptr) AMS_PRINT(5, "null tree\n");
   fclose(file);
   mxmlSetWrapMargin(0);
@@ -126,12 +128,16 @@ int get_boot_type() {
 int SDB_serverInit() {
   int force;
   if (OpenStore() != 0 || LoadFile() != 0) return -1;
-  CheckVersion(&force);
+  CheckVersion(&force); /* reads the tree of the span */
   if (force == 1) ForceFactory();
   int boot_type = get_boot_type();
-  if (boot_type == BOOT_INVALID) return printf("invalid boot type=%d.\n", boot_type);
+  if (boot_type == BOOT_INVALID) {
+    (void)ams_write_cancel(); /* a span that did not begin was logged */
+    return printf("invalid boot type=%d.\n", boot_type);
+  }
   LoadStaging(boot_type);
   (void)update_from_nvram(gptXmlTrees->root, NVTYPE_STAGING); /* what does not fit is logged */
+  if (ams_write_end() != 0) gptXmlTrees->root = nullptr;      /* logged; the tree before stays */
   if (boot_type != BOOT_RESTART) StoreBasic(kTypeKey, "false");
   return 0;
 }

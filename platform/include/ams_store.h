@@ -46,8 +46,8 @@ struct XmlTreeSet *ShmPoolCliInit(void);
 
 /* Replaces the tree by the content of an open data-model file, in one step for every reader, and
    returns its root. NULL, and one line on standard error with file, line and reason, when the file
-   does not parse or breaks a limit; the tree is then as it was. `top` and `callback` are NULL.
-   Server only. */
+   does not parse or breaks a limit; the tree is then as it was, and a span of writes around the
+   call is spoilt. `top` and `callback` are NULL. Server only. */
 struct AmsTree *ams_mxmlLoadFile(void *top, FILE *file, void *callback);
 
 /* Column after which ams_save_xml breaks a start tag into lines; 0: never (the default is 72). */

@@ -85,10 +85,6 @@ struct AmsTree *ams_mxmlLoadFile(void *, FILE *file, void *) {
     STORE_LOG("store: no data-model file to load\n");
     return nullptr;
   }
-  if (TreeThread()->in_span) {
-    STORE_LOG("store: a file is not loaded inside a span of writes\n");
-    return nullptr;
-  }
   int rc = ReadWhole(file, &text);
   if (rc != 0) loader.error = "cannot be read, or has more than 64 MiB";
   if (rc == 0) rc = Parse(text, &document, &loader);
@@ -98,6 +94,7 @@ struct AmsTree *ams_mxmlLoadFile(void *, FILE *file, void *) {
         TreeWrite([&](MDB_txn *txn) { return Replace(txn, document.document_element(), &loader); });
   }
   if (rc == 0) return &gTree;
+  TreeThread()->failed = true; /* ends a span around this: half of the file may be written */
   Tell(file, text, loader.error_at, loader.error);
   return nullptr;
 }

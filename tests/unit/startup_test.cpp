@@ -2,8 +2,10 @@
 #include <cstdlib>
 #include <fstream>
 #include <memory>
+#include <thread>
 
 #include "nvram.h"
+#include "store_desk.h"
 #include "sup_main.h"
 #include "support.h"
 
@@ -11,6 +13,7 @@ namespace {
 
 constexpr char kCode[] = "InternetGatewayDevice.DeviceInfo.ProvisioningCode";
 constexpr char kUrl[] = "InternetGatewayDevice.ManagementServer.URL";
+constexpr char kPorts[] = "InternetGatewayDevice.Services.ServiceTelnet.Port";
 constexpr char kUserChange[] = "InternetGatewayDevice.DeviceInfo.X_KVO-UserChange";
 constexpr char kBackup[] = "/var/config/backup.conf";
 
@@ -69,7 +72,8 @@ const BootCase kBoots[] = {
     {"restore without a backup is factory", "true", nullptr, nullptr, true, "FACTORY", "net",
      "false"},
     {"clean", "clean", "BACKUP", nullptr, true, "FACTORY", "net", "false"},
-    {"an unknown word lays nothing over", "TRUE", nullptr, nullptr, false, "", "com", "TRUE"},
+    {"an unknown word leaves the tree as it was", "TRUE", "BACKUP", nullptr, false, "FACTORY",
+     "net", "TRUE"},
     {"a version that is too old forces factory", "false", nullptr, "XV1.0.3", true, "FACTORY",
      "net", "false"},
     {"so does the oldest", "false", nullptr, "V1.0", true, "FACTORY", "net", "false"},
@@ -96,6 +100,26 @@ TEST_F(StartupTest, EachBootTypeLaysItsParametersOverTheTree) {
       EXPECT_EQ(Setting("Tr069strap", NVTYPE_STAGING), forced ? "(none)" : "1");
     }
   }
+}
+
+/* A check of a kept parameter stands in the middle of the bring-up. */
+std::string gSeenMeanwhile;
+int LookMeanwhile(const std::string &, const std::string &, std::string_view, std::string *) {
+  std::thread([] { gSeenMeanwhile = Leaf(kCode) + " " + Leaf(kPorts); }).join();
+  return 0;
+}
+
+TEST_F(StartupTest, ClientsSeeTheNewTreeInOneStep) {
+  Set("factoryType", "false", NVTYPE_BASIC);
+  for (const char *start : {"first", "second"}) {
+    Set(kCode, start, NVTYPE_STAGING);
+    Set(kPorts, start, NVTYPE_STAGING);
+    ams_desk_check_kept(start[0] == 's' ? LookMeanwhile : nullptr);
+    EXPECT_EQ(SDB_serverInit(), 0);
+    EXPECT_EQ(Leaf(kCode), start);
+  }
+  ams_desk_check_kept(nullptr);
+  EXPECT_EQ(gSeenMeanwhile, "first first");
 }
 
 TEST_F(StartupTest, ASecondAttachSucceeds) {

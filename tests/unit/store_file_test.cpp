@@ -83,6 +83,10 @@ TEST_F(Store, WhatAFileIsRefusedFor) {
     EXPECT_EQ(std::count(told.begin(), told.end(), '\n'), 1) << c.what << ": " << told;
     EXPECT_EQ(Text("InternetGatewayDevice"), before) << c.what;
   }
+  ASSERT_EQ(ams_write_begin(), 0);
+  EXPECT_EQ(Load(kCases[std::size(kCases) - 1].xml), nullptr);
+  EXPECT_EQ(ams_write_end(), -1) << "half of the file may be written";
+  EXPECT_EQ(Text("InternetGatewayDevice"), before);
 }
 
 /* Beside the rows, behind them, and none of them; also after a save. */
