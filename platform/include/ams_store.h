@@ -38,7 +38,8 @@ struct XmlTreeSet {
 extern struct XmlTreeSet *gptXmlTrees;
 
 /* Creates the shared store, or takes over the one that an earlier server left (its readers stay
-   attached). The set belongs to the platform. NULL (logged) when it cannot be had. */
+   attached). The set belongs to the platform. NULL (logged) when it cannot be had: there is one
+   server at a time, for the life of its process. */
 struct XmlTreeSet *ShmPoolSrvInit(void);
 
 /* Attaches to the server's store. NULL (logged) when there is none. */

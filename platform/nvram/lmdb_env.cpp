@@ -20,14 +20,6 @@ std::string FileOf(const LmdbPlace &place, const char *name) {
   return std::string(place.folder) + "/" + name;
 }
 
-int MakePrivateFolder(const char *folder) {
-  struct stat info;
-  if (mkdir(folder, 0700) != 0 && errno != EEXIST) return errno;
-  if (lstat(folder, &info) != 0) return errno;
-  if (!S_ISDIR(info.st_mode)) return ENOTDIR;
-  return info.st_uid == geteuid() ? 0 : EACCES;
-}
-
 /* The library closes its other descriptors on exec by itself. */
 void CloseOnExec(MDB_env *env) {
   int fd = -1;
@@ -70,11 +62,19 @@ int ReadAll(const LmdbEnv &opened, const char *key, const char *value) {
 
 }  // namespace
 
+int LmdbMakeFolder(const LmdbPlace &place) {
+  struct stat info;
+  if (mkdir(place.folder, 0700) != 0 && errno != EEXIST) return errno;
+  if (lstat(place.folder, &info) != 0) return errno;
+  if (!S_ISDIR(info.st_mode)) return ENOTDIR;
+  return info.st_uid == geteuid() ? 0 : EACCES;
+}
+
 int LmdbOpen(const LmdbPlace &place, bool create, LmdbEnv *opened) {
   struct stat info;
   *opened = LmdbEnv{};
   if (create) {
-    int rc = MakePrivateFolder(place.folder);
+    int rc = LmdbMakeFolder(place);
     if (rc != 0) return rc;
   } else if (stat(FileOf(place, "data.mdb").c_str(), &info) != 0) {
     return errno;

@@ -17,6 +17,9 @@ struct LmdbEnv {
   MDB_dbi dbi;  // the one database that each environment has
 };
 
+/* Makes the place's folder when it is not there. 0 or an errno. */
+int LmdbMakeFolder(const LmdbPlace &place);
+
 /* Opens the environment; with `create`, makes it when it is not there. 0, an errno or an LMDB
    error (ENOENT: not there); logs nothing. A process opens a place once. */
 int LmdbOpen(const LmdbPlace &place, bool create, LmdbEnv *opened);

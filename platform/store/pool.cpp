@@ -1,5 +1,9 @@
 // The store in shared memory: making it or taking it over as the server, attaching as a client, and
 // the spans of writes that become visible together.
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <cerrno>
 #include <mutex>
 #include <string_view>
 #include <utility>
@@ -42,6 +46,25 @@ bool FormatFits() {
   return fits;
 }
 
+/* A lock of this process, for its life, says that it is the server. 0 or -1 (logged). */
+int BecomeServer() {
+  const std::string file = std::string(kPlace.folder) + "/server.lock";
+  struct flock lock = {};
+  lock.l_type = F_WRLCK;
+  lock.l_whence = SEEK_SET;
+  int rc = LmdbMakeFolder(kPlace);
+  int fd = rc == 0 ? open(file.c_str(), O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW, 0600) : -1;
+  if (fd < 0) {
+    STORE_LOG("store: making %s failed: %s\n", file.c_str(), strerror(rc != 0 ? rc : errno));
+    return -1;
+  }
+  if (fcntl(fd, F_SETLK, &lock) == 0) return 0;
+  if (fcntl(fd, F_GETLK, &lock) != 0) lock.l_pid = 0; /* for the text */
+  STORE_LOG("store: process %d serves %s already: stop it first\n", lock.l_pid, kPlace.folder);
+  close(fd);
+  return -1;
+}
+
 /* A store that another server left is kept when it is sound: its readers stay attached. */
 int OpenAsServer() {
   bool sound = LmdbSound(kPlace, kFormatKey, kFormat);
@@ -58,6 +81,7 @@ int OpenAsServer() {
 struct XmlTreeSet *ShmPoolSrvInit(void) {
   std::lock_guard<std::mutex> guard(gAttaching);
   if (gTree.lmdb.env != nullptr) return &gSet;
+  if (BecomeServer() != 0) return nullptr;
   int rc = OpenAsServer();
   if (rc == 0) return &gSet;
   STORE_LOG("store: making %s failed: %s\n", kPlace.folder, mdb_strerror(rc));

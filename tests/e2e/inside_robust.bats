@@ -89,6 +89,14 @@ in_background() {
   alive
 }
 
+@test "a second data-base manager is refused and touches nothing" {
+  cfgcmd sset $DEVICE.DeviceLog first
+  run "$DEVKIT_BUILD/bin/dbmgr"
+  [ "$status" -eq 1 ]
+  [[ $output == *"process $(pid_of dbmgr) serves"* ]] || fail "$output"
+  expect 0 first cfgcmd get $DEVICE.DeviceLog
+}
+
 @test "the daemon restarts under load, again and again, without a restart of dbmgr" {
   dbmgr=$(pid_of dbmgr)
   while :; do echo "get $DEVICE.X_KVO_FWVersion"; done | cfgcmd batch >"$BATS_TEST_TMPDIR/answers" 2>&1 3>&- &

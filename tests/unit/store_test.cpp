@@ -133,6 +133,15 @@ TEST_F(Store, KilledWriterLeavesItWholeAndUnlocked) {
   }
 }
 
+TEST_F(Store, ASecondServerTouchesNothing) {
+  EXPECT_EQ(ams_mxml_fset_leaf(IGD "Summary", "of the first"), 0);
+  testing::internal::CaptureStderr();
+  EXPECT_NE(RunRole("serve"), 0);
+  std::string told = testing::internal::GetCapturedStderr();
+  EXPECT_NE(told.find("process " + std::to_string(getpid()) + " serves"), told.npos) << told;
+  EXPECT_EQ(Leaf(IGD "Summary"), "of the first");
+}
+
 TEST_F(Store, NothingOfItIsInheritedByPrograms) {
   EXPECT_NE(nvram_init_semaphore(), -1);
   EXPECT_EQ(WEXITSTATUS(system("ls -l /proc/self/fd | grep -q mdb")), 1);
