@@ -3,6 +3,7 @@
 #pragma once
 
 #include <lmdb.h>
+#include <sys/types.h>
 
 #include <cstddef>
 
@@ -32,8 +33,14 @@ void LmdbRemove(const LmdbPlace &place);
 int LmdbBegin(const LmdbEnv &opened, unsigned flags, MDB_txn **txn);
 
 /* Reads a place that may be damaged from end to end, in a process of its own: damage may well kill
-   it. True when all of it can be read and `key` has `value`. */
-bool LmdbSound(const LmdbPlace &place, const char *key, const char *value);
+   it. Sound: all of it can be read and `key` has `value`. Unknown: it could not be looked at, which
+   says nothing about the place. */
+enum LmdbState { LMDB_SOUND, LMDB_DAMAGED, LMDB_UNKNOWN };
+LmdbState LmdbCheck(const LmdbPlace &place, const char *key, const char *value);
+
+/* A process that has the place open, 0: none. Not for a place that this process has open: its own
+   hold would be lost. */
+pid_t LmdbUser(const LmdbPlace &place);
 
 inline MDB_val LmdbVal(const void *data, size_t size) {
   return MDB_val{size, const_cast<void *>(data)};

@@ -65,15 +65,24 @@ int BecomeServer() {
   return -1;
 }
 
-/* A store that another server left is kept when it is sound: its readers stay attached. */
+/* A store that another server left is kept when it is sound, or cannot be looked at: its readers
+   stay attached. Nobody's store is taken away. 0 or -1 (logged). */
 int OpenAsServer() {
-  bool sound = LmdbSound(kPlace, kFormatKey, kFormat);
-  if (!sound) LmdbRemove(kPlace);
+  bool damaged = LmdbCheck(kPlace, kFormatKey, kFormat) == LMDB_DAMAGED;
+  pid_t user = damaged ? LmdbUser(kPlace) : 0;
+  if (user != 0) {
+    STORE_LOG("store: %s is damaged, and process %d has it open: stop that, then start again\n",
+              kPlace.folder, user);
+    return -1;
+  }
+  if (damaged) LmdbRemove(kPlace);
   int rc = LmdbOpen(kPlace, true, &gTree.lmdb);
   if (rc == 0) rc = mdb_reader_check(gTree.lmdb.env, nullptr);
-  if (rc == 0 && !sound) rc = WriteFormat();
-  if (rc != 0) LmdbClose(&gTree.lmdb);
-  return rc;
+  if (rc == 0 && damaged) rc = WriteFormat();
+  if (rc == 0) return 0;
+  LmdbClose(&gTree.lmdb);
+  STORE_LOG("store: making %s failed: %s\n", kPlace.folder, mdb_strerror(rc));
+  return -1;
 }
 
 }  // namespace
@@ -82,10 +91,7 @@ struct XmlTreeSet *ShmPoolSrvInit(void) {
   std::lock_guard<std::mutex> guard(gAttaching);
   if (gTree.lmdb.env != nullptr) return &gSet;
   if (BecomeServer() != 0) return nullptr;
-  int rc = OpenAsServer();
-  if (rc == 0) return &gSet;
-  STORE_LOG("store: making %s failed: %s\n", kPlace.folder, mdb_strerror(rc));
-  return nullptr;
+  return OpenAsServer() == 0 ? &gSet : nullptr;
 }
 
 /* The root stands also when nothing is loaded yet: what a server loads later is then there. */

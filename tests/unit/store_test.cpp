@@ -20,6 +20,16 @@
 #include "tds_desk.h"
 
 namespace {
+bool fork_fails;
+}
+
+extern "C" pid_t __real_fork(void);
+extern "C" pid_t __wrap_fork(void) {
+  errno = EAGAIN;
+  return fork_fails ? -1 : __real_fork();
+}
+
+namespace {
 
 /* ---- the second process ---- */
 
@@ -32,11 +42,19 @@ int ServeRole() { /* a server that loads its file and dies */
   gptXmlTrees = ShmPoolSrvInit();
   return gptXmlTrees != nullptr && (gptXmlTrees->root = Load(kModel)) != nullptr ? 0 : 1;
 }
+int DeafRole() { /* as whatever a daemon starts that ignores its children's end */
+  signal(SIGCHLD, SIG_IGN);
+  return ServeRole();
+}
+int ForklessRole() {
+  fork_fails = true;
+  return ServeRole();
+}
 int AttachRole() { return Attach(); }
-int WatchRole() { /* attaches, says so, and waits for another server's value */
-  if (Attach() != 0 || write(1, "+", 1) != 1) return 1;
+int WatchRole() { /* attaches, changes a value, says so, and waits for another server's */
+  if (Attach() != 0 || ams_mxml_fset_leaf(IGD "Summary", "watched") != 0) return 1;
   char go;
-  return read(0, &go, 1) == 1 && Leaf(IGD "Summary") == "sum" ? 0 : 1;
+  return write(1, "+", 1) == 1 && read(0, &go, 1) == 1 && Leaf(IGD "Summary") == "sum" ? 0 : 1;
 }
 int WriteRole() { /* writes pairs and rows until it is killed */
   if (Attach() != 0) return 1;
@@ -56,8 +74,8 @@ struct Role {
   const char *name;
   int (*run)();
 };
-const Role kRoles[] = {
-    {"serve", ServeRole}, {"attach", AttachRole}, {"watch", WatchRole}, {"write", WriteRole}};
+const Role kRoles[] = {{"serve", ServeRole},   {"deaf", DeafRole},   {"forkless", ForklessRole},
+                       {"attach", AttachRole}, {"watch", WatchRole}, {"write", WriteRole}};
 
 struct Child {
   pid_t pid;
@@ -110,12 +128,30 @@ TEST(StoreTakeover, ADamagedStoreIsReplacedAndASoundOneKept) {
     EXPECT_EQ(RunRole("serve"), 0) << damage.what;
     EXPECT_EQ(RunRole("attach"), 0) << damage.what;
   }
-  Child watcher = Start("watch");
+}
+
+TEST(StoreTakeover, ClientsStayAttached) {
   char sign;
+  for (const char *server : {"serve", "deaf", "forkless"}) {
+    Child watcher = Start("watch");
+    ASSERT_EQ(read(watcher.out, &sign, 1), 1);
+    EXPECT_EQ(RunRole(server), 0) << "while a client is attached";
+    EXPECT_EQ(write(watcher.in, "g", 1), 1);
+    EXPECT_EQ(End(watcher), 0) << server << ": the client must see the new tree";
+  }
+  Child watcher = Start("watch");
   ASSERT_EQ(read(watcher.out, &sign, 1), 1);
-  EXPECT_EQ(RunRole("serve"), 0) << "while a client is attached";
-  EXPECT_EQ(write(watcher.in, "g", 1), 1);
-  EXPECT_EQ(End(watcher), 0) << "the client that was attached before must see the new tree";
+  EXPECT_EQ(WEXITSTATUS(system("dd if=/dev/urandom of=/dev/shm/ams_store/data.mdb bs=4096 seek=2 "
+                               "count=9 conv=notrunc 2>/dev/null")),
+            0);
+  testing::internal::CaptureStderr();
+  EXPECT_NE(RunRole("serve"), 0) << "damaged, and in use";
+  std::string told = testing::internal::GetCapturedStderr();
+  EXPECT_NE(told.find("process " + std::to_string(watcher.pid) + " has it open"), told.npos)
+      << told;
+  kill(watcher.pid, SIGKILL);
+  End(watcher);
+  EXPECT_EQ(RunRole("serve"), 0);
 }
 
 TEST_F(Store, KilledWriterLeavesItWholeAndUnlocked) {
