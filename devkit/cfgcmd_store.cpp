@@ -111,7 +111,8 @@ Outcome VerbSset(const Words &words, const Options &) {
     return {kRefused, "no parameter \"" + words[0] + "\": \"cfgcmd tree\" lists what there is"};
   if (ams_sset_node_value(gptXmlTrees->root, path, words[1].c_str()) != 0)
     return {kRefused, "the store refused \"" + words[0] +
-                          "\": it takes parameters, with values of at most 32768 bytes"};
+                          "\": it takes parameters, with values of at most 32768 bytes, while "
+                          "/dev/shm has room"};
   return {};
 }
 

@@ -65,6 +65,20 @@ int ReadAll(const LmdbEnv &opened, const char *key, const char *value) {
   _exit(write(out, &verdict, 1) == 1 ? 0 : 1);
 }
 
+/* The table of readers, whole, for the same reason as the map's pages (lmdb_room.cpp). Before this
+   process opens the place: closing the file would give its locks away. */
+int MakeLockFile(const LmdbPlace &place) {
+  constexpr off_t kBytesOfReader = 64;
+  int fd = open(FileOf(place, "lock.mdb").c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600);
+  if (fd < 0) return errno;
+  int rc;
+  do {
+    rc = posix_fallocate(fd, 0, (kMaxReaders + kBytesOfReader) * kBytesOfReader);
+  } while (rc == EINTR);
+  close(fd);
+  return rc;
+}
+
 }  // namespace
 
 int LmdbMakeFolder(const LmdbPlace &place) {
@@ -80,6 +94,7 @@ int LmdbOpen(const LmdbPlace &place, bool create, LmdbEnv *opened) {
   *opened = LmdbEnv{};
   if (create) {
     int rc = LmdbMakeFolder(place);
+    if (rc == 0 && (place.flags & MDB_WRITEMAP) != 0) rc = MakeLockFile(place);
     if (rc != 0) return rc;
   } else if (stat(FileOf(place, "data.mdb").c_str(), &info) != 0) {
     return errno;
@@ -95,6 +110,7 @@ int LmdbOpen(const LmdbPlace &place, bool create, LmdbEnv *opened) {
     return rc;
   }
   CloseOnExec(opened->env);
+  LmdbRoomOpen(opened, place);
   return 0;
 }
 
@@ -110,9 +126,12 @@ void LmdbRemove(const LmdbPlace &place) {
 
 int LmdbBegin(const LmdbEnv &opened, unsigned flags, MDB_txn **txn) {
   int rc = mdb_txn_begin(opened.env, nullptr, flags, txn);
-  if (rc != MDB_READERS_FULL) return rc;
-  rc = mdb_reader_check(opened.env, nullptr);
-  return rc != 0 ? rc : mdb_txn_begin(opened.env, nullptr, flags, txn);
+  if (rc == MDB_READERS_FULL && (rc = mdb_reader_check(opened.env, nullptr)) == 0)
+    rc = mdb_txn_begin(opened.env, nullptr, flags, txn);
+  if (rc != 0 || (flags & MDB_RDONLY) != 0 || (rc = LmdbRoomBegin(opened)) == 0) return rc;
+  mdb_txn_abort(*txn);
+  *txn = nullptr;
+  return rc;
 }
 
 /* The verdict comes through a pipe: an exit status does not reach a parent that ignores SIGCHLD. */

@@ -13,9 +13,21 @@ struct LmdbPlace {
   unsigned flags;      // of mdb_env_open; MDB_NOTLS is always added
 };
 
+/* Where an environment with MDB_WRITEMAP stands, in pages (lmdb_room.cpp). */
+struct LmdbPages {
+  int file;          // -1: the library writes the file itself and finds out when it is full
+  size_t size, map;  // bytes of a page; pages of the whole map
+  size_t allocated;  // from the file's start, as far as this process knows
+  size_t base;       // used before the open write
+  size_t taken;      // at most, by the open write
+  size_t large;      // of these, of values with pages of their own
+  size_t peak;       // pages of the tree when they were counted last, in the open write
+};
+
 struct LmdbEnv {
   MDB_env *env;
-  MDB_dbi dbi;  // the one database that each environment has
+  MDB_dbi dbi;              // the one database that each environment has
+  mutable LmdbPages pages;  // under the environment's own lock for writing
 };
 
 /* Makes the place's folder when it is not there. 0 or an errno. */
@@ -29,8 +41,22 @@ void LmdbClose(LmdbEnv *opened);
 /* Removes the files of a place. Processes that have them open go on with what they have. */
 void LmdbRemove(const LmdbPlace &place);
 
-/* mdb_txn_begin that gives back the slots of dead readers when there is none left. */
+/* mdb_txn_begin that gives back the slots of dead readers when there is none left. A write has room
+   for some 100 small changes of a map; larger ones ask for it with LmdbRoom. */
 int LmdbBegin(const LmdbEnv &opened, unsigned flags, MDB_txn **txn);
+
+/* What LmdbOpen and LmdbBegin do about room. */
+void LmdbRoomOpen(LmdbEnv *opened, const LmdbPlace &place);
+int LmdbRoomBegin(const LmdbEnv &opened);
+
+/* Before a change of at most `bytes` to an environment with MDB_WRITEMAP: takes the memory for it,
+   since whoever touches a page of a full file system is killed. 0; ENOSPC or another errno: give
+   the write up. */
+int LmdbRoom(const LmdbEnv &opened, MDB_txn *txn, size_t bytes);
+
+/* Whether a change that makes more of the data may be made: near the end of the map a reserve is
+   left to deletes and to the values that are there. 0, MDB_MAP_FULL or another error. */
+int LmdbMayGrow(const LmdbEnv &opened, MDB_txn *txn);
 
 /* Reads a place that may be damaged from end to end, in a process of its own: damage may well kill
    it. Sound: all of it can be read and `key` has `value`. Unknown: it could not be looked at, which

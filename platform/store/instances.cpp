@@ -89,10 +89,11 @@ int DeleteRun(MDB_txn *txn, const Key &top) {
   MDB_cursor *cursor;
   MDB_val key, data;
   if (TreeCursor(txn, &cursor) != 0) return -1;
-  int rc = 0;
-  while (rc == 0 && TreeSeek(cursor, top, top, &key, &data) == 0) rc = mdb_cursor_del(cursor, 0);
+  int rc = 0, room = 0;
+  while (rc == 0 && TreeSeek(cursor, top, top, &key, &data) == 0 && (room = TreeRoom(txn, 0)) == 0)
+    rc = mdb_cursor_del(cursor, 0);
   TreeCursorEnd(cursor);
-  return rc == 0 ? 0 : TreeFailed("writing", rc);
+  return rc == 0 ? room : TreeFailed("writing", rc);
 }
 
 int FindInstance(MDB_txn *txn, const char *path, Key *array, uint32_t *number) {
@@ -117,7 +118,7 @@ int AddNext(MDB_txn *txn, const char *path, char *url) {
     STORE_LOG("store: nothing added: %s has used up its numbers\n", path);
     return -1;
   }
-  if (TreeAddInstance(txn, array, highest + 1) != 0) return -1;
+  if (TreeMayGrow(txn) != 0 || TreeAddInstance(txn, array, highest + 1) != 0) return -1;
   KeepAdded(array, highest + 1);
   char text[KEY_MAX + 16];
   size_t length = KeyToPath(array.bytes, array.length, text);

@@ -63,6 +63,15 @@ int Parse(const std::string &text, pugi::xml_document *document, Loader *loader)
   return std::string_view(root.name()) == kRootName ? 0 : -1;
 }
 
+/* A server that starts anew when memory is short needs room for its tree beside the one that is
+   there. Without it the tree stands all the same. */
+void RoomForAnother(MDB_txn *txn) {
+  MDB_stat stat;
+  if (mdb_stat(txn, gTree.lmdb.dbi, &stat) != 0) return;
+  size_t pages = stat.ms_branch_pages + stat.ms_leaf_pages + stat.ms_overflow_pages;
+  (void)LmdbRoom(gTree.lmdb, txn, pages * stat.ms_psize);
+}
+
 int Replace(MDB_txn *txn, pugi::xml_node root, Loader *loader) {
   int rc = StatusTake(txn) == 0 ? mdb_drop(txn, gTree.lmdb.dbi, 0) : EIO;
   if (rc == 0) rc = mdb_cursor_open(txn, gTree.lmdb.dbi, &loader->cursor);
@@ -72,6 +81,7 @@ int Replace(MDB_txn *txn, pugi::xml_node root, Loader *loader) {
   }
   rc = LoadRows(loader, root);
   mdb_cursor_close(loader->cursor);
+  if (rc == 0) RoomForAnother(txn);
   return rc;
 }
 

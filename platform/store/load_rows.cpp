@@ -24,7 +24,8 @@ pugi::xml_node Or(pugi::xml_node given, pugi::xml_node other) { return given ? g
 
 int Append(Loader *loader, std::string_view key, std::string_view data) {
   MDB_val row = LmdbVal(key.data(), key.size()), value = LmdbVal(data.data(), data.size());
-  int rc = mdb_cursor_put(loader->cursor, &row, &value, MDB_APPEND);
+  int rc = LmdbRoom(gTree.lmdb, mdb_cursor_txn(loader->cursor), data.size());
+  if (rc == 0) rc = mdb_cursor_put(loader->cursor, &row, &value, MDB_APPEND);
   if (rc == 0) return 0;
   loader->error = std::string("the store took no more: ") + mdb_strerror(rc);
   return -1;

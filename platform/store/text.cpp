@@ -114,13 +114,14 @@ int TakeChanged(MDB_txn *txn, const Key &top, std::vector<std::string> *changed)
   MDB_val key, data;
   Key marked = KeyMarked(KEY_CHANGED, top);
   if (TreeCursor(txn, &cursor) != 0) return -1;
-  int rc = 0;
-  while (rc == 0 && TreeSeek(cursor, marked, marked, &key, &data) == 0) {
+  int rc = 0, room = 0;
+  while (rc == 0 && TreeSeek(cursor, marked, marked, &key, &data) == 0 &&
+         (room = TreeRoom(txn, 0)) == 0) {
     changed->emplace_back(static_cast<char *>(key.mv_data) + 1, key.mv_size - 1);
     rc = mdb_cursor_del(cursor, 0);
   }
   TreeCursorEnd(cursor);
-  return rc == 0 ? 0 : TreeFailed("writing", rc);
+  return rc == 0 ? room : TreeFailed("writing", rc);
 }
 
 int ReadChanged(MDB_txn *txn, const char *path, char **text) {

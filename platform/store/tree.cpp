@@ -138,8 +138,21 @@ int TreeWriteEnd(MDB_txn *txn, int result) {
 int TreeFailed(const char *what, int rc) {
   tTxns.failed = true;
   if (rc == MDB_MAP_FULL) (void)mdb_reader_check(gTree.lmdb.env, nullptr); /* dead ones pin pages */
-  STORE_LOG("store: %s the tree failed: %s\n", what, mdb_strerror(rc));
+  const char *reason = rc == ENOSPC         ? "no memory is left below /dev/shm: free some there"
+                       : rc == MDB_MAP_FULL ? "the store is full: delete something"
+                                            : mdb_strerror(rc);
+  STORE_LOG("store: %s the tree failed: %s\n", what, reason);
   return -1;
+}
+
+int TreeRoom(MDB_txn *txn, size_t bytes) {
+  int rc = LmdbRoom(gTree.lmdb, txn, bytes);
+  return rc == 0 ? 0 : TreeFailed("writing", rc);
+}
+
+int TreeMayGrow(MDB_txn *txn) {
+  int rc = LmdbMayGrow(gTree.lmdb, txn);
+  return rc == 0 ? 0 : TreeFailed("adding to", rc);
 }
 
 int TreeGet(MDB_txn *txn, const Key &key, MDB_val *data) {
@@ -181,12 +194,14 @@ int TreeSeek(MDB_cursor *cursor, const Key &from, const Key &top, MDB_val *key, 
 
 int TreePut(MDB_txn *txn, const Key &key, const void *data, size_t size) {
   MDB_val row = KeyVal(key), value = LmdbVal(data, size);
+  if (TreeRoom(txn, size) != 0) return -1;
   int rc = mdb_put(txn, gTree.lmdb.dbi, &row, &value, 0);
   return rc == 0 ? 0 : TreeFailed("writing", rc);
 }
 
 int TreeDelete(MDB_txn *txn, const Key &key) {
   MDB_val row = KeyVal(key);
+  if (TreeRoom(txn, 0) != 0) return -1;
   int rc = mdb_del(txn, gTree.lmdb.dbi, &row, nullptr);
   return rc == 0 || rc == MDB_NOTFOUND ? 0 : TreeFailed("writing", rc);
 }
@@ -218,7 +233,8 @@ int SetAt(MDB_txn *txn, MDB_cursor *cursor, const Key &key, std::string_view val
   if (same && (status || (leaf.head.flags & RECORD_STATUS) == 0)) return 0;
   leaf.head.flags &= static_cast<uint8_t>(~RECORD_STATUS);
   if (status) leaf.head.flags |= RECORD_STATUS;
-  if (ReplaceValue(cursor, key, leaf, value) != 0) return -1;
+  if (value.size() > leaf.length && TreeMayGrow(txn) != 0) return -1;
+  if (TreeRoom(txn, value.size()) != 0 || ReplaceValue(cursor, key, leaf, value) != 0) return -1;
   if (same || (how & SET_REPORT) == 0 || (leaf.head.flags & RECORD_NOTIFY) == 0) return 0;
   return TreePut(txn, KeyMarked(KEY_CHANGED, key), "", 0);
 }

@@ -144,6 +144,11 @@ int TreeFindPath(MDB_txn *txn, const char *path, bool log, Key *key, Record *rec
 /* KeyOfPath, with a record for a path that is too long. 0 or -1. */
 int TreeKey(const char *path, uint8_t last_separator, Key *key);
 
+/* Takes room before a put or a delete; the calls below do it by themselves. Whether the tree may
+   become larger. 0 or -1 (logged). */
+int TreeRoom(MDB_txn *txn, size_t bytes);
+int TreeMayGrow(MDB_txn *txn);
+
 int TreePut(MDB_txn *txn, const Key &key, const void *data, size_t size); /* 0 or -1, logged */
 int TreeDelete(MDB_txn *txn, const Key &key); /* 0 also when there is none; or -1, logged */
 

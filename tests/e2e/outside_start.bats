@@ -137,6 +137,27 @@ end" gateway bash -c "$show && cfgcmd get $server.X_KVO_TR069WANSAVE && echo end
   [ "$status" -eq 0 ] || fail "$status $output"
 }
 
+@test "/dev/shm full: nobody is killed, writes are done or refused, and work at once when there is room" {
+  run sandbox --bare -- bash -c "$CRASH
+    mount -t tmpfs -o size=8m tmpfs /dev/shm && gateway-daemon start dbmgr && gateway-daemon start sysmgr || exit 1
+    cfgcmd tree | awk '\$2 == \"string\" { print \$1 }' | head -n 200 >/tmp/leaves
+    head -c 9M /dev/zero >/dev/shm/fill 2>/dev/null
+    crash dbmgr && gateway-daemon start dbmgr || exit 2
+    value=$(printf '%30000s' | tr ' ' v)
+    while read -r leaf; do
+      cfgcmd sset \$leaf \$value 2>>/tmp/told
+      echo \$?
+    done </tmp/leaves | sort | uniq -c | tr -s ' ' | tee /tmp/results
+    [ \"\$(cut -d ' ' -f 3 /tmp/results | tr '\n' ' ')\" = '0 1 ' ] || exit 3
+    grep -q 'while /dev/shm has room' /tmp/told || exit 4
+    cfgcmd set $DEVICE.ProvisioningCode x || [ \$? -eq 1 ] || exit 5
+    kill -0 \$(cat /var/run/devkit/dbmgr) \$(cat /var/run/devkit/sysmgr) || exit 6
+    rm /dev/shm/fill
+    tail -n 1 /tmp/leaves | { read -r leaf; cfgcmd sset \$leaf \$value; } || exit 7
+    cfgcmd set $DEVICE.ProvisioningCode room && [ \"\$(cfgcmd get $DEVICE.ProvisioningCode)\" = room ]"
+  [ "$status" -eq 0 ] || fail "$status $output"
+}
+
 @test "a data-model file that does not parse: file, line and reason, and no start" {
   run sandbox --bare -- bash -c 'mount --version >/dev/null
     sed "s/^<InternetGatewayDevice .*/<broken/" /etc/tr098_data_model.xml >/tmp/broken.xml

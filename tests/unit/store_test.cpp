@@ -415,21 +415,48 @@ TEST_F(Store, ASpanIsSeenWholeOrNotAtAll) {
   EXPECT_EQ(ams_write_end(), -1) << "none is open";
 }
 
+/* Adds a row with the longest name. */
+int AddLong(char (&url)[AMS_PATH_SIZE]) {
+  static const std::string name(AMS_VALUE_MAX, 'b');
+  if (ams_add_obj(root, IGD "Services.List", url) != 0) return -1;
+  return ams_mxml_fset_leaf((std::string(url) + ".Name").c_str(), name.c_str());
+}
+
 TEST_F(Store, AFullStoreRefusesAndStaysAsItWas) {
-  std::string big(AMS_VALUE_MAX, 'b'), path;
   char url[AMS_PATH_SIZE];
   ASSERT_EQ(ams_write_begin(), 0);
   int rc = 0;
-  for (int row = 0; row < 20000 && rc == 0; ++row) {
-    rc = ams_add_obj(root, IGD "Services.List", url);
-    path = std::string(url) + ".Name";
-    if (rc == 0) rc = ams_mxml_fset_leaf(path.c_str(), big.c_str());
-  }
+  for (int row = 0; row < 20000 && rc == 0; ++row) rc = AddLong(url);
   EXPECT_EQ(rc, -1) << "there must be an end";
   EXPECT_EQ(ams_mxml_fset_leaf(IGD "Summary", "x"), -1) << "the span is lost";
   EXPECT_EQ(ams_write_end(), -1);
   EXPECT_EQ(Indexes(IGD "Services.List"), "2,9,10");
   EXPECT_EQ(ams_mxml_fset_leaf(IGD "Summary", "room again"), 0);
+
+  for (bool room = true; room;) {
+    ASSERT_EQ(ams_write_begin(), 0);
+    for (int row = 0; row < 100; ++row) (void)AddLong(url); /* the end says whether all fit */
+    room = ams_write_end() == 0;
+  }
+  for (rc = 0; rc == 0;) rc = AddLong(url);
+  char last[16];
+  ASSERT_EQ(ams_get_array_maxIndex(root, IGD "Services.List", last, sizeof last), 0);
+  const int highest = atoi(last);
+  EXPECT_GT(highest, 6000);
+  testing::internal::CaptureStderr();
+  EXPECT_EQ(ams_add_obj(root, IGD "Services.List", url), -1);
+  std::string told = testing::internal::GetCapturedStderr();
+  EXPECT_NE(told.find("the store is full: delete something"), told.npos) << told;
+  for (int round = 0; round < 300; ++round) /* what makes it no larger goes on */
+    EXPECT_EQ(ams_mxml_fset_leaf(IGD "Summary", round % 2 != 0 ? "full" : "FULL"), 0);
+  int deleted = 0;
+  for (; deleted < 400 && AddLong(url) != 0; ++deleted)
+    EXPECT_EQ(
+        ams_del_obj(root, (IGD "Services.List." + std::to_string(highest - 9 - deleted)).c_str()),
+        0);
+  EXPECT_GT(deleted, 0);
+  EXPECT_LT(deleted, 400);
+  ASSERT_EQ(nvram_clean(NVTYPE_STAGING) | nvram_commit(NVTYPE_STAGING), 0);
 }
 
 /* ---- against a plain model ---- */
