@@ -43,6 +43,7 @@ struct Loader {
   size_t path_length;  /* of the node in work, as a path */
   int instances;       /* how many instances it lies in */
   int depth;           /* elements above the one that is looked at */
+  size_t bytes;        /* of rows so far */
   std::string record;  /* being built */
   std::string scratch; /* an attribute set being built */
   std::unordered_map<std::string, AttributeSet> sets;

@@ -41,6 +41,7 @@ bool GoodName(std::string_view name) {
 int CheckName(Loader *loader, pugi::xml_node node, std::string_view name) {
   if (!GoodName(name))
     return LoadRefuse(loader, node, "a name has letters, digits, _ and -, and no digit first");
+  if (LoadIsRow(node)) return LoadRefuse(loader, node, "it stands in an array only");
   if (name.size() >= AMS_NAME_SIZE) return LoadRefuse(loader, node, "a name has at most 64 bytes");
   return 0;
 }

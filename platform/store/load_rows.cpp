@@ -35,6 +35,15 @@ std::string_view KeyText(const Key &key) {
   return {reinterpret_cast<const char *>(key.bytes), key.length};
 }
 
+/* Default rows in the Templates of arrays in Templates multiply: a small file can be an endless
+   tree. Rows that wait in this process's memory count more. */
+int CountRow(Loader *loader, const Element &element, size_t size) {
+  constexpr size_t kBytesMax = 128 << 20, kWaiting = 4;
+  loader->bytes += size * (loader->key.bytes[0] == KEY_TEMPLATE ? kWaiting : 1);
+  if (loader->bytes <= kBytesMax) return 0;
+  return LoadRefuse(loader, element.node, "the tree is larger than the store up to here");
+}
+
 /* Rows of templates sort behind the tree and wait. */
 int PutRow(Loader *loader, const Element &element, std::string_view value) {
   RecordHead head = {element.kind, element.set.flags, static_cast<uint16_t>(loader->order.size()),
@@ -45,6 +54,7 @@ int PutRow(Loader *loader, const Element &element, std::string_view value) {
   }
   loader->record.assign(reinterpret_cast<const char *>(&head), sizeof head);
   loader->record.append(loader->order).append(value);
+  if (CountRow(loader, element, loader->key.length + loader->record.size()) != 0) return -1;
   if (loader->key.bytes[0] != KEY_TEMPLATE)
     return Append(loader, KeyText(loader->key), loader->record);
   loader->later.emplace_back(KeyText(loader->key), loader->record);

@@ -21,6 +21,11 @@ TEST_F(Store, WhatAFileIsRefusedFor) {
   std::string deep, end, deepest = "<A type=\"object\">";
   for (int doubled = 0; doubled < 17; ++doubled) deepest += deepest;
   for (int level = 0; level < 1 << 17; ++level) deepest += "</A>";
+  std::string multiplied, multiplied_end;
+  for (int level = 0; level < 30; ++level) {
+    multiplied += "<A type=\"array\"><Template><L type=\"int\">1</L>";
+    multiplied_end += "</Template><Instance id=\"1\"/><Instance id=\"2\"/></A>";
+  }
   for (int level = 0; level < 30; ++level) {
     deep += "<Nameof9b type=\"object\">";
     end = "</Nameof9b>" + end;
@@ -69,6 +74,12 @@ TEST_F(Store, WhatAFileIsRefusedFor) {
       {"another type", array("<Instance id=\"3\"><L type=\"array\"/></Instance>"), 3,
        "another type"},
       {"two templates", array("<Template/>"), 2, "one Template"},
+      {"an Instance that is in no array", in("\n<Instance type=\"object\"/>"), 3, "array only"},
+      {"a Template in an instance", array("<Instance id=\"3\"><Template/></Instance>"), 3,
+       "have it"},
+      {"an Instance in an Instance", array("<Instance id=\"3\"><Instance id=\"3\"/></Instance>"), 3,
+       "have it"},
+      {"rows that multiply", in(multiplied + multiplied_end), 2, "larger than the store"},
       {"no template", in("<A type=\"array\"><Instance id=\"3\"/></A>"), 2, "no Template"},
   };
   std::string before = Text("InternetGatewayDevice");
@@ -279,6 +290,26 @@ TEST_F(Store, StatusIsThereAgainWhenTheServerAloneStartsAnew) {
   EXPECT_EQ(Leaf(IGD "DeviceInfo.Zeta"), "last letter, first here");
   EXPECT_EQ(Leaf(IGD "Services.ListNumberOfEntries"), "3") << "what is counted is no status";
   EXPECT_EQ(Indexes(IGD "Services.List"), "2,9,10");
+}
+
+TEST_F(Store, AnArrayMayHaveThousandsOfRows) {
+  constexpr int kRows = 7300;
+  char url[AMS_PATH_SIZE];
+  ASSERT_EQ(nvram_clean(NVTYPE_STAGING), 0);
+  ASSERT_EQ(ams_write_begin(), 0);
+  for (int row = 0; row < kRows; ++row) ASSERT_EQ(ams_add_obj(root, IGD "Services.List", url), 0);
+  ASSERT_EQ(ams_write_end(), 0);
+  ASSERT_EQ(ams_add_obj(root, IGD "Services.List", url), 0);
+  ASSERT_EQ(ams_set_node_value(root, (std::string(url) + ".Name").c_str(), "the last"), 0);
+  ASSERT_EQ(ams_del_obj(root, IGD "Services.List.5000"), 0);
+  size_t longest = 0;
+  for (const auto &one : Kept()) longest = std::max(longest, one.second.size());
+  EXPECT_LT(longest, 9u) << "no value grows with the rows";
+  LayKept();
+  EXPECT_EQ(Leaf(IGD "Services.ListNumberOfEntries"), std::to_string(kRows + 3));
+  EXPECT_EQ(Leaf(IGD "Services.List.7311.Name"), "the last");
+  EXPECT_EQ(Leaf(IGD "Services.List.5000.Name"), "(none)");
+  ASSERT_EQ(nvram_clean(NVTYPE_STAGING), 0);
 }
 
 /* As people write them into staging files. */
