@@ -3,7 +3,9 @@
 //
 // Paths are dotted, from the root object; one trailing "." is accepted everywhere. Limits: 255
 // bytes a path, 64 a name, 32 KiB a value; what does not fit is refused with -1 and a level-4
-// record. Readers never wait and never see half a change. Calls may come from any thread.
+// record. Readers never wait and never see half a change. Calls may come from any thread. A process
+// that is stopped inside a read (by a signal, in a debugger) holds on to all pages that are written
+// over; when the store has no others left, that process is ended.
 // Texts that a call hands out are heap blocks for __tds_free and belong to the caller.
 //
 // Text forms: a leaf reads as "name=value"; an object or array as "relative.path=value" of every

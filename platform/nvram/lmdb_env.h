@@ -45,6 +45,11 @@ void LmdbRemove(const LmdbPlace &place);
    for some 100 small changes of a map; larger ones ask for it with LmdbRoom. */
 int LmdbBegin(const LmdbEnv &opened, unsigned flags, MDB_txn **txn);
 
+/* When the map is full: a reader that goes on finds the pages that it reads, so those of all later
+   writes are kept for it, for ever when its process is stopped. Ends one such process, so that its
+   slot can be taken back. Returns its number, or 0: there is none. */
+pid_t LmdbEndStopped(const LmdbEnv &opened);
+
 /* What LmdbOpen and LmdbBegin do about room. */
 void LmdbRoomOpen(LmdbEnv *opened, const LmdbPlace &place);
 int LmdbRoomBegin(const LmdbEnv &opened);

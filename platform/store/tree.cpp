@@ -135,9 +135,20 @@ int TreeWriteEnd(MDB_txn *txn, int result) {
   return rc == 0 ? 0 : TreeFailed("committing to", rc);
 }
 
+namespace {
+
+/* The next write then finds pages that are free. */
+void EndPinningReaders() {
+  (void)mdb_reader_check(gTree.lmdb.env, nullptr); /* the dead */
+  for (pid_t ended; (ended = LmdbEndStopped(gTree.lmdb)) != 0;)
+    STORE_LOG("store: process %d stood still inside a read and kept all old pages: ended\n", ended);
+}
+
+}  // namespace
+
 int TreeFailed(const char *what, int rc) {
   tTxns.failed = true;
-  if (rc == MDB_MAP_FULL) (void)mdb_reader_check(gTree.lmdb.env, nullptr); /* dead ones pin pages */
+  if (rc == MDB_MAP_FULL) EndPinningReaders();
   const char *reason = rc == ENOSPC         ? "no memory is left below /dev/shm: free some there"
                        : rc == MDB_MAP_FULL ? "the store is full: delete something"
                                             : mdb_strerror(rc);

@@ -18,6 +18,7 @@
 #include "store_desk.h"
 #include "store_support.h"
 #include "tds_desk.h"
+#include "tree.h"
 
 namespace {
 bool fork_fails;
@@ -70,12 +71,18 @@ int WriteRole() { /* writes pairs and rows until it is killed */
   }
 }
 
+int HoldRole() { /* stands still inside a read */
+  if (Attach() != 0) return 1;
+  return TreeRead([](MDB_txn *) { return raise(SIGSTOP); });
+}
+
 struct Role {
   const char *name;
   int (*run)();
 };
 const Role kRoles[] = {{"serve", ServeRole},   {"deaf", DeafRole},   {"forkless", ForklessRole},
-                       {"attach", AttachRole}, {"watch", WatchRole}, {"write", WriteRole}};
+                       {"attach", AttachRole}, {"watch", WatchRole}, {"write", WriteRole},
+                       {"hold", HoldRole}};
 
 struct Child {
   pid_t pid;
@@ -457,6 +464,23 @@ TEST_F(Store, AFullStoreRefusesAndStaysAsItWas) {
   EXPECT_GT(deleted, 0);
   EXPECT_LT(deleted, 400);
   ASSERT_EQ(nvram_clean(NVTYPE_STAGING) | nvram_commit(NVTYPE_STAGING), 0);
+}
+
+TEST_F(Store, AReaderThatStandsStillIsEndedWhenThePagesRunOut) {
+  Child holder = Start("hold");
+  int status = 0;
+  ASSERT_EQ(waitpid(holder.pid, &status, WUNTRACED), holder.pid);
+  ASSERT_TRUE(WIFSTOPPED(status));
+  testing::internal::CaptureStderr();
+  int refused = 0;
+  for (int round = 0; round < 10000; ++round) {
+    std::string value(AMS_VALUE_MAX, static_cast<char>('a' + round % 2));
+    refused += ams_mxml_fset_leaf(IGD "Summary", value.c_str()) == 0 ? 0 : 1;
+  }
+  std::string told = testing::internal::GetCapturedStderr();
+  EXPECT_EQ(refused, 1) << "the write that found no page";
+  EXPECT_NE(told.find("process " + std::to_string(holder.pid) + " stood still"), told.npos) << told;
+  EXPECT_EQ(WTERMSIG(End(holder)), SIGKILL);
 }
 
 /* ---- against a plain model ---- */
