@@ -123,11 +123,22 @@ void ObjectStore(benchmark::State &state, int leaves) {
   }
 }
 
+/* A status write: the tree's alone, as the peer's. */
 void SetStore(benchmark::State &state, int leaves) {
   LoadStore(leaves);
   std::vector<std::string> paths = MakePaths(leaves, false);
   size_t at = 0;
   for (auto _ : state) { /* each round has other values than the one before */
+    const char *value = (at >> 10 & 1) != 0 ? "another value" : "one more value";
+    if (ams_sset_node_value(gptXmlTrees->root, paths[at++ & 1023].c_str(), value) != 0) abort();
+  }
+}
+
+void SetKeptStore(benchmark::State &state, int leaves) {
+  LoadStore(leaves);
+  std::vector<std::string> paths = MakePaths(leaves, false);
+  size_t at = 0;
+  for (auto _ : state) {
     const char *value = (at >> 10 & 1) != 0 ? "another value" : "one more value";
     if (ams_set_node_value(gptXmlTrees->root, paths[at++ & 1023].c_str(), value) != 0) abort();
   }
@@ -223,6 +234,35 @@ void SetLmdb(benchmark::State &state, int leaves) {
   }
 }
 
+/* What a kept change cannot be without: a put and commit in memory, and one that is on flash. */
+void SetKeptLmdb(benchmark::State &state, int leaves) {
+  Bare &bare = BareStore(leaves);
+  std::vector<std::string> paths = MakePaths(leaves, false);
+  const std::string texts[] = {kFront + "one more value", kFront + "another value"};
+  char folder[] = "/var/nvram/store_bench.XXXXXX";
+  Bare flash = {};
+  MDB_txn *txn;
+  if (mkdtemp(folder) == nullptr || mdb_env_create(&flash.env) != 0) abort();
+  mdb_env_set_mapsize(flash.env, 64 << 20);
+  if (mdb_env_open(flash.env, folder, MDB_NOTLS, 0600) != 0) abort();
+  if (mdb_txn_begin(flash.env, nullptr, 0, &txn) != 0) abort();
+  if (mdb_dbi_open(txn, nullptr, 0, &flash.dbi) != 0 || mdb_txn_commit(txn) != 0) abort();
+  size_t at = 0;
+  for (auto _ : state) {
+    const std::string &text = texts[at >> 10 & 1];
+    const std::string &path = paths[at++ & 1023];
+    for (const Bare &one : {bare, flash}) {
+      MDB_val key = {path.size(), const_cast<char *>(path.data())};
+      MDB_val value = {text.size(), const_cast<char *>(text.data())};
+      if (mdb_txn_begin(one.env, nullptr, 0, &txn) != 0) abort();
+      if (mdb_put(txn, one.dbi, &key, &value, 0) != 0 || mdb_txn_commit(txn) != 0) abort();
+    }
+  }
+  mdb_env_close(flash.env);
+  for (const char *name : {"/data.mdb", "/lock.mdb"}) unlink((std::string(folder) + name).c_str());
+  rmdir(folder);
+}
+
 /* ---- pugixml ---- */
 
 /* Walks down by names; instances by their id. */
@@ -283,6 +323,8 @@ const Row kRows[] = {
     {"object10/store", ObjectStore, 20000},
     {"set/store", SetStore, 20000},
     {"set/lmdb", SetLmdb, 20000},
+    {"set kept/store", SetKeptStore, 20000},
+    {"set kept/lmdb", SetKeptLmdb, 20000},
     {"load/store", FileStore, 20000},
     {"load/pugixml+lmdb", FilePugixmlAndBulk, 20000},
     {"get/store/200000", GetStore, 200000},

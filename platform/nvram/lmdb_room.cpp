@@ -16,7 +16,7 @@
 namespace {
 
 constexpr size_t kPathPages = 24; /* from the root to a leaf, each copied or split */
-constexpr size_t kStep = 128;     /* pages that are allocated together, if there are as many */
+constexpr size_t kStep = 256;     /* pages that are allocated together, if there are as many */
 constexpr size_t kReserve = 1024; /* of the map, for deletes and for values that are there */
 
 /* The list of free pages is written at the commit: 512 of them a page, all of it at worst. */

@@ -1,6 +1,8 @@
 // Status values over a load: the server may start again alone, and what others wrote of the state
 // of the gateway is still so then. They wait in this process from the load to the end of
 // update_from_nvram, because rows of arrays come back there.
+#include <cstddef>
+
 #include "tree.h"
 
 namespace {
@@ -10,6 +12,12 @@ struct Status {
 };
 
 std::vector<Status> gTaken; /* the server's; under the store's write lock */
+
+/* A look at one byte: all rows of the tree are asked. */
+bool HasStatus(const MDB_val &data) {
+  constexpr size_t flags = offsetof(RecordHead, flags);
+  return data.mv_size > flags && (static_cast<uint8_t *>(data.mv_data)[flags] & RECORD_STATUS) != 0;
+}
 
 }  // namespace
 
@@ -22,7 +30,7 @@ int StatusTake(MDB_txn *txn) {
   int rc = mdb_cursor_get(cursor, &key, &data, MDB_FIRST);
   for (; rc == 0 && static_cast<uint8_t *>(key.mv_data)[0] < KEY_FORMAT;
        rc = mdb_cursor_get(cursor, &key, &data, MDB_NEXT))
-    if (RecordParse(data, &row) == 0 && (row.head.flags & RECORD_STATUS) != 0)
+    if (HasStatus(data) && RecordParse(data, &row) == 0)
       gTaken.push_back({{static_cast<char *>(key.mv_data), key.mv_size}, {row.value, row.length}});
   TreeCursorEnd(cursor);
   return rc == 0 || rc == MDB_NOTFOUND ? 0 : TreeFailed("reading", rc);
