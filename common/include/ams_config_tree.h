@@ -153,12 +153,12 @@ int ConfigObjectAssign(ConfigObject *lhs, ConfigObject *rhs);
    cannot be added is passed over. 0; -1 without memory, nothing written. */
 int ConfigArrayFill(const ConfigArray *lhs, const ConfigArray *rhs);
 
-/* The same with the tables in the rows. -1 also when the tables of a row cannot be copied: the rows
-   before it are. */
+/* The same with the tables in the rows. A table that cannot be copied is logged and passed over. */
 int ConfigNestedArrayFill(const ConfigArray *lhs, const ConfigArray *rhs);
 
 /* Copies the first table of row `rhs` to every table of row `lhs` (whose index counts). Their paths
-   hold "{i}", also afterwards. 0; -1 (logged): no memory, no table to copy, no "{i}". */
+   hold "{i}", also afterwards. 0, also without a table to copy; -1 (logged): no memory, no "{i}".
+ */
 int ConfigNestedSubArrayFill(ConfigInst *lhs, ConfigInst *rhs);
 
 /* The first table record behind a row's parameters. */

@@ -263,9 +263,20 @@ TEST_F(ConfigTree, PathsThatCannotBeExpanded) {
 TEST_F(ConfigTree, NestedCallsTakeTablesWithoutAny) {
   ConfigArrayGet(&hosts);
   EXPECT_EQ(ConfigNestedArrayFill(&twins, &hosts), 0);
-  EXPECT_EQ(ConfigNestedArrayFill(&full_lines, &hosts), -1) << "nothing to copy into its tables";
+  EXPECT_EQ(ConfigNestedArrayFill(&full_lines, &hosts), 0) << "nothing to copy into its tables";
   ConfigNestedArrayDestroy(&hosts);
   EXPECT_EQ(Loaded(&twins).size(), 3U);
+  EXPECT_EQ(Loaded(&lines),
+            (Rows{{2, {"left"}}, {5, {"right"}}, {6, {"one"}}, {7, {"two"}}, {8, {"x=y="}}}));
+}
+
+TEST_F(ConfigTree, ARowWhoseTablesCannotBeCopiedStopsNoOther) {
+  const auto bad_row = ConfigRowWith({ConfigArrayOf(TOP "Lines.1.Codecs.", codec_row)}, "Name");
+  ConfigArray bad = ConfigArrayOf(TOP "Twins.", bad_row);
+  EXPECT_EQ(ConfigArrayGet(&lines), 0);
+  EXPECT_EQ(ConfigNestedArrayFill(&bad, &lines), 0);
+  ConfigNestedArrayDestroy(&lines);
+  EXPECT_EQ(Loaded(&twins), (Rows{{1, {"left", ""}}, {2, {"right", ""}}}));
 }
 
 /* ---- what is logged, and what ends the process ---- */
