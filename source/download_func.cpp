@@ -111,6 +111,7 @@ void WriteTime(const char *path) {
   char text[32] = "";
   time_t now = time(nullptr);
   struct tm local;
+  tzset(); /* localtime_r keeps the zone that it found first */
   if (localtime_r(&now, &local) == nullptr) return;
   strftime(text, sizeof text, "%Y-%m-%dT%H:%M:%S", &local);
   WriteResult(path, text);

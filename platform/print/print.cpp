@@ -39,6 +39,7 @@ size_t RecordHead(int level, char *head, size_t size) {
   struct timespec now;
   struct tm local;
   clock_gettime(CLOCK_REALTIME, &now);
+  tzset(); /* localtime_r keeps the zone that it found first */
   localtime_r(&now.tv_sec, &local);
   size_t length = strftime(head, size, "%Y-%m-%d %H:%M:%S", &local);
   int more = snprintf(head + length, size - length, ".%03ld %s %d ", now.tv_nsec / 1000000,

@@ -3,6 +3,7 @@
 #include <unistd.h>
 
 #include <cstdio>
+#include <ctime>
 #include <filesystem>
 #include <fstream>
 #include <sstream>
@@ -134,6 +135,24 @@ TEST_F(ConfigUtilTest, RunsWhatFits) {
   EXPECT_EQ(cfgSystemCmd("%s", longer.c_str()), -1);
   EXPECT_NE(testing::internal::GetCapturedStderr().find("511 fit"), std::string::npos);
   EXPECT_EQ(TakeCommands(), Commands{});
+}
+
+TEST_F(ConfigUtilTest, RecordsFollowTheZone) {
+  /* the record's time as if the clock were `hours` ahead; such texts sort by time */
+  auto clock = [](int hours) {
+    char text[32];
+    struct tm parts;
+    time_t now = time(nullptr) + hours * 3600;
+    strftime(text, sizeof text, "%Y-%m-%d %H:%M:%S", gmtime_r(&now, &parts));
+    return std::string(text);
+  };
+  for (const auto &[zone, hours] : {std::pair("UTC0", 0), {"EAST-9", 9}, {"WEST7", -7}}) {
+    SetZone(zone);
+    std::string before = clock(hours);
+    std::string log = LogOf(4, [] { AMS_PRINT(4, "now"); }).substr(0, before.size());
+    EXPECT_TRUE(before <= log && log <= clock(hours)) << zone << log;
+  }
+  SetZone("UTC0");
 }
 
 TEST_F(ConfigUtilTest, WaitsForTheShellAndHidesItsStatus) {

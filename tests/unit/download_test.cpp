@@ -84,18 +84,19 @@ bool NothingLeft() {
   }
 }
 
-/* The local time `ago` seconds ago, as an order has it. Such texts sort by time. */
-std::string LocalTime(time_t ago) {
+/* The time `seconds` from now, as an order has it. Such texts sort by time. */
+std::string TimeIn(time_t seconds) {
   char text[32];
-  struct tm local;
-  time_t then = time(nullptr) - ago;
-  strftime(text, sizeof text, "%Y-%m-%dT%H:%M:%S", localtime_r(&then, &local));
+  struct tm parts;
+  time_t then = time(nullptr) + seconds;
+  strftime(text, sizeof text, "%Y-%m-%dT%H:%M:%S", gmtime_r(&then, &parts));
   return text;
 }
 
-bool IsTime(const std::string &leaf) {
+/* Whether it is the time of the last minute, where the clock is `hours` ahead. */
+bool IsTime(const std::string &leaf, int hours = 0) {
   std::string text = Leaf(kOrder + leaf);
-  return text.size() == 19 && text >= LocalTime(60) && text <= LocalTime(0);
+  return text.size() == 19 && text >= TimeIn(hours * 3600 - 60) && text <= TimeIn(hours * 3600);
 }
 
 /* What the version manager was asked: the image's name or the state word. */
@@ -122,6 +123,15 @@ void ExpectFailure(const Lines &commands, const Lines &asked, const std::string 
   EXPECT_TRUE(IsTime("StartTime")) << Leaf(kOrder + "StartTime");
   EXPECT_TRUE(IsTime("CompleteTime")) << Leaf(kOrder + "CompleteTime");
   EXPECT_TRUE(NothingLeft());
+}
+
+TEST_F(Download, TimesFollowTheZone) {
+  for (const auto &[zone, hours] : {std::pair("EAST-9", 9), {"UTC0", 0}}) {
+    SetZone(zone);
+    RunThread();
+    EXPECT_TRUE(IsTime("StartTime", hours)) << zone << Leaf(kOrder + "StartTime");
+    EXPECT_TRUE(IsTime("CompleteTime", hours)) << zone << Leaf(kOrder + "CompleteTime");
+  }
 }
 
 TEST_F(Download, VersionManagerFails) {

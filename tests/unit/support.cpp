@@ -7,6 +7,7 @@
 #include <chrono>
 #include <condition_variable>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <deque>
 #include <iterator>
@@ -102,6 +103,8 @@ std::deque<std::optional<std::string>> gAnswers; /* nullopt: popen fails */
 std::deque<PeerMessage> gMessages;
 std::deque<std::string> gReplies; /* of the version manager */
 bool gReally = false;
+/* Before any thread, so that a change later moves nothing that they read. */
+const int gZone = setenv("TZ", "UTC0", 1);
 std::function<void(const std::string &)> gOnSystem;
 std::function<void()> gWork; /* for "sysmgr:test"; empty once it is done */
 
@@ -339,6 +342,8 @@ std::string LogOf(int32_t level, const std::function<void()> &work) {
   DF_PRT_MAP[0].level = before;
   return testing::internal::GetCapturedStderr();
 }
+
+void SetZone(const char *zone) { EXPECT_EQ(setenv("TZ", zone, 1) + gZone, 0); }
 
 void RunMessage(const MsgEntry *table, uint32_t id, const std::string &payload) {
   const void *data = payload.empty() ? nullptr : payload.data();

@@ -68,6 +68,9 @@ void ExpectNames(const OpFuncEntry *table, const std::string &words);
 /* What goes to standard error while `work` runs with records of this level and above. */
 std::string LogOf(int32_t level, const std::function<void()> &work);
 
+/* Gives the process another time zone, as the C library spells it. At its start it has "UTC0". */
+void SetZone(const char *zone);
+
 /* Calls the handler of message `id` on this thread. */
 void RunMessage(const MsgEntry *table, uint32_t id, const std::string &payload = "");
 
