@@ -99,9 +99,10 @@ struct MsgArg {
   char *rBuf;         /* heap; owned by the request until the acknowledgement frees it */
   const uint8_t *raw; /* the received bytes; cmdType is read from them */
   char fucName[128];  /* op function of the URL */
-  const char *url;    /* into raw */
+  const char *url;    /* the node's, without a "." behind it: into raw, or node */
   const char *value;  /* into raw; NULL when the value length is 0 */
   uint8_t urlLen, valueLen;
+  char node[AMS_PATH_SIZE]; /* the url of a request that has a "." behind it */
 };
 
 /* Points `arg` into the frame. 0, or -1 (logged at level 4) when the frame is short, its lengths do
@@ -137,9 +138,11 @@ int appt_Trace();
 
 /* One leaf of a "set" or "get" list, in order of the text. */
 struct LeafNode {
-  char leafName[64]; /* text before "=", or the whole piece, cut to 63 bytes */
-  char *leafValue;   /* heap; NULL when there is none */
-  char *rBuf;        /* heap; the leaf's reply text */
+  /* Text before "=", or the whole piece, cut (logged) to 64 bytes. "" for a longer name with a
+     value: cut, it might be another leaf's. */
+  char leafName[AMS_NAME_SIZE];
+  char *leafValue; /* heap; NULL when there is none */
+  char *rBuf;      /* heap; the leaf's reply text */
   LeafNode *next;
 };
 
@@ -157,6 +160,9 @@ int AMS_Appt_Getidxes(MsgArg *arg);
 int AMS_Appt_Setattr(MsgArg *arg);
 int AMS_Appt_Savetree(MsgArg *arg);
 int AMS_Appt_Setleaf(MsgArg *arg);
+
+/* ams_get_idxes into a heap text of any length; its result in `result`. NULL: no memory. */
+char *appt_ReadIndexes(const char *url, const char *tag, int *result);
 
 /* Logs one record of at most 171 bytes at level 1 and to syslog with priority `logItem`. */
 void AMS_Log_Add(int32_t logType, int32_t logItem, const char *format, ...)

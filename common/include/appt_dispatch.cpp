@@ -46,13 +46,6 @@ bool TypeIs(const char *url, const char *wanted, char (&type)[16]) {
   return ams_get_node_attr(Root(), url, "type", type) == 0 && strcmp(type, wanted) == 0;
 }
 
-/* The request's url without the trailing "." that some agents write. */
-std::string NodeUrl(const MsgArg *arg) {
-  std::string url = arg->url;
-  if (!url.empty() && url.back() == '.') url.pop_back();
-  return url;
-}
-
 /* Reads the node's own "op" into fucName; "" when it has none. 0, or -1 (logged): no such node. */
 int ReadOp(MsgArg *arg) {
   if (ams_get_node_attr(Root(), arg->url, "op", arg->fucName) == 0) return 0;
@@ -65,7 +58,7 @@ int ReadOp(MsgArg *arg) {
 /* The op of the array that an instance belongs to: instances share it. */
 int ReadArrayOp(MsgArg *arg) {
   char type[16] = "";
-  std::string father = NodeUrl(arg);
+  std::string father = arg->url;
   size_t dot = father.rfind('.');
   father.resize(dot == std::string::npos ? 0 : dot);
   if (!TypeIs(father.c_str(), "array", type)) {
@@ -111,7 +104,7 @@ int DoLeaf(MsgArg *arg) {
    the replies with a separator each. */
 size_t DoLeaves(const MsgArg *arg, LeafNode *list) {
   size_t total = 0;
-  const std::string object = NodeUrl(arg) + ".";
+  const std::string object = std::string(arg->url) + ".";
   for (LeafNode *leaf = list; leaf != nullptr; leaf = leaf->next) {
     std::string url = object + leaf->leafName;
     MsgArg child = {};
@@ -217,16 +210,15 @@ int DeleteInstance(MsgArg *arg) {
 }
 
 int ListIndexes(MsgArg *arg) {
-  char list[1024] = "";
-  int result = ams_get_idxes(Root(), arg->url, list);
-  arg->rBuf = __tds_strdup(list, "appt_Do_Array");
+  int result;
+  arg->rBuf = appt_ReadIndexes(arg->url, "appt_Do_Array", &result);
   if (arg->rBuf == nullptr) {
-    AMS_PRINT(5, "tds_malloc failed size is %d.", static_cast<int>(strlen(list) + 1));
+    AMS_PRINT(5, "tds_malloc failed size is %d.", 1024); /* or more */
     return -1;
   }
   /* An empty list answers two bytes with an empty text: agents tell "empty" from "no reply" by it.
    */
-  arg->rLen = list[0] == '\0' ? 2 : static_cast<uint32_t>(strlen(list)) + 1;
+  arg->rLen = arg->rBuf[0] == '\0' ? 2 : static_cast<uint32_t>(strlen(arg->rBuf)) + 1;
   return result;
 }
 

@@ -25,6 +25,11 @@ LeafNode *ParseLeaf(std::string_view piece) {
   *leaf = {};
   size_t equals = piece.find('=');
   std::string_view name = piece.substr(0, equals);
+  if (name.size() >= sizeof leaf->leafName) {
+    AMS_PRINT(4, "a leaf's name has at most %zu bytes, not %zu: %.*s", sizeof leaf->leafName - 1,
+              name.size(), static_cast<int>(name.size()), name.data());
+    if (equals != piece.npos) name = {};
+  }
   name.copy(leaf->leafName, sizeof(leaf->leafName) - 1);
   if (equals == piece.npos || equals + 1 == piece.size()) return leaf;
   std::string_view text = piece.substr(equals + 1);
@@ -70,6 +75,11 @@ int appt_FillMsgArg(MsgArg *arg, const void *frame, uint32_t len) {
     }
   }
   arg->url = url;
+  /* Some agents write a "." behind it. This is the only place that knows. */
+  if (arg->urlLen > 1 && url[arg->urlLen - 1] == '.' && url[arg->urlLen - 2] != '.') {
+    memcpy(arg->node, url, arg->urlLen - 1U);
+    arg->url = arg->node;
+  }
   return 0;
 }
 

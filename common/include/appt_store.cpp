@@ -1,8 +1,10 @@
 // Small wrappers over the store whose texts become a request's reply, and the log record.
 #include <syslog.h>
 
+#include <algorithm>
 #include <cstdarg>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 
 #include "ams_common_api.h"
@@ -52,12 +54,33 @@ int AMS_Appt_Getattr(MsgArg *arg) {
   return 0;
 }
 
+char *appt_ReadIndexes(const char *url, const char *tag, int *result) {
+  char highest[16] = "0";
+  *result = -1;
+  /* what is no array has no list, and that is found again below */
+  (void)ams_get_array_maxIndex(gptXmlTrees->root, url, highest);
+  /* as many numbers as there may be, or as a message holds; the memory behind the list is never
+     touched */
+  uint64_t most = strtoull(highest, nullptr, 10) * (strlen(highest) + 1);
+  size_t room = static_cast<size_t>(std::clamp<uint64_t>(most, 1024, TDS_PAYLOAD_MAX));
+  char *list = static_cast<char *>(__tds_malloc(room, tag));
+  if (list != nullptr) *result = ams_get_idxes(gptXmlTrees->root, url, list, room);
+  return list;
+}
+
 int AMS_Appt_Getidxes(MsgArg *arg) {
-  char list[1024] = "";
-  int result = ams_get_idxes(gptXmlTrees->root, arg->url, list);
+  int result;
+  char *list = appt_ReadIndexes(arg->url, "AMS_Appt_Getidxes", &result);
+  if (list == nullptr) AMS_PRINT(4, "no mem in ams");
+  if (list == nullptr || result != 0) {
+    __tds_free(list);
+    return result;
+  }
   /* "0" for an empty list, on purpose unlike the agent's own index listing, which answers "". */
-  if (result == 0) ReplyCopy(arg, list[0] == '\0' ? "0" : list, "AMS_Appt_Getidxes");
-  return result;
+  if (list[0] == '\0') strcpy(list, "0");
+  arg->rBuf = list;
+  arg->rLen = static_cast<uint32_t>(strlen(list)) + 1;
+  return 0;
 }
 
 int AMS_Appt_Setattr(MsgArg *arg) {

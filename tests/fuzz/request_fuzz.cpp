@@ -42,6 +42,7 @@ uint32_t adds;
 /* Reads all that an op function is given, so that a text that is not terminated is noticed. */
 int Count(OpFuncArg *arg) {
   CheckText(arg->path, "the path is not terminated");
+  Check(arg->path[0] == '\0' || arg->path[strlen(arg->path) - 1] != '.', "a \".\" ends the path");
   Check(arg->value == nullptr || strlen(arg->value) <= 255, "the value is longer than its length");
   Check(strlen(arg->name) < sizeof MsgArg::fucName, "the name is not terminated");
   return 0;

@@ -171,7 +171,7 @@ TEST(LeafList, PiecesNamesAndValues) {
   const std::string longest(80, 'n');
   LeafNode *list = appt_ParseLeafList(("a=1\3b\3c=\3d=x=y\3" + longest + "\3\3=v").c_str());
   const std::pair<std::string, const char *> kExpected[] = {
-      {"a", "1"},    {"b", nullptr}, {"c", nullptr}, {"d", "x=y"}, {std::string(63, 'n'), nullptr},
+      {"a", "1"},    {"b", nullptr}, {"c", nullptr}, {"d", "x=y"}, {std::string(64, 'n'), nullptr},
       {"", nullptr}, {"", "v"}};
   LeafNode *leaf = list;
   for (const auto &[name, value] : kExpected) {

@@ -1,6 +1,5 @@
 // Which op functions a request calls, in which order and for which node.
 #include <cstring>
-#include <memory>
 
 #include "support.h"
 #include "tds_desk.h"
@@ -9,7 +8,9 @@ namespace {
 
 using Lines = std::vector<std::string>;
 
-#define ROOT "InternetGatewayDevice."
+#define ROOT   "InternetGatewayDevice."
+#define NAME64 "TheLongestNameThatALeafOfTheDataModelMayHaveWhichIsSixtyFourByte"
+static_assert(sizeof NAME64 == 65);
 
 /* Op functions whose command lines show that they were called, and for which
  * node. */
@@ -37,8 +38,11 @@ constexpr char kModel[] = R"(<InternetGatewayDevice type="object">
   </Failing>
   <Silent type="array"><Template><Name type="string"/></Template></Silent>
   <Iptv type="object" op="FuncServIPTV"><Mode type="string">0</Mode></Iptv>
-  <Wrong type="object" op="NoSuchFunction"><W type="string">w</W></Wrong>
+  <Wrong type="object" op="NoSuchFunction">
+    <W type="string">w</W><R type="string" writable="0">r</R>
+  </Wrong>
   <Bare type="object"><L type="string">l</L></Bare>
+  <Long type="object" op="FuncServIPTV"><)" NAME64 R"( type="string">l</)" NAME64 R"(></Long>
 </InternetGatewayDevice>)";
 
 std::string Cpu(const std::string &node) {
@@ -106,7 +110,13 @@ const WalkCase kRequests[] = {
     {"no op, and no array above", kGet, "Bare", "L", -1, nullptr, {}},
     {"an op that no table has", kGet, "Wrong", "W", -1, nullptr, {}},
     {"an op without a handler is accepted", kSet, "Iptv", "Mode=1", 0, nullptr, {}},
+    {"a name of 64 bytes", kGet, "Long", NAME64, 0, NAME64 "=l\3", {}},
+    {"a longer one is cut", kGet, "Long", NAME64 "s", 0, NAME64 "=l\3", {}},
     {"delete calls with the path", kDel, "Black.3", "", 0, nullptr, {Black("del 3")}},
+    {"a dot behind the path is left out", kDel, "Black.3.", "", 0, nullptr, {Black("del 3")}},
+    {"of a set, too", kSet, "Black.3.", "Name=x", 0, nullptr, {Black("set " ROOT "Black.3")}},
+    {"of an add, too", kAdd, "Black.", "", 0, ROOT "Black.4", {Black("add 4")}},
+    {"two dots are no path", kDel, "Black.3..", "", -1, nullptr, {}},
     {"delete stands when the op function fails", kDel, "Failing.1", "", 0, nullptr, {}},
     {"add answers the new path", kAdd, "Black", "", 0, ROOT "Black.4", {Black("add 4")}},
     {"add to an array without op", kAdd, "Silent", "", 0, ROOT "Silent.1", {}},
@@ -126,22 +136,58 @@ TEST_F(DispatchWalk, RequestsCallAndAnswer) {
     EXPECT_EQ(outcome.reply, row.reply == nullptr ? "" : row.reply);
     EXPECT_EQ(outcome.commands, row.commands);
     if (row.command == kDel) {
-      EXPECT_EQ(Leaf(std::string(ROOT) + row.url + ".Name"), "(none)");
+      EXPECT_EQ(ams_check_node(gptXmlTrees->root, (std::string(ROOT) + row.url).c_str()), -1);
     }
   }
 }
 
+TEST_F(DispatchWalk, NamesThatAreCutAreLogged) {
+  std::string log = LogOf(4, [] { Answer(kGet, ROOT "Long", NAME64 "s"); });
+  EXPECT_NE(log.find(NAME64 "s"), log.npos) << log;
+}
+
+TEST_F(DispatchWalk, ListsOfAnyLength) {
+  std::string rows, list;
+  for (int number = 1; number <= 7300; ++number) {
+    rows += "<Instance id=\"" + std::to_string(number) + "\"/>";
+    list += (number == 1 ? "" : ",") + std::to_string(number);
+  }
+  LoadModel(
+      "<InternetGatewayDevice type=\"object\"><Many type=\"array\"><Template>"
+      "<Name type=\"string\"/></Template>" +
+      rows + "</Many></InternetGatewayDevice>");
+  MsgArg arg = {};
+  arg.url = ROOT "Many";
+  std::string log = LogOf(2, [&] {
+    Outcome outcome = Answer(APPT_CMD_LIST, arg.url, "");
+    EXPECT_EQ(outcome.result, 0);
+    EXPECT_EQ(outcome.length, list.size() + 1);
+    EXPECT_TRUE(outcome.reply == list);
+    EXPECT_EQ(AMS_Appt_Getidxes(&arg), 0);
+    EXPECT_TRUE(arg.rBuf != nullptr && arg.rBuf == list);
+  });
+  __tds_free(arg.rBuf);
+  EXPECT_EQ(log, "");
+}
+
 TEST_F(DispatchWalk, AnAnswerThatNoMessageHoldsIsRefused) {
+  const std::string longest(AMS_VALUE_MAX, 'x');
   StartModules();
   LoadModel(kModel);
-  for (int i = 0; i < 33; ++i) {
-    Answer(APPT_CMD_ADD, ROOT "Silent", "");
-    SetLeaf(ROOT "Silent." + std::to_string(i + 1) + ".Name", std::string(AMS_VALUE_MAX, 'x'));
+  ASSERT_EQ(ams_write_begin(), 0);
+  for (int i = 1; i <= TDS_PAYLOAD_MAX / AMS_VALUE_MAX + 1; ++i) {
+    char url[AMS_PATH_SIZE];
+    ASSERT_EQ(ams_add_obj(gptXmlTrees->root, ROOT "Silent", url), 0);
+    SetLeaf(std::string(url) + ".Name", longest);
   }
-  Ack ack = Request("sysmgr:devInfo", APPT_CMD_GET, "InternetGatewayDevice");
+  ASSERT_EQ(ams_write_end(), 0);
+  Ack ack;
+  std::string log =
+      LogOf(4, [&] { ack = Request("sysmgr:devInfo", APPT_CMD_GET, "InternetGatewayDevice"); });
   EXPECT_EQ(ack.code, static_cast<uint32_t>(APPT_CODE_RESULT));
   EXPECT_EQ(ack.result, -1);
   EXPECT_EQ(ack.value, "");
+  EXPECT_NE(log.find("too large for a message, -1 is answered"), log.npos) << log;
 }
 
 }  // namespace
