@@ -104,7 +104,7 @@ int FuncRestore(OpFuncArg *arg) {
 /* Not every board has the script. Run without the log line of cfgSystemCmd. */
 void RunNeighbour(const char *line) {
   if (access("/usr/syscfg/neigh/neigh.sh", X_OK) != 0) return;
-  if (system(line) != 0) return; /* the process ignores SIGCHLD, so the status says nothing */
+  (void)cfgShell(line); /* logged there */
 }
 
 int FuncPortalManagement(OpFuncArg *arg) {

@@ -96,9 +96,7 @@ DownloadOrder ReadOrder(OrderTexts *texts) {
 }
 
 /* cfgSystemCmd refuses lines of more than 511 bytes, and a URL alone may be longer. */
-void RunLong(const char *line) {
-  if (system(line) != 0) return; /* the process ignores SIGCHLD, so the status says nothing */
-}
+void RunLong(const char *line) { (void)cfgShell(line); /* logged there */ }
 
 void RunIfThere(const char *script, const char *argument) {
   if (access(script, X_OK) == 0) cfgSystemCmd("%s%s", script, argument);

@@ -72,9 +72,7 @@ void RefreshInformState() {
 }
 
 /* Not through cfgSystemCmd: informs are the client's to log. "manully_inform" is its spelling. */
-void RunClient(const char *line) {
-  if (system(line) != 0) return; /* in the background; the process ignores SIGCHLD, too */
-}
+void RunClient(const char *line) { (void)cfgShell(line); /* logged there */ }
 
 void ApplySet(const char *value) {
   if (strcmp(value, "X_CT-COM_MaintainComplete=1") == 0)

@@ -12,6 +12,7 @@
 #include <cstring>
 
 #include "ams_common_api.h"
+#include "ams_config_api.h"
 #include "sms_trace.h"
 
 int32_t msgResult = 0;
@@ -70,7 +71,7 @@ void AttachedIds(uint32_t *vendor, uint32_t *product) {
 /* ---- shell lines ---- */
 
 /* Lines of this file are longer than cfgSystemCmd takes. A line that does not fit is not run: half
-   a command is worse than none. The shell's status, or -1. */
+   a command is worse than none. 0, or -1 (logged): not run. */
 __attribute__((format(printf, 1, 2))) int Run(const char *format, ...) {
   char line[kLineRoom];
   va_list args;
@@ -82,7 +83,7 @@ __attribute__((format(printf, 1, 2))) int Run(const char *format, ...) {
               sizeof line - 1);
     return -1;
   }
-  return system(line);
+  return cfgShell(line);
 }
 
 int ReadWhole(const char *path, char *buffer, size_t size) {

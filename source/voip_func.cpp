@@ -2,8 +2,7 @@
 // reads the data model itself; here it is told what changed. On gateways with an LTE modem the
 // voice path also moves between the stack and the modem's own voice.
 //
-// Commands are run without the log record of cfgSystemCmd but for the LED's, and their results say
-// nothing: the process ignores SIGCHLD.
+// Commands are run without the log record of cfgSystemCmd but for the LED's.
 #include "voip_func.h"
 
 #include <unistd.h>
@@ -28,9 +27,7 @@ bool init_done = false;
 int has_lte = 0; /* as at the start */
 int previous_selection = 0;
 
-void Shell(const std::string &line) {
-  if (system(line.c_str()) != 0) return; /* see above */
-}
+void Shell(const std::string &line) { (void)cfgShell(line.c_str()); /* logged there */ }
 
 /* What cannot be read counts as 1: such a gateway has the voice stack alone. */
 int Selection() { return LeafInt(IS_VOIP "X_KVO_Voip_select", 1); }

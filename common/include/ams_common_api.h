@@ -46,7 +46,8 @@ struct OpFuncArg {
   char *value;              /* value text of the request, or NULL */
 };
 
-using OpFunc = int (*)(OpFuncArg *); /* 0, or -1 when it failed */
+/* 0, or -1: refused. What a set or an add has changed in the store is taken back then. */
+using OpFunc = int (*)(OpFuncArg *);
 
 /* One row of a FUNC table; {NULL, NULL} ends it. A NULL handler accepts the name and does nothing.
  */
@@ -114,7 +115,7 @@ int appt_FillMsgArg(MsgArg *arg, const void *frame, uint32_t len);
 int appt_RunRequest(MsgArg *arg);
 
 /* Calls the op function that fucName names: its result; 1 for a NULL handler; -1 when the name is
-   empty or in no table. */
+   empty or in no table, and when a command of the op function was not run (see cfgSystemCmd). */
 int appt_Do_OpFunc(MsgArg *arg);
 
 int appt_Do_Obj_Data(MsgArg *arg);

@@ -81,8 +81,17 @@ int cfgHexEncode(const char *text, char (&hex)[N]) {
 
 /* Formats a command line, logs it, runs it through the shell and waits for the shell: a line that
    ends in "&" leaves its command in the background. Returns 0 whatever the command does; -1 (logged
-   at level 4, nothing run) when the line is longer than 511 bytes. */
+   at level 4) when it was not run: the line is longer than 511 bytes, or there was no process or no
+   memory for it. An op function need not look at the result: the framework refuses the request of
+   one whose command was not run, whatever it returns (see appt_Do_OpFunc). */
 int cfgSystemCmd(const char *format, ...) __attribute__((format(printf, 1, 2)));
+
+/* The same for a line of any length, without the record that it is run. */
+int cfgShell(const char *line);
+
+/* Whether a command of the calling thread was not run since this was last asked: the framework asks
+   around each op function. */
+bool cfgCommandFailed();
 
 /* Copies the value of a KEY=value line into `value` (`size` bytes, cut and terminated). `key` ends
    in "=". The first 8191 bytes are searched for its first occurrence as a substring. 0 found; -1

@@ -1,9 +1,11 @@
 // Small utilities of the op functions: shell commands, keys of shell-style files, hex digests, the
 // flash type, and the WAN rule scripts.
+#include <cerrno>
 #include <cstdarg>
 #include <cstdlib>
 #include <cstring>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "ams_common_api.h"
@@ -13,6 +15,8 @@
 namespace {
 
 constexpr size_t kLines = 10, kLineSize = 128;
+
+thread_local bool command_failed = false;
 
 const char *RuleMode(int reset) { return reset == 0 ? "config" : "reset"; }
 
@@ -74,12 +78,28 @@ int cfgSystemCmd(const char *format, ...) {
   va_end(args);
   if (length < 0 || static_cast<size_t>(length) >= sizeof line) {
     AMS_PRINT(4, "command not run, it has %d bytes and 511 fit: %s", length, line);
+    command_failed = true;
     return -1;
   }
   AMS_PRINT(1, "system(%s)\n", line);
-  if (system(line) != 0) return 0; /* the process ignores SIGCHLD, so the status says nothing */
-  return 0;
+  return cfgShell(line);
 }
+
+/* The process ignores SIGCHLD, so a command that ran leaves no status but -1 with ECHILD, or what
+   the shell gave where SIGCHLD is not ignored. Without a process for it errno has another reason,
+   and the status is -1 or, as if there were no shell, 127. */
+int cfgShell(const char *line) {
+  errno = 0;
+  if (system(line) == 0 || errno == 0 || errno == ECHILD) return 0;
+  const char *reason = strerror(errno);
+  /* the rest of the line may hold a password */
+  AMS_PRINT(4, "\"%.*s ...\" not run: %s; try again when less is running",
+            static_cast<int>(strcspn(line, " ")), line, reason);
+  command_failed = true;
+  return -1;
+}
+
+bool cfgCommandFailed() { return std::exchange(command_failed, false); }
 
 int cfgFileKeyGet(const char *file, const char *key, char *value, size_t size) {
   char text[8192];

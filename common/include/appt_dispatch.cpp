@@ -4,8 +4,10 @@
 #include <cstdio>
 #include <cstring>
 #include <string>
+#include <vector>
 
 #include "ams_common_api.h"
+#include "ams_config_api.h"
 
 namespace {
 
@@ -81,14 +83,43 @@ const OpFuncEntry *FindFunc(const char *name) {
   return nullptr;
 }
 
+/* A leaf that a set has written, with what it held before. */
+struct WrittenLeaf {
+  std::string url, before;
+  bool status; /* written as a status */
+};
+using WrittenLeaves = std::vector<WrittenLeaf>;
+
+int WriteLeaf(const MsgArg *arg, WrittenLeaves *written) {
+  char before[AMS_VALUE_MAX + 1];
+  before[0] = '\0'; /* stays so when there is no such leaf, which the store refuses next */
+  AMS_PRINT(1, "Appt_Write url:%s value:%s\n", arg->url, arg->value == nullptr ? "" : arg->value);
+  (void)ams_mxml_get_leaf_value(arg->url, before);
+  bool status = ams_set_node_value(Root(), arg->url, arg->value) != 0;
+  if (status && ams_sset_node_value(Root(), arg->url, arg->value) != 0) return -1;
+  written->push_back({arg->url, before, status});
+  return 0;
+}
+
+/* Undoes a set, from its end on: a list may name a leaf twice. */
+void PutBack(const WrittenLeaves &written) {
+  int failed = ams_write_begin();
+  if (failed == 0) {
+    for (auto leaf = written.rbegin(); leaf != written.rend(); ++leaf)
+      failed |= (leaf->status ? ams_sset_node_value : ams_set_node_value)(Root(), leaf->url.c_str(),
+                                                                          leaf->before.c_str());
+    failed |= ams_write_end();
+  }
+  if (failed != 0)
+    AMS_PRINT(4, "a refused set was not undone: set %s, and what was set with it, once more",
+              written[0].url.c_str());
+}
+
 /* One leaf of a list: `arg` is the child request. */
-int DoLeaf(MsgArg *arg) {
+int DoLeaf(MsgArg *arg, WrittenLeaves *written) {
   switch (CmdType(arg)) {
     case APPT_CMD_SET:
-      AMS_PRINT(1, "Appt_Write url:%s value:%s\n", arg->url,
-                arg->value == nullptr ? "" : arg->value);
-      if (ams_set_node_value(Root(), arg->url, arg->value) == 0) return 0;
-      return ams_sset_node_value(Root(), arg->url, arg->value);
+      return WriteLeaf(arg, written);
     case APPT_CMD_GET:
       return ReadValue(arg);
     case APPT_CMD_ATTR:
@@ -102,7 +133,7 @@ int DoLeaf(MsgArg *arg) {
 
 /* Runs the leaf command of every leaf; a failed one does not stop the others. Returns the bytes of
    the replies with a separator each. */
-size_t DoLeaves(const MsgArg *arg, LeafNode *list) {
+size_t DoLeaves(const MsgArg *arg, LeafNode *list, WrittenLeaves *written) {
   size_t total = 0;
   const std::string object = std::string(arg->url) + ".";
   for (LeafNode *leaf = list; leaf != nullptr; leaf = leaf->next) {
@@ -113,7 +144,7 @@ size_t DoLeaves(const MsgArg *arg, LeafNode *list) {
     child.url = url.c_str();
     child.value = leaf->leafValue;
     /* a piece without a name would be the object itself */
-    if (leaf->leafName[0] == '\0' || DoLeaf(&child) != 0)
+    if (leaf->leafName[0] == '\0' || DoLeaf(&child, written) != 0)
       AMS_PRINT(4, "do leaf: url %s error occur", url.c_str());
     if (child.rBuf == nullptr) continue;
     total += strlen(child.rBuf) + 1;
@@ -156,17 +187,25 @@ void TraceLeafList(const LeafNode *list) {
   printf("\t####LeafList  end####\n");
 }
 
+/* The leaves become visible together; the op function then sees all of them, and when it refuses
+   them they are what they were. */
+int SetLeaves(MsgArg *arg, LeafNode *list) {
+  WrittenLeaves written;
+  if (ams_write_begin() != 0) return -1;
+  (void)DoLeaves(arg, list, &written); /* a set has no replies */
+  if (ams_write_end() != 0) return -1;
+  if (written.empty()) return -1; /* each was logged */
+  if (CallOp(arg) != -1) return 0;
+  PutBack(written);
+  return -1;
+}
+
 int RunLeafList(MsgArg *arg, LeafNode *list) {
   uint32_t cmd = CmdType(arg);
   if (FindOp(arg) != 0) return -1;
+  if (cmd == APPT_CMD_SET) return SetLeaves(arg, list);
   if (ReadsWithOp(cmd) && CallOp(arg) == -1) return -1;
-  /* the leaves of a set become visible together; the op function then sees all of them */
-  bool writes = cmd == APPT_CMD_SET;
-  if (writes && ams_write_begin() != 0) return -1;
-  size_t total = DoLeaves(arg, list);
-  if (writes && ams_write_end() != 0) return -1;
-  if (JoinReplies(arg, list, total) != 0) return -1;
-  return writes && CallOp(arg) == -1 ? -1 : 0;
+  return JoinReplies(arg, list, DoLeaves(arg, list, nullptr));
 }
 
 int WalkSubtree(MsgArg *arg);
@@ -234,7 +273,10 @@ int AddInstance(MsgArg *arg) {
     AMS_PRINT(4, "AMS_Appt_Addobj execute error");
     return -1;
   }
-  return arg->fucName[0] == '\0' ? 0 : CallArrayOp(arg);
+  int result = arg->fucName[0] == '\0' ? 0 : CallArrayOp(arg);
+  /* refused: logged by the store when it stays; the path is told all the same */
+  if (result == -1 && arg->rBuf != nullptr) (void)ams_del_obj(Root(), arg->rBuf);
+  return result;
 }
 
 }  // namespace
@@ -265,9 +307,10 @@ int appt_Do_OpFunc(MsgArg *arg) {
       return -1;
     }
   }
+  (void)cfgCommandFailed(); /* what failed before is not this one's */
   int result = row->handler(&op);
   __tds_free(op.value);
-  return result;
+  return cfgCommandFailed() ? -1 : result;
 }
 
 int appt_Do_Obj_Data(MsgArg *arg) {

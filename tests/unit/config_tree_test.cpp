@@ -2,7 +2,10 @@
 // on the heap, against a plain model of the same tables.
 #include <gtest/gtest.h>
 #include <rapidcheck.h>
+#include <sys/resource.h>
+#include <unistd.h>
 
+#include <csignal>
 #include <cstring>
 #include <map>
 #include <optional>
@@ -335,6 +338,19 @@ TEST(ConfigTreeDeathTest, NullRecordsEndTheProcess) {
   for (const auto &one : cases)
     EXPECT_DEATH(one.call(), Escaped("`" + std::string(one.text) + "'")) << one.text;
   ConfigArrayDestroy(&hosts);
+}
+
+/* What the C library really gives back. The process can start no shell any more. */
+TEST(ConfigTreeDeathTest, NoCommandRunsWithoutMemory) {
+  auto run = [] {
+    const struct rlimit none = {1, 1};
+    RunCommands(true);
+    signal(SIGCHLD, SIG_IGN);
+    int before = cfgShell("exit 3");
+    setrlimit(RLIMIT_AS, &none);
+    _exit(before == 0 && cfgShell("true") == -1 ? 42 : 1);
+  };
+  EXPECT_EXIT(run(), testing::ExitedWithCode(42), "Cannot allocate memory");
 }
 
 /* ---- against a plain model ---- */

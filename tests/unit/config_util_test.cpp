@@ -2,6 +2,7 @@
 #include <gtest/gtest.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <cstdio>
 #include <ctime>
 #include <filesystem>
@@ -135,6 +136,37 @@ TEST_F(ConfigUtilTest, RunsWhatFits) {
   EXPECT_EQ(cfgSystemCmd("%s", longer.c_str()), -1);
   EXPECT_NE(testing::internal::GetCapturedStderr().find("511 fit"), std::string::npos);
   EXPECT_EQ(TakeCommands(), Commands{});
+}
+
+struct StatusCase {
+  const char *what;
+  int status, error;
+  bool ran;
+};
+
+/* What the C libraries give back. */
+const StatusCase kStatuses[] = {
+    {"the child was waited for by nobody", -1, ECHILD, true},
+    {"no such command", 127 << 8, 0, true},
+    {"no process", -1, EAGAIN, false},
+    {"no process, as if the shell were missing", 127 << 8, EAGAIN, false},
+    {"no memory", -1, ENOMEM, false},
+};
+
+TEST_F(ConfigUtilTest, ACommandThatCouldNotBeRunIsAnError) {
+  for (const StatusCase &c : kStatuses) {
+    std::string log = LogOf(2, [&] {
+      errno = EINVAL; /* of an earlier call */
+      AnswerSystem(c.status, c.error);
+      EXPECT_EQ(cfgSystemCmd("telnetd &"), c.ran ? 0 : -1) << c.what;
+      AnswerSystem(c.status, c.error);
+      EXPECT_EQ(cfgShell("quiet"), c.ran ? 0 : -1) << c.what;
+    });
+    EXPECT_EQ(log.find(" 4 ") != log.npos, !c.ran) << c.what << log;
+    EXPECT_EQ(log.find("telnetd") != log.npos, !c.ran) << c.what << log;
+  }
+  const std::string log = LogOf(1, [] { EXPECT_EQ(cfgShell(std::string(600, 'x').c_str()), 0); });
+  EXPECT_EQ(log, "") << "lines of any length, without a record";
 }
 
 TEST_F(ConfigUtilTest, RecordsFollowTheZone) {

@@ -1,6 +1,8 @@
 // Which op functions a request calls, in which order and for which node.
+#include <cerrno>
 #include <cstring>
 
+#include "ams_config_api.h"
 #include "support.h"
 #include "tds_desk.h"
 
@@ -139,6 +141,55 @@ TEST_F(DispatchWalk, RequestsCallAndAnswer) {
       EXPECT_EQ(ams_check_node(gptXmlTrees->root, (std::string(ROOT) + row.url).c_str()), -1);
     }
   }
+}
+
+struct ChangeCase {
+  const char *what;
+  bool can_run; /* commands */
+  uint32_t command;
+  const char *url, *value;
+  int result;
+  const char *node, *text; /* a node above, and what it holds then */
+};
+
+constexpr char kBlackAsItWas[] = "1.Name=one\0033.Name=three";
+
+const ChangeCase kChanges[] = {
+    {"a refused set", true, kSet, "Wrong", "W=1\3R=1\3W=2\3Nowhere=1", -1, "Wrong", "W=w\3R=r"},
+    {"a set whose command cannot be run", false, kSet, "Black.3", "Name=x", -1, "Black",
+     kBlackAsItWas},
+    {"the same when it can", true, kSet, "Black.3", "Name=x", 0, "Black", "1.Name=one\0033.Name=x"},
+    {"a refused add", true, kAdd, "Failing", "", -1, "Failing", "1.Name="},
+    {"an add whose command cannot be run", false, kAdd, "Black", "", -1, "Black", kBlackAsItWas},
+    {"a deletion stands", false, kDel, "Black.3", "", 0, "Black", "1.Name=one"},
+    {"a get whose command cannot be run", false, kGet, "Top", "A", -1, "Top.Plain.Deep", "L=x"},
+    {"a set without a handler", true, kSet, "Iptv", "Mode=1\3Nowhere=1", 0, "Iptv", "Mode=1"},
+    {"a set of no leaf that is there", true, kSet, "Iptv", "Nowhere=1\3=2", -1, "Iptv", "Mode=0"},
+    {"a set of a name of 64 bytes", true, kSet, "Long", NAME64 "=1", 0, "Long", NAME64 "=1"},
+    {"a longer one is no other's", true, kSet, "Long", NAME64 "s=1", -1, "Long", NAME64 "=l"},
+};
+
+TEST_F(DispatchWalk, ARefusedChangeLeavesEverythingAsItWas) {
+  for (const ChangeCase &row : kChanges) {
+    SCOPED_TRACE(row.what);
+    LoadModel(kModel);
+    AnswerSystem(-1, ECHILD); /* this one ran: the kernel has thrown its status away */
+    EXPECT_EQ(cfgSystemCmd("before"), 0);
+    if (!row.can_run) AnswerSystem(-1, EAGAIN);
+    EXPECT_EQ(Answer(row.command, std::string(ROOT) + row.url, row.value).result, row.result);
+    char *text = nullptr;
+    EXPECT_EQ(ams_get_node_value(gptXmlTrees->root, (std::string(ROOT) + row.node).c_str(), &text),
+              0);
+    EXPECT_STREQ(text, row.text);
+    __tds_free(text);
+  }
+}
+
+/* Whatever failed on the thread before is nobody's refusal. */
+TEST_F(DispatchWalk, OnlyTheOpFunctionsOwnCommandsCount) {
+  AnswerSystem(-1, EAGAIN);
+  EXPECT_EQ(cfgSystemCmd("a timer's"), -1);
+  EXPECT_EQ(Answer(kSet, ROOT "Black.3", "Name=x").result, 0);
 }
 
 TEST_F(DispatchWalk, NamesThatAreCutAreLogged) {

@@ -4,6 +4,7 @@
 #include <sys/types.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <chrono>
 #include <condition_variable>
 #include <cstdio>
@@ -100,6 +101,7 @@ std::mutex gMutex;
 std::condition_variable gChanged;
 std::vector<std::string> gCommands;
 std::deque<std::optional<std::string>> gAnswers; /* nullopt: popen fails */
+std::deque<std::pair<int, int>> gStatuses;       /* of system(), with errno */
 std::deque<PeerMessage> gMessages;
 std::deque<std::string> gReplies; /* of the version manager */
 bool gReally = false;
@@ -112,6 +114,7 @@ void Forget() {
   std::lock_guard<std::mutex> lock(gMutex);
   gCommands.clear();
   gAnswers.clear();
+  gStatuses.clear();
   gMessages.clear();
   gReplies.clear();
   gReally = false;
@@ -223,12 +226,18 @@ void AwaitStart() {
 int __wrap_system(const char *line) {
   if (RecordCommand(line)) return __real_system(line);
   std::function<void(const std::string &)> answer;
+  std::pair<int, int> result = {0, errno};
   {
     std::lock_guard<std::mutex> lock(gMutex);
     answer = gOnSystem;
+    if (!gStatuses.empty()) {
+      result = gStatuses.front();
+      gStatuses.pop_front();
+    }
   }
   if (answer) answer(line);
-  return 0;
+  errno = result.second;
+  return result.first;
 }
 
 FILE *__wrap_popen(const char *line, const char *mode) {
@@ -303,6 +312,11 @@ void AnswerPopen(std::string output) {
 void FailPopen() {
   std::lock_guard<std::mutex> lock(gMutex);
   gAnswers.emplace_back(std::nullopt);
+}
+
+void AnswerSystem(int status, int error) {
+  std::lock_guard<std::mutex> lock(gMutex);
+  gStatuses.emplace_back(status, error);
 }
 
 void OnSystem(std::function<void(const std::string &)> answer) {

@@ -53,6 +53,10 @@ void FailPopen();
    what the line would leave. Until the end of the test. */
 void OnSystem(std::function<void(const std::string &line)> answer);
 
+/* What the next system() that has no result yet gives back, with `error` in errno. Without any it
+   gives 0 and leaves errno alone. */
+void AnswerSystem(int status, int error);
+
 /* Whether the shell really runs the lines, after recording them. Off at the start of a test. */
 void RunCommands(bool really);
 
