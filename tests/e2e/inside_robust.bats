@@ -135,3 +135,19 @@ in_background() {
   done
   alive
 }
+
+# Whether every thread of a process is traced.
+traced() { ! grep -q '^TracerPid:[[:blank:]]*0$' /proc/"$1"/task/*/status; }
+
+@test "without a process for a command a set is refused, and the values are what they were" {
+  daemon=$(pid_of sysmgr)
+  strace -f -o /dev/null -p "$daemon" -e trace=clone,clone3,vfork,fork -e inject=clone,clone3,vfork,fork:error=EAGAIN 3>&- &
+  tracer=$!
+  until_true traced "$daemon"
+  refused 1 'refused set' cfgcmd set $SERVICES.ServiceTelnet.Port 2323
+  expect 0 23 cfgcmd get $SERVICES.ServiceTelnet.Port
+  grep -q ' 4 "killall ..." not run: Resource temporarily unavailable' /var/log/devkit/sysmgr.log
+  kill $tracer
+  wait $tracer || true
+  expect 0 "" cfgcmd set $SERVICES.ServiceTelnet.Port 23
+}
