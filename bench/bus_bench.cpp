@@ -171,7 +171,7 @@ void StartDaemon(const char *program) {
 /* The connections of as many clients of the module, all handled on the centre's thread. */
 void OpenClients() {
   for (int i = 0; i < kClients; ++i) {
-    int fd = WireConnect(kModule);
+    int fd = WireConnect(kModule, true);
     if (fd < 0 || WireSend(fd, WireKind::kHello, 0, 0, "client", 7, 0) != 0) Fail("no connection");
     run.clients.push_back(fd);
   }

@@ -33,7 +33,11 @@ Outcome CallFailure(int error, const char *dest, uint32_t limit_ms) {
     case ENOMSG:
       return {kRefused, name + " does not answer such a message: check the id"};
     case EMSGSIZE:
-      return {kRefused, "the message is longer than a mebibyte: send less"};
+      return {kRefused, "the message or its answer is longer than 64 MiB: ask for less"};
+    case EPERM:
+      return {kRefused, "the message's id is the runtime's own: nobody else may send it"};
+    case EUSERS:
+      return {kRefused, name + " has no room for more clients: end some, or try later"};
     case ETIMEDOUT:
       return {kNoAnswer, name + " gave no answer in " + std::to_string(limit_ms) +
                              " ms: it is busy or hangs, --timeout waits longer"};

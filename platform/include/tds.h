@@ -10,12 +10,12 @@
 #include <stdint.h>
 
 enum {
-  TDS_NAME_SIZE = 64,            /* an endpoint's name with its NUL */
-  TDS_PAYLOAD_MAX = 1024 * 1024, /* bytes a message may carry */
-  TDS_TIMERS = 16,               /* timers a module has: 0 .. 15 */
-  TDS_SYN_LIMIT = 10000,         /* ms that SendMsg_syn_lib waits at most */
-  TDS_MSG_INIT = 0x101,          /* first message of every module; no payload */
-  TDS_MSG_TIMER = 0x200,         /* + n: timer n has expired; no payload */
+  TDS_NAME_SIZE = 64,                 /* an endpoint's name with its NUL */
+  TDS_PAYLOAD_MAX = 64 * 1024 * 1024, /* bytes a message or an answer may carry */
+  TDS_TIMERS = 16,                    /* timers a module has: 0 .. 15 */
+  TDS_SYN_LIMIT = 10000,              /* ms that SendMsg_syn_lib waits at most */
+  TDS_MSG_INIT = 0x101,               /* first message of every module; no payload */
+  TDS_MSG_TIMER = 0x200,              /* + n: timer n has expired; no payload */
 };
 
 #ifdef __cplusplus
@@ -44,26 +44,32 @@ extern const struct MsgEntry prosCtlMsgTab[];
 
 /* Makes the endpoints of `modules` and of the process (the first name up to its colon), then
    starts one thread for each; each handles message 0x101 first, then its messages one at a time.
-   A message whose id has no row is dropped with a level-2 record. `modules` must outlive the
-   process. Call once, from the main thread. 0, or -1 (logged): a name is taken, or no thread. */
+   A message whose id has no row is dropped with a level-2 record; the ids of the init message and
+   of the timers come from the runtime alone, whoever else sends one is refused. `modules` must
+   outlive the process. Call once, from the main thread. 0, or -1 (logged): a name is taken, or no
+   thread. */
 int SysInit(const struct ModuleEntry *modules);
 
 /* Sends `len` bytes to endpoint `dest` and returns without waiting for them to be handled. When the
-   receiver's queue is full, waits up to 2 s for room. 0, or -1 (logged at level 2): no such
-   endpoint, it is gone, its queue stayed full, or `len` is too large. */
+   receiver's queue is full, waits up to 2 s for room, and after that in vain no more until it takes
+   messages again. 0, or -1 (logged at level 4, the message is lost): no such endpoint, it is gone
+   or has no room for more senders, its queue is full, `len` is too large, or `id` is the runtime's
+   own. */
 int SendMsg(uint32_t id, const void *data, uint32_t len, const char *dest);
 
-/* As SendMsg, then waits for the answer that the receiver gives with SynAckData_lib, TDS_SYN_LIMIT
-   at most. On 0 `*reply` is a heap block of `*reply_len` bytes with one zero byte behind them,
-   which the caller gives back with __tds_free (NULL when the answer is empty). On -1 (logged) they
-   are NULL and 0: no such endpoint, it died while it was waited for, no handler answered, or the
-   time is over. A late answer is dropped. */
+/* As SendMsg, but always waits for room, then waits for the answer that the receiver gives with
+   SynAckData_lib, TDS_SYN_LIMIT from the start at most. On 0 `*reply` is a heap block of
+   `*reply_len` bytes with one zero byte behind them, which the caller gives back with __tds_free
+   (NULL when the answer is empty). On -1 (logged) they are NULL and 0: no such endpoint, it died
+   while it was waited for, no handler answered, the answer could not be sent, or the time is over.
+   A late answer is dropped. */
 int SendMsg_syn_lib(uint32_t id, const void *data, uint32_t len, const char *dest, void **reply,
                     uint32_t *reply_len);
 
 /* Answers the synchronous message in work on this thread, whose sender is `dest`. Only inside a
    message handler. 0, or -1 (logged): there is none, it came from somebody else, it was answered
-   before, or its sender is gone. `id` goes back with the answer. */
+   before, its sender is gone, or `len` is too large; a sender that gets no other answer from the
+   handler is refused when it returns. `id` goes back with the answer. */
 int SynAckData_lib(const void *data, uint32_t len, uint32_t id, const char *dest);
 
 /* Copies a name into `name` (`size` bytes, cut and terminated): Self the endpoint of the calling

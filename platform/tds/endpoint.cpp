@@ -44,7 +44,7 @@ const std::string &ProcessName() {
 void SetProcessName(std::string name) { process_name = std::move(name); }
 
 Module::~Module() {
-  for (int fd : listeners) close(fd);
+  for (WatchKey key : listeners) close(WatchFd(key));
   if (epoll > 0) close(epoll);
 }
 

@@ -12,33 +12,6 @@
 
 namespace {
 
-constexpr size_t kMostConnections = 1000;
-
-Connection *ConnectionAt(const Module *module, int fd) {
-  size_t at = static_cast<size_t>(fd);
-  return at < module->connections.size() ? module->connections[at].get() : nullptr;
-}
-
-void Disconnect(Module *module, int fd) {
-  module->connections[static_cast<size_t>(fd)].reset();
-  close(fd);
-}
-
-void Accept(Module *module, int listener) {
-  int fd = accept4(listener, nullptr, nullptr, SOCK_CLOEXEC);
-  if (fd < 0) return; /* the other side went away before its turn */
-  size_t at = static_cast<size_t>(fd);
-  if (!WirePeerIsOurs(fd) || at >= kMostConnections) {
-    TDS_LOG(3, "%s: connection refused: %s", module->name.c_str(),
-            at >= kMostConnections ? "too many are open" : "not a process of our own user");
-    close(fd);
-    return;
-  }
-  if (at >= module->connections.size()) module->connections.resize(at + 1);
-  module->connections[at].reset(new Connection{fd, ++module->last_serial, ""});
-  ModuleWatch(module, fd);
-}
-
 /* Calls the handler of the message in work; a call that it neither answers nor holds is refused at
    once, so that its sender does not wait in vain. */
 void Dispatch(Module *module, const MessageInWork &work, const void *data, uint32_t length) {
@@ -52,43 +25,56 @@ void Dispatch(Module *module, const MessageInWork &work, const void *data, uint3
             work.sender);
   }
   if (module->work.wants_answer)
-    (void)WireSend(work.connection->fd, WireKind::kRefused, work.id, work.sequence, nullptr, 0,
-                   MSG_DONTWAIT); /* a caller that is gone needs no answer */
-  module->work = {"", nullptr, 0, 0, false};
+    ConnectionRefuse(work.connection, work.sequence,
+                     module->work.fault != 0 ? module->work.fault : ENOMSG);
+  module->work = {"", nullptr, 0, 0, false, 0};
+}
+
+/* A message of a connection that has a name. */
+void Handle(Module *module, Connection *connection, const WireFrame &frame) {
+  const WireHead &head = frame.head;
+  const char *sender = connection->sender.c_str();
+  bool call = head.kind == WireKind::kCall;
+  if (!IsRuntimeId(head.id)) {
+    Dispatch(module, {sender, connection, head.id, head.sequence, call, 0}, frame.data,
+             head.length);
+    return;
+  }
+  TDS_LOG(3, "%s: message 0x%x from %s is dropped: only the runtime itself sends that id",
+          module->name.c_str(), head.id, sender);
+  if (call) ConnectionRefuse(connection, head.sequence, EPERM);
 }
 
 /* One frame of one connection: fairness among senders comes from the order of the epoll set. */
 void Receive(Module *module, Connection *connection, WireFrame *frame) {
-  int got = WireReceive(connection->fd, frame, MSG_DONTWAIT);
+  int got = WireReceive(WatchFd(connection->key), frame, MSG_DONTWAIT);
   if (got < 0 && errno == EAGAIN) return;
   const WireHead &head = frame->head;
   bool hello = got == 1 && head.kind == WireKind::kHello;
   bool message = got == 1 && (head.kind == WireKind::kPost || head.kind == WireKind::kCall);
   if (message && !connection->sender.empty()) {
-    Dispatch(module,
-             {connection->sender.c_str(), connection, head.id, head.sequence,
-              head.kind == WireKind::kCall},
-             frame->data, head.length);
+    Handle(module, connection, *frame);
     return;
   }
   if (hello && head.length > 1 && head.length <= TDS_NAME_SIZE && connection->sender.empty()) {
     const char *name = static_cast<const char *>(frame->data);
     connection->sender.assign(name, strnlen(name, head.length - 1));
-    if (!connection->sender.empty()) return;
+    if (!connection->sender.empty()) return ConnectionNamed(module);
   }
   if (got != 0) TDS_LOG(3, "%s: bad frame, connection closed", module->name.c_str());
-  Disconnect(module, connection->fd);
+  ConnectionClose(module, connection->key);
 }
 
-void HandleEvent(Thread *thread, int fd, WireFrame *frame) {
+void HandleEvent(Thread *thread, WatchKey key, WireFrame *frame) {
   Module *module = thread->module;
-  if (Connection *connection = ConnectionAt(module, fd)) {
-    Receive(module, connection, frame);
-  } else if (std::find(module->listeners.begin(), module->listeners.end(), fd) !=
-             module->listeners.end()) {
-    Accept(module, fd);
-  } else {
-    PeerReadable(thread, fd);
+  switch (WatchKindOf(key)) {
+    case WatchKind::kListener:
+      return ConnectionAccept(module, WatchFd(key));
+    case WatchKind::kConnection:
+      if (Connection *connection = ConnectionOf(module, key)) Receive(module, connection, frame);
+      return;
+    case WatchKind::kPeer:
+      return PeerReadable(thread, key);
   }
 }
 
@@ -102,7 +88,7 @@ void FireTimers(Module *module) {
     *deadline = 0;
     Dispatch(
         module,
-        {module->name.c_str(), nullptr, TDS_MSG_TIMER + static_cast<uint32_t>(timer), 0, false},
+        {module->name.c_str(), nullptr, TDS_MSG_TIMER + static_cast<uint32_t>(timer), 0, false, 0},
         nullptr, 0);
   }
 }
@@ -111,7 +97,7 @@ void HandleLocal(Module *module) {
   for (size_t waiting = module->local.size(); waiting > 0; --waiting) {
     LocalMessage message = std::move(module->local.front());
     module->local.pop_front();
-    Dispatch(module, {message.sender.c_str(), nullptr, message.id, 0, false},
+    Dispatch(module, {message.sender.c_str(), nullptr, message.id, 0, false, 0},
              message.payload.empty() ? nullptr : message.payload.data(),
              static_cast<uint32_t>(message.payload.size()));
   }
@@ -120,12 +106,25 @@ void HandleLocal(Module *module) {
 /* How long the thread may sleep: -1 for ever. */
 int SleepLimit(const Module *module) {
   if (!module->local.empty()) return 0;
-  uint64_t next = UINT64_MAX;
+  uint64_t next = module->tidy_at == 0 ? UINT64_MAX : module->tidy_at;
   for (uint64_t deadline : module->deadlines)
     if (deadline != 0) next = std::min(next, deadline);
   if (next == UINT64_MAX) return -1;
   uint64_t now = MonotonicMs();
   return next <= now ? 0 : static_cast<int>(std::min<uint64_t>(next - now, INT32_MAX));
+}
+
+/* 0, or -1 with errno (logged). */
+int SendAnswer(const Connection *connection, uint32_t id, uint32_t sequence, const void *data,
+               uint32_t length) {
+  if (WireSend(WatchFd(connection->key), WireKind::kAnswer, id, sequence, data, length,
+               MSG_DONTWAIT) == 0)
+    return 0;
+  int reason = errno;
+  int level = reason == EPIPE || reason == ECONNRESET ? 2 : 4; /* a caller may have given up */
+  TDS_LOG(level, "answer to %s: %s", connection->sender.c_str(), WireFault(reason));
+  errno = reason;
+  return -1;
 }
 
 Module *OwnModule(const char *call) {
@@ -153,12 +152,15 @@ const MsgEntry *ModuleRow(const Module *module, uint32_t id) {
   return nullptr;
 }
 
-void ModuleWatch(Module *module, int fd) {
+WatchKey ModuleWatch(Module *module, WatchKind kind, int fd) {
+  uint64_t serial = ++module->last_serial & ((UINT64_C(1) << kSerialBits) - 1);
   struct epoll_event event = {};
-  event.events = EPOLLIN | EPOLLRDHUP;
-  event.data.fd = fd;
-  if (epoll_ctl(module->epoll, EPOLL_CTL_ADD, fd, &event) != 0)
-    TDS_LOG(4, "%s: epoll_ctl: %s", module->name.c_str(), strerror(errno));
+  event.events = kind == WatchKind::kListener ? EPOLLIN : EPOLLIN | EPOLLRDHUP;
+  event.data.u64 = static_cast<uint64_t>(kind) << (kFdBits + kSerialBits) | serial << kFdBits |
+                   static_cast<uint64_t>(fd);
+  if (epoll_ctl(module->epoll, EPOLL_CTL_ADD, fd, &event) == 0) return event.data.u64;
+  TDS_LOG(4, "%s: epoll_ctl: %s", module->name.c_str(), strerror(errno));
+  return 0;
 }
 
 int ModuleListen(Module *module, const char *name) {
@@ -168,9 +170,13 @@ int ModuleListen(Module *module, const char *name) {
             errno == EADDRINUSE ? "another process serves it" : strerror(errno));
     return -1;
   }
+  WatchKey key = ModuleWatch(module, WatchKind::kListener, fd);
+  if (key == 0) {
+    close(fd);
+    return -1;
+  }
   module->names.emplace_back(name);
-  module->listeners.push_back(fd);
-  ModuleWatch(module, fd);
+  module->listeners.push_back(key);
   return 0;
 }
 
@@ -194,13 +200,17 @@ void *ModuleThread(void *argument) {
   AMS_PrintThreadModule(module->name.c_str());
   WireFrame frame;
   if (ModuleRow(module, TDS_MSG_INIT) != nullptr)
-    Dispatch(module, {module->name.c_str(), nullptr, TDS_MSG_INIT, 0, false}, nullptr, 0);
+    Dispatch(module, {module->name.c_str(), nullptr, TDS_MSG_INIT, 0, false, 0}, nullptr, 0);
   for (;;) {
     HandleLocal(module);
     FireTimers(module);
+    if (module->tidy_at != 0) ConnectionsTidy(module);
     struct epoll_event events[16];
     int count = epoll_wait(module->epoll, events, 16, SleepLimit(module));
-    for (int i = 0; i < count; ++i) HandleEvent(thread, events[i].data.fd, &frame);
+    for (int i = 0; i < count; ++i) {
+      HandleEvent(thread, events[i].data.u64, &frame);
+      frame.large.reset();
+    }
   }
   return nullptr;
 }
@@ -225,9 +235,8 @@ int SynAckData_lib(const void *data, uint32_t len, uint32_t id, const char *dest
     TDS_LOG(2, "SynAckData_lib: no call of %s is in work", dest == nullptr ? "(null)" : dest);
     return -1;
   }
-  if (WireSend(work->connection->fd, WireKind::kAnswer, id, work->sequence, data, len,
-               MSG_DONTWAIT) != 0) {
-    TDS_LOG(2, "SynAckData_lib: answer to %s: %s", dest, strerror(errno));
+  if (SendAnswer(work->connection, id, work->sequence, data, len) != 0) {
+    work->fault = errno;
     return -1;
   }
   work->wants_answer = false;
@@ -239,8 +248,7 @@ uint64_t tds_hold_reply() {
   if (module == nullptr || !module->work.wants_answer) return 0;
   MessageInWork *work = &module->work;
   work->wants_answer = false;
-  module->held[++module->last_token] = {work->connection->fd, work->connection->serial, work->id,
-                                        work->sequence};
+  module->held[++module->last_token] = {work->connection->key, work->id, work->sequence};
   return module->last_token;
 }
 
@@ -251,8 +259,9 @@ int tds_reply_held(uint64_t token, const void *data, uint32_t len) {
   if (found == module->held.end()) return -1;
   HeldAnswer answer = found->second;
   module->held.erase(found);
-  const Connection *connection = ConnectionAt(module, answer.fd);
-  if (connection == nullptr || connection->serial != answer.serial) return -1;
-  return WireSend(answer.fd, WireKind::kAnswer, answer.id, answer.sequence, data, len,
-                  MSG_DONTWAIT);
+  const Connection *connection = ConnectionOf(module, answer.key);
+  if (connection == nullptr) return -1;
+  if (SendAnswer(connection, answer.id, answer.sequence, data, len) == 0) return 0;
+  ConnectionRefuse(connection, answer.sequence, errno);
+  return -1;
 }

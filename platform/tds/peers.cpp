@@ -22,39 +22,68 @@ Peer *FindPeer(Thread *thread, const char *name) {
   return nullptr;
 }
 
-Peer *OpenPeer(Thread *thread, const char *name) {
-  int fd = WireConnect(name);
-  if (fd < 0) return nullptr;
-  const std::string &own = ThreadName(thread);
-  if (WireSend(fd, WireKind::kHello, 0, 0, own.c_str(), static_cast<uint32_t>(own.size()) + 1, 0) !=
-      0) {
-    int reason = errno;
-    close(fd);
-    errno = reason;
-    return nullptr;
+/* Closes the connection; a module that has a row for TDS_MSG_PEER_GONE is told. */
+void PeerLost(Thread *thread, Peer *peer) {
+  Module *module = thread->module;
+  if (module != nullptr && ModuleRow(module, TDS_MSG_PEER_GONE) != nullptr)
+    module->local.push_back({TDS_MSG_PEER_GONE, peer->name + '\0', peer->name});
+  close(peer->fd);
+  thread->peers.erase(thread->peers.begin() + (peer - thread->peers.data()));
+}
+
+/* The peer with a connection, opened where there is none; NULL with errno. */
+Peer *OpenPeer(Thread *thread, const char *name, bool wait) {
+  Peer *peer = FindPeer(thread, name);
+  if (peer != nullptr && peer->fd >= 0) return peer;
+  int fd = WireConnect(name, wait || peer == nullptr);
+  if (fd < 0 && errno != EAGAIN) return nullptr;
+  if (peer == nullptr) {
+    thread->peers.push_back({name, -1, 0, 0, 0, fd < 0});
+    peer = &thread->peers.back();
   }
-  thread->peers.push_back({name, fd, 0, 0});
-  if (thread->module != nullptr) ModuleWatch(thread->module, fd);
-  return &thread->peers.back();
+  if (fd < 0) return nullptr;
+  peer->fd = fd;
+  if (thread->module != nullptr) peer->key = ModuleWatch(thread->module, WatchKind::kPeer, fd);
+  const std::string &own = ThreadName(thread);
+  (void)WireSend(fd, WireKind::kHello, 0, 0, own.c_str(), static_cast<uint32_t>(own.size()) + 1,
+                 0); /* whatever is wrong with it shows at the message that follows */
+  return peer;
+}
+
+/* Why the other side has turned the connection away, an errno; 0 when it has not. */
+int WhyTurnedAway(Thread *thread, const Peer *peer) {
+  const WireHead &head = thread->answer.head;
+  while (WireReceive(peer->fd, &thread->answer, MSG_DONTWAIT) == 1)
+    if (head.kind == WireKind::kRefused && head.sequence == 0) return static_cast<int>(head.id);
+  return 0;
 }
 
 /* Sends a frame to `name`. A connection whose other side was restarted is opened anew, once. */
 Peer *SendTo(Thread *thread, const char *name, WireKind kind, uint32_t id, const void *data,
              uint32_t length) {
+  bool call = kind == WireKind::kCall;
   for (int attempt = 0; attempt < 2; ++attempt) {
-    Peer *peer = FindPeer(thread, name);
-    if (peer == nullptr) peer = OpenPeer(thread, name);
+    Peer *peer = OpenPeer(thread, name, call);
     if (peer == nullptr) return nullptr;
-    if (WireSend(peer->fd, kind, id, ++peer->sequence, data, length, 0) == 0) return peer;
+    int flags = peer->full && !call ? MSG_DONTWAIT : 0;
+    if (WireSend(peer->fd, kind, id, ++peer->sequence, data, length, flags) == 0) {
+      peer->full = false;
+      return peer;
+    }
+    if (errno == EAGAIN) peer->full = true;
     if (errno != EPIPE && errno != ECONNRESET && errno != ENOTCONN) return nullptr;
-    PeerLost(thread, peer->fd);
+    int reason = WhyTurnedAway(thread, peer);
+    PeerLost(thread, peer);
+    errno = reason != 0 ? reason : EPIPE;
+    if (reason != 0) return nullptr;
   }
-  errno = EPIPE;
   return nullptr;
 }
 
+/* A wait that is a little longer than it should be is not worth a system call a message. */
 void SetReceiveLimit(Peer *peer, uint32_t ms) {
-  if (peer->receive_limit == ms) return;
+  constexpr uint32_t kSlack = 10;
+  if (peer->receive_limit >= ms && peer->receive_limit < ms + kSlack) return;
   struct timeval wait = {static_cast<time_t>(ms / 1000),
                          static_cast<suseconds_t>(ms % 1000) * 1000};
   setsockopt(peer->fd, SOL_SOCKET, SO_RCVTIMEO, &wait, sizeof(wait));
@@ -63,40 +92,49 @@ void SetReceiveLimit(Peer *peer, uint32_t ms) {
 
 /* Waits for the answer with the peer's present sequence number; answers to calls that were given
    up before are dropped here. 0, or -1 with errno. */
-int AwaitAnswer(Thread *thread, Peer *peer, uint32_t limit_ms) {
-  uint64_t end = 0;
-  for (uint32_t wait = std::max(limit_ms, 1U);;) {
-    SetReceiveLimit(peer, wait);
+int AwaitAnswer(Thread *thread, Peer *peer, uint64_t end) {
+  const WireHead &head = thread->answer.head;
+  for (uint64_t now = MonotonicMs(); now < end; now = MonotonicMs()) {
+    SetReceiveLimit(peer, static_cast<uint32_t>(end - now));
     int got = WireReceive(peer->fd, &thread->answer, 0);
-    if (got == 0) {
-      PeerLost(thread, peer->fd);
-      errno = EPIPE;
-      return -1;
-    }
-    if (got < 0 && errno != EBADMSG) {
+    if (got < 0 && (errno == EBADMSG || errno == EINTR)) continue;
+    if (got < 0) {
       if (errno == EAGAIN) errno = ETIMEDOUT;
       return -1;
     }
-    const WireHead &head = thread->answer.head;
-    if (got == 1 && head.sequence == peer->sequence) {
-      if (head.kind == WireKind::kAnswer) return 0;
-      errno = ENOMSG;
-      return -1;
-    }
-    uint64_t now = MonotonicMs();
-    if (end == 0) end = now + limit_ms; /* the limit is kept from the first stale answer on */
-    if (now >= end) {
-      errno = ETIMEDOUT;
-      return -1;
-    }
-    wait = static_cast<uint32_t>(end - now);
+    bool whole = got == 0 || (head.kind == WireKind::kRefused && head.sequence == 0);
+    if (!whole && head.sequence != peer->sequence) continue;
+    if (!whole && head.kind == WireKind::kAnswer) return 0;
+    if (whole) PeerLost(thread, peer);
+    errno = got == 0 ? EPIPE : head.kind == WireKind::kRefused ? static_cast<int>(head.id) : ENOMSG;
+    return -1;
   }
+  errno = ETIMEDOUT;
+  return -1;
+}
+
+/* The answer as a block of the caller's. */
+int CopyAnswer(const WireFrame &answer, void **reply, uint32_t *reply_len) {
+  uint32_t length = answer.head.length;
+  if (length == 0) return 0;
+  *reply = __tds_strndup(static_cast<const char *>(answer.data), length, "SendMsg_syn_lib");
+  if (*reply == nullptr) {
+    errno = ENOMEM;
+    return -1;
+  }
+  *reply_len = length;
+  return 0;
 }
 
 bool IsOwnName(const Thread *thread, const char *name) {
   if (thread->module == nullptr) return false;
   const std::vector<std::string> &names = thread->module->names;
   return std::find(names.begin(), names.end(), name) != names.end();
+}
+
+bool MaySend(uint32_t id, const char *dest) {
+  errno = dest == nullptr ? ENOENT : EPERM;
+  return dest != nullptr && !IsRuntimeId(id);
 }
 
 /* A message to the module itself never waits for room in a socket that only it can empty. */
@@ -110,87 +148,59 @@ int PostToSelf(Thread *thread, uint32_t id, const void *data, uint32_t length) {
   return 0;
 }
 
-const char *SendFault(int reason) {
-  switch (reason) {
-    case ENOENT:
-      return "no such endpoint, is its process running?";
-    case EPIPE:
-      return "its process is gone";
-    case ENOMSG:
-      return "its handler gave no answer";
-    case ETIMEDOUT:
-      return "no answer in time";
-    case EAGAIN:
-      return "its queue stayed full";
-    case EMSGSIZE:
-      return "the payload is larger than 1 MiB";
-    default:
-      return strerror(reason);
-  }
-}
-
 }  // namespace
 
 Thread::~Thread() {
-  for (const Peer &peer : peers) close(peer.fd);
+  for (const Peer &peer : peers)
+    if (peer.fd >= 0) close(peer.fd);
 }
 
-void PeerLost(Thread *thread, int fd) {
-  auto lost = std::find_if(thread->peers.begin(), thread->peers.end(),
-                           [fd](const Peer &peer) { return peer.fd == fd; });
-  if (lost == thread->peers.end()) return;
-  Module *module = thread->module;
-  if (module != nullptr && ModuleRow(module, TDS_MSG_PEER_GONE) != nullptr)
-    module->local.push_back({TDS_MSG_PEER_GONE, lost->name + '\0', lost->name});
-  close(fd);
-  thread->peers.erase(lost);
-}
-
-void PeerReadable(Thread *thread, int fd) {
-  if (WireReceive(fd, &thread->answer, MSG_DONTWAIT) == 0) PeerLost(thread, fd);
+void PeerReadable(Thread *thread, WatchKey key) {
+  auto peer = std::find_if(thread->peers.begin(), thread->peers.end(),
+                           [key](const Peer &one) { return one.key == key; });
+  if (peer == thread->peers.end()) return;
+  int got = WireReceive(peer->fd, &thread->answer, MSG_DONTWAIT);
+  thread->answer.large.reset();
+  const WireHead &head = thread->answer.head;
+  if (got == 1 && head.kind == WireKind::kRefused && head.sequence == 0)
+    TDS_LOG(4, "%s has dropped what was sent to it: %s", peer->name.c_str(),
+            WireFault(static_cast<int>(head.id)));
+  if (got == 0) PeerLost(thread, &*peer);
 }
 
 int tds_call(uint32_t id, const void *data, uint32_t len, const char *dest, uint32_t limit_ms,
              void **reply, uint32_t *reply_len) {
   Thread *thread = ThisThread();
+  uint64_t end = MonotonicMs() + std::max(limit_ms, 1U);
   *reply = nullptr;
   *reply_len = 0;
-  if (dest == nullptr || IsOwnName(thread, dest)) {
-    errno = dest == nullptr ? ENOENT : EDEADLK;
+  if (!MaySend(id, dest)) return -1;
+  if (IsOwnName(thread, dest)) {
+    errno = EDEADLK;
     return -1;
   }
   Peer *peer = SendTo(thread, dest, WireKind::kCall, id, data, len);
-  if (peer == nullptr || AwaitAnswer(thread, peer, limit_ms) != 0) return -1;
-  uint32_t length = thread->answer.head.length;
-  if (length == 0) return 0;
-  char *copy =
-      __tds_strndup(static_cast<const char *>(thread->answer.data), length, "SendMsg_syn_lib");
-  if (copy == nullptr) {
-    errno = ENOMEM;
-    return -1;
-  }
-  *reply = copy;
-  *reply_len = length;
-  return 0;
+  bool answered = peer != nullptr && AwaitAnswer(thread, peer, end) == 0;
+  int result = answered ? CopyAnswer(thread->answer, reply, reply_len) : -1;
+  thread->answer.large.reset();
+  return result;
 }
 
 int SendMsg_syn_lib(uint32_t id, const void *data, uint32_t len, const char *dest, void **reply,
                     uint32_t *reply_len) {
   if (tds_call(id, data, len, dest, TDS_SYN_LIMIT, reply, reply_len) == 0) return 0;
-  TDS_LOG(2, "message 0x%x to %s: %s", id, dest == nullptr ? "(null)" : dest, SendFault(errno));
+  TDS_LOG(4, "message 0x%x to %s: %s", id, dest == nullptr ? "(null)" : dest, WireFault(errno));
   return -1;
 }
 
 int SendMsg(uint32_t id, const void *data, uint32_t len, const char *dest) {
   Thread *thread = ThisThread();
-  bool sent;
-  if (dest != nullptr && IsOwnName(thread, dest)) {
+  bool sent = MaySend(id, dest);
+  if (sent && IsOwnName(thread, dest))
     sent = PostToSelf(thread, id, data, len) == 0;
-  } else {
-    errno = ENOENT;
-    sent = dest != nullptr && SendTo(thread, dest, WireKind::kPost, id, data, len) != nullptr;
-  }
+  else if (sent)
+    sent = SendTo(thread, dest, WireKind::kPost, id, data, len) != nullptr;
   if (sent) return 0;
-  TDS_LOG(2, "message 0x%x to %s: %s", id, dest == nullptr ? "(null)" : dest, SendFault(errno));
+  TDS_LOG(4, "message 0x%x to %s: %s", id, dest == nullptr ? "(null)" : dest, WireFault(errno));
   return -1;
 }

@@ -22,7 +22,9 @@ int tds_serve_also(const char *name);
 
 /* SendMsg_syn_lib with a time limit and a reason: -1 with errno ENOENT (no such endpoint), EPIPE
    (it died before it answered), ENOMSG (its handler did not answer), ETIMEDOUT, EAGAIN (its queue
-   stayed full), EMSGSIZE. Logs nothing. */
+   stayed full), EMSGSIZE (message or answer), EPERM (the id is the runtime's own), EUSERS (it has
+   no room for more connections). The limit counts from the start; only the wait for room, 2 s at
+   most, may go past it. Logs nothing. */
 int tds_call(uint32_t id, const void *data, uint32_t len, const char *dest, uint32_t limit_ms,
              void **reply, uint32_t *reply_len);
 
@@ -30,7 +32,8 @@ int tds_call(uint32_t id, const void *data, uint32_t len, const char *dest, uint
    its handler returns without one. Module threads only. Returns a token, 0 when there is none. */
 uint64_t tds_hold_reply();
 
-/* Gives the answer that was put off; same thread. Never waits. 0, or -1: the sender is gone. */
+/* Gives the answer that was put off; same thread. Never waits. 0, or -1: the sender is gone, or the
+   answer could not be sent (logged), then the sender is refused with the reason. */
 int tds_reply_held(uint64_t token, const void *data, uint32_t len);
 
 /* Names the calling thread's (non-module) endpoint of origin, as Sender shows it at the other

@@ -14,8 +14,10 @@
 
 namespace {
 
-constexpr int kSendBuffer = 1024 * 1024; /* a queue's bound; the kernel may grant less */
-constexpr time_t kSendWaitSeconds = 2;   /* how long a sender waits for room */
+constexpr int kSendBuffer = 1024 * 1024;     /* a queue's bound; the kernel may grant less */
+constexpr struct timeval kSendWait = {2, 0}; /* how long a sender waits for room */
+constexpr struct timeval kNoWait = {0, 1};   /* 0 would be for ever */
+constexpr int kPayloadSeals = F_SEAL_SHRINK | F_SEAL_GROW | F_SEAL_WRITE;
 
 union ControlBuffer {
   char bytes[CMSG_SPACE(sizeof(int))];
@@ -30,62 +32,6 @@ bool SocketAddress(const char *name, struct sockaddr_un *address) {
   return WireNameFits(name) && length < static_cast<int>(sizeof(address->sun_path));
 }
 
-/* A memory file with the payload, sealed so that the receiver may trust its size. */
-int PayloadFile(const void *data, uint32_t length) {
-  int fd = memfd_create("tds-payload", MFD_CLOEXEC | MFD_ALLOW_SEALING);
-  if (fd < 0) return -1;
-  const char *next = static_cast<const char *>(data);
-  while (length > 0) {
-    ssize_t written = write(fd, next, length);
-    if (written <= 0) break;
-    next += written;
-    length -= static_cast<uint32_t>(written);
-  }
-  if (length == 0 && fcntl(fd, F_ADD_SEALS, F_SEAL_SHRINK | F_SEAL_GROW | F_SEAL_WRITE) == 0)
-    return fd;
-  close(fd);
-  return -1;
-}
-
-int PassedFile(struct msghdr *message) {
-  int passed = -1;
-  for (struct cmsghdr *part = CMSG_FIRSTHDR(message); part != nullptr;
-       part = CMSG_NXTHDR(message, part))
-    if (part->cmsg_level == SOL_SOCKET && part->cmsg_type == SCM_RIGHTS)
-      memcpy(&passed, CMSG_DATA(part), sizeof(passed));
-  return passed;
-}
-
-bool ReadPayloadFile(int fd, uint32_t length, std::vector<uint8_t> *payload) {
-  struct stat status;
-  if (fstat(fd, &status) != 0 || status.st_size != static_cast<off_t>(length)) return false;
-  payload->resize(length);
-  for (uint32_t done = 0; done < length;) {
-    ssize_t got = pread(fd, payload->data() + done, length - done, done);
-    if (got <= 0) return false;
-    done += static_cast<uint32_t>(got);
-  }
-  return true;
-}
-
-/* Checks the received record and points the frame at its payload. */
-bool OpenFrame(WireFrame *frame, size_t size, int passed_file) {
-  if (size < sizeof(WireHead)) return false;
-  memcpy(&frame->head, frame->record.data(), sizeof(WireHead));
-  const WireHead &head = frame->head;
-  if (head.magic != kWireMagic || head.kind > WireKind::kRefused || head.length > TDS_PAYLOAD_MAX)
-    return false;
-  frame->data = nullptr;
-  if (head.length > kWireInline) {
-    if (passed_file < 0 || !ReadPayloadFile(passed_file, head.length, &frame->large)) return false;
-    frame->data = frame->large.data();
-    return true;
-  }
-  if (size - sizeof(WireHead) != head.length) return false;
-  if (head.length > 0) frame->data = frame->record.data() + sizeof(WireHead);
-  return true;
-}
-
 int CloseKeepErrno(int fd) {
   int reason = errno;
   close(fd);
@@ -93,7 +39,79 @@ int CloseKeepErrno(int fd) {
   return -1;
 }
 
+/* A memory file with the payload, sealed so that the receiver may trust its size. */
+int PayloadFile(const void *data, uint32_t length) {
+  int fd = memfd_create("tds-payload", MFD_CLOEXEC | MFD_ALLOW_SEALING);
+  if (fd < 0) return -1;
+  const char *next = static_cast<const char *>(data);
+  while (length > 0) {
+    ssize_t written = write(fd, next, length);
+    if (written < 0 && errno == EINTR) continue;
+    if (written <= 0) break;
+    next += written;
+    length -= static_cast<uint32_t>(written);
+  }
+  if (length == 0 && fcntl(fd, F_ADD_SEALS, kPayloadSeals) == 0) return fd;
+  return CloseKeepErrno(fd);
+}
+
+/* What the other side passed with a record: the file of a large payload. */
+struct Passed {
+  int file;     /* -1: none */
+  bool foreign; /* there was more than that; it is closed */
+};
+
+Passed TakePassed(struct msghdr *message) {
+  Passed passed = {-1, (message->msg_flags & MSG_CTRUNC) != 0};
+  for (struct cmsghdr *part = CMSG_FIRSTHDR(message); part != nullptr;
+       part = CMSG_NXTHDR(message, part)) {
+    if (part->cmsg_level != SOL_SOCKET || part->cmsg_type != SCM_RIGHTS) continue;
+    for (size_t at = CMSG_LEN(0); at + sizeof(int) <= part->cmsg_len; at += sizeof(int)) {
+      int fd;
+      memcpy(&fd, reinterpret_cast<const char *>(part) + at, sizeof(fd));
+      if (passed.file >= 0) {
+        passed.foreign = true;
+        close(fd);
+      } else {
+        passed.file = fd;
+      }
+    }
+  }
+  return passed;
+}
+
+/* The payload stays where the sender put it: the seals say that it can neither change nor go. */
+bool MapPayloadFile(int fd, WireFrame *frame) {
+  struct stat status;
+  uint32_t length = frame->head.length;
+  int seals = fcntl(fd, F_GET_SEALS);
+  if (seals < 0 || (seals & kPayloadSeals) != kPayloadSeals) return false;
+  if (fstat(fd, &status) != 0 || status.st_size != static_cast<off_t>(length)) return false;
+  void *map = mmap(nullptr, length, PROT_READ, MAP_SHARED | MAP_POPULATE, fd, 0);
+  if (map == MAP_FAILED) return false;
+  frame->large = {map, WireUnmap{length}};
+  return true;
+}
+
+/* Checks the received record and points the frame at its payload. */
+bool OpenFrame(WireFrame *frame, size_t size, Passed passed) {
+  if (size < sizeof(WireHead) || passed.foreign) return false;
+  memcpy(&frame->head, frame->record.data(), sizeof(WireHead));
+  const WireHead &head = frame->head;
+  bool large = head.length > kWireInline;
+  if (head.magic != kWireMagic || head.kind > WireKind::kRefused || head.length > TDS_PAYLOAD_MAX ||
+      large != (passed.file >= 0))
+    return false;
+  if (size - sizeof(WireHead) != (large ? 0 : head.length)) return false;
+  if (large && !MapPayloadFile(passed.file, frame)) return false;
+  frame->data = large ? frame->large.get() : frame->record.data() + sizeof(WireHead);
+  if (head.length == 0) frame->data = nullptr;
+  return true;
+}
+
 }  // namespace
+
+void WireUnmap::operator()(void *map) const { munmap(map, size); }
 
 bool WireNameFits(const char *name) {
   return name != nullptr && name[0] != '\0' && name[0] != '.' && strchr(name, '/') == nullptr &&
@@ -113,9 +131,9 @@ int WireListen(const char *name) {
     return -1;
   }
   if (mkdir(TDS_RUNTIME_DIR, 0700) != 0 && errno != EEXIST) return -1;
-  int probe = WireConnect(name);
-  if (probe >= 0) {
-    close(probe);
+  int probe = WireConnect(name, false);
+  if (probe >= 0) close(probe);
+  if (probe >= 0 || errno != ENOENT) {
     errno = EADDRINUSE;
     return -1;
   }
@@ -128,7 +146,7 @@ int WireListen(const char *name) {
   return fd;
 }
 
-int WireConnect(const char *name) {
+int WireConnect(const char *name, bool wait) {
   struct sockaddr_un address;
   if (!SocketAddress(name, &address)) {
     errno = ENOENT;
@@ -136,8 +154,8 @@ int WireConnect(const char *name) {
   }
   int fd = socket(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0);
   if (fd < 0) return -1;
-  struct timeval wait = {kSendWaitSeconds, 0};
-  setsockopt(fd, SOL_SOCKET, SO_SNDTIMEO, &wait, sizeof(wait)); /* bounds connect as well */
+  const struct timeval *limit = wait ? &kSendWait : &kNoWait;
+  setsockopt(fd, SOL_SOCKET, SO_SNDTIMEO, limit, sizeof(*limit)); /* bounds connect as well */
   setsockopt(fd, SOL_SOCKET, SO_SNDBUF, &kSendBuffer, sizeof(kSendBuffer));
   if (connect(fd, reinterpret_cast<struct sockaddr *>(&address), sizeof(address)) != 0) {
     if (errno == ECONNREFUSED) errno = ENOENT; /* the file of a process that was killed */
@@ -147,6 +165,7 @@ int WireConnect(const char *name) {
     errno = EACCES;
     return CloseKeepErrno(fd);
   }
+  if (!wait) setsockopt(fd, SOL_SOCKET, SO_SNDTIMEO, &kSendWait, sizeof(kSendWait));
   return fd;
 }
 
@@ -184,6 +203,7 @@ int WireSend(int fd, WireKind kind, uint32_t id, uint32_t sequence, const void *
 
 int WireReceive(int fd, WireFrame *frame, int flags) {
   if (frame->record.empty()) frame->record.resize(sizeof(WireHead) + kWireInline + 1);
+  frame->large.reset();
   struct iovec piece = {frame->record.data(), frame->record.size()};
   ControlBuffer control;
   struct msghdr message = {};
@@ -194,13 +214,36 @@ int WireReceive(int fd, WireFrame *frame, int flags) {
   ssize_t size;
   do {
     size = recvmsg(fd, &message, flags | MSG_CMSG_CLOEXEC);
-  } while (size < 0 && errno == EINTR);
-  if (size < 0) return errno == ECONNRESET ? 0 : -1;
-  int passed_file = PassedFile(&message);
-  bool good = OpenFrame(frame, static_cast<size_t>(size), passed_file);
-  if (passed_file >= 0) close(passed_file);
+  } while (size < 0 && errno == ECONNRESET); /* told once; then what came before it, then the end */
+  if (size < 0) return -1;
+  Passed passed = TakePassed(&message);
+  bool good = OpenFrame(frame, static_cast<size_t>(size), passed);
+  if (passed.file >= 0) close(passed.file);
   if (good) return 1;
   if (size == 0) return 0;
   errno = EBADMSG;
   return -1;
+}
+
+const char *WireFault(int reason) {
+  switch (reason) {
+    case ENOENT:
+      return "no such endpoint, is its process running?";
+    case EPIPE:
+      return "its process is gone";
+    case ENOMSG:
+      return "its handler gave no answer";
+    case ETIMEDOUT:
+      return "no answer in time";
+    case EAGAIN:
+      return "its queue stayed full";
+    case EMSGSIZE:
+      return "the payload is larger than 64 MiB";
+    case EPERM:
+      return "only the runtime itself sends this id";
+    case EUSERS:
+      return "it has no room for more connections";
+    default:
+      return strerror(reason);
+  }
 }

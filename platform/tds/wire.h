@@ -3,6 +3,7 @@
 #pragma once
 
 #include <cstdint>
+#include <memory>
 #include <vector>
 
 #include "ams_print.h"
@@ -13,7 +14,8 @@ enum class WireKind : uint16_t {
   kPost,    /* a message */
   kCall,    /* a message that waits for an answer */
   kAnswer,  /* the answer to the call with the same sequence number */
-  kRefused, /* nobody answered that call */
+  kRefused, /* that call got no answer, and no call on this connection will when the number is 0;
+               the id is the reason, an errno */
 };
 
 struct WireHead {
@@ -27,11 +29,18 @@ struct WireHead {
 constexpr uint16_t kWireMagic = 0x7D51;
 constexpr uint32_t kWireInline = 32 * 1024; /* largest payload that travels in the record itself */
 
-/* The last frame that was received with it; `data` points into one of its buffers. */
+struct WireUnmap {
+  size_t size;
+  void operator()(void *map) const;
+};
+
+/* The last frame that was received with it; `data` points into its record, or is its large payload,
+   which the user gives back when it is done with it: a thread that waits holds none. */
 struct WireFrame {
   WireHead head;
   const void *data;
-  std::vector<uint8_t> record, large;
+  std::vector<uint8_t> record;
+  std::unique_ptr<void, WireUnmap> large;
 };
 
 /* Sends one frame. 0, or -1 with errno (EAGAIN: the receiver's queue stayed full). `flags` as
@@ -40,17 +49,21 @@ int WireSend(int fd, WireKind kind, uint32_t id, uint32_t sequence, const void *
              uint32_t length, int flags);
 
 /* Receives one frame. 1; 0 at the end of the connection; -1 with errno, EBADMSG for a record that
-   is no frame (the connection can go on). */
+   is no frame (the connection can go on), EINTR too. Descriptors that came with it are closed. */
 int WireReceive(int fd, WireFrame *frame, int flags);
 
 /* An AF_UNIX socket that listens as `name`, or is connected to it; -1 with errno. The other side
-   must be a process of our own user, which the kernel tells: EACCES else. */
+   must be a process of our own user, which the kernel tells: EACCES else. EAGAIN: it takes no
+   connections; with `wait` that shows after the time that a sender waits. */
 int WireListen(const char *name);
-int WireConnect(const char *name);
+int WireConnect(const char *name, bool wait);
 bool WirePeerIsOurs(int fd);
 
 /* Whether `name` can be an endpoint's name. */
 bool WireNameFits(const char *name);
+
+/* What an errno of the runtime means to whoever reads the log. */
+const char *WireFault(int reason);
 
 #define TDS_LOG(level, ...)                                          \
   do {                                                               \

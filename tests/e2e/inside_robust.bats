@@ -41,6 +41,19 @@ alive() { expect 0 V2.3.1 cfgcmd get $DEVICE.X_KVO_FWVersion; }
   alive
 }
 
+@test "what only the runtime sends is taken from nobody else" {
+  # The init message would run every start line again; the IPsec poll's timer is another.
+  commands=$(wc -l <$COMMANDS)
+  for module in devInfo capabinfo mgtsrvr button_proc; do
+    for id in 0x101 0x102 0x200 0x201; do
+      refused 1 "sysmgr:$module takes no message" cfgcmd send sysmgr:$module $id
+      refused 1 "runtime's own" cfgcmd send sysmgr:$module $id --wait
+    done
+  done
+  alive
+  [ "$(wc -l <$COMMANDS)" = "$commands" ] || fail "$(tail -n 3 $COMMANDS)"
+}
+
 @test "a killed client disturbs nobody" {
   cfgcmd set $SERVICES.ServiceVRRP.Enable 0
   stub_sleep vrrp.sh 1

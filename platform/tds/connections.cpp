@@ -1,0 +1,158 @@
+// The connections that others opened to a module: who is let in, and who has to go when descriptors
+// are short.
+#include <errno.h>
+#include <sys/epoll.h>
+#include <sys/resource.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cstring>
+
+#include "endpoint.h"
+
+namespace {
+
+constexpr rlim_t kMostDescriptors = 1000; /* of the process, by the kernel's lowest-number rule */
+constexpr rlim_t kSpareDescriptors = 24;  /* what handlers need beside connections */
+constexpr uint64_t kHelloLimit = 5000;    /* ms that a connection may stay without a name */
+constexpr uint64_t kTidyPeriod = 1000;    /* ms */
+constexpr uint64_t kAcceptPause = 100;    /* ms */
+constexpr uint64_t kCrowdOver = 1000;     /* ms without a refusal after which one is news again */
+
+rlim_t DescriptorBound() {
+  struct rlimit limit;
+  if (getrlimit(RLIMIT_NOFILE, &limit) != 0 || limit.rlim_cur <= kSpareDescriptors)
+    return kMostDescriptors;
+  return std::min(kMostDescriptors, limit.rlim_cur - kSpareDescriptors);
+}
+
+void TidyBy(Module *module, uint64_t time) {
+  if (module->tidy_at == 0 || time < module->tidy_at) module->tidy_at = time;
+}
+
+/* Logged once, until there was room for a while. */
+void Crowded(Module *module, const char *what) {
+  uint64_t now = MonotonicMs();
+  if (module->crowded_at == 0 || now - module->crowded_at > kCrowdOver)
+    TDS_LOG(4, "%s: no room for more connections: %s", module->name.c_str(), what);
+  module->crowded_at = now;
+}
+
+void PauseAccept(Module *module, bool pause) {
+  module->accept_paused = pause;
+  for (WatchKey key : module->listeners) {
+    struct epoll_event event = {};
+    if (!pause) event.events = EPOLLIN;
+    event.data.u64 = key;
+    epoll_ctl(module->epoll, EPOLL_CTL_MOD, WatchFd(key), &event);
+  }
+  if (pause) TidyBy(module, MonotonicMs() + kAcceptPause);
+}
+
+/* No name, and nothing to read that could be one. */
+bool IsSilent(const Connection *connection) {
+  char byte;
+  return connection->sender.empty() &&
+         recv(WatchFd(connection->key), &byte, 1, MSG_PEEK | MSG_DONTWAIT) < 0 && errno == EAGAIN;
+}
+
+/* Forgets the newcomers that have spoken; the oldest that has not, or NULL. */
+const Newcomer *OldestSilent(Module *module) {
+  while (!module->newcomers.empty()) {
+    const Connection *connection = ConnectionOf(module, module->newcomers.front().key);
+    if (connection != nullptr && IsSilent(connection)) return &module->newcomers.front();
+    module->newcomers.pop_front();
+  }
+  return nullptr;
+}
+
+/* Its own sequence numbers start at 1, so 0 is the whole connection. */
+void TurnAway(int fd, int reason) {
+  (void)WireSend(fd, WireKind::kRefused, static_cast<uint32_t>(reason), 0, nullptr, 0,
+                 MSG_DONTWAIT); /* a client that is gone needs no reason */
+}
+
+/* Makes room for somebody who has something to say. */
+bool CloseOldestSilent(Module *module) {
+  const Newcomer *oldest = OldestSilent(module);
+  if (oldest == nullptr) return false;
+  TurnAway(WatchFd(oldest->key), EUSERS);
+  ConnectionClose(module, oldest->key);
+  return true;
+}
+
+/* A listening socket stays ready while nobody can be accepted: without the pause the thread would
+   ask again and again. */
+void AcceptFailed(Module *module, int reason) {
+  if (reason != EMFILE && reason != ENFILE && reason != ENOBUFS && reason != ENOMEM)
+    return; /* the other side went away before its turn */
+  Crowded(module, strerror(reason));
+  if (!CloseOldestSilent(module)) PauseAccept(module, true);
+}
+
+}  // namespace
+
+Connection *ConnectionOf(const Module *module, WatchKey key) {
+  size_t at = static_cast<size_t>(WatchFd(key));
+  Connection *connection =
+      at < module->connections.size() ? module->connections[at].get() : nullptr;
+  return connection != nullptr && connection->key == key ? connection : nullptr;
+}
+
+void ConnectionClose(Module *module, WatchKey key) {
+  module->connections[static_cast<size_t>(WatchFd(key))].reset();
+  close(WatchFd(key));
+}
+
+void ConnectionNamed(Module *module) {
+  if (OldestSilent(module) == nullptr && !module->accept_paused) module->tidy_at = 0;
+}
+
+void ConnectionRefuse(const Connection *connection, uint32_t sequence, int reason) {
+  int fd = WatchFd(connection->key);
+  if (WireSend(fd, WireKind::kRefused, static_cast<uint32_t>(reason), sequence, nullptr, 0,
+               MSG_DONTWAIT) != 0)
+    shutdown(fd, SHUT_RDWR); /* the end of the connection tells it, too, and comes back as event */
+}
+
+void ConnectionAccept(Module *module, int listener) {
+  int fd = accept4(listener, nullptr, nullptr, SOCK_CLOEXEC);
+  if (fd < 0) return AcceptFailed(module, errno);
+  if (!WirePeerIsOurs(fd)) {
+    TDS_LOG(3, "%s: connection refused: not a process of our own user", module->name.c_str());
+    close(fd);
+    return;
+  }
+  size_t at = static_cast<size_t>(fd);
+  if (at >= DescriptorBound()) {
+    Crowded(module, "too many are open");
+    if (!CloseOldestSilent(module)) {
+      TurnAway(fd, EUSERS);
+      close(fd);
+      return;
+    }
+  }
+  WatchKey key = ModuleWatch(module, WatchKind::kConnection, fd);
+  if (key == 0) {
+    close(fd);
+    return;
+  }
+  if (at >= module->connections.size()) module->connections.resize(at + 1);
+  module->connections[at].reset(new Connection{key, ""});
+  uint64_t now = MonotonicMs();
+  module->newcomers.push_back({key, now});
+  TidyBy(module, now + kTidyPeriod);
+}
+
+void ConnectionsTidy(Module *module) {
+  uint64_t now = MonotonicMs();
+  if (now < module->tidy_at) return;
+  module->tidy_at = 0;
+  if (module->accept_paused) PauseAccept(module, false);
+  while (const Newcomer *oldest = OldestSilent(module)) {
+    if (now - oldest->since < kHelloLimit) return TidyBy(module, now + kTidyPeriod);
+    TDS_LOG(2, "%s: a connection that never said its name is closed", module->name.c_str());
+    ConnectionClose(module, oldest->key);
+  }
+}
