@@ -9,7 +9,7 @@
 
 namespace {
 
-constexpr size_t kPduMax = 2 * 200, kTextMax = 40000, kCodeMax = 64;
+constexpr size_t kPduMax = 2 * 200, kCodeMax = 64;
 
 ModemJson Reply(int status, const std::string &text) {
   return {{"status", status}, {"text", text}};
@@ -73,8 +73,7 @@ ModemJson Receive(Modem *modem, const ModemJson &request, time_t now) {
                  "1 to 11 letters and digits");
   if (!Time(Word(request, "time"), now, &when))
     return Usage("no such time: write it as \"2024-11-25 09:30:15\"");
-  std::vector<std::string> pdus;
-  if (text.size() <= kTextMax) pdus = ModemDeliverText(modem, from, text, when);
+  std::vector<std::string> pdus = ModemDeliverText(modem, from, text, when);
   if (pdus.empty()) return Refused("the text takes more than 255 messages: shorten it");
   return ReceivePdus(modem, pdus);
 }

@@ -1,5 +1,6 @@
-// A text to send as the records of its messages: the alphabet, and how many characters a part of a
-// long message has. Pure: the text stays the caller's, nothing is allocated; any thread.
+// A text to send as the records of its messages: the alphabet, and how much of it a part of a long
+// message has. Each fits a message, with its escapes. Pure: the text stays the caller's, nothing is
+// allocated; any thread.
 #pragma once
 
 #include <cstddef>

@@ -65,7 +65,7 @@ void Put7bit(PduText *to, const char *text, size_t length, const ShortMsgHeader 
   PutOctets(to, packed, static_cast<size_t>(count));
 }
 
-/* Lengths beyond an octet are cut to it: whoever sends refuses what is longer. */
+/* Lengths beyond an octet are cut to it: what sms_parts.h makes of a text is shorter. */
 void PutData(PduText *to, const ShortMsgParam *record, const ShortMsgHeader *header) {
   const char *text = record->TP_UD;
   size_t length = strnlen(text, sizeof record->TP_UD);

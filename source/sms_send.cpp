@@ -18,25 +18,8 @@ constexpr char kProvider[] = "10010";
 
 const char *Behind(const char *text, char first) { return *text == first ? text + 1 : text; }
 
-/* Whether a 7-bit text with its escapes and its header is one message: texts are split by their
-   characters, so one that is full of escapes may not be. -1 (logged) when it is not. */
-int CheckLength(const ShortMsgParam &record, const ShortMsgHeader *header) {
-  constexpr size_t kSeptets = 160, kHeaderSeptets = 8;
-  if (record.TP_DCS != SHORTMSG_DCS_7BIT) return 0;
-  uint8_t packed[SHORTMSG_TEXT_SIZE];
-  int escapes = 0;
-  size_t length = strlen(record.TP_UD);
-  Encode7bit(record.TP_UD, packed, length, &escapes);
-  length += static_cast<size_t>(escapes) + (header == nullptr ? 0 : kHeaderSeptets);
-  if (length <= kSeptets) return 0;
-  AMS_PRINT(4, "message of %zu septets not sent, %zu fit: use less of [ ] { } \\ ^ ~ |\n", length,
-            kSeptets);
-  return -1;
-}
-
 /* Hands one PDU to the modem. `status`: as SendOrStore's. */
 int Hand(const ShortMsgParam &record, const ShortMsgHeader *header, int status) {
-  if (CheckLength(record, header) != 0) return -1;
   char pdu[SHORTMSG_PDU_SIZE], command[48];
   int length = SHORTMSG_EncodePdu(&record, pdu, header);
   int octets = PduTpduLength(pdu, length);

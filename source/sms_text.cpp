@@ -191,6 +191,10 @@ int InvertNumbers(const char *digits, char *text, size_t size, size_t n) {
   return static_cast<int>(length);
 }
 
+int GsmSeptets(char character) {
+  return (kSeptets[static_cast<uint8_t>(character)] & kEscaped) != 0 ? 2 : 1;
+}
+
 int Encode7bit(const char *text, uint8_t *bytes, size_t size, size_t n, int *escapes) {
   Packer packer = {bytes, size, 0, 0, 0};
   int added = 0;

@@ -49,6 +49,9 @@ inline constexpr GsmAsciiPair GsmAsciiMap[] = {
     {0x2F, '\\'}, {0x3C, '['}, {0x3D, '~'}, {0x3E, ']'}, {0x40, '|'},
 };
 
+/* How many septets a character takes: 2 when an escape comes first. */
+int GsmSeptets(char character);
+
 /* Packs the first `n` characters of `text` into septets, eight in seven bytes; `escapes` gets how
    many septets more than characters there are. How many bytes were written. The bits left over
    behind the last septet are written only by a septet that follows, so a caller passes the length

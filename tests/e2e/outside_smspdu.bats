@@ -46,6 +46,9 @@ text=hellohello"
   expect 0 "143
 30" field length smspdu encode --json --sca 1 --tpa 2 --text "$text"
   [ "$(field text smspdu encode --json --sca 1 --tpa 2 --text "$text" | tr -d '\n')" = "$text" ]
+  # Each bracket is two septets: 76 of them are the 152 that a header leaves.
+  text=$(printf '[%.0s' {1..160})
+  expect 0 "$(printf '%.76s\n%.76s\n%.8s' "$text" "$text" "$text")" field text smspdu encode --json --sca 1 --tpa 2 --text "$text"
 }
 
 @test "what is printed cannot steer a terminal, and bytes that are no text stay JSON" {

@@ -80,7 +80,15 @@ void EncodeRecord(const uint8_t *data, size_t size) {
   }
 }
 
-/* The parts are all of the text; joined, the units of a long UCS2 text's parts are its own. */
+/* Counted by hand: two for a character behind an escape. */
+void CheckSeptets(const char *text, size_t most) {
+  size_t septets = strlen(text);
+  for (; *text != '\0'; ++text) septets += strchr("[]{}|\\^~", *text) != nullptr ? 1 : 0;
+  Check(septets <= most, "a part has more septets than a message");
+}
+
+/* Each part is a message with its escapes and header. The parts are all of the text; joined, the
+ * units of a long UCS2 text's parts are its own. */
 void SplitText(const uint8_t *data, size_t size) {
   auto text = Block(data, size, 0);
   size_t room = 2 * size + 2, length = 0;
@@ -93,6 +101,7 @@ void SplitText(const uint8_t *data, size_t size) {
   bool digits = total > 1 && parts.dcs == SHORTMSG_DCS_UCS2;
   for (; ShortMsgNextPart(&parts, &record, &header) != 0; ++given) {
     CheckText(record.TP_UD, "a part is not terminated");
+    if (parts.dcs == SHORTMSG_DCS_7BIT) CheckSeptets(record.TP_UD, total > 1 ? 152 : 160);
     if (digits)
       length += static_cast<size_t>(
           HexToBytes(record.TP_UD, joined.get() + length, room - length, strlen(record.TP_UD)));

@@ -1,4 +1,6 @@
 // What the network does to the modem simulator, how it misbehaves, and what modemctl may ask of it.
+#include <algorithm>
+
 #include "modem_control.h"
 #include "modem_support.h"
 
@@ -78,6 +80,19 @@ TEST(Modem, ReceivesTexts) {
     EXPECT_EQ(reply["status"], 0) << c.what << ": " << reply;
     EXPECT_EQ(Received(&modem), std::vector<std::string>{centre + c.pdu}) << c.what;
     EXPECT_EQ(modem.storages["SM"].messages[0].stat, 0) << c.what;
+  }
+}
+
+/* Texts of as many characters as one message or 255 of them have, of more octets than most. */
+TEST(Modem, TextsThatFitAreReceived) {
+  std::string most;
+  for (int at = 0; at < 255 * 65; ++at) most += "\u4f60";
+  for (const auto &[text, messages] : {std::pair(std::string(160, '['), 3), std::pair(most, 255)}) {
+    Modem modem;
+    ModemJson reply = Control(&modem, {{"verb", "receive"}, {"from", "907"}, {"message", text}});
+    std::string places = reply["text"];
+    EXPECT_EQ(reply["status"], 0) << places;
+    EXPECT_EQ(std::count(places.begin(), places.end(), '\n'), messages);
   }
 }
 

@@ -189,17 +189,14 @@ TEST_F(ShortMsg, EachRecipientGetsOne) {
 TEST_F(ShortMsg, LongTextsGoInParts) {
   const struct {
     std::string text;
-    int result;
     Lines parts;
   } cases[] = {
-      {std::string(161, 'a'), 0, {"AT+CMGW=", "AT+CMGW=", "AT+CMGS=", "AT+CMGS="}},
-      {std::string(80, '['), 0, {"AT+CMGW=", "AT+CMGS="}},
-      {std::string(80, '[') + 'a', -1, {}},
-      {std::string(160, '['), -1, {}},
+      {std::string(155, 'a') + "[[[", {"AT+CMGW=", "AT+CMGW=", "AT+CMGS=", "AT+CMGS="}},
+      {std::string(80, '['), {"AT+CMGW=", "AT+CMGS="}},
   };
   for (const auto &one : cases) {
     AskToSend("10010", one.text);
-    EXPECT_EQ(Send(), one.result) << one.text;
+    EXPECT_EQ(Send(), 0) << one.text;
     Lines parts;
     for (const std::string &line : TakeCommands())
       if (line.find("echo 'AT+CMG") == 0) parts.push_back(line.substr(6, 8));

@@ -393,6 +393,14 @@ const PartsCase kParts[] = {
     {"160 characters", Repeat("a", 160), 0, 1, 160},
     {"161 characters", Repeat("a", 161), 0, 2, 16},
     {"291 characters", Repeat("a", 291), 0, 3, 1},
+    {"160 septets", Repeat("[", 80), 0, 1, 80},
+    {"161 septets of 158 characters", Repeat("a", 155) + "[[[", 0, 2, 13},
+    {"160 characters of two septets", Repeat("[", 160), 0, 3, 8},
+    {"parts of 145 characters with 7 escapes", Repeat(Repeat("[", 7) + Repeat("a", 138), 2), 0, 2,
+     145},
+    {"a part of 145 characters with 8 escapes", Repeat("[", 8) + Repeat("a", 153), 0, 2, 17},
+    {"the most parts of escapes", Repeat("[", 255 * 76), 0, 255, 76},
+    {"one escape too many", Repeat("[", 255 * 76 + 1), 0, -1, 0},
     {"the most parts", Repeat("a", 255 * 145), 0, 255, 145},
     {"one too many", Repeat("a", 255 * 145 + 1), 0, -1, 0},
     {"70 characters of UCS2", Repeat("\u4f60", 70), 8, 1, 70},
@@ -402,7 +410,7 @@ const PartsCase kParts[] = {
     {"one too many of UCS2", Repeat("\u00e9", 255 * 65 + 1), 8, -1, 0},
 };
 
-TEST(SmsParts, SplitsByCharacters) {
+TEST(SmsParts, SplitsByCharactersAndSeptets) {
   for (const PartsCase &one : kParts) {
     SCOPED_TRACE(one.what);
     Parts got = SplitAndDecode(one.text);
@@ -415,6 +423,9 @@ TEST(SmsParts, SplitsByCharacters) {
     for (int at = 0; at < one.total; ++at) {
       const Decoded &part = got.decoded[static_cast<size_t>(at)];
       EXPECT_EQ(part.record.TP_DCS, one.dcs);
+      if (one.dcs == SHORTMSG_DCS_7BIT) {
+        EXPECT_LE(part.length, 160) << at;
+      }
       EXPECT_EQ(part.entry.hasUdh, one.total > 1);
       EXPECT_STREQ(part.entry.concatRef, one.total > 1 ? "770E" : "");
       EXPECT_EQ(part.entry.concatTotal, one.total > 1 ? one.total : 0);
@@ -432,13 +443,13 @@ TEST(SmsParts, FourByteAndBrokenCharactersAreReplacedOnceEach) {
   }
 }
 
-/* Without "@", whose loss at the end of a part is odd on purpose; with few escapes, since a part
-   has 255 septets at most. */
+/* Without "@", whose loss at the end of a part is odd on purpose. */
 TEST(SmsPartsProperty, JoinedPartsAreTheText) {
   EXPECT_TRUE(rc::check("7-bit", [] {
-    std::string text = *AsciiText("@[]{}|\\^~", 1000);
-    for (size_t at = 0; at < text.size(); at += 31) text[at] = '[';
-    RC_ASSERT(SplitAndDecode(text).joined == text);
+    std::string text = *AsciiText("@", 1000);
+    Parts got = SplitAndDecode(text);
+    RC_ASSERT(got.joined == text);
+    for (const Decoded &part : got.decoded) RC_ASSERT(part.length <= 160);
   }));
   EXPECT_TRUE(rc::check("UCS2", [] {
     std::string text = *Ucs2Text(500) + "\u4f60";
