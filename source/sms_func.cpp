@@ -2,6 +2,8 @@
 // sms_send.cpp, how they are listed in sms_box.cpp.
 #include "sms_func.h"
 
+#include <algorithm>
+#include <cstdint>
 #include <cstdlib>
 #include <cstring>
 #include <string>
@@ -45,16 +47,16 @@ bool AsksFor(const char *value, const char *name) {
 
 /* ---- actions ---- */
 
-/* One index of a list, -1 when it is none: 0 would be the first message of a modem. */
-int IndexOf(const std::string &text) {
-  if (text.find_first_not_of("0123456789") != text.npos || text.size() > 6) return -1;
-  return atoi(text.c_str());
+/* -1 when it is none: 0 would be the first message of a modem, and the action that deletes. */
+int NumberOf(const std::string &text) {
+  if (text.empty() || text.find_first_not_of("0123456789") != text.npos) return -1;
+  return static_cast<int>(std::min(strtol(text.c_str(), nullptr, 10), long{INT32_MAX}));
 }
 
 int DeleteEach(const char *list, int (*remove)(int)) {
   std::vector<std::string> pieces = Pieces(list, ',');
   for (const std::string &piece : pieces) {
-    int index = IndexOf(piece);
+    int index = NumberOf(piece);
     if (index < 0 || remove(index) != 0) return SHORTMSG_DELETE_FAILED;
   }
   return pieces.empty() ? SHORTMSG_NOTHING : SHORTMSG_DONE;
@@ -170,7 +172,7 @@ int ReadLeaf(const OpFuncArg *arg, const char *name, char (&value)[N]) {
 
 int ShortMsgAction(const char *code, const char *argument, const char *content,
                    const char *country) {
-  int action = atoi(code);
+  int action = NumberOf(code);
   bool known = action >= 0 && action < static_cast<int>(std::size(kActions));
   msgResult = known ? kActions[action]({argument, content, country}) : SHORTMSG_NOTHING;
   return msgResult;
@@ -181,6 +183,10 @@ namespace {
 /* Runs the action that the request's leaves say. */
 int RunAsked(const OpFuncArg *arg, const std::string &code) {
   char argument[256], content[kContentRoom];
+  if (NumberOf(code) < 0) {
+    AMS_PRINT(4, "action \"%s\" refused: give the number of one\n", code.c_str());
+    return -1;
+  }
   if (ReadLeaf(arg, "ActionArgument", argument) != 0 ||
       ReadLeaf(arg, "ActionContent", content) != 0)
     return -1;

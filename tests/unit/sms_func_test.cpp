@@ -43,7 +43,8 @@ const ActionCase kActions[] = {
     {"select only", "4", "", "", {}, 200, {kGsm}},
     {"nothing", "12", "", "", {}, 200, {}},
     {"no such action", "15", "", "", {}, 200, {}},
-    {"junk is action 0", "x", "", "", {}, 200, {}},
+    {"junk is no action", "oops", "1", "", {}, 200, {}},
+    {"a code that no int holds", "4294967299", "1", "", {}, 200, {}},
     {"service centre", "14", "+861", "", {}, 0, {kGsm, kCentre}},
     {"centre refused", "14", "+861", "", {{"CSCA=", "ERROR\r\n"}}, 402, {kGsm, kCentre}},
     {"no service centre", "14", "12\\\"3", "", {}, 402, {}},
@@ -90,7 +91,10 @@ TEST_F(ShortMsg, RequestsAreReadLeafByLeaf) {
       {"a code in a text", "ActionContent=ActionCode=0\3ActionCode=4", 0, {kGsm}},
       {"nothing that acts", "ActionArgument=1", 0, {}},
       {"a failure", "DelIdx=x", -1, {}},
+      {"a code that is no number", "ActionCode=oops", -1, {}},
+      {"no code", "ActionCode=", -1, {}},
   };
+  SetLeaf(SHORT_MSG ".ActionArgument", "1");
   for (const auto &one : cases) {
     EXPECT_EQ(Set(one.value), one.result) << one.what;
     EXPECT_EQ(TakeCommands(), one.lines) << one.what;
