@@ -8,6 +8,9 @@
 #include <cstddef>
 #include <cstdint>
 #include <cstdio>
+#include <set>
+#include <string>
+#include <string_view>
 
 #include "sms_pdu.h"
 
@@ -33,10 +36,10 @@ enum {
   SHORTMSG_PHONEBOOK_FAILED = 404,
 };
 
-/* Runs action `code` (decimal text): 0 to 3 delete the messages of a list "1,2,3", 6 sends, 7
-   stores and sends, 8 stores, 9 and 10 delete phonebook entries of a list, 11 adds one (`argument`
-   the number, `content` the name), 14 sets the service centre. Returns its result, which is in
-   msgResult too. `content` and `country` may be "". */
+/* Runs action `code` (decimal text; anything else is no action): 0 to 3 delete the messages of a
+   list "1,2,3", 6 sends, 7 stores and sends, 8 stores, 9 and 10 delete phonebook entries of a list,
+   11 adds one (`argument` the number, `content` the name), 14 sets the service centre. Returns its
+   result, which is in msgResult too. `content` and `country` may be "". */
 int ShortMsgAction(const char *code, const char *argument, const char *content,
                    const char *country);
 
@@ -56,15 +59,26 @@ int ShortMsgDial(const char *number, const char *country, char (&digits)[SHORTMS
    received, 1 sent, 2 unsent, anything else all. -1: the modem gave none. */
 int SHORTMSG_SMS_Get(int filter, char *text, size_t size);
 
-/* Forgets that the message at `index` of the storage was unread: another one may take its place. */
-void ShortMsgForgetUnread(int index);
+/* Forgets what is known of the message at `index` of the storage: another one may take its place.
+ */
+void ShortMsgForget(int index);
 
-/* The pure part of it: sorts `count` entries and appends the records of those that pass.
-   `keep_unread` has a mark for each index of the storage that was read once and stays unread for
-   the user. */
+/* What is known of a storage's messages, by index. */
 enum { SHORTMSG_MARKS = 255 };
-void ShortMsgFormatList(ShortMsgEntry *entries, size_t count, int filter,
-                        bool (&keep_unread)[SHORTMSG_MARKS], char *text, size_t size);
+struct ShortMsgMarks {
+  bool unread[SHORTMSG_MARKS]; /* was unread when it was listed; the modem turns it into read, for
+                                  the user it stays unread */
+  std::set<int> unlisted;      /* belongs into no list, which was logged */
+};
+
+/* The part of it that asks no modem: sorts `count` entries and writes the records of those that
+   pass. What belongs into the list and has no record is logged. */
+void ShortMsgFormatList(const ShortMsgEntry *entries, size_t count, int filter,
+                        ShortMsgMarks *marks, char *text, size_t size);
+
+/* `text` with U+FFFD for each control character: a value of the store that has byte 0x03 would be
+   refused, and none of them has a meaning to who reads it. */
+std::string ShortMsgPrintable(std::string_view text);
 
 int ShortMsgPhonebookAdd(const char *number, const char *name);
 int ShortMsgPhonebookDelete(int index);
@@ -77,5 +91,6 @@ int ShortMsgPhonebookList(FILE *out);
    network answers is kept for UssdReport. Waits up to 30 s for it. */
 void UssdSend(const char *command);
 
-/* Has a menu that is 61 s old expire, and writes the one that is left as a status. */
-void UssdReport();
+/* Has a menu that is 61 s old expire, and writes the one that is left as a status. -1 (logged): it
+   cannot be written. */
+int UssdReport();

@@ -7,7 +7,6 @@
 #include <cstring>
 #include <string>
 #include <string_view>
-#include <unordered_map>
 #include <vector>
 
 #include "ams_common_api.h"
@@ -24,7 +23,6 @@ constexpr char kListed[] = "/var/atresult_msg";
 constexpr char kCellLock[] =
     "InternetGatewayDevice.WANDevice.3.WANDongleInterfaceConfig.X_KVO-CellLock";
 constexpr size_t kEntries = 128;
-constexpr int kTests = 200; /* 10 ms apart */
 
 /* The list in work. Kept from list to list: fresh memory for it would cost more than reading it. */
 struct Box {
@@ -33,38 +31,24 @@ struct Box {
 };
 Box box;
 
-/* What was unread when it was listed. The modem turns it into read; for the user it stays unread.
- */
-bool unread_sim[SHORTMSG_MARKS], unread_memory[SHORTMSG_MARKS];
+ShortMsgMarks sim_marks, memory_marks;
 
-bool InMemory() { return strcmp(shortMsgState.msgStorage, "ME") == 0; }
+ShortMsgMarks &Marks() {
+  return strcmp(shortMsgState.msgStorage, "ME") == 0 ? memory_marks : sim_marks;
+}
 
 /* ---- records ---- */
 
-/* The parts that are there of each long message, by their number. */
 using Entries = std::vector<const ShortMsgEntry *>;
-using Parts = std::unordered_map<std::string, Entries>;
 
-std::string PartsKey(const ShortMsgEntry &entry) {
-  return std::string(entry.concatRef, strnlen(entry.concatRef, sizeof entry.concatRef)) + '/' +
-         std::to_string(entry.concatTotal) + '/' + entry.number;
-}
-
-Parts PartsOf(const Entries &order) {
-  Parts parts;
-  for (const ShortMsgEntry *entry : order)
-    if (entry->hasUdh != 0) parts[PartsKey(*entry)].push_back(entry);
-  for (auto &[key, list] : parts)
-    std::stable_sort(list.begin(), list.end(), [](const ShortMsgEntry *a, const ShortMsgEntry *b) {
-      return a->concatSeq < b->concatSeq;
-    });
-  return parts;
+bool IsReceived(const ShortMsgEntry &entry) {
+  return entry.stat == SHORTMSG_UNREAD || entry.stat == SHORTMSG_READ;
 }
 
 bool Passes(const ShortMsgEntry &entry, int filter) {
   switch (filter) {
     case 0:
-      return entry.stat == SHORTMSG_UNREAD || entry.stat == SHORTMSG_READ;
+      return IsReceived(entry);
     case 1:
       return entry.stat == SHORTMSG_SENT;
     case 2:
@@ -74,40 +58,61 @@ bool Passes(const ShortMsgEntry &entry, int filter) {
   }
 }
 
+/* Whether `entry` has a record of its own: the further parts of a long message do not. */
+bool IsFirst(const ShortMsgEntry &entry) { return entry.hasUdh == 0 || entry.concatSeq == 1; }
+
 /* The status for the user. */
 int Status(const ShortMsgEntry &entry, bool (&keep_unread)[SHORTMSG_MARKS]) {
   if (entry.index < 0 || entry.index >= SHORTMSG_MARKS) return entry.stat;
   bool *keep = &keep_unread[entry.index];
   if (entry.stat == SHORTMSG_UNREAD) *keep = true;
-  if (entry.stat == SHORTMSG_SENT || entry.stat == SHORTMSG_UNSENT) *keep = false; /* another one */
+  if (!IsReceived(entry)) *keep = false; /* another one */
   return *keep ? int{SHORTMSG_UNREAD} : entry.stat;
 }
 
-/* Puts the further parts of a long message behind its first one. Of two with one number the first
-   counts. */
-void AppendParts(const ShortMsgEntry &entry, const Parts &parts, std::string *index,
+bool Belongs(const ShortMsgEntry &part, const ShortMsgEntry &first, int number) {
+  return part.concatSeq == number && part.concatTotal == first.concatTotal &&
+         IsReceived(part) == IsReceived(first) &&
+         memcmp(part.concatRef, first.concatRef, sizeof part.concatRef) == 0 &&
+         strcmp(part.number, first.number) == 0;
+}
+
+/* Takes the further parts of a long message out of `parts` and puts them behind its first one. A
+   part is of one message only: two of one sender may have the same reference, as all that this
+   gateway sends have. */
+void AppendParts(const ShortMsgEntry &first, Entries *parts, std::string *index,
                  std::string *content) {
-  auto found = parts.find(PartsKey(entry));
-  if (entry.hasUdh == 0 || found == parts.end()) return;
-  int last = 1;
-  for (const ShortMsgEntry *part : found->second) {
-    if (part->concatSeq <= last || part->concatSeq > entry.concatTotal) continue;
-    last = part->concatSeq;
-    *index += "," + std::to_string(part->index);
-    *content += part->content;
+  for (int number = 2; first.hasUdh != 0 && number <= first.concatTotal; ++number) {
+    auto part = std::find_if(parts->begin(), parts->end(), [&](const ShortMsgEntry *entry) {
+      return Belongs(*entry, first, number);
+    });
+    if (part == parts->end()) continue;
+    *index += "," + std::to_string((*part)->index);
+    *content += (*part)->content;
+    parts->erase(part);
   }
 }
 
 /* Each field is followed by its mark, the last one too. */
-std::string Record(const ShortMsgEntry &entry, const Parts &parts,
-                   bool (&keep_unread)[SHORTMSG_MARKS]) {
+std::string Record(const ShortMsgEntry &entry, Entries *parts, ShortMsgMarks *marks) {
   std::string index = std::to_string(entry.index), content = entry.content;
   AppendParts(entry, parts, &index, &content);
+  marks->unlisted.erase(entry.index);
   std::string record;
-  for (const std::string &field : {index, std::to_string(Status(entry, keep_unread)),
+  for (const std::string &field : {index, std::to_string(Status(entry, marks->unread)),
                                    std::string(entry.number), std::string(entry.time), content})
     record += field + "}-{";
-  return record + "|,|";
+  return ShortMsgPrintable(record + "|,|");
+}
+
+/* Parts that no record took would stay in the storage unseen. */
+void LogUnlisted(const Entries &parts, int filter, ShortMsgMarks *marks) {
+  for (const ShortMsgEntry *part : parts)
+    if (Passes(*part, filter) && marks->unlisted.insert(part->index).second)
+      AMS_PRINT(3,
+                "message %d is not listed: its header or reply path makes it part %d of %d, and "
+                "there is no part 1; DelIdx deletes it\n",
+                part->index, part->concatSeq, part->concatTotal);
 }
 
 /* ---- the modem's list ---- */
@@ -120,7 +125,7 @@ void CountStatus(int status) {
 
 /* A message of the provider's that asks for another cell. It is carried out and never shown. */
 bool IsCellLock(const ShortMsgEntry &entry) {
-  if (entry.stat != SHORTMSG_UNREAD && entry.stat != SHORTMSG_READ) return false;
+  if (!IsReceived(entry)) return false;
   bool provider = strcmp(entry.number, "907") == 0 || strcmp(entry.number, "909") == 0;
   return provider && strstr(shortMsgDecoded.text, "1036") != nullptr && LeafInt(kCellLock) == 1;
 }
@@ -129,7 +134,7 @@ void LockCell(int index) {
   cfgSystemCmd("at-mngr AT+QCELLLOCK=0 > /dev/null");
   usleep(500);
   cfgSystemCmd("at-mngr AT+QCELLLOCK=1 > /dev/null");
-  if (ModemDeleteMessage(index) == 0) ShortMsgForgetUnread(index); /* else it comes again */
+  if (ModemDeleteMessage(index) == 0) ShortMsgForget(index); /* else it comes again */
 }
 
 void Keep(const std::string &lines) {
@@ -151,12 +156,40 @@ void Keep(const std::string &lines) {
 /* The PDU that the last "+CMGL:" line waits for. */
 bool IsPdu(const char *line) { return HexValue(line[0]) >= 0 && strpbrk(line, "+:RKr") == nullptr; }
 
+/* What the script leaves, which may come line by line or piece by piece. */
+struct Listing {
+  FILE *file = nullptr;
+  int tests = 200; /* for what is not there yet; 10 ms apart */
+};
+
+bool WaitForMore(Listing *listing) {
+  if (--listing->tests <= 0) return false;
+  usleep(10000);
+  return true;
+}
+
+/* The next line, or as much of it as fits or comes in time. False when nothing does. */
+bool NextLine(Listing *listing, char (&line)[1024]) {
+  size_t length = 0;
+  while (length + 1 < sizeof line && (length == 0 || line[length - 1] != '\n')) {
+    int byte = getc(listing->file);
+    if (byte != EOF)
+      line[length++] = static_cast<char>(byte);
+    else if (!WaitForMore(listing))
+      break;
+    else
+      clearerr(listing->file); /* else the end that was seen stays the end */
+  }
+  line[length] = '\0';
+  return length > 0;
+}
+
 /* 0 after "OK"; -1 after "ERROR", or when the list breaks off. A head without its PDU is passed
    over; blank lines may stand anywhere. */
-int ReadEntries(FILE *file) {
+int ReadEntries(Listing *listing) {
   char line[1024];
   std::string head;
-  while (fgets(line, sizeof line, file) != nullptr) {
+  while (NextLine(listing, line)) {
     if (!head.empty() && IsPdu(line)) {
       Keep(head + line);
       head.clear();
@@ -178,48 +211,59 @@ void SelectStorage() {
     cfgSystemCmd("echo 1 > %s", kStorageSelected);
 }
 
-/* Has the script list the messages and opens what it left; NULL when it left nothing in 2 s. */
-FILE *AskForList(int filter) {
+/* Has the script list the messages and opens what it leaves. */
+void AskForList(int filter, Listing *listing) {
   char command[64];
   (void)unlink(kListed); /* of a list that was given up: the script's own comes later */
   snprintf(command, sizeof command, "%s %d &", "/usr/syscfg/sms_getmsg.sh", filter);
   printf("Fun:%s cmd: %s\n", "SHORTMSG_SMS_Get", command);
   cfgSystemCmd("%s", command);
-  for (int test = 0; test < kTests; ++test) {
-    FILE *file = fopen(kListed, "re");
-    if (file != nullptr) return file;
-    usleep(10000);
-  }
-  return nullptr;
+  do listing->file = fopen(kListed, "re");
+  while (listing->file == nullptr && WaitForMore(listing));
 }
 
 }  // namespace
 
-void ShortMsgFormatList(ShortMsgEntry *entries, size_t count, int filter,
-                        bool (&keep_unread)[SHORTMSG_MARKS], char *text, size_t size) {
-  Entries order;
+std::string ShortMsgPrintable(std::string_view text) {
+  std::string printable;
+  for (char character : text) {
+    auto byte = static_cast<unsigned char>(character);
+    if (byte < 0x20 || byte == 0x7F)
+      printable += "\uFFFD";
+    else
+      printable += character;
+  }
+  return printable;
+}
+
+void ShortMsgFormatList(const ShortMsgEntry *entries, size_t count, int filter,
+                        ShortMsgMarks *marks, char *text, size_t size) {
+  Entries order, parts;
   for (size_t i = 0; i < count; ++i) order.push_back(&entries[i]);
   std::stable_sort(order.begin(), order.end(), [](const ShortMsgEntry *a, const ShortMsgEntry *b) {
     return strcmp(a->time, b->time) > 0;
   });
-  const Parts parts = PartsOf(order);
+  for (const ShortMsgEntry *entry : order)
+    if (!IsFirst(*entry)) parts.push_back(entry);
   size_t length = 0;
+  *text = '\0';
   for (const ShortMsgEntry *entry : order) {
-    if (!Passes(*entry, filter) || (entry->hasUdh != 0 && entry->concatSeq != 1)) continue;
-    std::string record = Record(*entry, parts, keep_unread);
+    if (!Passes(*entry, filter) || !IsFirst(*entry)) continue;
+    std::string record = Record(*entry, &parts, marks);
     if (length + record.size() >= size) {
       AMS_PRINT(3, "the list ends before message %d: %zu bytes are full\n", entry->index, size);
-      break;
+      return;
     }
-    memcpy(text + length, record.data(), record.size());
+    memcpy(text + length, record.c_str(), record.size() + 1);
     length += record.size();
   }
-  text[length] = '\0';
+  LogUnlisted(parts, filter, marks);
 }
 
-void ShortMsgForgetUnread(int index) {
-  if (index >= 0 && index < SHORTMSG_MARKS)
-    (InMemory() ? unread_memory : unread_sim)[index] = false;
+void ShortMsgForget(int index) {
+  ShortMsgMarks &marks = Marks();
+  if (index >= 0 && index < SHORTMSG_MARKS) marks.unread[index] = false;
+  marks.unlisted.erase(index);
 }
 
 int SHORTMSG_SMS_Get(int filter, char *text, size_t size) {
@@ -227,14 +271,13 @@ int SHORTMSG_SMS_Get(int filter, char *text, size_t size) {
   shortMsgDecoded = {};
   SelectStorage();
   ShortMsgReadServiceCentre();
-  FILE *file = AskForList(filter);
-  if (file == nullptr) return -1;
+  Listing listing;
+  AskForList(filter, &listing);
+  if (listing.file == nullptr) return -1;
   box.count = 0;
-  int result = ReadEntries(file);
-  fclose(file);
+  int result = ReadEntries(&listing);
+  fclose(listing.file);
   (void)unlink(kListed); /* it was just there */
-  if (result == 0)
-    ShortMsgFormatList(box.entries, box.count, filter, InMemory() ? unread_memory : unread_sim,
-                       text, size);
+  if (result == 0) ShortMsgFormatList(box.entries, box.count, filter, &Marks(), text, size);
   return result;
 }

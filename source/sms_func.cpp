@@ -72,7 +72,7 @@ void SelectGsm() { (void)ModemCharacterSet("GSM"); }
 
 int DeleteMessage(int index) {
   if (ModemDeleteMessage(index) != 0) return -1;
-  ShortMsgForgetUnread(index);
+  ShortMsgForget(index);
   return 0;
 }
 
@@ -134,10 +134,11 @@ int (*const kActions[])(const ActionArg &) = {
 
 /* ---- op functions ---- */
 
-void ReadBox(int filter, const char *path) {
+/* A list that cannot be read leaves the one that was read last; -1 when it cannot be stored. */
+int ReadBox(int filter, const char *path) {
   std::string list(kListRoom, '\0');
-  if (SHORTMSG_SMS_Get(filter, list.data(), list.size()) == 0)
-    (void)cfgStatusSetStr(path, list.c_str()); /* logged by the store */
+  if (SHORTMSG_SMS_Get(filter, list.data(), list.size()) != 0) return 0;
+  return cfgStatusSetStr(path, list.c_str());
 }
 
 /* The text that the request sets the leaf `name` to. False when it does not set it. */
@@ -195,15 +196,17 @@ int RunAsked(const OpFuncArg *arg, const std::string &code) {
 
 }  // namespace
 
-/* A list that cannot be read leaves the one that was read last. */
 int FuncServShortMsg(OpFuncArg *arg) {
   if (arg == nullptr) return -1;
   LOG_AS("FuncHandleShortMsg", arg);
-  if (arg->op == TMF_GET && AsksFor(arg->value, "MsgInbox")) ReadBox(0, SHORT_MSG "MsgInbox");
-  if (arg->op == TMF_GET && AsksFor(arg->value, "MsgOutbox")) ReadBox(1, SHORT_MSG "MsgOutbox");
+  int result = 0;
   std::string text;
+  if (arg->op == TMF_GET && AsksFor(arg->value, "MsgInbox"))
+    result = ReadBox(0, SHORT_MSG "MsgInbox");
+  if (arg->op == TMF_GET && AsksFor(arg->value, "MsgOutbox"))
+    result |= ReadBox(1, SHORT_MSG "MsgOutbox");
   if (SetsLeaf(arg, "DelIdx", &text)) return Report(ShortMsgAction("3", text.c_str(), "", ""));
-  return SetsLeaf(arg, "ActionCode", &text) ? RunAsked(arg, text) : 0;
+  return SetsLeaf(arg, "ActionCode", &text) ? RunAsked(arg, text) : result;
 }
 
 /* One recipient's failure does not keep the message from the others; it is the result. */
@@ -226,7 +229,7 @@ int FuncServShortMsgSend(OpFuncArg *arg) {
 int FuncServShortMsgUssdSend(OpFuncArg *arg) {
   if (arg == nullptr) return -1;
   LOG_AS("FuncServShortMsgUssdSend", arg);
-  if (arg->op == TMF_GET) UssdReport();
+  if (arg->op == TMF_GET) return UssdReport();
   std::string command;
   if (SetsLeaf(arg, "Command", &command)) UssdSend(command.c_str());
   return 0;

@@ -118,7 +118,7 @@ std::string JoinedMenu() {
   if (file == nullptr) return menu;
   for (bool first = true; fgets(line, sizeof line, file) != nullptr; first = false) {
     line[strcspn(line, "\r\n")] = '\0';
-    menu += (first ? "" : "<br>") + std::string(line);
+    menu += (first ? "" : "<br>") + ShortMsgPrintable(line);
   }
   fclose(file);
   return menu.substr(0, kAnswerRoom - 1);
@@ -146,9 +146,8 @@ void UssdSend(const char *command) {
   shortMsgState.ussdTime = UpTime();
 }
 
-void UssdReport() {
+int UssdReport() {
   if (!HasRunResult()) ExpireMenu();
-  /* Logged by the store. */
-  (void)cfgStatusSetStr("InternetGatewayDevice.Services.X_KVO_ShortMsg.USSD.Menu",
-                        JoinedMenu().c_str());
+  return cfgStatusSetStr("InternetGatewayDevice.Services.X_KVO_ShortMsg.USSD.Menu",
+                         JoinedMenu().c_str());
 }

@@ -1,4 +1,6 @@
 // The list of short messages for the web page, the phonebook's, and service codes.
+#include <thread>
+
 #include "sms_support.h"
 
 namespace {
@@ -54,13 +56,85 @@ TEST_F(ShortMsg, BrokenListsLoseOnlyWhatIsBroken) {
 
 TEST_F(ShortMsg, ListsThatFailLeaveTheLastOne) {
   SetLeaf(SHORT_MSG ".MsgInbox", "last");
-  for (const char *answer : {"+CMS ERROR: 310\r\n", "", "garbage\n"}) {
+  for (const char *answer : {"+CMS ERROR: 310\r\n", "garbage\n"}) {
     answers_ = {{"sms_getmsg", answer}};
     EXPECT_EQ(ReadInbox(), 0);
     EXPECT_EQ(Leaf(SHORT_MSG ".MsgInbox"), "last") << answer;
     EXPECT_FALSE(fs::exists("/var/atresult_msg"));
   }
   EXPECT_EQ(msgResult, 310);
+}
+
+/* From 907 at 99/03/29 15:16:59: 7-bit text that begins with a yen sign, code 3; class 2, so taken
+   for 8-bit data; a sender whose name begins with code 1. */
+TEST_F(ShortMsg, ControlCharactersAreReplaced) {
+  const std::string head = "0004038109F700", time = "99309251619580";
+  answers_ = {{"sms_getmsg", Listed(1, 1, head + "00" + time + "028320") +
+                                 Listed(2, 1, head + "12" + time + "0641031B0D0A7F") +
+                                 Listed(3, 1, "0004049181A10000" + time + "0131") + "OK\r\n"}};
+  EXPECT_EQ(ReadInbox(), 0);
+  const std::string from = "}-{1}-{907}-{2099-03-29 15:16:59}-{", end = "}-{|,|";
+  EXPECT_EQ(Leaf(SHORT_MSG ".MsgInbox"), "1" + from + "\uFFFDA" + end + "2" + from +
+                                             "A\uFFFD\uFFFD<br>\uFFFD" + end +
+                                             "3}-{1}-{\uFFFDC}-{2099-03-29 15:16:59}-{1" + end);
+}
+
+class ShortMsgWithoutLists : public ShortMsg {
+ protected:
+  std::string DataModel() const override {
+    return R"(<InternetGatewayDevice type="object"><Services type="object">
+      <X_KVO_ShortMsg type="object"/></Services></InternetGatewayDevice>)";
+  }
+};
+
+TEST_F(ShortMsgWithoutLists, WhatCannotBeStoredIsRefused) {
+  answers_ = {{"sms_getmsg", Listed(3, 1, kHello) + "OK\r\n"}};
+  EXPECT_EQ(ReadInbox(), -1);
+  EXPECT_EQ(RunOp(kCapabInfoFuncTable, "FuncServShortMsg", TMF_GET, SHORT_MSG, "MsgOutbox"), -1);
+  EXPECT_EQ(RunOp(kCapabInfoFuncTable, "FuncServShortMsgUssdSend", TMF_GET, SHORT_MSG ".USSD"), -1);
+}
+
+/* The file is there at once, and the modem's lines come while it is read. */
+TEST_F(ShortMsg, AListIsReadUntilItsEnd) {
+  const std::string list = Listed(3, 1, kHello) + Listed(4, 1, kHello) + "\r\nOK\r\n";
+  const std::string record = "}-{1}-{27838890001}-{2099-03-29 15:16:59}-{hellohello}-{|,|";
+  for (size_t cut : {size_t{0}, size_t{10}, list.find(kHello) + 40, list.size() - 3}) {
+    std::thread modem;
+    OnSystem([&](const std::string &line) {
+      if (line.find("sms_getmsg") == line.npos) return;
+      WriteText("/var/atresult_msg", list.substr(0, cut));
+      modem = std::thread([rest = list.substr(cut)] {
+        usleep(50000); /* whoever reads once finds a part; the whole may be there just as well */
+        std::ofstream("/var/atresult_msg", std::ios::binary | std::ios::app) << rest;
+      });
+    });
+    SetLeaf(SHORT_MSG ".MsgInbox", "");
+    EXPECT_EQ(ReadInbox(), 0);
+    modem.join();
+    EXPECT_EQ(Leaf(SHORT_MSG ".MsgInbox"), "3" + record + "4" + record) << cut;
+  }
+}
+
+/* A second part of three; a header of ports; a reply path. */
+TEST_F(ShortMsg, WhatIsNotListedIsLoggedOnce) {
+  const std::string from = "038109F7000099309251619580";
+  answers_ = {
+      {"sms_getmsg", Listed(3, 1, "0044" + from + "12050003CC0302E6E5F1DB4D06C1C3723A") +
+                         Listed(4, 1, "0044" + from + "140B05040B8423F00003550201C0DF727A990C") +
+                         Listed(5, 1, "0084" + from + "0961F1985C369FD169") + Listed(6, 1, kHello) +
+                         "OK\r\n"}};
+  auto lines = [] {
+    std::string log = LogOf(3, [] { EXPECT_EQ(ReadInbox(), 0); });
+    Lines found;
+    for (size_t at = 0; (at = log.find("message ", at)) != log.npos; ++at)
+      found.push_back(log.substr(at, log.find(':', at) - at));
+    return found;
+  };
+  EXPECT_EQ(lines(), Lines({"message 3 is not listed", "message 4 is not listed",
+                            "message 5 is not listed"}));
+  EXPECT_EQ(lines(), Lines{});
+  EXPECT_EQ(Set("DelIdx=4"), 0);
+  EXPECT_EQ(lines(), Lines({"message 4 is not listed"})) << "another one";
 }
 
 TEST_F(ShortMsg, CellLockIsCarriedOutAndNotListed) {
@@ -97,9 +171,9 @@ ShortMsgEntry Entry(int index, int stat, const char *time, int part = 0, int tot
 }
 
 std::string Format(std::vector<ShortMsgEntry> entries, int filter, size_t size = 25600) {
-  bool marks[SHORTMSG_MARKS] = {};
+  ShortMsgMarks marks = {};
   std::string text(size, 'x');
-  ShortMsgFormatList(entries.data(), entries.size(), filter, marks, text.data(), size);
+  ShortMsgFormatList(entries.data(), entries.size(), filter, &marks, text.data(), size);
   return text.c_str();
 }
 
@@ -117,6 +191,17 @@ TEST_F(ShortMsg, FormatsLists) {
        shown("7,9,8", "<7><9><8>")},
       {"one is missing", {Entry(7, 1, "t", 1, 3), Entry(8, 1, "t", 3, 3)}, shown("7,8", "<7><8>")},
       {"the first is missing", {Entry(9, 1, "t", 2, 2)}, ""},
+      {"a sent one of the same number",
+       {Entry(0, 3, "t", 1, 2), Entry(1, 1, "t", 1, 2), Entry(2, 3, "t", 2, 2),
+        Entry(3, 0, "t", 2, 2)},
+       shown("1,3", "<1><3>")},
+      {"two of one number",
+       {Entry(1, 1, "t", 1, 2), Entry(2, 1, "t", 2, 2), Entry(3, 1, "t", 1, 2),
+        Entry(4, 1, "t", 2, 2)},
+       shown("1,2", "<1><2>") + shown("3,4", "<3><4>")},
+      {"the second's part is missing",
+       {Entry(1, 1, "t", 1, 2), Entry(2, 1, "t", 2, 2), Entry(3, 1, "t", 1, 2)},
+       shown("1,2", "<1><2>") + shown("3", "<3>")},
       {"indexes without a mark",
        {Entry(-5, 1, "t"), Entry(255, 1, "t")},
        shown("-5", "<-5>") + shown("255", "<255>")},
@@ -162,6 +247,7 @@ const std::pair<const char *, const char *> kUssd[] = {
     {"+CUSD: 0,\"4142\",4\r\n", "AB"},
     {"+CUSD: 1,\"say \"yes\" now\",0\r\n", "say \"yes\" now"},
     {"+CUSD: 1,\"cut", ""},
+    {"+CUSD: 0,\"41031B42\",4\r\n", "A\uFFFD\uFFFDB"},
 };
 
 int Ussd(int op, const char *value) {
