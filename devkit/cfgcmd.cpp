@@ -1,6 +1,8 @@
 // cfgcmd, the gateway's command-line client: its verbs, options, help and exit statuses.
 #include "cfgcmd.h"
 
+#include <unistd.h>
+
 #include <CLI/CLI.hpp>
 #include <csignal>
 #include <cstdio>
@@ -145,10 +147,11 @@ int main(int argc, char **argv) {
   Outcome outcome = asked.verb->run(asked.words, asked.options);
   bool whole = outcome.status == kDone || asked.verb->run == VerbBatch;
   if (whole)
-    fputs(outcome.text.c_str(), stdout);
+    fputs(TerminalText(outcome.text, STDOUT_FILENO).c_str(), stdout);
   else
-    fprintf(stderr, "cfgcmd: %s\n", outcome.text.c_str());
-  if (asked.options.calls) fputs(CallsText(offset, asked.options.json).c_str(), stdout);
+    fprintf(stderr, "cfgcmd: %s\n", TerminalText(outcome.text, STDERR_FILENO).c_str());
+  if (asked.options.calls)
+    fputs(TerminalText(CallsText(offset, asked.options.json), STDOUT_FILENO).c_str(), stdout);
   if (fflush(stdout) != 0) {
     perror("cfgcmd: standard output");
     return kRefused;

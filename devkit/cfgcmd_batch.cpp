@@ -1,4 +1,6 @@
 // Requests from a file or standard input, one a line, answered in order on standard output.
+#include <unistd.h>
+
 #include <fstream>
 #include <iostream>
 
@@ -62,7 +64,7 @@ int RunLines(std::istream &lines, const Options &options) {
     } else if (outcome.text.empty()) {
       outcome.text = "ok\n"; /* each request has its answer */
     }
-    std::cout << outcome.text;
+    std::cout << TerminalText(outcome.text, STDOUT_FILENO);
     if (lines.rdbuf()->in_avail() <= 0) std::cout.flush(); /* whoever asks may wait for it */
   }
   std::cout.flush();

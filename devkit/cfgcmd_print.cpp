@@ -1,5 +1,6 @@
 // Texts that the client prints, and the log files that it reads back.
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <fstream>
 #include <sstream>
@@ -7,6 +8,7 @@
 
 #include "ams_store.h"
 #include "cfgcmd.h"
+#include "printable.h"
 
 namespace {
 
@@ -73,6 +75,10 @@ std::string AttributeText(const std::string &path, const std::string &text, bool
     object[path + "." + std::string(part.substr(0, part.find('=')))] = PartWithAttributes(part);
   });
   return json ? JsonText(object) : lines;
+}
+
+std::string TerminalText(const std::string &text, int descriptor) {
+  return isatty(descriptor) == 1 ? Printable(text) : text;
 }
 
 uint64_t FileSize(const char *path) {

@@ -6,6 +6,7 @@
 #include <nlohmann/json.hpp>
 #include <string>
 
+#include "printable.h"
 #include "sms_parts.h"
 #include "sms_pdu.h"
 
@@ -54,29 +55,13 @@ void PrintJson(const nlohmann::ordered_json &json) {
   puts(json.dump(-1, ' ', false, nlohmann::json::error_handler_t::replace).c_str());
 }
 
-/* A message may hold what moves a terminal's cursor or colours it: control characters but the line
-   feed show as "\x1b". */
-std::string Shown(const std::string &text) {
-  std::string shown;
-  for (char character : text) {
-    auto byte = static_cast<unsigned char>(character);
-    char code[8];
-    snprintf(code, sizeof code, "\\x%02x", byte);
-    if ((byte < 0x20 && byte != '\n') || byte == 0x7F)
-      shown += code;
-    else
-      shown += character;
-  }
-  return shown;
-}
-
 /* All but TP_UD, which is the text with the header's bits, and the index, which no PDU has. The
    text is last: it may have several lines. */
 void PrintLines(const nlohmann::ordered_json &json) {
   for (const auto &[name, value] : json.items())
     if (name != "TP_UD" && name != "index")
       printf("%s=%s\n", name.c_str(),
-             Shown(value.is_string() ? value.get<std::string>() : value.dump()).c_str());
+             Printable(value.is_string() ? value.get<std::string>() : value.dump()).c_str());
 }
 
 int DecodePdu(const Asked &asked) {

@@ -54,6 +54,17 @@ short() { sed 's/|,|/\n/g' | sed -n 's/^[^}]*}-{[0-9]*}-{\([^}]*\)}-{[^}]*}-{\(.
   [ "$(inbox | short | grep -c "^PROVIDER $(printf 'long %.0s' {1..59})long")" -eq 1 ]
   modemctl receive --pdu 07917283010010F5040BC87238880900F10000993092516195800AE8329BFD4697D9EC37
   [ "$(inbox | short | grep -cx '27838890001 hellohello')" -eq 1 ]
+  # An ordinary text of class 2, whose octets hold control characters, hides nothing.
+  modemctl receive --pdu 0004038109F700129930925161958003410342
+  [ "$(inbox | short | grep -cx $'907 A\uFFFDB')" -eq 1 ]
+}
+
+@test "a value on a terminal cannot steer it; in a pipe it is as it is" {
+  value=$'\e[2Ja\177\u009bb\ré'
+  cfgcmd sset $SMS.ActionContent "$value"
+  expect 0 "$value" cfgcmd get $SMS.ActionContent
+  expect 0 '\x1b[2Ja\x7f\u009bb\x0dé'$'\r' script -qec "cfgcmd get $SMS.ActionContent" /dev/null
+  expect 0 '\x1b[2Ja\x7f\u009bb\x0dé'$'\r' script -qec "cfgcmd batch - <<<'get $SMS.ActionContent'" /dev/null
 }
 
 @test "phonebook, service centre, and messages that are only stored" {
