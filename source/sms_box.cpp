@@ -77,15 +77,24 @@ bool Belongs(const ShortMsgEntry &part, const ShortMsgEntry &first, int number) 
          strcmp(part.number, first.number) == 0;
 }
 
+/* Part `number` of a long message; of what was stored, one of the same status when there is one. */
+Entries::iterator FindPart(const ShortMsgEntry &first, int number, Entries *parts) {
+  auto found = parts->end();
+  for (auto part = parts->begin(); part != parts->end(); ++part) {
+    if (!Belongs(**part, first, number)) continue;
+    if (IsReceived(first) || (*part)->stat == first.stat) return part;
+    if (found == parts->end()) found = part;
+  }
+  return found;
+}
+
 /* Takes the further parts of a long message out of `parts` and puts them behind its first one. A
    part is of one message only: two of one sender may have the same reference, as all that this
    gateway sends have. */
 void AppendParts(const ShortMsgEntry &first, Entries *parts, std::string *index,
                  std::string *content) {
   for (int number = 2; first.hasUdh != 0 && number <= first.concatTotal; ++number) {
-    auto part = std::find_if(parts->begin(), parts->end(), [&](const ShortMsgEntry *entry) {
-      return Belongs(*entry, first, number);
-    });
+    auto part = FindPart(first, number, parts);
     if (part == parts->end()) continue;
     *index += "," + std::to_string((*part)->index);
     *content += (*part)->content;
@@ -94,9 +103,8 @@ void AppendParts(const ShortMsgEntry &first, Entries *parts, std::string *index,
 }
 
 /* Each field is followed by its mark, the last one too. */
-std::string Record(const ShortMsgEntry &entry, Entries *parts, ShortMsgMarks *marks) {
-  std::string index = std::to_string(entry.index), content = entry.content;
-  AppendParts(entry, parts, &index, &content);
+std::string Record(const ShortMsgEntry &entry, const std::string &index, const std::string &content,
+                   ShortMsgMarks *marks) {
   marks->unlisted.erase(entry.index);
   std::string record;
   for (const std::string &field : {index, std::to_string(Status(entry, marks->unread)),
@@ -248,8 +256,11 @@ void ShortMsgFormatList(const ShortMsgEntry *entries, size_t count, int filter,
   size_t length = 0;
   *text = '\0';
   for (const ShortMsgEntry *entry : order) {
-    if (!Passes(*entry, filter) || !IsFirst(*entry)) continue;
-    std::string record = Record(*entry, &parts, marks);
+    if (!IsFirst(*entry)) continue;
+    std::string index = std::to_string(entry->index), content = entry->content;
+    AppendParts(*entry, &parts, &index, &content); /* listed or not, they are its own */
+    if (!Passes(*entry, filter)) continue;
+    std::string record = Record(*entry, index, content, marks);
     if (length + record.size() >= size) {
       AMS_PRINT(3, "the list ends before message %d: %zu bytes are full\n", entry->index, size);
       return;

@@ -214,6 +214,13 @@ TEST_F(ShortMsg, FormatsLists) {
   EXPECT_EQ(order, "2143") << "newest first";
   const std::vector<ShortMsgEntry> mixed = {Entry(1, 1, "t"), Entry(2, 2, "t"), Entry(3, 3, "t")};
   EXPECT_EQ(Format(mixed, 1), "3}-{3}-{10086}-{t}-{<3>}-{|,|");
+  const std::vector<ShortMsgEntry> drafts = {Entry(0, 2, "t", 1, 2), Entry(1, 3, "t", 1, 2),
+                                             Entry(2, 3, "t", 2, 2), Entry(3, 2, "t", 2, 2)};
+  EXPECT_EQ(Format(drafts, 1), "1,2}-{3}-{10086}-{t}-{<1><2>}-{|,|") << "no part of a draft";
+  EXPECT_EQ(Format(drafts, 2), "0,3}-{2}-{10086}-{t}-{<0><3>}-{|,|") << "no part that was sent";
+  EXPECT_EQ(Format({Entry(0, 2, "t", 1, 2), Entry(1, 2, "t", 2, 2), Entry(2, 3, "t", 1, 2)}, 1),
+            "2}-{3}-{10086}-{t}-{<2>}-{|,|")
+      << "the draft has its own";
   EXPECT_EQ(Format(mixed, 2), "2}-{2}-{10086}-{t}-{<2>}-{|,|");
   const std::string one = shown("1", "<1>");
   EXPECT_EQ(Format(mixed, 9).size(), 3 * one.size());
