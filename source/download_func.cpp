@@ -6,6 +6,7 @@
 
 #include <pthread.h>
 #include <semaphore.h>
+#include <sys/stat.h>
 #include <time.h>
 #include <unistd.h>
 
@@ -73,13 +74,13 @@ const OrderLeaf kOrderLeaves[] = {
 };
 using OrderTexts = std::array<HeapText, std::size(kOrderLeaves)>;
 
-/* The leaf's whole value, however long; NULL when it is missing or empty. */
+/* The leaf's whole value, however long; NULL when it is missing. */
 HeapText ReadLeaf(const char *path) {
   char *text = nullptr;
   if (ams_get_node_value(gptXmlTrees->root, path, &text) != 0) return nullptr;
   HeapText owner(text);
   const char *value = strchr(text, '='); /* a leaf reads as name=value */
-  if (value == nullptr || value[1] == '\0') return nullptr;
+  if (value == nullptr) return nullptr;
   memmove(text, value + 1, strlen(value));
   return owner;
 }
@@ -90,7 +91,8 @@ DownloadOrder ReadOrder(OrderTexts *texts) {
     const OrderLeaf &leaf = kOrderLeaves[i];
     HeapText &text = (*texts)[i];
     text = ReadLeaf(leaf.path);
-    order.*leaf.text = text == nullptr ? leaf.absent : text.get();
+    bool ordered = text != nullptr && *text.get() != '\0';
+    order.*leaf.text = ordered ? text.get() : leaf.absent;
   }
   return order;
 }
@@ -173,6 +175,10 @@ int AwaitVersion(DownloadState &state, DownloadState *result) {
 
 /* ---- an order ---- */
 
+/* What the gateway itself keeps in /tmp, scripts that it runs among it, begins with a dot; a slash
+   leads elsewhere. */
+bool IsPlainName(const char *target) { return target[0] != '.' && strchr(target, '/') == nullptr; }
+
 /* What is left to do when everything of an order was given back. */
 struct Aftermath {
   bool reboot;
@@ -204,9 +210,21 @@ void FreeMemory(Aftermath *after) {
   for (const char *line : kMakeRoom) cfgSystemCmd("%s", line);
 }
 
+/* curl follows a link and fills a pipe. What stands in the image's place stays only when it is a
+   plain file of our own, under this name alone. */
+void ClearTarget(const char *name) {
+  char path[sizeof "/tmp/" + DOWNLOAD_NAME_SIZE];
+  struct stat found;
+  snprintf(path, sizeof path, "/tmp/%s", name);
+  if (lstat(path, &found) != 0) return;
+  if (S_ISREG(found.st_mode) && found.st_uid == geteuid() && found.st_nlink == 1) return;
+  if (remove(path) != 0) AMS_PRINT(4, "%s is no file of ours and stays: %m; remove it\n", path);
+}
+
 /* Whether the file came is not asked: the version manager finds out. */
 void FetchAndUpgrade(const DownloadOrder &order, DownloadLine &line, DownloadState *result) {
   if (DownloadFetchCommand(order, line) != 0) return; /* refused before */
+  ClearTarget(order.target);
   AMS_PRINT(3, "DownCmd=%s", line);
   RunLong(line);
   if (strcmp(order.file_type, kImageType) != 0) {
@@ -230,12 +248,11 @@ void ReportSuccess(const DownloadOrder &order, DownloadLine &line) {
 
 void ReportFailure(const DownloadOrder &order, const char *result, DownloadLine &line) {
   WriteResult(DOWNLOAD "FaultCode", DownloadFaultCode(result));
-  /* A key too long to send was named when the order was refused; a part of it means nothing to the
-     server. */
-  if (DownloadInformCommand(order.command_key, line) == 0) {
-    AMS_PRINT(3, "cmd=%s\n", line);
-    RunLong(line);
-  }
+  /* A key too long to send was named when the order was refused, and a part of it means nothing to
+     the server: then the inform goes without one. */
+  if (DownloadInformCommand(order.command_key, line) != 0) (void)DownloadInformCommand("", line);
+  AMS_PRINT(3, "cmd=%s\n", line);
+  RunLong(line);
   RunIfThere(kPostScript, " failed");
 }
 
@@ -243,11 +260,11 @@ void ReportFailure(const DownloadOrder &order, const char *result, DownloadLine 
    any that failed. */
 void RunOrder(const DownloadOrder &order, DownloadLine &line, Aftermath *after) {
   DownloadState result = "";
-  const char *too_long = DownloadTooLong(order);
+  const char *refusal = DownloadRefusal(order);
   WriteTime(DOWNLOAD "StartTime");
   RunIfThere(kPreScript, "");
-  if (too_long != nullptr) {
-    AMS_PRINT(4, "download refused: %s is too long, order it with a shorter one\n", too_long);
+  if (refusal != nullptr) {
+    AMS_PRINT(4, "download refused: %s\n", refusal);
   } else {
     for (unsigned left = DownloadDelay(order.delay); left != 0;) left = sleep(left);
     FreeMemory(after);
@@ -278,7 +295,7 @@ Aftermath CarryOutOrder(sem_t *order_read) {
   }
   /* Only the bare name, in the daemon's own folder, on purpose: the image below /tmp stays for
      whoever has to find out why it was not taken, until a boot clears it. */
-  (void)unlink(order.target); /* it is seldom there */
+  if (IsPlainName(order.target)) (void)unlink(order.target); /* it is seldom there */
   return after;
 }
 
@@ -303,14 +320,19 @@ int FormatLine(DownloadLine &line, int length) {
 
 }  // namespace
 
-const char *DownloadTooLong(const DownloadOrder &order) {
+const char *DownloadRefusal(const DownloadOrder &order) {
   DownloadLine line;
-  if (strlen(order.url) >= DOWNLOAD_URL_SIZE) return "URL";
-  if (strlen(order.target) >= DOWNLOAD_NAME_SIZE) return "TargetFileName";
+  if (!IsPlainName(order.target))
+    return "TargetFileName begins with a dot or holds a slash, order it with a plain name";
+  if (strlen(order.target) >= DOWNLOAD_NAME_SIZE)
+    return "TargetFileName is too long, order it with a shorter one";
+  if (strlen(order.url) >= DOWNLOAD_URL_SIZE) return "URL is too long, order it with a shorter one";
   if (DownloadStrapCommand(order.command_key, line) != 0 ||
       DownloadInformCommand(order.command_key, line) != 0)
-    return "CommandKey";
-  return DownloadFetchCommand(order, line) != 0 ? "Username or Password" : nullptr;
+    return "CommandKey is too long, order it with a shorter one";
+  if (DownloadFetchCommand(order, line) != 0)
+    return "Username or Password is too long, order it with a shorter one";
+  return nullptr;
 }
 
 /* The texts go to the shell as they were ordered: who may order a download may replace the whole

@@ -36,9 +36,9 @@ struct DownloadOrder {
   const char *delay;  /* DelaySeconds as it was ordered */
 };
 
-/* What makes the order impossible to carry out or to report, because a text of it would have to be
-   cut: the parameter's name. NULL: nothing. */
-const char *DownloadTooLong(const DownloadOrder &order);
+/* Why the order is not carried out, and what to do: its target is no plain name below /tmp, or a
+   text of it would have to be cut. NULL: nothing is wrong. */
+const char *DownloadRefusal(const DownloadOrder &order);
 
 /* Command lines: the fetch, the record for the next start of the management client, the inform of a
    failure. 0; -1 when the line does not fit, and nothing of `line` may be used then. */

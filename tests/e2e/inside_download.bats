@@ -254,12 +254,15 @@ $TOLD EV TC- Dn-
 $POST failed
 insmod /lib/ko/hi_kipsec.ko"
   cfgcmd sset $ACCELERATE ''
-  # Fetched, and the version manager hears nothing of it.
-  order URL=$url FileType='2 Web Content' TargetFileName=page.bin
-  failed_with 9001 "$(plain $url '' page.bin)"
-  cmp /var/www/damaged.bin /tmp/page.bin
-  state_has 'order zorp_image.bin '
-  holds 'unsupported TargetFileName=page.bin' /var/log/devkit/sysmgr.log
+  # Fetched, and the version manager hears nothing of it; the empty type is such a type.
+  for type in '2 Web Content' ''; do
+    rm -f /tmp/page.bin
+    order URL=$url FileType="$type" TargetFileName=page.bin
+    failed_with 9001 "$(plain $url '' page.bin)"
+    cmp /var/www/damaged.bin /tmp/page.bin
+    state_has 'order zorp_image.bin '
+    holds 'unsupported TargetFileName=page.bin' /var/log/devkit/sysmgr.log
+  done
   : >$CALLS
   order FileType='3 Vendor Configuration File'
   ran_is '/usr/syscfg/tr069_proc.sh Download &'
@@ -295,21 +298,47 @@ insmod /lib/ko/hi_kipsec.ko"
   cmp /var/www/damaged.bin /tmp/$name
   state_has "order $name of sysmgr: fwchk_failed"
   rm /tmp/$name
-  while read -r what pair key; do
-    inform=
-    [ $key = untold ] || inform="EV TC-${key#:} Dn-${key#:}"
+  # A key that cannot be told is left out of the inform. Nothing is fetched, nothing is removed.
+  : >/tmp/victim
+  while read -r pair key why; do
     order "$pair"
-    ended "$PRE${inform:+
-$TOLD $inform}
-$POST failed" || fail "$what" || return
-    reported 9001 "$inform" || fail "$what" || return
-    holds "download refused: $what is too long" /var/log/devkit/sysmgr.log || fail "$what" || return
-    state_has "order $name " || fail "$what" || return
+    ended "$PRE
+$TOLD EV TC-${key#:} Dn-${key#:}
+$POST failed" || fail "$pair" || return
+    reported 9001 "EV TC-${key#:} Dn-${key#:}" || fail "$pair" || return
+    holds "download refused: $why" /var/log/devkit/sysmgr.log || fail "$pair" || return
+    state_has "order $name " || fail "$pair" || return
   done <<CASES
-URL            URL=${url}u              :
-TargetFileName TargetFileName=${name}n  :
-CommandKey     CommandKey=${key}k       :${key}k
-CommandKey     CommandKey=${key}kk      untold
+URL=${url}u                        : URL is too long
+TargetFileName=${name}n            : TargetFileName is too long
+CommandKey=${key}k                 :${key}k CommandKey is too long
+CommandKey=${key}kk                : CommandKey is too long
+TargetFileName=.kvo_restart_uhttpd : TargetFileName begins with a dot or holds a slash
+TargetFileName=..                  : TargetFileName begins with a dot or holds a slash
+TargetFileName=/tmp/victim         : TargetFileName begins with a dot or holds a slash
+TargetFileName=tmp/victim          : TargetFileName begins with a dot or holds a slash
+CASES
+  [ -e /tmp/victim ] && [ ! -e /tmp/.kvo_restart_uhttpd ]
+}
+
+@test "what was planted in the image's place is not followed" {
+  echo kept | tee /var/victim >/tmp/linked
+  url=$WEB/open/damaged.bin
+  while read -r what command; do
+    rm -rf /tmp/planted.bin
+    $command /tmp/planted.bin
+    order URL=$url TargetFileName=planted.bin
+    failed_with 9001 "$(plain $url '' planted.bin)" || fail "$what" || return
+    [ -f /tmp/planted.bin ] && [ ! -h /tmp/planted.bin ] || fail "$what: it stays" || return
+    cmp /tmp/planted.bin /var/www/damaged.bin || fail "$what" || return
+    expect 0 $'kept\nkept' cat /var/victim /tmp/linked || fail "$what" || return
+    [ ! -e /var/made ] || fail "$what" || return
+  done <<CASES
+link          ln -s /var/victim
+dangling      ln -s /var/made
+hard          ln /tmp/linked
+pipe          mkfifo
+folder        mkdir
 CASES
 }
 
