@@ -7,7 +7,9 @@
 //               "fwchk_failed" of a damaged image, "upg_failed" when it cannot be written
 //   "success"   the new image takes the old one's place: "success", the order's end
 //   "timeout"   gives the order up
-// What makes no sense is answered with "other_failed", and so is a poll when no order is there.
+// An order whose orderer has said nothing for a while (--patience) is given up when another one
+// comes, and not before: a daemon that stands at a breakpoint goes on where it was. What makes no
+// sense is answered with "other_failed", and so is a poll when no order is there.
 #include "vermgt.h"
 
 #include <pthread.h>
@@ -17,6 +19,7 @@
 #include <algorithm>
 #include <atomic>
 #include <cctype>
+#include <chrono>
 #include <csignal>
 #include <cstdio>
 #include <cstring>
@@ -32,16 +35,17 @@ const MsgEntry prosCtlMsgTab[] = {{0, nullptr}};
 namespace {
 
 constexpr size_t kRequestSize = 320, kRequestName = 192;
-constexpr int kPatience = 0; /* its timer */
-/* ms without a word: an orderer that lives asks each 100 */
-constexpr uint32_t kPatienceLimit = 5000;
+/* s without a word after which an order may lose its place: an orderer that runs asks each 100 ms.
+ */
+int patience = 60;
 
 /* Of the module's thread. */
 struct Order {
   bool runs;
   std::string name, orderer;
   int polls;
-  std::string word; /* last answer; of an order that has ended, how */
+  std::string word;                            /* last answer; of an order that has ended, how */
+  std::chrono::steady_clock::time_point heard; /* when the orderer last said something */
 };
 Order order;
 
@@ -93,14 +97,26 @@ bool Occupied() {
 void End() {
   AMS_PRINT(3, "%s: %s after %d polls\n", order.name.c_str(), order.word.c_str(), order.polls);
   order.runs = false;
-  KillTimer(kPatience);
   TidyUp();
 }
 
-/* Its orderer is gone. */
+/* Its orderer is gone, or as good as gone. */
 void Abandon() {
   order.word = "abandoned";
   End();
+}
+
+/* Another order has come. */
+void MakeWay() {
+  if (!order.runs) return;
+  auto silence = std::chrono::duration_cast<std::chrono::seconds>(std::chrono::steady_clock::now() -
+                                                                  order.heard);
+  int seconds = static_cast<int>(silence.count());
+  bool lost = seconds >= patience;
+  AMS_PRINT(
+      4, "%s of %s %s: not a word for %d s of %d\n", order.name.c_str(), order.orderer.c_str(),
+      lost ? "is given up for another order" : "keeps another order waiting", seconds, patience);
+  if (lost) Abandon();
 }
 
 /* A word with its NUL to the sender of the message in work. 0, or -1 (logged): it does not wait. */
@@ -137,21 +153,20 @@ const char *Start(const std::string &name) {
     return "upg_failed";
   }
   worker_started = true;
-  order = {true, name, sender, 0, "downloading"};
-  SetTimer(kPatience, kPatienceLimit);
+  order = {true, name, sender, 0, "downloading", std::chrono::steady_clock::now()};
   AMS_PRINT(3, "%s: ordered by %s\n", name.c_str(), sender);
   return "downloading";
 }
 
 void TakeOrder(int32_t, const void *data, uint32_t length) {
-  bool occupied = Occupied();
   std::string name;
   if (length == kRequestSize) name = NameIn(static_cast<const char *>(data));
+  if (!name.empty()) MakeWay();
   if (name.empty()) {
     AMS_PRINT(4, "order refused: %u bytes; send %zu that are zero but for a file's name at %zu\n",
               length, kRequestSize, kRequestName);
     (void)Answer(kVersionOrder, "other_failed"); /* nothing was started for who does not wait */
-  } else if (occupied) {
+  } else if (Occupied()) {
     (void)Answer(kVersionOrder, "occupied");
   } else {
     const char *word = Start(name);
@@ -191,13 +206,11 @@ const struct {
 
 /* What a word of the orderer is answered, with all that follows from it. */
 std::string Follow(const std::string &said) {
+  order.heard = std::chrono::steady_clock::now();
   for (const auto &row : kWords) {
     if (said != row.word) continue;
     order.word = row.answer();
-    if (order.word == "downloading" || order.word == "downloaded")
-      SetTimer(kPatience, kPatienceLimit);
-    else
-      End();
+    if (order.word != "downloading" && order.word != "downloaded") End();
     return order.word;
   }
   AMS_PRINT(4, "\"%.20s\" is no state word: downloading, success, timeout\n", said.c_str());
@@ -217,11 +230,7 @@ void TakeWord(int32_t, const void *data, uint32_t length) {
     word = "occupied";
   else
     AMS_PRINT(3, "\"%.20s\" of %s is about no order\n", said.c_str(), sender);
-  (void)Answer(kVersionState, word); /* an orderer that is gone is missed by the timer */
-}
-
-void LosePatience(int32_t, const void *, uint32_t) {
-  if (order.runs) Abandon();
+  (void)Answer(kVersionState, word); /* an orderer that is gone is missed by the next order */
 }
 
 /* ---- vermgtctl ---- */
@@ -281,7 +290,6 @@ void TakeControl(int32_t, const void *data, uint32_t length) {
 const MsgEntry kMessages[] = {
     {kVersionOrder, TakeOrder},
     {kVersionState, TakeWord},
-    {TDS_MSG_TIMER + kPatience, LosePatience},
     {kVersionControl, TakeControl},
     {0, nullptr},
 };
@@ -296,6 +304,10 @@ const ModuleEntry kModules[] = {
 int main(int argc, char **argv) {
   CLI::App app("Version manager of the gateway on a desk; vermgtctl --help tells what an image is.",
                "vermgt");
+  app.add_option("--patience", patience,
+                 "Seconds without a word of its orderer after which an order makes way for another")
+      ->check(CLI::Range(0, 86400))
+      ->capture_default_str();
   CLI11_PARSE(app, argc, argv);
   signal(SIGPIPE, SIG_IGN);
   AMS_UsrDumpInit();

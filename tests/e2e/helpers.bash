@@ -36,10 +36,10 @@ refused() {
   rm -f "$error"
 }
 
-# until_true COMMAND...: waits until it succeeds, at most 20 seconds (60 under a sanitizer).
+# until_true COMMAND...: waits until it succeeds, at most a minute (three under a sanitizer).
 until_true() {
-  local end=$((SECONDS + 20))
-  [ -z "${GATEWAY_SANITIZE:-}" ] || end=$((SECONDS + 60))
+  local end=$((SECONDS + 60))
+  [ -z "${GATEWAY_SANITIZE:-}" ] || end=$((SECONDS + 180))
   until "$@"; do
     [ $SECONDS -lt $end ] || fail "in time this was never true: $*" || return
     sleep 0.02

@@ -53,8 +53,8 @@ free_memory() { printf '       total used free\nMem: 900000 1 %s 2\nSwap: 0 0 1\
 field() { cfgcmd get $ORDER.$1; }
 # state_has TEXT: the version manager's state, such as "order NAME of WHOM: WORD after N polls".
 state_has() { [[ $(vermgtctl state) == *"$1"* ]]; }
-# polled N: the order that runs was polled as often.
-polled() { [[ $(vermgtctl state) =~ downloading\ after\ ([0-9]+) ]] && [ ${BASH_REMATCH[1]} -ge $1 ]; }
+# polled N: the order was polled as often, whether it still runs or not.
+polled() { [[ $(vermgtctl state) =~ after\ ([0-9]+)\ polls ]] && [ ${BASH_REMATCH[1]} -ge $1 ]; }
 # ask ID HEX: what the version manager answers.
 ask() { cfgcmd send tdsmgr:vermgt $1 --wait --hex "$2" | tr -d '\0'; }
 holds() { grep -qF -- "$1" "$2"; }
@@ -76,7 +76,11 @@ order() {
 }
 
 # Whether nothing that an order allocates is live; the command itself has one block for its answer.
-given_back() { ! cfgcmd mem | grep -Eq '^(tr069_download_image_thread|ams_text|SendMsg_syn_lib) '; }
+given_back() {
+  local blocks
+  blocks=$(cfgcmd mem) && [ -n "$blocks" ] &&
+    ! grep -Eq '^(tr069_download_image_thread|ams_text|SendMsg_syn_lib) ' <<<"$blocks"
+}
 ran_is() { [ "$(cat $COMMANDS)" = "$1" ]; }
 is_time() { [[ $1 =~ ^20[0-9]{2}-[01][0-9]-[0-3][0-9]T[0-2][0-9]:[0-5][0-9]:[0-6][0-9]$ ]]; }
 
@@ -123,6 +127,7 @@ flashed() {
   while read -r what fetch url key; do
     rm -rf $FLASHED
     nvram unset Tr069strap 2>/dev/null || true
+    : >$CALLS
     order URL=$url CommandKey=$key Username=desk Password=s3cret
     ended "$PRE
 $DROP
@@ -135,13 +140,13 @@ reboot" || fail "$what" || return
     flashed yes || fail "$what" || return
     expect 0 "BT  TC-$key Dn-$key" nvram get Tr069strap || fail "$what" || return
     cmp /tmp/zorp_image.bin /var/www/fw.bin || fail "$what: the image below /tmp stays" || return
+    until_true grep -qx /usr/sbin/reboot $CALLS || fail "$what" || return
     state_has 'order zorp_image.bin of sysmgr: success after' || fail "$what" || return
   done <<CASES
 http-digest plain $WEB/digest/fw.bin k1
 http-basic plain $WEB/basic/fw.bin
 https-digest secure https://127.0.0.1/digest/fw.bin k-3
 CASES
-  expect 0 /usr/sbin/reboot tail -n 1 $CALLS
 }
 
 @test "what the server or the version manager does not give ends in a fault" {
@@ -189,13 +194,18 @@ CASES
   vermgtctl behave hang
   order CommandKey=slow
   until_true polled 1
-  for ((i = 0; i < 50; ++i)); do expect 0 V2.3.1 cfgcmd get $DEVICE.X_KVO_FWVersion; done
-  expect 0 "" cfgcmd set $DEVICE.X_CT-COM_ALGAbility.H323Enable 1
+  expect 0 V2.3.1 cfgcmd get $DEVICE.X_KVO_FWVersion
   expect 0 before field CompleteTime
-  : >$COMMANDS
   # 20 seconds for the polls, and longer on a busy machine.
-  for ((i = 50; i <= 200; i += 50)); do until_true polled $((i - 10)); done
-  ended "$TOLD EV TC-slow Dn-slow
+  for ((i = 20; i <= 201; i += 20)); do
+    until_true polled $i
+    expect 0 V2.3.1 cfgcmd get $DEVICE.X_KVO_FWVersion
+  done
+  ended "$PRE
+$DROP
+$FREE
+$(plain $WEB/open/fw.bin)
+$TOLD EV TC-slow Dn-slow
 $POST failed"
   reported 9001 "EV TC-slow Dn-slow"
   state_has "free
@@ -203,29 +213,36 @@ order zorp_image.bin of sysmgr: timeout after 201 polls"
   flashed no
 }
 
-@test "of two orders at once each gets its own result" {
+# The first order waits for the version manager, and goes on when the second has ended.
+two_orders() {
+  local word
   vermgtctl behave hang
   order CommandKey=first
-  until_true polled 1
+  until_true state_has downloading || return
   order CommandKey=second URL=$WEB/open/other.bin TargetFileName=other.bin
   ran "$PRE
 $DROP
 $FREE
 $(plain $WEB/open/other.bin '' other.bin)
 $TOLD EV TC-second Dn-second
-$POST failed"
-  reported 9001 'EV TC-second Dn-second'
+$POST failed" || return
+  reported 9001 'EV TC-second Dn-second' || return
   # Another process neither confirms the daemon's order nor ends it.
   for word in 646f776e6c6f6164696e6700 7375636365737300 74696d656f757400; do
-    expect 0 occupied ask 0xfff05 $word
+    expect 0 occupied ask 0xfff05 $word || return
   done
-  state_has 'downloading after'
   : >$COMMANDS
   : >$INFORMS
   vermgtctl behave normal
-  ended "nvram set Tr069strap=\"BT  TC-first Dn-first\"
+  until_true given_back
+  ran "nvram set Tr069strap=\"BT  TC-first Dn-first\"
 $POST success
 reboot"
+}
+
+@test "of two orders at once each gets its own result" {
+  # On a busy machine the first may be at its 201st poll too early.
+  two_orders || { state_has timeout && two_orders; }
   reported 0
   flashed yes
 }
@@ -282,11 +299,8 @@ insmod /lib/ko/hi_kipsec.ko"
 
 @test "an order waits its delay between the start and the fetch" {
   order URL=$WEB/open/damaged.bin DelaySeconds=2
-  until_true ran_is $PRE
-  expect 0 before field CompleteTime
-  is_time "$(field StartTime)"
   failed_with 9001 "$(plain $WEB/open/damaged.bin)"
-  [ $(($(date -d "$(field CompleteTime)" +%s) - $(date -d "$(field StartTime)" +%s))) -ge 2 ]
+  [ $(($(stat -c %Y /tmp/zorp_image.bin) - $(date -d "$(field StartTime)" +%s))) -ge 2 ]
 }
 
 @test "texts at their longest are used whole; longer ones are refused, and named" {
@@ -342,6 +356,23 @@ folder        mkdir
 CASES
 }
 
+@test "an order outlives a daemon that stands still for long, as at a breakpoint" {
+  vermgtctl behave slow 3
+  order
+  until_true polled 1
+  kill -STOP "$(pid_of sysmgr)"
+  sleep 6 # longer than a poll has ever to take
+  kill -CONT "$(pid_of sysmgr)"
+  ended "$PRE
+$DROP
+$FREE
+$(plain $WEB/open/fw.bin)
+nvram set Tr069strap=\"BT  TC- Dn-\"
+$POST success
+reboot"
+  reported 0
+}
+
 @test "the version manager answers what makes no sense, and is not held by who is gone" {
   head=$(repeat 0 384)
   while read -r what id frame word; do
@@ -378,12 +409,21 @@ CASES
   cp --remove-destination /var/www/fw.bin /tmp/a.bin
   expect 0 downloading ask 0xfff04 $name
   expect 0 upg_failed ask 0xfff05 7375636365737300
-  # Nobody asks any more.
+  # Nobody asks any more: the next one takes over, but not at once.
   until_true answers 0xfff04 $name downloading
-  until_true state_has "free
-order a.bin of cfgcmd: abandoned after 0 polls"
+  expect 0 occupied ask 0xfff04 $name
+  holds 'a.bin of cfgcmd keeps another order waiting' /var/log/devkit/vermgt.log
+  gateway-daemon stop vermgt
+  "$DEVKIT_BUILD/bin/vermgt" --patience 1 </dev/null >/tmp/impatient.log 2>&1 3>&- &
+  cfgcmd --timeout 60 wait tdsmgr:vermgt
+  expect 0 downloading ask 0xfff04 $name
+  until_true answers 0xfff04 $name downloading
+  holds 'a.bin of cfgcmd is given up for another order' /tmp/impatient.log
+  expect 0 timeout ask 0xfff05 74696d656f757400
+  until_true state_has free
   flashed no
-  kill -0 "$(pid_of vermgt)"
+  kill $!
+  wait $! || [ $? -eq 143 ]
 }
 
 @test "vermgtctl says what it did not do" {
@@ -395,6 +435,14 @@ order a.bin of cfgcmd: abandoned after 0 polls"
   refused 1 'has 0 bytes' vermgtctl image /tmp/empty.bin /tmp/a.bin
   refused 1 'cannot write /none/a' vermgtctl image /tmp/content /none/a
   refused 2 usage image-server status
+  # The last start says who may fetch.
+  code() { curl -s -o /dev/null -w '%{http_code}' --anyauth -u "$1" $WEB/$2/fw.bin; }
+  image-server start desk other
+  expect 0 401 code desk:s3cret digest
+  expect 0 200 code desk:other digest
+  expect 0 200 code desk:other basic
+  image-server start desk s3cret
+  expect 0 200 code desk:s3cret digest
   expect 0 "behaviour normal
 free" eval 'vermgtctl state | head -n 2'
   expect 0 normal eval 'vermgtctl state --json | python3 -c "import json, sys; print(json.load(sys.stdin)[\"behaviour\"])"'
