@@ -80,8 +80,10 @@ settled() { cfgcmd refresh $SERVER >/dev/null; }
   # The daemon was there first.
   cfgcmd publish portmgr:wan 0x100037 --text "$path"
   until_true saved "$path,"
-  # The publisher is there first: its process runs before the daemon does, and after.
+  # The publisher is there first: its process runs before the daemon does, and after. What the
+  # daemon asked for before is forgotten.
   gateway-daemon stop sysmgr
+  rm -r /var/run/tds/notify
   mkfifo /tmp/requests
   cfgcmd batch </tmp/requests >/tmp/answers &
   publisher=$!
