@@ -193,7 +193,7 @@ CASES
 @test "a hanging version manager is polled 201 times, and requests are answered meanwhile" {
   vermgtctl behave hang
   order CommandKey=slow
-  until_true polled 1
+  until_true state_has downloading
   expect 0 V2.3.1 cfgcmd get $DEVICE.X_KVO_FWVersion
   expect 0 before field CompleteTime
   # 20 seconds for the polls, and longer on a busy machine.
@@ -357,10 +357,11 @@ CASES
 }
 
 @test "an order outlives a daemon that stands still for long, as at a breakpoint" {
-  vermgtctl behave slow 3
+  vermgtctl behave hang
   order
-  until_true polled 1
+  until_true state_has downloading
   kill -STOP "$(pid_of sysmgr)"
+  vermgtctl behave normal
   sleep 6 # longer than a poll has ever to take
   kill -CONT "$(pid_of sysmgr)"
   ended "$PRE

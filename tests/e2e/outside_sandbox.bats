@@ -65,13 +65,13 @@ sandbox() { as "$1" "$SANDBOX" --build "$GATEWAY_BUILD" "${@:2}"; }
   for user in $(users); do until_true untouched; done
 }
 
-@test "the caller's descriptors are closed" {
+@test "the caller's descriptors are closed, and its environment is not seen" {
   echo secret >"$folder/file"
   for user in $(users); do
-    run sandbox "$user" --bare -- bash -c 'ls -l /proc/[0-9]*/fd' \
+    CALLERS_TOKEN=$folder run sandbox "$user" --bare -- bash -c 'ls -l /proc/[0-9]*/fd; cat /proc/[0-9]*/environ | tr "\0" "\n"' \
       3<"$folder/file" 9<>"$folder/file" 77<"$folder" 254<"$folder/file" 255<"$folder/file"
     [ "$status" -eq 0 ] || fail "$output"
-    [[ $output == *' 1 -> '* && $output != *"$folder"* ]] || fail "user $user: $output"
+    [[ $output == *' 1 -> '*HOME=/var/home* && $output != *"$folder"* ]] || fail "user $user: $output"
   done
 }
 
