@@ -20,16 +20,16 @@ struct Plan {
   std::vector<std::string> paths; /* "set": full paths of the leaves, in order */
 };
 
-/* Checks `request` against the tree and the limits of the frames. 0, or -1 with one line in `why`.
- */
+/* Checks `request` against the tree and the limits of the frames, and brings its path into the one
+   form that all behind it have: no "." at the end. 0, or -1 with one line in `why`. */
 int PlanRequest(const DbmgrRequest &request, Plan *plan, std::string *why);
 
-/* Whether a value of the parameter `path` has the form that its "check" attribute names ("": any
-   form). 0, or -1 with one line in `why`. */
+/* Whether a value of the parameter `path` has a form: the one that its "check" attribute names, or,
+   without one, its type. 0, or -1 with one line in `why`. Any thread. */
 int CheckForm(const std::string &path, const std::string &form, std::string_view value,
               std::string *why);
 
-/* Set before the first request (--trust-values): every value has its form. */
+/* Set before the first value is checked (--trust-values): takes any. */
 extern bool trust_values;
 
 /* "add", "get"...: how people call a command. */

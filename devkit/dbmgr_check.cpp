@@ -87,14 +87,22 @@ int CheckLeaf(const std::string &object, std::string_view piece, Plan *plan, std
   if (equals == std::string_view::npos || equals == 0)
     return Refuse(why,
                   "\"" + std::string(piece) + "\" is no NAME=VALUE: name the leaf and its value");
-  std::string path = object + "." + std::string(piece.substr(0, equals));
+  std::string name(piece.substr(0, equals)), path = object + "." + name;
+  std::string_view value = piece.substr(equals + 1);
+  if (name.find('.') != name.npos) /* its op function would not be called, or not know it */
+    return Refuse(why, "\"" + name + "\" is no name: set takes the parameters of one object");
   unsigned kind = path.size() <= kFrameText ? KindOf(path) : 0;
   if (kind == 0) return RefuseUnknown(why, path);
   if (kind != kLeaf)
     return Refuse(why, "set needs a parameter, \"" + path + "\" is " + KindName(kind));
   if (Attribute(path, "writable") == "0")
     return Refuse(why, "\"" + path + "\" is read-only; \"cfgcmd sset\" writes a status by hand");
-  if (CheckForm(path, Attribute(path, "check"), piece.substr(equals + 1), why) != 0) return -1;
+  if (value.size() > AMS_VALUE_MAX)
+    return Refuse(why, "the value of \"" + path + "\" is " + std::to_string(value.size()) +
+                           " bytes, at most " + std::to_string(AMS_VALUE_MAX) + " can be");
+  std::string form = Attribute(path, "check");
+  if (form.empty()) form = Attribute(path, "type");
+  if (CheckForm(path, form, value, why) != 0) return -1;
   plan->paths.push_back(path);
   return 0;
 }
@@ -154,7 +162,8 @@ int PlanRequest(const DbmgrRequest &request, Plan *plan, std::string *why) {
   if (plan->url.size() > kFrameText)
     return Refuse(why, "the path is " + std::to_string(plan->url.size()) +
                            " bytes, at most 255 can be: check it");
-  unsigned kind = KindOf(plan->url);
+  bool another = !plan->url.empty() && plan->url.back() == '.';
+  unsigned kind = another ? 0 : KindOf(plan->url);
   if (kind == 0) return RefuseUnknown(why, plan->url);
   if ((kind & rule->takes) == 0)
     return Refuse(why, std::string(rule->name) + " needs " + rule->needs + ", \"" + plan->url +

@@ -1,6 +1,8 @@
-// Forms of the values that the daemon puts into shell lines as they are: a parameter's "check"
-// attribute names its form. What has another form is refused here, since nobody behind checks it.
+// Forms of values. A parameter's "check" attribute names the form that a value needs to be put into
+// a shell line as it is; the others have the form of their type. What has another form is refused
+// here, since nobody behind checks it.
 #include <algorithm>
+#include <charconv>
 #include <cstdlib>
 #include <cstring>
 
@@ -8,12 +10,36 @@
 
 namespace {
 
+template <typename Number>
+bool IsNumber(std::string_view value) {
+  Number number;
+  auto [end, error] = std::from_chars(value.data(), value.data() + value.size(), number);
+  return error == std::errc() && end == value.data() + value.size();
+}
+
+bool IsSwitch(std::string_view value) { return value == "0" || value == "1"; }
+
+/* Of parameters that reach no shell line. NULL: anything. */
+struct Type {
+  const char *name;
+  bool (*takes)(std::string_view value);
+  const char *says;
+};
+
+const Type kTypes[] = {
+    {"string", nullptr, ""},
+    {"dateTime", nullptr, ""},
+    {"boolean", IsSwitch, "0 or 1"},
+    {"unsignedInt", IsNumber<uint32_t>, "a number up to 4294967295"},
+    {"int", IsNumber<int32_t>, "a number from -2147483648 to 2147483647"},
+};
+
 /* Which bytes a value may have. None of them means anything to a shell, quoted or not. */
 struct Form {
   const char *name;
   bool letters;                          /* A to Z in both cases; digits always */
   const char *others;                    /* and these */
-  const char *first;                     /* what the first byte has to be; NULL: anything but "-" */
+  const char *first;                     /* what the first byte has to be; NULL: not "-" or "." */
   bool (*whole)(std::string_view value); /* what the value has to be beyond that; NULL: anything */
   const char *says;
 };
@@ -46,14 +72,18 @@ bool IsRange(std::string_view value) {
   return IsAddress(first) && IsAddress(value) && value.find('-') == value.npos;
 }
 
+/* No folder or file that is hidden, and none beside the folder that it is to be in. */
+bool IsPlainPath(std::string_view value) { return value.find("/.") == value.npos; }
+
 const Form kForms[] = {
-    {"port", false, "", nullptr, nullptr, "a number"},
+    {"port", false, "", nullptr, IsNumber<uint16_t>, "a number up to 65535"},
     {"port list", false, ",", nullptr, IsPortList,
      "1 to 15 numbers up to 65535 with commas between"},
     {"numbers", false, "+,;", nullptr, nullptr, "digits and + , ;"},
     {"service code", true, "*#+", nullptr, nullptr, "letters, digits and * # +"},
-    {"path", true, "/._+@-", "/", nullptr, "a \"/\" first, then letters, digits and / . _ + @ -"},
-    {"name", true, "._+@-", nullptr, nullptr, "letters, digits and . _ + @ -"},
+    {"path", true, "/._+@-", "/", IsPlainPath,
+     "a \"/\" first, then letters, digits and / . _ + @ -, no . behind a /"},
+    {"name", true, "._+@-", nullptr, nullptr, "letters, digits and . _ + @ -, no . first"},
     {"text", true, " ._+@,:/-", nullptr, nullptr, "letters, digits, blanks and . _ + @ , : / -"},
     {"address", true, ".:-", nullptr, nullptr, "an address or a host name"},
     {"range", true, ".:-", nullptr, IsRange, "two addresses with a - between"},
@@ -79,7 +109,12 @@ bool Fits(const Form &form, std::string_view value) {
     if (!IsAllowed(form, byte)) return false;
   if (form.whole != nullptr && !form.whole(value)) return false;
   if (value.empty()) return true;
-  return form.first == nullptr ? value[0] != '-' : value[0] == form.first[0];
+  return form.first == nullptr ? strchr("-.", value[0]) == nullptr : value[0] == form.first[0];
+}
+
+int Refuse(std::string *why, const std::string &text) {
+  *why = text + " (dbmgr --trust-values takes anything)";
+  return -1;
 }
 
 }  // namespace
@@ -88,11 +123,15 @@ bool trust_values = false;
 
 int CheckForm(const std::string &path, const std::string &name, std::string_view value,
               std::string *why) {
-  if (name.empty() || trust_values) return 0;
+  if (trust_values) return 0;
+  for (const Type &type : kTypes) {
+    if (name != type.name) continue;
+    if (type.takes == nullptr || type.takes(value)) return 0;
+    return Refuse(why, "\"" + path + "\" is of type " + name + ": " + type.says);
+  }
   const Form *form = FindForm(name);
   if (form != nullptr && Fits(*form, value)) return 0;
-  *why = "\"" + path + "\" goes into a shell line, so it has the form \"" + name +
-         "\": " + (form != nullptr ? form->says : "a form that dbmgr does not know") +
-         " (dbmgr --trust-values takes anything)";
-  return -1;
+  return Refuse(why,
+                "\"" + path + "\" goes into a shell line, so it has the form \"" + name +
+                    "\": " + (form != nullptr ? form->says : "a form that dbmgr does not know"));
 }

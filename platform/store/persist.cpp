@@ -116,12 +116,13 @@ int LayRows(MDB_txn *txn, const Kept &entry) {
   return TreeThread()->failed ? -1 : 0;
 }
 
-/* Whether the check of the leaf's kind takes the value; else why not. */
+/* Whether the check of the leaf's form, or else of its type, takes the value; else why not. */
 int CheckKept(MDB_txn *txn, const Kept &entry, const Record &leaf, std::string *why) {
   std::string_view set;
   if (gCheck == nullptr || TreeAttributes(txn, leaf.head.attributes, &set) != 0) return 0;
   std::string form(AttributeIn(set, "check"));
-  return form.empty() ? 0 : gCheck(entry.key, form, entry.value, why);
+  if (form.empty()) form = AttributeIn(set, "type");
+  return form == "string" ? 0 : gCheck(entry.key, form, entry.value, why);
 }
 
 bool IsCount(MDB_txn *txn, const Key &leaf) {

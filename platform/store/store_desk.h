@@ -10,8 +10,8 @@
    `size` is too small. */
 int ams_desk_mod(const char *path, char *mod, size_t size);
 
-/* Whether the leaf `path`, whose "check" attribute names `form` (never ""), may have `value`. 0, or
-   -1 with one line in `why`. */
+/* Whether the leaf `path` may have `value`: its "check" attribute names `form`, or, without one,
+   its type is that (but "string": such a leaf may have any). 0, or -1 with one line in `why`. */
 using AmsDeskCheck = int (*)(const std::string &path, const std::string &form,
                              std::string_view value, std::string *why);
 

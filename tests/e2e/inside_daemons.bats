@@ -73,7 +73,7 @@ offers() { [ "$(offered_key "$1")" = "$2" ]; }
   expect 0 "+ killall telnetd >/dev/null 2>&1" cfgcmd --calls set $SERVICES.ServiceTelnet.Enable 0
   until_true listens 2323 0
   until_true listens 2324 0
-  expect 0 "" cfgcmd --calls set $SERVICES.ServiceTelnet.Enable 2
+  refused 1 boolean cfgcmd set $SERVICES.ServiceTelnet.Enable 2
 }
 
 # ---- SNMP ----

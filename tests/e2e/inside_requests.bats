@@ -80,6 +80,7 @@ $USERS.1.Level=0" cfgcmd get $USERS
   refused 1 '317 bytes.*carries 255' cfgcmd set $DEVICE.ProvisioningCode "$long"
   refused 1 'byte 0x03' cfgcmd set $DEVICE.ProvisioningCode $'a\x03b=c'
   refused 1 'full path' cfgcmd set nodots 1
+  refused 1 "is of type boolean: 0 or 1 .*--trust-values" cfgcmd set $SERVICES.ServiceTelnet.Enable on
   refused 1 'no parameter' cfgcmd sset $DEVICE.Nope 1
   refused 1 'no parameter' cfgcmd tree $DEVICE.Nope
   refused 1 'nobody:here.*not running' cfgcmd send nobody:here 1 --wait
@@ -101,6 +102,9 @@ $USERS.1.Level=0" cfgcmd get $USERS
   # The same text where no shell sees it.
   cfgcmd set $DEVICE.ProvisioningCode '23;touch /tmp/broken'
   [ ! -e /tmp/broken ]
+  # What the gateway keeps in /tmp for itself begins with a dot.
+  refused 1 'the form "name"' cfgcmd set \
+    InternetGatewayDevice.X_TR69_Transfer.X_KVO_Download.TargetFileName .kvo_restart_uhttpd
 }
 
 @test "a refused leaf leaves the others of its request as they were" {

@@ -158,6 +158,20 @@ end" gateway bash -c "$show && cfgcmd get $server.X_KVO_TR069WANSAVE && echo end
   [ "$status" -eq 0 ] || fail "$status $output"
 }
 
+@test "a backup is checked as a client's values are" {
+  prepare "nvram --area 2 set factoryType=true && nvram --area 2 commit
+    cat >/var/config/backup.conf" <<KEPT
+$SERVICES.ServiceSNMP.SystemName=x\" ; touch /tmp/broken ; echo \"
+$SERVICES.ServiceSNMP.SystemLocation=kept
+$SERVICES.ServiceSNMP.Enable=maybe
+KEPT
+  expect 0 "gateway
+kept
+0
+2" gateway bash -c "for leaf in SystemName SystemLocation Enable; do cfgcmd get $SERVICES.ServiceSNMP.\$leaf; done
+    grep -cE 'SNMP.(SystemName|Enable) passed over: .*(form \"text\"|type boolean)' /var/log/devkit/dbmgr.log"
+}
+
 @test "a data-model file that does not parse: file, line and reason, and no start" {
   run sandbox --bare -- bash -c 'mount --version >/dev/null
     sed "s/^<InternetGatewayDevice .*/<broken/" /etc/tr098_data_model.xml >/tmp/broken.xml

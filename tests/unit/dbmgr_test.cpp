@@ -1,5 +1,5 @@
-// The data-base manager's check of values that reach a shell line, and what the data-model file and
-// the documentation say of them.
+// The data-base manager's checks of requests and values, what becomes of a request, and what the
+// data-model file and the documentation say of the values that reach a shell line.
 #include "dbmgr.h"
 
 #include <gtest/gtest.h>
@@ -23,9 +23,26 @@ struct FormCase {
 };
 
 const FormCase kForms[] = {
-    {"", "$(reboot)\n", true},
+    {"string", "$(reboot)\n", true},
+    {"dateTime", "", true},
+    {"boolean", "0", true},
+    {"boolean", "1", true},
+    {"boolean", "2", false},
+    {"boolean", "true", false},
+    {"boolean", "", false},
+    {"unsignedInt", "4294967295", true},
+    {"unsignedInt", "4294967296", false},
+    {"unsignedInt", "-1", false},
+    {"unsignedInt", "oops", false},
+    {"unsignedInt", "1 ", false},
+    {"unsignedInt", "", false},
+    {"int", "-2147483648", true},
+    {"int", "2147483648", false},
+    {"int", "1;reboot", false},
     {"port", "8089", true},
     {"port", "-1", false},
+    {"port", "65536", false},
+    {"port", "", false},
     {"port list", "23,2323", true},
     {"port list", "1,2,3,4,5,6,7,8,9,10,11,12,13,14,65535", true},
     {"port list", "1,2,3,4,5,6,7,8,9,10,11,12,13,14,15,16", false},
@@ -36,8 +53,13 @@ const FormCase kForms[] = {
     {"path", "/mnt/usb1_1", true},
     {"path", "mnt", false},
     {"path", "/mnt/$(id)", false},
+    {"path", "/mnt/a.b/c.", true},
+    {"path", "/mnt/../etc", false},
+    {"path", "/.ssh", false},
     {"name", "public-2.x", true},
     {"name", "-rf", false},
+    {"name", ".kvo_restart_uhttpd", false},
+    {"name", "..", false},
     {"name", "a'b", false},
     {"name", "gr\xc3\xbc\xc3\x9f", false},
     {"text", "Rack 2, room 1", true},
@@ -58,7 +80,7 @@ const FormCase kForms[] = {
     {"no such form", "1", false},
 };
 
-TEST(Forms, TakeOnlyWhatAShellReadsAsText) {
+TEST(Forms, TakeOnlyWhatAShellReadsAsTextOrTheTypeHas) {
   for (const FormCase &one : kForms) {
     std::string why;
     EXPECT_EQ(CheckForm("A.B", one.form, one.value, &why), one.taken ? 0 : -1)
@@ -68,7 +90,7 @@ TEST(Forms, TakeOnlyWhatAShellReadsAsText) {
   }
   trust_values = true;
   std::string why;
-  EXPECT_EQ(CheckForm("A.B", "port", "$(reboot)", &why), 0);
+  for (const FormCase &one : kForms) EXPECT_EQ(CheckForm("A.B", one.form, one.value, &why), 0);
   trust_values = false;
 }
 
@@ -114,14 +136,66 @@ Checks DocumentedChecks() {
   return checks;
 }
 
-TEST(Forms, TheDocumentationListsEveryCheckedParameter) {
-  gptXmlTrees = ShmPoolSrvInit();
-  ASSERT_NE(gptXmlTrees, nullptr);
-  FILE *file = fopen("/etc/tr098_data_model.xml", "re");
-  ASSERT_NE(file, nullptr);
-  gptXmlTrees->root = ams_mxmlLoadFile(nullptr, file, nullptr);
-  fclose(file);
-  ASSERT_NE(gptXmlTrees->root, nullptr);
+class Model : public testing::Test {
+ protected:
+  static void SetUpTestSuite() {
+    gptXmlTrees = ShmPoolSrvInit();
+    ASSERT_NE(gptXmlTrees, nullptr);
+    FILE *file = fopen("/etc/tr098_data_model.xml", "re");
+    ASSERT_NE(file, nullptr);
+    gptXmlTrees->root = ams_mxmlLoadFile(nullptr, file, nullptr);
+    fclose(file);
+  }
+  void SetUp() override { ASSERT_NE(gptXmlTrees->root, nullptr); }
+};
+
+/* What a request is to become: who serves it and its url there, or a part of the refusal. */
+struct PlanCase {
+  uint32_t command;
+  const char *url, *value;
+  const char *served, *refused;
+};
+
+#define IGD        "InternetGatewayDevice"
+#define LAN_SERVER IGD ".LANDevice.1.LANHostConfigManagement"
+
+const PlanCase kPlans[] = {
+    {APPT_CMD_GET, IGD ".Services.", "", "sysmgr:capabinfo " IGD ".Services", nullptr},
+    {APPT_CMD_GET, IGD ".Services..", "", nullptr, "no parameter"},
+    {APPT_CMD_SET, IGD ".Services.ServiceTelnet.", "Port=23",
+     "sysmgr:capabinfo " IGD ".Services.ServiceTelnet", nullptr},
+    {APPT_CMD_SET, IGD ".Services.ServiceTelnet", "Port.=23", nullptr, "\"Port.\" is no name"},
+    {APPT_CMD_SET, IGD ".Services", "ServiceTelnet.Port=23", nullptr, "is no name"},
+    {APPT_CMD_SET, IGD ".Services.ServiceTelnet", "Enable=on", nullptr, "boolean"},
+    {APPT_CMD_DEL, IGD ".X_CT-COM_UserInfo.UserList.1.", "",
+     "sysmgr:capabinfo " IGD ".X_CT-COM_UserInfo.UserList.1", nullptr},
+    {APPT_CMD_SET, LAN_SERVER, "DHCPServerEnable=1", " " LAN_SERVER, nullptr},
+};
+
+TEST_F(Model, RequestsBecomePlans) {
+  for (const PlanCase &one : kPlans) {
+    Plan plan;
+    std::string why, what = std::to_string(one.command) + " " + one.url + " " + one.value;
+    EXPECT_EQ(PlanRequest({one.command, one.url, one.value}, &plan, &why),
+              one.refused == nullptr ? 0 : -1)
+        << what << ": " << why;
+    if (one.refused == nullptr)
+      EXPECT_EQ(plan.module + " " + plan.url, one.served) << what;
+    else
+      EXPECT_NE(why.find(one.refused), why.npos) << what << ": " << why;
+  }
+  /* A leaf that the store would refuse when the one before it is written already. */
+  Plan plan;
+  std::string why;
+  EXPECT_EQ(
+      PlanRequest({APPT_CMD_SET, LAN_SERVER ".IPInterface.1",
+                   "Enable=1\x03IPInterfaceSubnetMask=" + std::string(AMS_VALUE_MAX + 1, 'x')},
+                  &plan, &why),
+      -1);
+  EXPECT_NE(why.find("32769 bytes"), why.npos) << why;
+}
+
+TEST_F(Model, TheDocumentationListsEveryCheckedParameter) {
   FormsOf forms;
   CollectForms("InternetGatewayDevice", &forms);
   Checks checks;
