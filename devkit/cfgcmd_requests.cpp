@@ -4,6 +4,7 @@
 
 namespace {
 
+/* As paths are shown; dbmgr takes a "." at the end. */
 std::string Bare(std::string path) {
   if (!path.empty() && path.back() == '.') path.pop_back();
   return path;
@@ -13,7 +14,7 @@ std::string Bare(std::string path) {
 Outcome Ask(uint32_t command, const std::string &url, const std::string &value,
             const Options &options, DbmgrAnswer *answer) {
   if (url.size() > UINT16_MAX) return {kRefused, "the path is longer than 65535 bytes: check it"};
-  std::string bytes = DbmgrPutRequest({command, Bare(url), value});
+  std::string bytes = DbmgrPutRequest({command, url, value});
   std::string reply;
   Outcome outcome = Call(DBMGR_NAME, DBMGR_MSG_REQUEST, bytes, options, &reply);
   if (outcome.status != kDone) return outcome;
@@ -58,10 +59,13 @@ Outcome VerbSet(const Words &words, const Options &options) {
   for (size_t i = 0; i < words.size(); i += 2)
     if (AddToGroup(&groups, Bare(words[i]), words[i + 1]) != 0)
       return {kRefused, "\"" + words[i] + "\": give the full path, and a value without byte 0x03"};
+  std::string done;
   for (const Group &group : groups) {
     DbmgrAnswer answer;
     Outcome outcome = Ask(APPT_CMD_SET, group.object, group.value, options, &answer);
+    if (outcome.status != kDone && !done.empty()) outcome.text += "; set before it: " + done;
     if (outcome.status != kDone) return outcome;
+    done += (done.empty() ? "" : ", ") + group.object;
   }
   return {};
 }

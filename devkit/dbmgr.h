@@ -11,10 +11,16 @@
 
 #include "dbmgr_proto.h"
 
+/* A module that is to bring the values of a node and of all below it up to date. */
+struct Ask {
+  std::string module, url;
+};
+
 /* A request that was checked. */
 struct Plan {
   uint32_t command = 0;
   std::string module;             /* who serves it; "": the store alone does */
+  std::vector<Ask> asks;          /* whom the store has to wait for first: none with a module */
   std::string url, value;         /* as they travel to the module */
   std::string leaf;               /* full path when one leaf was asked for, else "" */
   std::vector<std::string> paths; /* "set": full paths of the leaves, in order */
@@ -34,6 +40,9 @@ extern bool trust_values;
 
 /* "add", "get"...: how people call a command. */
 const char *CommandName(uint32_t command);
+
+/* The refusal of a plan by `who` ("the store", a module), which said why in `log`. */
+DbmgrAnswer RefusedBy(const std::string &who, const Plan &plan, const char *log);
 
 /* Serves a plan that has no module. */
 DbmgrAnswer ServeFromStore(const Plan &plan);

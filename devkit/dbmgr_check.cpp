@@ -1,5 +1,5 @@
-// Checks a client's request against the tree before anything is sent: each refusal says what is
-// wrong and what to do.
+// Checks a client's request against the tree before anything is sent, and finds who serves it: each
+// refusal says what is wrong and what to do.
 #include <cctype>
 #include <cstring>
 #include <string_view>
@@ -19,18 +19,23 @@ struct CommandRule {
   uint32_t command;
   const char *name;
   unsigned takes;
-  const char *needs; /* for the refusal of other nodes */
+  const char *needs;  /* for the refusal of other nodes */
+  const char *undone; /* what a refusal by who serves it leaves */
 };
 
 const CommandRule kRules[] = {
-    {APPT_CMD_GET, "get", kLeaf | kObject | kArray | kInstance, ""},
-    {APPT_CMD_SET, "set", kObject | kInstance, "a parameter"},
-    {APPT_CMD_ADD, "add", kArray, "an array"},
-    {APPT_CMD_DEL, "del", kInstance, "an instance of an array"},
-    {APPT_CMD_LIST, "list", kArray, "an array"},
-    {APPT_CMD_ATTR, "attr", kLeaf | kObject | kArray | kInstance, ""},
-    {APPT_CMD_REFRESH, "refresh", kLeaf | kObject | kArray | kInstance, ""},
+    {APPT_CMD_GET, "get", kLeaf | kObject | kArray | kInstance, "", ""},
+    {APPT_CMD_SET, "set", kObject | kInstance, "a parameter", "its parameters are as before; "},
+    {APPT_CMD_ADD, "add", kArray, "an array", "no row is new; "},
+    {APPT_CMD_DEL, "del", kInstance, "an instance of an array", ""},
+    {APPT_CMD_LIST, "list", kArray, "an array", ""},
+    {APPT_CMD_ATTR, "attr", kLeaf | kObject | kArray | kInstance, "", ""},
+    {APPT_CMD_REFRESH, "refresh", kLeaf | kObject | kArray | kInstance, "", ""},
 };
+
+bool Reads(uint32_t command) {
+  return command == APPT_CMD_GET || command == APPT_CMD_ATTR || command == APPT_CMD_REFRESH;
+}
 
 const CommandRule *FindRule(uint32_t command) {
   for (const CommandRule &rule : kRules)
@@ -127,14 +132,52 @@ bool HasOp(const std::string &url) {
 }
 
 bool NeedsOp(const Plan &plan, unsigned kind) {
-  if (!plan.leaf.empty() || plan.command == APPT_CMD_SET) return true;
-  return kind == kArray && plan.command != APPT_CMD_LIST;
+  return !plan.leaf.empty() || plan.command == APPT_CMD_SET || kind == kArray;
+}
+
+/* The objects and arrays right below `url`. */
+std::vector<std::string> NodesBelow(const std::string &url) {
+  std::vector<std::string> nodes;
+  char child[AMS_PATH_SIZE];
+  AmsTree *root = gptXmlTrees->root;
+  int more = ams_get_first_child(root, url.c_str(), child);
+  while (more == 0) {
+    std::string node = child;
+    if (KindOf(node) != kLeaf) nodes.push_back(node);
+    more = ams_get_next_child(root, node.c_str(), child);
+  }
+  return nodes;
+}
+
+bool HasOpBelow(const std::string &url) {
+  if (!Attribute(url, "op").empty()) return true;
+  for (const std::string &node : NodesBelow(url))
+    if (HasOpBelow(node)) return true;
+  return false;
+}
+
+/* The topmost nodes below `url` that a module serves by op functions. An array without one of its
+   own is passed over for its rows, as modules refuse such arrays. */
+void FindAsks(const std::string &url, const std::string &inherited, std::vector<Ask> *asks) {
+  for (const std::string &node : NodesBelow(url)) {
+    std::string module = Attribute(node, "mod");
+    if (module.empty()) module = inherited;
+    bool bare_array = KindOf(node) == kArray && Attribute(node, "op").empty();
+    if (module.empty() || bare_array)
+      FindAsks(node, module, asks);
+    else if (HasOpBelow(node))
+      asks->push_back({module, node});
+  }
 }
 
 void FindModule(Plan *plan, unsigned kind) {
   char module[TDS_NAME_SIZE];
+  if (plan->command == APPT_CMD_LIST) return; /* no op function has a say in it */
   if (NeedsOp(*plan, kind) && !HasOp(plan->url)) return;
-  if (ams_desk_mod(plan->url.c_str(), module, sizeof module) == 0) plan->module = module;
+  if (ams_desk_mod(plan->url.c_str(), module, sizeof module) == 0)
+    plan->module = module;
+  else if (plan->leaf.empty() && Reads(plan->command))
+    FindAsks(plan->url, "", &plan->asks);
 }
 
 int CheckFrame(const Plan &plan, std::string *why) {
@@ -149,6 +192,13 @@ int CheckFrame(const Plan &plan, std::string *why) {
 const char *CommandName(uint32_t command) {
   const CommandRule *rule = FindRule(command);
   return rule != nullptr ? rule->name : "?";
+}
+
+DbmgrAnswer RefusedBy(const std::string &who, const Plan &plan, const char *log) {
+  const CommandRule *rule = FindRule(plan.command); /* a plan has one */
+  return {-1, DbmgrText::Text,
+          who + " refused " + rule->name + " of \"" + (plan.leaf.empty() ? plan.url : plan.leaf) +
+              "\": " + rule->undone + log + " says why"};
 }
 
 int PlanRequest(const DbmgrRequest &request, Plan *plan, std::string *why) {

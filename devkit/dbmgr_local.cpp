@@ -1,4 +1,7 @@
-// What the data-base manager does with the store itself: serves nodes that no module serves.
+// What the data-base manager does with the store itself: serves nodes that no module serves, and
+// lists.
+#include <algorithm>
+#include <cstdlib>
 #include <cstring>
 #include <memory>
 
@@ -10,10 +13,7 @@ namespace {
 using StoreText = std::unique_ptr<char, decltype(&__tds_free)>;
 
 DbmgrAnswer Refused(const Plan &plan) {
-  return {-1, DbmgrText::Text,
-          std::string("the store refused ") + CommandName(plan.command) + " of \"" +
-              (plan.leaf.empty() ? plan.url : plan.leaf) +
-              "\": /var/log/devkit/dbmgr.log says why"};
+  return RefusedBy("the store", plan, "/var/log/devkit/dbmgr.log");
 }
 
 DbmgrAnswer Get(const Plan &plan) {
@@ -66,12 +66,19 @@ DbmgrAnswer Delete(const Plan &plan) {
 }
 
 DbmgrAnswer List(const Plan &plan) {
-  char list[4096];
-  if (ams_get_idxes(gptXmlTrees->root, plan.url.c_str(), list) != 0) return Refused(plan);
+  AmsTree *root = gptXmlTrees->root;
+  const char *array = plan.url.c_str();
+  char highest[16];
+  if (ams_get_array_maxIndex(root, array, highest) != 0) return Refused(plan);
+  /* Room for all the numbers up to that one, and for rows that are added meanwhile. */
+  uint64_t room = strtoull(highest, nullptr, 10) * (strlen(highest) + 1) + 4096;
+  std::string list(std::min<uint64_t>(room, TDS_PAYLOAD_MAX), '\0');
+  if (ams_get_idxes(root, array, list.data(), list.size()) != 0) return Refused(plan);
+  list.resize(strlen(list.c_str()));
   return {0, DbmgrText::Text, list};
 }
 
-DbmgrAnswer Refresh(const Plan &) { return {}; /* there is no op function to call */ }
+DbmgrAnswer Refresh(const Plan &) { return {}; /* whoever had to be asked was asked before */ }
 
 struct LocalRow {
   uint32_t command;

@@ -3,7 +3,11 @@
 
 #include <string_view>
 
+#include "tds.h"
+
 namespace {
+
+constexpr size_t kAnswerHead = 5; /* result and kind */
 
 void PutNumber(std::string *bytes, uint32_t number, int width) {
   for (int i = 0; i < width; ++i) *bytes += static_cast<char>(number >> (8 * i));
@@ -40,6 +44,12 @@ std::string DbmgrPutRequest(const DbmgrRequest &request) {
 }
 
 std::string DbmgrPutAnswer(const DbmgrAnswer &answer) {
+  constexpr size_t kMost = TDS_PAYLOAD_MAX - kAnswerHead;
+  if (answer.text.size() > kMost)
+    return DbmgrPutAnswer({-1, DbmgrText::Text,
+                           "the answer has " + std::to_string(answer.text.size()) +
+                               " bytes, a message carries " + std::to_string(kMost) +
+                               ": ask for parts of it"});
   std::string bytes;
   PutNumber(&bytes, static_cast<uint32_t>(answer.result), 4);
   PutNumber(&bytes, static_cast<uint32_t>(answer.kind), 1);

@@ -30,6 +30,8 @@ struct DbmgrAnswer {
 };
 
 std::string DbmgrPutRequest(const DbmgrRequest &request);
+
+/* An answer that no message holds becomes a refusal that says so. */
 std::string DbmgrPutAnswer(const DbmgrAnswer &answer);
 
 /* 0, or -1: the bytes are no such message (lengths that do not fit, bytes left over, a NUL inside a

@@ -1,10 +1,12 @@
-// Routing: requests go to the module that serves their node and come back as acknowledgements. No
-// module is ever waited for: each has a queue, of which a bounded number is in flight.
+// Routing: requests go to the module that serves their node and come back as acknowledgements; what
+// is above several modules becomes a request to each of them. No module is ever waited for: each
+// has a queue, of which a bounded number is in flight.
 #include <unistd.h>
 
 #include <ctime>
 #include <deque>
 #include <map>
+#include <memory>
 #include <string_view>
 #include <unordered_map>
 
@@ -17,9 +19,17 @@ namespace {
 constexpr size_t kInFlight = 32;  /* well below the bound of a module's message queue */
 constexpr size_t kWaiting = 1024; /* a module that hangs must not eat the memory */
 
+/* A client's request that the store serves when several modules are done. */
+struct Whole {
+  uint64_t client; /* token of the answer that was put off; 0: it was refused */
+  Plan plan;
+  size_t missing; /* modules that are not done */
+};
+
 struct Request {
   uint64_t client = 0; /* token of the answer that was put off */
   Plan plan;
+  std::shared_ptr<Whole> whole; /* what it is a part of, instead of a client's own */
 };
 
 struct Module {
@@ -49,6 +59,21 @@ void Answer(uint64_t client, const DbmgrAnswer &answer) {
 
 void Refuse(uint64_t client, const std::string &why) { Answer(client, {-1, DbmgrText::Text, why}); }
 
+/* The first part that is refused ends the whole, the last one that is done lets the store serve it.
+ */
+void Finish(const Request &request, const DbmgrAnswer &answer) {
+  if (request.whole == nullptr) return Answer(request.client, answer);
+  Whole &whole = *request.whole;
+  --whole.missing;
+  if (whole.client == 0 || (answer.result >= 0 && whole.missing > 0)) return;
+  Answer(whole.client, answer.result < 0 ? answer : ServeFromStore(whole.plan));
+  whole.client = 0;
+}
+
+void Refuse(const Request &request, const std::string &why) {
+  Finish(request, {-1, DbmgrText::Text, why});
+}
+
 /* Head, url and value as the framework reads them; the plan's texts fit in one-byte lengths. */
 std::string Frame(uint32_t chain, const Plan &plan) {
   std::string frame(APPT_HEAD_SIZE, '\0');
@@ -73,7 +98,7 @@ void Pump(const std::string &name) {
     if (SendMsg(EV_APPT_MSG_REQUEST, frame.data(), static_cast<uint32_t>(frame.size()),
                 name.c_str()) != 0) {
       Refuse(
-          request.client,
+          request,
           name +
               " is not running or takes no messages: \"gateway-daemon restart sysmgr\" starts it");
       continue;
@@ -87,12 +112,26 @@ void Enqueue(Request request) {
   std::string name = request.plan.module;
   Module &module = g_modules[name];
   if (module.waiting.size() >= kWaiting) {
-    Refuse(request.client,
+    Refuse(request,
            name + " is busy, " + std::to_string(kWaiting) + " requests wait for it: try later");
     return;
   }
   module.waiting.push_back(std::move(request));
   Pump(name);
+}
+
+/* A request to each of the modules that the plan asks. */
+void EnqueueParts(const Request &request) {
+  auto whole =
+      std::make_shared<Whole>(Whole{request.client, request.plan, request.plan.asks.size()});
+  for (const Ask &ask : whole->plan.asks) {
+    Request part;
+    part.plan.command = APPT_CMD_REFRESH;
+    part.plan.module = ask.module;
+    part.plan.url = ask.url;
+    part.whole = whole;
+    Enqueue(std::move(part));
+  }
 }
 
 /* "name=value" and the separator, as a module answers for one leaf: the bare value. */
@@ -113,12 +152,15 @@ std::string ReplyText(const void *data, uint32_t length) {
 DbmgrAnswer AnswerOf(const Request &request, int32_t result, uint32_t code,
                      const std::string &text) {
   const Plan &plan = request.plan;
-  if (result < 0)
+  constexpr char kLog[] = "/var/log/devkit/sysmgr.log";
+  if (result < 0) return RefusedBy(plan.module, plan, kLog);
+  if (code != APPT_CODE_RESULT_VALUE) {
+    if (plan.command != APPT_CMD_GET && plan.command != APPT_CMD_ATTR)
+      return {result, DbmgrText::None, ""};
     return {-1, DbmgrText::Text,
-            plan.module + " refused " + CommandName(plan.command) + " of \"" +
-                (plan.leaf.empty() ? plan.url : plan.leaf) +
-                "\": /var/log/devkit/sysmgr.log says why"};
-  if (code != APPT_CODE_RESULT_VALUE) return {result, DbmgrText::None, ""};
+            plan.module + " answered without the value of \"" +
+                (plan.leaf.empty() ? plan.url : plan.leaf) + "\": " + kLog + " says why"};
+  }
   if (plan.leaf.empty()) return {result, DbmgrText::Text, text};
   return {result, DbmgrText::Leaf, plan.command == APPT_CMD_GET ? BareValue(text) : text};
 }
@@ -138,6 +180,7 @@ void RouteRequest(int32_t, const void *data, uint32_t length) {
     return Refuse(request.client, "the request is damaged: is the client of this gateway?");
   if (PlanRequest(asked, &request.plan, &why) != 0) return Refuse(request.client, why);
   if (!request.plan.module.empty()) return Enqueue(std::move(request));
+  if (!request.plan.asks.empty()) return EnqueueParts(request);
 
   Answer(request.client, ServeFromStore(request.plan));
 }
@@ -161,7 +204,7 @@ void RouteAcknowledgement(int32_t, const void *data, uint32_t length) {
 
   int32_t result = static_cast<int32_t>(appt_GetWord(bytes + 12));
   std::string text = ReplyText(data, length);
-  Answer(request.client, AnswerOf(request, result, appt_GetWord(bytes + 8), text));
+  Finish(request, AnswerOf(request, result, appt_GetWord(bytes + 8), text));
   Pump(request.plan.module);
 }
 
@@ -180,7 +223,7 @@ void RoutePeerGone(int32_t, const void *data, uint32_t length) {
       ++it;
       continue;
     }
-    Refuse(it->second.client,
+    Refuse(it->second,
            name + " died before it answered: look at /var/log/devkit/sysmgr.log, then ask again");
     it = g_in_flight.erase(it);
   }

@@ -66,10 +66,65 @@ $USERS.1.Level=0" cfgcmd get $USERS
   expect 0 "" cfgcmd attr InternetGatewayDevice.ALL_CHANGED_DATA
 }
 
+@test "above several modules, each brings its part up to date; one that is busy holds up no other" {
+  cfgcmd sset $DEVICE.MemoryStatus.Total 0
+  cfgcmd --calls refresh InternetGatewayDevice. >"$BATS_TEST_TMPDIR/calls"
+  for call in "cpuState.sh path=$DEVICE.ProcessStatus" 'l2tp_cfg.sh action="lnsstats"'; do
+    grep -qF "$call" "$BATS_TEST_TMPDIR/calls" || fail "no $call: $(cat "$BATS_TEST_TMPDIR/calls")"
+  done
+  [ "$(cfgcmd tree $DEVICE.MemoryStatus.Total | awk '{print $3}')" -gt 0 ]
+  cfgcmd sset $DEVICE.MemoryStatus.Total 0
+  cfgcmd --timeout 60 get InternetGatewayDevice >"$BATS_TEST_TMPDIR/all"
+  grep -Eq "^$DEVICE.MemoryStatus.Total=[1-9]" "$BATS_TEST_TMPDIR/all" || fail "$(cat "$BATS_TEST_TMPDIR/all")"
+  [ "$(grep -c . "$BATS_TEST_TMPDIR/all")" -gt 150 ]
+
+  stub_sleep l2tp_cfg.sh 600
+  before=$(wc -l <$COMMANDS)
+  all=$BATS_TEST_TMPDIR/refused
+  { cfgcmd --timeout 600 get InternetGatewayDevice >"$all" 2>&1 || echo $? >"$all.status"; } 3>&- &
+  waits() { tail -n +$((before + 1)) $COMMANDS | grep -q lnsstats; }
+  until_true waits
+  stub_reset
+  expect 0 V2.3.1 cfgcmd get $DEVICE.X_KVO_FWVersion
+  [ -e "$all" ] && [ ! -e "$all.status" ]
+  kill -9 "$(pid_of sysmgr)"
+  wait
+  [ "$(cat "$all.status")" = 1 ]
+  grep -Eq '^cfgcmd: sysmgr:[a-zA-Z]+ died before it answered' "$all" || fail "$(cat "$all")"
+  refused 1 'sysmgr:devInfo is not running' cfgcmd --timeout 600 attr InternetGatewayDevice
+  gateway-daemon restart sysmgr
+}
+
+@test "a module that answers without the value that was asked for is no success" {
+  gateway-daemon stop sysmgr
+  cfgcmd listen sysmgr:mgtsrvr >"$BATS_TEST_TMPDIR/heard" 3>&- &
+  module=$!
+  cfgcmd --timeout 60 wait sysmgr:mgtsrvr
+  answer=$BATS_TEST_TMPDIR/answer
+  {
+    status=0
+    cfgcmd --timeout 600 get InternetGatewayDevice.ManagementServer.URL >"$answer" 2>&1 || status=$?
+    echo $status >"$answer.status"
+  } 3>&- &
+  until_true grep -q 0x100005 "$BATS_TEST_TMPDIR/heard"
+  # Its chain id, "get", "result without a text", 0.
+  chain=$(cut -d ' ' -f 4- "$BATS_TEST_TMPDIR/heard" | python3 -c '
+import sys
+print(sys.stdin.read().encode().decode("unicode_escape").encode("latin-1")[:4].hex())')
+  cfgcmd send msgcenter:cAckAgt 0x100003 --hex "$chain 01000000 03000000 00000000"
+  until_true test -s "$answer.status"
+  kill $module
+  wait || true
+  gateway-daemon start sysmgr
+  [ "$(cat "$answer.status")" = 1 ] || fail "$(cat "$answer")"
+  grep -q 'sysmgr:mgtsrvr .* without .*ManagementServer.URL' "$answer" || fail "$(cat "$answer")"
+}
+
 @test "refusals say why and what to do" {
   long=$(printf 'x%.0s' {1..300})
   refused 1 "no parameter \"$DEVICE.Nope\": \"cfgcmd tree\"" cfgcmd get $DEVICE.Nope
   refused 1 'no parameter ""' cfgcmd get ''
+  refused 1 'no parameter' cfgcmd get $DEVICE.X_KVO_FWVersion..
   refused 1 'no parameter' cfgcmd set $DEVICE.Nope 1
   refused 1 'set needs a parameter, .* is an array' cfgcmd set $USERS 1
   refused 1 'add needs an array, .* is an object' cfgcmd add $SERVICES
@@ -81,6 +136,7 @@ $USERS.1.Level=0" cfgcmd get $USERS
   refused 1 'byte 0x03' cfgcmd set $DEVICE.ProvisioningCode $'a\x03b=c'
   refused 1 'full path' cfgcmd set nodots 1
   refused 1 "is of type boolean: 0 or 1 .*--trust-values" cfgcmd set $SERVICES.ServiceTelnet.Enable on
+  refused 1 "no parameter.*; set before it: $DEVICE.X_CT-COM_ReConnect$" cfgcmd set $DEVICE.X_CT-COM_ReConnect.Enable 1 $DEVICE.Nope 1
   refused 1 'no parameter' cfgcmd sset $DEVICE.Nope 1
   refused 1 'no parameter' cfgcmd tree $DEVICE.Nope
   refused 1 'nobody:here.*not running' cfgcmd send nobody:here 1 --wait
@@ -105,6 +161,18 @@ $USERS.1.Level=0" cfgcmd get $USERS
   # What the gateway keeps in /tmp for itself begins with a dot.
   refused 1 'the form "name"' cfgcmd set \
     InternetGatewayDevice.X_TR69_Transfer.X_KVO_Download.TargetFileName .kvo_restart_uhttpd
+}
+
+@test "the answer to a set that the op function refuses says what became of the parameters" {
+  sms=$SERVICES.X_KVO_ShortMsg # a phonebook name is hexadecimal digits
+  refused 1 "refused set of \"$sms\": its parameters are as before; .*log says why" \
+    cfgcmd set $sms.ActionArgument 2 $sms.ActionContent 'not hex' $sms.ActionCode 11
+}
+
+@test "list has as many rows as there are" {
+  for ((i = 2; i <= 1100; ++i)); do echo "add $FILES"; done | cfgcmd --timeout 600 batch >/dev/null
+  expect 0 "$(seq -s , 1100)" cfgcmd list $FILES
+  [ "$(cfgcmd --json list $FILES | grep -c '[0-9]')" = 1100 ]
 }
 
 @test "a refused leaf leaves the others of its request as they were" {

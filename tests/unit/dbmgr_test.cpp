@@ -94,6 +94,20 @@ TEST(Forms, TakeOnlyWhatAShellReadsAsTextOrTheTypeHas) {
   trust_values = false;
 }
 
+TEST(Answer, ThatNoMessageHoldsIsARefusalWithItsSize) {
+  std::string largest(TDS_PAYLOAD_MAX - 5, 'x');
+  for (const char *more : {"", "x"}) {
+    DbmgrAnswer answer;
+    std::string bytes = DbmgrPutAnswer({0, DbmgrText::Text, largest + more});
+    ASSERT_LE(bytes.size(), size_t{TDS_PAYLOAD_MAX});
+    ASSERT_EQ(DbmgrGetAnswer(bytes.data(), bytes.size(), &answer), 0);
+    bool fits = *more == '\0';
+    EXPECT_EQ(answer.result, fits ? 0 : -1);
+    EXPECT_EQ(answer.text == largest, fits);
+    EXPECT_EQ(answer.text.find(std::to_string(largest.size() + 1)) != answer.text.npos, !fits);
+  }
+}
+
 /* ---- the file and the documentation ---- */
 
 using Checks = std::set<std::string>;                         /* "path form", rows as {i} */
@@ -169,6 +183,8 @@ const PlanCase kPlans[] = {
     {APPT_CMD_SET, IGD ".Services.ServiceTelnet", "Enable=on", nullptr, "boolean"},
     {APPT_CMD_DEL, IGD ".X_CT-COM_UserInfo.UserList.1.", "",
      "sysmgr:capabinfo " IGD ".X_CT-COM_UserInfo.UserList.1", nullptr},
+    {APPT_CMD_LIST, IGD ".X_CT-COM_UserInfo.UserList", "", " " IGD ".X_CT-COM_UserInfo.UserList",
+     nullptr},
     {APPT_CMD_SET, LAN_SERVER, "DHCPServerEnable=1", " " LAN_SERVER, nullptr},
 };
 
@@ -193,6 +209,29 @@ TEST_F(Model, RequestsBecomePlans) {
                   &plan, &why),
       -1);
   EXPECT_NE(why.find("32769 bytes"), why.npos) << why;
+}
+
+TEST_F(Model, WhatIsAboveModulesAsksEachOfThem) {
+  const std::string all = "sysmgr:devInfo " IGD
+                          ".DeviceInfo\n"
+                          "sysmgr:mgtsrvr " IGD
+                          ".ManagementServer\n"
+                          "sysmgr:devInfo " IGD
+                          ".X_TR69_Transfer\n"
+                          "sysmgr:capabinfo " IGD
+                          ".X_CT-COM_UserInfo\n"
+                          "sysmgr:capabinfo " IGD ".Services\n";
+  const std::pair<uint32_t, std::string> kCases[] = {
+      {APPT_CMD_GET, IGD "."},         {APPT_CMD_ATTR, IGD},
+      {APPT_CMD_REFRESH, IGD},         {APPT_CMD_GET, IGD ".LANDevice"},
+      {APPT_CMD_GET, IGD ".Services"}, {APPT_CMD_GET, IGD ".DeviceSummary"}};
+  for (const auto &[command, url] : kCases) {
+    Plan plan;
+    std::string why, asks;
+    ASSERT_EQ(PlanRequest({command, url, ""}, &plan, &why), 0) << why;
+    for (const Ask &ask : plan.asks) asks += ask.module + " " + ask.url + "\n";
+    EXPECT_EQ(asks, plan.url == IGD && plan.leaf.empty() ? all : "") << url;
+  }
 }
 
 TEST_F(Model, TheDocumentationListsEveryCheckedParameter) {
