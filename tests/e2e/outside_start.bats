@@ -52,6 +52,20 @@ admin
 false" shown
 }
 
+@test "a backup is checked as a client's values are" {
+  prepare "nvram --area 2 set factoryType=true && nvram --area 2 commit
+    cat >/var/config/backup.conf" <<KEPT
+$SERVICES.ServiceSNMP.SystemName=x\" ; touch /tmp/broken ; echo \"
+$SERVICES.ServiceSNMP.SystemLocation=kept
+$SERVICES.ServiceSNMP.Enable=maybe
+KEPT
+  expect 0 "gateway
+kept
+0
+2" gateway bash -c "for leaf in SystemName SystemLocation Enable; do cfgcmd get $SERVICES.ServiceSNMP.\$leaf; done
+    grep -cE 'SNMP.(SystemName|Enable) passed over: .*(form \"text\"|type boolean)' /var/log/devkit/dbmgr.log"
+}
+
 @test "an invalid boot type: dbmgr says so and does not start" {
   prepare 'nvram --area 2 set factoryType=TRUE && nvram --area 2 commit'
   run gateway true
@@ -156,20 +170,6 @@ end" gateway bash -c "$show && cfgcmd get $server.X_KVO_TR069WANSAVE && echo end
     tail -n 1 /tmp/leaves | { read -r leaf; cfgcmd sset \$leaf \$value; } || exit 7
     cfgcmd set $DEVICE.ProvisioningCode room && [ \"\$(cfgcmd get $DEVICE.ProvisioningCode)\" = room ]"
   [ "$status" -eq 0 ] || fail "$status $output"
-}
-
-@test "a backup is checked as a client's values are" {
-  prepare "nvram --area 2 set factoryType=true && nvram --area 2 commit
-    cat >/var/config/backup.conf" <<KEPT
-$SERVICES.ServiceSNMP.SystemName=x\" ; touch /tmp/broken ; echo \"
-$SERVICES.ServiceSNMP.SystemLocation=kept
-$SERVICES.ServiceSNMP.Enable=maybe
-KEPT
-  expect 0 "gateway
-kept
-0
-2" gateway bash -c "for leaf in SystemName SystemLocation Enable; do cfgcmd get $SERVICES.ServiceSNMP.\$leaf; done
-    grep -cE 'SNMP.(SystemName|Enable) passed over: .*(form \"text\"|type boolean)' /var/log/devkit/dbmgr.log"
 }
 
 @test "a data-model file that does not parse: file, line and reason, and no start" {
