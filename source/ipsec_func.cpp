@@ -5,6 +5,8 @@
 #include <arpa/inet.h>
 
 #include <cstring>
+#include <set>
+#include <string>
 
 #include "ams_config_api.h"
 #include "capabinfo_thread.h"
@@ -54,28 +56,23 @@ void ReadAddress(const char *command, Address &address) {
   (void)pclose(pipe); /* the process ignores SIGCHLD, so the status says nothing */
 }
 
-void ResolveName(const char *name, Address &address) {
-  char command[128];
-  int length =
-      snprintf(command, sizeof command, "resolveip -t 5 %s | tr '\n' ' ' | cut -d ' ' -f 1", name);
-  if (length < 0 || static_cast<size_t>(length) >= sizeof command) {
-    AMS_PRINT(4, "peer name %s not resolved: it is too long, shorten it", name);
-    return;
-  }
-  ReadAddress(command, address);
+/* The host name of the peer of tunnel `row` while the tunnel is down, else "": also when it has no
+   peer yet, or one that is given by address. */
+std::string NameOfLostPeer(const std::string &row) {
+  std::string status, peer; /* what cannot be read stays empty: the tunnel counts as down */
+  (void)LeafString((row + ".ConnectionStatus").c_str(), &status);
+  (void)LeafString((row + ".RemoteGatewayAddress").c_str(), &peer);
+  return status == "Connected" || inet_addr(peer.c_str()) != INADDR_NONE ? "" : peer;
 }
 
-/* Whether the tunnel `row` is down and its peer is given by name, which is then in `name`. */
-bool IsDownByName(const char *row, char (&name)[AMS_PATH_SIZE]) {
-  char path[AMS_PATH_SIZE], status[64] = "";
-  snprintf(path, sizeof path, "%s.ConnectionStatus", row);
-  /* What cannot be read stays empty: such a tunnel counts as down, with an empty name. */
-  (void)ams_mxml_get_leaf_value(path, status);
-  if (strcmp(status, "Connected") == 0) return false;
-  name[0] = '\0';
-  snprintf(path, sizeof path, "%s.RemoteGatewayAddress", row);
-  (void)ams_mxml_get_leaf_value(path, name);
-  return inet_addr(name) == INADDR_NONE;
+/* The peers that the pass before could not ask for: the log has each while it is there once. */
+std::set<std::string> refused_peers;
+
+/* The line that resolves a name; "" when it does not fit. */
+std::string ResolveCommand(const std::string &name) {
+  constexpr size_t kLongest = 127;
+  std::string command = "resolveip -t 5 " + name + " | tr '\n' ' ' | cut -d ' ' -f 1";
+  return command.size() > kLongest ? "" : command;
 }
 
 }  // namespace
@@ -104,20 +101,30 @@ int FuncServIPSecTunnelList(OpFuncArg *arg) {
   return 0;
 }
 
-/* As many rows are looked at as there are, from number 1 on: behind a gap that a deleted row left
-   the last ones are passed over. Every tunnel is compared with the first "remote" line of racoon's
-   file, and an address that cannot be had is the one that the row before it left: tunnels are
-   applied rather once too often. All of it is the gateway's known behaviour. */
+/* Every tunnel is compared with the first "remote" line of racoon's file, and an address that
+   cannot be had is the one that the row before it left: tunnels are applied rather once too often.
+   That is the gateway's known behaviour. A peer whose name is too long to ask for is passed over.
+ */
 void IpsecPollTunnels(int32_t, const void *, uint32_t) {
   Address in_use = "", resolved = "";
-  for (int i = 1, tunnels = Tunnels(); i <= tunnels; ++i) {
-    char row[128], name[AMS_PATH_SIZE];
-    snprintf(row, sizeof row, IPSEC "TunnelList.%d", i);
+  std::set<std::string> refused;
+  char row[AMS_PATH_SIZE];
+  for (int more = ams_get_first_child(gptXmlTrees->root, IPSEC "TunnelList", row); more == 0;
+       more = ams_get_next_child(gptXmlTrees->root, row, row)) {
     cfgSystemCmd("/usr/syscfg/ipsec_cfg.sh get %s ", row);
-    if (!IsDownByName(row, name)) continue;
+    std::string name = NameOfLostPeer(row), command = ResolveCommand(name);
+    if (name.empty()) continue;
+    if (command.empty()) {
+      refused.insert(row + name);
+      if (refused_peers.count(row + name) == 0)
+        AMS_PRINT(4, "peer of %s not watched, its name has %zu bytes: shorten it\n", row,
+                  name.size());
+      continue;
+    }
     ReadAddress("cat /var/ipsec/racoon.conf | grep remote | cut -d ' ' -f 2", in_use);
-    ResolveName(name, resolved);
+    ReadAddress(command.c_str(), resolved);
     if (strcmp(in_use, resolved) != 0) cfgSystemCmd("/usr/syscfg/ipsec_cfg.sh set %s &", row);
   }
+  refused_peers.swap(refused);
   StartPoll();
 }

@@ -100,10 +100,22 @@ in_use() { printf 'path certificate "/c";\nremote %s {\n}\nremote 203.0.113.9 {\
   cfgcmd refresh $SERVICES.ServiceTelnet
   expect 0 '/usr/syscfg/led.sh internet_wan on 1' tail -n "+$((quiet + 1))" $COMMANDS
   expect 0 $TUNNELS.3 cfgcmd add $TUNNELS
-  # As many rows are looked at as there are, from the first number on: row 3 alone is none of them.
-  cfgcmd set $TUNNELS.3.RemoteGatewayAddress 192.0.2.5
-  until_true got 1 2
-  expect 0 0 gets 3
+  # Rows are looked at by their numbers: those that are gone are not, the one behind them is.
+  cfgcmd set $TUNNELS.3.RemoteGatewayAddress a.example
+  in_use 192.0.2.99
+  after_passes 3 2
+  [ "$(applies 3)" -ge 2 ]
+  expect 0 0 gets 1
+  # Without a peer there is nothing to apply; a name that is too long is told once.
+  cfgcmd set $TUNNELS.3.RemoteGatewayAddress ""
+  after_passes 3 1
+  after_passes 3 2
+  expect 0 0 applies 3
+  cfgcmd set $TUNNELS.3.RemoteGatewayAddress "$(printf 'n%.0s' {1..82})"
+  after_passes 3 1
+  after_passes 3 2
+  expect 0 0 applies 3
+  expect 0 1 grep -c "peer of $TUNNELS.3 not watched" /var/log/devkit/sysmgr.log
   cfgcmd del $TUNNELS.3
 }
 

@@ -1,5 +1,6 @@
 // The services module: its table, the op functions that are a script call or two, the IPsec poll.
 #include <cstdio>
+#include <map>
 #include <set>
 
 #include "capabinfo_thread.h"
@@ -216,9 +217,9 @@ struct PollCase {
   Lines lines;
 };
 
-const std::string kLongName(90, 'n');
+const std::string kLongest(81, 'n'); /* of a name whose line has 127 bytes */
 
-const Tunnel kDown = {"", "a.example"};
+const Tunnel kDown = {"", "a.example"}, kGone = {"deleted", ""};
 const Lines kAsked = {Get(1), kInUse, Resolve("a.example")};
 const Lines kMoved = {Get(1), kInUse, Resolve("a.example"), Set(1)};
 
@@ -239,7 +240,19 @@ const PollCase kPolls[] = {
      {kDown, {"", "b.example"}},
      {"192.0.2.1\n", "192.0.2.1\n", "192.0.2.1\n", ""},
      {Get(1), kInUse, Resolve("a.example"), Get(2), kInUse, Resolve("b.example")}},
-    {"too long to resolve", {{"", kLongName}}, {"192.0.2.1\n"}, {Get(1), kInUse, Set(1)}},
+    {"one without a peer is left alone", {{"Down", ""}}, {}, {Get(1)}},
+    {"the longest name",
+     {{"", kLongest}},
+     {"192.0.2.1\n", "192.0.2.1\n"},
+     {Get(1), kInUse, Resolve(kLongest)}},
+    {"a longer one is left alone, the next is asked for",
+     {{"", kLongest + "n"}, kDown},
+     {"192.0.2.1\n", "192.0.2.2\n"},
+     {Get(1), Get(2), kInUse, Resolve("a.example"), Set(2)}},
+    {"rows that are gone",
+     {kGone, kDown, kGone, {"Connected", ""}},
+     {},
+     {Get(2), kInUse, Resolve("a.example"), Get(4)}},
 };
 
 void AddTunnel(const Tunnel &tunnel) {
@@ -247,6 +260,21 @@ void AddTunnel(const Tunnel &tunnel) {
   ASSERT_EQ(ams_add_obj(gptXmlTrees->root, (kIpsec + "TunnelList").c_str(), url), 0);
   SetLeaf(std::string(url) + ".ConnectionStatus", tunnel.status);
   SetLeaf(std::string(url) + ".RemoteGatewayAddress", tunnel.peer);
+  if (tunnel.status == kGone.status) {
+    ASSERT_EQ(ams_del_obj(gptXmlTrees->root, url), 0);
+  }
+}
+
+/* How often a pass of the poll tells of each tunnel's peer. */
+std::map<int, size_t> ToldByPoll() {
+  const std::string log = LogOf(4, [] {
+    RunOnModule([] { RunMessage(kCapabInfoMsgTable, TDS_MSG_TIMER + CAPABINFO_TIMER_IPSEC); });
+  });
+  std::map<int, size_t> told;
+  const std::string row = kIpsec + "TunnelList.";
+  for (size_t at = 0; (at = log.find(row, at)) != log.npos; at += row.size())
+    ++told[atoi(log.c_str() + at + row.size())];
+  return told;
 }
 
 TEST_F(Services, IpsecPollFollowsThePeers) {
@@ -263,6 +291,22 @@ TEST_F(Services, IpsecPollFollowsThePeers) {
     EXPECT_EQ(TakeCommands(), one.lines) << one.what;
   }
   EXPECT_EQ(AwaitMessage(TDS_MSG_TIMER + CAPABINFO_TIMER_IPSEC).peer, "sysmgr:test");
+}
+
+/* The poll comes three times a second: what it cannot ask for is told when it is new. */
+TEST_F(Services, IpsecPollTellsOnceWhatItCannotAskFor) {
+  StartModules();
+  const std::string peer = kIpsec + "TunnelList.1.RemoteGatewayAddress";
+  for (size_t length : {82, 300}) AddTunnel({"", std::string(length, 'n')});
+  using Told = std::map<int, size_t>;
+  EXPECT_EQ(ToldByPoll(), (Told{{1, 1}, {2, 1}}));
+  EXPECT_EQ(ToldByPoll(), Told{});
+  for (const auto &[name, told] : {std::pair(std::string(83, 'n'), Told{{1, 1}}),
+                                   {std::string("192.0.2.1"), Told{}},
+                                   {std::string(83, 'n'), Told{{1, 1}}}}) {
+    SetLeaf(peer, name);
+    EXPECT_EQ(ToldByPoll(), told) << name;
+  }
 }
 
 }  // namespace
