@@ -65,7 +65,7 @@ const SwitchRow kSwitchRows[] = {
 void SwitchService(const SwitchRow &row) {
   if (ams_check_node(gptXmlTrees->root, row.enable) != 0) return;
   bool on = LeafInt(row.enable) == 1;
-  if (on && row.stop_first != nullptr) cfgSystemCmd("%s", row.stop_first);
+  if (on && row.stop_first != nullptr && cfgSystemCmd("%s", row.stop_first) != 0) return;
   cfgSystemCmd("%s", on ? row.start : row.stop);
 }
 
@@ -89,7 +89,8 @@ int FuncUserInfoUserListI(OpFuncArg *arg) {
   if (access("/usr/syscfg/httpd.sh", X_OK) == 0) {
     /* A failure was logged; the restart matters more than its mark. */
     (void)cfgStatusSetStr("InternetGatewayDevice.DeviceInfo.X_KVO-RestartWeb", "1");
-    cfgSystemCmd("/usr/syscfg/httpd.sh restart &");
+    if (cfgSystemCmd("/usr/syscfg/httpd.sh restart &") != 0)
+      (void)cfgStatusSetStr("InternetGatewayDevice.DeviceInfo.X_KVO-RestartWeb", "0");
   }
   /* A failure was logged by the runtime; the list itself stands. */
   (void)TDS_NotifyRegistrant(EV_USER_LIST_CHANGED, arg->path,

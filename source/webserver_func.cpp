@@ -7,6 +7,7 @@
 
 #include "ams_common_api.h"
 #include "ams_config_api.h"
+#include "op_rows.h"
 
 namespace {
 
@@ -33,30 +34,20 @@ std::string RestartScript(const WebPorts &web) {
          " & \n";
 }
 
-/* 0, or -1 (logged) when the file does not hold the whole text: half of it would kill the server
-   and start none. */
-int WriteScript(FILE *file, const std::string &text) {
-  int put = fputs(text.c_str(), file);
-  if (fclose(file) == 0 && put >= 0) return 0;
-  AMS_PRINT(4, "web server not restarted, cannot write %s: %m; make room in /tmp\n", kScript);
-  return -1;
-}
-
 /* A mark that cannot be written was logged by the store; the restart matters more. */
 void SetMark(int value) { (void)ams_mxml_sset_leaf_int(RESTART_MARK, value); }
 
 }  // namespace
 
 void WebServerRestart(const WebPorts &web) {
-  FILE *file = fopen(kScript, "we");
-  if (file == nullptr) {
-    AMS_PRINT(4, "web server not restarted, cannot create %s: %m; remove what is there\n", kScript);
+  if (WriteOwnFile(kScript, RestartScript(web)) != 0) {
+    AMS_PRINT(4,
+              "web server not restarted, cannot write %s: %m; remove what is there or make room in "
+              "/tmp\n",
+              kScript);
   } else {
-    SetMark(1);
-    if (WriteScript(file, RestartScript(web)) == 0)
-      cfgSystemCmd("sh %s &", kScript);
-    else
-      SetMark(0); /* the script would have done it */
+    SetMark(1); /* the script takes it back */
+    if (cfgSystemCmd("sh %s &", kScript) != 0) SetMark(0);
   }
   fputs("restart uhttpd \n", stderr);
 }

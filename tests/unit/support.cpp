@@ -4,9 +4,11 @@
 #include <sys/types.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <chrono>
 #include <condition_variable>
+#include <csignal>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -327,6 +329,14 @@ void OnSystem(std::function<void(const std::string &)> answer) {
 void RunCommands(bool really) {
   std::lock_guard<std::mutex> lock(gMutex);
   gReally = really;
+}
+
+void LimitFiles(rlim_t bytes) {
+  signal(SIGXFSZ, SIG_IGN); /* the writer sees EFBIG instead */
+  rlimit limit;
+  ASSERT_EQ(getrlimit(RLIMIT_FSIZE, &limit), 0);
+  limit.rlim_cur = std::min(bytes, limit.rlim_max);
+  ASSERT_EQ(setrlimit(RLIMIT_FSIZE, &limit), 0);
 }
 
 int RunOp(const OpFuncEntry *table, const std::string &name, int op, const std::string &path,

@@ -3,6 +3,7 @@
 #pragma once
 
 #include <gtest/gtest.h>
+#include <sys/resource.h>
 
 #include <cstdint>
 #include <functional>
@@ -59,6 +60,10 @@ void AnswerSystem(int status, int error);
 
 /* Whether the shell really runs the lines, after recording them. Off at the start of a test. */
 void RunCommands(bool really);
+
+/* How far this process can write files, in bytes, as on a disk without room; RLIM_INFINITY: as
+   before. */
+void LimitFiles(rlim_t bytes);
 
 /* ---- handlers ---- */
 
