@@ -2,16 +2,20 @@
 // a script run, a daemon's restart, a message or a status write. All on the module's thread.
 #include "devinfo_func.h"
 
+#include <sys/socket.h>
 #include <sys/sysinfo.h>
 #include <unistd.h>
 
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <initializer_list>
+#include <string>
 
 #include "ams_config_api.h"
 #include "devinfo_thread.h"
 #include "download_func.h"
+#include "free_ports.h"
 #include "nvram.h"
 #include "op_rows.h"
 
@@ -26,8 +30,6 @@ constexpr uint32_t kLogSettingsChanged = 0x100021; /* to "utils:logmgt" */
 const ScriptRow kScriptRows[] = {
     {"FuncALGAbility", TMF_INIT, "/usr/syscfg/alg.sh set"},
     {"FuncALGAbility", TMF_SET, "/usr/syscfg/alg.sh set"},
-    {"FuncTeleComAccount", TMF_SET, "killall -9 uhttpd"},
-    {"FuncTeleComAccount", TMF_SET, "uhttpd -f -p :80 -h /www &"},
     {"FuncUPNP", TMF_INIT, "/usr/syscfg/miniupnpd.sh upnp_server"},
     {"FuncUPNP", TMF_INIT, "/usr/syscfg/miniupnpd.sh blacklist_init"},
     {"FuncUPNP", TMF_GET, "/usr/syscfg/miniupnpd.sh blacklist_num"},
@@ -79,6 +81,15 @@ int FuncScripts(OpFuncArg *arg) {
   return ScriptRowsRun(kScriptRows, arg);
 }
 
+int FuncTeleComAccount(OpFuncArg *arg) {
+  if (arg == nullptr) return -1;
+  OP_LOG(arg);
+  if (arg->op != TMF_SET) return 0;
+  if (cfgSystemCmd("killall -9 uhttpd") != 0) return -1;
+  AwaitFreePorts(SOCK_STREAM, {80});
+  return cfgSystemCmd("uhttpd -f -p :80 -h /www &");
+}
+
 int FuncUPNP(OpFuncArg *arg) { return arg == nullptr ? 0 : FuncScripts(arg); }
 
 int FuncSyslog(OpFuncArg *arg) {
@@ -121,71 +132,42 @@ int FuncServicesMWBAND(OpFuncArg *arg) {
   return 0;
 }
 
-enum Step { STEP_NONE, STEP_START, STEP_STOP, STEP_REFUSED };
-
-/* What it takes to bring a switch from `*on` to `value`: nothing when it is there already. */
-Step SwitchStep(const char *value, bool *on) {
-  bool wanted = strcmp(value, "1") == 0;
-  if (!wanted && strcmp(value, "0") != 0) return STEP_REFUSED;
-  if (wanted == *on) return STEP_NONE;
-  *on = wanted;
-  return wanted ? STEP_START : STEP_STOP;
-}
-
 /* A text for a command line. One that is cut to this is too long for the line, which is refused. */
 using LineText = char[512];
 
-/* The parameter of the service management, or `missing`. */
-void ReadSwitch(const char *path, const char *missing, LineText &value) {
-  if (ams_mxml_get_leaf_value(path, value) != 0) snprintf(value, sizeof value, "%s", missing);
+/* Runs what brings a switch from `*on` to the value of its parameter: nothing when it is there
+   already. 0, also for a value that is refused (logged); -1 when a line was not taken: the switch
+   counts as not moved then. `name` is the parameter's in the log. */
+int Switch(const char *path, const char *name, bool *on, std::initializer_list<std::string> start,
+           std::initializer_list<std::string> stop) {
+  std::string value = "NULL";
+  (void)LeafString(path, &value); /* stays without the node */
+  if (value != "0" && value != "1") {
+    AMS_PRINT(4, "op FuncServiceManage: %s %s, is not a proper value.", name, value.c_str());
+    return 0;
+  }
+  bool wanted = value == "1";
+  if (wanted == *on) return 0;
+  for (const std::string &line : wanted ? start : stop)
+    if (cfgSystemCmd("%s", line.c_str()) != 0) return -1;
+  *on = wanted;
+  return 0;
 }
 
-void SwitchDebugTool() {
-  LineText enable, port;
-  ReadSwitch(DEVICE_INFO "X_CT-COM_ServiceManage.X_KVO_DebugToolEnable", "NULL", enable);
-  ReadSwitch(DEVICE_INFO "X_CT-COM_ServiceManage.X_KVO_DebugToolPort", "", port);
-  switch (SwitchStep(enable, &debug_tool_on)) {
-    case STEP_START:
-      cfgSystemCmd("xdsldiag_srv --port %s &", port);
-      break;
-    case STEP_STOP:
-      cfgSystemCmd("killall xdsldiag_srv");
-      break;
-    case STEP_REFUSED:
-      AMS_PRINT(4, "op FuncServiceManage: DebugToolEnable %s, is not a proper value.", enable);
-      break;
-    case STEP_NONE:
-      break;
-  }
-}
-
-void SwitchOneBit() {
-  LineText enable;
-  ReadSwitch(DEVICE_INFO "X_CT-COM_ServiceManage.X_KVO_OneBitEnable", "NULL", enable);
-  switch (SwitchStep(enable, &one_bit_on)) {
-    case STEP_START:
-      cfgSystemCmd("xdsl_cli set -us0 on &");
-      cfgSystemCmd("xdsl_cli set -1bit on &");
-      break;
-    case STEP_STOP:
-      cfgSystemCmd("xdsl_cli set -us0 off &");
-      cfgSystemCmd("xdsl_cli set -1bit off &");
-      break;
-    case STEP_REFUSED:
-      AMS_PRINT(4, "op FuncServiceManage: oneBitEn %s, is not a proper value.", enable);
-      break;
-    case STEP_NONE:
-      break;
-  }
-}
+#define SERVICE_MANAGE DEVICE_INFO "X_CT-COM_ServiceManage."
 
 int FuncServiceManage(OpFuncArg *arg) {
   if (arg == nullptr) return -1;
   OP_LOG(arg);
   if (!IsInitOrSet(arg->op)) return 0;
-  SwitchDebugTool();
-  SwitchOneBit();
-  return 0;
+  std::string port; /* stays empty without the node */
+  (void)LeafString(SERVICE_MANAGE "X_KVO_DebugToolPort", &port);
+  if (Switch(SERVICE_MANAGE "X_KVO_DebugToolEnable", "DebugToolEnable", &debug_tool_on,
+             {"xdsldiag_srv --port " + port + " &"}, {"killall xdsldiag_srv"}) != 0)
+    return -1; /* the values go back, so the other switch must not move either */
+  return Switch(SERVICE_MANAGE "X_KVO_OneBitEnable", "oneBitEn", &one_bit_on,
+                {"xdsl_cli set -us0 on &", "xdsl_cli set -1bit on &"},
+                {"xdsl_cli set -us0 off &", "xdsl_cli set -1bit off &"});
 }
 
 int FuncKVO_TR69Upload(OpFuncArg *arg) {
@@ -231,7 +213,7 @@ const OpFuncEntry kDevInfoFuncTable[] = {
     {"FuncMonitorConfigI", FuncLogOnly},
     {"FuncAlarm", FuncLogOnly},
     {"FuncDLNA", FuncLogOnly},
-    {"FuncTeleComAccount", FuncScripts},
+    {"FuncTeleComAccount", FuncTeleComAccount},
     {"FuncSyslog", FuncSyslog},
     {"FuncIPProtocolVersion", FuncLogOnly},
     {"FuncUPNP", FuncUPNP},

@@ -20,18 +20,13 @@ bool IsFolder(const char *path) {
 
 /* At start the folder may be on storage that is not plugged in. A set is taken as it is: who makes
    it knows which folder is to come. */
-void Apply(int op) {
-  char root[64] = "", port[128] = "";
-  int enable = LeafInt(FTP "Enable");
+int Apply(int op) {
+  if (LeafInt(FTP "Enable") == 0) return cfgSystemCmd("killall -q vsftpd");
   /* Without the nodes these stay empty; the script sees the missing argument. */
-  (void)ams_mxml_get_leaf_value(FTP "RootDIR", root);
-  (void)ams_mxml_get_leaf_value(FTP "Port", port);
-  if (enable == 0) {
-    cfgSystemCmd("killall -q vsftpd");
-    return;
-  }
+  char root[64] = "", port[128] = "";
+  if (LeafText(FTP "RootDIR", root) != 0 || LeafText(FTP "Port", port) != 0) return -1;
   bool lost = op == TMF_INIT && !IsFolder(root);
-  cfgSystemCmd("/usr/syscfg/vsftpd.sh %s %s &", lost ? "/mnt" : root, port);
+  return cfgSystemCmd("/usr/syscfg/vsftpd.sh %s %s &", lost ? "/mnt" : root, port);
 }
 
 }  // namespace
@@ -39,6 +34,6 @@ void Apply(int op) {
 int FuncServFTP(OpFuncArg *arg) {
   if (arg == nullptr) return -1;
   OP_LOG(arg);
-  if (IsInitOrSet(arg->op) && ams_check_node(gptXmlTrees->root, FTP "Enable") == 0) Apply(arg->op);
-  return 0;
+  if (!IsInitOrSet(arg->op) || ams_check_node(gptXmlTrees->root, FTP "Enable") != 0) return 0;
+  return Apply(arg->op);
 }

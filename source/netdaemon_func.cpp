@@ -6,28 +6,41 @@
 // commands as the daemon does.
 #include "netdaemon_func.h"
 
+#include <sys/socket.h>
+
 #include <cstdlib>
 #include <cstring>
 #include <string>
 
 #include "ams_config_api.h"
+#include "free_ports.h"
 #include "op_rows.h"
 
 #define SERVICES "InternetGatewayDevice.Services."
 
 namespace {
 
-/* ---- daemons with a list of ports: `ports` is their Port parameter ---- */
+using Lines = std::vector<std::string>;
+
+/* ---- daemons with a list of ports ---- */
+
+/* Each makes the lines that start a daemon on the ports of its Port parameter. -1 (logged) when
+   they cannot be had: they are made before a daemon that runs is killed. */
 
 /* telnetd and the TFTP server listen on a single port: one daemon for each. */
-void TelnetStart(const char *ports) {
-  for (int port : PortList(ports)) cfgSystemCmd("telnetd -l /usr/sbin/ams_cli -p %d &", port);
+int TelnetLines(const std::vector<int> &ports, Lines *lines) {
+  for (int port : ports)
+    lines->push_back("telnetd -l /usr/sbin/ams_cli -p " + std::to_string(port) + " &");
+  return 0;
 }
 
-void TftpStart(const char *ports) {
+int TftpLines(const std::vector<int> &ports, Lines *lines) {
   char root[64] = "";
-  (void)ams_mxml_get_leaf_value(SERVICES "ServiceTFTP.RootDIR", root); /* stays empty without */
-  for (int port : PortList(ports)) cfgSystemCmd("tftpd-hpa -lc -s %s -P %d &", root, port);
+  if (LeafText(SERVICES "ServiceTFTP.RootDIR", root) != 0) return -1;
+  for (int port : ports)
+    lines->push_back(std::string("tftpd-hpa -lc -s ") + root + " -P " + std::to_string(port) +
+                     " &");
+  return 0;
 }
 
 /* At every start, also of a server that is off: a set may switch it on later. A key that is there
@@ -38,17 +51,20 @@ void SshPrepare() {
 }
 
 /* One dropbear for all ports, which puts itself into the background. Without any it takes its own,
-   22. With part of them it would seem to run, so a list that does not fit starts none. */
-void SshStart(const char *ports) {
+   22. With part of them it would seem to run, so a list that does not fit is refused. */
+int SshLines(const std::vector<int> &ports, Lines *lines) {
   constexpr size_t kLongest = 255;
   std::string command = "dropbear -r /var/dropbear/rsa_host_key ";
-  for (int port : PortList(ports)) command += " -p " + std::to_string(port < 1 ? 22 : port) + " ";
+  for (int port : ports) command += " -p " + std::to_string(port) + " ";
   if (command.size() > kLongest) {
-    AMS_PRINT(4, "dropbear not started, its command has %zu bytes and %zu fit: shorten the ports\n",
+    AMS_PRINT(4,
+              "dropbear not started, its command has %zu bytes and %zu fit: shorten " SERVICES
+              "ServiceSSH.Port\n",
               command.size(), kLongest);
-    return;
+    return -1;
   }
-  cfgSystemCmd("%s", command.c_str());
+  lines->push_back(command);
+  return 0;
 }
 
 struct PortDaemon {
@@ -56,49 +72,80 @@ struct PortDaemon {
   bool node_check; /* a model without the Enable parameter has no such service */
   const char *kill;
   void (*prepare)(); /* at the start of the module; may be NULL */
-  void (*start)(const char *ports);
+  int (*lines)(const std::vector<int> &ports, Lines *lines);
+  int type;       /* of its sockets: SOCK_... */
+  int usual_port; /* in place of a number below 1, and without any; 0: the daemon has none */
 };
 
 const PortDaemon kPortDaemons[] = {
     {"FuncServTelnet", SERVICES "ServiceTelnet.Enable", SERVICES "ServiceTelnet.Port", false,
-     "killall telnetd >/dev/null 2>&1", nullptr, TelnetStart},
+     "killall telnetd >/dev/null 2>&1", nullptr, TelnetLines, SOCK_STREAM, 0},
     {"FuncServTFTP", SERVICES "ServiceTFTP.Enable", SERVICES "ServiceTFTP.Port", true,
-     "killall tftpd-hpa >/dev/null 2>&1", nullptr, TftpStart},
+     "killall tftpd-hpa >/dev/null 2>&1", nullptr, TftpLines, SOCK_DGRAM, 0},
     {"FuncServSSH", SERVICES "ServiceSSH.Enable", SERVICES "ServiceSSH.Port", false,
-     "killall dropbear >/dev/null 2>&1", SshPrepare, SshStart},
+     "killall dropbear >/dev/null 2>&1", SshPrepare, SshLines, SOCK_STREAM, 22},
 };
 
-/* At start there is nothing to kill yet. A value other than 0 and 1 leaves what runs alone. */
-void Apply(const PortDaemon &daemon, int op) {
-  char ports[128] = "";
-  if (daemon.node_check && ams_check_node(gptXmlTrees->root, daemon.enable) != 0) return;
+/* The daemon's ports and the lines that start it. 0 or -1 (logged). */
+int ReadStart(const PortDaemon &daemon, std::vector<int> *ports, Lines *lines) {
+  char text[128] = ""; /* without the node: no ports */
+  if (LeafText(daemon.ports, text) != 0) return -1;
+  *ports = PortList(text);
+  if (daemon.usual_port != 0)
+    for (int &port : *ports)
+      if (port < 1) port = daemon.usual_port;
+  if (daemon.lines(*ports, lines) != 0) return -1;
+  if (ports->empty()) ports->push_back(daemon.usual_port);
+  return 0;
+}
+
+/* At start there is nothing to kill yet. A value other than 0 and 1 leaves what runs alone, and so
+   does a start that cannot be had. */
+int Apply(const PortDaemon &daemon, int op) {
+  std::vector<int> ports;
+  Lines lines;
+  if (daemon.node_check && ams_check_node(gptXmlTrees->root, daemon.enable) != 0) return 0;
   int enable = LeafInt(daemon.enable);
   if (op == TMF_INIT && daemon.prepare != nullptr) daemon.prepare();
-  if (op == TMF_SET && (enable == 0 || enable == 1)) cfgSystemCmd("%s", daemon.kill);
-  if (enable != 1) return;
-  (void)ams_mxml_get_leaf_value(daemon.ports, ports); /* without the node: no ports */
-  daemon.start(ports);
+  if (enable == 1 && ReadStart(daemon, &ports, &lines) != 0) return -1;
+  if (op == TMF_SET && (enable == 0 || enable == 1)) {
+    if (cfgSystemCmd("%s", daemon.kill) != 0) return -1;
+    AwaitFreePorts(daemon.type, ports);
+  }
+  for (const std::string &line : lines)
+    if (cfgSystemCmd("%s", line.c_str()) != 0) return -1;
+  return 0;
 }
 
 /* ---- printer ---- */
 
-/* lpdsrv serves the network that the LAN address is in, so it gets the address without its last
-   part. It puts itself into the background. */
-void PrinterStart() {
-  char queue[256] = "", network[64] = "";
-  /* Without the nodes both stay empty, which is no address. */
-  (void)ams_mxml_get_leaf_value(SERVICES "X_KVO-ServicePrinter.QueueName", queue);
-  (void)ams_mxml_get_leaf_value(
+constexpr int kPrinterPort = 515;
+
+/* Without the nodes both stay empty, which is no address. */
+struct Printer {
+  char queue[256], address[64];
+};
+
+int ReadPrinter(Printer *printer) {
+  *printer = {};
+  if (LeafText(SERVICES "X_KVO-ServicePrinter.QueueName", printer->queue) != 0) return -1;
+  return LeafText(
       "InternetGatewayDevice.LANDevice.1.LANHostConfigManagement.IPInterface.1."
       "IPInterfaceIPAddress",
-      network);
-  char *dot = strrchr(network, '.');
+      printer->address);
+}
+
+/* lpdsrv serves the network that the LAN address is in, so it gets the address without its last
+   part. It puts itself into the background. Without an address the set stands: the server comes
+   with the next one. */
+int PrinterStart(const Printer &printer) {
+  const char *dot = strrchr(printer.address, '.');
   if (dot == nullptr) {
-    AMS_PRINT(4, "Fail to start lpdsrv: bad lan IP %s\n", network);
-    return;
+    AMS_PRINT(4, "Fail to start lpdsrv: bad lan IP %s\n", printer.address);
+    return 0;
   }
-  *dot = '\0';
-  cfgSystemCmd("lpdsrv -n %s -o /dev/lp0 -r %s:/dev/lp0", network, queue);
+  return cfgSystemCmd("lpdsrv -n %.*s -o /dev/lp0 -r %s:/dev/lp0",
+                      static_cast<int>(dot - printer.address), printer.address, printer.queue);
 }
 
 }  // namespace
@@ -118,7 +165,7 @@ int FuncPortDaemon(OpFuncArg *arg) {
   OP_LOG(arg);
   if (!IsInitOrSet(arg->op)) return 0;
   for (const PortDaemon &daemon : kPortDaemons)
-    if (strcmp(daemon.name, arg->name) == 0) Apply(daemon, arg->op);
+    if (strcmp(daemon.name, arg->name) == 0) return Apply(daemon, arg->op);
   return 0;
 }
 
@@ -127,7 +174,11 @@ int FuncServPrinter(OpFuncArg *arg) {
   if (arg == nullptr) return -1;
   OP_LOG(arg);
   if (!IsInitOrSet(arg->op)) return 0;
-  if (arg->op == TMF_SET) cfgSystemCmd("killall lpdsrv >/dev/null 2>&1");
-  if (LeafInt(SERVICES "X_KVO-ServicePrinter.Enabled") == 1) PrinterStart();
-  return 0;
+  Printer printer;
+  bool on = LeafInt(SERVICES "X_KVO-ServicePrinter.Enabled") == 1;
+  if (on && ReadPrinter(&printer) != 0) return -1;
+  if (arg->op == TMF_SET && cfgSystemCmd("killall lpdsrv >/dev/null 2>&1") != 0) return -1;
+  if (!on) return 0;
+  if (arg->op == TMF_SET) AwaitFreePorts(SOCK_STREAM, {kPrinterPort});
+  return PrinterStart(printer);
 }

@@ -20,7 +20,10 @@ const SambaPort kPorts[] = {
     {"tcp", 139}, {"tcp", 389}, {"tcp", 901}, {"tcp", 445}, {"udp", 137}, {"udp", 138},
 };
 
+using Name = char[64]; /* of an interface */
+
 bool SambaTimerArmed = false;
+Name opened_on = ""; /* where the holes are; "": there are none that this process made */
 
 /* `action`: "-A" or "-D". */
 void Rules(const char *action, const char *interface) {
@@ -32,18 +35,27 @@ void Rules(const char *action, const char *interface) {
   }
 }
 
+/* The management connection may have moved to another interface since the holes were opened. */
+void CloseElsewhere(const char *interface) {
+  if (opened_on[0] != '\0' && strcmp(opened_on, interface) != 0) Rules("-D", opened_on);
+  opened_on[0] = '\0';
+}
+
 /* All rules go before the first comes, so there is one copy of each however often this runs. A name
    of one character opens nothing here, while SambaStop closes what is open on it; the difference is
    meant: closing is always safe. */
-void SambaStart(const char *interface) {
+void SambaStart(const Name &interface) {
+  CloseElsewhere(interface);
   if (strlen(interface) > 1) {
     Rules("-D", interface);
     Rules("-A", interface);
+    memcpy(opened_on, interface, sizeof opened_on);
   }
   cfgSystemCmd("/usr/syscfg/media.sh samba &");
 }
 
-void SambaStop(const char *interface) {
+void SambaStop(const Name &interface) {
+  CloseElsewhere(interface);
   if (*interface != '\0') Rules("-D", interface);
   cfgSystemCmd("killall -q nmbd");
   cfgSystemCmd("killall -q smbd");
@@ -66,7 +78,7 @@ void SambaUserListChanged(int32_t, const void *, uint32_t) {
 }
 
 void SambaApply(int32_t, const void *, uint32_t) {
-  char interface[64] = "";
+  Name interface = "";
   SambaTimerArmed = false;
   /* Without the node the name stays empty, which opens and closes nothing. */
   (void)ams_mxml_get_leaf_value("InternetGatewayDevice.ManagementServer.X_KVO_TR069WANIFNAME",

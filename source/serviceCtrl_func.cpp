@@ -78,7 +78,7 @@ struct Entry {
   int port;    /* 0: the service's own */
 };
 
-std::string LeafText(const std::string &path) {
+std::string EntryText(const std::string &path) {
   char value[1024] = ""; /* a parameter that is not there reads as "" */
   (void)ams_mxml_get_leaf_value(path.c_str(), value);
   return value;
@@ -86,8 +86,8 @@ std::string LeafText(const std::string &path) {
 
 /* `row`: the entry's path with its ".". */
 Entry ReadEntry(const std::string &row) {
-  Entry entry = {LeafText(row + "ServiceName"),     LeafText(row + "AccessDirection"),
-                 LeafText(row + "SrcIpRange"),      LeafText(row + "Action"),
+  Entry entry = {EntryText(row + "ServiceName"),    EntryText(row + "AccessDirection"),
+                 EntryText(row + "SrcIpRange"),     EntryText(row + "Action"),
                  LeafInt((row + "IPMode").c_str()), LeafInt((row + "Port").c_str())};
   AMS_PRINT(1, "ServiceName=%s, AccessDirection=%s, SrcIpRange=%s, Action=%s, IPMode=%d, Port=%d\n",
             entry.service.c_str(), entry.direction.c_str(), entry.range.c_str(),
@@ -224,9 +224,9 @@ void ResetWebPorts() {
 
 /* The match of the service's daemon. `ports` is the text of the row before when the parameter
    cannot be read: a gateway without that service gets a rule twice, or one that iptables refuses.
- */
+   It refuses the one for a text that is too long, too: half of it would close another port. */
 std::string DaemonMatch(const SclServiceRow &row, char (&ports)[128]) {
-  (void)ams_mxml_get_leaf_value(row.port_path, ports);
+  if (LeafText(row.port_path, ports) != 0) ports[0] = '\0';
   const char *protocol = row.kind == SCL_KIND_UDP ? "udp" : "tcp";
   return std::string("-p ") + protocol + " -m multiport --dports  " + ports;
 }

@@ -3,9 +3,16 @@
 // are.
 #include "snmp_func.h"
 
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <cstdio>
 #include <cstring>
+#include <string>
+#include <vector>
 
 #include "ams_config_api.h"
+#include "free_ports.h"
 #include "op_rows.h"
 
 #define SNMP   "InternetGatewayDevice.Services.ServiceSNMP."
@@ -42,42 +49,84 @@ void ReadSettings(Settings *settings) {
   settings->traps = LeafInt(SNMP "TrapEnabled") != 0;
 }
 
-/* The board's shell has echo -e. A result of -1 was logged; no text here is that long. */
-void AddLine(const char *key, const char *value) {
-  (void)cfgSystemCmd("echo -e \"%s%s\" >> " CONFIG, key, value);
-}
-
-/* A version other than these gets no sink line on purpose: the agent then makes traps for nobody.
- */
-void AddTraps(const Settings &settings) {
-  AddLine("authtrapenable 1", "");
-  if (strcmp(settings.trap_version, "SNMPV1") == 0) AddLine("trapsink ", settings.trap_address);
-  if (strcmp(settings.trap_version, "SNMPV2") == 0) AddLine("trap2sink ", settings.trap_address);
-}
-
-void WriteConfig() {
+/* The file's lines in order. A version of traps other than these gets no sink line on purpose: the
+   agent then makes traps for nobody. */
+std::vector<std::string> ConfigLines() {
   Settings settings;
   ReadSettings(&settings);
-  cfgSystemCmd("echo -e \"agentAddress udp:%d\" > " CONFIG, kPort);
-  AddLine("sysservices 79", "");
-  AddLine("psysname ", settings.name);
-  AddLine("psyscontact ", settings.contact);
-  AddLine("psyslocation ", settings.location);
-  AddLine("rwcommunity ", settings.read_write);
-  AddLine("rocommunity ", settings.read_only);
-  AddLine("view read_wr included .1 ", "");
-  if (settings.traps) AddTraps(settings);
+  auto line = [](const char *key, const char *value) { return std::string(key) + value; };
+  std::vector<std::string> lines = {
+      "agentAddress udp:" + std::to_string(kPort),
+      "sysservices 79",
+      line("psysname ", settings.name),
+      line("psyscontact ", settings.contact),
+      line("psyslocation ", settings.location),
+      line("rwcommunity ", settings.read_write),
+      line("rocommunity ", settings.read_only),
+      "view read_wr included .1 ",
+  };
+  if (!settings.traps) return lines;
+  lines.push_back("authtrapenable 1");
+  if (strcmp(settings.trap_version, "SNMPV1") == 0)
+    lines.push_back(line("trapsink ", settings.trap_address));
+  if (strcmp(settings.trap_version, "SNMPV2") == 0)
+    lines.push_back(line("trap2sink ", settings.trap_address));
+  return lines;
 }
 
-void Start() {
-  cfgSystemCmd("killall snmpd >/dev/null 2>&1");
-  WriteConfig();
-  cfgSystemCmd("/usr/sbin/snmpd -f -q -I -C -c " CONFIG " -Lf /dev/null -p /var/snmpd.pid &");
+/* Whether a file as large as the configuration can be had now: asked while the agent still runs. */
+bool ConfigFits() {
+  constexpr size_t kLargest = 4096; /* ten lines of texts that are 127 bytes at most */
+  if (WriteOwnFile(CONFIG, std::string(kLargest, '\n')) != 0) {
+    AMS_PRINT(4,
+              "snmpd not started, cannot write %s: %m; make room in /var or remove what is there\n",
+              CONFIG);
+    return false;
+  }
+  (void)unlink(CONFIG); /* the shell makes it anew, with the usual rights */
+  return true;
 }
 
-void Stop() {
-  cfgSystemCmd("killall snmpd >/dev/null 2>&1");
-  cfgSystemCmd("rm " CONFIG " >/dev/null 2>&1");
+/* Whether the file has the beginnings of all lines in order, and a whole last one: what a shell
+   line could not write is seen in the file alone. Of the values the shell may make another text. */
+bool IsWhole(const std::vector<std::string> &lines) {
+  std::string text(64 * 1024, '\0');
+  FILE *file = fopen(CONFIG, "re");
+  if (file == nullptr) return true; /* never made, and ConfigFits has seen that it could be */
+  text.resize(fread(text.data(), 1, text.size(), file));
+  fclose(file);
+  size_t at = 0;
+  for (const std::string &line : lines) {
+    at = text.find(line.substr(0, line.find(' ') + 1), at);
+    if (at == text.npos) return false;
+  }
+  return text.back() == '\n';
+}
+
+/* The board's shell has echo -e. */
+int WriteConfig() {
+  const std::vector<std::string> lines = ConfigLines();
+  const char *to = ">";
+  for (const std::string &line : lines) {
+    if (cfgSystemCmd("echo -e \"%s\" %s " CONFIG, line.c_str(), to) != 0) return -1;
+    to = ">>";
+  }
+  if (IsWhole(lines)) return 0;
+  AMS_PRINT(4, "snmpd not started, %s is not whole: make room in /var\n", CONFIG);
+  return -1;
+}
+
+int Start() {
+  if (!ConfigFits() || cfgSystemCmd("killall snmpd >/dev/null 2>&1") != 0) return -1;
+  if (WriteConfig() != 0) return -1;
+  AwaitFreePorts(SOCK_DGRAM, {kPort});
+  return cfgSystemCmd("/usr/sbin/snmpd -f -q -I -C -c " CONFIG
+                      " -Lf /dev/null -p /var/snmpd.pid &");
+}
+
+int Stop() {
+  if (cfgSystemCmd("killall snmpd >/dev/null 2>&1") != 0) return -1;
+  return cfgSystemCmd("rm " CONFIG " >/dev/null 2>&1");
 }
 
 }  // namespace
@@ -89,7 +138,6 @@ int FuncServSNMP(OpFuncArg *arg) {
   OP_LOG(arg);
   if (!IsInitOrSet(arg->op) || ams_check_node(gptXmlTrees->root, SNMP "Enable") != 0) return 0;
   int enable = LeafInt(SNMP "Enable");
-  if (enable == 1) Start();
-  if (enable == 0) Stop();
-  return 0;
+  if (enable == 1) return Start();
+  return enable == 0 ? Stop() : 0;
 }

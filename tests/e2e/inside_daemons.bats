@@ -46,6 +46,10 @@ offers() { [ "$(offered_key "$1")" = "$2" ]; }
     [[ $output == *"Authentications that can continue:"*"Permission denied"* ]] || fail "$output"
   done
 
+  # A command that does not fit is refused, and the server goes on.
+  refused 1 . cfgcmd set $SERVICES.ServiceSSH.Port "$(seq -s , 10001 10036)"
+  for port in 2222 2223 22; do offers $port "$key"; done
+
   cfgcmd set $SERVICES.ServiceSSH.Port 2224
   until_true offers 2224 "$key"
   until_true listens 2222 0
@@ -74,6 +78,19 @@ offers() { [ "$(offered_key "$1")" = "$2" ]; }
   until_true listens 2323 0
   until_true listens 2324 0
   refused 1 boolean cfgcmd set $SERVICES.ServiceTelnet.Enable 2
+}
+
+@test "a server that is started anew gets its port each time" {
+  server='' before=''
+  renewed() { server=$(pgrep -x telnetd) && [[ $server =~ ^[0-9]+$ && $server != "$before" ]]; }
+  cfgcmd set $SERVICES.ServiceTelnet.Port 2325
+  for _ in {1..60}; do
+    before=$server
+    cfgcmd set $SERVICES.ServiceTelnet.Enable 1
+    until_true renewed
+    until_true listens 2325 1
+  done
+  cfgcmd set $SERVICES.ServiceTelnet.Enable 0
 }
 
 # ---- SNMP ----
@@ -116,6 +133,15 @@ configuration_is() { printf '%s\n' "$@" | cmp - $SNMP_CONFIG; }
   until_true gone snmpd
   [ ! -e $SNMP_CONFIG ]
   expect 1 'Timeout: No Response from 127.0.0.1.' query see 5.0
+}
+
+@test "an snmp agent whose file cannot be written is refused and not started" {
+  mkdir $SNMP_CONFIG
+  refused 1 . cfgcmd set $SNMP.Enable 1
+  rmdir $SNMP_CONFIG
+  gone snmpd
+  grep -q "snmpd not started, cannot write $SNMP_CONFIG" /var/log/devkit/sysmgr.log
+  cfgcmd set $SNMP.Enable 0
 }
 
 # ---- printer, TFTP, FTP ----
@@ -162,9 +188,16 @@ samba_holes() {
     expect 0 "$want" holes ppp0
   done
   expect 0 5 applies
+  # The management connection moves: the holes follow it, and close where they are.
+  cfgcmd set InternetGatewayDevice.ManagementServer.X_KVO_TR069WANIFNAME ppp1
+  cfgcmd set $SERVICES.ServiceSamba.Enable 1
+  until_true applied 6
+  expect 0 "" holes ppp0
+  expect 0 "$(samba_holes ppp1)" holes ppp1
+  cfgcmd set InternetGatewayDevice.ManagementServer.X_KVO_TR069WANIFNAME ppp2
   stops=$(grep -c '^killall -q smbd$' $COMMANDS || true)
   cfgcmd set $SERVICES.ServiceSamba.Enable 0
   stopped() { [ "$(grep -c '^killall -q smbd$' $COMMANDS)" -gt "$stops" ]; }
   until_true stopped
-  expect 0 "" holes ppp0
+  for interface in ppp0 ppp1 ppp2; do expect 0 "" holes $interface; done
 }

@@ -262,7 +262,8 @@ const PortCase kPortCases[] = {
     {"a list of ports", {}, {"23,2323", "22", "21", "69"}, "23,2323"},
     {"what cannot be read keeps the row's before", {"FTP"}, {"23", "22", "22", "69"}, ""},
     {"none at all", {"Telnet", "SSH", "FTP", "TFTP"}, {"", "", "", ""}, ""},
-    {"a long list is cut", {}, {std::string(127, '1'), "22", "21", "69"}, std::string(200, '1')},
+    {"the longest list", {}, {std::string(127, '1'), "22", "21", "69"}, std::string(127, '1')},
+    {"half of a longer one is not taken", {}, {"", "22", "21", "69"}, std::string(128, '1')},
 };
 
 TEST_F(Access, PortsOfTheDaemons) {

@@ -1,8 +1,16 @@
 // The network daemons: the command lines of Telnet, TFTP, SSH, the printer server, FTP, SNMP,
 // Samba.
+#include <netinet/in.h>
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
 #include <chrono>
+#include <fstream>
+#include <thread>
 
 #include "capabinfo_thread.h"
+#include "devinfo_thread.h"
 #include "netdaemon_func.h"
 #include "support.h"
 
@@ -60,9 +68,14 @@ class Daemons : public StoreTest {
   }
 };
 
-/* Calls the op function, which always succeeds. */
-void Call(const std::string &name, int op, const char *what) {
-  EXPECT_EQ(RunOp(kCapabInfoFuncTable, name, op), 0) << what;
+void Call(const std::string &name, int op, const char *what, int result = 0) {
+  EXPECT_EQ(RunOp(kCapabInfoFuncTable, name, op), result) << name << ": " << what;
+}
+
+std::string Repeated(int count, const std::string &text) {
+  std::string all;
+  while (count-- > 0) all += text;
+  return all;
 }
 
 /* ---- daemons with a list of ports ---- */
@@ -81,6 +94,7 @@ struct PortCase {
   int op;
   std::string enable, ports;
   Lines lines;
+  int result = 0;
 };
 
 /* `daemon`: what the names of the node and of the op function end in. */
@@ -89,7 +103,7 @@ void Check(const std::string &daemon, const PortCase (&cases)[N]) {
   for (const PortCase &one : cases) {
     SetLeaf(kServices + "Service" + daemon + ".Enable", one.enable);
     SetLeaf(kServices + "Service" + daemon + ".Port", one.ports);
-    Call("FuncServ" + daemon, one.op, one.what);
+    Call("FuncServ" + daemon, one.op, one.what, one.result);
     EXPECT_EQ(TakeCommands(), one.lines) << daemon << ": " << one.what;
   }
 }
@@ -131,12 +145,6 @@ const char kKillSsh[] = "killall dropbear >/dev/null 2>&1";
 const char kKeyFolder[] = "mkdir -p /var/dropbear";
 const char kKey[] = "dropbearkey -t rsa -f /var/dropbear/rsa_host_key";
 
-std::string Repeated(int count, const std::string &text) {
-  std::string all;
-  while (count-- > 0) all += text;
-  return all;
-}
-
 #define SSH "dropbear -r /var/dropbear/rsa_host_key "
 
 const PortCase kSsh[] = {
@@ -150,16 +158,161 @@ const PortCase kSsh[] = {
      "1",
      Repeated(35, "1,") + "1",
      {kKillSsh, SSH + Repeated(36, " -p 1 ")}},
-    {"a longer one starts nothing", TMF_SET, "1", Repeated(35, "1,") + "11", {kKillSsh}},
+    {"a longer one leaves what runs", TMF_SET, "1", Repeated(35, "1,") + "11", {}, -1},
+    {"off takes any list", TMF_SET, "0", Repeated(35, "1,") + "11", {kKillSsh}},
     {"set off only kills", TMF_SET, "0", "22", {kKillSsh}},
     {"any other value: nothing", TMF_SET, "2", "22", {}},
 };
 
 TEST_F(Daemons, SshFollowsItsParameters) {
   const std::string log = LogOf(3, [] { Check("SSH", kSsh); });
-  const std::string refused = "dropbear not started, its command has 256 bytes";
+  const std::string refused = "dropbear not started, its command has 256 bytes and 255 fit";
   ASSERT_NE(log.find(refused), log.npos) << log;
   EXPECT_EQ(log.find(refused), log.rfind(refused)) << "once";
+  EXPECT_NE(log.find("shorten InternetGatewayDevice.Services.ServiceSSH.Port"), log.npos) << log;
+}
+
+/* ---- texts that do not fit ---- */
+
+/* `longest` bytes are taken; with one more the op is refused before anything is run. */
+TEST_F(Daemons, WhatDoesNotFitLeavesTheServerAlone) {
+  const struct {
+    std::string service, op_function, leaf;
+    size_t longest;
+  } cases[] = {
+      {"ServiceTelnet.", "FuncServTelnet", "Port", 127},
+      {"ServiceTFTP.", "FuncServTFTP", "Port", 127},
+      {"ServiceTFTP.", "FuncServTFTP", "RootDIR", 63},
+      {"ServiceSSH.", "FuncServSSH", "Port", 127},
+      {"ServiceFTP.", "FuncServFTP", "RootDIR", 63},
+      {"ServiceFTP.", "FuncServFTP", "Port", 127},
+      {"X_KVO-ServicePrinter.", "FuncServPrinter", "QueueName", 255},
+  };
+  SetLeaf(kLanAddress, "192.168.1.1");
+  for (const auto &one : cases) {
+    const std::string path = kServices + one.service + one.leaf, before = Leaf(path);
+    SetLeaf(kServices + one.service + (one.service[0] == 'X' ? "Enabled" : "Enable"), "1");
+    SetLeaf(path, std::string(one.longest - 2, '0') + "23");
+    Call(one.op_function, TMF_SET, "fits");
+    EXPECT_GE(TakeCommands().size(), 1U) << path;
+    SetLeaf(path, std::string(one.longest - 1, '0') + "23");
+    const std::string log = LogOf(4, [&] { Call(one.op_function, TMF_SET, "is too long", -1); });
+    EXPECT_EQ(TakeCommands(), Lines{}) << path;
+    EXPECT_NE(log.find(path), log.npos) << log;
+    SetLeaf(path, before);
+  }
+}
+
+/* ---- ports that are not free yet ---- */
+
+/* What holds a port as a server that runs: until Close, and in the background after CloseSoon. */
+class Holder {
+ public:
+  Holder(int type, int port) : type_(type), fd_(socket(AF_INET6, type, 0)) {
+    port_ = Bind(fd_, type, port);
+  }
+  ~Holder() { Close(); }
+  int port() const { return port_; }
+
+  void CloseSoon() {
+    closer_ = std::thread([this] {
+      tds_delay(200);
+      close(fd_);
+    });
+  }
+  void Close() {
+    if (closer_.joinable())
+      closer_.join();
+    else
+      close(fd_);
+  }
+
+  /* Whether another server could take the port now. */
+  bool IsFree() const {
+    int fd = socket(AF_INET6, type_, 0);
+    bool taken = Bind(fd, type_, port_) == port_;
+    close(fd);
+    return taken;
+  }
+
+ private:
+  /* Binds and, for a stream, listens; port 0: any. The port, or 0 when that fails. */
+  static int Bind(int fd, int type, int port) {
+    const int on = 1;
+    sockaddr_in6 address = {};
+    socklen_t size = sizeof address;
+    address.sin6_family = AF_INET6;
+    address.sin6_port = htons(static_cast<uint16_t>(port));
+    auto *any = reinterpret_cast<sockaddr *>(&address);
+    if (type == SOCK_STREAM) setsockopt(fd, SOL_SOCKET, SO_REUSEADDR, &on, sizeof on);
+    if (bind(fd, any, size) != 0 || (type == SOCK_STREAM && listen(fd, 1) != 0)) return 0;
+    return getsockname(fd, any, &size) == 0 ? ntohs(address.sin6_port) : 0;
+  }
+
+  int type_, fd_, port_ = 0;
+  std::thread closer_;
+};
+
+struct PortWaitCase {
+  std::string op_function, enable, port_leaf; /* port_leaf "": the port is the service's own */
+  int type, port;                             /* port 0: any */
+  std::string kill, start;                    /* what the lines begin with */
+};
+
+const PortWaitCase kPortWaits[] = {
+    {"FuncServTelnet", "ServiceTelnet.Enable", "ServiceTelnet.Port", SOCK_STREAM, 0,
+     "killall telnetd", "telnetd"},
+    {"FuncServTFTP", "ServiceTFTP.Enable", "ServiceTFTP.Port", SOCK_DGRAM, 0, "killall tftpd-hpa",
+     "tftpd-hpa"},
+    {"FuncServSSH", "ServiceSSH.Enable", "ServiceSSH.Port", SOCK_STREAM, 0, "killall dropbear",
+     "dropbear"},
+    {"FuncServSNMP", "ServiceSNMP.Enable", "", SOCK_DGRAM, 161, "killall snmpd", "/usr/sbin/snmpd"},
+    {"FuncServPrinter", "X_KVO-ServicePrinter.Enabled", "", SOCK_STREAM, 515, "killall lpdsrv",
+     "lpdsrv"},
+    {"FuncTeleComAccount", "", "", SOCK_STREAM, 80, "killall -9 uhttpd", "uhttpd"},
+};
+
+bool BeginsWith(const std::string &text, const std::string &begin) {
+  return text.compare(0, begin.size(), begin) == 0;
+}
+
+/* Sets the service up on the holder's port and applies it; `at_kill` and `at_start` are called as
+   the lines are run. */
+void ApplyOn(const PortWaitCase &one, const Holder &holder, const std::function<void()> &at_kill,
+             const std::function<void()> &at_start) {
+  ASSERT_NE(holder.port(), 0) << one.op_function << ": the test needs the port";
+  if (!one.enable.empty()) SetLeaf(kServices + one.enable, "1");
+  if (!one.port_leaf.empty()) SetLeaf(kServices + one.port_leaf, std::to_string(holder.port()));
+  bool started = false;
+  OnSystem([&](const std::string &line) {
+    if (BeginsWith(line, one.kill)) at_kill();
+    if (!BeginsWith(line, one.start)) return;
+    started = true;
+    at_start();
+  });
+  const OpFuncEntry *table = one.enable.empty() ? kDevInfoFuncTable : kCapabInfoFuncTable;
+  EXPECT_EQ(RunOp(table, one.op_function, TMF_SET), 0) << one.op_function;
+  EXPECT_TRUE(started) << one.op_function;
+  OnSystem(nullptr);
+}
+
+TEST_F(Daemons, TheNextServerStartsWhenThePortIsFree) {
+  SetLeaf(kLanAddress, "192.168.1.1");
+  for (const PortWaitCase &one : kPortWaits) {
+    Holder holder(one.type, one.port);
+    ApplyOn(
+        one, holder, [&] { holder.CloseSoon(); },
+        [&] { EXPECT_TRUE(holder.IsFree()) << one.op_function; });
+  }
+}
+
+TEST_F(Daemons, APortThatStaysTakenIsToldAndTheServerStartsAllTheSame) {
+  Holder holder(SOCK_STREAM, 0);
+  const std::string log = LogOf(4, [&] {
+    ApplyOn(
+        kPortWaits[0], holder, [] {}, [] {});
+  });
+  EXPECT_NE(log.find("port " + std::to_string(holder.port()) + " is still taken"), log.npos) << log;
 }
 
 /* ---- printer ---- */
@@ -297,6 +450,45 @@ TEST_F(Daemons, SnmpWithoutAContactNamesThePort) {
   EXPECT_EQ(TakeCommands(), SnmpStart("1161", {}));
 }
 
+/* The status of the lines cannot be seen, so the file tells: it is tried before the agent is
+   killed, and looked at before the next one starts. */
+TEST_F(Daemons, SnmpDoesNotStartOnHalfAFile) {
+  const char *config = "/var/snmpd.conf";
+  const Lines all = SnmpStart(kContact, {}), unstarted(all.begin(), all.end() - 1);
+  const std::string begin = "agentAddress udp:161\n",
+                    rest =
+                        "sysservices 79\npsysname a\npsyscontact a\npsyslocation a\nrwcommunity "
+                        "a\nrocommunity a\n"
+                        "view read_wr included .1 ";
+  auto nothing = [] {};
+  const struct {
+    const char *what;
+    std::function<void()> prepare;
+    std::string left; /* by each line */
+    Lines lines;
+    std::string log; /* "": the agent starts */
+  } cases[] = {
+      {"a folder is in the way", [=] { ASSERT_EQ(mkdir(config, 0700), 0); }, "", {}, "remove what"},
+      {"no room", [] { LimitFiles(1024); }, "", {}, "make room"},
+      {"no text", nothing, "", unstarted, "not whole"},
+      {"half a line", nothing, begin + rest, unstarted, "not whole"},
+      {"a line is missing", nothing, rest + "\n", unstarted, "not whole"},
+      {"whole", nothing, begin + rest + "\n", all, ""},
+  };
+  SetLeaf(kServices + "ServiceSNMP.Enable", "1");
+  for (const auto &one : cases) {
+    remove(config);
+    one.prepare();
+    OnSystem([&](const std::string &) { std::ofstream(config) << one.left; });
+    const int result = one.log.empty() ? 0 : -1;
+    const std::string log = LogOf(4, [&] { Call("FuncServSNMP", TMF_SET, one.what, result); });
+    LimitFiles(RLIM_INFINITY);
+    EXPECT_EQ(TakeCommands(), one.lines) << one.what;
+    EXPECT_NE(log.find(one.log), log.npos) << one.what << ": " << log;
+  }
+  remove(config);
+}
+
 /* ---- Samba ---- */
 
 /* The rules of one interface, deleted ("-D") or added ("-A"), in front of `rest`. */
@@ -321,14 +513,25 @@ struct SambaCase {
   Lines lines;
 };
 
+Lines Reopened(const std::string &interface) {
+  return Rules("-D", interface, Rules("-A", interface, kSambaOn));
+}
+
+/* One after the other: holes that the one before opened are closed where they are. */
 const SambaCase kSamba[] = {
-    {"on: holes closed, then opened", "1", "ppp1",
-     Rules("-D", "ppp1", Rules("-A", "ppp1", kSambaOn))},
     {"on, one character: no holes", "1", "x", kSambaOn},
     {"on, no interface", "1", "", kSambaOn},
-    {"off: holes closed", "0", "ppp1", Rules("-D", "ppp1", kSambaOff)},
+    {"on: holes closed, then opened", "1", "ppp1", Reopened("ppp1")},
+    {"on again", "1", "ppp1", Reopened("ppp1")},
+    {"on, another interface", "1", "ppp2", Rules("-D", "ppp1", Reopened("ppp2"))},
+    {"off, one more", "0", "ppp3", Rules("-D", "ppp2", Rules("-D", "ppp3", kSambaOff))},
+    {"off: holes closed", "0", "ppp3", Rules("-D", "ppp3", kSambaOff)},
+    {"on for the next", "1", "ppp1", Reopened("ppp1")},
+    {"off, same interface", "0", "ppp1", Rules("-D", "ppp1", kSambaOff)},
     {"off, one character: holes closed", "0", "x", Rules("-D", "x", kSambaOff)},
     {"off, no interface", "0", "", kSambaOff},
+    {"on for the next again", "1", "ppp1", Reopened("ppp1")},
+    {"on, the interface is gone", "1", "", Rules("-D", "ppp1", kSambaOn)},
     {"any other value is off", "2", "", kSambaOff},
 };
 
