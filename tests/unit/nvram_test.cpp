@@ -119,6 +119,8 @@ int Do(int argc, char **argv) {
       at += 4;
     } else if (word == "stop") {
       raise(SIGSTOP);
+    } else if (word == "end") { /* no look for leaks, which a traced process cannot have */
+      _exit(0);
     } else if (word == "fill") {
       return Fill();
     }
@@ -190,9 +192,10 @@ TEST(NvramPower, AStepThatIsKilledIsWholeOrNotThere) {
   NewBoard();
   ASSERT_EQ(RunWords({"apply", "first", "0", "second", "0"}), 0);
   bool killed = true;
-  for (int nth = 1; killed; ++nth) {
+  for (int nth = 1; killed; nth += 2) { /* each call stops twice; after one is before the next */
     std::string value = std::to_string(nth);
-    killed = KillAtCall({"stop", "apply", "first", value.c_str(), "second", value.c_str()}, nth);
+    killed =
+        KillAtCall({"stop", "apply", "first", value.c_str(), "second", value.c_str(), "end"}, nth);
     ASSERT_EQ(access("/var/nvram/area1", F_OK), 0) << "at each instant, call " << nth;
     std::vector<const char *> look = {"same", "first", "second"};
     if (!killed) look.insert(look.end(), {"is", "first", value.c_str()});
