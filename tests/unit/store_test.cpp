@@ -11,6 +11,7 @@
 #include <cstdio>
 #include <fstream>
 #include <map>
+#include <memory>
 #include <sstream>
 #include <thread>
 
@@ -61,10 +62,11 @@ int WriteRole() { /* writes pairs and rows until it is killed */
   if (Attach() != 0) return 1;
   for (int round = 0;; ++round) {
     char url[AMS_PATH_SIZE];
+    const std::string value = std::to_string(round);
     ams_write_begin();
-    ams_mxml_sset_leaf_int(IGD "DeviceInfo.Zeta", round);
+    ams_set_node_value(root, IGD "DeviceInfo.Zeta", value.c_str());
     ams_add_obj(root, IGD "Services.List", url);
-    ams_mxml_sset_leaf_int(IGD "DeviceInfo.Alpha", round);
+    ams_set_node_value(root, IGD "DeviceInfo.Alpha", value.c_str());
     ams_write_end();
     ams_del_obj(root, url);
     if (round == 20 && write(1, "+", 1) != 1) return 1;
@@ -161,6 +163,11 @@ TEST(StoreTakeover, ClientsStayAttached) {
   EXPECT_EQ(RunRole("serve"), 0);
 }
 
+std::string Kept(const char *path) {
+  std::unique_ptr<char, void (*)(void *)> value(nvram_get(path, NVTYPE_STAGING), free);
+  return value == nullptr ? "(none)" : value.get();
+}
+
 TEST_F(Store, KilledWriterLeavesItWholeAndUnlocked) {
   for (int round = 0; round < 5; ++round) {
     Child writer = Start("write");
@@ -169,6 +176,8 @@ TEST_F(Store, KilledWriterLeavesItWholeAndUnlocked) {
     kill(writer.pid, SIGKILL);
     End(writer);
     EXPECT_EQ(Leaf(IGD "DeviceInfo.Zeta"), Leaf(IGD "DeviceInfo.Alpha")) << "half a span";
+    EXPECT_EQ(Kept(IGD "DeviceInfo.Zeta"), Kept(IGD "DeviceInfo.Alpha")) << "half a span is kept";
+    EXPECT_GE(atoi(Kept(IGD "DeviceInfo.Zeta").c_str()), atoi(Leaf(IGD "DeviceInfo.Zeta").c_str()));
     std::string list = Indexes(IGD "Services.List");
     EXPECT_EQ(std::to_string(std::count(list.begin(), list.end(), ',') + 1),
               Leaf(IGD "Services.ListNumberOfEntries"));
