@@ -103,7 +103,8 @@ $USERS.4" gateway bash -c "cfgcmd list $USERS; cfgcmd get $USERS.3.Username; cfg
   expect 0 before gateway cfgcmd get $DEVICE.ProvisioningCode
 }
 
-# crash NAME: the daemon ends as in a crash; nothing of it is told.
+# For the shell inside. crash NAME: the daemon ends as in a crash.
+# shellcheck disable=SC2016
 readonly CRASH='crash() { local pid; pid=$(cat /var/run/devkit/$1); kill -9 "$pid"; tail --pid="$pid" -s 0.05 -f /dev/null; }'
 
 @test "what the daemon itself sets is kept: the restore is asked for once, and stays done" {
@@ -138,7 +139,7 @@ end" gateway bash -c "$show && cfgcmd get $server.X_KVO_TR069WANSAVE && echo end
 @test "a full flash: what cannot be kept is refused, what was confirmed is there after the boot" {
   run sandbox --bare -- bash -c "$CRASH
     mount -t tmpfs -o size=48k tmpfs /var/nvram && gateway-daemon start dbmgr && gateway-daemon start sysmgr || exit 1
-    value=$(printf '%200s' | tr ' ' v) refused=0
+    value=$(printf '%200s' '' | tr ' ' v) refused=0
     for i in {1..30}; do
       row=\$(cfgcmd add $FILES) && cfgcmd set \$row.Name \$value\$i || : \$((++refused))
     done 2>/tmp/refusals
@@ -157,7 +158,7 @@ end" gateway bash -c "$show && cfgcmd get $server.X_KVO_TR069WANSAVE && echo end
     cfgcmd tree | awk '\$2 == \"string\" { print \$1 }' | head -n 200 >/tmp/leaves
     head -c 9M /dev/zero >/dev/shm/fill 2>/dev/null
     crash dbmgr && gateway-daemon start dbmgr || exit 2
-    value=$(printf '%30000s' | tr ' ' v)
+    value=$(printf '%30000s' '' | tr ' ' v)
     while read -r leaf; do
       cfgcmd sset \$leaf \$value 2>>/tmp/told
       echo \$?
