@@ -217,7 +217,7 @@ TEST(NvramPower, FullMemoryIsAnErrorAndNoSignal) {
     int result = RunWords({"fill"});
     EXPECT_TRUE(result == 0 || result == kNoRoom) << kilobytes << " KB: " << result;
     (result == 0 ? enough : too_small) = true;
-    EXPECT_EQ(system("mount -o remount,size=8m /dev/shm"), 0);
+    EXPECT_EQ(system("mount --options-mode ignore -o remount,size=8m /dev/shm"), 0);
     EXPECT_EQ(RunWords({"set", "after", "1", "is", "after", "1"}), 0) << kilobytes;
     EXPECT_EQ(system("umount /dev/shm"), 0);
   }
@@ -438,8 +438,10 @@ TEST_F(Nvram, WhatFlashCannotTakeChangesNothing) {
     const char *what, *mount, *reason;
   };
   const Case kCases[] = {
-      {"full", "mount -o remount,size=48k /var/nvram", "No space left on device"},
-      {"read-only", "mount -o remount,ro /var/nvram", "Read-only file system"},
+      {"full", "mount --options-mode ignore -o remount,size=48k /var/nvram",
+       "No space left on device"},
+      {"read-only", "mount --options-mode ignore -o remount,ro /var/nvram",
+       "Read-only file system"},
   };
   const std::vector<NvramChange> kSmall = {{"a", "1"}, {"b", "2"}};
   const std::vector<NvramChange> kLarge = {{"a", "3"},

@@ -5,6 +5,7 @@
 
 #include "capabinfo_thread.h"
 #include "ipsec_func.h"
+#include "sms_func.h"
 #include "support.h"
 #include "tunnel_func.h"
 #include "voip_func.h"
@@ -54,10 +55,11 @@ TEST_F(Services, EveryHandlerLogsWhatItIsAsked) {
   }
 }
 
-/* Tunnels and voice, which have tests of their own. */
+/* Tunnels, voice and the menu of service codes, which have tests of their own. */
 bool HasOtherOps(const OpFuncEntry &row) {
   return row.handler == FuncTunnelScripts || row.handler == FuncServIPSecTunnelList ||
-         row.handler == FuncHandleVoip || row.handler == FuncServVoipLineStats;
+         row.handler == FuncHandleVoip || row.handler == FuncServVoipLineStats ||
+         row.handler == FuncServShortMsgUssdSend;
 }
 
 TEST_F(Services, OtherOpsRunNothing) {
