@@ -7,6 +7,7 @@
 #include <cstdio>
 
 #include "ams_common_api.h"
+#include "nvram.h"
 #include "store_desk.h"
 #include "sup_main.h"
 #include "tds_desk.h"
@@ -48,6 +49,10 @@ int main(int argc, char **argv) {
   signal(SIGPIPE, SIG_IGN);
   AMS_UsrDumpInit();
   AMS_PrintMgt_Init();
+  if (nvram_init_semaphore() != 0) { /* else the boot would pass for one of a burnt image */
+    fprintf(stderr, "dbmgr: the settings cannot be had: the line above names the reason\n");
+    return 1;
+  }
   ams_desk_check_kept(CheckForm); /* a backup or a file on flash may hold anything */
   if (SDB_serverInit() != 0 || gptXmlTrees == nullptr || gptXmlTrees->root == nullptr) {
     fprintf(stderr, "dbmgr: the data model did not load: the lines above name the reason\n");

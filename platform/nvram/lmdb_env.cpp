@@ -65,11 +65,11 @@ int ReadAll(const LmdbEnv &opened, const char *key, const char *value) {
   _exit(write(out, &verdict, 1) == 1 ? 0 : 1);
 }
 
-/* The table of readers, whole, for the same reason as the map's pages (lmdb_room.cpp). Before this
-   process opens the place: closing the file would give its locks away. */
+/* The table of readers, whole: it is a map, like the pages of lmdb_room.cpp. Before this process
+   opens the place: closing the file would give its locks away. */
 int MakeLockFile(const LmdbPlace &place) {
   constexpr off_t kBytesOfReader = 64;
-  int fd = open(FileOf(place, "lock.mdb").c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600);
+  int fd = open(FileOf(place, "lock.mdb").c_str(), O_RDWR | O_CREAT | O_NOFOLLOW | O_CLOEXEC, 0600);
   if (fd < 0) return errno;
   int rc;
   do {
@@ -94,7 +94,7 @@ int LmdbOpen(const LmdbPlace &place, bool create, LmdbEnv *opened) {
   *opened = LmdbEnv{};
   if (create) {
     int rc = LmdbMakeFolder(place);
-    if (rc == 0 && (place.flags & MDB_WRITEMAP) != 0) rc = MakeLockFile(place);
+    if (rc == 0) rc = MakeLockFile(place);
     if (rc != 0) return rc;
   } else if (stat(FileOf(place, "data.mdb").c_str(), &info) != 0) {
     return errno;

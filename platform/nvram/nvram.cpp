@@ -3,10 +3,7 @@
 // affair.
 #include "nvram.h"
 
-#include <fcntl.h>
 #include <lmdb.h>
-#include <sys/stat.h>
-#include <unistd.h>
 
 #include <cerrno>
 #include <cstdlib>
@@ -27,8 +24,6 @@ constexpr char kLoaded[] = "loaded", kLoadedValue[] = "1";
 /* Short records take four times as much room here as on flash. No MDB_WRITEMAP: writing to a file
    system that is full is then an error and not a signal. */
 const LmdbPlace kWorkPlace = {"/dev/shm/nvram", 8 * kFlashMax, MDB_NOSYNC};
-constexpr char kLockFile[] = "/dev/shm/nvram/lock.mdb";
-constexpr off_t kLockSize = 64 << 10; /* room for the readers of lmdb_env.cpp */
 
 std::mutex gOpening;
 LmdbEnv gWork;  // under gOpening until open; for the life of the process
@@ -114,28 +109,12 @@ int LoadOnce() {
   return rc;
 }
 
-/* The library writes to its lock file through a map: without this, a full file system would be a
-   signal there. 0 or an errno. */
-int ReserveLockFile() {
-  if (mkdir(kWorkPlace.folder, 0700) != 0 && errno != EEXIST) return errno;
-  int fd = open(kLockFile, O_RDWR | O_CREAT | O_NOFOLLOW | O_CLOEXEC, 0600);
-  if (fd < 0) return errno;
-  int rc = fallocate(fd, 0, 0, kLockSize) == 0 ? 0 : errno;
-  close(fd);
-  return rc;
-}
-
-int OpenPlace() {
-  int rc = ReserveLockFile();
-  return rc != 0 ? rc : LmdbOpen(kWorkPlace, true, &gWork);
-}
-
 int OpenWork() {
-  int rc = OpenPlace();
+  int rc = LmdbOpen(kWorkPlace, true, &gWork);
   if (rc == MDB_INVALID || rc == MDB_VERSION_MISMATCH || rc == MDB_CORRUPTED) {
     NVRAM_LOG("nvram: %s is damaged; loading it anew from flash\n", kWorkPlace.folder);
     LmdbRemove(kWorkPlace);
-    rc = OpenPlace();
+    rc = LmdbOpen(kWorkPlace, true, &gWork);
   }
   if (rc == 0 && (rc = LoadOnce()) != 0) LmdbClose(&gWork);
   return rc;
