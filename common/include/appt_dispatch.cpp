@@ -194,9 +194,8 @@ int SetLeaves(MsgArg *arg, LeafNode *list) {
   if (ams_write_begin() != 0) return -1;
   (void)DoLeaves(arg, list, &written); /* a set has no replies */
   if (ams_write_end() != 0) return -1;
-  if (written.empty()) return -1; /* each was logged */
-  if (CallOp(arg) != -1) return 0;
-  PutBack(written);
+  if (CallOp(arg) != -1) return 0; /* also when no leaf could be written: each was logged */
+  if (!written.empty()) PutBack(written);
   return -1;
 }
 
