@@ -165,7 +165,8 @@ const ChangeCase kChanges[] = {
     {"a get whose command cannot be run", false, kGet, "Top", "A", -1, "Top.Plain.Deep", "L=x"},
     {"a set without a handler", true, kSet, "Iptv", "Mode=1\3Nowhere=1", 0, "Iptv", "Mode=1"},
     {"a set of no leaf that is there", true, kSet, "Iptv", "Nowhere=1\3=2", 0, "Iptv", "Mode=0"},
-    {"a refused set of no leaf that is there", true, kSet, "Wrong", "Nowhere=1", -1, "Wrong", "W=w\3R=r"},
+    {"a refused set of no leaf that is there", true, kSet, "Wrong", "Nowhere=1", -1, "Wrong",
+     "W=w\3R=r"},
     {"a set of a name of 64 bytes", true, kSet, "Long", NAME64 "=1", 0, "Long", NAME64 "=1"},
     {"a longer one is no other's", true, kSet, "Long", NAME64 "s=1", 0, "Long", NAME64 "=l"},
 };
