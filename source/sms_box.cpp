@@ -70,22 +70,18 @@ int Status(const ShortMsgEntry &entry, bool (&keep_unread)[SHORTMSG_MARKS]) {
   return *keep ? int{SHORTMSG_UNREAD} : entry.stat;
 }
 
-bool Belongs(const ShortMsgEntry &part, const ShortMsgEntry &first, int number) {
-  return part.concatSeq == number && part.concatTotal == first.concatTotal &&
-         IsReceived(part) == IsReceived(first) &&
-         memcmp(part.concatRef, first.concatRef, sizeof part.concatRef) == 0 &&
-         strcmp(part.number, first.number) == 0;
+/* A box of its own each: what was received (read or not), what was sent, the drafts. */
+bool InOneBox(const ShortMsgEntry &left, const ShortMsgEntry &right) {
+  return left.stat == right.stat || (IsReceived(left) && IsReceived(right));
 }
 
-/* Part `number` of a long message; of what was stored, one of the same status when there is one. */
 Entries::iterator FindPart(const ShortMsgEntry &first, int number, Entries *parts) {
-  auto found = parts->end();
-  for (auto part = parts->begin(); part != parts->end(); ++part) {
-    if (!Belongs(**part, first, number)) continue;
-    if (IsReceived(first) || (*part)->stat == first.stat) return part;
-    if (found == parts->end()) found = part;
-  }
-  return found;
+  return std::find_if(parts->begin(), parts->end(), [&](const ShortMsgEntry *part) {
+    return part->concatSeq == number && part->concatTotal == first.concatTotal &&
+           InOneBox(*part, first) &&
+           memcmp(part->concatRef, first.concatRef, sizeof part->concatRef) == 0 &&
+           strcmp(part->number, first.number) == 0;
+  });
 }
 
 /* Takes the further parts of a long message out of `parts` and puts them behind its first one. A

@@ -92,7 +92,7 @@ bool ConfigFits() {
 bool IsWhole(const std::vector<std::string> &lines) {
   std::string text(64 * 1024, '\0');
   FILE *file = fopen(CONFIG, "re");
-  if (file == nullptr) return true; /* never made, and ConfigFits has seen that it could be */
+  if (file == nullptr) return false;
   text.resize(fread(text.data(), 1, text.size(), file));
   fclose(file);
   size_t at = 0;

@@ -58,8 +58,27 @@ void InsertBehind(std::string *text, const std::string &mark, const std::string 
   text->insert(text->find(mark) + mark.size(), more);
 }
 
+/* What a shell makes of the lines that write the agent's file. */
+void WriteAsShell(const std::string &line) {
+  const std::string echo = "echo -e \"";
+  size_t end = line.rfind("\" >");
+  if (line.compare(0, echo.size(), echo) != 0 || end == line.npos) return;
+  bool append = line[end + 3] == '>';
+  std::ofstream("/var/snmpd.conf", append ? std::ios::app : std::ios::trunc)
+      << line.substr(echo.size(), end - echo.size()) << '\n';
+}
+
 class Daemons : public StoreTest {
  protected:
+  void SetUp() override {
+    StoreTest::SetUp();
+    OnSystem(WriteAsShell);
+  }
+  void TearDown() override {
+    OnSystem(nullptr);
+    remove("/var/snmpd.conf");
+    StoreTest::TearDown();
+  }
   std::string DataModel() const override {
     std::string model = StoreTest::DataModel();
     InsertBehind(&model, "</ServiceTelnet>", kServiceNodes);
@@ -285,6 +304,7 @@ void ApplyOn(const PortWaitCase &one, const Holder &holder, const std::function<
   if (!one.port_leaf.empty()) SetLeaf(kServices + one.port_leaf, std::to_string(holder.port()));
   bool started = false;
   OnSystem([&](const std::string &line) {
+    WriteAsShell(line);
     if (BeginsWith(line, one.kill)) at_kill();
     if (!BeginsWith(line, one.start)) return;
     started = true;
@@ -293,7 +313,7 @@ void ApplyOn(const PortWaitCase &one, const Holder &holder, const std::function<
   const OpFuncEntry *table = one.enable.empty() ? kDevInfoFuncTable : kCapabInfoFuncTable;
   EXPECT_EQ(RunOp(table, one.op_function, TMF_SET), 0) << one.op_function;
   EXPECT_TRUE(started) << one.op_function;
-  OnSystem(nullptr);
+  OnSystem(WriteAsShell);
 }
 
 TEST_F(Daemons, TheNextServerStartsWhenThePortIsFree) {
@@ -464,13 +484,13 @@ TEST_F(Daemons, SnmpDoesNotStartOnHalfAFile) {
   const struct {
     const char *what;
     std::function<void()> prepare;
-    std::string left; /* by each line */
+    std::string left; /* by each line; "": no file */
     Lines lines;
     std::string log; /* "": the agent starts */
   } cases[] = {
       {"a folder is in the way", [=] { ASSERT_EQ(mkdir(config, 0700), 0); }, "", {}, "remove what"},
       {"no room", [] { LimitFiles(1024); }, "", {}, "make room"},
-      {"no text", nothing, "", unstarted, "not whole"},
+      {"no file", nothing, "", unstarted, "not whole"},
       {"half a line", nothing, begin + rest, unstarted, "not whole"},
       {"a line is missing", nothing, rest + "\n", unstarted, "not whole"},
       {"whole", nothing, begin + rest + "\n", all, ""},
@@ -479,7 +499,9 @@ TEST_F(Daemons, SnmpDoesNotStartOnHalfAFile) {
   for (const auto &one : cases) {
     remove(config);
     one.prepare();
-    OnSystem([&](const std::string &) { std::ofstream(config) << one.left; });
+    OnSystem([&](const std::string &) {
+      if (!one.left.empty()) std::ofstream(config) << one.left;
+    });
     const int result = one.log.empty() ? 0 : -1;
     const std::string log = LogOf(4, [&] { Call("FuncServSNMP", TMF_SET, one.what, result); });
     LimitFiles(RLIM_INFINITY);

@@ -260,7 +260,7 @@ TEST_F(Download, OpFunction) {
 /* A model without the leaf: not even the empty type was ordered. */
 TEST_F(Download, NoType) {
   std::string model = DataModel();
-  size_t leaf = model.find("<FileType ");
+  size_t leaf = model.find("<FileType ", model.find("<X_KVO_Download"));
   ASSERT_NE(leaf, model.npos);
   LoadModel(model.erase(leaf, model.find("/>", leaf) + 2 - leaf));
   std::string log =

@@ -221,6 +221,10 @@ TEST_F(ShortMsg, FormatsLists) {
   EXPECT_EQ(Format({Entry(0, 2, "t", 1, 2), Entry(1, 2, "t", 2, 2), Entry(2, 3, "t", 1, 2)}, 1),
             "2}-{3}-{10086}-{t}-{<2>}-{|,|")
       << "the draft has its own";
+  const std::vector<ShortMsgEntry> torn = {Entry(0, 2, "t", 1, 2), Entry(1, 3, "t", 1, 2),
+                                           Entry(2, 3, "t", 2, 2)};
+  EXPECT_EQ(Format(torn, 1), "1,2}-{3}-{10086}-{t}-{<1><2>}-{|,|") << "a draft is torn, not this";
+  EXPECT_EQ(Format(torn, 2), "0}-{2}-{10086}-{t}-{<0>}-{|,|") << "no tail of another message";
   EXPECT_EQ(Format(mixed, 2), "2}-{2}-{10086}-{t}-{<2>}-{|,|");
   const std::string one = shown("1", "<1>");
   EXPECT_EQ(Format(mixed, 9).size(), 3 * one.size());
