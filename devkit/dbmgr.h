@@ -38,9 +38,6 @@ int CheckForm(const std::string &path, const std::string &form, std::string_view
 /* Set before the first value is checked (--trust-values): takes any. */
 extern bool trust_values;
 
-/* "add", "get"...: how people call a command. */
-const char *CommandName(uint32_t command);
-
 /* The refusal of a plan by `who` ("the store", a module), which said why in `log`. */
 DbmgrAnswer RefusedBy(const std::string &who, const Plan &plan, const char *log);
 

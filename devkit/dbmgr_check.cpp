@@ -189,11 +189,6 @@ int CheckFrame(const Plan &plan, std::string *why) {
 
 }  // namespace
 
-const char *CommandName(uint32_t command) {
-  const CommandRule *rule = FindRule(command);
-  return rule != nullptr ? rule->name : "?";
-}
-
 DbmgrAnswer RefusedBy(const std::string &who, const Plan &plan, const char *log) {
   const CommandRule *rule = FindRule(plan.command); /* a plan has one */
   return {-1, DbmgrText::Text,

@@ -37,7 +37,7 @@ DbmgrAnswer Attributes(const Plan &plan) {
   return {0, plan.leaf.empty() ? DbmgrText::Text : DbmgrText::Leaf, text != nullptr ? text : ""};
 }
 
-/* The leaves become visible together; the checks made sure that each can be written. */
+/* The leaves become visible together, or none does: a row may go between check and write. */
 DbmgrAnswer Set(const Plan &plan) {
   if (ams_write_begin() != 0) return Refused(plan);
   size_t at = 0;
@@ -51,8 +51,8 @@ DbmgrAnswer Set(const Plan &plan) {
       result = -1;
     at = end + 1;
   }
-  if (ams_write_end() != 0 || result != 0) return Refused(plan);
-  return {};
+  result |= result == 0 ? ams_write_end() : ams_write_cancel();
+  return result == 0 ? DbmgrAnswer{} : Refused(plan);
 }
 
 DbmgrAnswer Add(const Plan &plan) {

@@ -211,6 +211,21 @@ TEST_F(Model, RequestsBecomePlans) {
   EXPECT_NE(why.find("32769 bytes"), why.npos) << why;
 }
 
+/* A node may go between the check of a request and its turn. */
+TEST_F(Model, ASetWithALeafThatIsGoneChangesNothing) {
+  const std::string row = LAN_SERVER ".IPInterface.1";
+  char before[AMS_PATH_SIZE] = "", after[AMS_PATH_SIZE] = "";
+  Plan plan;
+  plan.command = APPT_CMD_SET;
+  plan.url = row;
+  plan.value = "IPInterfaceSubnetMask=255.0.0.0\x03Gone=1";
+  plan.paths = {row + ".IPInterfaceSubnetMask", row + ".Gone"};
+  ASSERT_EQ(ams_mxml_get_leaf_value(plan.paths[0].c_str(), before), 0);
+  EXPECT_EQ(ServeFromStore(plan).result, -1);
+  ASSERT_EQ(ams_mxml_get_leaf_value(plan.paths[0].c_str(), after), 0);
+  EXPECT_STREQ(after, before);
+}
+
 TEST_F(Model, WhatIsAboveModulesAsksEachOfThem) {
   const std::string all = "sysmgr:devInfo " IGD
                           ".DeviceInfo\n"
