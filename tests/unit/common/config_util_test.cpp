@@ -122,7 +122,7 @@ TEST_F(ConfigUtilTest, NamesTheFileThatIsMissing) {
   size_t first = log.find("Failed /tmp/no_such_file open failed");
   ASSERT_NE(first, std::string::npos) << log;
   EXPECT_NE(log.find("Failed /tmp/no_such_file open failed", first + 1), std::string::npos) << log;
-  EXPECT_NE(log.find("@P:./../common/include/ams_config_util,L:"), std::string::npos) << log;
+  EXPECT_NE(log.find("@P:./../common/config/ams_config_util,L:"), std::string::npos) << log;
 }
 
 /* ---- command lines ---- */
