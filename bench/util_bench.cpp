@@ -6,7 +6,8 @@
 #include <cstring>
 #include <vector>
 
-#include "ams_config_api.h"
+#include "ams_config_shell.h"
+#include "ams_config_util.h"
 
 namespace {
 

@@ -9,7 +9,8 @@
 #include <cstring>
 
 #include "ams_common_api.h"
-#include "ams_config_api.h"
+#include "ams_config_shell.h"
+#include "ams_config_util.h"
 
 namespace {
 

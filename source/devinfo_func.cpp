@@ -13,6 +13,7 @@
 #include <string>
 
 #include "ams_config_api.h"
+#include "ams_config_shell.h"
 #include "devinfo_thread.h"
 #include "download_func.h"
 #include "free_ports.h"

@@ -4,7 +4,7 @@
 
 #include <dirent.h>
 
-#include "ams_config_api.h"
+#include "ams_config_shell.h"
 #include "op_rows.h"
 
 #define FTP "InternetGatewayDevice.Services.ServiceFTP."

@@ -8,7 +8,7 @@
 #include <set>
 #include <string>
 
-#include "ams_config_api.h"
+#include "ams_config_shell.h"
 #include "capabinfo_thread.h"
 #include "op_rows.h"
 #include "tunnel_func.h"
@@ -44,16 +44,9 @@ void StopPoll() { (void)KillTimer(CAPABINFO_TIMER_IPSEC); }
    it is. */
 void ReadAddress(const char *command, Address &address) {
   Address line;
-  FILE *pipe = popen(command, "re");
-  if (pipe == nullptr) {
-    AMS_PRINT(4, "cannot run \"%s\": %m", command);
-    return;
-  }
-  if (fgets(line, sizeof line, pipe) != nullptr) {
-    line[strcspn(line, "\n")] = '\0';
-    if (line[0] != '\0') memcpy(address, line, sizeof line);
-  }
-  (void)pclose(pipe); /* the process ignores SIGCHLD, so the status says nothing */
+  if (cfgShellRead(command, line) < 0) return;
+  line[strcspn(line, "\n")] = '\0';
+  if (line[0] != '\0') memcpy(address, line, sizeof line);
 }
 
 /* The host name of the peer of tunnel `row` while the tunnel is down, else "": also when it has no

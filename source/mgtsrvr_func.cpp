@@ -7,7 +7,7 @@
 #include <string>
 #include <string_view>
 
-#include "ams_config_api.h"
+#include "ams_config_shell.h"
 #include "mgtsrvr_thread.h"
 #include "op_rows.h"
 

@@ -9,7 +9,7 @@
 #include <cstring>
 #include <string>
 
-#include "ams_config_api.h"
+#include "ams_config_shell.h"
 
 namespace {
 

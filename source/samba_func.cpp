@@ -3,7 +3,7 @@
 
 #include <cstring>
 
-#include "ams_config_api.h"
+#include "ams_config_shell.h"
 #include "capabinfo_thread.h"
 #include "op_rows.h"
 

@@ -12,7 +12,7 @@
 #include <string>
 #include <vector>
 
-#include "ams_config_api.h"
+#include "ams_config_shell.h"
 #include "op_rows.h"
 
 #define SCL              "InternetGatewayDevice.Services.ServiceAccessControl."

@@ -11,6 +11,7 @@
 #include <cstring>
 
 #include "ams_config_api.h"
+#include "ams_config_shell.h"
 #include "capabinfo_thread.h"
 #include "ftpd_func.h"
 #include "ipsec_func.h"

@@ -13,6 +13,7 @@
 #include <string_view>
 
 #include "ams_config_api.h"
+#include "ams_config_shell.h"
 #include "op_rows.h"
 
 namespace {

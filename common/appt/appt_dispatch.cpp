@@ -1,13 +1,14 @@
 // From a request to the op functions: finds the addressed node, decides by its "type" what to do,
-// calls what its "op" names, reads and writes values. Frames are appt_request.cpp's, the
-// acknowledgement appt_receive.cpp's.
+// calls what its "op" names, reads and writes values.
+#include "appt_dispatch.h"
+
 #include <cstdio>
 #include <cstring>
 #include <string>
 #include <vector>
 
-#include "ams_common_api.h"
-#include "ams_config_api.h"
+#include "ams_config_shell.h"
+#include "appt_store.h"
 
 namespace {
 
@@ -375,13 +376,4 @@ int appt_RunRequest(MsgArg *arg) {
     return -1;
   }
   return arg->value == nullptr ? appt_Do_Obj_NoData(arg) : appt_Do_Obj_Data(arg);
-}
-
-void appt_InitFuncTable(const OpFuncEntry *table) {
-  for (const OpFuncEntry *row = table; row->name != nullptr; ++row) {
-    OpFuncArg arg = {};
-    arg.name = row->name;
-    arg.op = TMF_INIT;
-    if (row->handler != nullptr) (void)row->handler(&arg); /* one failing row stops no other */
-  }
 }

@@ -1,7 +1,9 @@
-// The frame of an agent request and the leaf list in its value: bounded parsing, no store.
+// Frames and leaf lists; see appt_request.h.
+#include "appt_request.h"
+
 #include <cstring>
 
-#include "ams_common_api.h"
+#include "leaf_list.h"
 
 namespace {
 
@@ -17,40 +19,26 @@ const char *TakeText(const uint8_t *frame, uint32_t size, uint32_t *at, uint8_t 
   return text;
 }
 
-/* One piece of a list; NULL when there is no memory for it. */
-LeafNode *ParseLeaf(std::string_view piece) {
+/* One leaf of a list; NULL when there is no memory for it. */
+LeafNode *CopyLeaf(Leaf piece) {
   static constexpr char kTag[] = "appt_ParseLeafList"; /* tags live for ever */
   LeafNode *leaf = static_cast<LeafNode *>(__tds_malloc(sizeof(LeafNode), kTag));
   if (leaf == nullptr) return nullptr;
   *leaf = {};
-  size_t equals = piece.find('=');
-  std::string_view name = piece.substr(0, equals);
-  if (name.size() >= sizeof leaf->leafName) {
+  if (piece.name.size() >= sizeof leaf->leafName) {
     AMS_PRINT(4, "a leaf's name has at most %zu bytes, not %zu: %.*s", sizeof leaf->leafName - 1,
-              name.size(), static_cast<int>(name.size()), name.data());
-    if (equals != piece.npos) name = {};
+              piece.name.size(), static_cast<int>(piece.name.size()), piece.name.data());
+    if (piece.has_value) piece.name = {};
   }
-  name.copy(leaf->leafName, sizeof(leaf->leafName) - 1);
-  if (equals == piece.npos || equals + 1 == piece.size()) return leaf;
-  std::string_view text = piece.substr(equals + 1);
-  leaf->leafValue = __tds_strndup(text.data(), text.size(), kTag);
+  piece.name.copy(leaf->leafName, sizeof(leaf->leafName) - 1);
+  if (piece.value.empty()) return leaf;
+  leaf->leafValue = __tds_strndup(piece.value.data(), piece.value.size(), kTag);
   if (leaf->leafValue != nullptr) return leaf;
   __tds_free(leaf);
   return nullptr;
 }
 
 }  // namespace
-
-uint32_t appt_GetWord(const void *bytes) {
-  const uint8_t *byte = static_cast<const uint8_t *>(bytes);
-  return byte[0] | static_cast<uint32_t>(byte[1]) << 8 | static_cast<uint32_t>(byte[2]) << 16 |
-         static_cast<uint32_t>(byte[3]) << 24;
-}
-
-void appt_PutWord(void *bytes, uint32_t word) {
-  uint8_t *byte = static_cast<uint8_t *>(bytes);
-  for (int i = 0; i < 4; ++i) byte[i] = static_cast<uint8_t>(word >> (8 * i));
-}
 
 int appt_FillMsgArg(MsgArg *arg, const void *frame, uint32_t len) {
   *arg = {};
@@ -85,17 +73,17 @@ int appt_FillMsgArg(MsgArg *arg, const void *frame, uint32_t len) {
 
 LeafNode *appt_ParseLeafList(const char *value) {
   LeafNode *list = nullptr, **tail = &list;
-  while (value != nullptr && *value != '\0') {
-    const char *end = strchrnul(value, AMS_SEPARATOR);
-    LeafNode *leaf = ParseLeaf(std::string_view(value, static_cast<size_t>(end - value)));
+  std::string_view rest = value == nullptr ? "" : value;
+  for (Leaf piece; NextLeaf(&rest, &piece);) {
+    LeafNode *leaf = CopyLeaf(piece);
     if (leaf == nullptr) {
-      AMS_PRINT(5, "tds_malloc failed size is %d.", static_cast<int>(end - value));
+      AMS_PRINT(5, "tds_malloc failed size is %d.",
+                static_cast<int>(piece.name.size() + piece.has_value + piece.value.size()));
       appt_FreeLeafList(list);
       return nullptr;
     }
     *tail = leaf;
     tail = &leaf->next;
-    value = *end == '\0' ? end : end + 1;
   }
   return list;
 }

@@ -1,13 +1,9 @@
-// Small wrappers over the store whose texts become a request's reply, and the log record.
-#include <syslog.h>
+// The store's texts as replies; see appt_store.h.
+#include "appt_store.h"
 
 #include <algorithm>
-#include <cstdarg>
-#include <cstdio>
 #include <cstdlib>
 #include <cstring>
-
-#include "ams_common_api.h"
 
 namespace {
 
@@ -98,34 +94,4 @@ int AMS_Appt_Savetree(MsgArg *arg) {
 int AMS_Appt_Setleaf(MsgArg *arg) {
   AMS_PRINT(1, "dbagt:url:%s value:%s\n", Text(arg->url), Text(arg->value));
   return ams_mxml_fset_leaf(arg->url, arg->value);
-}
-
-void AMS_Log_Add(int32_t logType, int32_t logItem, const char *format, ...) {
-  struct {
-    int32_t type, item;
-    char data[172];
-  } record = {};
-  record.type = logType;
-  record.item = logItem;
-  size_t size = 344;
-  char *text = static_cast<char *>(__tds_malloc(size, "AMS_Log_Add"));
-  while (text != nullptr) {
-    va_list args;
-    va_start(args, format);
-    int length = vsnprintf(text, size, format, args);
-    va_end(args);
-    if (length >= 0 && static_cast<size_t>(length) < size) break;
-    size *= 2;
-    char *larger =
-        length < 0 ? nullptr : static_cast<char *>(__tds_realloc(text, size, "AMS_Log_Add"));
-    if (larger == nullptr) __tds_free(text);
-    text = larger;
-  }
-  if (text == nullptr) return;
-  size_t length = strlen(text);
-  if (length > 0 && text[length - 1] == '\n') text[length - 1] = '\0';
-  strncpy(record.data, text, sizeof(record.data) - 1);
-  __tds_free(text);
-  AMS_PRINT(1, "logType:%d, logItem:%d, data:%s\n", record.type, record.item, record.data);
-  syslog(record.item, "%s", record.data);
 }

@@ -1,11 +1,11 @@
-// Data-model paths and small texts for the op functions, without the store.
-#include <climits>
+// Paths and small texts; see ams_config_path.h.
+#include "ams_config_path.h"
+
 #include <cstdio>
 #include <cstring>
 #include <string_view>
 
-#include "ams_common_api.h"
-#include "ams_config_api.h"
+#include "ams_print.h"
 
 namespace {
 
@@ -70,6 +70,17 @@ int cfgPathCut(char *path, size_t size, const char *name, int flag) {
   }
   strcpy(end, ".");
   return 0;
+}
+
+int cfgIsIpv4Addr(const char *text) {
+  if (text == nullptr) return 0;
+  AMS_PRINT(1, "cfgIsIpv4Addr: %s\n", text);
+  unsigned part[4]; /* as unsigned numbers the negative ones are too large; 9 digits always fit */
+  if (sscanf(text, "%9d.%9d.%9d.%9d", reinterpret_cast<int *>(&part[0]),
+             reinterpret_cast<int *>(&part[1]), reinterpret_cast<int *>(&part[2]),
+             reinterpret_cast<int *>(&part[3])) != 4)
+    return 0;
+  return part[0] <= 255 && part[1] <= 255 && part[2] <= 255 && part[3] <= 255 ? 1 : 0;
 }
 
 int cfgHexEncode(const char *text, char *hex, size_t size) {

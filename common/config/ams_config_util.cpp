@@ -1,22 +1,17 @@
-// Small utilities of the op functions: shell commands, keys of shell-style files, hex digests, the
-// flash type, and the WAN rule scripts.
-#include <cerrno>
-#include <cstdarg>
-#include <cstdlib>
+// Files and scripts of the board; see ams_config_util.h.
+#include "ams_config_util.h"
+
 #include <cstring>
 #include <string>
-#include <utility>
 #include <vector>
 
-#include "ams_common_api.h"
-#include "ams_config_api.h"
+#include "ams_config_shell.h"
+#include "ams_print.h"
 #include "sha256.h"
 
 namespace {
 
 constexpr size_t kLines = 10, kLineSize = 128;
-
-thread_local bool command_failed = false;
 
 const char *RuleMode(int reset) { return reset == 0 ? "config" : "reset"; }
 
@@ -69,37 +64,6 @@ std::string WithoutLineEnds(const std::string &line) {
 }
 
 }  // namespace
-
-int cfgSystemCmd(const char *format, ...) {
-  char line[512] = "";
-  va_list args;
-  va_start(args, format);
-  int length = vsnprintf(line, sizeof line, format, args);
-  va_end(args);
-  if (length < 0 || static_cast<size_t>(length) >= sizeof line) {
-    AMS_PRINT(4, "command not run, it has %d bytes and 511 fit: %s", length, line);
-    command_failed = true;
-    return -1;
-  }
-  AMS_PRINT(1, "system(%s)\n", line);
-  return cfgShell(line);
-}
-
-/* The process ignores SIGCHLD, so a command that ran leaves no status but -1 with ECHILD, or what
-   the shell gave where SIGCHLD is not ignored. Without a process for it errno has another reason,
-   and the status is -1 or, as if there were no shell, 127. */
-int cfgShell(const char *line) {
-  errno = 0;
-  if (system(line) == 0 || errno == 0 || errno == ECHILD) return 0;
-  const char *reason = strerror(errno);
-  /* the rest of the line may hold a password */
-  AMS_PRINT(4, "\"%.*s ...\" not run: %s; try again when less is running",
-            static_cast<int>(strcspn(line, " ")), line, reason);
-  command_failed = true;
-  return -1;
-}
-
-bool cfgCommandFailed() { return std::exchange(command_failed, false); }
 
 int cfgFileKeyGet(const char *file, const char *key, char *value, size_t size) {
   char text[8192];

@@ -1,38 +1,14 @@
-// The agent framework: from a data-base manager's request to calls of the op functions and the
-// acknowledgement, with the small store and log helpers that modules share.
+// The agent framework as modules see it: op functions and their tables, the frames of agent
+// requests, and the receive handler, which turns a request into calls and an acknowledgement.
 //
 // The calls run on the module thread that handles the request; one request is in work a thread.
 #pragma once
 
-#include <array>
 #include <cstdint>
-#include <string>
-#include <string_view>
 
 #include "ams_print.h"
 #include "ams_store.h"
 #include "tds.h"
-
-/* ---- log records ---- */
-
-/* The compiled file as logs name it: "source/devinfo_func" for source/devinfo_func.cpp. */
-constexpr int AmsSourceLength(const char *file) {
-  int length = 0, dot = -1;
-  for (; file[length] != '\0'; ++length)
-    if (file[length] == '.' && file[length + 1] == 'c') dot = length;
-  return dot < 0 ? length : dot;
-}
-
-/* Makes one whole record; `format` is printf's. The arguments must have no side effects: they are
-   not evaluated when the record is not printed. */
-#define AMS_PRINT(level, ...)                                                               \
-  do {                                                                                      \
-    if (!AMS_PrintWanted(level)) break;                                                     \
-    __AMS_PrintHead(level);                                                                 \
-    __AMS_Print(level, __VA_ARGS__);                                                        \
-    __AMS_Print(level, "  @P:%.*s,L:%d.\n", AmsSourceLength(__FILE__), __FILE__, __LINE__); \
-    __AMS_PrintEnd(level);                                                                  \
-  } while (0)
 
 /* ---- op functions ---- */
 
@@ -93,35 +69,6 @@ enum {
 uint32_t appt_GetWord(const void *bytes);
 void appt_PutWord(void *bytes, uint32_t word);
 
-/* One request in work. Zeroed, then filled by appt_FillMsgArg. */
-struct MsgArg {
-  uint32_t recvLen;
-  uint32_t rLen;      /* reply bytes with the NUL; 0: no reply text */
-  char *rBuf;         /* heap; owned by the request until the acknowledgement frees it */
-  const uint8_t *raw; /* the received bytes; cmdType is read from them */
-  char fucName[128];  /* op function of the URL */
-  const char *url;    /* the node's, without a "." behind it: into raw, or node */
-  const char *value;  /* into raw; NULL when the value length is 0 */
-  uint8_t urlLen, valueLen;
-  char node[AMS_PATH_SIZE]; /* the url of a request that has a "." behind it */
-};
-
-/* Points `arg` into the frame. 0, or -1 (logged at level 4) when the frame is short, its lengths do
-   not fit or a text is not terminated; `arg` has no url then. Bytes behind the frame are ignored.
- */
-int appt_FillMsgArg(MsgArg *arg, const void *frame, uint32_t len);
-
-/* Runs a filled request: the result for ackRet; the reply, if any, in rBuf and rLen. */
-int appt_RunRequest(MsgArg *arg);
-
-/* Calls the op function that fucName names: its result; 1 for a NULL handler; -1 when the name is
-   empty or in no table, and when a command of the op function was not run (see cfgSystemCmd). */
-int appt_Do_OpFunc(MsgArg *arg);
-
-int appt_Do_Obj_Data(MsgArg *arg);
-int appt_Do_Obj_NoData(MsgArg *arg);
-int appt_Do_Array(MsgArg *arg);
-
 /* The whole of an agent module's receive handler: trace, run, acknowledge. `handler` and `source`
    are the module's own names, for the heap tag and the log records. */
 struct ApptModule {
@@ -134,36 +81,6 @@ void appt_MsgRevHandle(const ApptModule *module, int32_t id, const void *data, u
 /* Message trace switch, 0 off: read by every agent module, set by the process-control thread. */
 void appt_SetTrace(int on);
 int appt_Trace();
-
-/* ---- leaf lists ---- */
-
-/* One leaf of a "set" or "get" list, in order of the text. */
-struct LeafNode {
-  /* Text before "=", or the whole piece, cut (logged) to 64 bytes. "" for a longer name with a
-     value: cut, it might be another leaf's. */
-  char leafName[AMS_NAME_SIZE];
-  char *leafValue; /* heap; NULL when there is none */
-  char *rBuf;      /* heap; the leaf's reply text */
-  LeafNode *next;
-};
-
-/* Parses pieces separated by byte 0x03. NULL when there is no piece or no memory; released with
-   appt_FreeLeafList. */
-LeafNode *appt_ParseLeafList(const char *value);
-void appt_FreeLeafList(LeafNode *list);
-
-/* ---- store wrappers: each returns the store's result; texts become the request's reply ---- */
-
-int AMS_Appt_Addobj(MsgArg *arg);
-int AMS_Appt_Delobj(MsgArg *arg);
-int AMS_Appt_Getattr(MsgArg *arg);
-int AMS_Appt_Getidxes(MsgArg *arg);
-int AMS_Appt_Setattr(MsgArg *arg);
-int AMS_Appt_Savetree(MsgArg *arg);
-int AMS_Appt_Setleaf(MsgArg *arg);
-
-/* ams_get_idxes into a heap text of any length; its result in `result`. NULL: no memory. */
-char *appt_ReadIndexes(const char *url, const char *tag, int *result);
 
 /* Logs one record of at most 171 bytes at level 1 and to syslog with priority `logItem`. */
 void AMS_Log_Add(int32_t logType, int32_t logItem, const char *format, ...)

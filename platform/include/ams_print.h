@@ -1,8 +1,8 @@
 // The board's print service: one record of text a thread, written in one piece.
 //
 // All calls may come from any thread. A record is built by one head, any number of texts and one
-// end, all with the same level, on the same thread; callers in this system use AMS_PRINT (in
-// ams_common_api.h), which makes the whole record.
+// end, all with the same level, on the same thread; callers use AMS_PRINT, which makes
+// the whole record.
 #pragma once
 
 #include <stddef.h>
@@ -53,6 +53,30 @@ int COMMON_GetParentNode(const char *path, char *parent, size_t size);
 
 #ifdef __cplusplus
 }
+
+/* How much of a source's name the records show: "source/devinfo_func" of source/devinfo_func.cpp.
+ */
+constexpr int AmsSourceLength(const char *source) {
+  int length = 0, dot = -1;
+  for (; source[length] != '\0'; ++length)
+    if (source[length] == '.' && source[length + 1] == 'c') dot = length;
+  return dot < 0 ? length : dot;
+}
+
+/* Makes one whole record; the format and its arguments are printf's. They must have no side
+   effects: they are not evaluated when the record is not printed. `source` and `line` say who
+   writes it. */
+#define AMS_PRINT_AT(level, source, line, ...)                                          \
+  do {                                                                                  \
+    if (!AMS_PrintWanted(level)) break;                                                 \
+    __AMS_PrintHead(level);                                                             \
+    __AMS_Print(level, __VA_ARGS__);                                                    \
+    __AMS_Print(level, "  @P:%.*s,L:%d.\n", AmsSourceLength(source), (source), (line)); \
+    __AMS_PrintEnd(level);                                                              \
+  } while (0)
+
+/* The same from where it stands. */
+#define AMS_PRINT(level, ...) AMS_PRINT_AT(level, __FILE__, __LINE__, __VA_ARGS__)
 
 template <size_t N>
 int COMMON_GetParentNode(const char *path, char (&parent)[N]) {

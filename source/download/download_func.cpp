@@ -18,6 +18,7 @@
 #include <memory>
 
 #include "ams_config_api.h"
+#include "ams_config_shell.h"
 #include "nvram.h"
 #include "op_rows.h"
 
@@ -187,11 +188,8 @@ struct Aftermath {
 
 /* False also when it cannot be asked for: nothing is stopped on a guess. */
 bool NeedsRoom() {
-  char text[7] = "";
-  FILE *pipe = popen("free | grep Mem | awk '{print $4}'", "re");
-  if (pipe == nullptr) return false;
-  text[fread(text, 1, sizeof text - 1, pipe)] = '\0';
-  (void)pclose(pipe); /* no status: SIGCHLD is ignored */
+  char text[7];
+  if (cfgShellRead("free | grep Mem | awk '{print $4}'", text) < 0) return false;
   return DownloadFreeMemory(text) < kRoomForImage;
 }
 

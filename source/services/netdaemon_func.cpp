@@ -12,7 +12,7 @@
 #include <cstring>
 #include <string>
 
-#include "ams_config_api.h"
+#include "ams_config_shell.h"
 #include "free_ports.h"
 #include "op_rows.h"
 

@@ -11,7 +11,7 @@
 #include <string>
 #include <vector>
 
-#include "ams_config_api.h"
+#include "ams_config_shell.h"
 #include "free_ports.h"
 #include "op_rows.h"
 

@@ -6,7 +6,7 @@
 #include <string>
 
 #include "ams_common_api.h"
-#include "ams_config_api.h"
+#include "ams_config_shell.h"
 #include "op_rows.h"
 
 namespace {

@@ -12,7 +12,7 @@
 #include <cstring>
 
 #include "ams_common_api.h"
-#include "ams_config_api.h"
+#include "ams_config_shell.h"
 #include "sms_trace.h"
 
 int32_t msgResult = 0;

@@ -10,7 +10,7 @@
 #include <vector>
 
 #include "ams_common_api.h"
-#include "ams_config_api.h"
+#include "ams_config_shell.h"
 #include "modem_at.h"
 #include "op_rows.h"
 #include "sms_actions.h"

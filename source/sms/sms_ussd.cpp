@@ -10,6 +10,7 @@
 
 #include "ams_common_api.h"
 #include "ams_config_api.h"
+#include "ams_config_shell.h"
 #include "sms_actions.h"
 
 namespace {

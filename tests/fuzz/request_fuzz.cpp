@@ -4,6 +4,7 @@
 #include <cstring>
 
 #include "ams_common_api.h"
+#include "appt_dispatch.h"
 #include "check.h"
 #include "tds_desk.h"
 

@@ -6,7 +6,7 @@
 #include <string>
 #include <vector>
 
-#include "ams_config_api.h"
+#include "ams_config_path.h"
 
 namespace {
 

@@ -11,6 +11,7 @@
 #include <optional>
 
 #include "ams_config_api.h"
+#include "ams_config_shell.h"
 #include "ams_config_tree.h"
 #include "support.h"
 #include "tds_desk.h"

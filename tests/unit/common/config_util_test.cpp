@@ -9,7 +9,8 @@
 #include <fstream>
 #include <sstream>
 
-#include "ams_config_api.h"
+#include "ams_config_shell.h"
+#include "ams_config_util.h"
 #include "sha256.h"
 #include "support.h"
 

@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include "ams_common_api.h"
+#include "appt_store.h"
 #include "support.h"
 #include "tds_desk.h"
 

@@ -2,7 +2,9 @@
 #include <cerrno>
 #include <cstring>
 
-#include "ams_config_api.h"
+#include "ams_config_shell.h"
+#include "appt_dispatch.h"
+#include "appt_store.h"
 #include "support.h"
 #include "tds_desk.h"
 

@@ -1,22 +1,22 @@
-// The receive handler that the agent modules share: trace, run, acknowledge.
+// What the agent modules share: the receive handler (trace, run, acknowledge), the tables' start,
+// the frames' words, and the log.
+#include "ams_common_api.h"
+
+#include <syslog.h>
+
 #include <atomic>
+#include <cstdarg>
 #include <cstdio>
 #include <cstring>
 
-#include "ams_common_api.h"
+#include "appt_dispatch.h"
 
 namespace {
 
 std::atomic<int> trace_on{0};
 
 /* Records of the receive handler name the module's source, as each module has its own handler. */
-#define APPT_PRINT(level, module, ...)                                 \
-  do {                                                                 \
-    __AMS_PrintHead(level);                                            \
-    __AMS_Print(level, __VA_ARGS__);                                   \
-    __AMS_Print(level, "  @P:%s,L:%d.\n", (module)->source, __LINE__); \
-    __AMS_PrintEnd(level);                                             \
-  } while (0)
+#define APPT_PRINT(level, module, ...) AMS_PRINT_AT(level, (module)->source, __LINE__, __VA_ARGS__)
 
 /* The traced frame may be anything: each text is printed only as far as the frame goes. */
 void TraceText(const char *label, const uint8_t *data, uint32_t len, uint32_t at) {
@@ -108,4 +108,54 @@ void appt_MsgRevHandle(const ApptModule *module, int32_t id, const void *data, u
   int32_t result = filled ? appt_RunRequest(&arg) : -1;
   SendAck(module, data, result, &arg);
   __tds_free(arg.rBuf);
+}
+
+void appt_InitFuncTable(const OpFuncEntry *table) {
+  for (const OpFuncEntry *row = table; row->name != nullptr; ++row) {
+    OpFuncArg arg = {};
+    arg.name = row->name;
+    arg.op = TMF_INIT;
+    if (row->handler != nullptr) (void)row->handler(&arg); /* one failing row stops no other */
+  }
+}
+
+uint32_t appt_GetWord(const void *bytes) {
+  const uint8_t *byte = static_cast<const uint8_t *>(bytes);
+  return byte[0] | static_cast<uint32_t>(byte[1]) << 8 | static_cast<uint32_t>(byte[2]) << 16 |
+         static_cast<uint32_t>(byte[3]) << 24;
+}
+
+void appt_PutWord(void *bytes, uint32_t word) {
+  uint8_t *byte = static_cast<uint8_t *>(bytes);
+  for (int i = 0; i < 4; ++i) byte[i] = static_cast<uint8_t>(word >> (8 * i));
+}
+
+void AMS_Log_Add(int32_t logType, int32_t logItem, const char *format, ...) {
+  struct {
+    int32_t type, item;
+    char data[172];
+  } record = {};
+  record.type = logType;
+  record.item = logItem;
+  size_t size = 344;
+  char *text = static_cast<char *>(__tds_malloc(size, "AMS_Log_Add"));
+  while (text != nullptr) {
+    va_list args;
+    va_start(args, format);
+    int length = vsnprintf(text, size, format, args);
+    va_end(args);
+    if (length >= 0 && static_cast<size_t>(length) < size) break;
+    size *= 2;
+    char *larger =
+        length < 0 ? nullptr : static_cast<char *>(__tds_realloc(text, size, "AMS_Log_Add"));
+    if (larger == nullptr) __tds_free(text);
+    text = larger;
+  }
+  if (text == nullptr) return;
+  size_t length = strlen(text);
+  if (length > 0 && text[length - 1] == '\n') text[length - 1] = '\0';
+  strncpy(record.data, text, sizeof(record.data) - 1);
+  __tds_free(text);
+  AMS_PRINT(1, "logType:%d, logItem:%d, data:%s\n", record.type, record.item, record.data);
+  syslog(record.item, "%s", record.data);
 }

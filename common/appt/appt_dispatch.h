@@ -1,0 +1,15 @@
+// From a request to the op functions and back to its result and reply.
+#pragma once
+
+#include "appt_request.h"
+
+/* Runs a filled request: the result for ackRet; the reply, if any, in rBuf and rLen. */
+int appt_RunRequest(MsgArg *arg);
+
+/* Calls the op function that fucName names: its result; 1 for a NULL handler; -1 when the name is
+   empty or in no table, and when a command of the op function was not run (see cfgSystemCmd). */
+int appt_Do_OpFunc(MsgArg *arg);
+
+int appt_Do_Obj_Data(MsgArg *arg);
+int appt_Do_Obj_NoData(MsgArg *arg);
+int appt_Do_Array(MsgArg *arg);

@@ -1,0 +1,37 @@
+// The frame of an agent request and the leaf list in its value: bounded parsing, no store.
+#pragma once
+
+#include "ams_common_api.h"
+
+/* One request in work. Zeroed, then filled by appt_FillMsgArg. */
+struct MsgArg {
+  uint32_t recvLen;
+  uint32_t rLen;      /* reply bytes with the NUL; 0: no reply text */
+  char *rBuf;         /* heap; owned by the request until the acknowledgement frees it */
+  const uint8_t *raw; /* the received bytes; cmdType is read from them */
+  char fucName[128];  /* op function of the URL */
+  const char *url;    /* the node's, without a "." behind it: into raw, or node */
+  const char *value;  /* into raw; NULL when the value length is 0 */
+  uint8_t urlLen, valueLen;
+  char node[AMS_PATH_SIZE]; /* the url of a request that has a "." behind it */
+};
+
+/* Points `arg` into the frame. 0, or -1 (logged at level 4) when the frame is short, its lengths do
+   not fit or a text is not terminated; `arg` has no url then. Bytes behind the frame are ignored.
+ */
+int appt_FillMsgArg(MsgArg *arg, const void *frame, uint32_t len);
+
+/* One leaf of a "set" or "get" list, in order of the text. */
+struct LeafNode {
+  /* Text before "=", or the whole piece, cut (logged) to 64 bytes. "" for a longer name with a
+     value: cut, it might be another leaf's. */
+  char leafName[AMS_NAME_SIZE];
+  char *leafValue; /* heap; NULL when there is none */
+  char *rBuf;      /* heap; the leaf's reply text */
+  LeafNode *next;
+};
+
+/* Parses pieces separated by byte 0x03. NULL when there is no piece or no memory; released with
+   appt_FreeLeafList. */
+LeafNode *appt_ParseLeafList(const char *value);
+void appt_FreeLeafList(LeafNode *list);
