@@ -28,22 +28,29 @@ namespace {
 constexpr uint32_t kRestoreDelay = 1200;           /* ms; the USB storage is mounted by then */
 constexpr uint32_t kLogSettingsChanged = 0x100021; /* to "utils:logmgt" */
 
-const ScriptRow kScriptRows[] = {
-    {"FuncALGAbility", TMF_INIT, "/usr/syscfg/alg.sh set"},
-    {"FuncALGAbility", TMF_SET, "/usr/syscfg/alg.sh set"},
-    {"FuncUPNP", TMF_INIT, "/usr/syscfg/miniupnpd.sh upnp_server"},
-    {"FuncUPNP", TMF_INIT, "/usr/syscfg/miniupnpd.sh blacklist_init"},
-    {"FuncUPNP", TMF_GET, "/usr/syscfg/miniupnpd.sh blacklist_num"},
-    {"FuncUPNP", TMF_SET, "/usr/syscfg/miniupnpd.sh remove"},
-    {"FuncUPNP", TMF_SET, "/usr/syscfg/miniupnpd.sh upnp_server"},
-    {"FuncUPNP", TMF_SET, "/usr/syscfg/miniupnpd.sh blacklist_init"},
-    {"FuncUPNPBlackListI", TMF_ADD, "/usr/syscfg/miniupnpd.sh blacklist_add %d"},
-    {"FuncUPNPBlackListI", TMF_DEL, "/usr/syscfg/miniupnpd.sh blacklist_del %d"},
-    {"FuncUPNPBlackListI", TMF_SET, "/usr/syscfg/miniupnpd.sh blacklist_set %s"},
-    /* These two write their values into the store themselves. */
-    {"FuncCPUState", TMF_GET, "/usr/syscfg/cpuState.sh path=%s >/dev/null 2>&1"},
-    {"FuncMemoryState", TMF_GET, "/usr/syscfg/memoryState.sh path=%s >/dev/null 2>&1"},
-};
+const OpForm kNamed = {__FILE__, __LINE__, true, -1};
+/* Unlike their neighbours these take a null argument. */
+const OpForm kLenient = {__FILE__, __LINE__, true, 0};
+
+const Script kAlgAbility = {{{ON_INIT | ON_SET, "/usr/syscfg/alg.sh set"}}};
+
+const Script kUpnp = {{
+    {ON_SET, "/usr/syscfg/miniupnpd.sh remove"},
+    {ON_INIT | ON_SET, "/usr/syscfg/miniupnpd.sh upnp_server"},
+    {ON_INIT | ON_SET, "/usr/syscfg/miniupnpd.sh blacklist_init"},
+    {ON_GET, "/usr/syscfg/miniupnpd.sh blacklist_num"},
+}};
+
+const Script kUpnpBlackList = {{
+    {ON_ADD, "/usr/syscfg/miniupnpd.sh blacklist_add %d", ARG_INSTANCE},
+    {ON_DEL, "/usr/syscfg/miniupnpd.sh blacklist_del %d", ARG_INSTANCE},
+    {ON_SET, "/usr/syscfg/miniupnpd.sh blacklist_set %s", ARG_PATH},
+}};
+
+/* These two write their values into the store themselves. */
+const Script kCpuState = {{{ON_GET, "/usr/syscfg/cpuState.sh path=%s >/dev/null 2>&1", ARG_PATH}}};
+const Script kMemoryState = {
+    {{ON_GET, "/usr/syscfg/memoryState.sh path=%s >/dev/null 2>&1", ARG_PATH}}};
 
 /* What this process started; both are off after a restart of the process, whatever runs then. */
 bool debug_tool_on = false, one_bit_on = false;
@@ -56,8 +63,6 @@ void CopyMacAddress() {
 }
 
 int FuncDeviceInfo(OpFuncArg *arg) {
-  if (arg == nullptr) return -1;
-  OP_LOG(arg);
   switch (arg->op) {
     case TMF_INIT:
       CopyMacAddress();
@@ -70,33 +75,15 @@ int FuncDeviceInfo(OpFuncArg *arg) {
   }
 }
 
-int FuncLogOnly(OpFuncArg *arg) {
-  if (arg == nullptr) return -1;
-  OP_LOG(arg);
-  return 0;
-}
-
-int FuncScripts(OpFuncArg *arg) {
-  if (arg == nullptr) return -1;
-  OP_LOG(arg);
-  return ScriptRowsRun(kScriptRows, arg);
-}
-
 int FuncTeleComAccount(OpFuncArg *arg) {
-  if (arg == nullptr) return -1;
-  OP_LOG(arg);
   if (arg->op != TMF_SET) return 0;
   if (cfgSystemCmd("killall -9 uhttpd") != 0) return -1;
   AwaitFreePorts(SOCK_STREAM, {80});
   return cfgSystemCmd("uhttpd -f -p :80 -h /www &");
 }
 
-int FuncUPNP(OpFuncArg *arg) { return arg == nullptr ? 0 : FuncScripts(arg); }
-
 int FuncSyslog(OpFuncArg *arg) {
   static const char kWho[] = "FuncLogger";
-  if (arg == nullptr) return 0;
-  OP_LOG(arg);
   /* A failure was logged by the runtime: the log service reads its settings at its start. */
   if (arg->op == TMF_SET) (void)SendMsg(kLogSettingsChanged, kWho, sizeof kWho, "utils:logmgt");
   return 0;
@@ -104,8 +91,6 @@ int FuncSyslog(OpFuncArg *arg) {
 
 /* The request holds for one start: it is taken back before the timer is armed. */
 int FuncRestore(OpFuncArg *arg) {
-  if (arg == nullptr) return -1;
-  OP_LOG(arg);
   const char *enable = DEVICE_INFO "X_CT-COM_Restore.Enable";
   if (arg->op != TMF_INIT || LeafInt(enable) != 1) return 0;
   (void)ams_set_node_value(gptXmlTrees->root, enable, "0"); /* both log their failures */
@@ -120,15 +105,11 @@ void RunNeighbour(const char *line) {
 }
 
 int FuncPortalManagement(OpFuncArg *arg) {
-  if (arg == nullptr) return -1;
-  OP_LOG(arg);
   if (IsInitOrSet(arg->op)) RunNeighbour("/usr/syscfg/neigh/neigh.sh portal");
   return 0;
 }
 
 int FuncServicesMWBAND(OpFuncArg *arg) {
-  if (arg == nullptr) return -1;
-  OP_LOG(arg);
   if (IsInitOrSet(arg->op)) RunNeighbour("/usr/syscfg/neigh/neigh.sh clilmt");
   return 0;
 }
@@ -158,8 +139,6 @@ int Switch(const char *path, const char *name, bool *on, std::initializer_list<s
 #define SERVICE_MANAGE DEVICE_INFO "X_CT-COM_ServiceManage."
 
 int FuncServiceManage(OpFuncArg *arg) {
-  if (arg == nullptr) return -1;
-  OP_LOG(arg);
   if (!IsInitOrSet(arg->op)) return 0;
   std::string port; /* stays empty without the node */
   (void)LeafString(SERVICE_MANAGE "X_KVO_DebugToolPort", &port);
@@ -172,8 +151,6 @@ int FuncServiceManage(OpFuncArg *arg) {
 }
 
 int FuncKVO_TR69Upload(OpFuncArg *arg) {
-  if (arg == nullptr) return -1;
-  OP_LOG(arg);
   if (arg->op != TMF_SET) return 0;
   puts("FuncKVO_TR69Upload ########");
   cfgSystemCmd("/usr/syscfg/tr069_proc.sh Upload &");
@@ -203,31 +180,31 @@ void DevInfoUpTimeRefresh(int32_t, const void *, uint32_t) {
 }
 
 const OpFuncEntry kDevInfoFuncTable[] = {
-    {"FuncDeviceInfo", FuncDeviceInfo},
-    {"FuncVendorConfigFile", FuncLogOnly},
-    {"FuncReConnect", FuncLogOnly},
-    {"FuncPing", FuncLogOnly},
-    {"FuncPingConfigI", FuncLogOnly},
-    {"FuncALGAbility", FuncScripts},
-    {"FuncMiddlewareMgt", FuncLogOnly},
-    {"FuncMonitor", FuncLogOnly},
-    {"FuncMonitorConfigI", FuncLogOnly},
-    {"FuncAlarm", FuncLogOnly},
-    {"FuncDLNA", FuncLogOnly},
-    {"FuncTeleComAccount", FuncTeleComAccount},
-    {"FuncSyslog", FuncSyslog},
-    {"FuncIPProtocolVersion", FuncLogOnly},
-    {"FuncUPNP", FuncUPNP},
-    {"FuncUPNPBlackListI", FuncScripts},
-    {"FuncRestore", FuncRestore},
-    {"FuncPortalManagement", FuncPortalManagement},
-    {"FuncServiceManage", FuncServiceManage},
-    {"FuncKVO_TR69Upload", FuncKVO_TR69Upload},
-    {"FuncKVO_TR69Download", FuncKVO_TR69Download},
-    {"FuncServicesMWBAND", FuncServicesMWBAND},
+    {"FuncDeviceInfo", Op<kNamed, FuncDeviceInfo>},
+    {"FuncVendorConfigFile", Op<kNamed, LogOnly>},
+    {"FuncReConnect", Op<kNamed, LogOnly>},
+    {"FuncPing", Op<kNamed, LogOnly>},
+    {"FuncPingConfigI", Op<kNamed, LogOnly>},
+    {"FuncALGAbility", SCRIPTED(kNamed, kAlgAbility)},
+    {"FuncMiddlewareMgt", Op<kNamed, LogOnly>},
+    {"FuncMonitor", Op<kNamed, LogOnly>},
+    {"FuncMonitorConfigI", Op<kNamed, LogOnly>},
+    {"FuncAlarm", Op<kNamed, LogOnly>},
+    {"FuncDLNA", Op<kNamed, LogOnly>},
+    {"FuncTeleComAccount", Op<kNamed, FuncTeleComAccount>},
+    {"FuncSyslog", Op<kLenient, FuncSyslog>},
+    {"FuncIPProtocolVersion", Op<kNamed, LogOnly>},
+    {"FuncUPNP", SCRIPTED(kLenient, kUpnp)},
+    {"FuncUPNPBlackListI", SCRIPTED(kNamed, kUpnpBlackList)},
+    {"FuncRestore", Op<kNamed, FuncRestore>},
+    {"FuncPortalManagement", Op<kNamed, FuncPortalManagement>},
+    {"FuncServiceManage", Op<kNamed, FuncServiceManage>},
+    {"FuncKVO_TR69Upload", Op<kNamed, FuncKVO_TR69Upload>},
+    {"FuncKVO_TR69Download", Op<kNamed, FuncKVO_TR69Download>},
+    {"FuncServicesMWBAND", Op<kNamed, FuncServicesMWBAND>},
     /* Second row of the name: a lookup finds the first, but the start calls both. */
-    {"FuncPortalManagement", FuncPortalManagement},
-    {"FuncCPUState", FuncScripts},
-    {"FuncMemoryState", FuncScripts},
+    {"FuncPortalManagement", Op<kNamed, FuncPortalManagement>},
+    {"FuncCPUState", SCRIPTED(kNamed, kCpuState)},
+    {"FuncMemoryState", SCRIPTED(kNamed, kMemoryState)},
     {nullptr, nullptr},
 };

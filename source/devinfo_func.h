@@ -1,8 +1,10 @@
-// "InternetGatewayDevice.DeviceInfo." and its neighbours: what the module does when its timers are
-// over. The FUNC table (in devinfo_thread.h) is in devinfo_func.cpp too.
+// "InternetGatewayDevice.DeviceInfo." and its neighbours: the FUNC table of the module
+// "sysmgr:devInfo", and what it does when its timers are over.
 #pragma once
 
 #include "ams_common_api.h"
+
+extern const OpFuncEntry kDevInfoFuncTable[];
 
 /* Handlers of the module's timers: restore from the first USB partition; refresh of the up-time. */
 void DevInfoRestoreFromUsb(int32_t id, const void *data, uint32_t len);

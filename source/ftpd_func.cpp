@@ -32,8 +32,6 @@ int Apply(int op) {
 }  // namespace
 
 int FuncServFTP(OpFuncArg *arg) {
-  if (arg == nullptr) return -1;
-  OP_LOG(arg);
   if (!IsInitOrSet(arg->op) || ams_check_node(gptXmlTrees->root, FTP "Enable") != 0) return 0;
   return Apply(arg->op);
 }

@@ -8,10 +8,11 @@
 #include <string_view>
 
 #include "ams_config_shell.h"
-#include "mgtsrvr_thread.h"
 #include "op_rows.h"
 
 namespace {
+
+const OpForm kNamed = {__FILE__, __LINE__, true, -1};
 
 #define SERVER "InternetGatewayDevice.ManagementServer."
 
@@ -87,10 +88,20 @@ void ApplySet(const char *value) {
 }
 
 int FuncManagementServer(OpFuncArg *arg) {
-  OP_LOG(arg);
   if (arg->op == TMF_GET) RefreshInformState();
   if (arg->op == TMF_SET) ApplySet(arg->value == nullptr ? "" : arg->value);
   return 0;
+}
+
+/* Whether the connection's services include remote management. The digits tell: the letters before
+   them are not the same on all boards. */
+bool CarriesManagement(const char *connection) {
+  char services[1024] = "";
+  std::string path = std::string(connection) + ".X_CT-COM_ServiceList";
+  if (ams_mxml_get_leaf_value(path.c_str(), services) != 0)
+    AMS_PRINT(4, "Get X_CT-COM_ServiceList  Value Fail\n");
+  AMS_PRINT(1, "X_CT-COM_ServiceList_Value=%s\n", services);
+  return strstr(services, "069") != nullptr;
 }
 
 }  // namespace
@@ -143,8 +154,31 @@ void DelNodeWANPath(const void *data, uint32_t len) {
   AMS_PRINT(1, "X_KVO_TR069WANSAVE Value:%s\n", list.c_str());
 }
 
+void MgtSrvrWanPresent(int32_t id, const void *data, uint32_t len) {
+  const char *path = static_cast<const char *>(data);
+  if (!WanPathFits(data, len)) {
+    AMS_PRINT(4, "wancPath does not exit\n"); /* spelled so: log readers look for it */
+    return;
+  }
+  AMS_PRINT(1, "wancPath=%s\n", path);
+  if (CarriesManagement(path))
+    SaveNodeWANPath(data, len);
+  else if (id == static_cast<int32_t>(EV_WAN_CHANGED))
+    DelNodeWANPath(data, len);
+  else
+    AMS_PRINT(1, "%s is not the tr069 wan \n", path);
+}
+
+void MgtSrvrWanRemoved(int32_t id, const void *data, uint32_t len) {
+  if (id != static_cast<int32_t>(EV_WAN_REMOVED) || !WanPathFits(data, len)) {
+    AMS_PRINT(4, "MgtSrvrMsgDelSaveNode Parameters Error");
+    return;
+  }
+  DelNodeWANPath(data, len);
+}
+
 const OpFuncEntry kMgtSrvrFuncTable[] = {
-    {"FuncManagementServer", FuncManagementServer},
+    {"FuncManagementServer", Op<kNamed, FuncManagementServer>},
     {"FuncManagementServerEventsI", nullptr},
     {"FuncManagementServerCTUserIPAddressI", nullptr},
     {nullptr, nullptr},

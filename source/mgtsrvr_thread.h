@@ -1,7 +1,6 @@
-// The module "sysmgr:mgtsrvr": its message and FUNC tables.
+// The module "sysmgr:mgtsrvr": its message table.
 #pragma once
 
-#include "ams_common_api.h"
+#include "tds.h"
 
 extern const MsgEntry kMgtSrvrMsgTable[];
-extern const OpFuncEntry kMgtSrvrFuncTable[]; /* in mgtsrvr_func.cpp */

@@ -1,4 +1,4 @@
-// Script calls as rows of a table, values of the data model and files, for the op functions.
+// What op functions share; see op_rows.h.
 #include "op_rows.h"
 
 #include <fcntl.h>
@@ -11,29 +11,37 @@
 
 #include "ams_config_shell.h"
 
-namespace {
+void OpLog(const OpForm &form, const OpFuncArg *arg) {
+  const char *value = arg->value == nullptr ? "(null)" : arg->value;
+  if (form.named)
+    AMS_PRINT_AT(2, form.source, form.line, "%s: op: %d, path: %s, value: %s\n", arg->name, arg->op,
+                 arg->path, value);
+  else
+    AMS_PRINT_AT(2, form.source, form.line, "op: %d, path: %s, value: %s\n", arg->op, arg->path,
+                 value);
+}
 
-/* The number behind the last "." of a path; 0 when there is none. */
+/* The formats are the rows'. */
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Wformat-nonliteral"
+int RunScript(const Script &script, const OpFuncArg *arg) {
+  for (const ScriptLine &line : script.lines) {
+    if (line.format == nullptr) break;
+    if ((line.ops & 1u << arg->op) == 0) continue;
+    if (line.arg == ARG_NONE)
+      cfgSystemCmd("%s", line.format);
+    else if (line.arg == ARG_PATH)
+      cfgSystemCmd(line.format, arg->path);
+    else
+      cfgSystemCmd(line.format, InstanceNumber(arg->path));
+  }
+  return 0;
+}
+#pragma GCC diagnostic pop
+
 int InstanceNumber(const char *path) {
   const char *dot = strrchr(path, '.');
   return dot == nullptr ? 0 : atoi(dot + 1);
-}
-
-std::string Expand(const char *line, const char *path) {
-  std::string text = line;
-  size_t at = text.find('%');
-  if (at != text.npos)
-    text.replace(at, 2, text[at + 1] == 'd' ? std::to_string(InstanceNumber(path)) : path);
-  return text;
-}
-
-}  // namespace
-
-int ScriptRowsRun(const ScriptRow *rows, size_t count, const OpFuncArg *arg) {
-  for (const ScriptRow *row = rows; row != rows + count; ++row)
-    if (row->op == arg->op && strcmp(row->name, arg->name) == 0)
-      cfgSystemCmd("%s", Expand(row->line, arg->path).c_str());
-  return 0;
 }
 
 int LeafInt(const char *path, int without) {

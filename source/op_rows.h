@@ -1,5 +1,5 @@
-// What op functions share: their log line, values of the data model, files of their own, and script
-// calls that differ only in text, kept as rows of a table.
+// What op functions share: how a row of a FUNC table is bound to what it does, script calls that
+// differ only in text, values of the data model, and files of their own.
 #pragma once
 
 #include <cstddef>
@@ -7,30 +7,73 @@
 
 #include "ams_common_api.h"
 
-/* The line that an op function logs first; a module whose handlers leave their name out of it takes
-   OP_LOG_UNNAMED. Macros, so that the location is the handler's. */
-#define OP_LOG(arg)                                                                      \
-  AMS_PRINT(2, "%s: op: %d, path: %s, value: %s\n", (arg)->name, (arg)->op, (arg)->path, \
-            (arg)->value == nullptr ? "(null)" : (arg)->value)
-#define OP_LOG_UNNAMED(arg)                                             \
-  AMS_PRINT(2, "op: %d, path: %s, value: %s\n", (arg)->op, (arg)->path, \
-            (arg)->value == nullptr ? "(null)" : (arg)->value)
+/* ---- rows of the FUNC tables ---- */
 
-/* One command line of an op function. "%s" in it becomes the node's path, "%d" its instance number.
- */
-struct ScriptRow {
-  const char *name;
-  int op;
-  const char *line;
+/* How the op functions of a table begin. */
+struct OpForm {
+  const char *source; /* where their log line says that it was written */
+  int line;
+  bool named;      /* whether that line has the op function's name in it */
+  int without_arg; /* their result for a null argument */
 };
 
-/* Runs the lines that the rows have for the op function and op of `arg`, in order. Returns 0. */
-int ScriptRowsRun(const ScriptRow *rows, size_t count, const OpFuncArg *arg);
+void OpLog(const OpForm &form, const OpFuncArg *arg);
 
-template <size_t N>
-int ScriptRowsRun(const ScriptRow (&rows)[N], const OpFuncArg *arg) {
-  return ScriptRowsRun(rows, N, arg);
+/* The handler of a row: the beginning, then what the op function does. */
+template <const OpForm &Form, OpFunc Do>
+int Op(OpFuncArg *arg) {
+  if (arg == nullptr) return Form.without_arg;
+  OpLog(Form, arg);
+  return Do(arg);
 }
+
+/* An op function that only logs. */
+inline int LogOnly(OpFuncArg *) { return 0; }
+
+/* Whether `op` is one with which a service is brought up: at start, or when its parameters change.
+ */
+inline bool IsInitOrSet(int op) { return op == TMF_INIT || op == TMF_SET; }
+
+/* ---- op functions that are command lines alone ---- */
+
+/* The ops that a line serves, as a sum. */
+enum : unsigned {
+  ON_INIT = 1u << TMF_INIT,
+  ON_GET = 1u << TMF_GET,
+  ON_SET = 1u << TMF_SET,
+  ON_ADD = 1u << TMF_ADD,
+  ON_DEL = 1u << TMF_DEL,
+};
+
+/* What goes into a line's format. */
+enum ScriptArg { ARG_NONE, ARG_PATH /* %s: the node's */, ARG_INSTANCE /* %d: its number */ };
+
+struct ScriptLine {
+  unsigned ops;
+  const char *format;
+  ScriptArg arg = ARG_NONE;
+};
+
+/* The lines of an op function, run in this order. */
+struct Script {
+  ScriptLine lines[6];
+};
+
+/* Runs the lines that serve the op. Returns 0. */
+int RunScript(const Script &script, const OpFuncArg *arg);
+
+template <const Script &Lines>
+int Scripted(OpFuncArg *arg) {
+  return RunScript(Lines, arg);
+}
+
+/* The rest of a row {NAME, SCRIPTED(FORM, SCRIPT)}. */
+#define SCRIPTED(form, script) Op<form, Scripted<script>>, &(script)
+
+/* The number behind the last "." of a path; 0 when there is none. */
+int InstanceNumber(const char *path);
+
+/* ---- values and files ---- */
 
 /* The leaf's value as atoi reads it; `without` when there is no such leaf. */
 int LeafInt(const char *path, int without = 0);
@@ -51,7 +94,3 @@ int LeafText(const char *path, char (&value)[N]) {
    is removed: a link that somebody left there is not followed. 0, or -1 with errno, and no file.
    Any thread may call it, as LeafString and LeafText. */
 int WriteOwnFile(const char *path, const std::string &text);
-
-/* Whether `op` is one with which a service is brought up: at start, or when its parameters change.
- */
-inline bool IsInitOrSet(int op) { return op == TMF_INIT || op == TMF_SET; }

@@ -64,8 +64,6 @@ void SambaStop(const Name &interface) {
 }  // namespace
 
 int FuncServSamba(OpFuncArg *arg) {
-  if (arg == nullptr) return -1;
-  OP_LOG(arg);
   if (!IsInitOrSet(arg->op)) return 0;
   if (SambaTimerArmed) (void)KillTimer(CAPABINFO_TIMER_SAMBA); /* it is started anew at once */
   SambaTimerArmed = SetTimer(CAPABINFO_TIMER_SAMBA, kDelay) == 0;

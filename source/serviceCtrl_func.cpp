@@ -304,8 +304,6 @@ int SclRebuild() {
 }
 
 int FuncSCL(OpFuncArg *arg) {
-  if (arg == nullptr) return 0;
-  OP_LOG(arg);
   if (!IsInitOrSet(arg->op)) return 0;
   if (arg->op == TMF_INIT) HookUp();
   return SclRebuild();
@@ -313,8 +311,6 @@ int FuncSCL(OpFuncArg *arg) {
 
 /* Its rows need nothing at start: FuncSCL has built them. */
 int FuncSrvLists(OpFuncArg *arg) {
-  if (arg == nullptr) return 0;
-  OP_LOG(arg);
   bool changes = arg->op == TMF_SET || arg->op == TMF_ADD || arg->op == TMF_DEL;
   return changes ? SclRebuild() : 0;
 }

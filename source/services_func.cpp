@@ -12,68 +12,78 @@
 
 #include "ams_config_api.h"
 #include "ams_config_shell.h"
-#include "capabinfo_thread.h"
+#include "bwLimit_func.h"
 #include "ftpd_func.h"
+#include "ipgre_func.h"
 #include "ipsec_func.h"
+#include "l2tp_func.h"
 #include "netdaemon_func.h"
 #include "op_rows.h"
 #include "samba_func.h"
 #include "serviceCtrl_func.h"
 #include "sms_func.h"
 #include "snmp_func.h"
-#include "tunnel_func.h"
 #include "voip_func.h"
+#include "vpnlite_func.h"
 
 namespace {
 
-const ScriptRow kScriptRows[] = {
-    {"FuncStatusUpdater", TMF_INIT, "killall status_updater.sh >/dev/null 2>&1"},
-    {"FuncStatusUpdater", TMF_INIT, "/usr/syscfg/status_updater.sh &"},
-    {"FuncStatusUpdater", TMF_SET, "killall status_updater.sh >/dev/null 2>&1"},
-    {"FuncStatusUpdater", TMF_SET, "/usr/syscfg/status_updater.sh &"},
-    {"FuncDongleWanKeep", TMF_INIT, "killall dongle_wan_keep.sh >/dev/null 2>&1"},
-    {"FuncDongleWanKeep", TMF_INIT, "/usr/syscfg/dongle_wan_keep.sh &"},
-    {"FuncDongleWanKeep", TMF_SET, "killall dongle_wan_keep.sh >/dev/null 2>&1"},
-    {"FuncDongleWanKeep", TMF_SET, "/usr/syscfg/dongle_wan_keep.sh &"},
-    {"FuncConnRecovery", TMF_INIT, "killall conn_recovery.sh >/dev/null 2>&1"},
-    {"FuncConnRecovery", TMF_INIT, "/usr/syscfg/conn_recovery.sh 1 &"},
-    {"FuncConnRecovery", TMF_INIT, "/usr/syscfg/conn_recovery.sh 2 &"},
-    {"FuncConnRecovery", TMF_SET, "killall conn_recovery.sh >/dev/null 2>&1"},
-    {"FuncConnRecovery", TMF_SET, "/usr/syscfg/conn_recovery.sh 1 &"},
-    {"FuncConnRecovery", TMF_SET, "/usr/syscfg/conn_recovery.sh 2 &"},
-    /* No kill first: the agents of several sets run side by side. */
-    {"FuncZabbix", TMF_INIT, "/usr/syscfg/zabbix_agent.sh &"},
-    {"FuncZabbix", TMF_SET, "/usr/syscfg/zabbix_agent.sh &"},
-    {"FuncRemoteAccess", TMF_SET, "/usr/syscfg/remote_access.sh &"},
-};
+const OpForm kPlain = {__FILE__, __LINE__, false, -1}, kNamed = {__FILE__, __LINE__, true, -1};
+/* Unlike their neighbours these take a null argument. */
+const OpForm kLenient = {__FILE__, __LINE__, true, 0};
+
+const Script kStatusUpdater = {{
+    {ON_INIT | ON_SET, "killall status_updater.sh >/dev/null 2>&1"},
+    {ON_INIT | ON_SET, "/usr/syscfg/status_updater.sh &"},
+}};
+
+const Script kDongleWanKeep = {{
+    {ON_INIT | ON_SET, "killall dongle_wan_keep.sh >/dev/null 2>&1"},
+    {ON_INIT | ON_SET, "/usr/syscfg/dongle_wan_keep.sh &"},
+}};
+
+const Script kConnRecovery = {{
+    {ON_INIT | ON_SET, "killall conn_recovery.sh >/dev/null 2>&1"},
+    {ON_INIT | ON_SET, "/usr/syscfg/conn_recovery.sh 1 &"},
+    {ON_INIT | ON_SET, "/usr/syscfg/conn_recovery.sh 2 &"},
+}};
+
+/* No kill first: the agents of several sets run side by side. */
+const Script kZabbix = {{{ON_INIT | ON_SET, "/usr/syscfg/zabbix_agent.sh &"}}};
+
+const Script kRemoteAccess = {{{ON_SET, "/usr/syscfg/remote_access.sh &"}}};
 
 /* Services that an Enable parameter switches. A model without the parameter has no such service. */
-struct SwitchRow {
-  const char *name, *enable;
+struct SwitchedService {
+  const char *enable;
   const char *stop_first; /* before the start, waited for; may be NULL */
   const char *start, *stop;
 };
 
-const SwitchRow kSwitchRows[] = {
-    {"FuncIpSla", "InternetGatewayDevice.Services.ServiceIPSLA.Enable", "/usr/syscfg/ipsla.sh stop",
-     "/usr/syscfg/ipsla.sh start&", "/usr/syscfg/ipsla.sh stop&"},
-    {"FuncVrrp", "InternetGatewayDevice.Services.ServiceVRRP.Enable", "/usr/syscfg/vrrp.sh stop",
-     "/usr/syscfg/vrrp.sh start&", "/usr/syscfg/vrrp.sh stop&"},
-    {"FuncDlnaServer", "InternetGatewayDevice.Services.ServiceDLNA.Enable", nullptr,
-     "/usr/syscfg/media.sh dlna &", "killall minidlna >/dev/null 2>&1"},
-};
+const SwitchedService kIpSla = {"InternetGatewayDevice.Services.ServiceIPSLA.Enable",
+                                "/usr/syscfg/ipsla.sh stop", "/usr/syscfg/ipsla.sh start&",
+                                "/usr/syscfg/ipsla.sh stop&"};
+const SwitchedService kVrrp = {"InternetGatewayDevice.Services.ServiceVRRP.Enable",
+                               "/usr/syscfg/vrrp.sh stop", "/usr/syscfg/vrrp.sh start&",
+                               "/usr/syscfg/vrrp.sh stop&"};
+const SwitchedService kDlna = {"InternetGatewayDevice.Services.ServiceDLNA.Enable", nullptr,
+                               "/usr/syscfg/media.sh dlna &", "killall minidlna >/dev/null 2>&1"};
 
-void SwitchService(const SwitchRow &row) {
-  if (ams_check_node(gptXmlTrees->root, row.enable) != 0) return;
-  bool on = LeafInt(row.enable) == 1;
-  if (on && row.stop_first != nullptr && cfgSystemCmd("%s", row.stop_first) != 0) return;
-  cfgSystemCmd("%s", on ? row.start : row.stop);
+void SwitchService(const SwitchedService &service) {
+  if (ams_check_node(gptXmlTrees->root, service.enable) != 0) return;
+  bool on = LeafInt(service.enable) == 1;
+  if (on && service.stop_first != nullptr && cfgSystemCmd("%s", service.stop_first) != 0) return;
+  cfgSystemCmd("%s", on ? service.start : service.stop);
 }
 
-/* The LED tells the result of the registration. Unlike its neighbours it takes a null argument. */
+template <const SwitchedService &Service>
+int FuncSwitch(OpFuncArg *arg) {
+  if (IsInitOrSet(arg->op)) SwitchService(Service);
+  return 0;
+}
+
+/* The LED tells the result of the registration. */
 int FuncUserInfo(OpFuncArg *arg) {
-  if (arg == nullptr) return 0;
-  OP_LOG(arg);
   if (arg->op != TMF_SET) return 0;
   bool on = LeafInt("InternetGatewayDevice.X_CT-COM_UserInfo.Result") == 1;
   cfgSystemCmd(
@@ -84,8 +94,6 @@ int FuncUserInfo(OpFuncArg *arg) {
 /* A change of the user list restarts the web server, and Samba through the notification, which
    comes back to this module. The rows need nothing at start. */
 int FuncUserInfoUserListI(OpFuncArg *arg) {
-  if (arg == nullptr) return -1;
-  OP_LOG_UNNAMED(arg);
   if (arg->op != TMF_SET) return 0;
   if (access("/usr/syscfg/httpd.sh", X_OK) == 0) {
     /* A failure was logged; the restart matters more than its mark. */
@@ -99,18 +107,7 @@ int FuncUserInfoUserListI(OpFuncArg *arg) {
   return 0;
 }
 
-int FuncSwitch(OpFuncArg *arg) {
-  if (arg == nullptr) return -1;
-  OP_LOG_UNNAMED(arg);
-  if (!IsInitOrSet(arg->op)) return 0;
-  for (const SwitchRow &row : kSwitchRows)
-    if (strcmp(row.name, arg->name) == 0) SwitchService(row);
-  return 0;
-}
-
 int FuncWOL(OpFuncArg *arg) {
-  if (arg == nullptr) return -1;
-  OP_LOG_UNNAMED(arg);
   char address[128] = "";
   /* Without the node the address stays empty, and etherwake says so. */
   (void)ams_mxml_get_leaf_value("InternetGatewayDevice.Services.ServiceWOL.MACAddr", address);
@@ -118,94 +115,87 @@ int FuncWOL(OpFuncArg *arg) {
   return 0;
 }
 
-/* Also serves names whose ops all run nothing: they only log. */
-int FuncScripts(OpFuncArg *arg) {
-  if (arg == nullptr) return -1;
-  OP_LOG_UNNAMED(arg);
-  return ScriptRowsRun(kScriptRows, arg);
-}
-
 }  // namespace
 
 /* The names are the data model's own, misspelt ones included. A NULL handler accepts a name and
-   does nothing. One handler serves a family: it tells its cases apart by name or by path. */
+   does nothing.  */
 const OpFuncEntry kCapabInfoFuncTable[] = {
     {"FuncServicesMWBAND", nullptr},
     {"FuncServIPTV", nullptr},
-    {"FuncServIPSec", FuncServIPSec},
-    {"FuncServIPSecTunnelList", FuncServIPSecTunnelList},
-    {"FuncServIPSecCertificateList", FuncTunnelScripts},
-    {"FuncServIPSecCaCertificateList", FuncTunnelScripts},
-    {"FuncUserInfo", FuncUserInfo},
-    {"FuncUserInfoUserListI", FuncUserInfoUserListI},
-    {"FuncServTelnet", FuncPortDaemon},
-    {"FuncServSSH", FuncPortDaemon},
-    {"FuncServPrinter", FuncServPrinter},
-    {"FuncServFTP", FuncServFTP},
-    {"FuncServTFTP", FuncPortDaemon},
-    {"FuncServSNMP", FuncServSNMP},
-    {"FuncServSamba", FuncServSamba},
-    {"FuncDlnaServer", FuncSwitch},
-    {"FuncRemoteAccess", FuncScripts},
-    {"FuncSCL", FuncSCL},
-    {"FuncSrvLists", FuncSrvLists},
-    {"FuncWOL", FuncWOL},
-    {"FuncServVoipServ", FuncHandleVoip},
-    {"FuncServVoiceProfile", FuncHandleVoip},
-    {"FuncServVoipSIPI", FuncHandleVoip},
-    {"FuncServVoipH248I", FuncHandleVoip},
-    {"FuncServVoipRTP", FuncHandleVoip},
-    {"FuncServVoipNmuPlan", FuncHandleVoip},
-    {"FuncServVoipFaxT38", FuncHandleVoip},
-    {"FuncServVoipG711Fax", FuncHandleVoip},
-    {"FuncServVoipLines", FuncHandleVoip},
-    {"FuncServVoipExtComm", FuncHandleVoip},
-    {"FuncServVoipIMS", FuncHandleVoip},
-    {"FuncServVoipExt", FuncHandleVoip},
-    {"FuncServVoipSIP", FuncHandleVoip},
-    {"FuncServVoipH248", FuncHandleVoip},
-    {"FuncServVoipCodecList", FuncHandleVoip},
-    {"FuncServVoipVoiceProcess", FuncHandleVoip},
-    {"FuncServVoipFlashHook", FuncHandleVoip},
-    {"FuncServVoipLineStats", FuncServVoipLineStats},
-    {"FuncServVoipIADDiag", FuncServVoipIADDiag},
-    {"FuncServVoipCID", FuncHandleVoip},
-    {"FuncServVoipJitter", FuncHandleVoip},
-    {"FuncServVoicePhyIf", FuncHandleVoip},
-    {"FuncServVoipPhyTest", FuncServVoipPhyTest},
-    {"FuncServVoipSimulateTest", FuncServVoipPhyTest},
-    {"FuncServVoipStats", FuncHandleVoip},
-    {"FuncServVoipPoorQuaList", FuncHandleVoip},
-    {"FuncServVoipCapbility", FuncHandleVoip},
-    {"FuncServVoipCapCodec", FuncHandleVoip},
-    {"FuncServAction", FuncServAction},
-    {"FuncServVoipCF", FuncHandleVoip},
-    {"FuncServGRETunnel", FuncTunnelScripts},
-    {"FuncServGRETunnelList", FuncTunnelScripts},
-    {"FuncServL2TP", FuncTunnelScripts},
-    {"FuncServL2TPLac", FuncTunnelScripts},
-    {"FuncServL2TPLacStats", FuncTunnelScripts},
-    {"FuncServL2TPLacConnInfo", FuncTunnelScripts},
-    {"FuncServL2TPLnsStats", FuncTunnelScripts},
-    {"FuncServL2TPLnsConnInfo", FuncTunnelScripts},
-    {"FuncServL2TPLns", FuncTunnelScripts},
-    {"FuncServL2TPUserList", FuncTunnelScripts},
-    {"FuncServVpnLite", FuncTunnelScripts},
-    {"FuncServVpnLiteRouteList", FuncTunnelScripts},
-    {"FuncServVpnLiteStats", FuncTunnelScripts},
-    {"FuncServVpnLiteConnInfo", FuncTunnelScripts},
-    {"FuncRateLimitCfg", FuncTunnelScripts},
-    {"FuncRateLimitPerPortCfg", FuncTunnelScripts},
-    {"FuncRateLimitPerIPCfg", FuncTunnelScripts},
+    {"FuncServIPSec", Op<kNamed, FuncServIPSec>},
+    {"FuncServIPSecTunnelList", Op<kNamed, FuncServIPSecTunnelList>},
+    {"FuncServIPSecCertificateList", SCRIPTED(kNamed, kIpsecCertificates)},
+    {"FuncServIPSecCaCertificateList", SCRIPTED(kNamed, kIpsecCaCertificates)},
+    {"FuncUserInfo", Op<kLenient, FuncUserInfo>},
+    {"FuncUserInfoUserListI", Op<kPlain, FuncUserInfoUserListI>},
+    {"FuncServTelnet", Op<kNamed, FuncPortDaemon<kTelnet>>},
+    {"FuncServSSH", Op<kNamed, FuncPortDaemon<kSsh>>},
+    {"FuncServPrinter", Op<kNamed, FuncServPrinter>},
+    {"FuncServFTP", Op<kNamed, FuncServFTP>},
+    {"FuncServTFTP", Op<kNamed, FuncPortDaemon<kTftp>>},
+    {"FuncServSNMP", Op<kNamed, FuncServSNMP>},
+    {"FuncServSamba", Op<kNamed, FuncServSamba>},
+    {"FuncDlnaServer", Op<kPlain, FuncSwitch<kDlna>>},
+    {"FuncRemoteAccess", SCRIPTED(kPlain, kRemoteAccess)},
+    {"FuncSCL", Op<kLenient, FuncSCL>},
+    {"FuncSrvLists", Op<kLenient, FuncSrvLists>},
+    {"FuncWOL", Op<kPlain, FuncWOL>},
+    {"FuncServVoipServ", Op<kNamed, FuncHandleVoip>},
+    {"FuncServVoiceProfile", Op<kNamed, FuncHandleVoip>},
+    {"FuncServVoipSIPI", Op<kNamed, FuncHandleVoip>},
+    {"FuncServVoipH248I", Op<kNamed, FuncHandleVoip>},
+    {"FuncServVoipRTP", Op<kNamed, FuncHandleVoip>},
+    {"FuncServVoipNmuPlan", Op<kNamed, FuncHandleVoip>},
+    {"FuncServVoipFaxT38", Op<kNamed, FuncHandleVoip>},
+    {"FuncServVoipG711Fax", Op<kNamed, FuncHandleVoip>},
+    {"FuncServVoipLines", Op<kNamed, FuncHandleVoip>},
+    {"FuncServVoipExtComm", Op<kNamed, FuncHandleVoip>},
+    {"FuncServVoipIMS", Op<kNamed, FuncHandleVoip>},
+    {"FuncServVoipExt", Op<kNamed, FuncHandleVoip>},
+    {"FuncServVoipSIP", Op<kNamed, FuncHandleVoip>},
+    {"FuncServVoipH248", Op<kNamed, FuncHandleVoip>},
+    {"FuncServVoipCodecList", Op<kNamed, FuncHandleVoip>},
+    {"FuncServVoipVoiceProcess", Op<kNamed, FuncHandleVoip>},
+    {"FuncServVoipFlashHook", Op<kNamed, FuncHandleVoip>},
+    {"FuncServVoipLineStats", Op<kNamed, FuncServVoipLineStats>},
+    {"FuncServVoipIADDiag", Op<kNamed, FuncServVoipIADDiag>},
+    {"FuncServVoipCID", Op<kNamed, FuncHandleVoip>},
+    {"FuncServVoipJitter", Op<kNamed, FuncHandleVoip>},
+    {"FuncServVoicePhyIf", Op<kNamed, FuncHandleVoip>},
+    {"FuncServVoipPhyTest", Op<kNamed, FuncServVoipPhyTest>},
+    {"FuncServVoipSimulateTest", Op<kNamed, FuncServVoipPhyTest>},
+    {"FuncServVoipStats", Op<kNamed, FuncHandleVoip>},
+    {"FuncServVoipPoorQuaList", Op<kNamed, FuncHandleVoip>},
+    {"FuncServVoipCapbility", Op<kNamed, FuncHandleVoip>},
+    {"FuncServVoipCapCodec", Op<kNamed, FuncHandleVoip>},
+    {"FuncServAction", Op<kNamed, FuncServAction>},
+    {"FuncServVoipCF", Op<kNamed, FuncHandleVoip>},
+    {"FuncServGRETunnel", SCRIPTED(kNamed, kGreTunnel)},
+    {"FuncServGRETunnelList", SCRIPTED(kNamed, kGreTunnelList)},
+    {"FuncServL2TP", SCRIPTED(kNamed, kL2tp)},
+    {"FuncServL2TPLac", SCRIPTED(kNamed, kL2tpLac)},
+    {"FuncServL2TPLacStats", SCRIPTED(kNamed, kL2tpLacStats)},
+    {"FuncServL2TPLacConnInfo", SCRIPTED(kNamed, kL2tpLacConnInfo)},
+    {"FuncServL2TPLnsStats", SCRIPTED(kNamed, kL2tpLnsStats)},
+    {"FuncServL2TPLnsConnInfo", SCRIPTED(kNamed, kL2tpLnsConnInfo)},
+    {"FuncServL2TPLns", SCRIPTED(kNamed, kL2tpLns)},
+    {"FuncServL2TPUserList", SCRIPTED(kNamed, kL2tpUserList)},
+    {"FuncServVpnLite", SCRIPTED(kNamed, kVpnLite)},
+    {"FuncServVpnLiteRouteList", SCRIPTED(kNamed, kVpnLiteRouteList)},
+    {"FuncServVpnLiteStats", SCRIPTED(kNamed, kVpnLiteStats)},
+    {"FuncServVpnLiteConnInfo", SCRIPTED(kNamed, kVpnLiteConnInfo)},
+    {"FuncRateLimitCfg", SCRIPTED(kNamed, kRateLimit)},
+    {"FuncRateLimitPerPortCfg", SCRIPTED(kNamed, kRateLimitPerPort)},
+    {"FuncRateLimitPerIPCfg", SCRIPTED(kNamed, kRateLimitPerIp)},
     {"FuncServShortMsg", FuncServShortMsg},
     {"FuncServShortMsgSend", FuncServShortMsgSend},
     {"FuncServShortMsgUssdSend", FuncServShortMsgUssdSend},
-    {"FuncZabbix", FuncScripts},
-    {"FuncConnRecovery", FuncScripts},
-    {"FuncDongleWanKeep", FuncScripts},
-    {"FuncStatusUpdater", FuncScripts},
-    {"FuncServFotaUpgrade", FuncScripts},
-    {"FuncVrrp", FuncSwitch},
-    {"FuncIpSla", FuncSwitch},
+    {"FuncZabbix", SCRIPTED(kPlain, kZabbix)},
+    {"FuncConnRecovery", SCRIPTED(kPlain, kConnRecovery)},
+    {"FuncDongleWanKeep", SCRIPTED(kPlain, kDongleWanKeep)},
+    {"FuncStatusUpdater", SCRIPTED(kPlain, kStatusUpdater)},
+    {"FuncServFotaUpgrade", Op<kPlain, LogOnly>},
+    {"FuncVrrp", Op<kPlain, FuncSwitch<kVrrp>>},
+    {"FuncIpSla", Op<kPlain, FuncSwitch<kIpSla>>},
     {nullptr, nullptr},
 };

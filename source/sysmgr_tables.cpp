@@ -2,8 +2,11 @@
 // their print levels and the FUNC tables in the order in which they are searched.
 #include "button_thread.h"
 #include "capabinfo_thread.h"
+#include "devinfo_func.h"
 #include "devinfo_thread.h"
+#include "mgtsrvr_func.h"
 #include "mgtsrvr_thread.h"
+#include "services_func.h"
 #include "sup_main.h"
 
 PrtMapEntry DF_PRT_MAP[] = {

@@ -202,8 +202,6 @@ void VoipStart(const char *modules, const char *phone) {
 }
 
 int FuncHandleVoip(OpFuncArg *arg) {
-  if (arg == nullptr) return -1;
-  OP_LOG(arg);
   switch (arg->op) {
     case TMF_INIT:
       if (!init_done) VoipStart("/lib/ko", "/usr/sbin/kvophone");
@@ -226,8 +224,6 @@ int FuncHandleVoip(OpFuncArg *arg) {
 /* A get waits until the voice stack has written what it was asked for into the data model. A reset
    counts whatever it is set to. */
 int FuncServVoipLineStats(OpFuncArg *arg) {
-  if (arg == nullptr) return -1;
-  OP_LOG(arg);
   int line = LineOfStats(arg->path);
   if (arg->op == TMF_GET) {
     if (line != 0) Shell("/usr/sbin/voipcmd state " + std::to_string(line));
@@ -240,16 +236,12 @@ int FuncServVoipLineStats(OpFuncArg *arg) {
 }
 
 int FuncServVoipIADDiag(OpFuncArg *arg) {
-  if (arg == nullptr) return -1;
-  OP_LOG(arg);
   if (arg->op == TMF_SET) Shell("/usr/sbin/voipcmd diag_test");
   return 0;
 }
 
 /* One test of a phone port runs whichever of its two nodes is set. */
 int FuncServVoipPhyTest(OpFuncArg *arg) {
-  if (arg == nullptr) return -1;
-  OP_LOG(arg);
   if (arg->op != TMF_SET) return 0;
   if (strstr(arg->path, VOICE "1.PhyInterface.1") != nullptr)
     Shell("/usr/sbin/voipcmd phy_test 1");
@@ -262,11 +254,8 @@ int FuncServVoipPhyTest(OpFuncArg *arg) {
    between. They are taken from the last to the first, and a registration ends it: what stands
    before it in the request is passed over. */
 int FuncServAction(OpFuncArg *arg) {
-  if (arg == nullptr) return -1;
-  OP_LOG(arg);
   if (arg->op != TMF_SET || arg->value == nullptr) return 0;
-  const char *dot = strrchr(arg->path, '.');
-  int line = dot == nullptr ? 0 : atoi(dot + 1);
+  int line = InstanceNumber(arg->path);
   std::string_view rest = arg->value;
   for (size_t equals; (equals = rest.rfind('=')) != rest.npos;) {
     bool wanted = atoi(rest.data() + equals + 1) == 1; /* ends at the separator or the NUL */

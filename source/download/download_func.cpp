@@ -406,8 +406,6 @@ void *tr069_download_image_thread(void *order_read) {
 }
 
 int FuncKVO_TR69Download(OpFuncArg *arg) {
-  if (arg == nullptr) return -1;
-  OP_LOG(arg);
   if (arg->op != TMF_SET) return 0;
   puts("FuncKVO_TR69Download ########");
   HeapText type = ReadLeaf(DOWNLOAD "FileType");

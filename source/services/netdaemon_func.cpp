@@ -67,25 +67,6 @@ int SshLines(const std::vector<int> &ports, Lines *lines) {
   return 0;
 }
 
-struct PortDaemon {
-  const char *name, *enable, *ports;
-  bool node_check; /* a model without the Enable parameter has no such service */
-  const char *kill;
-  void (*prepare)(); /* at the start of the module; may be NULL */
-  int (*lines)(const std::vector<int> &ports, Lines *lines);
-  int type;       /* of its sockets: SOCK_... */
-  int usual_port; /* in place of a number below 1, and without any; 0: the daemon has none */
-};
-
-const PortDaemon kPortDaemons[] = {
-    {"FuncServTelnet", SERVICES "ServiceTelnet.Enable", SERVICES "ServiceTelnet.Port", false,
-     "killall telnetd >/dev/null 2>&1", nullptr, TelnetLines, SOCK_STREAM, 0},
-    {"FuncServTFTP", SERVICES "ServiceTFTP.Enable", SERVICES "ServiceTFTP.Port", true,
-     "killall tftpd-hpa >/dev/null 2>&1", nullptr, TftpLines, SOCK_DGRAM, 0},
-    {"FuncServSSH", SERVICES "ServiceSSH.Enable", SERVICES "ServiceSSH.Port", false,
-     "killall dropbear >/dev/null 2>&1", SshPrepare, SshLines, SOCK_STREAM, 22},
-};
-
 /* The daemon's ports and the lines that start it. 0 or -1 (logged). */
 int ReadStart(const PortDaemon &daemon, std::vector<int> *ports, Lines *lines) {
   char text[128] = ""; /* without the node: no ports */
@@ -96,24 +77,6 @@ int ReadStart(const PortDaemon &daemon, std::vector<int> *ports, Lines *lines) {
       if (port < 1) port = daemon.usual_port;
   if (daemon.lines(*ports, lines) != 0) return -1;
   if (ports->empty()) ports->push_back(daemon.usual_port);
-  return 0;
-}
-
-/* At start there is nothing to kill yet. A value other than 0 and 1 leaves what runs alone, and so
-   does a start that cannot be had. */
-int Apply(const PortDaemon &daemon, int op) {
-  std::vector<int> ports;
-  Lines lines;
-  if (daemon.node_check && ams_check_node(gptXmlTrees->root, daemon.enable) != 0) return 0;
-  int enable = LeafInt(daemon.enable);
-  if (op == TMF_INIT && daemon.prepare != nullptr) daemon.prepare();
-  if (enable == 1 && ReadStart(daemon, &ports, &lines) != 0) return -1;
-  if (op == TMF_SET && (enable == 0 || enable == 1)) {
-    if (cfgSystemCmd("%s", daemon.kill) != 0) return -1;
-    AwaitFreePorts(daemon.type, ports);
-  }
-  for (const std::string &line : lines)
-    if (cfgSystemCmd("%s", line.c_str()) != 0) return -1;
   return 0;
 }
 
@@ -160,19 +123,53 @@ std::vector<int> PortList(std::string_view text) {
   return ports;
 }
 
-int FuncPortDaemon(OpFuncArg *arg) {
-  if (arg == nullptr) return -1;
-  OP_LOG(arg);
-  if (!IsInitOrSet(arg->op)) return 0;
-  for (const PortDaemon &daemon : kPortDaemons)
-    if (strcmp(daemon.name, arg->name) == 0) return Apply(daemon, arg->op);
+/* At start there is nothing to kill yet. A value other than 0 and 1 leaves what runs alone, and so
+   does a start that cannot be had. */
+int ApplyPortDaemon(const PortDaemon &daemon, int op) {
+  std::vector<int> ports;
+  Lines lines;
+  if (daemon.node_check && ams_check_node(gptXmlTrees->root, daemon.enable) != 0) return 0;
+  int enable = LeafInt(daemon.enable);
+  if (op == TMF_INIT && daemon.prepare != nullptr) daemon.prepare();
+  if (enable == 1 && ReadStart(daemon, &ports, &lines) != 0) return -1;
+  if (op == TMF_SET && (enable == 0 || enable == 1)) {
+    if (cfgSystemCmd("%s", daemon.kill) != 0) return -1;
+    AwaitFreePorts(daemon.type, ports);
+  }
+  for (const std::string &line : lines)
+    if (cfgSystemCmd("%s", line.c_str()) != 0) return -1;
   return 0;
 }
 
+const PortDaemon kTelnet = {SERVICES "ServiceTelnet.Enable",
+                            SERVICES "ServiceTelnet.Port",
+                            false,
+                            "killall telnetd >/dev/null 2>&1",
+                            nullptr,
+                            TelnetLines,
+                            SOCK_STREAM,
+                            0};
+
+const PortDaemon kTftp = {SERVICES "ServiceTFTP.Enable",
+                          SERVICES "ServiceTFTP.Port",
+                          true,
+                          "killall tftpd-hpa >/dev/null 2>&1",
+                          nullptr,
+                          TftpLines,
+                          SOCK_DGRAM,
+                          0};
+
+const PortDaemon kSsh = {SERVICES "ServiceSSH.Enable",
+                         SERVICES "ServiceSSH.Port",
+                         false,
+                         "killall dropbear >/dev/null 2>&1",
+                         SshPrepare,
+                         SshLines,
+                         SOCK_STREAM,
+                         22};
+
 /* Unlike the servers above, any set kills. */
 int FuncServPrinter(OpFuncArg *arg) {
-  if (arg == nullptr) return -1;
-  OP_LOG(arg);
   if (!IsInitOrSet(arg->op)) return 0;
   Printer printer;
   bool on = LeafInt(SERVICES "X_KVO-ServicePrinter.Enabled") == 1;

@@ -134,8 +134,6 @@ int Stop() {
 /* At start, too, an agent that is off is killed and its file removed. Values other than 0 and 1
    change nothing. */
 int FuncServSNMP(OpFuncArg *arg) {
-  if (arg == nullptr) return -1;
-  OP_LOG(arg);
   if (!IsInitOrSet(arg->op) || ams_check_node(gptXmlTrees->root, SNMP "Enable") != 0) return 0;
   int enable = LeafInt(SNMP "Enable");
   if (enable == 1) return Start();

@@ -5,6 +5,7 @@
 
 #include "capabinfo_thread.h"
 #include "serviceCtrl_func.h"
+#include "services_func.h"
 #include "support.h"
 
 namespace {

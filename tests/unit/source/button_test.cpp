@@ -8,6 +8,7 @@
 #include <fstream>
 #include <functional>
 
+#include "button_func.h"
 #include "button_thread.h"
 #include "support.h"
 

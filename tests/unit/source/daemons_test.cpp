@@ -10,8 +10,10 @@
 #include <thread>
 
 #include "capabinfo_thread.h"
+#include "devinfo_func.h"
 #include "devinfo_thread.h"
 #include "netdaemon_func.h"
+#include "services_func.h"
 #include "support.h"
 
 namespace {

@@ -5,6 +5,7 @@
 #include <cstdio>
 #include <map>
 
+#include "devinfo_func.h"
 #include "devinfo_thread.h"
 #include "nvram.h"
 #include "support.h"

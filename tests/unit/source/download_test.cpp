@@ -7,6 +7,7 @@
 #include <sstream>
 #include <thread>
 
+#include "devinfo_func.h"
 #include "devinfo_thread.h"
 #include "download_func.h"
 #include "support.h"

@@ -7,6 +7,7 @@
 
 #include "capabinfo_thread.h"
 #include "modem_at.h"
+#include "services_func.h"
 #include "sms_actions.h"
 #include "sms_func.h"
 #include "support.h"

@@ -3,6 +3,7 @@
 #include <set>
 
 #include "capabinfo_thread.h"
+#include "services_func.h"
 #include "support.h"
 
 namespace {

@@ -5,6 +5,7 @@
 #include <fstream>
 
 #include "capabinfo_thread.h"
+#include "services_func.h"
 #include "support.h"
 #include "voip_func.h"
 
