@@ -168,7 +168,7 @@ struct Listing {
 
 bool WaitForMore(Listing *listing) {
   if (--listing->tests <= 0) return false;
-  usleep(10000);
+  tds_delay(10);
   return true;
 }
 

@@ -7,7 +7,7 @@
 
 #include <chrono>
 #include <fstream>
-#include <thread>
+#include <sstream>
 
 #include "capabinfo_thread.h"
 #include "devinfo_thread.h"
@@ -224,38 +224,21 @@ TEST_F(Daemons, WhatDoesNotFitLeavesTheServerAlone) {
 
 /* ---- ports that are not free yet ---- */
 
-/* What holds a port as a server that runs: until Close, and in the background after CloseSoon. */
+/* What holds a port as a server that runs does, until Close. */
 class Holder {
  public:
-  Holder(int type, int port) : type_(type), fd_(socket(AF_INET6, type, 0)) {
-    port_ = Bind(fd_, type, port);
+  Holder(int type, int port) : fd_(socket(AF_INET6, type, 0)), port_(Bind(fd_, type, port)) {
+    EXPECT_NE(port_, 0) << "the test needs port " << port << " (0: any)";
   }
   ~Holder() { Close(); }
   int port() const { return port_; }
-
-  void CloseSoon() {
-    closer_ = std::thread([this] {
-      tds_delay(200);
-      close(fd_);
-    });
-  }
   void Close() {
-    if (closer_.joinable())
-      closer_.join();
-    else
-      close(fd_);
-  }
-
-  /* Whether another server could take the port now. */
-  bool IsFree() const {
-    int fd = socket(AF_INET6, type_, 0);
-    bool taken = Bind(fd, type_, port_) == port_;
-    close(fd);
-    return taken;
+    if (fd_ >= 0) close(fd_);
+    fd_ = -1;
   }
 
  private:
-  /* Binds and, for a stream, listens; port 0: any. The port, or 0 when that fails. */
+  /* Binds and, for a stream, listens. The port, or 0 when that fails. */
   static int Bind(int fd, int type, int port) {
     const int on = 1;
     sockaddr_in6 address = {};
@@ -268,8 +251,7 @@ class Holder {
     return getsockname(fd, any, &size) == 0 ? ntohs(address.sin6_port) : 0;
   }
 
-  int type_, fd_, port_ = 0;
-  std::thread closer_;
+  int fd_, port_;
 };
 
 struct PortWaitCase {
@@ -295,34 +277,33 @@ bool BeginsWith(const std::string &text, const std::string &begin) {
   return text.compare(0, begin.size(), begin) == 0;
 }
 
-/* Sets the service up on the holder's port and applies it; `at_kill` and `at_start` are called as
-   the lines are run. */
-void ApplyOn(const PortWaitCase &one, const Holder &holder, const std::function<void()> &at_kill,
-             const std::function<void()> &at_start) {
-  ASSERT_NE(holder.port(), 0) << one.op_function << ": the test needs the port";
+/* Sets the service up on the holder's port, which becomes free at wait `free_at` (0: never), and
+   applies it. The waits between its kill and its start, or -1 when it is not started behind a kill.
+ */
+int WaitsOf(const PortWaitCase &one, Holder *holder, int free_at) {
   if (!one.enable.empty()) SetLeaf(kServices + one.enable, "1");
-  if (!one.port_leaf.empty()) SetLeaf(kServices + one.port_leaf, std::to_string(holder.port()));
-  bool started = false;
+  if (!one.port_leaf.empty()) SetLeaf(kServices + one.port_leaf, std::to_string(holder->port()));
+  int waits = 0, killed_at = -1, started_at = -1;
+  OnDelay([&] {
+    if (++waits == free_at) holder->Close();
+  });
   OnSystem([&](const std::string &line) {
     WriteAsShell(line);
-    if (BeginsWith(line, one.kill)) at_kill();
-    if (!BeginsWith(line, one.start)) return;
-    started = true;
-    at_start();
+    if (BeginsWith(line, one.kill)) killed_at = waits;
+    if (BeginsWith(line, one.start)) started_at = waits;
   });
   const OpFuncEntry *table = one.enable.empty() ? kDevInfoFuncTable : kCapabInfoFuncTable;
   EXPECT_EQ(RunOp(table, one.op_function, TMF_SET), 0) << one.op_function;
-  EXPECT_TRUE(started) << one.op_function;
   OnSystem(WriteAsShell);
+  OnDelay(nullptr);
+  return killed_at < 0 ? -1 : started_at - killed_at;
 }
 
 TEST_F(Daemons, TheNextServerStartsWhenThePortIsFree) {
   SetLeaf(kLanAddress, "192.168.1.1");
   for (const PortWaitCase &one : kPortWaits) {
     Holder holder(one.type, one.port);
-    ApplyOn(
-        one, holder, [&] { holder.CloseSoon(); },
-        [&] { EXPECT_TRUE(holder.IsFree()) << one.op_function; });
+    EXPECT_EQ(WaitsOf(one, &holder, 3), 3) << one.op_function;
   }
 }
 

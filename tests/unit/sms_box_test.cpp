@@ -1,6 +1,4 @@
 // The list of short messages for the web page, the phonebook's, and service codes.
-#include <thread>
-
 #include "sms_support.h"
 
 namespace {
@@ -56,6 +54,7 @@ TEST_F(ShortMsg, BrokenListsLoseOnlyWhatIsBroken) {
 
 TEST_F(ShortMsg, ListsThatFailLeaveTheLastOne) {
   SetLeaf(SHORT_MSG ".MsgInbox", "last");
+  OnDelay([] {}); /* nothing more comes */
   for (const char *answer : {"+CMS ERROR: 310\r\n", "garbage\n"}) {
     answers_ = {{"sms_getmsg", answer}};
     EXPECT_EQ(ReadInbox(), 0);
@@ -99,18 +98,15 @@ TEST_F(ShortMsg, AListIsReadUntilItsEnd) {
   const std::string list = Listed(3, 1, kHello) + Listed(4, 1, kHello) + "\r\nOK\r\n";
   const std::string record = "}-{1}-{27838890001}-{2099-03-29 15:16:59}-{hellohello}-{|,|";
   for (size_t cut : {size_t{0}, size_t{10}, list.find(kHello) + 40, list.size() - 3}) {
-    std::thread modem;
-    OnSystem([&](const std::string &line) {
-      if (line.find("sms_getmsg") == line.npos) return;
-      WriteText("/var/atresult_msg", list.substr(0, cut));
-      modem = std::thread([rest = list.substr(cut)] {
-        usleep(50000); /* whoever reads once finds a part; the whole may be there just as well */
-        std::ofstream("/var/atresult_msg", std::ios::binary | std::ios::app) << rest;
-      });
+    answers_ = {{"sms_getmsg", list.substr(0, cut)}};
+    int waits = 0;
+    OnDelay([&] { /* the reader has seen the end of what is there */
+                  if (++waits == 5)
+                    std::ofstream("/var/atresult_msg", std::ios::app) << list.substr(cut);
     });
     SetLeaf(SHORT_MSG ".MsgInbox", "");
     EXPECT_EQ(ReadInbox(), 0);
-    modem.join();
+    EXPECT_EQ(waits, 5) << cut;
     EXPECT_EQ(Leaf(SHORT_MSG ".MsgInbox"), "3" + record + "4" + record) << cut;
   }
 }
