@@ -540,13 +540,59 @@ const SambaCase kSamba[] = {
     {"any other value is off", "2", "", kSambaOff},
 };
 
+void ApplySamba(const SambaCase &one) {
+  SetLeaf(kServices + "ServiceSamba.Enable", one.enable);
+  SetLeaf("InternetGatewayDevice.ManagementServer.X_KVO_TR069WANIFNAME", one.interface);
+  RunMessage(kCapabInfoMsgTable, TDS_MSG_TIMER + CAPABINFO_TIMER_SAMBA);
+  EXPECT_EQ(TakeCommands(), one.lines) << one.what;
+}
+
 TEST_F(Daemons, SambaFollowsItsParameters) {
-  for (const SambaCase &one : kSamba) {
-    SetLeaf(kServices + "ServiceSamba.Enable", one.enable);
-    SetLeaf("InternetGatewayDevice.ManagementServer.X_KVO_TR069WANIFNAME", one.interface);
-    RunMessage(kCapabInfoMsgTable, TDS_MSG_TIMER + CAPABINFO_TIMER_SAMBA);
-    EXPECT_EQ(TakeCommands(), one.lines) << one.what;
+  for (const SambaCase &one : kSamba) ApplySamba(one);
+}
+
+/* A process that runs knows nothing of the one before but what that left in a file. */
+TEST_F(Daemons, SambaClosesWhatAnEarlierProcessOpened) {
+  const std::string file = "/var/samba_holes", other = "/var/samba_other";
+  auto write = [](const std::string &path, const std::string &text) {
+    std::ofstream(path) << text;
+  };
+  const SambaCase off = {"off", "0", "ppp3", Rules("-D", "ppp3", kSambaOff)};
+  const struct {
+    const char *what;
+    std::function<void()> leave;
+    bool taken;
+  } cases[] = {
+      {"its file", [&] { write(file, "ppp2"); }, true},
+      {"no file", [] {}, false},
+      {"an empty one", [&] { write(file, ""); }, false},
+      {"no name", [&] { write(file, "ppp2;reboot"); }, false},
+      {"two lines", [&] { write(file, "ppp2\n"); }, false},
+      {"too long", [&] { write(file, std::string(64, 'p')); }, false},
+      {"a link",
+       [&] {
+         write(other, "ppp2");
+         ASSERT_EQ(symlink(other.c_str(), file.c_str()), 0);
+       },
+       false},
+      {"a pipe", [&] { ASSERT_EQ(mkfifo(file.c_str(), 0600), 0); }, false},
+      {"a folder", [&] { ASSERT_EQ(mkdir(file.c_str(), 0700), 0); }, false},
+  };
+  for (const auto &one : cases) {
+    remove(file.c_str());
+    one.leave();
+    const Lines before = one.taken ? Rules("-D", "ppp2", off.lines) : off.lines;
+    ApplySamba({one.what, off.enable, off.interface, before});
+    ApplySamba(off);
   }
+  remove(file.c_str());
+  ApplySamba({"on", "1", "ppp1", Reopened("ppp1")});
+  std::ostringstream left;
+  left << std::ifstream(file).rdbuf();
+  EXPECT_EQ(left.str(), "ppp1");
+  ApplySamba({"off", "0", "", Rules("-D", "ppp1", kSambaOff)});
+  EXPECT_NE(access(file.c_str(), F_OK), 0) << "nothing is open any more";
+  remove(other.c_str());
 }
 
 /* Each change starts the time anew: the apply never comes sooner after the last one. */
