@@ -163,10 +163,12 @@ print(sys.stdin.read().encode().decode("unicode_escape").encode("latin-1")[:4].h
     InternetGatewayDevice.X_TR69_Transfer.X_KVO_Download.TargetFileName .kvo_restart_uhttpd
 }
 
-@test "the answer to a set that the op function refuses says what became of the parameters" {
+@test "a set that the op function refuses is undone, and its answer says so" {
   sms=$SERVICES.X_KVO_ShortMsg # a phonebook name is hexadecimal digits
+  cfgcmd set $sms.ActionArgument 1 $sms.ActionContent 41
   refused 1 "refused set of \"$sms\": its parameters are as before; .*log says why" \
     cfgcmd set $sms.ActionArgument 2 $sms.ActionContent 'not hex' $sms.ActionCode 11
+  expect 0 $'\n1\n41' eval "for leaf in Code Argument Content; do cfgcmd get $sms.Action\$leaf; done"
 }
 
 @test "list has as many rows as there are" {
