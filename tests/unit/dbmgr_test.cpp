@@ -12,6 +12,7 @@
 #include <sstream>
 
 #include "ams_common_api.h"
+#include "printable.h"
 
 const OpFuncEntry *const FUNC_TABLES[] = {nullptr};
 
@@ -106,6 +107,26 @@ TEST(Answer, ThatNoMessageHoldsIsARefusalWithItsSize) {
     EXPECT_EQ(answer.text == largest, fits);
     EXPECT_EQ(answer.text.find(std::to_string(largest.size() + 1)) != answer.text.npos, !fits);
   }
+}
+
+/* What UTF-8 is follows the table of well-formed sequences in the Unicode standard. */
+TEST(Printable, WhatMaySteerATerminalIsShownAsItsCode) {
+  const std::pair<std::string, std::string> kCases[] = {
+      {"a\tb\nc\x7f", "a\\x09b\nc\\x7f"},
+      {"\x9b[J", "\\x9b[J"},
+      {"\xc2\x80 \xc2\x9b \xc2\x9f", "\\u0080 \\u009b \\u009f"},
+      {"\xc2\xa0 \xc3\x9b \xe2\x82\xac \xf0\x9f\x98\x80 \xf4\x8f\xbf\xbf",
+       "\xc2\xa0 \xc3\x9b \xe2\x82\xac \xf0\x9f\x98\x80 \xf4\x8f\xbf\xbf"},
+      {"gr\xfc\x9b", "gr\\xfc\\x9b"},
+      {"\xc3\x1b", "\\xc3\\x1b"},
+      {"\xe2\x82", "\\xe2\\x82"},
+      {"\xc0\x9b \xc1\x9b", "\\xc0\\x9b \\xc1\\x9b"},
+      {"\xe0\x82\x9b", "\\xe0\\x82\\x9b"},
+      {"\xed\xa0\x80", "\\xed\\xa0\\x80"},
+      {"\xf0\x80\x82\x9b", "\\xf0\\x80\\x82\\x9b"},
+      {"\xf4\x90\x80\x80 \xf5", "\\xf4\\x90\\x80\\x80 \\xf5"},
+  };
+  for (const auto &[text, shown] : kCases) EXPECT_EQ(Printable(text), shown);
 }
 
 /* ---- the file and the documentation ---- */
