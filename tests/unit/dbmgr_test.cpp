@@ -176,12 +176,14 @@ class Model : public testing::Test {
   static void SetUpTestSuite() {
     gptXmlTrees = ShmPoolSrvInit();
     ASSERT_NE(gptXmlTrees, nullptr);
-    FILE *file = fopen("/etc/tr098_data_model.xml", "re");
+  }
+  void SetUp() override { Load(fopen("/etc/tr098_data_model.xml", "re")); }
+  static void Load(FILE *file) {
     ASSERT_NE(file, nullptr);
     gptXmlTrees->root = ams_mxmlLoadFile(nullptr, file, nullptr);
     fclose(file);
+    ASSERT_NE(gptXmlTrees->root, nullptr);
   }
-  void SetUp() override { ASSERT_NE(gptXmlTrees->root, nullptr); }
 };
 
 /* What a request is to become: who serves it and its url there, or a part of the refusal. */
@@ -230,6 +232,28 @@ TEST_F(Model, RequestsBecomePlans) {
                   &plan, &why),
       -1);
   EXPECT_NE(why.find("32769 bytes"), why.npos) << why;
+}
+
+/* KiB of the process's own memory at its most, since `anew` let it begin to count. */
+long MostMemory(bool anew) {
+  if (anew && !(std::ofstream("/proc/self/clear_refs") << 5 << std::flush)) return -1;
+  std::ifstream file("/proc/self/status");
+  for (std::string line; std::getline(file, line);)
+    if (line.compare(0, 6, "VmHWM:") == 0) return atol(line.c_str() + 6);
+  return -1;
+}
+
+TEST_F(Model, AListTouchesNoMemoryForRowsThatAreGone) {
+  char model[] =
+      "<" IGD " type=\"object\"><A type=\"array\"><Template/><Instance id=\"7000000\"/></A></" IGD
+      ">";
+  Load(fmemopen(model, sizeof model - 1, "r"));
+  Plan plan;
+  plan.command = APPT_CMD_LIST;
+  plan.url = IGD ".A";
+  long before = MostMemory(true);
+  EXPECT_EQ(ServeFromStore(plan).text, "7000000");
+  EXPECT_LT(MostMemory(false), before + 16 * 1024);
 }
 
 /* A node may go between the check of a request and its turn. */
