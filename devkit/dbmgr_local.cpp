@@ -85,6 +85,16 @@ const LocalRow kLocal[] = {
 
 }  // namespace
 
+std::string ValuesOf(const Plan &plan) {
+  std::string values, value(AMS_VALUE_MAX + 1, '\0');
+  for (const std::string &path : plan.paths) {
+    value[0] = '\0'; /* of a leaf that is gone */
+    (void)ams_mxml_get_leaf(path.c_str(), value.data(), value.size());
+    values.append(value.c_str()) += '\0';
+  }
+  return values;
+}
+
 DbmgrAnswer ServeFromStore(const Plan &plan) {
   for (const LocalRow &row : kLocal)
     if (row.command == plan.command) return row.serve(plan);

@@ -234,6 +234,30 @@ TEST_F(Model, RequestsBecomePlans) {
   EXPECT_NE(why.find("32769 bytes"), why.npos) << why;
 }
 
+TEST_F(Model, ARefusalSaysWhatItLeft) {
+  const std::string array = LAN_SERVER ".IPInterface", mask = array + ".1.IPInterfaceSubnetMask";
+  Plan set, add;
+  std::string why;
+  char row[AMS_PATH_SIZE];
+  auto says = [](const Plan &plan, const char *new_row) {
+    return RefusedBy("a:b", plan, "its log", new_row).text;
+  };
+  ASSERT_EQ(
+      PlanRequest({APPT_CMD_SET, array + ".1", "IPInterfaceSubnetMask=255.0.0.0"}, &set, &why), 0);
+  set.before = ValuesOf(set);
+  EXPECT_NE(says(set, "").find("as before; its log says why"), why.npos) << says(set, "");
+  ASSERT_EQ(ams_set_node_value(gptXmlTrees->root, mask.c_str(), "255.0.0.0"), 0);
+  EXPECT_EQ(says(set, "").find("as before"), why.npos) << says(set, "");
+
+  ASSERT_EQ(PlanRequest({APPT_CMD_ADD, array, ""}, &add, &why), 0);
+  EXPECT_NE(says(add, "").find("no row is new"), why.npos) << says(add, "");
+  ASSERT_EQ(ams_add_obj(gptXmlTrees->root, array.c_str(), row), 0);
+  EXPECT_EQ(says(add, row).find("no row is new"), why.npos) << says(add, row);
+  EXPECT_NE(says(add, row).find(row), why.npos) << says(add, row);
+  ASSERT_EQ(ams_del_obj(gptXmlTrees->root, row), 0);
+  EXPECT_NE(says(add, row).find("no row is new"), why.npos) << says(add, row);
+}
+
 /* KiB of the process's own memory at its most, since `anew` let it begin to count. */
 long MostMemory(bool anew) {
   if (anew && !(std::ofstream("/proc/self/clear_refs") << 5 << std::flush)) return -1;
