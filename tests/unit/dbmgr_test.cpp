@@ -144,12 +144,20 @@ std::string WithoutNumbers(const std::string &path) {
   return result;
 }
 
+/* Also expects of each parameter that may be set that it can be set back to what it has. */
 void CollectForms(const std::string &url, FormsOf *forms) {
-  char form[64] = "", type[32] = "", child[AMS_PATH_SIZE];
+  char form[64] = "", type[32] = "", writable[4] = "", child[AMS_PATH_SIZE];
   AmsTree *root = gptXmlTrees->root;
   (void)ams_get_node_attr(root, url.c_str(), "type", type);  /* every node of a tree has one */
   (void)ams_get_node_attr(root, url.c_str(), "check", form); /* most have none */
+  (void)ams_get_node_attr(root, url.c_str(), "writable", writable);
   (*forms)[WithoutNumbers(url)].insert(form);
+  std::string why, value(AMS_VALUE_MAX + 1, '\0');
+  bool leaf = strcmp(type, "array") != 0 && strcmp(type, "object") != 0 && *writable != '0';
+  if (leaf) {
+    ASSERT_EQ(ams_mxml_get_leaf(url.c_str(), value.data(), value.size()), 0) << url;
+    EXPECT_EQ(CheckForm(url, *form != '\0' ? form : type, value.c_str(), &why), 0) << why;
+  }
   if (strcmp(type, "array") == 0) {
     char row[AMS_PATH_SIZE]; /* one that has what the Template says */
     ASSERT_EQ(ams_add_obj(root, url.c_str(), row), 0) << url;
@@ -203,7 +211,7 @@ const PlanCase kPlans[] = {
      "sysmgr:capabinfo " IGD ".Services.ServiceTelnet", nullptr},
     {APPT_CMD_SET, IGD ".Services.ServiceTelnet", "Port.=23", nullptr, "\"Port.\" is no name"},
     {APPT_CMD_SET, IGD ".Services", "ServiceTelnet.Port=23", nullptr, "is no name"},
-    {APPT_CMD_SET, IGD ".Services.ServiceTelnet", "Enable=on", nullptr, "boolean"},
+    {APPT_CMD_SET, IGD ".Services.ServiceTelnet", "Enable=on", nullptr, "type int"},
     {APPT_CMD_DEL, IGD ".X_CT-COM_UserInfo.UserList.1.", "",
      "sysmgr:capabinfo " IGD ".X_CT-COM_UserInfo.UserList.1", nullptr},
     {APPT_CMD_LIST, IGD ".X_CT-COM_UserInfo.UserList", "", " " IGD ".X_CT-COM_UserInfo.UserList",
@@ -232,6 +240,40 @@ TEST_F(Model, RequestsBecomePlans) {
                   &plan, &why),
       -1);
   EXPECT_NE(why.find("32769 bytes"), why.npos) << why;
+}
+
+/* Values besides 0 and 1 that an op function has its own answer to. */
+TEST_F(Model, SwitchesTakeWhatTheirOpFunctionsTellApart) {
+#define SERVICES IGD ".Services"
+#define PROFILE  SERVICES ".VoiceService.1.VoiceProfile.1"
+  char row[AMS_PATH_SIZE];
+  for (const char *array : {PROFILE ".Line", SERVICES ".ServiceAccessControl.ServiceCtrlList"})
+    ASSERT_EQ(ams_add_obj(gptXmlTrees->root, array, row), 0);
+  const std::pair<const char *, const char *> kCases[] = {
+      {IGD ".DeviceInfo.X_CT-COM_ServiceManage",
+       "X_KVO_DebugToolEnable=\x03X_KVO_OneBitEnable=true"},
+      {IGD ".DeviceInfo.X_CT-COM_Restore", "Enable=2"},
+      {IGD ".ManagementServer", "X_CT-COM_MaintainComplete=\x03X_CT-COM_ManualInform=now"},
+      {IGD ".X_CT-COM_UserInfo", "Result=-1"},
+      {SERVICES ".ServiceTelnet", "Enable=2"},
+      {SERVICES ".ServiceSSH", "Enable=2"},
+      {SERVICES ".ServiceFTP", "Enable=2"},
+      {SERVICES ".ServiceTFTP", "Enable=2"},
+      {SERVICES ".ServiceSNMP", "Enable=2\x03TrapEnabled=-1"},
+      {SERVICES ".X_KVO-ServicePrinter", "Enabled=2"},
+      {SERVICES ".ServiceSamba", "Enable=2"},
+      {SERVICES ".ServiceAccessControl", "Enable=2\x03OnlyTr69Wan=2"},
+      {SERVICES ".ServiceAccessControl.ServiceCtrlList.1", "Enable=2"},
+      {SERVICES ".X_KVO_IPSec", "X_KVO_IPSec_Hardware_Accelate_Enable=2"},
+      {SERVICES ".VoiceService.X_KVO_Is_Voip", "X_KVO_Voip_select=-1\x03X_KVO_Voip_Enable=2"},
+      {PROFILE ".X_KVO-ACTION.1", "Register=2\x03Unregister=-1\x03Reboot=10"},
+      {PROFILE ".Line.1.Stats", "ResetStatistics=now"},
+  };
+  for (const auto &[url, value] : kCases) {
+    Plan plan;
+    std::string why;
+    EXPECT_EQ(PlanRequest({APPT_CMD_SET, url, value}, &plan, &why), 0) << why;
+  }
 }
 
 TEST_F(Model, ARefusalSaysWhatItLeft) {
