@@ -58,12 +58,14 @@ false" shown
 $SERVICES.ServiceSNMP.SystemName=x\" ; touch /tmp/broken ; echo \"
 $SERVICES.ServiceSNMP.SystemLocation=kept
 $SERVICES.ServiceSNMP.Enable=maybe
+$SERVICES.ServiceSNMP.TrapEnabled=2
 KEPT
   expect 0 "gateway
 kept
 0
-2" gateway bash -c "for leaf in SystemName SystemLocation Enable; do cfgcmd get $SERVICES.ServiceSNMP.\$leaf; done
-    grep -cE 'SNMP.(SystemName|Enable) passed over: .*(form \"text\"|type boolean)' /var/log/devkit/dbmgr.log"
+2
+2" gateway bash -c "for leaf in SystemName SystemLocation Enable TrapEnabled; do cfgcmd get $SERVICES.ServiceSNMP.\$leaf; done
+    grep -cE 'SNMP.(SystemName|Enable) passed over: .*(form \"text\"|type int)' /var/log/devkit/dbmgr.log"
 }
 
 @test "an invalid boot type: dbmgr says so and does not start" {
