@@ -24,7 +24,8 @@ bool FlashNext(std::string_view *rest, std::string_view *key, std::string_view *
 int FlashLoad(int area, std::string *records);
 
 /* Makes `records` the area's last commit, in one step for a power cut. 1: it is now; 0: it was
-   already, nothing is written; -1 (logged): flash is as before. */
+   already, nothing is written; -1 (logged): the last commit stands. When flash is full, gives up
+   the damaged files that are kept, then the commit before. */
 int FlashStore(int area, const std::string &records);
 
 /* Takes back a FlashStore that returned 1: the commit before it is the last one again. */

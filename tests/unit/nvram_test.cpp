@@ -5,6 +5,7 @@
 #include <gtest/gtest.h>
 #include <rapidcheck.h>
 #include <signal.h>
+#include <sys/mount.h>
 #include <sys/ptrace.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -349,6 +350,8 @@ TEST(NvramFlash, WhatIsUsedInstead) {
       {"some kept", "touch area1.bad.1 area1.bad.3; echo >area1", kBefore, "kept as area1.bad.2"},
       {"enough kept", "touch area1.bad.{1,2,3,4}; echo >area1", kBefore, "removed, as others are"},
       {"a cut commit", "echo >area1.new; ln area1 area1.old", kLast, ""},
+      {"folders in a commit's way", "mkdir -p area1.{new,old}/x", kLast, ""},
+      {"a folder as the one before", "rm area1.1; mkdir -p area1.1/x", kLast, ""},
   };
   for (const Case &c : kCases) {
     std::string log;
@@ -363,6 +366,28 @@ TEST(NvramFlash, WhatIsUsedInstead) {
     EXPECT_TRUE(FileBytes("area1") == FlashFile(1, {{"k", ""}})) << c.what;
   }
   EXPECT_EQ(FileBytes("area1.1"), FlashFile(1, kLast)) << "the commit before";
+}
+
+TEST(NvramFlash, AFullFlashGivesUpWhatIsWorthLess) {
+  const std::string large(14000, 'x'), kNul(1, '\0');
+  auto records = [&](const char *key) { return key + kNul + large + kNul; };
+  auto file = [&](const char *key) { return FlashFile(1, {{key, large}}); };
+  NewBoard();
+  ASSERT_EQ(mount("none", "/var/nvram", "tmpfs", 0, "size=48k"), 0);
+  EXPECT_EQ(FlashStore(1, records("a")) + FlashStore(1, records("b")), 2);
+  WriteBytes("area1.bad.1", large);
+  EXPECT_EQ(FlashStore(1, records("c")), 1) << "for a damaged file";
+  EXPECT_TRUE(FileBytes("area1") + FileBytes("area1.1") == file("c") + file("b"));
+  WriteBytes("other", large);
+  EXPECT_EQ(FlashStore(1, records("d") + records("e")), -1) << "more than there can be room for";
+  EXPECT_TRUE(FileBytes("area1") == file("c"));
+  EXPECT_EQ(FlashStore(1, records("d")), 1) << "for the commit before";
+  EXPECT_EQ(FlashStore(1, ""), 1);
+  EXPECT_TRUE(FileBytes("area1") + FileBytes("area1.1") == FlashFile(1, {}) + file("d"));
+  WriteBytes("area1", "damaged");
+  EXPECT_EQ(FlashStore(1, records("e") + records("f")), -1);
+  EXPECT_TRUE(FileBytes("area1.1") == file("d")) << "the only one that is sound";
+  EXPECT_EQ(umount("/var/nvram"), 0);
 }
 
 /* From here on this process is attached itself. */
