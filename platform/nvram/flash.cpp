@@ -7,6 +7,7 @@
 #include "flash.h"
 
 #include <fcntl.h>
+#include <sys/file.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -269,6 +270,25 @@ bool FlashNext(std::string_view *rest, std::string_view *key, std::string_view *
   *value = rest->substr(key_end + 1, value_end - key_end - 1);
   rest->remove_prefix(value_end + 1);
   return !key->empty() && key->size() <= kNvramKeyMax && value->size() <= kNvramValueMax;
+}
+
+int FlashLock() {
+  int folder = OpenFolder();
+  if (folder < 0) return -1;
+  while (flock(folder, LOCK_EX) != 0) {
+    if (errno == EINTR) continue;
+    int error = errno;
+    close(folder);
+    errno = error;
+    return -1;
+  }
+  return folder;
+}
+
+/* Closing it would not do: a child that has not called exec yet has it, too. */
+void FlashUnlock(int lock) {
+  (void)flock(lock, LOCK_UN); /* cannot fail on a lock that is held */
+  close(lock);
 }
 
 int FlashLoad(int area, std::string *records) {

@@ -1,6 +1,7 @@
 // The settings on flash: for each area the last commit and the one before, each a file that is
-// checked from end to end before anything of it is used. The callers see to it that one thread of
-// one process at a time is in here. The working copy in shared memory: nvram.cpp.
+// checked from end to end before anything of it is used. The callers see to it, with FlashLock,
+// that one thread of one process at a time is in here. The working copy in shared memory:
+// nvram.cpp.
 #pragma once
 
 #include <cstddef>
@@ -17,6 +18,11 @@ constexpr size_t kFlashMax = 32 << 20; /* bytes of a file; a working copy has ro
 /* An area's records are "KEY\0VALUE\0" for each setting, one after the other. Takes the first off
    `rest`; false when it is not whole or not within the limits. */
 bool FlashNext(std::string_view *rest, std::string_view *key, std::string_view *value);
+
+/* Waits until flash is this thread's alone, until FlashUnlock or the end of the process. What
+   FlashUnlock takes, or -1 with errno. */
+int FlashLock();
+void FlashUnlock(int lock);
 
 /* The records of the area's last commit; when that is damaged, of the commit before; else none.
    Damaged files are moved aside, and one line of the log tells what is lost. 0, or an errno when it

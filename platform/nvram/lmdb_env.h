@@ -6,6 +6,7 @@
 #include <sys/types.h>
 
 #include <cstddef>
+#include <string>
 
 struct LmdbPlace {
   const char *folder;  // made with mode 0700; refused when it belongs to somebody else
@@ -64,14 +65,15 @@ int LmdbRoom(const LmdbEnv &opened, MDB_txn *txn, size_t bytes);
 int LmdbMayGrow(const LmdbEnv &opened, MDB_txn *txn);
 
 /* Reads a place that may be damaged from end to end, in a process of its own: damage may well kill
-   it. Sound: all of it can be read and `key` has `value`. Unknown: it could not be looked at, which
-   says nothing about the place. */
+   it. Sound: all of it can be read and `key` has `value`. Unknown: it could not be looked at, or
+   the look was cut off, which says nothing about the place. */
 enum LmdbState { LMDB_SOUND, LMDB_DAMAGED, LMDB_UNKNOWN };
 LmdbState LmdbCheck(const LmdbPlace &place, const char *key, const char *value);
 
-/* A process that has the place open, 0: none. Not for a place that this process has open: its own
-   hold would be lost. */
-pid_t LmdbUser(const LmdbPlace &place);
+/* Who has the place open and what to do about it, for people; empty: nobody. Says so when that
+   cannot be told: the place may be in use. Not for a place that this process has open: its own hold
+   would be lost. */
+std::string LmdbUser(const LmdbPlace &place);
 
 inline MDB_val LmdbVal(const void *data, size_t size) {
   return MDB_val{size, const_cast<void *>(data)};

@@ -109,22 +109,41 @@ int LoadOnce() {
   return rc;
 }
 
+/* A working copy that somebody has open is not taken away: his changes and ours would part. 0 or -1
+   (logged). */
+int RemoveDamaged() {
+  const std::string user = LmdbUser(kWorkPlace);
+  if (user.empty()) {
+    NVRAM_LOG("nvram: %s is damaged; loading it anew from flash\n", kWorkPlace.folder);
+    LmdbRemove(kWorkPlace);
+    return 0;
+  }
+  NVRAM_LOG("nvram: %s is damaged, and %s\n", kWorkPlace.folder, user.c_str());
+  return -1;
+}
+
+/* 0 or -1 (logged). */
 int OpenWork() {
   int rc = LmdbOpen(kWorkPlace, true, &gWork);
   if (rc == MDB_INVALID || rc == MDB_VERSION_MISMATCH || rc == MDB_CORRUPTED) {
-    NVRAM_LOG("nvram: %s is damaged; loading it anew from flash\n", kWorkPlace.folder);
-    LmdbRemove(kWorkPlace);
+    if (RemoveDamaged() != 0) return -1;
     rc = LmdbOpen(kWorkPlace, true, &gWork);
   }
-  if (rc == 0 && (rc = LoadOnce()) != 0) LmdbClose(&gWork);
-  return rc;
+  if (rc == 0) rc = mdb_reader_check(gWork.env, nullptr); /* the dead would keep old pages */
+  if (rc == 0) rc = LoadOnce();
+  if (rc == 0) return 0;
+  LmdbClose(&gWork);
+  return Failed("opening", kWorkPlace.folder, rc);
 }
 
+/* With the lock nobody else is about to open the working copy, or uses flash, when it is loaded.
+   Without a folder for flash there is nothing to lock: then it starts without settings. */
 int Attach() {
   std::lock_guard<std::mutex> guard(gOpening);
   if (gWork.env != nullptr) return 0;
-  int rc = OpenWork();
-  return rc == 0 ? 0 : Failed("opening", kWorkPlace.folder, rc);
+  int lock = FlashLock(), result = OpenWork();
+  if (lock >= 0) FlashUnlock(lock);
+  return result;
 }
 
 int CheckArea(int type) {

@@ -3,10 +3,12 @@
 #include "nvram.h"
 
 #include <gtest/gtest.h>
+#include <pthread.h>
 #include <rapidcheck.h>
 #include <signal.h>
 #include <sys/mount.h>
 #include <sys/ptrace.h>
+#include <sys/resource.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -22,6 +24,7 @@
 #include <vector>
 
 #include "flash.h"
+#include "lmdb_env.h"
 #include "nvram_desk.h"
 
 namespace {
@@ -225,6 +228,15 @@ TEST(NvramPower, FullMemoryIsAnErrorAndNoSignal) {
   EXPECT_TRUE(too_small && enough);
 }
 
+/* A second process, once it stands still at one of its words. */
+pid_t StartStopped(const std::vector<const char *> &words) {
+  int status = 0;
+  pid_t pid = Start(words);
+  EXPECT_EQ(waitpid(pid, &status, WUNTRACED), pid);
+  EXPECT_TRUE(WIFSTOPPED(status)) << status;
+  return pid;
+}
+
 TEST(NvramPower, DamageIsNotFatal) {
   struct Damage {
     const char *what, *command, *after;
@@ -243,6 +255,43 @@ TEST(NvramPower, DamageIsNotFatal) {
     PowerCut();
     EXPECT_EQ(RunWords({"is", "a", damage.after, "is", "b", "2"}), 0) << damage.what;
   }
+  pid_t user = StartStopped({"set", "a", "of a user", "stop"});
+  ASSERT_EQ(system("dd if=/dev/urandom of=/dev/shm/nvram/data.mdb bs=8192 count=1 conv=notrunc "
+                   "2>/dev/null"),
+            0);
+  testing::internal::CaptureStderr();
+  EXPECT_EQ(RunWords({"set", "a", "2"}), 1) << "the user would not see it";
+  std::string log = testing::internal::GetCapturedStderr();
+  EXPECT_NE(log.find("process " + std::to_string(user) + " has it open"), log.npos) << log;
+  EXPECT_EQ(log.find(" 4 "), log.rfind(" 4 ")) << "one line: " << log;
+  kill(user, SIGKILL);
+  waitpid(user, nullptr, 0);
+  EXPECT_EQ(RunWords({"set", "a", "2"}), 0);
+}
+
+/* Who ends the process that looks at a place, as the kernel does when memory is short. */
+bool check_is_killed;
+void KillCheck() {
+  if (check_is_killed) raise(SIGKILL);
+}
+
+TEST(NvramPower, WhatCannotBeToldOfAPlaceIsNoVerdict) {
+  const LmdbPlace place = {"/dev/shm/nvram", 256 << 20, MDB_NOSYNC};
+  struct rlimit files;
+  NewBoard();
+  ASSERT_EQ(RunWords({"set", "a", "1"}), 0);
+  ASSERT_EQ(pthread_atfork(nullptr, nullptr, KillCheck), 0);
+  EXPECT_EQ(LmdbCheck(place, "loaded", "1"), LMDB_SOUND);
+  check_is_killed = true;
+  EXPECT_EQ(LmdbCheck(place, "loaded", "1"), LMDB_UNKNOWN);
+  check_is_killed = false;
+  EXPECT_EQ(LmdbUser(place), "");
+  ASSERT_EQ(getrlimit(RLIMIT_NOFILE, &files), 0);
+  struct rlimit none = {0, files.rlim_max};
+  ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &none), 0);
+  std::string user = LmdbUser(place);
+  ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &files), 0);
+  EXPECT_NE(user.find("Too many open files"), user.npos) << user;
 }
 
 TEST(NvramPower, ManyStartAtOnce) {
