@@ -46,9 +46,10 @@ void LmdbRemove(const LmdbPlace &place);
    for some 100 small changes of a map; larger ones ask for it with LmdbRoom. */
 int LmdbBegin(const LmdbEnv &opened, unsigned flags, MDB_txn **txn);
 
-/* When the map is full: a reader that goes on finds the pages that it reads, so those of all later
-   writes are kept for it, for ever when its process is stopped. Ends one such process, so that its
-   slot can be taken back. Returns its number, or 0: there is none. */
+/* When there is no room: a reader that goes on finds the pages that it reads, so those of all later
+   writes are kept for it, for ever when its process is stopped. Takes back the slots of the dead,
+   and ends one process that is stopped when that gives pages back. Returns its number, or 0: there
+   is none. */
 pid_t LmdbEndStopped(const LmdbEnv &opened);
 
 /* What LmdbOpen and LmdbBegin do about room. */
@@ -59,6 +60,10 @@ int LmdbRoomBegin(const LmdbEnv &opened);
    since whoever touches a page of a full file system is killed. 0; ENOSPC or another errno: give
    the write up. */
 int LmdbRoom(const LmdbEnv &opened, MDB_txn *txn, size_t bytes);
+
+/* The free pages of the last commit that the commits from `first` to before `end` have freed. 0 or
+   an error. */
+int LmdbFreePages(const LmdbEnv &opened, size_t first, size_t end, size_t *count);
 
 /* Whether a change that makes more of the data may be made: near the end of the map a reserve is
    left to deletes and to the values that are there. 0, MDB_MAP_FULL or another error. */

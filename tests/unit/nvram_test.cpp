@@ -98,6 +98,42 @@ int Fill() {
   return 5; /* there was room for all */
 }
 
+/* Values of 32 KB under keys of their own until one is refused. */
+int More(const std::string &prefix) {
+  const std::string value(32 * 1024, 'm');
+  for (int each = 0; each < 500; ++each)
+    if (nvram_set((prefix + std::to_string(each)).c_str(), value.c_str(), NVTYPE_STAGING) != 0)
+      return 0;
+  return 5;
+}
+
+/* One value of 32 KB after the other. */
+int Churn(int rounds) {
+  for (int round = 0; round < rounds; ++round) {
+    const std::string value(32 * 1024, static_cast<char>('a' + round % 26));
+    if (nvram_set("churn", value.c_str(), NVTYPE_STAGING) != 0) return 1;
+  }
+  return 0;
+}
+
+/* Stands still inside a read, as a process that is stopped in the midst of nvram_get. */
+int StopInRead() {
+  MDB_txn *txn;
+  LmdbEnv work;
+  if (LmdbOpen({"/dev/shm/nvram", 256 << 20, MDB_NOSYNC}, false, &work) != 0) return 1;
+  if (LmdbBegin(work, MDB_RDONLY, &txn) != 0) return 1;
+  int rc = raise(SIGSTOP);
+  mdb_txn_abort(txn);
+  LmdbClose(&work);
+  return rc;
+}
+
+/* Looks at settings while it stands still, as one that writes them to a pipe which is full. */
+int StopInWalk() {
+  auto visit = [](const char *, const char *, void *) { return raise(SIGSTOP); };
+  return nvram_walk(NVTYPE_STAGING, "", visit, nullptr);
+}
+
 int Do(int argc, char **argv) {
   for (int at = 1; at < argc; ++at) {
     std::string word = argv[at];
@@ -127,6 +163,14 @@ int Do(int argc, char **argv) {
       _exit(0);
     } else if (word == "fill") {
       return Fill();
+    } else if (word == "more") {
+      if (More(argv[++at]) != 0) return 5;
+    } else if (word == "churn") {
+      if (Churn(atoi(argv[++at])) != 0) return 1;
+    } else if (word == "read") {
+      return StopInRead();
+    } else if (word == "walk") {
+      return StopInWalk();
     }
   }
   return 0;
@@ -228,6 +272,10 @@ TEST(NvramPower, FullMemoryIsAnErrorAndNoSignal) {
   EXPECT_TRUE(too_small && enough);
 }
 
+bool MountShm(const char *size) {
+  return mount("none", "/dev/shm", "tmpfs", 0, (std::string("size=") + size).c_str()) == 0;
+}
+
 /* A second process, once it stands still at one of its words. */
 pid_t StartStopped(const std::vector<const char *> &words) {
   int status = 0;
@@ -235,6 +283,47 @@ pid_t StartStopped(const std::vector<const char *> &words) {
   EXPECT_EQ(waitpid(pid, &status, WUNTRACED), pid);
   EXPECT_TRUE(WIFSTOPPED(status)) << status;
   return pid;
+}
+
+TEST(NvramPower, AReaderThatStandsStillDoesNotFillTheWorkingCopy) {
+  struct Case {
+    const char *what, *shm;
+    std::vector<const char *> before;
+    const char *reader;
+    bool killed; /* before the writes, else it is only stopped */
+    std::vector<const char *> writes;
+    int end; /* of the reader, by this signal; 0: it goes on and ends by itself */
+  };
+  const Case kCases[] = {
+      {"killed, little memory", "1m", {}, "read", true, {"churn", "100"}, SIGKILL},
+      {"killed, a full map", "512m", {}, "read", true, {"churn", "7000"}, SIGKILL},
+      {"stopped, little memory", "1m", {}, "read", false, {"churn", "100"}, SIGKILL},
+      {"stopped, a full map", "512m", {}, "read", false, {"churn", "7000"}, SIGKILL},
+      {"in a walk, a full map", "512m", {}, "walk", false, {"churn", "7000"}, 0},
+      {"full of settings", "8m", {"more", "b", "unset", "b0"}, "read", false, {"more", "c"}, 0},
+  };
+  for (const Case &c : kCases) {
+    SCOPED_TRACE(c.what);
+    int status = -1;
+    siginfo_t dead;
+    NewBoard();
+    ASSERT_TRUE(MountShm(c.shm));
+    std::vector<const char *> before = {"set", "a", "1"}, writes = {"is", "a", "1", "stop"};
+    before.insert(before.end(), c.before.begin(), c.before.end());
+    writes.insert(writes.end(), {"set", "a", "2"});
+    writes.insert(writes.end(), c.writes.begin(), c.writes.end());
+    EXPECT_EQ(RunWords(before), 0);
+    pid_t writer = StartStopped(writes); /* attached before the reader is */
+    pid_t reader = StartStopped({c.reader});
+    if (c.killed) kill(reader, SIGKILL), waitid(P_PID, reader, &dead, WEXITED | WNOWAIT);
+    kill(writer, SIGCONT);
+    waitpid(writer, &status, 0);
+    EXPECT_EQ(status, 0);
+    kill(reader, SIGCONT);
+    waitpid(reader, &status, 0);
+    EXPECT_EQ(status, c.end);
+    umount("/dev/shm");
+  }
 }
 
 TEST(NvramPower, DamageIsNotFatal) {
