@@ -273,9 +273,8 @@ namespace {
 
 constexpr int kLogged = -1; /* an error of neither the system nor the library */
 
-/* Flash first: what it cannot take is changed nowhere. The transaction is the lock that flash's
-   files need. */
-int ApplyOnce(int type, const std::vector<NvramChange> &changes) {
+/* Flash first: what it cannot take is changed nowhere. */
+int ApplyLocked(int type, const std::vector<NvramChange> &changes) {
   MDB_txn *txn = nullptr;
   std::string records;
   int stored = 0, rc = LmdbBegin(gWork, 0, &txn);
@@ -297,6 +296,9 @@ int nvram_desk_apply(int type, const std::vector<NvramChange> &changes) {
   for (const NvramChange &change : changes)
     if (CheckChange(change) != 0) return -1;
   if (CheckArea(type) != 0) return -1;
-  int rc = WithRoom([type, &changes] { return ApplyOnce(type, changes); });
+  int lock = FlashLock();
+  if (lock < 0) return Failed("locking", "flash", errno);
+  int rc = WithRoom([type, &changes] { return ApplyLocked(type, changes); });
+  FlashUnlock(lock);
   return rc == 0 || rc == kLogged ? rc : Failed("writing", kWorkPlace.folder, rc);
 }

@@ -9,6 +9,7 @@
 #include <sys/mount.h>
 #include <sys/ptrace.h>
 #include <sys/resource.h>
+#include <sys/syscall.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -21,11 +22,25 @@
 #include <memory>
 #include <string>
 #include <thread>
+#include <utility>
 #include <vector>
 
 #include "flash.h"
 #include "lmdb_env.h"
 #include "nvram_desk.h"
+
+namespace {
+void (*at_commit)(); /* called once, in place of a commit of the working copy, which then fails */
+}
+
+extern "C" int __real_mdb_txn_commit(MDB_txn *txn);
+extern "C" int __wrap_mdb_txn_commit(MDB_txn *txn) {
+  void (*instead)() = std::exchange(at_commit, nullptr);
+  if (instead == nullptr) return __real_mdb_txn_commit(txn);
+  mdb_txn_abort(txn);
+  instead();
+  return ENOMEM;
+}
 
 namespace {
 
@@ -634,6 +649,34 @@ TEST_F(Nvram, WhatFlashCannotTakeChangesNothing) {
     EXPECT_EQ(system("umount /var/nvram"), 0);
     EXPECT_EQ(nvram_clean(NVTYPE_BASIC), 0);
   }
+}
+
+pid_t committer;
+/* Another process commits; returns when that is done, or waits for this one's lock of flash. */
+void CommitElsewhere() {
+  committer = Start({"set", "other", "1", "commit"});
+  const std::string waits = std::to_string(SYS_flock) + " ";
+  for (int tries = 0; tries < 10000; ++tries, usleep(1000)) {
+    siginfo_t info = {};
+    std::string call;
+    std::getline(std::ifstream("/proc/" + std::to_string(committer) + "/syscall"), call);
+    if (call.compare(0, waits.size(), waits) == 0) return;
+    if (waitid(P_PID, committer, &info, WEXITED | WNOHANG | WNOWAIT) == 0 && info.si_pid != 0)
+      return;
+  }
+  ADD_FAILURE() << "the other process neither commits nor waits";
+}
+
+TEST_F(Nvram, TakingBackACommitLeavesThoseOfOthers) {
+  int status = -1;
+  ASSERT_EQ(nvram_desk_apply(NVTYPE_STAGING, {{"a", "1"}}), 0);
+  at_commit = CommitElsewhere;
+  EXPECT_EQ(nvram_desk_apply(NVTYPE_STAGING, {{"a", "2"}}), -1);
+  EXPECT_EQ(waitpid(committer, &status, 0), committer);
+  EXPECT_EQ(status, 0);
+  EXPECT_EQ(Walk(NVTYPE_STAGING, ""), (Settings{{"a", "1"}, {"other", "1"}}));
+  EXPECT_EQ(FileBytes("area1"), FlashFile(1, Walk(NVTYPE_STAGING, "")));
+  EXPECT_EQ(FileBytes("area1.1"), FlashFile(1, {{"a", "1"}}));
 }
 
 TEST_F(Nvram, ThreadsDoNotLoseEachOthersSettings) {
