@@ -1,7 +1,14 @@
 // Samba through media.sh, with holes in the firewall on the interface of the management connection.
 #include "samba_func.h"
 
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cctype>
+#include <cerrno>
 #include <cstring>
+#include <string>
 
 #include "ams_config_shell.h"
 #include "capabinfo_thread.h"
@@ -9,6 +16,8 @@
 
 namespace {
 
+/* Has `opened_on`: the kernel keeps the holes when this process ends. A boot clears both. */
+constexpr char kOpenedOn[] = "/var/samba_holes";
 constexpr uint32_t kDelay = 50; /* ms from the last change to the apply */
 
 struct SambaPort {
@@ -23,7 +32,7 @@ const SambaPort kPorts[] = {
 using Name = char[64]; /* of an interface */
 
 bool SambaTimerArmed = false;
-Name opened_on = ""; /* where the holes are; "": there are none that this process made */
+Name opened_on = ""; /* where the holes are; "": there are none, or an earlier process knows */
 
 /* `action`: "-A" or "-D". */
 void Rules(const char *action, const char *interface) {
@@ -35,10 +44,50 @@ void Rules(const char *action, const char *interface) {
   }
 }
 
+bool IsInterface(const char *name) {
+  for (const char *at = name; *at != '\0'; ++at)
+    if (isalnum(static_cast<unsigned char>(*at)) == 0 && strchr("._-:@", *at) == nullptr)
+      return false;
+  return *name != '\0';
+}
+
+/* Takes what an earlier process wrote; anything else than a name of an interface in a file of our
+   own is none, since it goes into command lines. */
+void Recall() {
+  struct stat found;
+  Name name = "";
+  int fd = open(kOpenedOn, O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC);
+  if (fd < 0) return; /* it is seldom there */
+  bool ours = fstat(fd, &found) == 0 && S_ISREG(found.st_mode) && found.st_uid == geteuid();
+  ssize_t length = ours ? read(fd, name, sizeof name) : 0;
+  close(fd);
+  if (length >= static_cast<ssize_t>(sizeof name) || !IsInterface(name)) return;
+  memcpy(opened_on, name, sizeof opened_on);
+}
+
+/* Before the first hole is there. */
+void Remember(const Name &interface) {
+  if (strcmp(opened_on, interface) == 0) return;
+  memcpy(opened_on, interface, sizeof opened_on);
+  if (WriteOwnFile(kOpenedOn, opened_on) != 0)
+    AMS_PRINT(4,
+              "%s not written: %m; make room there, or disable Samba before the management "
+              "connection moves while sysmgr restarts\n",
+              kOpenedOn);
+}
+
+/* After the last hole is gone. */
+void Forget() {
+  opened_on[0] = '\0';
+  (void)unlink(kOpenedOn); /* it is there when something was open */
+}
+
 /* The management connection may have moved to another interface since the holes were opened. */
 void CloseElsewhere(const char *interface) {
-  if (opened_on[0] != '\0' && strcmp(opened_on, interface) != 0) Rules("-D", opened_on);
-  opened_on[0] = '\0';
+  if (opened_on[0] == '\0') Recall();
+  if (opened_on[0] == '\0' || strcmp(opened_on, interface) == 0) return;
+  Rules("-D", opened_on);
+  Forget();
 }
 
 /* All rules go before the first comes, so there is one copy of each however often this runs. A name
@@ -47,9 +96,9 @@ void CloseElsewhere(const char *interface) {
 void SambaStart(const Name &interface) {
   CloseElsewhere(interface);
   if (strlen(interface) > 1) {
+    Remember(interface);
     Rules("-D", interface);
     Rules("-A", interface);
-    memcpy(opened_on, interface, sizeof opened_on);
   }
   cfgSystemCmd("/usr/syscfg/media.sh samba &");
 }
@@ -57,6 +106,7 @@ void SambaStart(const Name &interface) {
 void SambaStop(const Name &interface) {
   CloseElsewhere(interface);
   if (*interface != '\0') Rules("-D", interface);
+  Forget();
   cfgSystemCmd("killall -q nmbd");
   cfgSystemCmd("killall -q smbd");
 }

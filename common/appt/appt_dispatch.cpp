@@ -7,6 +7,7 @@
 #include <string>
 #include <vector>
 
+#include "ams_config_api.h"
 #include "ams_config_shell.h"
 #include "appt_store.h"
 
@@ -250,7 +251,7 @@ int DeleteInstance(MsgArg *arg) {
 
 int ListIndexes(MsgArg *arg) {
   int result;
-  arg->rBuf = appt_ReadIndexes(arg->url, "appt_Do_Array", &result);
+  arg->rBuf = cfgReadIndexes(arg->url, "appt_Do_Array", &result);
   if (arg->rBuf == nullptr) {
     AMS_PRINT(5, "tds_malloc failed size is %d.", 1024); /* or more */
     return -1;

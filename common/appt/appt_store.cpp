@@ -1,9 +1,9 @@
 // The store's texts as replies; see appt_store.h.
 #include "appt_store.h"
 
-#include <algorithm>
-#include <cstdlib>
 #include <cstring>
+
+#include "ams_config_api.h"
 
 namespace {
 
@@ -50,23 +50,9 @@ int AMS_Appt_Getattr(MsgArg *arg) {
   return 0;
 }
 
-char *appt_ReadIndexes(const char *url, const char *tag, int *result) {
-  char highest[16] = "0";
-  *result = -1;
-  /* what is no array has no list, and that is found again below */
-  (void)ams_get_array_maxIndex(gptXmlTrees->root, url, highest);
-  /* as many numbers as there may be, or as a message holds; the memory behind the list is never
-     touched */
-  uint64_t most = strtoull(highest, nullptr, 10) * (strlen(highest) + 1);
-  size_t room = static_cast<size_t>(std::clamp<uint64_t>(most, 1024, TDS_PAYLOAD_MAX));
-  char *list = static_cast<char *>(__tds_malloc(room, tag));
-  if (list != nullptr) *result = ams_get_idxes(gptXmlTrees->root, url, list, room);
-  return list;
-}
-
 int AMS_Appt_Getidxes(MsgArg *arg) {
   int result;
-  char *list = appt_ReadIndexes(arg->url, "AMS_Appt_Getidxes", &result);
+  char *list = cfgReadIndexes(arg->url, "AMS_Appt_Getidxes", &result);
   if (list == nullptr) AMS_PRINT(4, "no mem in ams");
   if (list == nullptr || result != 0) {
     __tds_free(list);

@@ -11,6 +11,3 @@ int AMS_Appt_Getidxes(MsgArg *arg);
 int AMS_Appt_Setattr(MsgArg *arg);
 int AMS_Appt_Savetree(MsgArg *arg);
 int AMS_Appt_Setleaf(MsgArg *arg);
-
-/* ams_get_idxes into a heap text of any length; its result in `result`. NULL: no memory. */
-char *appt_ReadIndexes(const char *url, const char *tag, int *result);

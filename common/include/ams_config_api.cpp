@@ -1,6 +1,7 @@
 // Parameters straight from the store; see ams_config_api.h.
 #include "ams_config_api.h"
 
+#include <algorithm>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -65,6 +66,20 @@ std::string PathBelow(const char *object, const char *name) {
 }
 
 }  // namespace
+
+char *cfgReadIndexes(const char *url, const char *tag, int *result) {
+  char highest[16] = "0";
+  *result = -1;
+  /* what is no array has no list, and that is found again below */
+  (void)ams_get_array_maxIndex(gptXmlTrees->root, url, highest);
+  /* as many numbers as there may be, or as a message holds; the memory behind the list is never
+     touched */
+  uint64_t most = strtoull(highest, nullptr, 10) * (strlen(highest) + 1);
+  size_t room = static_cast<size_t>(std::clamp<uint64_t>(most, 1024, TDS_PAYLOAD_MAX));
+  char *list = static_cast<char *>(__tds_malloc(room, tag));
+  if (list != nullptr) *result = ams_get_idxes(gptXmlTrees->root, url, list, room);
+  return list;
+}
 
 int cfgCopyNodeValue(const OpFuncArg *arg, const char *object, const char *source,
                      const char *target, const char *type) {

@@ -23,3 +23,6 @@ int cfgGetTotalInstance(const char *path);
    "string" it is written as a decimal integer. 0, or the store's result. */
 int cfgCopyNodeValue(const OpFuncArg *arg, const char *object, const char *source,
                      const char *target, const char *type);
+
+/* ams_get_idxes into a heap text of any length; its result in `result`. NULL: no memory. */
+char *cfgReadIndexes(const char *url, const char *tag, int *result);

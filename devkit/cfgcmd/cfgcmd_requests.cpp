@@ -10,6 +10,17 @@ std::string Bare(std::string path) {
   return path;
 }
 
+/* The outcome of a request that was not answered in time, with the modules that are to blame. */
+Outcome NotInTime(Outcome outcome, Options options) {
+  std::string reply;
+  DbmgrAnswer answer;
+  options.limit_ms = 1000;
+  if (Call(DBMGR_NAME, DBMGR_MSG_WAITS, "", options, &reply).status == kDone &&
+      DbmgrGetAnswer(reply.data(), reply.size(), &answer) == 0 && !answer.text.empty())
+    outcome.text += "; it waits for " + answer.text;
+  return outcome;
+}
+
 /* Asks and judges: an outcome that is not done carries the reason. */
 Outcome Ask(uint32_t command, const std::string &url, const std::string &value,
             const Options &options, DbmgrAnswer *answer) {
@@ -17,6 +28,7 @@ Outcome Ask(uint32_t command, const std::string &url, const std::string &value,
   std::string bytes = DbmgrPutRequest({command, url, value});
   std::string reply;
   Outcome outcome = Call(DBMGR_NAME, DBMGR_MSG_REQUEST, bytes, options, &reply);
+  if (outcome.status == kNoAnswer) return NotInTime(outcome, options);
   if (outcome.status != kDone) return outcome;
   if (DbmgrGetAnswer(reply.data(), reply.size(), answer) != 0)
     return {kRefused, "the answer is damaged: is the gateway of this client?"};

@@ -29,6 +29,7 @@ void Init(int32_t, const void *, uint32_t) {
 const MsgEntry kMessages[] = {
     {TDS_MSG_INIT, Init},
     {DBMGR_MSG_REQUEST, RouteRequest},
+    {DBMGR_MSG_WAITS, RouteWaits},
     {EV_APPT_MSG_ACKTO_AGT, RouteAcknowledgement},
     {EV_APPT_MSG_NO_OBJECT, RouteNoObject},
     {TDS_MSG_PEER_GONE, RoutePeerGone},

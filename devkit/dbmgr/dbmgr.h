@@ -24,6 +24,7 @@ struct Plan {
   std::string url, value;         /* as they travel to the module */
   std::string leaf;               /* full path when one leaf was asked for, else "" */
   std::vector<std::string> paths; /* "set": full paths of the leaves, in order */
+  std::string before;             /* "set": ValuesOf it when it was handed on */
 };
 
 /* Checks `request` against the tree and the limits of the frames, and brings its path into the one
@@ -38,15 +39,22 @@ int CheckForm(const std::string &path, const std::string &form, std::string_view
 /* Set before the first value is checked (--trust-values): takes any. */
 extern bool trust_values;
 
-/* The refusal of a plan by `who` ("the store", a module), which said why in `log`. */
-DbmgrAnswer RefusedBy(const std::string &who, const Plan &plan, const char *log);
+/* What the leaves of a "set" hold now, in order; "" for other commands. */
+std::string ValuesOf(const Plan &plan);
+
+/* The refusal of a plan by `who` ("the store", a module), which said why in `log`. It also says
+   what became of the parameters, or of `row`, the path of the new row that `who` told. */
+DbmgrAnswer RefusedBy(const std::string &who, const Plan &plan, const char *log,
+                      const std::string &row = "");
 
 /* Serves a plan that has no module. */
 DbmgrAnswer ServeFromStore(const Plan &plan);
 
-/* Message handlers of the routing: a client's request, a module's acknowledgement, its early word
-   that a node has no usable type, and the end of a module. */
+/* Message handlers of the routing: a client's request, its question whom dbmgr waits for, a
+   module's acknowledgement, its early word that a node has no usable type, and the end of a module.
+ */
 void RouteRequest(int32_t id, const void *data, uint32_t length);
+void RouteWaits(int32_t id, const void *data, uint32_t length);
 void RouteAcknowledgement(int32_t id, const void *data, uint32_t length);
 void RouteNoObject(int32_t id, const void *data, uint32_t length);
 void RoutePeerGone(int32_t id, const void *data, uint32_t length);

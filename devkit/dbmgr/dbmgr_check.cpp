@@ -19,18 +19,17 @@ struct CommandRule {
   uint32_t command;
   const char *name;
   unsigned takes;
-  const char *needs;  /* for the refusal of other nodes */
-  const char *undone; /* what a refusal by who serves it leaves */
+  const char *needs; /* for the refusal of other nodes */
 };
 
 const CommandRule kRules[] = {
-    {APPT_CMD_GET, "get", kLeaf | kObject | kArray | kInstance, "", ""},
-    {APPT_CMD_SET, "set", kObject | kInstance, "a parameter", "its parameters are as before; "},
-    {APPT_CMD_ADD, "add", kArray, "an array", "no row is new; "},
-    {APPT_CMD_DEL, "del", kInstance, "an instance of an array", ""},
-    {APPT_CMD_LIST, "list", kArray, "an array", ""},
-    {APPT_CMD_ATTR, "attr", kLeaf | kObject | kArray | kInstance, "", ""},
-    {APPT_CMD_REFRESH, "refresh", kLeaf | kObject | kArray | kInstance, "", ""},
+    {APPT_CMD_GET, "get", kLeaf | kObject | kArray | kInstance, ""},
+    {APPT_CMD_SET, "set", kObject | kInstance, "a parameter"},
+    {APPT_CMD_ADD, "add", kArray, "an array"},
+    {APPT_CMD_DEL, "del", kInstance, "an instance of an array"},
+    {APPT_CMD_LIST, "list", kArray, "an array"},
+    {APPT_CMD_ATTR, "attr", kLeaf | kObject | kArray | kInstance, ""},
+    {APPT_CMD_REFRESH, "refresh", kLeaf | kObject | kArray | kInstance, ""},
 };
 
 bool Reads(uint32_t command) {
@@ -187,13 +186,26 @@ int CheckFrame(const Plan &plan, std::string *why) {
                          " carries 255: set fewer or shorter ones");
 }
 
+/* What a refused plan left. Whoever refuses undoes first, but that may fail, too: the store knows.
+ */
+std::string LeftBy(const Plan &plan, const std::string &row) {
+  if (plan.command == APPT_CMD_SET)
+    return plan.before == ValuesOf(plan)
+               ? "its parameters are as before; "
+               : "its parameters have changed meanwhile, \"cfgcmd get\" shows them; ";
+  if (plan.command != APPT_CMD_ADD) return "";
+  if (KindOf(row) == 0) return "no row is new; ";
+  return "\"" + row + "\" is there all the same, \"cfgcmd del\" takes it away; ";
+}
+
 }  // namespace
 
-DbmgrAnswer RefusedBy(const std::string &who, const Plan &plan, const char *log) {
+DbmgrAnswer RefusedBy(const std::string &who, const Plan &plan, const char *log,
+                      const std::string &row) {
   const CommandRule *rule = FindRule(plan.command); /* a plan has one */
   return {-1, DbmgrText::Text,
           who + " refused " + rule->name + " of \"" + (plan.leaf.empty() ? plan.url : plan.leaf) +
-              "\": " + rule->undone + log + " says why"};
+              "\": " + LeftBy(plan, row) + log + " says why"};
 }
 
 int PlanRequest(const DbmgrRequest &request, Plan *plan, std::string *why) {

@@ -1,11 +1,10 @@
 // What the data-base manager does with the store itself: serves nodes that no module serves, and
 // lists.
-#include <algorithm>
-#include <cstdlib>
 #include <cstring>
 #include <memory>
 
 #include "ams_common_api.h"
+#include "ams_config_api.h"
 #include "dbmgr.h"
 
 namespace {
@@ -66,16 +65,10 @@ DbmgrAnswer Delete(const Plan &plan) {
 }
 
 DbmgrAnswer List(const Plan &plan) {
-  AmsTree *root = gptXmlTrees->root;
-  const char *array = plan.url.c_str();
-  char highest[16];
-  if (ams_get_array_maxIndex(root, array, highest) != 0) return Refused(plan);
-  /* Room for all the numbers up to that one, and for rows that are added meanwhile. */
-  uint64_t room = strtoull(highest, nullptr, 10) * (strlen(highest) + 1) + 4096;
-  std::string list(std::min<uint64_t>(room, TDS_PAYLOAD_MAX), '\0');
-  if (ams_get_idxes(root, array, list.data(), list.size()) != 0) return Refused(plan);
-  list.resize(strlen(list.c_str()));
-  return {0, DbmgrText::Text, list};
+  int result;
+  StoreText list(cfgReadIndexes(plan.url.c_str(), "List", &result), __tds_free);
+  if (list == nullptr || result != 0) return Refused(plan);
+  return {0, DbmgrText::Text, list.get()};
 }
 
 DbmgrAnswer Refresh(const Plan &) { return {}; /* whoever had to be asked was asked before */ }
@@ -92,6 +85,16 @@ const LocalRow kLocal[] = {
 };
 
 }  // namespace
+
+std::string ValuesOf(const Plan &plan) {
+  std::string values, value(AMS_VALUE_MAX + 1, '\0');
+  for (const std::string &path : plan.paths) {
+    value[0] = '\0'; /* of a leaf that is gone */
+    (void)ams_mxml_get_leaf(path.c_str(), value.data(), value.size());
+    values.append(value.c_str()) += '\0';
+  }
+  return values;
+}
 
 DbmgrAnswer ServeFromStore(const Plan &plan) {
   for (const LocalRow &row : kLocal)

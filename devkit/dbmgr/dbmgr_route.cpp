@@ -94,6 +94,7 @@ void Pump(const std::string &name) {
     Request request = std::move(module.waiting.front());
     module.waiting.pop_front();
     uint32_t chain = NextChainId();
+    request.plan.before = ValuesOf(request.plan);
     std::string frame = Frame(chain, request.plan);
     if (SendMsg(EV_APPT_MSG_REQUEST, frame.data(), static_cast<uint32_t>(frame.size()),
                 name.c_str()) != 0) {
@@ -153,7 +154,7 @@ DbmgrAnswer AnswerOf(const Request &request, int32_t result, uint32_t code,
                      const std::string &text) {
   const Plan &plan = request.plan;
   constexpr char kLog[] = "/var/log/devkit/sysmgr.log";
-  if (result < 0) return RefusedBy(plan.module, plan, kLog);
+  if (result < 0) return RefusedBy(plan.module, plan, kLog, text);
   if (code != APPT_CODE_RESULT_VALUE) {
     if (plan.command != APPT_CMD_GET && plan.command != APPT_CMD_ATTR)
       return {result, DbmgrText::None, ""};
@@ -181,8 +182,16 @@ void RouteRequest(int32_t, const void *data, uint32_t length) {
   if (PlanRequest(asked, &request.plan, &why) != 0) return Refuse(request.client, why);
   if (!request.plan.module.empty()) return Enqueue(std::move(request));
   if (!request.plan.asks.empty()) return EnqueueParts(request);
-
+  request.plan.before = ValuesOf(request.plan);
   Answer(request.client, ServeFromStore(request.plan));
+}
+
+void RouteWaits(int32_t, const void *, uint32_t) {
+  std::string names;
+  for (const auto &[name, module] : g_modules)
+    if (module.in_flight > 0) names += (names.empty() ? "" : ", ") + name;
+  uint64_t client = tds_hold_reply();
+  if (client != 0) Answer(client, {0, DbmgrText::Text, names});
 }
 
 void RouteAcknowledgement(int32_t, const void *data, uint32_t length) {

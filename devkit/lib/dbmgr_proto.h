@@ -3,6 +3,8 @@
 //
 // Request: u32 command (APPT_CMD_...), u16 length of the url, url, u32 length of the value, value.
 // Answer:  i32 result, u8 kind of text, text.
+// A request without a payload, DBMGR_MSG_WAITS, is answered at once with the names of the modules
+// that have not answered a request yet.
 #pragma once
 
 #include <cstdint>
@@ -10,6 +12,7 @@
 
 constexpr char DBMGR_NAME[] = "dbmgr:dbmgt";
 constexpr uint32_t DBMGR_MSG_REQUEST = 0x110000;
+constexpr uint32_t DBMGR_MSG_WAITS = 0x110001;
 
 /* "set": `url` is the object and `value` its leaves, "a=1\x03b=2". All others: `url` alone. */
 struct DbmgrRequest {

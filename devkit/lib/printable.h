@@ -5,21 +5,38 @@
 #include <string>
 #include <string_view>
 
+/* The bytes of the character that `text`, which is not empty, begins with; 0: it is no UTF-8. */
+inline size_t Utf8Size(std::string_view text) {
+  auto byte = [&](size_t at) { return static_cast<unsigned char>(text[at]); };
+  if (byte(0) < 0x80) return 1;
+  size_t size = byte(0) < 0xE0 ? 2 : byte(0) < 0xF0 ? 3 : 4;
+  if (byte(0) < 0xC2 || byte(0) > 0xF4 || text.size() < size) return 0;
+  for (size_t at = 1; at < size; ++at)
+    if ((byte(at) & 0xC0) != 0x80) return 0;
+  /* longer forms than a character needs, surrogates, and what is above U+10FFFF */
+  unsigned begin = byte(0) << 8 | byte(1);
+  bool none = (begin >= 0xE080 && begin < 0xE0A0) || (begin >= 0xEDA0 && begin < 0xEE00) ||
+              (begin >= 0xF080 && begin < 0xF090) || begin >= 0xF490;
+  return none ? 0 : size;
+}
+
 /* `text` with "\x1b" and the like for what may move a terminal's cursor, colour it or more: control
-   characters but the line feed, and the second set of them, U+0080 to U+009F. */
+   characters but the line feed, the second set of them, U+0080 to U+009F, and bytes that are no
+   UTF-8, which a terminal may take for that set's. */
 inline std::string Printable(std::string_view text) {
   std::string printable;
-  for (size_t at = 0; at < text.size(); ++at) {
-    auto byte = static_cast<unsigned char>(text[at]);
-    auto next = static_cast<unsigned char>(at + 1 < text.size() ? text[at + 1] : 0);
-    bool second_set = byte == 0xC2 && next >= 0x80 && next < 0xA0;
+  for (size_t size; !text.empty(); text.remove_prefix(size)) {
+    size = Utf8Size(text);
+    auto byte = static_cast<unsigned char>(text[0]);
+    auto next = static_cast<unsigned char>(size == 2 ? text[1] : 0);
+    bool second_set = byte == 0xC2 && next < 0xA0;
     char code[12];
     snprintf(code, sizeof code, second_set ? "\\u%04x" : "\\x%02x", second_set ? next : byte);
-    if ((byte < 0x20 && byte != '\n') || byte == 0x7F || second_set)
+    if ((byte < 0x20 && byte != '\n') || byte == 0x7F || second_set || size == 0)
       printable += code;
     else
-      printable += text[at];
-    if (second_set) ++at;
+      printable += text.substr(0, size);
+    if (size == 0) size = 1;
   }
   return printable;
 }

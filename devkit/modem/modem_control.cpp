@@ -73,8 +73,9 @@ ModemJson Receive(Modem *modem, const ModemJson &request, time_t now) {
                  "1 to 11 letters and digits");
   if (!Time(Word(request, "time"), now, &when))
     return Usage("no such time: write it as \"2024-11-25 09:30:15\"");
-  std::vector<std::string> pdus = ModemDeliverText(modem, from, text, when);
-  if (pdus.empty()) return Refused("the text takes more than 255 messages: shorten it");
+  std::vector<std::string> pdus;
+  const char *why = ModemDeliverText(modem, from, text, when, &pdus);
+  if (why != nullptr) return Refused(why);
   return ReceivePdus(modem, pdus);
 }
 

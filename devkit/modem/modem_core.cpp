@@ -196,7 +196,7 @@ void Record(Modem *modem, const std::string &command, const std::string &result)
 /* The end of a command, and of its PDU if it has one. */
 std::string Finish(Modem *modem, const AtRow &row, AtAnswer answer) {
   if (Misbehaves(*modem, row, ModemBehaviour::kGarbage)) MakeGarbage(&answer);
-  modem->calls.back().result = answer.result;
+  modem->calls.back().result = answer.result + (answer.why.empty() ? "" : ": " + answer.why);
   (void)ModemDeliverWaiting(modem); /* if room has come */
   return Text(answer);
 }
@@ -266,8 +266,8 @@ bool TakeByte(Modem *modem, char byte, time_t now, ModemOutput *output) {
 }  // namespace
 
 AtAnswer AtEquipmentError(int number) { return {{}, "+CME ERROR: " + std::to_string(number)}; }
-AtAnswer AtMessageError(int number) { return {{}, "+CMS ERROR: " + std::to_string(number)}; }
-AtAnswer AtError() { return {{}, "ERROR"}; }
+AtAnswer AtMessageError(int number) { return {{}, "+CMS ERROR: " + std::to_string(number), ""}; }
+AtAnswer AtError() { return {{}, "ERROR", ""}; }
 
 bool AtNumber(const std::string &text, int least, int most, int *number) {
   if (text.empty() || text.size() > 9 || text.find_first_not_of("0123456789") != text.npos)

@@ -39,7 +39,8 @@ struct ModemSent {
 };
 
 struct ModemCall {
-  std::string command, result; /* what was not printable is "\x1a" */
+  std::string command; /* what was not printable is "\x1a" */
+  std::string result;  /* with the reason, when the modem has one */
 };
 
 struct ModemBehaviour {
@@ -105,10 +106,10 @@ enum { kModemWaitingMax = 1000 };
 std::string ModemReceive(Modem *modem, const std::string &pdu);
 std::string ModemDeliverWaiting(Modem *modem); /* the same of the last one that waited */
 
-/* A text from a number or name, in as many parts as it needs: their PDUs, none when it is too long.
- */
-std::vector<std::string> ModemDeliverText(Modem *modem, const std::string &from,
-                                          const std::string &text, time_t when);
+/* A text from a number or name, in as many parts as it needs: their PDUs into `pdus`. NULL, or why
+   there are none. */
+const char *ModemDeliverText(Modem *modem, const std::string &from, const std::string &text,
+                             time_t when, std::vector<std::string> *pdus);
 
 /* ---- commands ---- */
 
@@ -122,6 +123,7 @@ struct AtCall {
 struct AtAnswer {
   std::vector<std::string> lines;
   std::string result = "OK";
+  std::string why = ""; /* for whoever looks at the modem: the tty has no place for it */
 };
 
 /* Equipment and message errors; 3GPP TS 27.007 and 27.005 list the numbers. */

@@ -139,25 +139,27 @@ size_t CentreOctets(const std::string &octets) {
   return octets.empty() ? 0 : std::min(octets.size(), size_t{1} + Bytes(octets)[0]);
 }
 
-bool ParseSubmit(const std::string &octets, SubmitPdu *submit) {
+const char *ParseSubmit(const std::string &octets, SubmitPdu *submit) {
   const uint8_t *byte = Bytes(octets);
   size_t at = CentreOctets(octets);
   submit->centre_octets = at;
-  if (at == 0 || octets.size() < at + 4) return false;
+  if (at == 0 || octets.size() < at + 4) return "the PDU ends before the recipient";
   submit->first = byte[at];
-  if ((submit->first & 3) != 1) return false;
+  if ((submit->first & 3) != 1) return "the PDU is no SMS-SUBMIT";
   at += 2; /* TP-MR is the network's */
   size_t digits = byte[at], address = (digits + 1) / 2;
-  if (digits == 0 || digits > 20 || octets.size() < at + 2 + address + 2) return false;
+  if (digits == 0 || digits > 20) return "the recipient has not 1 to 20 digits";
+  if (octets.size() < at + 2 + address + 2) return "the PDU ends within the recipient or TP-DCS";
   submit->number = NumberText(byte[at + 1], octets.substr(at + 2, address), digits);
   at += 2 + address;
   submit->fields = octets.substr(at, 2);
   at += 2 + ValidityOctets(submit->first);
-  if (octets.size() <= at) return false;
+  if (octets.size() <= at) return "the PDU ends before TP-UDL";
   submit->data = octets.substr(at);
   auto dcs = static_cast<unsigned char>(submit->fields[1]);
   size_t data = DataOctets(dcs, byte[at]);
-  return data <= 140 && submit->data.size() == 1 + data;
+  if (data > 140) return "TP-UDL says more than 140 octets";
+  return submit->data.size() == 1 + data ? nullptr : "TP-UDL does not fit the octets behind it";
 }
 
 std::string DeliverPdu(const SubmitPdu &submit, const std::string &centre, const std::string &from,

@@ -25,8 +25,8 @@ struct SubmitPdu {
   std::string data;     /* TP-UDL and TP-UD */
 };
 
-/* False when the octets are no SMS-SUBMIT, or its lengths do not fit them. */
-bool ParseSubmit(const std::string &octets, SubmitPdu *submit);
+/* NULL; else why the octets are no SMS-SUBMIT, or which of its lengths does not fit them. */
+const char *ParseSubmit(const std::string &octets, SubmitPdu *submit);
 
 /* Octets of the service centre's address with its length; at most `octets` has. */
 size_t CentreOctets(const std::string &octets);

@@ -55,11 +55,25 @@ std::string LastDigits(const std::string &number) {
   return number.substr(number.size() > kSubscriber ? number.size() - kSubscriber : 0);
 }
 
-/* The octets of the PDU at the prompt, when they are as long as was announced. */
-bool PduOctets(const AtCall &call, std::string *octets) {
+/* The octets of the PDU at the prompt: NULL, or why it is none of the announced length. */
+const char *PduOctets(const AtCall &call, std::string *octets) {
   int length;
-  return AtNumber(call.arguments[0], 1, kTpduMax, &length) && OctetsFromHex(call.pdu, octets) &&
-         octets->size() == CentreOctets(*octets) + static_cast<size_t>(length);
+  if (!OctetsFromHex(call.pdu, octets)) return "the PDU is not hexadecimal digits, two an octet";
+  bool announced = AtNumber(call.arguments[0], 1, kTpduMax, &length) &&
+                   octets->size() == CentreOctets(*octets) + static_cast<size_t>(length);
+  return announced ? nullptr : "the PDU has not as many octets as the command says";
+}
+
+/* The same of a message to send. */
+const char *SubmitOctets(const AtCall &call, std::string *octets, SubmitPdu *submit) {
+  const char *why = PduOctets(call, octets);
+  return why != nullptr ? why : ParseSubmit(*octets, submit);
+}
+
+AtAnswer BadPdu(const char *why) {
+  AtAnswer answer = AtMessageError(kBadPdu);
+  answer.why = why;
+  return answer;
 }
 
 /* What both commands with a PDU want of their length. */
@@ -174,7 +188,8 @@ AtAnswer AtSendArguments(Modem *modem, const AtCall &call) { return CheckLength(
 AtAnswer AtSend(Modem *modem, const AtCall &call) {
   std::string octets;
   SubmitPdu submit;
-  if (!PduOctets(call, &octets) || !ParseSubmit(octets, &submit)) return AtMessageError(kBadPdu);
+  const char *why = SubmitOctets(call, &octets, &submit);
+  if (why != nullptr) return BadPdu(why);
   if (submit.centre_octets == 1 && modem->centre.empty()) return AtMessageError(kNoCentre);
   modem->sent.push_back({submit.number, call.pdu});
   if (modem->sent.size() > kSentMax) modem->sent.pop_front();
@@ -200,8 +215,9 @@ AtAnswer AtWrite(Modem *modem, const AtCall &call) {
   SubmitPdu submit;
   int stat;
   (void)Stat(call, 1, SHORTMSG_SENT, SHORTMSG_UNSENT, &stat); /* it was checked */
-  if (!PduOctets(call, &octets) || (stat >= SHORTMSG_UNSENT && !ParseSubmit(octets, &submit)))
-    return AtMessageError(kBadPdu);
+  const char *why =
+      stat >= SHORTMSG_UNSENT ? SubmitOctets(call, &octets, &submit) : PduOctets(call, &octets);
+  if (why != nullptr) return BadPdu(why);
   int index = Put(Storage(modem, kToWrite), stat, call.pdu);
   if (index < 0) return AtMessageError(kFull);
   return {{"+CMGW: " + std::to_string(index)}};
@@ -226,14 +242,14 @@ std::string ModemReceive(Modem *modem, const std::string &pdu) {
 }
 
 /* The codec makes what would be sent, and the network's other end makes of it what is received. */
-std::vector<std::string> ModemDeliverText(Modem *modem, const std::string &from,
-                                          const std::string &text, time_t when) {
-  std::vector<std::string> pdus;
+const char *ModemDeliverText(Modem *modem, const std::string &from, const std::string &text,
+                             time_t when, std::vector<std::string> *pdus) {
   ShortMsgParts parts;
   ShortMsgHeader header;
   ShortMsgParam record = {};
   record.TPA[0] = '0'; /* any number: only its place is taken */
-  if (ShortMsgPartsOf(text.data(), text.size(), &parts) < 0) return pdus;
+  if (ShortMsgPartsOf(text.data(), text.size(), &parts) < 0)
+    return "the text takes more than 255 messages: shorten it";
   unsigned reference = ++modem->long_reference;
   while (ShortMsgNextPart(&parts, &record, &header) != 0) {
     char pdu[SHORTMSG_PDU_SIZE];
@@ -242,8 +258,10 @@ std::vector<std::string> ModemDeliverText(Modem *modem, const std::string &from,
     header.octets[3] = static_cast<uint8_t>(reference >> 8); /* each sender counts its own */
     header.octets[4] = static_cast<uint8_t>(reference);
     PduEncode(&record, pdu, parts.total > 1 ? &header : nullptr);
-    (void)(OctetsFromHex(pdu, &octets) && ParseSubmit(octets, &submit)); /* it is one */
-    pdus.push_back(DeliverPdu(submit, modem->centre, from, when));
+    (void)OctetsFromHex(pdu, &octets); /* only what is hexadecimal is kept */
+    const char *why = ParseSubmit(octets, &submit);
+    if (why != nullptr) return why;
+    pdus->push_back(DeliverPdu(submit, modem->centre, from, when));
   }
-  return pdus;
+  return nullptr;
 }

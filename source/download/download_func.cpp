@@ -6,7 +6,6 @@
 
 #include <pthread.h>
 #include <semaphore.h>
-#include <sys/stat.h>
 #include <time.h>
 #include <unistd.h>
 
@@ -208,21 +207,22 @@ void FreeMemory(Aftermath *after) {
   for (const char *line : kMakeRoom) cfgSystemCmd("%s", line);
 }
 
-/* curl follows a link and fills a pipe. What stands in the image's place stays only when it is a
-   plain file of our own, under this name alone. */
-void ClearTarget(const char *name) {
+/* Makes the file that curl fills, which is a new and empty one of our own: curl follows a link and
+   fills a pipe, and a fetch that fails leaves what is there to be flashed. 0 or -1 (logged). */
+int MakeTarget(const char *name) {
   char path[sizeof "/tmp/" + DOWNLOAD_NAME_SIZE];
-  struct stat found;
   snprintf(path, sizeof path, "/tmp/%s", name);
-  if (lstat(path, &found) != 0) return;
-  if (S_ISREG(found.st_mode) && found.st_uid == geteuid() && found.st_nlink == 1) return;
-  if (remove(path) != 0) AMS_PRINT(4, "%s is no file of ours and stays: %m; remove it\n", path);
+  (void)rmdir(path); /* seldom a folder; all else WriteOwnFile removes */
+  if (WriteOwnFile(path, "") == 0) return 0;
+  AMS_PRINT(4, "%s cannot be made, nothing is fetched: %m; remove what is there, or make room\n",
+            path);
+  return -1;
 }
 
 /* Whether the file came is not asked: the version manager finds out. */
 void FetchAndUpgrade(const DownloadOrder &order, DownloadLine &line, DownloadState *result) {
   if (DownloadFetchCommand(order, line) != 0) return; /* refused before */
-  ClearTarget(order.target);
+  if (MakeTarget(order.target) != 0) return;
   AMS_PRINT(3, "DownCmd=%s", line);
   RunLong(line);
   if (strcmp(order.file_type, kImageType) != 0) {

@@ -100,13 +100,14 @@ int ReadPrinter(Printer *printer) {
 
 /* lpdsrv serves the network that the LAN address is in, so it gets the address without its last
    part. It puts itself into the background. Without an address the set stands: the server comes
-   with the next one. */
-int PrinterStart(const Printer &printer) {
+   with the next one. `killed`: one that ran may still have the port. */
+int PrinterStart(const Printer &printer, bool killed) {
   const char *dot = strrchr(printer.address, '.');
   if (dot == nullptr) {
     AMS_PRINT(4, "Fail to start lpdsrv: bad lan IP %s\n", printer.address);
     return 0;
   }
+  if (killed) AwaitFreePorts(SOCK_STREAM, {kPrinterPort});
   return cfgSystemCmd("lpdsrv -n %.*s -o /dev/lp0 -r %s:/dev/lp0",
                       static_cast<int>(dot - printer.address), printer.address, printer.queue);
 }
@@ -175,7 +176,5 @@ int FuncServPrinter(OpFuncArg *arg) {
   bool on = LeafInt(SERVICES "X_KVO-ServicePrinter.Enabled") == 1;
   if (on && ReadPrinter(&printer) != 0) return -1;
   if (arg->op == TMF_SET && cfgSystemCmd("killall lpdsrv >/dev/null 2>&1") != 0) return -1;
-  if (!on) return 0;
-  if (arg->op == TMF_SET) AwaitFreePorts(SOCK_STREAM, {kPrinterPort});
-  return PrinterStart(printer);
+  return on ? PrinterStart(printer, arg->op == TMF_SET) : 0;
 }

@@ -168,7 +168,7 @@ struct Listing {
 
 bool WaitForMore(Listing *listing) {
   if (--listing->tests <= 0) return false;
-  usleep(10000);
+  tds_delay(10);
   return true;
 }
 
@@ -250,16 +250,19 @@ void ShortMsgFormatList(const ShortMsgEntry *entries, size_t count, int filter,
   for (const ShortMsgEntry *entry : order)
     if (!IsFirst(*entry)) parts.push_back(entry);
   size_t length = 0;
+  bool full = false;
   *text = '\0';
   for (const ShortMsgEntry *entry : order) {
     if (!IsFirst(*entry)) continue;
     std::string index = std::to_string(entry->index), content = entry->content;
     AppendParts(*entry, &parts, &index, &content); /* listed or not, they are its own */
     if (!Passes(*entry, filter)) continue;
-    std::string record = Record(*entry, index, content, marks);
-    if (length + record.size() >= size) {
+    std::string record = Record(*entry, index, content, marks); /* marks it in a full list, too */
+    if (full) continue;
+    full = length + record.size() >= size;
+    if (full) {
       AMS_PRINT(3, "the list ends before message %d: %zu bytes are full\n", entry->index, size);
-      return;
+      continue;
     }
     memcpy(text + length, record.c_str(), record.size() + 1);
     length += record.size();

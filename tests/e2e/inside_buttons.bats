@@ -48,9 +48,9 @@ mark_log() { mark=$(stat -c %s $LOG); }
 # A key event, and the switch.
 press() { cfgcmd send sysmgr:button_proc 0x100051 --hex "63000000 $(printf %02x "$1")000000"; }
 switch() { cfgcmd send sysmgr:button_proc 0x100052 --hex "$1"; }
-# Messages are handled in order, so the last key's command line tells that all before it are through.
-# The scripts run in the background, side by side.
-pressed() { grep -qxF "$BOARD/key_press.sh $1&" $COMMANDS; }
+# Messages are handled in order, so the last key's script tells that all before it are through. The
+# scripts run in the background, side by side.
+pressed() { grep -qxF "$BOARD/key_press.sh $1" $CALLS; }
 scripts_are() { [ "$(grep -F key_press.sh $CALLS | sort)" = "$1" ]; }
 
 @test "the driver is told the desk's timings at the start" {

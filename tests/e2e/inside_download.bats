@@ -42,9 +42,9 @@ teardown_file() {
   rm /usr/sbin/free
 }
 
+# A version manager that never gives up an order whose orderer is slow.
 setup() {
-  gateway-daemon start vermgt 2>/dev/null
-  vermgtctl behave normal
+  gateway-daemon restart vermgt --patience 86400
   free_memory 51200
   rm -rf $FLASHED /tmp/*.bin
 }
@@ -71,6 +71,7 @@ order() {
   for name in "${!leaf[@]}"; do echo "sset $ORDER.$name '${leaf[$name]}'"; done >"$BATS_TEST_TMPDIR/order"
   cfgcmd batch "$BATS_TEST_TMPDIR/order" >/dev/null
   : >$COMMANDS
+  : >$CALLS
   : >$INFORMS
   expect 0 "" cfgcmd set $ORDER.FileType "${leaf[FileType]}"
 }
@@ -86,9 +87,11 @@ is_time() { [[ $1 =~ ^20[0-9]{2}-[01][0-9]-[0-3][0-9]T[0-2][0-9]:[0-5][0-9]:[0-6
 
 ran() { until_true ran_is "$1" || fail "it ran: $(cat $COMMANDS)"$'\n'"it should run: $1"; }
 
-# ended LINES: the order comes to its end, which is when it has run exactly these command lines and
-# has given back all it had.
-ended() { ran "$1" && until_true given_back; }
+called() { grep -qx -- "$1" $CALLS; }
+
+# ended LINES: the order comes to its end, which is when it has run exactly these command lines, the
+# reboot to its end, and has given back all it had.
+ended() { ran "$1" && until_true given_back && { [[ $1 != *reboot ]] || until_true called /usr/sbin/reboot; }; }
 
 # failed_with CODE FETCH [KEY]: and has reported that failure.
 failed_with() {
@@ -127,7 +130,6 @@ flashed() {
   while read -r what fetch url key; do
     rm -rf $FLASHED
     nvram unset Tr069strap 2>/dev/null || true
-    : >$CALLS
     order URL=$url CommandKey=$key Username=desk Password=s3cret
     ended "$PRE
 $DROP
@@ -140,7 +142,6 @@ reboot" || fail "$what" || return
     flashed yes || fail "$what" || return
     expect 0 "BT  TC-$key Dn-$key" nvram get Tr069strap || fail "$what" || return
     cmp /tmp/zorp_image.bin /var/www/fw.bin || fail "$what: the image below /tmp stays" || return
-    until_true grep -qx /usr/sbin/reboot $CALLS || fail "$what" || return
     state_has 'order zorp_image.bin of sysmgr: success after' || fail "$what" || return
   done <<CASES
 http-digest plain $WEB/digest/fw.bin k1
@@ -152,8 +153,9 @@ CASES
 @test "what the server or the version manager does not give ends in a fault" {
   while read -r what how target code word credentials url; do
     vermgtctl behave $how
-    rm -rf $FLASHED /tmp/*.bin
+    rm -rf $FLASHED
     [ $what != unwritable ] || : >$FLASHED
+    cp --remove-destination /var/www/fw.bin /tmp/$target # of an earlier order: nobody ordered it now
     order URL=$url CommandKey=$what TargetFileName=$target Username=${credentials%:*} Password=${credentials#*:}
     failed_with $code "$(plain $url $credentials $target)" $what || fail "$what" || return
     flashed no || fail "$what" || return
@@ -187,15 +189,13 @@ CASES
   vermgtctl behave slow 5
   order URL=$WEB/open/damaged.bin
   failed_with 9001 "$(plain $WEB/open/damaged.bin)"
-  state_has 'fwchk_failed after 6 polls'
+  state_has fwchk_failed
+  polled 6
 }
 
 @test "a hanging version manager is polled 201 times, and requests are answered meanwhile" {
   vermgtctl behave hang
   order CommandKey=slow
-  until_true state_has downloading
-  expect 0 V2.3.1 cfgcmd get $DEVICE.X_KVO_FWVersion
-  expect 0 before field CompleteTime
   # 20 seconds for the polls, and longer on a busy machine.
   for ((i = 20; i <= 201; i += 20)); do
     until_true polled $i
@@ -213,36 +213,40 @@ order zorp_image.bin of sysmgr: timeout after 201 polls"
   flashed no
 }
 
-# The first order waits for the version manager, and goes on when the second has ended.
-two_orders() {
-  local word
+# A version manager's order, from here; the image is not there, which matters at its end only.
+readonly OF_OTHERS=$(repeat 0 384)612e62696e$(repeat 0 246)
+readonly POLL=646f776e6c6f6164696e6700 CONFIRM=7375636365737300 GIVE_UP=74696d656f757400
+
+@test "of two orders at once each gets its own result" {
+  # The first stands in its script while the second finds the version manager occupied.
+  rm $PRE
+  printf '#!/bin/sh\n: >/tmp/held\nuntil [ -e /tmp/go ]; do sleep 0.02; done\n' >$PRE
+  chmod +x $PRE
   vermgtctl behave hang
+  expect 0 downloading ask 0xfff04 $OF_OTHERS
   order CommandKey=first
-  until_true state_has downloading || return
+  until_true [ -e /tmp/held ]
+  rm $PRE
+  ln -s "$DEVKIT_BUILD/bin/stub" $PRE
   order CommandKey=second URL=$WEB/open/other.bin TargetFileName=other.bin
   ran "$PRE
 $DROP
 $FREE
 $(plain $WEB/open/other.bin '' other.bin)
 $TOLD EV TC-second Dn-second
-$POST failed" || return
-  reported 9001 'EV TC-second Dn-second' || return
-  # Another process neither confirms the daemon's order nor ends it.
-  for word in 646f776e6c6f6164696e6700 7375636365737300 74696d656f757400; do
-    expect 0 occupied ask 0xfff05 $word || return
-  done
+$POST failed"
+  reported 9001 "EV TC-second Dn-second"
+  expect 0 timeout ask 0xfff05 $GIVE_UP
+  vermgtctl behave normal
   : >$COMMANDS
   : >$INFORMS
-  vermgtctl behave normal
-  until_true given_back
-  ran "nvram set Tr069strap=\"BT  TC-first Dn-first\"
+  touch /tmp/go
+  ended "$DROP
+$FREE
+$(plain $WEB/open/fw.bin)
+nvram set Tr069strap=\"BT  TC-first Dn-first\"
 $POST success
 reboot"
-}
-
-@test "of two orders at once each gets its own result" {
-  # On a busy machine the first may be at its 201st poll too early.
-  two_orders || { state_has timeout && two_orders; }
   reported 0
   flashed yes
 }
@@ -297,10 +301,20 @@ insmod /lib/ko/hi_kipsec.ko"
   expect 0 '' cat $INFORMS
 }
 
-@test "an order waits its delay between the start and the fetch" {
-  order URL=$WEB/open/damaged.bin DelaySeconds=2
-  failed_with 9001 "$(plain $WEB/open/damaged.bin)"
-  [ $(($(stat -c %Y /tmp/zorp_image.bin) - $(date -d "$(field StartTime)" +%s))) -ge 2 ]
+@test "an order waits its delay between the start and the fetch, and nobody waits for it" {
+  order CommandKey=late DelaySeconds=86400 TargetFileName=late.bin
+  ran "$PRE"
+  order URL=$WEB/open/damaged.bin
+  ran "$PRE
+$DROP
+$FREE
+$(plain $WEB/open/damaged.bin)
+$TOLD EV TC- Dn-
+$POST failed"
+  [ ! -e /tmp/late.bin ]
+  : >$COMMANDS
+  gateway-daemon restart sysmgr # it would wait all day
+  until_true grep -q '^killall -q smbd$' $COMMANDS
 }
 
 @test "texts at their longest are used whole; longer ones are refused, and named" {
@@ -356,22 +370,53 @@ folder        mkdir
 CASES
 }
 
-@test "an order outlives a daemon that stands still for long, as at a breakpoint" {
+# Whether each thread of the daemon stands still.
+stopped() { ! grep -h '^State:' /proc/$daemon/task/*/status | grep -qv '(stopped)'; }
+
+@test "the order of a daemon that stands still, as at a breakpoint, is nobody else's, and goes on" {
+  daemon=$(pid_of sysmgr)
   vermgtctl behave hang
-  order
-  until_true state_has downloading
-  kill -STOP "$(pid_of sysmgr)"
+  for name in still1.bin still2.bin still3.bin; do
+    order TargetFileName=$name
+    until_true state_has "order $name of sysmgr: "
+    kill -STOP $daemon
+    until_true stopped
+    ! state_has "$name of sysmgr: downloading" || break
+    kill -CONT $daemon # a busy machine came here after the 201st poll
+    until_true given_back
+  done
+  for word in $POLL $CONFIRM $GIVE_UP; do expect 0 occupied ask 0xfff05 $word; done
+  expect 0 occupied ask 0xfff04 $OF_OTHERS
+  holds "$name of sysmgr keeps another order waiting" /var/log/devkit/vermgt.log
   vermgtctl behave normal
-  sleep 6 # longer than a poll has ever to take
-  kill -CONT "$(pid_of sysmgr)"
+  kill -CONT $daemon
   ended "$PRE
 $DROP
 $FREE
-$(plain $WEB/open/fw.bin)
+$(plain $WEB/open/fw.bin '' $name)
 nvram set Tr069strap=\"BT  TC- Dn-\"
 $POST success
 reboot"
   reported 0
+}
+
+@test "times are those of the zone that /etc/localtime has now" {
+  echo $'Zone East 9 - EAST\nZone West -7 - WEST' | /opt/sbin/zic -d "$BATS_TEST_TMPDIR" -
+  for zone in East West; do
+    cp --remove-destination "$BATS_TEST_TMPDIR/$zone" /etc/localtime
+    before=$(date +%FT%T)
+    order TargetFileName=.refused
+    ended "$PRE
+$TOLD EV TC- Dn-
+$POST failed"
+    ask 0xfff05 $POLL # a process that only logs
+    record=$(grep 'is about no order' /var/log/devkit/vermgt.log | tail -n 1)
+    after=$(date +%FT%T)
+    for time in "$(field StartTime)" "$(field CompleteTime)" "${record:0:10}T${record:11:8}"; do
+      [[ ! $time < $before && ! $time > $after ]] || fail "$zone: $time is not from $before to $after"
+    done
+  done
+  rm /etc/localtime
 }
 
 @test "the version manager answers what makes no sense, and is not held by who is gone" {
@@ -390,41 +435,37 @@ folder         0xfff04 ${head}2e2e$(repeat 0 252)            other_failed
 new-line       0xfff04 ${head}610a61$(repeat 0 250)          other_failed
 bytes-before   0xfff04 01${head#00}61$(repeat 0 254)         other_failed
 bytes-behind   0xfff04 ${head}6100$(repeat 0 250)61          other_failed
-poll           0xfff05 646f776e6c6f6164696e6700              other_failed
-confirmation   0xfff05 7375636365737300                      other_failed
+poll           0xfff05 $POLL              other_failed
+confirmation   0xfff05 $CONFIRM                      other_failed
 CASES
   [[ $(ask 0x110200 '') == *'"status":2'*'no verb'* ]]
   [[ $(ask 0x110200 7b7d) == *'"status":2'*'no verb'* ]]
   answers() { [ "$(ask $1 $2)" = $3 ]; }
   # A pipe holds up nobody, and is no image.
   mkfifo /tmp/a.bin
-  name=${head}612e62696e$(repeat 0 246)
+  name=$OF_OTHERS
   expect 0 downloading ask 0xfff04 $name
   expect 0 occupied ask 0xfff04 $name
   expect 0 other_failed ask 0xfff05 ''
   expect 0 other_failed ask 0xfff05 646f776e6c6f6164696e67
-  until_true answers 0xfff05 646f776e6c6f6164696e6700 fwchk_failed
+  until_true answers 0xfff05 $POLL fwchk_failed
   state_has free
   # Confirmed too early: nothing is flashed.
   vermgtctl behave hang
   cp --remove-destination /var/www/fw.bin /tmp/a.bin
   expect 0 downloading ask 0xfff04 $name
-  expect 0 upg_failed ask 0xfff05 7375636365737300
+  expect 0 upg_failed ask 0xfff05 $CONFIRM
   # Nobody asks any more: the next one takes over, but not at once.
   until_true answers 0xfff04 $name downloading
   expect 0 occupied ask 0xfff04 $name
   holds 'a.bin of cfgcmd keeps another order waiting' /var/log/devkit/vermgt.log
-  gateway-daemon stop vermgt
-  "$DEVKIT_BUILD/bin/vermgt" --patience 1 </dev/null >/tmp/impatient.log 2>&1 3>&- &
-  cfgcmd --timeout 60 wait tdsmgr:vermgt
+  gateway-daemon restart vermgt --patience 1
   expect 0 downloading ask 0xfff04 $name
   until_true answers 0xfff04 $name downloading
-  holds 'a.bin of cfgcmd is given up for another order' /tmp/impatient.log
-  expect 0 timeout ask 0xfff05 74696d656f757400
+  holds 'a.bin of cfgcmd is given up for another order' /var/log/devkit/vermgt.log
+  expect 0 timeout ask 0xfff05 $GIVE_UP
   until_true state_has free
   flashed no
-  kill $!
-  wait $! || [ $? -eq 143 ]
 }
 
 @test "vermgtctl says what it did not do" {

@@ -87,7 +87,7 @@ send() {
 }
 
 @test "a modem that is slow, or does not answer at all" {
-  modemctl behave slow 300
+  modemctl behave slow 1000
   expect 0 "+CMGF: 0||OK|" at AT+CMGF?
   # A late answer is not taken for the next one's.
   refused 3 'does not answer in time' at-mngr -t 0.1 AT+CPMS?
@@ -116,8 +116,8 @@ send() {
   [[ $answer == '+CSCA: "+8'* ]]
   [[ $answer != *OK* ]]
   grep -q 'went away' "$BATS_TEST_TMPDIR/error"
+  until_true [ ! -e /var/tmp/devinfo ] # the last that goes
   [ ! -e $TTY ]
-  [ ! -e /var/tmp/devinfo ]
   refused 3 'cannot be opened' at-mngr AT
   expect 0 "1" state "['storages']['SM']['messages'].__len__()"
   modemctl behave return

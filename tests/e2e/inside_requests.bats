@@ -87,6 +87,7 @@ $USERS.1.Level=0" cfgcmd get $USERS
   stub_reset
   expect 0 V2.3.1 cfgcmd get $DEVICE.X_KVO_FWVersion
   [ -e "$all" ] && [ ! -e "$all.status" ]
+  refused 3 'no answer in 100 ms.* waits for sysmgr:capabinfo' cfgcmd --timeout 0.1 get InternetGatewayDevice
   kill -9 "$(pid_of sysmgr)"
   wait
   [ "$(cat "$all.status")" = 1 ]
@@ -135,7 +136,7 @@ print(sys.stdin.read().encode().decode("unicode_escape").encode("latin-1")[:4].h
   refused 1 '317 bytes.*carries 255' cfgcmd set $DEVICE.ProvisioningCode "$long"
   refused 1 'byte 0x03' cfgcmd set $DEVICE.ProvisioningCode $'a\x03b=c'
   refused 1 'full path' cfgcmd set nodots 1
-  refused 1 "is of type boolean: 0 or 1 .*--trust-values" cfgcmd set $SERVICES.ServiceTelnet.Enable on
+  refused 1 "is of type boolean: 0 or 1 .*--trust-values" cfgcmd set $SERVICES.ServiceDLNA.Enable on
   refused 1 "no parameter.*; set before it: $DEVICE.X_CT-COM_ReConnect$" cfgcmd set $DEVICE.X_CT-COM_ReConnect.Enable 1 $DEVICE.Nope 1
   refused 1 'no parameter' cfgcmd sset $DEVICE.Nope 1
   refused 1 'no parameter' cfgcmd tree $DEVICE.Nope
@@ -163,10 +164,12 @@ print(sys.stdin.read().encode().decode("unicode_escape").encode("latin-1")[:4].h
     InternetGatewayDevice.X_TR69_Transfer.X_KVO_Download.TargetFileName .kvo_restart_uhttpd
 }
 
-@test "the answer to a set that the op function refuses says what became of the parameters" {
+@test "a set that the op function refuses is undone, and its answer says so" {
   sms=$SERVICES.X_KVO_ShortMsg # a phonebook name is hexadecimal digits
+  cfgcmd set $sms.ActionArgument 1 $sms.ActionContent 41
   refused 1 "refused set of \"$sms\": its parameters are as before; .*log says why" \
     cfgcmd set $sms.ActionArgument 2 $sms.ActionContent 'not hex' $sms.ActionCode 11
+  expect 0 $'\n1\n41' eval "for leaf in Code Argument Content; do cfgcmd get $sms.Action\$leaf; done"
 }
 
 @test "list has as many rows as there are" {

@@ -89,13 +89,13 @@ $CHANGED" cfgcmd --calls set $select 2
 @test "statistics, tests and actions reach the voice tool" {
   expect 0 '0
 + /usr/sbin/voipcmd state 2' cfgcmd --calls get $PROFILE.Line.2.Stats.PacketsLost
-  expect 0 '+ /usr/sbin/voipcmd reset_statistics 1' cfgcmd --calls set $PROFILE.Line.1.Stats.ResetStatistics 1
+  expect 0 '+ /usr/sbin/voipcmd reset_statistics 1' cfgcmd --calls set $PROFILE.Line.1.Stats.ResetStatistics now
   expect 0 '+ /usr/sbin/voipcmd diag_test' cfgcmd --calls set $VOICE.1.X_KVO_IADDiag.DiagnosticsState Requested
   expect 0 '+ /usr/sbin/voipcmd phy_test 1' cfgcmd --calls set $PORTS.1.Tests.TestState Requested
   expect 0 '+ /usr/sbin/voipcmd phy_test 2' cfgcmd --calls set $PORTS.2.X_KVO_SimulateTest.TestState Requested
   action=$PROFILE.X_KVO-ACTION.2
   expect 0 '+ /usr/sbin/voipcmd line_register 2' cfgcmd --calls set $action.Register 1
-  expect 0 '' cfgcmd --calls set $action.Register 0
+  expect 0 '' cfgcmd --calls set $action.Register 0 $action.Reboot 2
   expect 0 '+ /usr/sbin/voipcmd reset
 + /usr/sbin/voipcmd line_register -2' cfgcmd --calls set $action.Unregister 1 $action.Reboot 1
   expect 0 "$CHANGED" cfgcmd --calls del $PROFILE.Line.2

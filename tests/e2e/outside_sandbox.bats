@@ -137,12 +137,14 @@ SESSION
   [ "$(id -u)" -eq 0 ] || skip "only root can be two users"
   name() { sandbox "$1" --state "$2" --bare -- bash -c "nvram --area 2 set user=$3 && nvram --area 2 commit"; }
   named() { sandbox "$1" --state "$2" --bare -- nvram --area 2 get user; }
-  # A plain user's, with runs as root between.
-  mkdir "$folder/plain" && chown $NOBODY:$NOBODY "$folder/plain"
-  for user in $NOBODY 0 $NOBODY; do
-    name $user "$folder/plain" $user
-    expect 0 $user named $NOBODY "$folder/plain"
-    expect 0 "" find "$folder/plain" ! -user $NOBODY
+  # A plain user's, with runs as root before, between and after.
+  for users in "$NOBODY 0 $NOBODY" "0 $NOBODY 0"; do
+    plain=$(mktemp -d "$folder/plain.XXXX") && chown $NOBODY:$NOBODY "$plain"
+    for user in $users; do
+      name $user "$plain" $user
+      expect 0 $user named $NOBODY "$plain"
+      expect 0 "" find "$plain" ! -user $NOBODY
+    done
   done
   # Root's, below a folder that nobody else enters, with a file that root put there.
   mkdir -m 700 "$folder/root"

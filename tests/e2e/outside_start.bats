@@ -58,12 +58,14 @@ false" shown
 $SERVICES.ServiceSNMP.SystemName=x\" ; touch /tmp/broken ; echo \"
 $SERVICES.ServiceSNMP.SystemLocation=kept
 $SERVICES.ServiceSNMP.Enable=maybe
+$SERVICES.ServiceSNMP.TrapEnabled=2
 KEPT
   expect 0 "gateway
 kept
 0
-2" gateway bash -c "for leaf in SystemName SystemLocation Enable; do cfgcmd get $SERVICES.ServiceSNMP.\$leaf; done
-    grep -cE 'SNMP.(SystemName|Enable) passed over: .*(form \"text\"|type boolean)' /var/log/devkit/dbmgr.log"
+2
+2" gateway bash -c "for leaf in SystemName SystemLocation Enable TrapEnabled; do cfgcmd get $SERVICES.ServiceSNMP.\$leaf; done
+    grep -cE 'SNMP.(SystemName|Enable) passed over: .*(form \"text\"|type int)' /var/log/devkit/dbmgr.log"
 }
 
 @test "an invalid boot type: dbmgr says so and does not start" {
@@ -138,7 +140,7 @@ end" gateway bash -c "$show && cfgcmd get $server.X_KVO_TR069WANSAVE && echo end
 
 @test "a full flash: what cannot be kept is refused, what was confirmed is there after the boot" {
   run sandbox --bare -- bash -c "$CRASH
-    mount -t tmpfs -o size=32k tmpfs /var/nvram && gateway-daemon start dbmgr && gateway-daemon start sysmgr || exit 1
+    mount -t tmpfs -o size=24k tmpfs /var/nvram && gateway-daemon start dbmgr && gateway-daemon start sysmgr || exit 1
     value=$(printf '%200s' '' | tr ' ' v) refused=0
     for i in {1..30}; do
       row=\$(cfgcmd add $FILES) && cfgcmd set \$row.Name \$value\$i || : \$((++refused))

@@ -26,6 +26,8 @@ int __real_system(const char *line);
 FILE *__real_popen(const char *line, const char *mode);
 int __wrap_system(const char *line);
 FILE *__wrap_popen(const char *line, const char *mode);
+void __real_tds_delay(uint32_t ms);
+void __wrap_tds_delay(uint32_t ms);
 }
 
 namespace {
@@ -110,6 +112,7 @@ bool gReally = false;
 /* Before any thread, so that a change later moves nothing that they read. */
 const int gZone = setenv("TZ", "UTC0", 1);
 std::function<void(const std::string &)> gOnSystem;
+thread_local std::function<void()> gOnDelay;
 std::function<void()> gWork; /* for "sysmgr:test"; empty once it is done */
 
 void Forget() {
@@ -121,6 +124,7 @@ void Forget() {
   gReplies.clear();
   gReally = false;
   gOnSystem = nullptr;
+  gOnDelay = nullptr;
 }
 
 bool RecordCommand(const char *line) {
@@ -255,6 +259,13 @@ FILE *__wrap_popen(const char *line, const char *mode) {
   return answer.has_value() ? StreamOf(*answer) : nullptr;
 }
 
+void __wrap_tds_delay(uint32_t ms) {
+  if (gOnDelay)
+    gOnDelay();
+  else
+    __real_tds_delay(ms);
+}
+
 void LoadModel(const std::string &text) {
   if (gptXmlTrees == nullptr) gptXmlTrees = ShmPoolSrvInit();
   ASSERT_NE(gptXmlTrees, nullptr);
@@ -325,6 +336,8 @@ void OnSystem(std::function<void(const std::string &)> answer) {
   std::lock_guard<std::mutex> lock(gMutex);
   gOnSystem = std::move(answer);
 }
+
+void OnDelay(std::function<void()> instead) { gOnDelay = std::move(instead); }
 
 void RunCommands(bool really) {
   std::lock_guard<std::mutex> lock(gMutex);

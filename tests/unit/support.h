@@ -58,6 +58,10 @@ void OnSystem(std::function<void(const std::string &line)> answer);
    gives 0 and leaves errno alone. */
 void AnswerSystem(int status, int error);
 
+/* Called in place of each tds_delay() of this thread from now on, so that what it waits for comes
+   when the test says, and time decides nothing. Until the end of the test. */
+void OnDelay(std::function<void()> instead);
+
 /* Whether the shell really runs the lines, after recording them. Off at the start of a test. */
 void RunCommands(bool really);
 

@@ -40,29 +40,39 @@ int ReadAll(const LmdbEnv &opened, const char *key, const char *value) {
   MDB_txn *txn = nullptr;
   MDB_cursor *cursor = nullptr;
   MDB_val found_key, found = LmdbVal(nullptr, 0), wanted = LmdbVal(key, strlen(key));
-  if (LmdbBegin(opened, MDB_RDONLY, &txn) != 0) return -1;
-  int rc = mdb_get(txn, opened.dbi, &wanted, &found);
+  int rc = LmdbBegin(opened, MDB_RDONLY, &txn);
+  if (rc == 0) rc = mdb_get(txn, opened.dbi, &wanted, &found);
   if (rc == 0 && (found.mv_size != strlen(value) || memcmp(found.mv_data, value, found.mv_size)))
-    rc = -1;
+    rc = MDB_CORRUPTED;
   unsigned sum = 0;
   if (rc == 0 && (rc = mdb_cursor_open(txn, opened.dbi, &cursor)) == 0)
     while ((rc = mdb_cursor_get(cursor, &found_key, &found, MDB_NEXT)) == 0)
       for (size_t at = 0; at < found.mv_size; ++at)
         sum += static_cast<const volatile unsigned char *>(found.mv_data)[at];
   (void)sum; /* the bytes were touched, that is all */
-  return rc == MDB_NOTFOUND && cursor != nullptr ? 0 : -1;
+  return rc == MDB_NOTFOUND && cursor != nullptr ? 0 : rc;
 }
 
-/* Damage ends it before it says anything. What only this process lacks is no damage. */
+int gVerdict; /* of a process that checks: where it tells what it found */
+
+[[noreturn]] void Tell(LmdbState state) {
+  char verdict = static_cast<char>(state);
+  _exit(write(gVerdict, &verdict, 1) == 1 ? 0 : 1);
+}
+
+/* Damage shows in a signal as well. Whoever else ends the process, as the kernel does for want of
+   memory, leaves no verdict. What only this process lacks is no damage. */
 [[noreturn]] void CheckChild(const LmdbPlace &place, const char *key, const char *value, int out) {
   const struct itimerval limit = {{0, 0}, {kCheckSeconds, 0}};
-  for (int signum : {SIGSEGV, SIGBUS, SIGFPE, SIGABRT, SIGILL, SIGPROF}) signal(signum, SIG_DFL);
+  gVerdict = out;
+  for (int signum : {SIGSEGV, SIGBUS, SIGFPE, SIGABRT, SIGILL, SIGPROF})
+    signal(signum, [](int) { Tell(LMDB_DAMAGED); });
   (void)setitimer(ITIMER_PROF, &limit, nullptr); /* cannot fail with these */
   LmdbEnv opened;
   int rc = LmdbOpen(place, false, &opened);
-  char verdict = static_cast<char>(rc > 0 && rc != ENOENT ? LMDB_UNKNOWN : LMDB_DAMAGED);
-  if (rc == 0 && ReadAll(opened, key, value) == 0) verdict = static_cast<char>(LMDB_SOUND);
-  _exit(write(out, &verdict, 1) == 1 ? 0 : 1);
+  if (rc == 0) rc = ReadAll(opened, key, value);
+  bool lacking = (rc > 0 && rc != ENOENT) || rc == MDB_READERS_FULL;
+  Tell(rc == 0 ? LMDB_SOUND : lacking ? LMDB_UNKNOWN : LMDB_DAMAGED);
 }
 
 /* The table of readers, whole: it is a map, like the pages of lmdb_room.cpp. Before this process
@@ -141,21 +151,24 @@ LmdbState LmdbCheck(const LmdbPlace &place, const char *key, const char *value) 
   pid_t child = fork();
   if (child == 0) CheckChild(place, key, value, ends[1]);
   close(ends[1]);
-  char verdict = static_cast<char>(child < 0 ? LMDB_UNKNOWN : LMDB_DAMAGED);
-  ssize_t got = 0;
-  while (child > 0 && (got = read(ends[0], &verdict, 1)) < 0 && errno == EINTR) continue;
+  char verdict = static_cast<char>(LMDB_UNKNOWN);
+  while (child > 0 && read(ends[0], &verdict, 1) < 0 && errno == EINTR) continue;
   close(ends[0]);
   while (child > 0 && waitpid(child, nullptr, 0) < 0 && errno == EINTR) continue;
   return static_cast<LmdbState>(verdict);
 }
 
-pid_t LmdbUser(const LmdbPlace &place) {
+std::string LmdbUser(const LmdbPlace &place) {
   struct flock lock = {};
   lock.l_type = F_WRLCK;
   lock.l_whence = SEEK_SET;
   lock.l_len = 1; /* the library's lock of every process that is attached */
   int fd = open(FileOf(place, "lock.mdb").c_str(), O_RDWR | O_CLOEXEC);
-  bool used = fd >= 0 && fcntl(fd, F_GETLK, &lock) == 0 && lock.l_type != F_UNLCK;
+  if (fd < 0 && errno == ENOENT) return "";
+  int rc = fd < 0 || fcntl(fd, F_GETLK, &lock) != 0 ? errno : 0;
   if (fd >= 0) close(fd);
-  return used ? lock.l_pid : 0;
+  if (rc != 0)
+    return std::string("whether it is in use cannot be told (") + strerror(rc) + "): start again";
+  if (lock.l_type == F_UNLCK) return "";
+  return "process " + std::to_string(lock.l_pid) + " has it open: stop that, then start again";
 }

@@ -6,6 +6,7 @@
 #include <sys/types.h>
 
 #include <cstddef>
+#include <string>
 
 struct LmdbPlace {
   const char *folder;  // made with mode 0700; refused when it belongs to somebody else
@@ -45,9 +46,10 @@ void LmdbRemove(const LmdbPlace &place);
    for some 100 small changes of a map; larger ones ask for it with LmdbRoom. */
 int LmdbBegin(const LmdbEnv &opened, unsigned flags, MDB_txn **txn);
 
-/* When the map is full: a reader that goes on finds the pages that it reads, so those of all later
-   writes are kept for it, for ever when its process is stopped. Ends one such process, so that its
-   slot can be taken back. Returns its number, or 0: there is none. */
+/* When there is no room: a reader that goes on finds the pages that it reads, so those of all later
+   writes are kept for it, for ever when its process is stopped. Takes back the slots of the dead,
+   and ends one process that is stopped when that gives pages back. Returns its number, or 0: there
+   is none. */
 pid_t LmdbEndStopped(const LmdbEnv &opened);
 
 /* What LmdbOpen and LmdbBegin do about room. */
@@ -59,19 +61,24 @@ int LmdbRoomBegin(const LmdbEnv &opened);
    the write up. */
 int LmdbRoom(const LmdbEnv &opened, MDB_txn *txn, size_t bytes);
 
+/* The free pages of the last commit that the commits from `first` to before `end` have freed. 0 or
+   an error. */
+int LmdbFreePages(const LmdbEnv &opened, size_t first, size_t end, size_t *count);
+
 /* Whether a change that makes more of the data may be made: near the end of the map a reserve is
    left to deletes and to the values that are there. 0, MDB_MAP_FULL or another error. */
 int LmdbMayGrow(const LmdbEnv &opened, MDB_txn *txn);
 
 /* Reads a place that may be damaged from end to end, in a process of its own: damage may well kill
-   it. Sound: all of it can be read and `key` has `value`. Unknown: it could not be looked at, which
-   says nothing about the place. */
+   it. Sound: all of it can be read and `key` has `value`. Unknown: it could not be looked at, or
+   the look was cut off, which says nothing about the place. */
 enum LmdbState { LMDB_SOUND, LMDB_DAMAGED, LMDB_UNKNOWN };
 LmdbState LmdbCheck(const LmdbPlace &place, const char *key, const char *value);
 
-/* A process that has the place open, 0: none. Not for a place that this process has open: its own
-   hold would be lost. */
-pid_t LmdbUser(const LmdbPlace &place);
+/* Who has the place open and what to do about it, for people; empty: nobody. Says so when that
+   cannot be told: the place may be in use. Not for a place that this process has open: its own hold
+   would be lost. */
+std::string LmdbUser(const LmdbPlace &place);
 
 inline MDB_val LmdbVal(const void *data, size_t size) {
   return MDB_val{size, const_cast<void *>(data)};

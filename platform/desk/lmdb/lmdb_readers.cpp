@@ -3,6 +3,7 @@
 #include <signal.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstdio>
 #include <cstring>
 #include <memory>
@@ -13,7 +14,8 @@
 
 namespace {
 
-constexpr int kEndMs = 2000; /* a killed process is gone well within that */
+constexpr int kEndMs = 2000;       /* a killed process is gone well within that */
+constexpr size_t kWorthwhile = 64; /* this part of the pages; of a whole map, lmdb_room's reserve */
 
 struct Reader {
   int pid;
@@ -38,21 +40,36 @@ bool IsStopped(int pid) {
   return end != nullptr && (strncmp(end, ") T", 3) == 0 || strncmp(end, ") t", 3) == 0);
 }
 
+pid_t End(const LmdbEnv &opened, int pid) {
+  if (kill(pid, SIGKILL) != 0) return 0;
+  for (int waited = 0, freed = 0; waited < kEndMs && freed == 0; ++waited) {
+    if (mdb_reader_check(opened.env, &freed) != 0) break;
+    if (freed == 0) usleep(1000);
+  }
+  return pid;
+}
+
 }  // namespace
 
+/* The pages that a commit frees are taken again once no reader is as old as that commit. So ending
+   a stopped reader frees what was freed since its snapshot, up to the snapshot of the oldest reader
+   that goes on. Where that is little, the place is full of data: ending it would not help. */
 pid_t LmdbEndStopped(const LmdbEnv &opened) {
   std::vector<Reader> readers;
   MDB_envinfo info;
+  size_t pages = 0;
+  (void)mdb_reader_check(opened.env, nullptr); /* those that it leaves are of processes that live */
   if (mdb_env_info(opened.env, &info) != 0) return 0;
   if (mdb_reader_list(opened.env, CollectReader, &readers) < 0) return 0;
+  Reader oldest = {0, info.me_last_txnid};
+  size_t kept_anyway = info.me_last_txnid;
   for (const Reader &reader : readers) {
-    if (reader.txn >= info.me_last_txnid || !IsStopped(reader.pid)) continue;
-    if (kill(reader.pid, SIGKILL) != 0) continue;
-    for (int waited = 0, freed = 0; waited < kEndMs && freed == 0; ++waited) {
-      if (mdb_reader_check(opened.env, &freed) != 0) break;
-      if (freed == 0) usleep(1000);
-    }
-    return reader.pid;
+    if (!IsStopped(reader.pid))
+      kept_anyway = std::min(kept_anyway, reader.txn);
+    else if (reader.txn < oldest.txn)
+      oldest = reader;
   }
-  return 0;
+  if (oldest.txn >= kept_anyway) return 0;
+  if (LmdbFreePages(opened, oldest.txn, kept_anyway, &pages) != 0) return 0;
+  return pages > info.me_last_pgno / kWorthwhile ? End(opened, oldest.pid) : 0;
 }

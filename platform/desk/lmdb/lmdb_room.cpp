@@ -9,6 +9,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <cstdint>
 #include <cstring>
 
 #include "lmdb_env.h"
@@ -43,24 +44,6 @@ void Count(const LmdbEnv &opened, MDB_txn *txn, LmdbPages *pages) {
   if (mdb_stat(txn, opened.dbi, &stat) != 0) return; /* the bound stays as it is */
   pages->peak = std::max(pages->peak, stat.ms_branch_pages + stat.ms_leaf_pages);
   pages->taken = std::min(pages->taken, pages->peak + pages->large + kPathPages);
-}
-
-/* Free pages of the last commit. */
-int CountFree(const LmdbEnv &opened, size_t *count) {
-  MDB_txn *txn = nullptr;
-  MDB_cursor *cursor = nullptr;
-  MDB_val key, list;
-  int rc = mdb_txn_begin(opened.env, nullptr, MDB_RDONLY, &txn);
-  if (rc == 0) rc = mdb_cursor_open(txn, 0, &cursor); /* the library's list of them */
-  *count = 0;
-  while (rc == 0 && (rc = mdb_cursor_get(cursor, &key, &list, MDB_NEXT)) == 0) {
-    size_t in_list;
-    memcpy(&in_list, list.mv_data, sizeof in_list);
-    *count += in_list;
-  }
-  if (cursor != nullptr) mdb_cursor_close(cursor);
-  if (txn != nullptr) mdb_txn_abort(txn);
-  return rc == MDB_NOTFOUND ? 0 : rc;
 }
 
 }  // namespace
@@ -104,7 +87,25 @@ int LmdbMayGrow(const LmdbEnv &opened, MDB_txn *txn) {
   if (pages.file < 0 || pages.base + pages.taken + kReserve <= pages.map) return 0;
   Count(opened, txn, &pages);
   if (pages.base + pages.taken + kReserve <= pages.map) return 0;
-  int rc = CountFree(opened, &free_pages);
+  int rc = LmdbFreePages(opened, 0, SIZE_MAX, &free_pages);
   if (rc != 0) return rc;
   return free_pages < pages.taken + kReserve ? MDB_MAP_FULL : 0;
+}
+
+int LmdbFreePages(const LmdbEnv &opened, size_t first, size_t end, size_t *count) {
+  MDB_txn *txn = nullptr;
+  MDB_cursor *cursor = nullptr;
+  MDB_val key, list;
+  int rc = mdb_txn_begin(opened.env, nullptr, MDB_RDONLY, &txn);
+  if (rc == 0) rc = mdb_cursor_open(txn, 0, &cursor); /* the library's list of them */
+  *count = 0;
+  while (rc == 0 && (rc = mdb_cursor_get(cursor, &key, &list, MDB_NEXT)) == 0) {
+    size_t freed_by, in_list;
+    memcpy(&freed_by, key.mv_data, sizeof freed_by);
+    memcpy(&in_list, list.mv_data, sizeof in_list);
+    if (freed_by >= first && freed_by < end) *count += in_list;
+  }
+  if (cursor != nullptr) mdb_cursor_close(cursor);
+  if (txn != nullptr) mdb_txn_abort(txn);
+  return rc == MDB_NOTFOUND ? 0 : rc;
 }

@@ -7,6 +7,7 @@
 #include "flash.h"
 
 #include <fcntl.h>
+#include <sys/file.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -145,11 +146,17 @@ int NoFolder(int error) {
   return 0;
 }
 
+std::string AreaName(int area) { return "area" + std::to_string(area); }
+
+std::string BadName(const std::string &area, int number) {
+  return area + ".bad." + std::to_string(number);
+}
+
 /* Moves a damaged file out of the way. Returns what became of it, for people. */
 std::string MoveAside(int folder, const std::string &area, const std::string &name) {
   struct stat info;
   for (int number = 1; number <= kBadMax; ++number) {
-    std::string aside = area + ".bad." + std::to_string(number);
+    const std::string aside = BadName(area, number);
     if (fstatat(folder, aside.c_str(), &info, AT_SYMLINK_NOFOLLOW) == 0) continue;
     if (renameat(folder, name.c_str(), folder, aside.c_str()) == 0) return "kept as " + aside;
     return std::string("left where it is: ") + strerror(errno);
@@ -168,13 +175,48 @@ int WriteBytes(int fd, std::string_view bytes) {
   return fsync(fd) == 0 ? 0 : errno;
 }
 
+/* Makes way for a file of a commit: unlike what a commit that was cut off leaves, a folder would
+   stop every commit. */
+void Clear(int folder, const std::string &area, const std::string &name) {
+  if (unlinkat(folder, name.c_str(), 0) == 0 || errno != EISDIR) return;
+  NVRAM_LOG("nvram: %s/%s is a folder, %s\n", kFolder, name.c_str(),
+            MoveAside(folder, area, name).c_str());
+}
+
 /* A new file, on the disk when this returns 0; else an errno. */
-int WriteFile(int folder, const std::string &name, std::string_view bytes) {
-  (void)unlinkat(folder, name.c_str(), 0); /* of a commit that was cut off; else it is not there */
+int WriteFile(int folder, const std::string &area, const std::string &name,
+              std::string_view bytes) {
+  Clear(folder, area, name);
   int fd = openat(folder, name.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0600);
   if (fd < 0) return errno;
   int rc = WriteBytes(fd, bytes);
   if (close(fd) != 0 && rc == 0) rc = errno;
+  return rc;
+}
+
+bool IsFull(int error) { return error == ENOSPC || error == EDQUOT; }
+
+/* Adds its name to `removed`. */
+void Remove(int folder, const std::string &name, std::string *removed) {
+  if (unlinkat(folder, name.c_str(), 0) == 0) removed->append(" ").append(name);
+}
+
+/* Without room for three files nothing could be deleted any more. What is worth least goes first;
+   the commit before goes only when the last one is sound. */
+int WriteNew(int folder, const std::string &area, bool last_is_sound, std::string_view bytes) {
+  const std::string fresh = area + ".new";
+  std::string removed;
+  int rc = WriteFile(folder, area, fresh, bytes);
+  if (!IsFull(rc)) return rc;
+  for (int number = 1; number <= kBadMax; ++number)
+    for (int each : {1, 2}) Remove(folder, BadName(AreaName(each), number), &removed);
+  rc = WriteFile(folder, area, fresh, bytes);
+  if (IsFull(rc) && last_is_sound) {
+    Remove(folder, area + ".1", &removed);
+    rc = WriteFile(folder, area, fresh, bytes);
+  }
+  if (!removed.empty())
+    NVRAM_LOG("nvram: %s is full: removed%s to write %s\n", kFolder, removed.c_str(), area.c_str());
   return rc;
 }
 
@@ -185,12 +227,15 @@ int Rename(int folder, const std::string &from, const std::string &to) {
 /* At each instant there is a last commit, and one before it if there was one: the last becomes the
    one before under a second name. */
 int Replace(int folder, const std::string &name, bool keep_last) {
-  const std::string old = name + ".old";
+  const std::string old = name + ".old", before = name + ".1";
   int rc = 0;
-  (void)unlinkat(folder, old.c_str(), 0); /* as above */
   if (keep_last) {
+    Clear(folder, name, old);
     rc = linkat(folder, name.c_str(), folder, old.c_str(), 0) == 0 ? 0 : errno;
-    if (rc == 0) rc = Rename(folder, old, name + ".1");
+    if (rc == 0 && (rc = Rename(folder, old, before)) == EISDIR) {
+      Clear(folder, name, before);
+      rc = Rename(folder, old, before);
+    }
   }
   return rc != 0 ? rc : Rename(folder, name + ".new", name);
 }
@@ -202,21 +247,18 @@ int PutBack(int folder, const std::string &name) {
   return rc;
 }
 
-/* 0 or an errno; flash is then as before. */
+/* 0 or an errno; the last commit then stands. */
 int Store(int folder, const std::string &name, bool keep_last, const std::string &bytes) {
-  const std::string fresh = name + ".new";
-  int rc = WriteFile(folder, fresh, bytes);
+  int rc = WriteNew(folder, name, keep_last, bytes);
   if (rc == 0) rc = Replace(folder, name, keep_last);
   if (rc != 0) {
-    (void)unlinkat(folder, fresh.c_str(), 0); /* gives its room back, if there is any of it */
+    (void)unlinkat(folder, (name + ".new").c_str(), 0); /* gives back its room, if it has any */
   } else if (fsync(folder) != 0) {
     rc = errno;
     (void)PutBack(folder, name); /* the error is told in any case */
   }
   return rc;
 }
-
-std::string AreaName(int area) { return "area" + std::to_string(area); }
 
 }  // namespace
 
@@ -228,6 +270,25 @@ bool FlashNext(std::string_view *rest, std::string_view *key, std::string_view *
   *value = rest->substr(key_end + 1, value_end - key_end - 1);
   rest->remove_prefix(value_end + 1);
   return !key->empty() && key->size() <= kNvramKeyMax && value->size() <= kNvramValueMax;
+}
+
+int FlashLock() {
+  int folder = OpenFolder();
+  if (folder < 0) return -1;
+  while (flock(folder, LOCK_EX) != 0) {
+    if (errno == EINTR) continue;
+    int error = errno;
+    close(folder);
+    errno = error;
+    return -1;
+  }
+  return folder;
+}
+
+/* Closing it would not do: a child that has not called exec yet has it, too. */
+void FlashUnlock(int lock) {
+  (void)flock(lock, LOCK_UN); /* cannot fail on a lock that is held */
+  close(lock);
 }
 
 int FlashLoad(int area, std::string *records) {

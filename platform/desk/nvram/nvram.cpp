@@ -28,10 +28,12 @@ const LmdbPlace kWorkPlace = {"/dev/shm/nvram", 8 * kFlashMax, MDB_NOSYNC};
 std::mutex gOpening;
 LmdbEnv gWork;  // under gOpening until open; for the life of the process
 
+/* EIO: half a page found room. */
+bool IsFull(int rc) { return rc == ENOSPC || rc == EIO || rc == MDB_MAP_FULL; }
+
 int Failed(const char *what, const char *where, int rc) {
-  bool full = rc == ENOSPC || rc == EIO || rc == MDB_MAP_FULL; /* EIO: half a page found room */
   NVRAM_LOG("nvram: %s %s failed: %s%s\n", what, where, mdb_strerror(rc),
-            full ? "; make room there" : "");
+            IsFull(rc) ? "; make room there" : "");
   return -1;
 }
 
@@ -75,9 +77,9 @@ int ForSettings(MDB_txn *txn, int type, std::string_view prefix, Each each) {
   return rc == MDB_NOTFOUND ? 0 : rc;
 }
 
-/* The area as flash keeps it. */
-int ReadRecords(MDB_txn *txn, int type, std::string *records) {
-  return ForSettings(txn, type, "",
+/* The settings as flash keeps them. */
+int ReadRecords(MDB_txn *txn, int type, std::string_view prefix, std::string *records) {
+  return ForSettings(txn, type, prefix,
                      [records](MDB_cursor *, std::string_view key, std::string_view value) {
                        records->append(key).append(1, '\0').append(value).append(1, '\0');
                        return 0;
@@ -109,22 +111,41 @@ int LoadOnce() {
   return rc;
 }
 
+/* A working copy that somebody has open is not taken away: his changes and ours would part. 0 or -1
+   (logged). */
+int RemoveDamaged() {
+  const std::string user = LmdbUser(kWorkPlace);
+  if (user.empty()) {
+    NVRAM_LOG("nvram: %s is damaged; loading it anew from flash\n", kWorkPlace.folder);
+    LmdbRemove(kWorkPlace);
+    return 0;
+  }
+  NVRAM_LOG("nvram: %s is damaged, and %s\n", kWorkPlace.folder, user.c_str());
+  return -1;
+}
+
+/* 0 or -1 (logged). */
 int OpenWork() {
   int rc = LmdbOpen(kWorkPlace, true, &gWork);
   if (rc == MDB_INVALID || rc == MDB_VERSION_MISMATCH || rc == MDB_CORRUPTED) {
-    NVRAM_LOG("nvram: %s is damaged; loading it anew from flash\n", kWorkPlace.folder);
-    LmdbRemove(kWorkPlace);
+    if (RemoveDamaged() != 0) return -1;
     rc = LmdbOpen(kWorkPlace, true, &gWork);
   }
-  if (rc == 0 && (rc = LoadOnce()) != 0) LmdbClose(&gWork);
-  return rc;
+  if (rc == 0) rc = mdb_reader_check(gWork.env, nullptr); /* the dead would keep old pages */
+  if (rc == 0) rc = LoadOnce();
+  if (rc == 0) return 0;
+  LmdbClose(&gWork);
+  return Failed("opening", kWorkPlace.folder, rc);
 }
 
+/* With the lock nobody else is about to open the working copy, or uses flash, when it is loaded.
+   Without a folder for flash there is nothing to lock: then it starts without settings. */
 int Attach() {
   std::lock_guard<std::mutex> guard(gOpening);
   if (gWork.env != nullptr) return 0;
-  int rc = OpenWork();
-  return rc == 0 ? 0 : Failed("opening", kWorkPlace.folder, rc);
+  int lock = FlashLock(), result = OpenWork();
+  if (lock >= 0) FlashUnlock(lock);
+  return result;
 }
 
 int CheckArea(int type) {
@@ -160,15 +181,27 @@ int Change(MDB_txn *txn, int type, const NvramChange &change) {
   return change.value ? Put(txn, row, *change.value) : Delete(txn, row);
 }
 
+/* Runs `attempt`; when there is no room for it, once more without the readers that keep old pages:
+   they stand still, or are dead. */
+template <class Attempt>
+int WithRoom(Attempt attempt) {
+  int rc = attempt();
+  if (!IsFull(rc)) return rc;
+  for (pid_t ended; (ended = LmdbEndStopped(gWork)) != 0;)
+    NVRAM_LOG("nvram: process %d stood still inside a read and kept all old pages: ended\n", ended);
+  return attempt();
+}
+
 /* Runs `work(txn)` in one write transaction of the working copy; commits when it returns 0. */
 template <class Work>
 int Write(const char *what, Work work) {
-  MDB_txn *txn = nullptr;
-  int rc = LmdbBegin(gWork, 0, &txn);
-  if (rc == 0 && (rc = work(txn)) == 0)
-    rc = mdb_txn_commit(txn);
-  else if (txn != nullptr)
+  int rc = WithRoom([&work] {
+    MDB_txn *txn = nullptr;
+    int failed = LmdbBegin(gWork, 0, &txn);
+    if (failed == 0 && (failed = work(txn)) == 0) return mdb_txn_commit(txn);
     mdb_txn_abort(txn);
+    return failed;
+  });
   return rc == 0 ? 0 : Failed(what, kWorkPlace.folder, rc);
 }
 
@@ -217,42 +250,55 @@ int nvram_clean(int type) {
   });
 }
 
+/* What is visited is a copy: a visitor may wait for long, and old pages would be kept for it. */
 int nvram_walk(int type, const char *prefix,
                int (*visit)(const char *key, const char *value, void *context), void *context) {
   MDB_txn *txn = nullptr;
+  std::string records;
   int result = 0;
   if (CheckArea(type) != 0) return -1;
   int rc = LmdbBegin(gWork, MDB_RDONLY, &txn);
   if (rc == 0) {
-    rc = ForSettings(txn, type, prefix == nullptr ? "" : prefix,
-                     [&](MDB_cursor *, std::string_view key, std::string_view value) {
-                       result =
-                           visit(std::string(key).c_str(), std::string(value).c_str(), context);
-                       return result != 0 ? MDB_NOTFOUND : 0; /* ends the walk without an error */
-                     });
+    rc = ReadRecords(txn, type, prefix == nullptr ? "" : prefix, &records);
     mdb_txn_abort(txn);
   }
-  return rc == 0 ? result : Failed("reading", kWorkPlace.folder, rc);
+  if (rc != 0) return Failed("reading", kWorkPlace.folder, rc);
+  std::string_view rest = records, key, value; /* each ends with a NUL */
+  while (result == 0 && FlashNext(&rest, &key, &value))
+    result = visit(key.data(), value.data(), context);
+  return result;
 }
 
-/* Flash first: what it cannot take is changed nowhere. The transaction is the lock that flash's
-   files need. */
-int nvram_desk_apply(int type, const std::vector<NvramChange> &changes) {
-  for (const NvramChange &change : changes)
-    if (CheckChange(change) != 0) return -1;
-  if (CheckArea(type) != 0) return -1;
+namespace {
+
+constexpr int kLogged = -1; /* an error of neither the system nor the library */
+
+/* Flash first: what it cannot take is changed nowhere. */
+int ApplyLocked(int type, const std::vector<NvramChange> &changes) {
   MDB_txn *txn = nullptr;
   std::string records;
   int stored = 0, rc = LmdbBegin(gWork, 0, &txn);
   for (size_t at = 0; rc == 0 && at < changes.size(); ++at) rc = Change(txn, type, changes[at]);
-  if (rc == 0) rc = ReadRecords(txn, type, &records);
-  if (rc == 0) stored = FlashStore(type, records);
-  if (rc != 0 || stored < 0) {
+  if (rc == 0) rc = ReadRecords(txn, type, "", &records);
+  if (rc == 0 && (stored = FlashStore(type, records)) < 0) rc = kLogged;
+  if (rc != 0) {
     mdb_txn_abort(txn);
-    return rc == 0 ? -1 : Failed("writing", kWorkPlace.folder, rc);
+    return rc;
   }
-  rc = mdb_txn_commit(txn);
-  if (rc == 0) return 0;
-  if (stored == 1) FlashUndo(type);
-  return Failed("writing", kWorkPlace.folder, rc);
+  rc = mdb_txn_commit(txn); /* ends the transaction also when it fails */
+  if (rc != 0 && stored == 1) FlashUndo(type);
+  return rc;
+}
+
+}  // namespace
+
+int nvram_desk_apply(int type, const std::vector<NvramChange> &changes) {
+  for (const NvramChange &change : changes)
+    if (CheckChange(change) != 0) return -1;
+  if (CheckArea(type) != 0) return -1;
+  int lock = FlashLock();
+  if (lock < 0) return Failed("locking", "flash", errno);
+  int rc = WithRoom([type, &changes] { return ApplyLocked(type, changes); });
+  FlashUnlock(lock);
+  return rc == 0 || rc == kLogged ? rc : Failed("writing", kWorkPlace.folder, rc);
 }

@@ -5,6 +5,7 @@
 
 #include <cerrno>
 #include <mutex>
+#include <string>
 #include <string_view>
 #include <utility>
 
@@ -69,10 +70,9 @@ int BecomeServer() {
    stay attached. Nobody's store is taken away. 0 or -1 (logged). */
 int OpenAsServer() {
   bool damaged = LmdbCheck(kPlace, kFormatKey, kFormat) == LMDB_DAMAGED;
-  pid_t user = damaged ? LmdbUser(kPlace) : 0;
-  if (user != 0) {
-    STORE_LOG("store: %s is damaged, and process %d has it open: stop that, then start again\n",
-              kPlace.folder, user);
+  const std::string user = damaged ? LmdbUser(kPlace) : "";
+  if (!user.empty()) {
+    STORE_LOG("store: %s is damaged, and %s\n", kPlace.folder, user.c_str());
     return -1;
   }
   if (damaged) LmdbRemove(kPlace);

@@ -12,6 +12,7 @@
 #include <sstream>
 
 #include "ams_common_api.h"
+#include "printable.h"
 
 const OpFuncEntry *const FUNC_TABLES[] = {nullptr};
 
@@ -108,6 +109,26 @@ TEST(Answer, ThatNoMessageHoldsIsARefusalWithItsSize) {
   }
 }
 
+/* What UTF-8 is follows the table of well-formed sequences in the Unicode standard. */
+TEST(Printable, WhatMaySteerATerminalIsShownAsItsCode) {
+  const std::pair<std::string, std::string> kCases[] = {
+      {"a\tb\nc\x7f", "a\\x09b\nc\\x7f"},
+      {"\x9b[J", "\\x9b[J"},
+      {"\xc2\x80 \xc2\x9b \xc2\x9f", "\\u0080 \\u009b \\u009f"},
+      {"\xc2\xa0 \xc3\x9b \xe2\x82\xac \xf0\x9f\x98\x80 \xf4\x8f\xbf\xbf",
+       "\xc2\xa0 \xc3\x9b \xe2\x82\xac \xf0\x9f\x98\x80 \xf4\x8f\xbf\xbf"},
+      {"gr\xfc\x9b", "gr\\xfc\\x9b"},
+      {"\xc3\x1b", "\\xc3\\x1b"},
+      {"\xe2\x82", "\\xe2\\x82"},
+      {"\xc0\x9b \xc1\x9b", "\\xc0\\x9b \\xc1\\x9b"},
+      {"\xe0\x82\x9b", "\\xe0\\x82\\x9b"},
+      {"\xed\xa0\x80", "\\xed\\xa0\\x80"},
+      {"\xf0\x80\x82\x9b", "\\xf0\\x80\\x82\\x9b"},
+      {"\xf4\x90\x80\x80 \xf5", "\\xf4\\x90\\x80\\x80 \\xf5"},
+  };
+  for (const auto &[text, shown] : kCases) EXPECT_EQ(Printable(text), shown);
+}
+
 /* ---- the file and the documentation ---- */
 
 using Checks = std::set<std::string>;                         /* "path form", rows as {i} */
@@ -123,12 +144,20 @@ std::string WithoutNumbers(const std::string &path) {
   return result;
 }
 
+/* Also expects of each parameter that may be set that it can be set back to what it has. */
 void CollectForms(const std::string &url, FormsOf *forms) {
-  char form[64] = "", type[32] = "", child[AMS_PATH_SIZE];
+  char form[64] = "", type[32] = "", writable[4] = "", child[AMS_PATH_SIZE];
   AmsTree *root = gptXmlTrees->root;
   (void)ams_get_node_attr(root, url.c_str(), "type", type);  /* every node of a tree has one */
   (void)ams_get_node_attr(root, url.c_str(), "check", form); /* most have none */
+  (void)ams_get_node_attr(root, url.c_str(), "writable", writable);
   (*forms)[WithoutNumbers(url)].insert(form);
+  std::string why, value(AMS_VALUE_MAX + 1, '\0');
+  bool leaf = strcmp(type, "array") != 0 && strcmp(type, "object") != 0 && *writable != '0';
+  if (leaf) {
+    ASSERT_EQ(ams_mxml_get_leaf(url.c_str(), value.data(), value.size()), 0) << url;
+    EXPECT_EQ(CheckForm(url, *form != '\0' ? form : type, value.c_str(), &why), 0) << why;
+  }
   if (strcmp(type, "array") == 0) {
     char row[AMS_PATH_SIZE]; /* one that has what the Template says */
     ASSERT_EQ(ams_add_obj(root, url.c_str(), row), 0) << url;
@@ -155,12 +184,14 @@ class Model : public testing::Test {
   static void SetUpTestSuite() {
     gptXmlTrees = ShmPoolSrvInit();
     ASSERT_NE(gptXmlTrees, nullptr);
-    FILE *file = fopen("/etc/tr098_data_model.xml", "re");
+  }
+  void SetUp() override { Load(fopen("/etc/tr098_data_model.xml", "re")); }
+  static void Load(FILE *file) {
     ASSERT_NE(file, nullptr);
     gptXmlTrees->root = ams_mxmlLoadFile(nullptr, file, nullptr);
     fclose(file);
+    ASSERT_NE(gptXmlTrees->root, nullptr);
   }
-  void SetUp() override { ASSERT_NE(gptXmlTrees->root, nullptr); }
 };
 
 /* What a request is to become: who serves it and its url there, or a part of the refusal. */
@@ -180,7 +211,7 @@ const PlanCase kPlans[] = {
      "sysmgr:capabinfo " IGD ".Services.ServiceTelnet", nullptr},
     {APPT_CMD_SET, IGD ".Services.ServiceTelnet", "Port.=23", nullptr, "\"Port.\" is no name"},
     {APPT_CMD_SET, IGD ".Services", "ServiceTelnet.Port=23", nullptr, "is no name"},
-    {APPT_CMD_SET, IGD ".Services.ServiceTelnet", "Enable=on", nullptr, "boolean"},
+    {APPT_CMD_SET, IGD ".Services.ServiceTelnet", "Enable=on", nullptr, "type int"},
     {APPT_CMD_DEL, IGD ".X_CT-COM_UserInfo.UserList.1.", "",
      "sysmgr:capabinfo " IGD ".X_CT-COM_UserInfo.UserList.1", nullptr},
     {APPT_CMD_LIST, IGD ".X_CT-COM_UserInfo.UserList", "", " " IGD ".X_CT-COM_UserInfo.UserList",
@@ -209,6 +240,86 @@ TEST_F(Model, RequestsBecomePlans) {
                   &plan, &why),
       -1);
   EXPECT_NE(why.find("32769 bytes"), why.npos) << why;
+}
+
+/* Values besides 0 and 1 that an op function has its own answer to. */
+TEST_F(Model, SwitchesTakeWhatTheirOpFunctionsTellApart) {
+#define SERVICES IGD ".Services"
+#define PROFILE  SERVICES ".VoiceService.1.VoiceProfile.1"
+  char row[AMS_PATH_SIZE];
+  for (const char *array : {PROFILE ".Line", SERVICES ".ServiceAccessControl.ServiceCtrlList"})
+    ASSERT_EQ(ams_add_obj(gptXmlTrees->root, array, row), 0);
+  const std::pair<const char *, const char *> kCases[] = {
+      {IGD ".DeviceInfo.X_CT-COM_ServiceManage",
+       "X_KVO_DebugToolEnable=\x03X_KVO_OneBitEnable=true"},
+      {IGD ".DeviceInfo.X_CT-COM_Restore", "Enable=2"},
+      {IGD ".ManagementServer", "X_CT-COM_MaintainComplete=\x03X_CT-COM_ManualInform=now"},
+      {IGD ".X_CT-COM_UserInfo", "Result=-1"},
+      {SERVICES ".ServiceTelnet", "Enable=2"},
+      {SERVICES ".ServiceSSH", "Enable=2"},
+      {SERVICES ".ServiceFTP", "Enable=2"},
+      {SERVICES ".ServiceTFTP", "Enable=2"},
+      {SERVICES ".ServiceSNMP", "Enable=2\x03TrapEnabled=-1"},
+      {SERVICES ".X_KVO-ServicePrinter", "Enabled=2"},
+      {SERVICES ".ServiceSamba", "Enable=2"},
+      {SERVICES ".ServiceAccessControl", "Enable=2\x03OnlyTr69Wan=2"},
+      {SERVICES ".ServiceAccessControl.ServiceCtrlList.1", "Enable=2"},
+      {SERVICES ".X_KVO_IPSec", "X_KVO_IPSec_Hardware_Accelate_Enable=2"},
+      {SERVICES ".VoiceService.X_KVO_Is_Voip", "X_KVO_Voip_select=-1\x03X_KVO_Voip_Enable=2"},
+      {PROFILE ".X_KVO-ACTION.1", "Register=2\x03Unregister=-1\x03Reboot=10"},
+      {PROFILE ".Line.1.Stats", "ResetStatistics=now"},
+  };
+  for (const auto &[url, value] : kCases) {
+    Plan plan;
+    std::string why;
+    EXPECT_EQ(PlanRequest({APPT_CMD_SET, url, value}, &plan, &why), 0) << why;
+  }
+}
+
+TEST_F(Model, ARefusalSaysWhatItLeft) {
+  const std::string array = LAN_SERVER ".IPInterface", mask = array + ".1.IPInterfaceSubnetMask";
+  Plan set, add;
+  std::string why;
+  char row[AMS_PATH_SIZE];
+  auto says = [](const Plan &plan, const char *new_row) {
+    return RefusedBy("a:b", plan, "its log", new_row).text;
+  };
+  ASSERT_EQ(
+      PlanRequest({APPT_CMD_SET, array + ".1", "IPInterfaceSubnetMask=255.0.0.0"}, &set, &why), 0);
+  set.before = ValuesOf(set);
+  EXPECT_NE(says(set, "").find("as before; its log says why"), why.npos) << says(set, "");
+  ASSERT_EQ(ams_set_node_value(gptXmlTrees->root, mask.c_str(), "255.0.0.0"), 0);
+  EXPECT_EQ(says(set, "").find("as before"), why.npos) << says(set, "");
+
+  ASSERT_EQ(PlanRequest({APPT_CMD_ADD, array, ""}, &add, &why), 0);
+  EXPECT_NE(says(add, "").find("no row is new"), why.npos) << says(add, "");
+  ASSERT_EQ(ams_add_obj(gptXmlTrees->root, array.c_str(), row), 0);
+  EXPECT_EQ(says(add, row).find("no row is new"), why.npos) << says(add, row);
+  EXPECT_NE(says(add, row).find(row), why.npos) << says(add, row);
+  ASSERT_EQ(ams_del_obj(gptXmlTrees->root, row), 0);
+  EXPECT_NE(says(add, row).find("no row is new"), why.npos) << says(add, row);
+}
+
+/* KiB of the process's own memory at its most, since `anew` let it begin to count. */
+long MostMemory(bool anew) {
+  if (anew && !(std::ofstream("/proc/self/clear_refs") << 5 << std::flush)) return -1;
+  std::ifstream file("/proc/self/status");
+  for (std::string line; std::getline(file, line);)
+    if (line.compare(0, 6, "VmHWM:") == 0) return atol(line.c_str() + 6);
+  return -1;
+}
+
+TEST_F(Model, AListTouchesNoMemoryForRowsThatAreGone) {
+  char model[] =
+      "<" IGD " type=\"object\"><A type=\"array\"><Template/><Instance id=\"7000000\"/></A></" IGD
+      ">";
+  Load(fmemopen(model, sizeof model - 1, "r"));
+  Plan plan;
+  plan.command = APPT_CMD_LIST;
+  plan.url = IGD ".A";
+  long before = MostMemory(true);
+  EXPECT_EQ(ServeFromStore(plan).text, "7000000");
+  EXPECT_LT(MostMemory(false), before + 16 * 1024);
 }
 
 /* A node may go between the check of a request and its turn. */

@@ -116,20 +116,26 @@ TEST(Modem, Messages) {
 
 /* Whatever its lengths say, nothing beyond the PDU is read, and only a whole one is sent. */
 TEST(Modem, RefusesPdusThatBreakOff) {
-  std::vector<std::string> bad = {
-      "0004000B916407281553F80000AA0AE8329BFD4697D9EC37",   /* no SMS-SUBMIT */
-      "00110015916407281553F80000AA0AE8329BFD4697D9EC37",   /* 21 digits */
-      "00110000910000AA0AE8329BFD4697D9EC37",               /* none */
-      "0011000B916407281553F80000AA0AE8329BFD4697D9EC3700", /* more than TP-UDL */
-      "0011000B916407281553F80004AAFFE8329BFD4697D9EC37",   /* less */
+  std::vector<std::pair<std::string, std::string>> bad = {
+      {"0004000B916407281553F80000AA0AE8329BFD4697D9EC37", "no SMS-SUBMIT"},
+      {"00110015916407281553F80000AA0AE8329BFD4697D9EC37", "1 to 20 digits"}, /* 21 */
+      {"00110000910000AA0AE8329BFD4697D9EC37", "1 to 20 digits"},             /* none */
+      {"0011000B916407281553F80000AA0AE8329BFD4697D9EC3700", "TP-UDL does not fit"},
+      {"0011000B916407281553F80004AAFFE8329BFD4697D9EC37", "more than 140 octets"},
   };
   for (size_t octets = 1; octets < kSubmit.size() / 2; ++octets)
-    bad.push_back(kSubmit.substr(0, 2 * octets));
-  for (const std::string &pdu : bad) {
-    std::string octets;
-    SubmitPdu submit;
-    ASSERT_TRUE(OctetsFromHex(pdu, &octets));
-    EXPECT_FALSE(ParseSubmit(octets, &submit)) << pdu;
+    bad.emplace_back(kSubmit.substr(0, 2 * octets), octets < 24 ? "PDU ends" : "TP-UDL");
+  for (const auto &[pdu, why] : bad) {
+    Modem modem;
+    size_t centre = pdu.compare(0, 2, "08") == 0 ? 9 : 1;
+    size_t length = pdu.size() / 2 - std::min(pdu.size() / 2, centre);
+    for (const char *command : {"AT+CMGS=", "AT+CMGW="}) {
+      std::string number = std::to_string(std::max<size_t>(length, 1));
+      (void)Bytes(command + number + "\r" + pdu + "\x1a", &modem);
+      std::string result = modem.calls.back().result;
+      EXPECT_EQ(result.find("+CMS ERROR: 304: "), 0U) << pdu;
+      EXPECT_NE(result.find(length == 0 ? "as many octets" : why), result.npos) << pdu << result;
+    }
   }
 }
 

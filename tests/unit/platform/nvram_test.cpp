@@ -3,9 +3,13 @@
 #include "nvram.h"
 
 #include <gtest/gtest.h>
+#include <pthread.h>
 #include <rapidcheck.h>
 #include <signal.h>
+#include <sys/mount.h>
 #include <sys/ptrace.h>
+#include <sys/resource.h>
+#include <sys/syscall.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -18,10 +22,25 @@
 #include <memory>
 #include <string>
 #include <thread>
+#include <utility>
 #include <vector>
 
 #include "flash.h"
+#include "lmdb_env.h"
 #include "nvram_desk.h"
+
+namespace {
+void (*at_commit)(); /* called once, in place of a commit of the working copy, which then fails */
+}
+
+extern "C" int __real_mdb_txn_commit(MDB_txn *txn);
+extern "C" int __wrap_mdb_txn_commit(MDB_txn *txn) {
+  void (*instead)() = std::exchange(at_commit, nullptr);
+  if (instead == nullptr) return __real_mdb_txn_commit(txn);
+  mdb_txn_abort(txn);
+  instead();
+  return ENOMEM;
+}
 
 namespace {
 
@@ -94,6 +113,42 @@ int Fill() {
   return 5; /* there was room for all */
 }
 
+/* Values of 32 KB under keys of their own until one is refused. */
+int More(const std::string &prefix) {
+  const std::string value(32 * 1024, 'm');
+  for (int each = 0; each < 500; ++each)
+    if (nvram_set((prefix + std::to_string(each)).c_str(), value.c_str(), NVTYPE_STAGING) != 0)
+      return 0;
+  return 5;
+}
+
+/* One value of 32 KB after the other. */
+int Churn(int rounds) {
+  for (int round = 0; round < rounds; ++round) {
+    const std::string value(32 * 1024, static_cast<char>('a' + round % 26));
+    if (nvram_set("churn", value.c_str(), NVTYPE_STAGING) != 0) return 1;
+  }
+  return 0;
+}
+
+/* Stands still inside a read, as a process that is stopped in the midst of nvram_get. */
+int StopInRead() {
+  MDB_txn *txn;
+  LmdbEnv work;
+  if (LmdbOpen({"/dev/shm/nvram", 256 << 20, MDB_NOSYNC}, false, &work) != 0) return 1;
+  if (LmdbBegin(work, MDB_RDONLY, &txn) != 0) return 1;
+  int rc = raise(SIGSTOP);
+  mdb_txn_abort(txn);
+  LmdbClose(&work);
+  return rc;
+}
+
+/* Looks at settings while it stands still, as one that writes them to a pipe which is full. */
+int StopInWalk() {
+  auto visit = [](const char *, const char *, void *) { return raise(SIGSTOP); };
+  return nvram_walk(NVTYPE_STAGING, "", visit, nullptr);
+}
+
 int Do(int argc, char **argv) {
   for (int at = 1; at < argc; ++at) {
     std::string word = argv[at];
@@ -123,6 +178,14 @@ int Do(int argc, char **argv) {
       _exit(0);
     } else if (word == "fill") {
       return Fill();
+    } else if (word == "more") {
+      if (More(argv[++at]) != 0) return 5;
+    } else if (word == "churn") {
+      if (Churn(atoi(argv[++at])) != 0) return 1;
+    } else if (word == "read") {
+      return StopInRead();
+    } else if (word == "walk") {
+      return StopInWalk();
     }
   }
   return 0;
@@ -224,6 +287,60 @@ TEST(NvramPower, FullMemoryIsAnErrorAndNoSignal) {
   EXPECT_TRUE(too_small && enough);
 }
 
+bool MountShm(const char *size) {
+  return mount("none", "/dev/shm", "tmpfs", 0, (std::string("size=") + size).c_str()) == 0;
+}
+
+/* A second process, once it stands still at one of its words. */
+pid_t StartStopped(const std::vector<const char *> &words) {
+  int status = 0;
+  pid_t pid = Start(words);
+  EXPECT_EQ(waitpid(pid, &status, WUNTRACED), pid);
+  EXPECT_TRUE(WIFSTOPPED(status)) << status;
+  return pid;
+}
+
+TEST(NvramPower, AReaderThatStandsStillDoesNotFillTheWorkingCopy) {
+  struct Case {
+    const char *what, *shm;
+    std::vector<const char *> before;
+    const char *reader;
+    bool killed; /* before the writes, else it is only stopped */
+    std::vector<const char *> writes;
+    int end; /* of the reader, by this signal; 0: it goes on and ends by itself */
+  };
+  const Case kCases[] = {
+      {"killed, little memory", "1m", {}, "read", true, {"churn", "100"}, SIGKILL},
+      {"killed, a full map", "512m", {}, "read", true, {"churn", "7000"}, SIGKILL},
+      {"stopped, little memory", "1m", {}, "read", false, {"churn", "100"}, SIGKILL},
+      {"stopped, a full map", "512m", {}, "read", false, {"churn", "7000"}, SIGKILL},
+      {"in a walk, a full map", "512m", {}, "walk", false, {"churn", "7000"}, 0},
+      {"full of settings", "8m", {"more", "b", "unset", "b0"}, "read", false, {"more", "c"}, 0},
+  };
+  for (const Case &c : kCases) {
+    SCOPED_TRACE(c.what);
+    int status = -1;
+    siginfo_t dead;
+    NewBoard();
+    ASSERT_TRUE(MountShm(c.shm));
+    std::vector<const char *> before = {"set", "a", "1"}, writes = {"is", "a", "1", "stop"};
+    before.insert(before.end(), c.before.begin(), c.before.end());
+    writes.insert(writes.end(), {"set", "a", "2"});
+    writes.insert(writes.end(), c.writes.begin(), c.writes.end());
+    EXPECT_EQ(RunWords(before), 0);
+    pid_t writer = StartStopped(writes); /* attached before the reader is */
+    pid_t reader = StartStopped({c.reader});
+    if (c.killed) kill(reader, SIGKILL), waitid(P_PID, reader, &dead, WEXITED | WNOWAIT);
+    kill(writer, SIGCONT);
+    waitpid(writer, &status, 0);
+    EXPECT_EQ(status, 0);
+    kill(reader, SIGCONT);
+    waitpid(reader, &status, 0);
+    EXPECT_EQ(status, c.end);
+    umount("/dev/shm");
+  }
+}
+
 TEST(NvramPower, DamageIsNotFatal) {
   struct Damage {
     const char *what, *command, *after;
@@ -242,6 +359,43 @@ TEST(NvramPower, DamageIsNotFatal) {
     PowerCut();
     EXPECT_EQ(RunWords({"is", "a", damage.after, "is", "b", "2"}), 0) << damage.what;
   }
+  pid_t user = StartStopped({"set", "a", "of a user", "stop"});
+  ASSERT_EQ(system("dd if=/dev/urandom of=/dev/shm/nvram/data.mdb bs=8192 count=1 conv=notrunc "
+                   "2>/dev/null"),
+            0);
+  testing::internal::CaptureStderr();
+  EXPECT_EQ(RunWords({"set", "a", "2"}), 1) << "the user would not see it";
+  std::string log = testing::internal::GetCapturedStderr();
+  EXPECT_NE(log.find("process " + std::to_string(user) + " has it open"), log.npos) << log;
+  EXPECT_EQ(log.find(" 4 "), log.rfind(" 4 ")) << "one line: " << log;
+  kill(user, SIGKILL);
+  waitpid(user, nullptr, 0);
+  EXPECT_EQ(RunWords({"set", "a", "2"}), 0);
+}
+
+/* Who ends the process that looks at a place, as the kernel does when memory is short. */
+bool check_is_killed;
+void KillCheck() {
+  if (check_is_killed) raise(SIGKILL);
+}
+
+TEST(NvramPower, WhatCannotBeToldOfAPlaceIsNoVerdict) {
+  const LmdbPlace place = {"/dev/shm/nvram", 256 << 20, MDB_NOSYNC};
+  struct rlimit files;
+  NewBoard();
+  ASSERT_EQ(RunWords({"set", "a", "1"}), 0);
+  ASSERT_EQ(pthread_atfork(nullptr, nullptr, KillCheck), 0);
+  EXPECT_EQ(LmdbCheck(place, "loaded", "1"), LMDB_SOUND);
+  check_is_killed = true;
+  EXPECT_EQ(LmdbCheck(place, "loaded", "1"), LMDB_UNKNOWN);
+  check_is_killed = false;
+  EXPECT_EQ(LmdbUser(place), "");
+  ASSERT_EQ(getrlimit(RLIMIT_NOFILE, &files), 0);
+  struct rlimit none = {0, files.rlim_max};
+  ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &none), 0);
+  std::string user = LmdbUser(place);
+  ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &files), 0);
+  EXPECT_NE(user.find("Too many open files"), user.npos) << user;
 }
 
 TEST(NvramPower, ManyStartAtOnce) {
@@ -349,6 +503,8 @@ TEST(NvramFlash, WhatIsUsedInstead) {
       {"some kept", "touch area1.bad.1 area1.bad.3; echo >area1", kBefore, "kept as area1.bad.2"},
       {"enough kept", "touch area1.bad.{1,2,3,4}; echo >area1", kBefore, "removed, as others are"},
       {"a cut commit", "echo >area1.new; ln area1 area1.old", kLast, ""},
+      {"folders in a commit's way", "mkdir -p area1.{new,old}/x", kLast, ""},
+      {"a folder as the one before", "rm area1.1; mkdir -p area1.1/x", kLast, ""},
   };
   for (const Case &c : kCases) {
     std::string log;
@@ -363,6 +519,28 @@ TEST(NvramFlash, WhatIsUsedInstead) {
     EXPECT_TRUE(FileBytes("area1") == FlashFile(1, {{"k", ""}})) << c.what;
   }
   EXPECT_EQ(FileBytes("area1.1"), FlashFile(1, kLast)) << "the commit before";
+}
+
+TEST(NvramFlash, AFullFlashGivesUpWhatIsWorthLess) {
+  const std::string large(14000, 'x'), kNul(1, '\0');
+  auto records = [&](const char *key) { return key + kNul + large + kNul; };
+  auto file = [&](const char *key) { return FlashFile(1, {{key, large}}); };
+  NewBoard();
+  ASSERT_EQ(mount("none", "/var/nvram", "tmpfs", 0, "size=48k"), 0);
+  EXPECT_EQ(FlashStore(1, records("a")) + FlashStore(1, records("b")), 2);
+  WriteBytes("area1.bad.1", large);
+  EXPECT_EQ(FlashStore(1, records("c")), 1) << "for a damaged file";
+  EXPECT_TRUE(FileBytes("area1") + FileBytes("area1.1") == file("c") + file("b"));
+  WriteBytes("other", large);
+  EXPECT_EQ(FlashStore(1, records("d") + records("e")), -1) << "more than there can be room for";
+  EXPECT_TRUE(FileBytes("area1") == file("c"));
+  EXPECT_EQ(FlashStore(1, records("d")), 1) << "for the commit before";
+  EXPECT_EQ(FlashStore(1, ""), 1);
+  EXPECT_TRUE(FileBytes("area1") + FileBytes("area1.1") == FlashFile(1, {}) + file("d"));
+  WriteBytes("area1", "damaged");
+  EXPECT_EQ(FlashStore(1, records("e") + records("f")), -1);
+  EXPECT_TRUE(FileBytes("area1.1") == file("d")) << "the only one that is sound";
+  EXPECT_EQ(umount("/var/nvram"), 0);
 }
 
 /* From here on this process is attached itself. */
@@ -471,6 +649,34 @@ TEST_F(Nvram, WhatFlashCannotTakeChangesNothing) {
     EXPECT_EQ(system("umount /var/nvram"), 0);
     EXPECT_EQ(nvram_clean(NVTYPE_BASIC), 0);
   }
+}
+
+pid_t committer;
+/* Another process commits; returns when that is done, or waits for this one's lock of flash. */
+void CommitElsewhere() {
+  committer = Start({"set", "other", "1", "commit"});
+  const std::string waits = std::to_string(SYS_flock) + " ";
+  for (int tries = 0; tries < 10000; ++tries, usleep(1000)) {
+    siginfo_t info = {};
+    std::string call;
+    std::getline(std::ifstream("/proc/" + std::to_string(committer) + "/syscall"), call);
+    if (call.compare(0, waits.size(), waits) == 0) return;
+    if (waitid(P_PID, committer, &info, WEXITED | WNOHANG | WNOWAIT) == 0 && info.si_pid != 0)
+      return;
+  }
+  ADD_FAILURE() << "the other process neither commits nor waits";
+}
+
+TEST_F(Nvram, TakingBackACommitLeavesThoseOfOthers) {
+  int status = -1;
+  ASSERT_EQ(nvram_desk_apply(NVTYPE_STAGING, {{"a", "1"}}), 0);
+  at_commit = CommitElsewhere;
+  EXPECT_EQ(nvram_desk_apply(NVTYPE_STAGING, {{"a", "2"}}), -1);
+  EXPECT_EQ(waitpid(committer, &status, 0), committer);
+  EXPECT_EQ(status, 0);
+  EXPECT_EQ(Walk(NVTYPE_STAGING, ""), (Settings{{"a", "1"}, {"other", "1"}}));
+  EXPECT_EQ(FileBytes("area1"), FlashFile(1, Walk(NVTYPE_STAGING, "")));
+  EXPECT_EQ(FileBytes("area1.1"), FlashFile(1, {{"a", "1"}}));
 }
 
 TEST_F(Nvram, ThreadsDoNotLoseEachOthersSettings) {

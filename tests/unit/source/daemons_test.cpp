@@ -7,7 +7,7 @@
 
 #include <chrono>
 #include <fstream>
-#include <thread>
+#include <sstream>
 
 #include "capabinfo_thread.h"
 #include "devinfo_func.h"
@@ -226,38 +226,21 @@ TEST_F(Daemons, WhatDoesNotFitLeavesTheServerAlone) {
 
 /* ---- ports that are not free yet ---- */
 
-/* What holds a port as a server that runs: until Close, and in the background after CloseSoon. */
+/* What holds a port as a server that runs does, until Close. */
 class Holder {
  public:
-  Holder(int type, int port) : type_(type), fd_(socket(AF_INET6, type, 0)) {
-    port_ = Bind(fd_, type, port);
+  Holder(int type, int port) : fd_(socket(AF_INET6, type, 0)), port_(Bind(fd_, type, port)) {
+    EXPECT_NE(port_, 0) << "the test needs port " << port << " (0: any)";
   }
   ~Holder() { Close(); }
   int port() const { return port_; }
-
-  void CloseSoon() {
-    closer_ = std::thread([this] {
-      tds_delay(200);
-      close(fd_);
-    });
-  }
   void Close() {
-    if (closer_.joinable())
-      closer_.join();
-    else
-      close(fd_);
-  }
-
-  /* Whether another server could take the port now. */
-  bool IsFree() const {
-    int fd = socket(AF_INET6, type_, 0);
-    bool taken = Bind(fd, type_, port_) == port_;
-    close(fd);
-    return taken;
+    if (fd_ >= 0) close(fd_);
+    fd_ = -1;
   }
 
  private:
-  /* Binds and, for a stream, listens; port 0: any. The port, or 0 when that fails. */
+  /* Binds and, for a stream, listens. The port, or 0 when that fails. */
   static int Bind(int fd, int type, int port) {
     const int on = 1;
     sockaddr_in6 address = {};
@@ -270,8 +253,7 @@ class Holder {
     return getsockname(fd, any, &size) == 0 ? ntohs(address.sin6_port) : 0;
   }
 
-  int type_, fd_, port_ = 0;
-  std::thread closer_;
+  int fd_, port_;
 };
 
 struct PortWaitCase {
@@ -297,43 +279,39 @@ bool BeginsWith(const std::string &text, const std::string &begin) {
   return text.compare(0, begin.size(), begin) == 0;
 }
 
-/* Sets the service up on the holder's port and applies it; `at_kill` and `at_start` are called as
-   the lines are run. */
-void ApplyOn(const PortWaitCase &one, const Holder &holder, const std::function<void()> &at_kill,
-             const std::function<void()> &at_start) {
-  ASSERT_NE(holder.port(), 0) << one.op_function << ": the test needs the port";
+/* Sets the service up on the holder's port, which becomes free at wait `free_at` (0: never), and
+   applies it. The waits between its kill and its start, or -1 when it is not started behind a kill.
+ */
+int WaitsOf(const PortWaitCase &one, Holder *holder, int free_at) {
   if (!one.enable.empty()) SetLeaf(kServices + one.enable, "1");
-  if (!one.port_leaf.empty()) SetLeaf(kServices + one.port_leaf, std::to_string(holder.port()));
-  bool started = false;
+  if (!one.port_leaf.empty()) SetLeaf(kServices + one.port_leaf, std::to_string(holder->port()));
+  int waits = 0, killed_at = -1, started_at = -1;
+  OnDelay([&] {
+    if (++waits == free_at) holder->Close();
+  });
   OnSystem([&](const std::string &line) {
     WriteAsShell(line);
-    if (BeginsWith(line, one.kill)) at_kill();
-    if (!BeginsWith(line, one.start)) return;
-    started = true;
-    at_start();
+    if (BeginsWith(line, one.kill)) killed_at = waits;
+    if (BeginsWith(line, one.start)) started_at = waits;
   });
   const OpFuncEntry *table = one.enable.empty() ? kDevInfoFuncTable : kCapabInfoFuncTable;
   EXPECT_EQ(RunOp(table, one.op_function, TMF_SET), 0) << one.op_function;
-  EXPECT_TRUE(started) << one.op_function;
   OnSystem(WriteAsShell);
+  OnDelay(nullptr);
+  return killed_at < 0 ? -1 : started_at - killed_at;
 }
 
 TEST_F(Daemons, TheNextServerStartsWhenThePortIsFree) {
   SetLeaf(kLanAddress, "192.168.1.1");
   for (const PortWaitCase &one : kPortWaits) {
     Holder holder(one.type, one.port);
-    ApplyOn(
-        one, holder, [&] { holder.CloseSoon(); },
-        [&] { EXPECT_TRUE(holder.IsFree()) << one.op_function; });
+    EXPECT_EQ(WaitsOf(one, &holder, 3), 3) << one.op_function;
   }
 }
 
 TEST_F(Daemons, APortThatStaysTakenIsToldAndTheServerStartsAllTheSame) {
   Holder holder(SOCK_STREAM, 0);
-  const std::string log = LogOf(4, [&] {
-    ApplyOn(
-        kPortWaits[0], holder, [] {}, [] {});
-  });
+  const std::string log = LogOf(4, [&] { EXPECT_EQ(WaitsOf(kPortWaits[0], &holder, 0), 200); });
   EXPECT_NE(log.find("port " + std::to_string(holder.port()) + " is still taken"), log.npos) << log;
 }
 
@@ -360,15 +338,20 @@ const PrinterCase kPrinters[] = {
     {"no address at start", TMF_INIT, "1", "", {}, "bad lan IP \n"},
 };
 
+/* Its port stays taken: it is waited for where a server is killed and another one started. */
 TEST_F(Daemons, PrinterFollowsItsParameters) {
+  Holder holder(SOCK_STREAM, 515);
   SetLeaf(kServices + "X_KVO-ServicePrinter.QueueName", "laser");
   for (const PrinterCase &one : kPrinters) {
     SetLeaf(kServices + "X_KVO-ServicePrinter.Enabled", one.enabled);
     SetLeaf(kLanAddress, one.address);
+    int waits = 0;
+    OnDelay([&] { ++waits; });
     const std::string log = LogOf(3, [&] { Call("FuncServPrinter", one.op, one.what); });
     EXPECT_EQ(TakeCommands(), one.lines) << one.what;
     EXPECT_EQ(log.find("Fail to start lpdsrv: ") != log.npos, !one.log.empty()) << one.what << log;
     EXPECT_NE(log.find(one.log), log.npos) << one.what << log;
+    EXPECT_EQ(waits > 0, one.lines.size() == 2) << one.what;
   }
 }
 
@@ -559,13 +542,59 @@ const SambaCase kSamba[] = {
     {"any other value is off", "2", "", kSambaOff},
 };
 
+void ApplySamba(const SambaCase &one) {
+  SetLeaf(kServices + "ServiceSamba.Enable", one.enable);
+  SetLeaf("InternetGatewayDevice.ManagementServer.X_KVO_TR069WANIFNAME", one.interface);
+  RunMessage(kCapabInfoMsgTable, TDS_MSG_TIMER + CAPABINFO_TIMER_SAMBA);
+  EXPECT_EQ(TakeCommands(), one.lines) << one.what;
+}
+
 TEST_F(Daemons, SambaFollowsItsParameters) {
-  for (const SambaCase &one : kSamba) {
-    SetLeaf(kServices + "ServiceSamba.Enable", one.enable);
-    SetLeaf("InternetGatewayDevice.ManagementServer.X_KVO_TR069WANIFNAME", one.interface);
-    RunMessage(kCapabInfoMsgTable, TDS_MSG_TIMER + CAPABINFO_TIMER_SAMBA);
-    EXPECT_EQ(TakeCommands(), one.lines) << one.what;
+  for (const SambaCase &one : kSamba) ApplySamba(one);
+}
+
+/* A process that runs knows nothing of the one before but what that left in a file. */
+TEST_F(Daemons, SambaClosesWhatAnEarlierProcessOpened) {
+  const std::string file = "/var/samba_holes", other = "/var/samba_other";
+  auto write = [](const std::string &path, const std::string &text) {
+    std::ofstream(path) << text;
+  };
+  const SambaCase off = {"off", "0", "ppp3", Rules("-D", "ppp3", kSambaOff)};
+  const struct {
+    const char *what;
+    std::function<void()> leave;
+    bool taken;
+  } cases[] = {
+      {"its file", [&] { write(file, "ppp2"); }, true},
+      {"no file", [] {}, false},
+      {"an empty one", [&] { write(file, ""); }, false},
+      {"no name", [&] { write(file, "ppp2;reboot"); }, false},
+      {"two lines", [&] { write(file, "ppp2\n"); }, false},
+      {"too long", [&] { write(file, std::string(64, 'p')); }, false},
+      {"a link",
+       [&] {
+         write(other, "ppp2");
+         ASSERT_EQ(symlink(other.c_str(), file.c_str()), 0);
+       },
+       false},
+      {"a pipe", [&] { ASSERT_EQ(mkfifo(file.c_str(), 0600), 0); }, false},
+      {"a folder", [&] { ASSERT_EQ(mkdir(file.c_str(), 0700), 0); }, false},
+  };
+  for (const auto &one : cases) {
+    remove(file.c_str());
+    one.leave();
+    const Lines before = one.taken ? Rules("-D", "ppp2", off.lines) : off.lines;
+    ApplySamba({one.what, off.enable, off.interface, before});
+    ApplySamba(off);
   }
+  remove(file.c_str());
+  ApplySamba({"on", "1", "ppp1", Reopened("ppp1")});
+  std::ostringstream left;
+  left << std::ifstream(file).rdbuf();
+  EXPECT_EQ(left.str(), "ppp1");
+  ApplySamba({"off", "0", "", Rules("-D", "ppp1", kSambaOff)});
+  EXPECT_NE(access(file.c_str(), F_OK), 0) << "nothing is open any more";
+  remove(other.c_str());
 }
 
 /* Each change starts the time anew: the apply never comes sooner after the last one. */

@@ -1,8 +1,10 @@
 // Ordered downloads: what an order runs, writes, asks the version manager and gives back.
+#include <sys/stat.h>
 #include <time.h>
 
 #include <algorithm>
 #include <chrono>
+#include <filesystem>
 #include <fstream>
 #include <sstream>
 #include <thread>
@@ -213,6 +215,48 @@ TEST_F(Download, NothingToAskTheVersionManagerAbout) {
   EXPECT_EQ(upgradeVer("i", nullptr), -1);
   EXPECT_EQ(upgradeVer(std::string(128, 'n').c_str(), &result), -1);
   EXPECT_EQ(Asked(), Lines{});
+}
+
+/* So that curl, which follows links and fills pipes, and may fetch nothing, makes an image of what
+   this order fetched, or none. */
+TEST_F(Download, TheTargetIsAnEmptyFileOfOurOwn) {
+  const std::string image = "/tmp/" + kName, other = "/tmp/other";
+  const std::pair<std::string, int> cases[] = {
+      {"true", 1},
+      {"echo old >" + image, 1},
+      {"ln -s " + other + " " + image, 1},
+      {"ln " + other + " " + image, 1},
+      {"mkfifo " + image, 1},
+      {"mkdir " + image, 1},
+      {"mkdir -p " + image + "/full", 0}, /* it cannot be had: nothing is fetched */
+  };
+  for (const auto &[leave, fetches] : cases) {
+    SCOPED_TRACE(leave);
+    RunCommands(true);
+    EXPECT_EQ(system(("echo kept >" + other + "; rm -rf " + image + "; " + leave).c_str()), 0);
+    RunCommands(false);
+    TakeCommands();
+    int fetched = 0;
+    OnSystem([&](const std::string &line) {
+      struct stat found;
+      if (line != kFetch) return;
+      ++fetched;
+      EXPECT_TRUE(lstat(image.c_str(), &found) == 0 && S_ISREG(found.st_mode));
+      EXPECT_EQ(found.st_size, 0);
+      EXPECT_EQ(found.st_nlink, 1U);
+      EXPECT_EQ(found.st_mode & 077, 0U);
+    });
+    Order({});
+    RunThread();
+    EXPECT_EQ(fetched, fetches);
+    EXPECT_EQ(Asked(), Lines(static_cast<size_t>(fetches), kName));
+    EXPECT_EQ(Leaf(kOrder + "FaultCode"), "9001");
+    std::string kept;
+    std::getline(std::ifstream(other), kept);
+    EXPECT_EQ(kept, "kept");
+  }
+  OnSystem(nullptr);
+  std::filesystem::remove_all(image);
 }
 
 /* The first waits when the second comes, and must not take over any of it. */

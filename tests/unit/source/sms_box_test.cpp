@@ -1,6 +1,4 @@
 // The list of short messages for the web page, the phonebook's, and service codes.
-#include <thread>
-
 #include "sms_support.h"
 
 namespace {
@@ -56,6 +54,7 @@ TEST_F(ShortMsg, BrokenListsLoseOnlyWhatIsBroken) {
 
 TEST_F(ShortMsg, ListsThatFailLeaveTheLastOne) {
   SetLeaf(SHORT_MSG ".MsgInbox", "last");
+  OnDelay([] {}); /* nothing more comes */
   for (const char *answer : {"+CMS ERROR: 310\r\n", "garbage\n"}) {
     answers_ = {{"sms_getmsg", answer}};
     EXPECT_EQ(ReadInbox(), 0);
@@ -99,20 +98,28 @@ TEST_F(ShortMsg, AListIsReadUntilItsEnd) {
   const std::string list = Listed(3, 1, kHello) + Listed(4, 1, kHello) + "\r\nOK\r\n";
   const std::string record = "}-{1}-{27838890001}-{2099-03-29 15:16:59}-{hellohello}-{|,|";
   for (size_t cut : {size_t{0}, size_t{10}, list.find(kHello) + 40, list.size() - 3}) {
-    std::thread modem;
-    OnSystem([&](const std::string &line) {
-      if (line.find("sms_getmsg") == line.npos) return;
-      WriteText("/var/atresult_msg", list.substr(0, cut));
-      modem = std::thread([rest = list.substr(cut)] {
-        usleep(50000); /* whoever reads once finds a part; the whole may be there just as well */
-        std::ofstream("/var/atresult_msg", std::ios::binary | std::ios::app) << rest;
-      });
+    answers_ = {{"sms_getmsg", list.substr(0, cut)}};
+    int waits = 0;
+    OnDelay([&] { /* the reader has seen the end of what is there */
+                  if (++waits == 5)
+                    std::ofstream("/var/atresult_msg", std::ios::app) << list.substr(cut);
     });
     SetLeaf(SHORT_MSG ".MsgInbox", "");
     EXPECT_EQ(ReadInbox(), 0);
-    modem.join();
+    EXPECT_EQ(waits, 5) << cut;
     EXPECT_EQ(Leaf(SHORT_MSG ".MsgInbox"), "3" + record + "4" + record) << cut;
   }
+}
+
+/* The messages that a log says are not listed. */
+Lines Unlisted(const std::string &log) {
+  Lines found;
+  const std::string end = " is not listed";
+  for (size_t at = 0; (at = log.find(end, at)) != log.npos; at += end.size()) {
+    size_t start = log.rfind(' ', at - 1) + 1;
+    found.push_back(log.substr(start, at - start));
+  }
+  return found;
 }
 
 /* A second part of three; a header of ports; a reply path. */
@@ -123,18 +130,11 @@ TEST_F(ShortMsg, WhatIsNotListedIsLoggedOnce) {
                          Listed(4, 1, "0044" + from + "140B05040B8423F00003550201C0DF727A990C") +
                          Listed(5, 1, "0084" + from + "0961F1985C369FD169") + Listed(6, 1, kHello) +
                          "OK\r\n"}};
-  auto lines = [] {
-    std::string log = LogOf(3, [] { EXPECT_EQ(ReadInbox(), 0); });
-    Lines found;
-    for (size_t at = 0; (at = log.find("message ", at)) != log.npos; ++at)
-      found.push_back(log.substr(at, log.find(':', at) - at));
-    return found;
-  };
-  EXPECT_EQ(lines(), Lines({"message 3 is not listed", "message 4 is not listed",
-                            "message 5 is not listed"}));
+  auto lines = [] { return Unlisted(LogOf(3, [] { EXPECT_EQ(ReadInbox(), 0); })); };
+  EXPECT_EQ(lines(), Lines({"3", "4", "5"}));
   EXPECT_EQ(lines(), Lines{});
   EXPECT_EQ(Set("DelIdx=4"), 0);
-  EXPECT_EQ(lines(), Lines({"message 4 is not listed"})) << "another one";
+  EXPECT_EQ(lines(), Lines{"4"}) << "another one";
 }
 
 TEST_F(ShortMsg, CellLockIsCarriedOutAndNotListed) {
@@ -229,6 +229,21 @@ TEST_F(ShortMsg, FormatsLists) {
   const std::string one = shown("1", "<1>");
   EXPECT_EQ(Format(mixed, 9).size(), 3 * one.size());
   EXPECT_EQ(Format({Entry(1, 1, "t"), Entry(2, 1, "t")}, 0, 2 * one.size()), one) << "no half one";
+}
+
+TEST_F(ShortMsg, AFullListTellsWhatItLeavesOut) {
+  std::vector<ShortMsgEntry> entries = {Entry(1, 1, "t"),       Entry(2, 0, "t"),
+                                        Entry(3, 1, "t", 2, 3), Entry(4, 1, "t"),
+                                        Entry(5, 1, "t", 1, 2), Entry(6, 1, "t", 2, 2)};
+  ShortMsgMarks marks = {};
+  char text[40]; /* for one record */
+  const std::string log = LogOf(
+      3, [&] { ShortMsgFormatList(entries.data(), entries.size(), 0, &marks, text, sizeof text); });
+  EXPECT_STREQ(text, "1}-{1}-{10086}-{t}-{<1>}-{|,|");
+  EXPECT_NE(log.find("ends before message 2"), log.npos) << log;
+  EXPECT_EQ(log.find("ends before"), log.rfind("ends before")) << "once: " << log;
+  EXPECT_EQ(Unlisted(log), Lines{"3"}) << "6 is a part of 5: " << log;
+  EXPECT_TRUE(marks.unread[2]) << "the modem calls it read from now on";
 }
 
 /* ---- phonebook and USSD ---- */
