@@ -124,7 +124,8 @@ int TreeWriteBegin(MDB_txn **txn) {
 int TreeWriteEnd(MDB_txn *txn, int result) {
   ThreadTxns &mine = tTxns;
   if (mine.in_span) return result;
-  if (result != 0 || mine.failed || KeepApply() != 0) {
+  std::vector<NvramChange> before;
+  if (result != 0 || mine.failed || KeepApply(&before) != 0) {
     mine.span = nullptr;
     KeepNothing();
     mdb_txn_abort(txn);
@@ -132,7 +133,9 @@ int TreeWriteEnd(MDB_txn *txn, int result) {
   }
   mine.span = nullptr;
   int rc = mdb_txn_commit(txn);
-  return rc == 0 ? 0 : TreeFailed("committing to", rc);
+  if (rc == 0) return 0;
+  KeepTakeBack(before);
+  return TreeFailed("committing to", rc);
 }
 
 namespace {

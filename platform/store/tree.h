@@ -203,10 +203,13 @@ void KeepLeaf(const Key &key, std::string_view value);
 void KeepAdded(const Key &array, uint32_t number);
 int KeepDeleted(const Key &array, uint32_t number, uint32_t highest);
 
-/* Makes these changes in nvram, all or none; 0 also when there are none, or -1 (logged). Forgets
-   them, as does the other. */
-int KeepApply();
+/* Makes these changes in nvram, all or none, and forgets them, as does the other. `before` gets
+   what they replace. 0, also when there are none, or -1 (logged). */
+int KeepApply(std::vector<NvramChange> *before);
 void KeepNothing();
+
+/* Takes back what KeepApply did; what cannot be taken back is logged. */
+void KeepTakeBack(const std::vector<NvramChange> &before);
 
 /* ---- status over a load (status.cpp) ---- */
 

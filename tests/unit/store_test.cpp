@@ -23,12 +23,22 @@
 
 namespace {
 bool fork_fails;
+std::string commits; /* what happens to the next ones: '+', or '-' for one that fails */
 }  // namespace
 
 extern "C" pid_t __real_fork(void);
 extern "C" pid_t __wrap_fork(void) {
   errno = EAGAIN;
   return fork_fails ? -1 : __real_fork();
+}
+
+extern "C" int __real_mdb_txn_commit(MDB_txn *txn);
+extern "C" int __wrap_mdb_txn_commit(MDB_txn *txn) {
+  bool fails = commits[0] == '-';
+  if (!commits.empty()) commits.erase(0, 1);
+  if (!fails) return __real_mdb_txn_commit(txn);
+  mdb_txn_abort(txn);
+  return EIO;
 }
 
 namespace {
@@ -531,6 +541,29 @@ TEST_F(Store, AFullStoreRefusesAndStaysAsItWas) {
   EXPECT_GT(deleted, 0);
   EXPECT_LT(deleted, 400);
   ASSERT_EQ(nvram_clean(NVTYPE_STAGING) | nvram_commit(NVTYPE_STAGING), 0);
+}
+
+/* The settings' commit comes first, then the tree's, then, to take it back, the settings' again. */
+TEST_F(Store, WhatIsKeptIsTakenBackWhenTheTreesCommitFails) {
+  const struct {
+    const char *commits, *kept, *says;
+  } kCases[] = {
+      {"-", "(none)", "not changed"},
+      {"+-", "(none)", "committing to the tree failed"},
+      {"+--", "new", IGD "Summary is kept, though"},
+  };
+  for (const auto &one : kCases) {
+    ASSERT_EQ(nvram_clean(NVTYPE_STAGING) | nvram_commit(NVTYPE_STAGING), 0);
+    testing::internal::CaptureStderr();
+    commits = one.commits;
+    EXPECT_EQ(ams_set_node_value(root, IGD "Summary", "new"), -1) << one.commits;
+    std::string told = testing::internal::GetCapturedStderr();
+    EXPECT_EQ(commits, "");
+    EXPECT_EQ(Leaf(IGD "Summary"), "sum") << one.commits;
+    EXPECT_EQ(Kept(IGD "Summary"), one.kept) << one.commits;
+    EXPECT_NE(told.find(one.says), told.npos) << told;
+  }
+  ASSERT_EQ(nvram_clean(NVTYPE_STAGING), 0);
 }
 
 TEST_F(Store, AReaderThatStandsStillIsEndedWhenThePagesRunOut) {
