@@ -83,6 +83,17 @@ int KeepDeleted(const Key &array, uint32_t number, uint32_t highest) {
   return 0;
 }
 
+int KeepRead(const Key &key, std::optional<std::string> *value) {
+  return KeptValue(PathOf(key), value);
+}
+
+int KeepAgain(const Key &key, const std::optional<std::string> &value) {
+  std::optional<std::string> now;
+  if (KeepRead(key, &now) != 0) return -1;
+  if (now != value) Changes()->push_back({PathOf(key), value});
+  return 0;
+}
+
 int KeepApply(std::vector<NvramChange> *before) {
   std::vector<NvramChange> *changes = TreeThread()->kept;
   if (changes == nullptr || changes->empty()) return 0;

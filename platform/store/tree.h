@@ -6,6 +6,7 @@
 #include <lmdb.h>
 
 #include <cstdint>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -202,6 +203,10 @@ std::string TreeNotify(MDB_txn *txn, const Key &key, const Record &record);
 void KeepLeaf(const Key &key, std::string_view value);
 void KeepAdded(const Key &array, uint32_t number);
 int KeepDeleted(const Key &array, uint32_t number, uint32_t highest);
+
+/* What nvram keeps of a leaf once the open write is done, and making it that again. */
+int KeepRead(const Key &key, std::optional<std::string> *value); /* 0 or -1 (logged) */
+int KeepAgain(const Key &key, const std::optional<std::string> &value);
 
 /* Makes these changes in nvram, all or none, and forgets them, as does the other. `before` gets
    what they replace. 0, also when there are none, or -1 (logged). */
