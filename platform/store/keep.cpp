@@ -24,25 +24,13 @@ std::string PathOf(const Key &key) {
   return {path, KeyToPath(key.bytes, key.length, path)};
 }
 
-/* A walk, which tells what is not there from what cannot be read. 0 or -1 (logged). */
-int ReadNvram(NvramChange *entry) {
-  entry->value.reset();
-  auto first = [](const char *key, const char *value, void *context) {
-    NvramChange *wanted = static_cast<NvramChange *>(context);
-    if (wanted->key == key) wanted->value = value;
-    return 1; /* those with more behind come later */
-  };
-  return nvram_walk(NVTYPE_STAGING, entry->key.c_str(), first, entry) == -1 ? -1 : 0;
-}
-
 /* The value that is kept under `key` once the open write is done. 0 or -1 (logged). */
 int KeptValue(const std::string &key, std::optional<std::string> *value) {
   const std::vector<NvramChange> &changes = *Changes();
-  NvramChange entry = {key, std::nullopt};
   auto last = std::find_if(changes.rbegin(), changes.rend(),
                            [&](const NvramChange &one) { return one.key == key; });
-  if (last == changes.rend() && ReadNvram(&entry) != 0) return -1;
-  *value = last == changes.rend() ? entry.value : last->value;
+  if (last == changes.rend()) return nvram_desk_read(NVTYPE_STAGING, key, value);
+  *value = last->value;
   return 0;
 }
 
@@ -99,7 +87,8 @@ int KeepApply(std::vector<NvramChange> *before) {
   if (changes == nullptr || changes->empty()) return 0;
   int result = 0;
   *before = *changes;
-  for (NvramChange &entry : *before) result |= ReadNvram(&entry);
+  for (NvramChange &entry : *before)
+    result |= nvram_desk_read(NVTYPE_STAGING, entry.key, &entry.value);
   if (result == 0) result = nvram_desk_apply(NVTYPE_STAGING, *changes);
   if (result != 0)
     STORE_LOG("store: %s%s not changed: it cannot be kept\n", changes->front().key.c_str(),

@@ -38,7 +38,7 @@ extern "C" int __wrap_mdb_txn_commit(MDB_txn *txn) {
   if (!commits.empty()) commits.erase(0, 1);
   if (!fails) return __real_mdb_txn_commit(txn);
   mdb_txn_abort(txn);
-  return EIO;
+  return ENOMEM;
 }
 
 namespace {
