@@ -5,8 +5,20 @@
 #include "ams_config_shell.h"
 #include "appt_dispatch.h"
 #include "appt_store.h"
+#include "nvram.h"
 #include "support.h"
 #include "tds_desk.h"
+
+namespace {
+const char *no_memory_for; /* a tag; NULL: there is memory */
+}
+
+extern "C" char *__real___tds_strdup(const char *text, const char *tag);
+extern "C" char *__wrap___tds_strdup(const char *text, const char *tag) {
+  return no_memory_for != nullptr && strcmp(no_memory_for, tag) == 0
+             ? nullptr
+             : __real___tds_strdup(text, tag);
+}
 
 namespace {
 
@@ -145,48 +157,90 @@ TEST_F(DispatchWalk, RequestsCallAndAnswer) {
   }
 }
 
+enum Trouble { NONE, NO_COMMANDS, NO_MEMORY };
+
 struct ChangeCase {
   const char *what;
-  bool can_run; /* commands */
+  Trouble trouble;
   uint32_t command;
   const char *url, *value;
   int result;
   const char *node, *text; /* a node above, and what it holds then */
+  const char *kept;        /* in nvram */
 };
 
 constexpr char kBlackAsItWas[] = "1.Name=one\0033.Name=three";
+constexpr char kThree[] = "Black.3.Name=three "; /* is kept before */
 
 const ChangeCase kChanges[] = {
-    {"a refused set", true, kSet, "Wrong", "W=1\3R=1\3W=2\3Nowhere=1", -1, "Wrong", "W=w\3R=r"},
-    {"a set whose command cannot be run", false, kSet, "Black.3", "Name=x", -1, "Black",
-     kBlackAsItWas},
-    {"the same when it can", true, kSet, "Black.3", "Name=x", 0, "Black", "1.Name=one\0033.Name=x"},
-    {"a refused add", true, kAdd, "Failing", "", -1, "Failing", "1.Name="},
-    {"an add whose command cannot be run", false, kAdd, "Black", "", -1, "Black", kBlackAsItWas},
-    {"a deletion stands", false, kDel, "Black.3", "", 0, "Black", "1.Name=one"},
-    {"a get whose command cannot be run", false, kGet, "Top", "A", -1, "Top.Plain.Deep", "L=x"},
-    {"a set without a handler", true, kSet, "Iptv", "Mode=1\3Nowhere=1", 0, "Iptv", "Mode=1"},
-    {"a set of no leaf that is there", true, kSet, "Iptv", "Nowhere=1\3=2", 0, "Iptv", "Mode=0"},
-    {"a refused set of no leaf that is there", true, kSet, "Wrong", "Nowhere=1", -1, "Wrong",
-     "W=w\3R=r"},
-    {"a set of a name of 64 bytes", true, kSet, "Long", NAME64 "=1", 0, "Long", NAME64 "=1"},
-    {"a longer one is no other's", true, kSet, "Long", NAME64 "s=1", 0, "Long", NAME64 "=l"},
+    {"a refused set", NONE, kSet, "Wrong", "W=1\3R=1\3W=2\3Nowhere=1", -1, "Wrong", "W=w\3R=r",
+     kThree},
+    {"a set whose command cannot be run", NO_COMMANDS, kSet, "Black.3", "Name=x\3Name=y", -1,
+     "Black", kBlackAsItWas, kThree},
+    {"of a row that nothing is kept of", NO_COMMANDS, kSet, "Black.1", "Name=x", -1, "Black",
+     kBlackAsItWas, kThree},
+    {"the same when it can", NONE, kSet, "Black.3", "Name=x", 0, "Black", "1.Name=one\0033.Name=x",
+     "Black.3.Name=x "},
+    {"a set without memory for the op function", NO_MEMORY, kSet, "Black.3", "Name=x", -1, "Black",
+     kBlackAsItWas, kThree},
+    {"a refused add uses up a number", NONE, kAdd, "Failing", "", -1, "Failing",
+     "1.Name=", "Black.3.Name=three Failing.=2 "},
+    {"an add whose command cannot be run", NO_COMMANDS, kAdd, "Black", "", -1, "Black",
+     kBlackAsItWas, "Black.=4 Black.3.Name=three "},
+    {"an add without memory for its path", NO_MEMORY, kAdd, "Black", "", -1, "Black", kBlackAsItWas,
+     kThree},
+    {"a deletion stands", NO_COMMANDS, kDel, "Black.3", "", 0, "Black", "1.Name=one",
+     "Black.=3 Black.3.=0 "},
+    {"a get whose command cannot be run", NO_COMMANDS, kGet, "Top", "A", -1, "Top.Plain.Deep",
+     "L=x", kThree},
+    {"a set without a handler", NONE, kSet, "Iptv", "Mode=1\3Nowhere=1", 0, "Iptv", "Mode=1",
+     "Black.3.Name=three Iptv.Mode=1 "},
+    {"a set of no leaf that is there", NONE, kSet, "Iptv", "Nowhere=1\3=2", 0, "Iptv", "Mode=0",
+     kThree},
+    {"a refused set of no leaf that is there", NONE, kSet, "Wrong", "Nowhere=1", -1, "Wrong",
+     "W=w\3R=r", kThree},
+    {"a set of a name of 64 bytes", NONE, kSet, "Long", NAME64 "=1", 0, "Long", NAME64 "=1",
+     "Black.3.Name=three Long." NAME64 "=1 "},
+    {"a longer one is no other's", NONE, kSet, "Long", NAME64 "s=1", 0, "Long", NAME64 "=l",
+     kThree},
 };
+
+std::string Kept() {
+  std::string kept;
+  auto visit = [](const char *key, const char *value, void *context) {
+    *static_cast<std::string *>(context) += std::string(key + sizeof ROOT - 1) + "=" + value + " ";
+    return 0;
+  };
+  EXPECT_EQ(nvram_walk(NVTYPE_STAGING, ROOT, visit, &kept), 0);
+  return kept;
+}
 
 TEST_F(DispatchWalk, ARefusedChangeLeavesEverythingAsItWas) {
   for (const ChangeCase &row : kChanges) {
     SCOPED_TRACE(row.what);
     LoadModel(kModel);
+    ASSERT_EQ(nvram_clean(NVTYPE_STAGING), 0);
+    ASSERT_EQ(ams_set_node_value(gptXmlTrees->root, ROOT "Black.3.Name", "three"), 0);
     AnswerSystem(-1, ECHILD); /* this one ran: the kernel has thrown its status away */
     EXPECT_EQ(cfgSystemCmd("before"), 0);
-    if (!row.can_run) AnswerSystem(-1, EAGAIN);
-    EXPECT_EQ(Answer(row.command, std::string(ROOT) + row.url, row.value).result, row.result);
+    if (row.trouble == NO_COMMANDS) AnswerSystem(-1, EAGAIN);
+    if (row.trouble == NO_MEMORY)
+      no_memory_for = row.command == kAdd ? "AMS_Appt_Addobj" : "appt_Do_OpFunc";
+    TakeCommands();
+    Outcome outcome = Answer(row.command, std::string(ROOT) + row.url, row.value);
+    no_memory_for = nullptr;
+    EXPECT_EQ(outcome.result, row.result);
+    if (row.trouble == NO_MEMORY) {
+      EXPECT_EQ(outcome.commands, Lines());
+    }
     char *text = nullptr;
     EXPECT_EQ(ams_get_node_value(gptXmlTrees->root, (std::string(ROOT) + row.node).c_str(), &text),
               0);
     EXPECT_STREQ(text, row.text);
+    EXPECT_EQ(Kept(), row.kept);
     __tds_free(text);
   }
+  ASSERT_EQ(nvram_clean(NVTYPE_STAGING), 0);
 }
 
 /* Whatever failed on the thread before is nobody's refusal. */
