@@ -1,9 +1,11 @@
-// Which op functions a request calls, in which order and for which node.
+// Every command on every kind of node: which op functions it calls, in which order and for which
+// node, what it answers, and what it leaves in the store and in nvram.
+#include "appt_dispatch.h"
+
 #include <cerrno>
 #include <cstring>
 
 #include "ams_config_shell.h"
-#include "appt_dispatch.h"
 #include "appt_store.h"
 #include "nvram.h"
 #include "support.h"
@@ -87,7 +89,7 @@ Outcome Answer(uint32_t command, const std::string &url, const std::string &valu
   return outcome;
 }
 
-class DispatchWalk : public StoreTest {
+class Dispatch : public StoreTest {
  protected:
   std::string DataModel() const override { return kModel; }
 };
@@ -140,9 +142,39 @@ const WalkCase kRequests[] = {
     {"an array calls its op once", kGet, "Top.Rows", "", 0, "3.Name=c", {Cpu("Top.Rows")}},
     {"refresh of an array", kRefresh, "Top.Rows", "", 0, nullptr, {Cpu("Top.Rows")}},
     {"get of an array without op", kGet, "Silent", "", -1, nullptr, {}},
+    {"a leaf that is not there spoils no other",
+     kGet,
+     "Top",
+     "Nowhere\3A",
+     0,
+     "A=1\3",
+     {Cpu("Top")}},
+    {"no name, nothing read", kGet, "Iptv", "=", 0, nullptr, {}},
+    {"attributes",
+     APPT_CMD_ATTR,
+     "Top",
+     "B",
+     0,
+     "B=2 type=\"string\" writable=\"0\"\3",
+     {Cpu("Top")}},
+    {"attributes of an array",
+     APPT_CMD_ATTR,
+     "Top.Rows",
+     "",
+     0,
+     "3.Name=c type=\"string\"",
+     {Cpu("Top.Rows")}},
+    {"set needs leaves", kSet, "Top", "", -1, nullptr, {}},
+    {"set of an array", kSet, "Black", "", -1, nullptr, {}},
+    {"add needs an array", kAdd, "Top", "", -1, nullptr, {}},
+    {"leaves of an add", kAdd, "Top", "A=1", 0, nullptr, {}},
+    {"a list", APPT_CMD_LIST, "Black", "", 0, "1,3", {}},
+    {"a leaf is no node to ask", kGet, "Top.A", "", -1, nullptr, {}},
+    {"no such node", kGet, "Nowhere", "", -1, nullptr, {}},
+    {"delete of what is no instance", kDel, "Bare", "", -1, nullptr, {}},
 };
 
-TEST_F(DispatchWalk, RequestsCallAndAnswer) {
+TEST_F(Dispatch, RequestsCallAndAnswer) {
   for (const WalkCase &row : kRequests) {
     SCOPED_TRACE(row.what);
     LoadModel(kModel);
@@ -151,7 +183,7 @@ TEST_F(DispatchWalk, RequestsCallAndAnswer) {
     EXPECT_EQ(outcome.length, row.reply == nullptr ? 0U : strlen(row.reply) + 1);
     EXPECT_EQ(outcome.reply, row.reply == nullptr ? "" : row.reply);
     EXPECT_EQ(outcome.commands, row.commands);
-    if (row.command == kDel) {
+    if (row.command == kDel && row.result == 0) {
       EXPECT_EQ(ams_check_node(gptXmlTrees->root, (std::string(ROOT) + row.url).c_str()), -1);
     }
   }
@@ -199,6 +231,10 @@ const ChangeCase kChanges[] = {
      kThree},
     {"a refused set of no leaf that is there", NONE, kSet, "Wrong", "Nowhere=1", -1, "Wrong",
      "W=w\3R=r", kThree},
+    {"an empty value is a value", NONE, kSet, "Iptv", "Mode=", 0, "Iptv",
+     "Mode=", "Black.3.Name=three Iptv.Mode= "},
+    {"a read-only leaf takes a status", NONE, kSet, "Top", "B=5=6\3A=1", 0, "Top.Plain.Deep", "L=x",
+     "Black.3.Name=three Top.A=1 "},
     {"a set of a name of 64 bytes", NONE, kSet, "Long", NAME64 "=1", 0, "Long", NAME64 "=1",
      "Black.3.Name=three Long." NAME64 "=1 "},
     {"a longer one is no other's", NONE, kSet, "Long", NAME64 "s=1", 0, "Long", NAME64 "=l",
@@ -215,7 +251,7 @@ std::string Kept() {
   return kept;
 }
 
-TEST_F(DispatchWalk, ARefusedChangeLeavesEverythingAsItWas) {
+TEST_F(Dispatch, ARefusedChangeLeavesEverythingAsItWas) {
   for (const ChangeCase &row : kChanges) {
     SCOPED_TRACE(row.what);
     LoadModel(kModel);
@@ -244,18 +280,18 @@ TEST_F(DispatchWalk, ARefusedChangeLeavesEverythingAsItWas) {
 }
 
 /* Whatever failed on the thread before is nobody's refusal. */
-TEST_F(DispatchWalk, OnlyTheOpFunctionsOwnCommandsCount) {
+TEST_F(Dispatch, OnlyTheOpFunctionsOwnCommandsCount) {
   AnswerSystem(-1, EAGAIN);
   EXPECT_EQ(cfgSystemCmd("a timer's"), -1);
   EXPECT_EQ(Answer(kSet, ROOT "Black.3", "Name=x").result, 0);
 }
 
-TEST_F(DispatchWalk, NamesThatAreCutAreLogged) {
+TEST_F(Dispatch, NamesThatAreCutAreLogged) {
   std::string log = LogOf(4, [] { Answer(kGet, ROOT "Long", NAME64 "s"); });
   EXPECT_NE(log.find(NAME64 "s"), log.npos) << log;
 }
 
-TEST_F(DispatchWalk, ListsOfAnyLength) {
+TEST_F(Dispatch, ListsOfAnyLength) {
   std::string rows, list;
   for (int number = 1; number <= 7300; ++number) {
     rows += "<Instance id=\"" + std::to_string(number) + "\"/>";
@@ -279,7 +315,7 @@ TEST_F(DispatchWalk, ListsOfAnyLength) {
   EXPECT_EQ(log, "");
 }
 
-TEST_F(DispatchWalk, AnAnswerThatNoMessageHoldsIsRefused) {
+TEST_F(Dispatch, AnAnswerThatNoMessageHoldsIsRefused) {
   const std::string longest(AMS_VALUE_MAX, 'x');
   StartModules();
   LoadModel(kModel);
@@ -297,6 +333,41 @@ TEST_F(DispatchWalk, AnAnswerThatNoMessageHoldsIsRefused) {
   EXPECT_EQ(ack.result, -1);
   EXPECT_EQ(ack.value, "");
   EXPECT_NE(log.find("too large for a message, -1 is answered"), log.npos) << log;
+}
+
+TEST_F(Dispatch, ANodeWithoutTypeIsReportedBeforeTheAcknowledgement) {
+  StartModules();
+  Send("sysmgr:capabinfo", EV_APPT_MSG_REQUEST,
+       RequestFrame(0x01020304, APPT_CMD_GET, ROOT "Nowhere"));
+  EXPECT_EQ("\4\3\2\1", AwaitMessage(EV_APPT_MSG_NO_OBJECT).payload) << "little-endian";
+  EXPECT_EQ(-1, ParseAck(AwaitMessage(EV_APPT_MSG_ACKTO_AGT).payload).result);
+}
+
+TEST_F(Dispatch, AnEmptyListIsAnEmptyTextOfTwoBytes) {
+  Outcome outcome = Answer(APPT_CMD_LIST, ROOT "Silent", "");
+  EXPECT_EQ(outcome.result, 0);
+  EXPECT_EQ(outcome.length, 2U);
+  EXPECT_EQ(outcome.reply, "");
+}
+
+TEST_F(Dispatch, StoreWrappersAnswerAsTheyShould) {
+  MsgArg arg = {};
+  arg.url = ROOT "Silent";
+  EXPECT_EQ(0, AMS_Appt_Getidxes(&arg));
+  EXPECT_STREQ("0", arg.rBuf) << "unlike the agent's own listing, which is empty";
+  EXPECT_EQ(2U, arg.rLen);
+  __tds_free(arg.rBuf);
+  arg.value = "2";
+  EXPECT_EQ(0, AMS_Appt_Setattr(&arg));
+  EXPECT_EQ(0, AMS_Appt_Getattr(&arg));
+  EXPECT_STREQ("2", arg.rBuf);
+  __tds_free(arg.rBuf);
+  MsgArg none = {};
+  EXPECT_EQ(-1, AMS_Appt_Addobj(&none) & AMS_Appt_Delobj(&none));
+  arg.value = "/tmp/tree.debug.xml";
+  EXPECT_EQ(0, AMS_Appt_Savetree(&arg));
+  arg.value = "/nowhere/tree.xml";
+  EXPECT_EQ(-1, AMS_Appt_Savetree(&arg));
 }
 
 }  // namespace

@@ -1,5 +1,7 @@
 // Typed views of the data model: loading, copying and releasing, what they log and what they leave
 // on the heap, against a plain model of the same tables.
+#include "ams_config_tree.h"
+
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <rapidcheck.h>
@@ -13,7 +15,6 @@
 
 #include "ams_config_api.h"
 #include "ams_config_shell.h"
-#include "ams_config_tree.h"
 #include "support.h"
 #include "tds_desk.h"
 

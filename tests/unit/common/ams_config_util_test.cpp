@@ -1,4 +1,6 @@
 // The small utilities of the op functions: digests, keys of shell-style files, command lines.
+#include "ams_config_util.h"
+
 #include <gtest/gtest.h>
 #include <unistd.h>
 
@@ -10,7 +12,6 @@
 #include <sstream>
 
 #include "ams_config_shell.h"
-#include "ams_config_util.h"
 #include "sha256.h"
 #include "support.h"
 
