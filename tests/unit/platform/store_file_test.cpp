@@ -248,8 +248,10 @@ TEST_F(Store, ConfigurationIsKeptByTheCallItself) {
     LayKept();
     EXPECT_EQ(Text(IGD "Services"), before) << bad;
   }
+  nvram_set(IGD "Services.List.14.Name", "of a row that found no room", NVTYPE_STAGING);
   ams_add_obj(root, IGD "Services.List", url);
   EXPECT_STREQ(url, IGD "Services.List.14");
+  EXPECT_EQ(Kept().count("List.14.Name"), 0u) << "another row's";
   EXPECT_EQ(WithAttributes(IGD "ALL_CHANGED_DATA", 1),
             "Services.ListNumberOfEntries=4 type=\"unsignedInt\" writable=\"0\" notify=\"1\"");
   EXPECT_EQ(ams_del_obj(root, IGD "Services.List.11"), 0);
