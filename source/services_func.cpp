@@ -98,8 +98,6 @@ const PortDaemon kTftp = {"InternetGatewayDevice.Services.ServiceTFTP.Enable",
                           "killall tftpd-hpa >/dev/null 2>&1",
                           SOCK_DGRAM,
                           nullptr,
-                          0,
-                          nullptr,
                           TftpLines};
 const PortDaemon kSsh = {"InternetGatewayDevice.Services.ServiceSSH.Enable",
                          "InternetGatewayDevice.Services.ServiceSSH.Port",
@@ -107,9 +105,9 @@ const PortDaemon kSsh = {"InternetGatewayDevice.Services.ServiceSSH.Enable",
                          "killall dropbear >/dev/null 2>&1",
                          SOCK_STREAM,
                          nullptr,
+                         SshLines,
                          22,
-                         SshPrepare,
-                         SshLines};
+                         SshPrepare};
 
 /* The LED tells the result of the registration. */
 int FuncUserInfo(OpFuncArg *arg) {

@@ -2,6 +2,7 @@
 #include "support.h"
 
 #include <fcntl.h>
+#include <pthread.h>
 #include <sys/types.h>
 #include <unistd.h>
 
@@ -40,6 +41,8 @@ WRAPPED(int, SendMsg, uint32_t id, const void *data, uint32_t len, const char *d
 WRAPPED(int, SendMsg_syn_lib, uint32_t id, const void *data, uint32_t len, const char *dest,
         void **reply, uint32_t *reply_len);
 WRAPPED(int, TDS_RegisterNotifyList, uint32_t id, const char *publisher);
+WRAPPED(int, pthread_create, pthread_t *thread, const pthread_attr_t *attributes,
+        void *(*run)(void *), void *argument);
 WRAPPED(int, TDS_NotifyRegistrant, uint32_t id, const void *data, uint32_t len);
 }
 
@@ -60,7 +63,7 @@ bool run_really = false;
 const int first_zone = setenv("TZ", "UTC0", 1);
 std::function<void(const std::string &)> on_system;
 thread_local std::function<void()> on_delay;
-thread_local bool runtime_recorded = false;
+thread_local bool runtime_recorded = false, no_thread = false;
 
 void Forget() {
   std::lock_guard<std::mutex> lock(mutex);
@@ -72,7 +75,7 @@ void Forget() {
   run_really = false;
   on_system = nullptr;
   on_delay = nullptr;
-  runtime_recorded = false;
+  runtime_recorded = no_thread = false;
 }
 
 bool RecordCommand(const char *line) {
@@ -253,6 +256,12 @@ int __wrap_TDS_NotifyRegistrant(uint32_t id, const void *data, uint32_t len) {
   return RecordCall("TDS_NotifyRegistrant(%#x, %s)", id, Shown(data, len).c_str());
 }
 
+int __wrap_pthread_create(pthread_t *thread, const pthread_attr_t *attributes, void *(*run)(void *),
+                          void *argument) {
+  if (std::exchange(no_thread, false)) return EAGAIN;
+  return __real_pthread_create(thread, attributes, run, argument);
+}
+
 void LoadModel(const std::string &text) {
   if (gptXmlTrees == nullptr) gptXmlTrees = ShmPoolSrvInit();
   ASSERT_NE(gptXmlTrees, nullptr);
@@ -332,6 +341,8 @@ void OnSystem(std::function<void(const std::string &)> answer) {
 }
 
 void RecordRuntime() { runtime_recorded = true; }
+
+void FailThread() { no_thread = true; }
 
 void OnDelay(std::function<void()> instead) { on_delay = std::move(instead); }
 

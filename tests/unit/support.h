@@ -72,6 +72,9 @@ void RecordRuntime();
 /* What the next recorded synchronous call is answered; without any it fails. */
 void AnswerCall(const std::string &reply);
 
+/* The next thread that this one wants cannot be had. */
+void FailThread();
+
 /* Whether the shell really runs the lines, after recording them. Off at the start of a test. */
 void RunCommands(bool really);
 

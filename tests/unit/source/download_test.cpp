@@ -12,6 +12,7 @@
 #include "download_func.h"
 #include "support.h"
 #include "tds_desk.h"
+#include "version_manager.h"
 
 namespace {
 
@@ -143,6 +144,15 @@ TEST_F(Download, TwoOrdersAtOnceDoNotMix) {
   lines = AwaitCommand("cfgcmd manully_inform EV TC-k1 Dn-k1");
   EXPECT_EQ(std::count(lines.begin(), lines.end(), fetch("1")), 1);
   EXPECT_TRUE(NothingLeft());
+}
+
+TEST(VersionManager, IsNotAskedWithoutANameOrForALongOne) {
+  VersionWord result = "";
+  EXPECT_EQ(upgradeVer(nullptr, &result), -1);
+  EXPECT_EQ(upgradeVer("i", nullptr), -1);
+  EXPECT_STREQ(result, "");
+  EXPECT_EQ(upgradeVer(std::string(128, 'n').c_str(), &result), -1);
+  EXPECT_STREQ(result, "other_failed");
 }
 
 }  // namespace

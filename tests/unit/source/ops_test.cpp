@@ -249,6 +249,8 @@ void Prepare(Script *script, const std::string &word, std::string rest) {
     AnswerPopen(Expanded(rest));
   } else if (word == "no-shell") {
     FailPopen();
+  } else if (word == "no-thread") {
+    FailThread();
   } else if (word == "answers") {
     AnswerCall(Expanded(rest));
   } else if (word == "forced") {
