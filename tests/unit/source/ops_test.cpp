@@ -276,7 +276,8 @@ bool Expects(Script *script, const std::string &word, std::string rest) {
   if (word == ">") {
     act->lines.push_back(Expanded(rest));
   } else if (word == ">>") {
-    const Lines &lines = script->named.at(rest);
+    EXPECT_EQ(script->named.count(rest), 1U) << script->where << "is the name of no lines";
+    const Lines &lines = script->named[rest];
     act->lines.insert(act->lines.end(), lines.begin(), lines.end());
   } else if (word == "=") {
     const std::string path = Word(&rest);
