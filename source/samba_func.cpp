@@ -13,6 +13,7 @@
 #include "ams_config_shell.h"
 #include "capabinfo_thread.h"
 #include "op_rows.h"
+#include "op_values.h"
 
 namespace {
 
