@@ -108,7 +108,8 @@ void SambaStart(const Name &interface) {
 void SambaStop(const Name &interface) {
   CloseElsewhere(interface);
   int failed = *interface == '\0' ? 0 : Rules("-D", interface);
-  if (failed == 0 && strcmp(opened_on, interface) == 0) Forget();
+  bool elsewhere = opened_on[0] != '\0' && strcmp(opened_on, interface) != 0;
+  if (failed == 0 && !elsewhere) Forget();
   cfgSystemCmd("killall -q nmbd");
   cfgSystemCmd("killall -q smbd");
 }

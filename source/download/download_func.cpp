@@ -14,6 +14,9 @@
 #include <cstdlib>
 #include <cstring>
 #include <memory>
+#include <mutex>
+#include <set>
+#include <string>
 
 #include "ams_config_api.h"
 #include "ams_config_shell.h"
@@ -141,22 +144,34 @@ void FreeMemory(Aftermath *after) {
   for (const char *line : kMakeRoom) cfgSystemCmd("%s", line);
 }
 
+/* Targets that are being fetched or flashed, of all orders. */
+std::mutex targets_mutex;
+std::multiset<std::string> targets_in_work;
+
+void EndTarget(const char *name) {
+  std::lock_guard<std::mutex> lock(targets_mutex);
+  targets_in_work.erase(targets_in_work.find(name));
+}
+
 /* Makes the file that curl fills, which is a new and empty one of our own: curl follows a link and
-   fills a pipe, and a fetch that fails leaves what is there to be flashed. 0 or -1 (logged). */
-int MakeTarget(const char *name) {
+   fills a pipe, and a fetch that fails leaves what is there to be flashed. One that another order
+   has in work is that already, and it may be whole. 0, then EndTarget ends it; or -1 (logged). */
+int BeginTarget(const char *name) {
+  std::lock_guard<std::mutex> lock(targets_mutex);
+  targets_in_work.insert(name);
+  if (targets_in_work.count(name) > 1) return 0;
   char path[sizeof "/tmp/" + VERSION_NAME_SIZE];
   snprintf(path, sizeof path, "/tmp/%s", name);
   (void)rmdir(path); /* seldom a folder; all else WriteOwnFile removes */
   if (WriteOwnFile(path, "") == 0) return 0;
   AMS_PRINT(4, "%s cannot be made, nothing is fetched: %m; remove what is there, or make room\n",
             path);
+  targets_in_work.erase(name);
   return -1;
 }
 
 /* Whether the file came is not asked: the version manager finds out. */
-void FetchAndUpgrade(const DownloadOrder &order, DownloadLine &line, VersionWord *result) {
-  if (DownloadFetchCommand(order, line) != 0) return; /* refused before */
-  if (MakeTarget(order.target) != 0) return;
+void FetchAndUpgrade(const DownloadOrder &order, const DownloadLine &line, VersionWord *result) {
   AMS_PRINT(3, "DownCmd=%s", line);
   RunLong(line);
   if (strcmp(order.file_type, kImageType) != 0) {
@@ -200,7 +215,11 @@ void RunOrder(const DownloadOrder &order, DownloadLine &line, Aftermath *after) 
   } else {
     for (unsigned left = DownloadDelay(order.delay); left != 0;) left = sleep(left);
     FreeMemory(after);
-    FetchAndUpgrade(order, line, &result);
+    if (DownloadFetchCommand(order, line) == 0 /* else refused */ &&
+        BeginTarget(order.target) == 0) {
+      FetchAndUpgrade(order, line, &result);
+      EndTarget(order.target);
+    }
   }
   WriteTime(DOWNLOAD "CompleteTime");
   after->reboot = strcmp(result, "success") == 0;

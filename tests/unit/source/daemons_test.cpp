@@ -206,6 +206,12 @@ TEST_F(Daemons, SambaClosesWhatAnEarlierProcessOpened) {
   }
   remove(file.c_str());
   remove(other.c_str());
+  write(file, "ppp2");
+  AnswerSystem(-1, EAGAIN); /* the first rule stays */
+  for (const char *closed : {"ppp2 ppp3 ", "ppp2 ppp3 ", "ppp3 "}) {
+    RunMessage(kCapabInfoMsgTable, TDS_MSG_TIMER + CAPABINFO_TIMER_SAMBA);
+    EXPECT_EQ(Closed(), closed);
+  }
 }
 
 }  // namespace

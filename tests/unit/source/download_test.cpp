@@ -6,6 +6,7 @@
 
 #include <chrono>
 #include <filesystem>
+#include <fstream>
 #include <future>
 
 #include "devinfo_func.h"
@@ -116,6 +117,25 @@ TEST_F(Download, TheTargetIsAnEmptyFileOfOurOwn) {
   }
   OnSystem(nullptr);
   std::filesystem::remove_all(image);
+}
+
+/* The usual name is that of every order without one. */
+TEST_F(Download, AnOrderLeavesAnImageAloneThatAnotherHasInWork) {
+  const std::string image = "/tmp/zorp_image.bin";
+  int fetched = 0;
+  OnSystem([&](const std::string &line) {
+    if (line.compare(0, 5, "curl ") != 0 || fetched++ > 0) return;
+    std::ofstream(image) << "whole";
+    Order("2");
+    EXPECT_EQ(tr069_download_image_thread(nullptr), nullptr);
+    EXPECT_EQ(FileText(image), "whole");
+  });
+  Carry();
+  EXPECT_EQ(fetched, 2);
+  OnSystem(nullptr);
+  Order("3");
+  Carry();
+  EXPECT_EQ(FileText(image), "") << "nobody has it in work";
 }
 
 /* The first stands in its script until the second is through, and must not take over any of it. */
