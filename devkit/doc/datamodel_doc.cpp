@@ -1,6 +1,7 @@
 // Prints docs/datamodel.md: the nodes of the data-model file, what the FUNC tables bind them to,
-// what docs/op_functions.txt says of these, and the text written by hand around them. Says no when
-// one of them has an op function that another one lacks.
+// what docs/op_functions.txt says of these where they are no script, and the text written by hand
+// around them. Says no when one of them has an op function that another one lacks. Or prints the
+// programs of the board that the scripts call, for the sandbox.
 #include <algorithm>
 #include <cstring>
 #include <fstream>
@@ -12,7 +13,7 @@
 #include <string>
 #include <vector>
 
-#include "ams_common_api.h"
+#include "op_rows.h"
 #include "sup_main.h"
 
 namespace {
@@ -113,12 +114,85 @@ int ReadEffects(const char *file, Effects *effects) {
   return 0;
 }
 
+/* Calls `each` with each row of the FUNC tables. */
+template <typename Each>
+void ForRows(Each each) {
+  for (const OpFuncEntry *const *table = FUNC_TABLES; *table != nullptr; ++table)
+    for (const OpFuncEntry *row = *table; row->name != nullptr; ++row) each(*row);
+}
+
+/* The line without folders and what becomes of its output, PATH and N in the place of its argument.
+ */
+std::string LineText(const ScriptLine &line) {
+  std::istringstream words(line.format);
+  std::string text, word;
+  bool behind = false;
+  while (words >> word) {
+    behind = word.back() == '&';
+    if (behind) word.pop_back();
+    if (word.empty() || word.find(">") != word.npos) continue;
+    if (text.empty()) word.erase(0, word.rfind('/') + 1); /* npos + 1 is 0 */
+    size_t argument = word.find(line.arg == ARG_PATH ? "%s" : "%d");
+    if (argument != word.npos) word.replace(argument, 2, line.arg == ARG_PATH ? "PATH" : "N");
+    text += (text.empty() ? "" : " ") + word;
+  }
+  return "`" + text + "`" + (behind ? " in the background" : "");
+}
+
+/* What a script does at each op; ops at which it does the same stand together. */
+std::vector<Effect> ScriptEffects(const Script &script) {
+  const std::pair<unsigned, const char *> ops[] = {
+      {ON_INIT, "start"}, {ON_GET, "get"}, {ON_SET, "set"}, {ON_ADD, "add"}, {ON_DEL, "del"}};
+  std::vector<Effect> effects;
+  for (const auto &[op, name] : ops) {
+    std::string text;
+    for (const ScriptLine &line : script.lines)
+      if (line.format != nullptr && (line.ops & op) != 0)
+        text += (text.empty() ? "" : ", then ") + LineText(line);
+    auto same = std::find_if(effects.begin(), effects.end(),
+                             [&](const Effect &effect) { return effect.text == text; });
+    if (text.empty()) continue;
+    if (same == effects.end())
+      effects.push_back({name, text});
+    else
+      same->ops += std::string(",") + name;
+  }
+  return effects;
+}
+
+/* Adds what the tables say themselves to what was read. */
+int AddScripts(Effects *effects) {
+  int result = 0;
+  ForRows([&](const OpFuncEntry &row) {
+    if (row.script == nullptr) return;
+    if (!effects->emplace(row.name, ScriptEffects(*row.script)).second)
+      result =
+          Fail(std::string(row.name) + " is a script: it needs no line in the list of effects");
+  });
+  return result;
+}
+
+/* The board's programs that the scripts call, one a line. */
+int PrintPrograms() {
+  std::set<std::string> programs;
+  ForRows([&](const OpFuncEntry &row) {
+    if (row.script == nullptr) return;
+    for (const ScriptLine &line : row.script->lines) {
+      std::istringstream words(line.format == nullptr ? "" : line.format);
+      for (std::string word; words >> word;)
+        if (word.compare(0, 5, "/usr/") == 0)
+          programs.insert(word.substr(0, word.find_first_of("&;")));
+    }
+  });
+  for (const std::string &program : programs) std::cout << program << '\n';
+  return std::cout.flush() ? 0 : Fail("cannot write");
+}
+
 /* Names of the tables, and whether any of their rows has a handler. */
 std::map<std::string, bool> TableNames() {
   std::map<std::string, bool> names;
-  for (const OpFuncEntry *const *table = FUNC_TABLES; *table != nullptr; ++table)
-    for (const OpFuncEntry *row = *table; row->name != nullptr; ++row)
-      names[row->name] = names[row->name] || row->handler != nullptr;
+  ForRows(
+      [&](const OpFuncEntry &row) { names[row.name] = names[row.name] || row.handler != nullptr; });
   return names;
 }
 
@@ -196,13 +270,17 @@ int PrintPage(const char *prose, const std::vector<Section> &sections, const Eff
 }  // namespace
 
 int main(int argc, char **argv) {
-  if (argc != 4) return Fail("usage: datamodel_doc DATA_MODEL.xml OP_FUNCTIONS.txt PROSE.md");
+  if (argc == 2 && strcmp(argv[1], "--programs") == 0) return PrintPrograms();
+  if (argc != 4)
+    return Fail("usage: datamodel_doc DATA_MODEL.xml OP_FUNCTIONS.txt PROSE.md, or --programs");
   pugi::xml_document model;
   pugi::xml_parse_result parsed = model.load_file(argv[1]);
   if (!parsed) return Fail(std::string(argv[1]) + ": " + parsed.description());
   Nodes nodes;
   Effects effects;
   Collect(model.document_element(), "", "", &nodes);
-  if (ReadEffects(argv[2], &effects) != 0 || Compare(nodes, effects) != 0) return 1;
+  if (ReadEffects(argv[2], &effects) != 0 || AddScripts(&effects) != 0 ||
+      Compare(nodes, effects) != 0)
+    return 1;
   return PrintPage(argv[3], Sections(nodes), effects);
 }
