@@ -13,9 +13,7 @@ $SERVICES.ServiceTelnet.Port=23" cfgcmd get $SERVICES.ServiceTelnet
 $USERS.1.Username=admin
 $USERS.1.Password=
 $USERS.1.Level=0" cfgcmd get $USERS
-}
-
-@test "get without a module behind it comes from the store" {
+  # Without a module it comes from the store.
   expect 0 192.168.1.1 cfgcmd get \
     InternetGatewayDevice.LANDevice.1.LANHostConfigManagement.IPInterface.1.IPInterfaceIPAddress
   expect 0 1 cfgcmd list InternetGatewayDevice.LANDevice
@@ -39,8 +37,9 @@ $USERS.1.Level=0" cfgcmd get $USERS
   done
 }
 
-@test "sset writes what set may not" {
-  refused 1 'read-only.*cfgcmd sset' cfgcmd set $DEVICE.DeviceLog x
+@test "a refused leaf leaves the others of its request as they were; sset writes what set may not" {
+  refused 1 'read-only.*cfgcmd sset' cfgcmd set $DEVICE.X_KVO-RestartWeb 1 $DEVICE.DeviceLog x
+  expect 0 0 cfgcmd get $DEVICE.X_KVO-RestartWeb
   expect 0 "" cfgcmd sset $DEVICE.DeviceLog x
   expect 0 x cfgcmd get $DEVICE.DeviceLog
 }
@@ -59,39 +58,32 @@ $USERS.1.Level=0" cfgcmd get $USERS
 
 @test "attr shows attributes, refresh answers nothing and runs the op function" {
   cfgcmd attr $DEVICE.X_KVO_FWVersion | grep -q "^$DEVICE.X_KVO_FWVersion=V2.3.1 "'.*writable="0"' || fail "$(cfgcmd attr $DEVICE.X_KVO_FWVersion)"
-  expect 0 "+ /usr/syscfg/cpuState.sh path=$DEVICE.ProcessStatus >/dev/null 2>&1" \
-    cfgcmd --calls refresh $DEVICE.ProcessStatus
-  expect 0 "+ /usr/syscfg/cpuState.sh path=$DEVICE.ProcessStatus >/dev/null 2>&1" \
-    cfgcmd --calls refresh $DEVICE.ProcessStatus.CPUUsage
+  for path in $DEVICE.ProcessStatus{,.CPUUsage}; do
+    expect 0 "+ /usr/syscfg/cpuState.sh path=$DEVICE.ProcessStatus >/dev/null 2>&1" cfgcmd --calls refresh $path
+  done
   expect 0 "" cfgcmd attr InternetGatewayDevice.ALL_CHANGED_DATA
 }
 
 @test "above several modules, each brings its part up to date; one that is busy holds up no other" {
   cfgcmd sset $DEVICE.MemoryStatus.Total 0
-  cfgcmd --calls refresh InternetGatewayDevice. >"$BATS_TEST_TMPDIR/calls"
-  for call in "cpuState.sh path=$DEVICE.ProcessStatus" 'l2tp_cfg.sh action="lnsstats"'; do
-    grep -qF "$call" "$BATS_TEST_TMPDIR/calls" || fail "no $call: $(cat "$BATS_TEST_TMPDIR/calls")"
-  done
+  calls=$(cfgcmd --calls refresh InternetGatewayDevice.)
+  [[ $calls == *"cpuState.sh path=$DEVICE.ProcessStatus"* && $calls == *'l2tp_cfg.sh action="lnsstats"'* ]] || fail "$calls"
   [ "$(cfgcmd tree $DEVICE.MemoryStatus.Total | awk '{print $3}')" -gt 0 ]
   cfgcmd sset $DEVICE.MemoryStatus.Total 0
-  cfgcmd --timeout 60 get InternetGatewayDevice >"$BATS_TEST_TMPDIR/all"
-  grep -Eq "^$DEVICE.MemoryStatus.Total=[1-9]" "$BATS_TEST_TMPDIR/all" || fail "$(cat "$BATS_TEST_TMPDIR/all")"
-  [ "$(grep -c . "$BATS_TEST_TMPDIR/all")" -gt 150 ]
+  all=$(cfgcmd --timeout 60 get InternetGatewayDevice)
+  grep -Eq "^$DEVICE.MemoryStatus.Total=[1-9]" <<<"$all" && [ "$(wc -l <<<"$all")" -gt 150 ] || fail "$all"
 
   stub_sleep l2tp_cfg.sh 600
   before=$(wc -l <$COMMANDS)
-  all=$BATS_TEST_TMPDIR/refused
-  { cfgcmd --timeout 600 get InternetGatewayDevice >"$all" 2>&1 || echo $? >"$all.status"; } 3>&- &
+  in_background all get InternetGatewayDevice
   waits() { tail -n +$((before + 1)) $COMMANDS | grep -q lnsstats; }
   until_true waits
   stub_reset
   expect 0 V2.3.1 cfgcmd get $DEVICE.X_KVO_FWVersion
-  [ -e "$all" ] && [ ! -e "$all.status" ]
+  [ ! -e "$BATS_TEST_TMPDIR/all.status" ]
   refused 3 'no answer in 100 ms.* waits for sysmgr:capabinfo' cfgcmd --timeout 0.1 get InternetGatewayDevice
   kill -9 "$(pid_of sysmgr)"
-  wait
-  [ "$(cat "$all.status")" = 1 ]
-  grep -Eq '^cfgcmd: sysmgr:[a-zA-Z]+ died before it answered' "$all" || fail "$(cat "$all")"
+  told all 1 '^cfgcmd: sysmgr:[a-zA-Z]+ died before it answered'
   refused 1 'sysmgr:devInfo is not running' cfgcmd --timeout 600 attr InternetGatewayDevice
   gateway-daemon restart sysmgr
 }
@@ -101,24 +93,17 @@ $USERS.1.Level=0" cfgcmd get $USERS
   cfgcmd listen sysmgr:mgtsrvr >"$BATS_TEST_TMPDIR/heard" 3>&- &
   module=$!
   cfgcmd --timeout 60 wait sysmgr:mgtsrvr
-  answer=$BATS_TEST_TMPDIR/answer
-  {
-    status=0
-    cfgcmd --timeout 600 get InternetGatewayDevice.ManagementServer.URL >"$answer" 2>&1 || status=$?
-    echo $status >"$answer.status"
-  } 3>&- &
+  in_background answer get InternetGatewayDevice.ManagementServer.URL
   until_true grep -q 0x100005 "$BATS_TEST_TMPDIR/heard"
   # Its chain id, "get", "result without a text", 0.
   chain=$(cut -d ' ' -f 4- "$BATS_TEST_TMPDIR/heard" | python3 -c '
 import sys
 print(sys.stdin.read().encode().decode("unicode_escape").encode("latin-1")[:4].hex())')
   cfgcmd send msgcenter:cAckAgt 0x100003 --hex "$chain 01000000 03000000 00000000"
-  until_true test -s "$answer.status"
+  told answer 1 'sysmgr:mgtsrvr .* without .*ManagementServer.URL'
   kill $module
   wait || true
   gateway-daemon start sysmgr
-  [ "$(cat "$answer.status")" = 1 ] || fail "$(cat "$answer")"
-  grep -q 'sysmgr:mgtsrvr .* without .*ManagementServer.URL' "$answer" || fail "$(cat "$answer")"
 }
 
 @test "refusals say why and what to do" {
@@ -169,18 +154,13 @@ print(sys.stdin.read().encode().decode("unicode_escape").encode("latin-1")[:4].h
   cfgcmd set $sms.ActionArgument 1 $sms.ActionContent 41
   refused 1 "refused set of \"$sms\": its parameters are as before; .*log says why" \
     cfgcmd set $sms.ActionArgument 2 $sms.ActionContent 'not hex' $sms.ActionCode 11
-  expect 0 $'\n1\n41' eval "for leaf in Code Argument Content; do cfgcmd get $sms.Action\$leaf; done"
+  expect 0 $'12\n1\n41' eval "for leaf in Code Argument Content; do cfgcmd get $sms.Action\$leaf; done"
 }
 
 @test "list has as many rows as there are" {
   for ((i = 2; i <= 1100; ++i)); do echo "add $FILES"; done | cfgcmd --timeout 600 batch >/dev/null
   expect 0 "$(seq -s , 1100)" cfgcmd list $FILES
   [ "$(cfgcmd --json list $FILES | grep -c '[0-9]')" = 1100 ]
-}
-
-@test "a refused leaf leaves the others of its request as they were" {
-  refused 1 'read-only' cfgcmd set $DEVICE.X_KVO-RestartWeb 1 $DEVICE.UpTime 5
-  expect 0 0 cfgcmd get $DEVICE.X_KVO-RestartWeb
 }
 
 @test "wrong usage ends with 2" {
@@ -205,9 +185,8 @@ print(sys.stdin.read().encode().decode("unicode_escape").encode("latin-1")[:4].h
 }
 
 @test "tree lists type, value and description" {
-  cfgcmd tree $SERVICES.ServiceTelnet >"$BATS_TEST_TMPDIR/tree"
-  [ "$(wc -l <"$BATS_TEST_TMPDIR/tree")" -eq 3 ]
-  grep -Eq "^$SERVICES.ServiceTelnet.Port +string +23 +Its ports" "$BATS_TEST_TMPDIR/tree"
+  expect 0 3 eval "cfgcmd tree $SERVICES.ServiceTelnet | wc -l"
+  cfgcmd tree $SERVICES.ServiceTelnet | grep -Eq "^$SERVICES.ServiceTelnet.Port +string +23 +Its ports"
   # Each node of the file is in the tree, its arrays' templates and instances aside.
   [ "$(cfgcmd tree | wc -l)" -gt 150 ]
 }
@@ -223,7 +202,14 @@ $SERVICES.ServiceTelnet.Port" cfgcmd complete $SERVICES.ServiceTelnet.
 }
 
 @test "batch answers each line in order, and refusals among them" {
-  cat >"$BATS_TEST_TMPDIR/lines" <<LINES
+  expect 1 "V2.3.1
+ok
+error: no parameter \"$DEVICE.Nope\": \"cfgcmd tree\" lists what there is
+two words
+error: no request: \"frobnicate\"
+error: a quote is not closed
+error: usage: cfgcmd level MODULE N (a name of at most 31 bytes, and a number)
+1" cfgcmd batch <<LINES
 # a comment, and an empty line
 
 get $DEVICE.X_KVO_FWVersion
@@ -232,20 +218,11 @@ get $DEVICE.Nope
 get "$DEVICE.ProvisioningCode"
 frobnicate
 set $DEVICE.ProvisioningCode 'open
+level devInfo many
 list $USERS
 LINES
-  run cfgcmd batch "$BATS_TEST_TMPDIR/lines"
-  [ "$status" -eq 1 ]
-  [ "${lines[0]}" = V2.3.1 ]
-  [ "${lines[1]}" = ok ]
-  [[ ${lines[2]} == 'error: no parameter'* ]]
-  [ "${lines[3]}" = 'two words' ]
-  [[ ${lines[4]} == 'error: no request'* ]]
-  [ "${lines[5]}" = 'error: a quote is not closed' ]
-  [ "${lines[6]}" = 1 ]
-  expect 0 1 cfgcmd batch <<<"list $USERS"
-  run cfgcmd batch /no/such/file
-  [ "$status" -eq 2 ]
+  expect 0 1 cfgcmd batch <(echo "list $USERS")
+  refused 2 'usage: cfgcmd batch .*cannot read /no/such/file' cfgcmd batch /no/such/file
 }
 
 @test "level, trace and mem reach the daemon as a whole" {
@@ -253,8 +230,7 @@ LINES
   expect 0 'trace switch on' cfgcmd trace on
   cfgcmd get $DEVICE.UpTime
   expect 0 'trace switch off' cfgcmd trace off
-  grep -q '#####MSGCENTER MESSAGE TRACE#####' /var/log/devkit/sysmgr.log
-  grep -q "#url: $DEVICE" /var/log/devkit/sysmgr.log
+  for line in '#####MSGCENTER MESSAGE TRACE#####' "#url: $DEVICE"; do grep -q "$line" /var/log/devkit/sysmgr.log; done
   cfgcmd mem | grep -q senderSPid
 }
 
@@ -264,6 +240,5 @@ LINES
   # The daemon's own, which it starts in the background.
   expect 0 "+ /usr/sbin/cfgcmd manully_inform EV AC X_CT-COM_MaintainComplete &" \
     cfgcmd --calls set InternetGatewayDevice.ManagementServer.X_CT-COM_MaintainComplete 1
-  recorded() { grep -q 'EV AC X_CT-COM_MaintainComplete' /var/log/devkit/informs; }
-  until_true recorded
+  until_true grep -q 'EV AC X_CT-COM_MaintainComplete' /var/log/devkit/informs
 }
