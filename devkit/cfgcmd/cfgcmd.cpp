@@ -17,7 +17,6 @@ constexpr char kCommands[] = "/var/log/devkit/commands";
 
 constexpr char kFooter[] =
     "Exit status: 0 done, 1 the gateway said no, 2 wrong usage, 3 no answer in time.\n"
-    "set, sset, send and manully_inform take their words as they are: options go before the verb.\n"
     "Examples:\n"
     "  cfgcmd get InternetGatewayDevice.DeviceInfo.UpTime\n"
     "  cfgcmd --calls set InternetGatewayDevice.Services.ServiceTelnet.Enable 1\n"
@@ -32,6 +31,15 @@ std::string Usage(const Verb &verb) {
 
 bool TakesAsMany(const Verb &verb, const Words &words) {
   return words.size() >= verb.least && words.size() <= verb.most;
+}
+
+std::string Footer() {
+  std::string names;
+  for (const Verb *verb : AllVerbs())
+    if (verb->free_words && verb->help[0] != '\0')
+      names += (names.empty() ? "" : ", ") + std::string(verb->name);
+  return std::string(kFooter) +
+         "These take their words as they are, options go before the verb: " + names + "\n";
 }
 
 /* What the command line says. */
@@ -67,7 +75,7 @@ void AddVerb(CLI::App *app, const Verb &verb, Asked *asked) {
 /* 0 to go on, else the exit status + 1 (help is asked for: 1). */
 int ParseCommandLine(int argc, char **argv, Asked *asked) {
   CLI::App app("Reads and changes the parameters of the gateway.", "cfgcmd");
-  app.footer(kFooter);
+  app.footer(Footer());
   app.require_subcommand(1);
   app.add_flag("--json", asked->options.json, "Print data as JSON");
   app.add_flag("--calls", asked->options.calls,

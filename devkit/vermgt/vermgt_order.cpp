@@ -17,6 +17,7 @@
 namespace {
 
 constexpr size_t kRequestSize = 320, kRequestName = 192;
+
 /* Of the module's thread. */
 struct Order {
   bool runs;

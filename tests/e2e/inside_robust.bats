@@ -106,11 +106,11 @@ FRAMES
     gateway-daemon restart sysmgr
     alive
   done
+  until_true grep -q '^V2.3.1$' "$BATS_TEST_TMPDIR/answers"
   kill $client
   wait $client 2>/dev/null || true
   # The last line may be cut; all others are the value, or a clear refusal.
   sed '$d' "$BATS_TEST_TMPDIR/answers" | sort | uniq -c >"$BATS_TEST_TMPDIR/kinds"
-  grep -q ' V2.3.1$' "$BATS_TEST_TMPDIR/kinds"
   ! grep -Ev ' V2.3.1$|died before it answered|is not running' "$BATS_TEST_TMPDIR/kinds" || fail "$(cat "$BATS_TEST_TMPDIR/kinds")"
   [ "$(pid_of dbmgr)" = "$dbmgr" ]
   kill -0 "$dbmgr"
