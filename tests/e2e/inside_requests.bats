@@ -4,19 +4,27 @@
 # Runs inside the sandbox.
 load helpers
 
-@test "get: a leaf is bare, an object and an array are path=value lines" {
-  expect 0 V2.3.1 cfgcmd get $DEVICE.X_KVO_FWVersion
-  expect 0 V2.3.1 cfgcmd get $DEVICE.X_KVO_FWVersion.
-  expect 0 "$SERVICES.ServiceTelnet.Enable=0
-$SERVICES.ServiceTelnet.Port=23" cfgcmd get $SERVICES.ServiceTelnet
-  expect 0 "$USERS.1.Enable=1
-$USERS.1.Username=admin
-$USERS.1.Password=
-$USERS.1.Level=0" cfgcmd get $USERS
-  # Without a module it comes from the store.
-  expect 0 192.168.1.1 cfgcmd get \
-    InternetGatewayDevice.LANDevice.1.LANHostConfigManagement.IPInterface.1.IPInterfaceIPAddress
-  expect 0 1 cfgcmd list InternetGatewayDevice.LANDevice
+# Whether a COMMAND does as the session says: SAID, all of it, or "STATUS~ PATTERN" of a refusal.
+does() {
+  if [[ $2 == [0-9]'~ '* ]]; then refused "${2%%'~'*}" "${2#*'~ '}" eval "$1"; else expect 0 "$2" eval "$1"; fi
+}
+
+# session FILE: how one is written is in tests/data/client/reading_and_writing.txt.
+session() {
+  local line name command='' said=''
+  while IFS= read -r line || [ -n "$command" ]; do
+    for name in DEVICE SERVICES USERS; do line=${line//"\$$name"/${!name}}; done
+    if [ -z "$line" ] || [[ $line == '$ '* ]]; then
+      [ -z "$command" ] || does "$command" "$said" <&- || return
+      command=${line#'$ '} said=''
+    elif [[ $line != '# '* ]]; then
+      said+=${said:+$'\n'}$line
+    fi
+  done
+}
+
+@test "sessions of the client" {
+  for file in "$BATS_TEST_DIRNAME"/../data/client/*; do session <"$file" || fail "$file"; done
 }
 
 @test "set of several leaves of one object is one op call with all of them" {
@@ -37,31 +45,8 @@ $USERS.1.Level=0" cfgcmd get $USERS
   done
 }
 
-@test "a refused leaf leaves the others of its request as they were; sset writes what set may not" {
-  refused 1 'read-only.*cfgcmd sset' cfgcmd set $DEVICE.X_KVO-RestartWeb 1 $DEVICE.DeviceLog x
-  expect 0 0 cfgcmd get $DEVICE.X_KVO-RestartWeb
-  expect 0 "" cfgcmd sset $DEVICE.DeviceLog x
-  expect 0 x cfgcmd get $DEVICE.DeviceLog
-}
-
-@test "add, list and del: numbers are never used again, entries are counted" {
-  expect 0 "$USERS.2" cfgcmd add $USERS
-  expect 0 "$USERS.3" cfgcmd add $USERS.
-  expect 0 1 cfgcmd get $USERS.2.Level
-  expect 0 3 cfgcmd get ${USERS}NumberOfEntries
-  expect 0 "" cfgcmd del $USERS.3
-  expect 0 "" cfgcmd del $USERS.2
-  expect 0 "$USERS.4" cfgcmd add $USERS
-  expect 0 "" cfgcmd del $USERS.4
-  refused 1 'no parameter' cfgcmd get $USERS.2.Level
-}
-
-@test "attr shows attributes, refresh answers nothing and runs the op function" {
+@test "attr shows attributes" {
   cfgcmd attr $DEVICE.X_KVO_FWVersion | grep -q "^$DEVICE.X_KVO_FWVersion=V2.3.1 "'.*writable="0"' || fail "$(cfgcmd attr $DEVICE.X_KVO_FWVersion)"
-  for path in $DEVICE.ProcessStatus{,.CPUUsage}; do
-    expect 0 "+ /usr/syscfg/cpuState.sh path=$DEVICE.ProcessStatus >/dev/null 2>&1" cfgcmd --calls refresh $path
-  done
-  expect 0 "" cfgcmd attr InternetGatewayDevice.ALL_CHANGED_DATA
 }
 
 @test "above several modules, each brings its part up to date; one that is busy holds up no other" {
@@ -106,57 +91,6 @@ print(sys.stdin.read().encode().decode("unicode_escape").encode("latin-1")[:4].h
   gateway-daemon start sysmgr
 }
 
-@test "refusals say why and what to do" {
-  long=$(printf 'x%.0s' {1..300})
-  refused 1 "no parameter \"$DEVICE.Nope\": \"cfgcmd tree\"" cfgcmd get $DEVICE.Nope
-  refused 1 'no parameter ""' cfgcmd get ''
-  refused 1 'no parameter' cfgcmd get $DEVICE.X_KVO_FWVersion..
-  refused 1 'no parameter' cfgcmd set $DEVICE.Nope 1
-  refused 1 'set needs a parameter, .* is an array' cfgcmd set $USERS 1
-  refused 1 'add needs an array, .* is an object' cfgcmd add $SERVICES
-  refused 1 'list needs an array, .* is a parameter' cfgcmd list $DEVICE.UpTime
-  refused 1 'del needs an instance of an array, .* is an array' cfgcmd del $USERS
-  refused 1 'del needs an instance of an array, .* is an object' cfgcmd del $SERVICES.ServiceTelnet
-  refused 1 'path is 300 bytes, at most 255' cfgcmd get "$long"
-  refused 1 '317 bytes.*carries 255' cfgcmd set $DEVICE.ProvisioningCode "$long"
-  refused 1 'byte 0x03' cfgcmd set $DEVICE.ProvisioningCode $'a\x03b=c'
-  refused 1 'full path' cfgcmd set nodots 1
-  refused 1 "is of type boolean: 0 or 1 .*--trust-values" cfgcmd set $SERVICES.ServiceDLNA.Enable on
-  refused 1 "no parameter.*; set before it: $DEVICE.X_CT-COM_ReConnect$" cfgcmd set $DEVICE.X_CT-COM_ReConnect.Enable 1 $DEVICE.Nope 1
-  refused 1 'no parameter' cfgcmd sset $DEVICE.Nope 1
-  refused 1 'no parameter' cfgcmd tree $DEVICE.Nope
-  refused 1 'nobody:here.*not running' cfgcmd send nobody:here 1 --wait
-}
-
-@test "what a shell would act on is refused where the value reaches a shell line" {
-  telnet=$SERVICES.ServiceTelnet
-  refused 1 "\"$telnet.Port\" goes into a shell line, so it has the form \"port list\": .*--trust-values" \
-    cfgcmd set $telnet.Port '23;touch /tmp/broken' $telnet.Enable 1
-  expect 0 23 cfgcmd get $telnet.Port
-  expect 0 0 cfgcmd get $telnet.Enable
-  refused 1 'the form "address"' cfgcmd set $SERVICES.ServiceWOL.MACAddr $'1\nreboot'
-  # Those of rows: made by the file, and added.
-  address=InternetGatewayDevice.LANDevice.1.LANHostConfigManagement.IPInterface.1.IPInterfaceIPAddress
-  refused 1 'the form "address"' cfgcmd set $address '1;reboot;:.1'
-  tunnel=$(cfgcmd add $SERVICES.X_KVO_IPSec.TunnelList)
-  refused 1 'the form "address"' cfgcmd set $tunnel.RemoteGatewayAddress 'x;reboot'
-  cfgcmd del $tunnel
-  # The same text where no shell sees it.
-  cfgcmd set $DEVICE.ProvisioningCode '23;touch /tmp/broken'
-  [ ! -e /tmp/broken ]
-  # What the gateway keeps in /tmp for itself begins with a dot.
-  refused 1 'the form "name"' cfgcmd set \
-    InternetGatewayDevice.X_TR69_Transfer.X_KVO_Download.TargetFileName .kvo_restart_uhttpd
-}
-
-@test "a set that the op function refuses is undone, and its answer says so" {
-  sms=$SERVICES.X_KVO_ShortMsg # a phonebook name is hexadecimal digits
-  cfgcmd set $sms.ActionArgument 1 $sms.ActionContent 41
-  refused 1 "refused set of \"$sms\": its parameters are as before; .*log says why" \
-    cfgcmd set $sms.ActionArgument 2 $sms.ActionContent 'not hex' $sms.ActionCode 11
-  expect 0 $'12\n1\n41' eval "for leaf in Code Argument Content; do cfgcmd get $sms.Action\$leaf; done"
-}
-
 @test "list has as many rows as there are" {
   for ((i = 2; i <= 1100; ++i)); do echo "add $FILES"; done | cfgcmd --timeout 600 batch >/dev/null
   expect 0 "$(seq -s , 1100)" cfgcmd list $FILES
@@ -189,16 +123,6 @@ print(sys.stdin.read().encode().decode("unicode_escape").encode("latin-1")[:4].h
   cfgcmd tree $SERVICES.ServiceTelnet | grep -Eq "^$SERVICES.ServiceTelnet.Port +string +23 +Its ports"
   # Each node of the file is in the tree, its arrays' templates and instances aside.
   [ "$(cfgcmd tree | wc -l)" -gt 150 ]
-}
-
-@test "completion offers verbs, and paths one level at a time" {
-  expect 0 "set
-sset
-send" bash -c 'cfgcmd complete --verbs s | grep -v "^$"'
-  expect 0 InternetGatewayDevice. cfgcmd complete Inter
-  expect 0 "$SERVICES.ServiceTelnet.Enable
-$SERVICES.ServiceTelnet.Port" cfgcmd complete $SERVICES.ServiceTelnet.
-  expect 0 "$USERS.1." cfgcmd complete $USERS.
 }
 
 @test "batch answers each line in order, and refusals among them" {
