@@ -1,4 +1,4 @@
-// cfgcmd, the gateway's command-line client: its verbs, options, help and exit statuses.
+// cfgcmd, the gateway's command-line client: its options, help and exit statuses; see cfgcmd.h.
 #include "cfgcmd.h"
 
 #include <unistd.h>

@@ -1,4 +1,4 @@
-// Coding and bounded decoding of the messages between clients and the data-base manager.
+// Coding and bounded decoding of the messages; see dbmgr_proto.h.
 #include "dbmgr_proto.h"
 
 #include <string_view>
