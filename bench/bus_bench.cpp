@@ -22,8 +22,6 @@
 #include "dbmgr_proto.h"
 #include "wire.h"
 
-PrtMapEntry DF_PRT_MAP[] = {{"default", 3}, {nullptr, 0}};
-const MsgEntry prosCtlMsgTab[] = {{0, nullptr}};
 const OpFuncEntry *const FUNC_TABLES[] = {nullptr};
 
 namespace {

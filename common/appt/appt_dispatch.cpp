@@ -93,25 +93,10 @@ int WriteLeaf(const MsgArg *arg, AmsUndo **undo) {
   return ams_sset_node_value(Root(), arg->url, arg->value);
 }
 
-/* One leaf of a list: `arg` is the child request. */
-int DoLeaf(MsgArg *arg, AmsUndo **undo) {
-  switch (CmdType(arg)) {
-    case APPT_CMD_SET:
-      return WriteLeaf(arg, undo);
-    case APPT_CMD_GET:
-      return ReadValue(arg);
-    case APPT_CMD_ATTR:
-      return ReadWithAttr(arg);
-    case APPT_CMD_REFRESH:
-      return 0;
-    default:
-      return -1;
-  }
-}
-
-/* Runs the leaf command of every leaf; a failed one does not stop the others. Returns the bytes of
-   the replies with a separator each. */
-size_t DoLeaves(const MsgArg *arg, LeafNode *list, AmsUndo **undo) {
+/* Runs `each`, a command for one leaf, of every leaf; a failed one does not stop the others.
+   Returns the bytes of the replies with a separator each. */
+template <typename Each>
+size_t DoLeaves(const MsgArg *arg, LeafNode *list, Each each) {
   size_t total = 0;
   const std::string object = std::string(arg->url) + ".";
   for (LeafNode *leaf = list; leaf != nullptr; leaf = leaf->next) {
@@ -122,7 +107,7 @@ size_t DoLeaves(const MsgArg *arg, LeafNode *list, AmsUndo **undo) {
     child.url = url.c_str();
     child.value = leaf->leafValue;
     /* a piece without a name would be the object itself */
-    if (leaf->leafName[0] == '\0' || DoLeaf(&child, undo) != 0)
+    if (leaf->leafName[0] == '\0' || each(&child) != 0)
       AMS_PRINT(4, "do leaf: url %s error occur", url.c_str());
     if (child.rBuf == nullptr) continue;
     total += strlen(child.rBuf) + 1;
@@ -150,6 +135,8 @@ int JoinReplies(MsgArg *arg, const LeafNode *list, size_t total) {
   return 0;
 }
 
+/* ---- an object, with a list of its leaves ---- */
+
 int CallOp(MsgArg *arg) {
   int result = appt_Do_OpFunc(arg);
   if (result == -1) AMS_PRINT(4, "opFunc: %s execute error", arg->fucName);
@@ -170,7 +157,7 @@ void TraceLeafList(const LeafNode *list) {
 int SetLeaves(MsgArg *arg, LeafNode *list) {
   AmsUndo *undo = nullptr;
   if (ams_write_begin() != 0) return -1;
-  (void)DoLeaves(arg, list, &undo); /* a set has no replies */
+  (void)DoLeaves(arg, list, [&](MsgArg *leaf) { return WriteLeaf(leaf, &undo); }); /* no replies */
   bool written = ams_write_end() == 0;
   /* the op function runs also when no leaf could be written: each was logged */
   int result = written ? CallOp(arg) : -1;
@@ -179,13 +166,23 @@ int SetLeaves(MsgArg *arg, LeafNode *list) {
   return result == -1 ? -1 : 0;
 }
 
-int RunLeafList(MsgArg *arg, LeafNode *list) {
-  uint32_t cmd = CmdType(arg);
-  if (FindOp(arg) != 0) return -1;
-  if (cmd == APPT_CMD_SET) return SetLeaves(arg, list);
-  if (ReadsWithOp(cmd) && CallOp(arg) == -1) return -1;
-  return JoinReplies(arg, list, DoLeaves(arg, list, nullptr));
+/* What a read does with one node, when its op function was called. */
+using Read = int (*)(MsgArg *arg);
+
+int ReadNothing(MsgArg *) { return 0; }
+
+template <Read read>
+int ReadLeaves(MsgArg *arg, LeafNode *list) {
+  if (CallOp(arg) == -1) return -1;
+  return JoinReplies(arg, list, DoLeaves(arg, list, read));
 }
+
+int RefuseLeaves(MsgArg *arg, LeafNode *list) {
+  (void)DoLeaves(arg, list, [](MsgArg *) { return -1; }); /* each is logged; the request is done */
+  return 0;
+}
+
+/* ---- an object and all below it ---- */
 
 int WalkSubtree(MsgArg *arg);
 
@@ -216,7 +213,14 @@ int WalkSubtree(MsgArg *arg) {
   return 0;
 }
 
-int DeleteInstance(MsgArg *arg) {
+template <Read read>
+int ReadSubtree(MsgArg *arg, LeafNode *) {
+  if (WalkSubtree(arg) == 0) return read(arg);
+  AMS_PRINT(4, "ERROR accur at appt_Do_OpFunc when appt_Do_Obj_NoData");
+  return -1;
+}
+
+int DeleteInstance(MsgArg *arg, LeafNode *) {
   if (AMS_Appt_Delobj(arg) == -1) {
     AMS_PRINT(4, "AMS_Appt_Delobj return ERROR.");
     return -1;
@@ -227,7 +231,15 @@ int DeleteInstance(MsgArg *arg) {
   return 0;
 }
 
-int ListIndexes(MsgArg *arg) {
+int RefuseObject(MsgArg *arg, LeafNode *) {
+  AMS_PRINT(4, "Unrecgnised cmdType %d",
+            static_cast<int>(CmdType(arg))); /* agents match this spelling */
+  return -1;
+}
+
+/* ---- an array ---- */
+
+int ListIndexes(MsgArg *arg, LeafNode *) {
   int result;
   arg->rBuf = cfgReadIndexes(arg->url, "appt_Do_Array", &result);
   if (arg->rBuf == nullptr) {
@@ -247,6 +259,11 @@ int CallArrayOp(MsgArg *arg) {
   return result;
 }
 
+template <Read read>
+int ReadArray(MsgArg *arg, LeafNode *) {
+  return CallArrayOp(arg) == -1 ? -1 : read(arg);
+}
+
 /* The row in the store and its path in the reply, or neither: whoever does not know the path can do
    nothing with the row. */
 int AddRow(MsgArg *arg) {
@@ -259,12 +276,54 @@ int AddRow(MsgArg *arg) {
   return -1;
 }
 
-int AddInstance(MsgArg *arg) {
+int AddInstance(MsgArg *arg, LeafNode *) {
   if (AddRow(arg) != 0) return -1;
   int result = arg->fucName[0] == '\0' ? 0 : CallArrayOp(arg);
   /* refused: logged by the store when it stays; the path is told all the same */
   if (result == -1) (void)ams_del_obj(Root(), arg->rBuf);
   return result;
+}
+
+int RefuseArray(MsgArg *arg, LeafNode *) {
+  AMS_PRINT(4, "appt_Do_Array can not find cmdType, cmdType is %d", static_cast<int>(CmdType(arg)));
+  return -1;
+}
+
+/* ---- what each command is for each type of node ---- */
+
+enum NodeType { LEAF_LIST /* of an object */, OBJECT, ARRAY };
+
+struct CommandRow {
+  NodeType type;
+  uint32_t command;
+  int (*run)(MsgArg *arg, LeafNode *list);
+};
+
+constexpr uint32_t kAnyOther = 0;
+
+const CommandRow kCommands[] = {
+    {LEAF_LIST, APPT_CMD_SET, SetLeaves},
+    {LEAF_LIST, APPT_CMD_GET, ReadLeaves<ReadValue>},
+    {LEAF_LIST, APPT_CMD_ATTR, ReadLeaves<ReadWithAttr>},
+    {LEAF_LIST, APPT_CMD_REFRESH, ReadLeaves<ReadNothing>},
+    {LEAF_LIST, kAnyOther, RefuseLeaves},
+    {OBJECT, APPT_CMD_GET, ReadSubtree<ReadValue>},
+    {OBJECT, APPT_CMD_ATTR, ReadSubtree<ReadWithAttr>},
+    {OBJECT, APPT_CMD_REFRESH, ReadSubtree<ReadNothing>},
+    {OBJECT, APPT_CMD_DEL, DeleteInstance},
+    {OBJECT, kAnyOther, RefuseObject},
+    {ARRAY, APPT_CMD_GET, ReadArray<ReadValue>},
+    {ARRAY, APPT_CMD_ATTR, ReadArray<ReadWithAttr>},
+    {ARRAY, APPT_CMD_REFRESH, ReadArray<ReadNothing>},
+    {ARRAY, APPT_CMD_ADD, AddInstance},
+    {ARRAY, APPT_CMD_LIST, ListIndexes},
+    {ARRAY, kAnyOther, RefuseArray},
+};
+
+int RunCommand(NodeType type, MsgArg *arg, LeafNode *list) {
+  const CommandRow *row = kCommands;
+  while (row->type != type || (row->command != CmdType(arg) && row->command != kAnyOther)) ++row;
+  return row->run(arg, list);
 }
 
 }  // namespace
@@ -305,48 +364,19 @@ int appt_Do_Obj_Data(MsgArg *arg) {
   LeafNode *list = appt_ParseLeafList(arg->value);
   if (list == nullptr) return appt_Do_Obj_NoData(arg); /* no leaf in it, or no memory (logged) */
   if (appt_Trace()) TraceLeafList(list);
-  int result = RunLeafList(arg, list);
+  int result = FindOp(arg) == 0 ? RunCommand(LEAF_LIST, arg, list) : -1;
   appt_FreeLeafList(list);
   return result;
 }
 
-int appt_Do_Obj_NoData(MsgArg *arg) {
-  uint32_t cmd = CmdType(arg);
-  if (cmd == APPT_CMD_DEL) return DeleteInstance(arg);
-  if (!ReadsWithOp(cmd)) {
-    AMS_PRINT(4, "Unrecgnised cmdType %d", static_cast<int>(cmd)); /* agents match this spelling */
-    return -1;
-  }
-  if (WalkSubtree(arg) != 0) {
-    AMS_PRINT(4, "ERROR accur at appt_Do_OpFunc when appt_Do_Obj_NoData");
-    return -1;
-  }
-  if (cmd == APPT_CMD_GET) return ReadValue(arg);
-  return cmd == APPT_CMD_ATTR ? ReadWithAttr(arg) : 0;
-}
+int appt_Do_Obj_NoData(MsgArg *arg) { return RunCommand(OBJECT, arg, nullptr); }
 
 int appt_Do_Array(MsgArg *arg) {
   if (arg->raw == nullptr) {
     AMS_PRINT(4, "The input has NULL para at appt_Do_Array.");
     return -1;
   }
-  if (ReadOp(arg) != 0) return -1;
-  uint32_t cmd = CmdType(arg);
-  switch (cmd) {
-    case APPT_CMD_LIST:
-      return ListIndexes(arg);
-    case APPT_CMD_ADD:
-      return AddInstance(arg);
-    case APPT_CMD_GET:
-      return CallArrayOp(arg) == -1 ? -1 : ReadValue(arg);
-    case APPT_CMD_ATTR:
-      return CallArrayOp(arg) == -1 ? -1 : ReadWithAttr(arg);
-    case APPT_CMD_REFRESH:
-      return CallArrayOp(arg) == -1 ? -1 : 0;
-    default:
-      AMS_PRINT(4, "appt_Do_Array can not find cmdType, cmdType is %d", static_cast<int>(cmd));
-      return -1;
-  }
+  return ReadOp(arg) == 0 ? RunCommand(ARRAY, arg, nullptr) : -1;
 }
 
 int appt_RunRequest(MsgArg *arg) {

@@ -5,6 +5,7 @@
 #include <iostream>
 
 #include "cfgcmd.h"
+#include "cfgcmd_print.h"
 
 namespace {
 
@@ -42,24 +43,23 @@ bool SplitLine(const std::string &line, Words *words) {
 
 Outcome RunLine(const std::string &line, const Options &options) {
   Words words;
-  if (!SplitLine(line, &words)) return {kUsage, "a quote is not closed"};
-  const Verb *verb = words.empty() ? nullptr : FindVerb(words[0]);
-  if (verb == nullptr || !verb->batch) return {kUsage, "no request: \"" + line + "\""};
-  words.erase(words.begin());
-  if (words.size() < verb->least || words.size() > verb->most)
-    return {kUsage, std::string("usage: ") + verb->name + " " + verb->arguments};
-  return verb->run(words, options);
+  if (!SplitLine(line, &words)) return {EXIT_USAGE, "a quote is not closed"};
+  for (const Verb *verb : AllVerbs()) {
+    if (words.empty() || !verb->batch || words[0] != verb->name) continue;
+    return RunVerb(*verb, Words(words.begin() + 1, words.end()), options);
+  }
+  return {EXIT_USAGE, "no request: \"" + line + "\""};
 }
 
 /* 0, or 1 when a request was refused. */
 int RunLines(std::istream &lines, const Options &options) {
   std::string line;
-  int status = kDone;
+  int status = EXIT_DONE;
   while (std::getline(lines, line)) {
     if (line.empty() || line[0] == '#') continue;
     Outcome outcome = RunLine(line, options);
-    if (outcome.status != kDone) {
-      status = kRefused;
+    if (outcome.status != EXIT_DONE) {
+      status = EXIT_REFUSED;
       outcome.text = "error: " + outcome.text + "\n";
     } else if (outcome.text.empty()) {
       outcome.text = "ok\n"; /* each request has its answer */
@@ -71,14 +71,18 @@ int RunLines(std::istream &lines, const Options &options) {
   return status;
 }
 
-}  // namespace
-
-Outcome VerbBatch(const Words &words, const Options &options) {
+Outcome Batch(const Words &words, const Options &options) {
   if (words.empty() || words[0] == "-") return {RunLines(std::cin, options), ""};
   std::ifstream file(words[0]);
-  if (!file) {
-    std::cerr << "cfgcmd: cannot read " << words[0] << ": give a file of requests, one a line\n";
-    return {kUsage, ""};
-  }
+  if (!file)
+    return {EXIT_USAGE, "cannot read " + words[0] + ": give a file of requests, one a line"};
   return {RunLines(file, options), ""};
 }
+
+}  // namespace
+
+const Verb BATCH_VERBS[] = {
+    {"batch", "[FILE]", "Requests from FILE or standard input, one a line", 0, 1, false, false,
+     Batch},
+    {},
+};

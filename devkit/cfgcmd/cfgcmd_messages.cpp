@@ -1,17 +1,20 @@
 // Verbs that are messages to endpoints: process control of the daemon, any message, waiting for
-// endpoints; and the record of informs.
+// endpoints; and the record of informs. See cfgcmd_messages.h.
+#include "cfgcmd_messages.h"
+
 #include <fcntl.h>
 #include <poll.h>
 #include <sys/inotify.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <chrono>
-#include <cstdlib>
 #include <cstring>
 
 #include "ams_common_api.h"
-#include "cfgcmd.h"
+#include "cfgcmd_print.h"
+#include "parse.h"
 #include "prosctl_thread.h"
 #include "tds_desk.h"
 
@@ -27,24 +30,24 @@ Outcome CallFailure(int error, const char *dest, uint32_t limit_ms) {
   std::string name = dest;
   switch (error) {
     case ENOENT:
-      return {kRefused, name + " is not running: start the gateway with script/gateway"};
+      return {EXIT_REFUSED, name + " is not running: start the gateway with script/gateway"};
     case EPIPE:
-      return {kRefused, name + " died before it answered: look at its log in /var/log/devkit"};
+      return {EXIT_REFUSED, name + " died before it answered: look at its log in /var/log/devkit"};
     case ENOMSG:
-      return {kRefused, name + " does not answer such a message: check the id"};
+      return {EXIT_REFUSED, name + " does not answer such a message: check the id"};
     case EMSGSIZE:
-      return {kRefused, "the message or its answer is longer than 64 MiB: ask for less"};
+      return {EXIT_REFUSED, "the message or its answer is longer than 64 MiB: ask for less"};
     case EPERM:
-      return {kRefused, "the message's id is the runtime's own: nobody else may send it"};
+      return {EXIT_REFUSED, "the message's id is the runtime's own: nobody else may send it"};
     case EUSERS:
-      return {kRefused, name + " has no room for more clients: end some, or try later"};
+      return {EXIT_REFUSED, name + " has no room for more clients: end some, or try later"};
     case ETIMEDOUT:
-      return {kNoAnswer, name + " gave no answer in " + std::to_string(limit_ms) +
-                             " ms: it is busy or hangs, --timeout waits longer"};
+      return {EXIT_NO_ANSWER, name + " gave no answer in " + std::to_string(limit_ms) +
+                                  " ms: it is busy or hangs, --timeout waits longer"};
     case EAGAIN:
-      return {kNoAnswer, name + " takes no more messages: it is busy or hangs, try later"};
+      return {EXIT_NO_ANSWER, name + " takes no more messages: it is busy or hangs, try later"};
     default:
-      return {kRefused, name + " cannot be asked: " + strerror(error)};
+      return {EXIT_REFUSED, name + " cannot be asked: " + strerror(error)};
   }
 }
 
@@ -53,31 +56,31 @@ Outcome CallFailure(int error, const char *dest, uint32_t limit_ms) {
 Outcome Control(uint32_t id, const std::string &payload, const Options &options) {
   std::string reply;
   Outcome outcome = Call(kDaemon, id, payload, options, &reply);
-  if (outcome.status != kDone) return outcome;
+  if (outcome.status != EXIT_DONE) return outcome;
   if (reply.find("failed") != std::string::npos || reply.find("not write") != std::string::npos)
-    return {kRefused, reply};
-  return {kDone, options.json ? JsonText({{"reply", reply}}) : reply + "\n"};
+    return {EXIT_REFUSED, reply};
+  return {EXIT_DONE, options.json ? JsonText({{"reply", reply}}) : reply + "\n"};
 }
 
-/* Hex digits, blanks and colons between bytes allowed. False when it is something else. */
-bool FromHex(const std::string &text, std::string *bytes) {
-  std::string digits;
-  for (char c : text)
-    if (c != ' ' && c != ':') digits += c;
-  if (digits.size() % 2 != 0) return false;
-  if (digits.find_first_not_of("0123456789abcdefABCDEF") != std::string::npos) return false;
-  for (size_t i = 0; i < digits.size(); i += 2)
-    *bytes += static_cast<char>(strtol(digits.substr(i, 2).c_str(), nullptr, 16));
-  return true;
+/* Blanks and colons are allowed between bytes. */
+bool FromHex(std::string text, std::string *bytes) {
+  auto between = [](char c) { return c == ' ' || c == ':'; };
+  text.erase(std::remove_if(text.begin(), text.end(), between), text.end());
+  return BytesFromHex(text, bytes);
 }
 
 }  // namespace
 
-bool ParseNumber(const std::string &text, long least, long most, long *number) {
-  char *end;
-  errno = 0;
-  *number = strtol(text.c_str(), &end, 0);
-  return errno == 0 && !text.empty() && *end == '\0' && *number >= least && *number <= most;
+Outcome Call(const char *dest, uint32_t id, const std::string &payload, const Options &options,
+             std::string *reply) {
+  void *bytes = nullptr;
+  uint32_t length = 0;
+  if (tds_call(id, payload.data(), static_cast<uint32_t>(payload.size()), dest, options.limit_ms,
+               &bytes, &length) != 0)
+    return CallFailure(errno, dest, options.limit_ms);
+  if (bytes != nullptr) reply->assign(static_cast<char *>(bytes), length);
+  __tds_free(bytes);
+  return {};
 }
 
 bool ParseMessage(const Words &words, Message *message) {
@@ -103,7 +106,7 @@ Outcome WaitForOne(int watch, const std::string &name, Clock::time_point end) {
   for (;;) {
     auto left = std::chrono::duration_cast<std::chrono::milliseconds>(end - Clock::now()).count();
     if (left <= 0)
-      return {kNoAnswer, name + " is not there in time: look at its log in /var/log/devkit"};
+      return {EXIT_NO_ANSWER, name + " is not there in time: look at its log in /var/log/devkit"};
     void *reply = nullptr;
     uint32_t length = 0;
     if (tds_call(kProbe, nullptr, 0, name.c_str(), static_cast<uint32_t>(left), &reply, &length) ==
@@ -117,44 +120,30 @@ Outcome WaitForOne(int watch, const std::string &name, Clock::time_point end) {
     pollfd change = {watch, POLLIN, 0};
     char events[4096];
     if (poll(&change, 1, 20) > 0 && read(watch, events, sizeof events) < 0 && errno != EAGAIN)
-      return {kRefused, std::string("cannot watch ") + TDS_RUNTIME_DIR + ": " + strerror(errno)};
+      return {EXIT_REFUSED,
+              std::string("cannot watch ") + TDS_RUNTIME_DIR + ": " + strerror(errno)};
   }
 }
 
-}  // namespace
-
-Outcome Call(const char *dest, uint32_t id, const std::string &payload, const Options &options,
-             std::string *reply) {
-  void *bytes = nullptr;
-  uint32_t length = 0;
-  if (tds_call(id, payload.data(), static_cast<uint32_t>(payload.size()), dest, options.limit_ms,
-               &bytes, &length) != 0)
-    return CallFailure(errno, dest, options.limit_ms);
-  if (bytes != nullptr) reply->assign(static_cast<char *>(bytes), length);
-  __tds_free(bytes);
-  return {};
-}
-
-Outcome VerbSend(const Words &words, const Options &options) {
+Outcome Send(const Words &words, const Options &options) {
   Message message;
-  if (!ParseMessage(words, &message))
-    return {kUsage, "usage: cfgcmd send NAME ID [--wait] [--text T | --hex H]"};
+  if (!ParseMessage(words, &message)) return {EXIT_USAGE, ""};
   uint32_t id = static_cast<uint32_t>(message.id);
   if (!message.wait) {
     int sent = SendMsg(id, message.payload.data(), static_cast<uint32_t>(message.payload.size()),
                        words[0].c_str());
     if (sent == 0) return {};
-    return {kRefused, words[0] + " takes no message: is the name right, does it run?"};
+    return {EXIT_REFUSED, words[0] + " takes no message: is the name right, does it run?"};
   }
   std::string reply;
   Outcome outcome = Call(words[0].c_str(), id, message.payload, options, &reply);
-  return outcome.status == kDone ? Outcome{kDone, reply + "\n"} : outcome;
+  return outcome.status == EXIT_DONE ? Outcome{EXIT_DONE, reply + "\n"} : outcome;
 }
 
-Outcome VerbLevel(const Words &words, const Options &options) {
-  long level;
+Outcome Level(const Words &words, const Options &options) {
+  int64_t level;
   if (words[0].size() > 31 || !ParseNumber(words[1], INT32_MIN, INT32_MAX, &level))
-    return {kUsage, "usage: cfgcmd level MODULE N (a name of at most 31 bytes, and a number)"};
+    return {EXIT_USAGE, "a name of at most 31 bytes, and a number"};
   std::string payload = words[0];
   payload.resize(36);
   appt_PutWord(&payload[32], static_cast<uint32_t>(level));
@@ -162,37 +151,37 @@ Outcome VerbLevel(const Words &words, const Options &options) {
 }
 
 /* The daemon judges the word. */
-Outcome VerbTrace(const Words &words, const Options &options) {
+Outcome Trace(const Words &words, const Options &options) {
   return Control(PROSCTL_TRACE, words[0] + std::string(1, '\0'), options);
 }
 
 /* The daemon prints the table to its own log before it answers. */
-Outcome VerbMem(const Words &, const Options &options) {
+Outcome Mem(const Words &, const Options &options) {
   uint64_t offset = FileSize(kDaemonLog);
   std::string reply;
   Outcome outcome = Call(kDaemon, PROSCTL_MALLOC, "", options, &reply);
-  if (outcome.status != kDone) return outcome;
+  if (outcome.status != EXIT_DONE) return outcome;
   std::string table = AppendedSince(kDaemonLog, offset);
-  return {kDone, options.json ? JsonText({{"text", table}}) : table};
+  return {EXIT_DONE, options.json ? JsonText({{"text", table}}) : table};
 }
 
-Outcome VerbWait(const Words &words, const Options &options) {
+Outcome Wait(const Words &words, const Options &options) {
   int watch = inotify_init1(IN_NONBLOCK | IN_CLOEXEC);
   if (watch < 0 || inotify_add_watch(watch, TDS_RUNTIME_DIR, IN_CREATE | IN_MOVED_TO) < 0) {
-    Outcome outcome = {kRefused,
+    Outcome outcome = {EXIT_REFUSED,
                        std::string("cannot watch ") + TDS_RUNTIME_DIR + ": " + strerror(errno)};
     if (watch >= 0) close(watch);
     return outcome;
   }
   auto end = Clock::now() + std::chrono::milliseconds(options.limit_ms);
   Outcome outcome;
-  for (size_t i = 0; i < words.size() && outcome.status == kDone; ++i)
+  for (size_t i = 0; i < words.size() && outcome.status == EXIT_DONE; ++i)
     outcome = WaitForOne(watch, words[i], end);
   close(watch);
   return outcome;
 }
 
-Outcome VerbInform(const Words &words, const Options &) {
+Outcome Inform(const Words &words, const Options &) {
   std::string line = "manully_inform";
   for (const std::string &word : words) line += " " + word;
   line += '\n';
@@ -201,8 +190,23 @@ Outcome VerbInform(const Words &words, const Options &) {
       file >= 0 && write(file, line.data(), line.size()) == static_cast<ssize_t>(line.size());
   Outcome outcome;
   if (!written)
-    outcome = {kRefused,
+    outcome = {EXIT_REFUSED,
                std::string("cannot record the inform in ") + kInforms + ": " + strerror(errno)};
   if (file >= 0) close(file);
   return outcome;
 }
+
+}  // namespace
+
+const Verb MESSAGE_VERBS[] = {
+    {"send", "NAME ID [--wait] [--text T | --hex H]", "Send any message to any endpoint", 2, 5,
+     true, true, Send},
+    {"level", "MODULE N", "Print level of a module of the daemon, or of all", 2, 2, false, true,
+     Level},
+    {"trace", "on|off", "Message trace of the daemon", 1, 1, false, true, Trace},
+    {"mem", "", "The daemon's live memory by tag", 0, 0, false, true, Mem},
+    {"wait", "NAME...", "Wait until endpoints serve messages", 1, 50, false, false, Wait},
+    {"manully_inform", "WORD...", "Record an inform for the management client", 1, 50, true, true,
+     Inform},
+    {},
+};

@@ -1,4 +1,6 @@
-// Texts that the client prints, and the log files that it reads back.
+// Texts that the client prints; see cfgcmd_print.h.
+#include "cfgcmd_print.h"
+
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -6,22 +8,10 @@
 #include <sstream>
 #include <string_view>
 
-#include "ams_store.h"
-#include "cfgcmd.h"
-#include "printable.h"
+#include "escape.h"
+#include "leaf_list.h"
 
 namespace {
-
-/* Calls `each` with the parts of a store text; the last may end in a separator. */
-template <typename Each>
-void ForParts(std::string_view text, Each each) {
-  while (!text.empty()) {
-    size_t end = text.find(static_cast<char>(AMS_SEPARATOR));
-    each(text.substr(0, end));
-    if (end == std::string_view::npos) return;
-    text.remove_prefix(end + 1);
-  }
-}
 
 /* Takes the last ` name="value"` off the part; false when there is none. */
 bool TakeAttribute(std::string_view *part, std::string *name, std::string *value) {
@@ -36,17 +26,27 @@ bool TakeAttribute(std::string_view *part, std::string *name, std::string *value
   return true;
 }
 
-Json PartWithAttributes(std::string_view part) {
+/* Of a value with its attributes behind it. */
+Json WithAttributes(std::string_view value) {
   std::vector<std::pair<std::string, std::string>> found; /* from the last to the first */
-  std::string name, value;
-  while (TakeAttribute(&part, &name, &value)) found.emplace_back(name, value);
+  std::string name, text;
+  while (TakeAttribute(&value, &name, &text)) found.emplace_back(name, text);
   Json attributes = Json::object();
   for (auto it = found.rbegin(); it != found.rend(); ++it) attributes[it->first] = it->second;
-  size_t equals = part.find('=');
-  Json entry;
-  entry["value"] = equals == std::string_view::npos ? "" : std::string(part.substr(equals + 1));
-  entry["attributes"] = attributes;
-  return entry;
+  return {{"value", std::string(value)}, {"attributes", attributes}};
+}
+
+/* "path=value" lines, or a JSON object of what `entry` makes of the values. */
+template <typename Entry>
+std::string LeavesText(const std::string &path, std::string_view text, bool json, Entry entry) {
+  Json object = Json::object();
+  std::string lines;
+  for (Leaf leaf; NextLeaf(&text, &leaf);) {
+    std::string name = path + "." + std::string(leaf.name);
+    lines += name + (leaf.has_value ? "=" : "") + std::string(leaf.value) + "\n";
+    object[name] = entry(leaf.value);
+  }
+  return json ? JsonText(object) : lines;
 }
 
 }  // namespace
@@ -56,25 +56,11 @@ std::string JsonText(const Json &json) {
 }
 
 std::string NodeText(const std::string &path, const std::string &text, bool json) {
-  Json object = Json::object();
-  std::string lines;
-  ForParts(text, [&](std::string_view part) {
-    lines.append(path).append(".").append(part).append("\n");
-    size_t equals = part.find('=');
-    std::string name = path + "." + std::string(part.substr(0, equals));
-    object[name] = equals == std::string_view::npos ? "" : std::string(part.substr(equals + 1));
-  });
-  return json ? JsonText(object) : lines;
+  return LeavesText(path, text, json, [](std::string_view value) { return std::string(value); });
 }
 
 std::string AttributeText(const std::string &path, const std::string &text, bool json) {
-  Json object = Json::object();
-  std::string lines;
-  ForParts(text, [&](std::string_view part) {
-    lines.append(path).append(".").append(part).append("\n");
-    object[path + "." + std::string(part.substr(0, part.find('=')))] = PartWithAttributes(part);
-  });
-  return json ? JsonText(object) : lines;
+  return LeavesText(path, text, json, WithAttributes);
 }
 
 std::string TerminalText(const std::string &text, int descriptor) {

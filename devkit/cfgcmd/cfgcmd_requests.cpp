@@ -1,6 +1,8 @@
 // Verbs that go to the data-base manager: each builds a request and prints the answer.
 #include "ams_common_api.h"
-#include "cfgcmd.h"
+#include "cfgcmd_messages.h"
+#include "cfgcmd_print.h"
+#include "dbmgr_proto.h"
 
 namespace {
 
@@ -15,7 +17,7 @@ Outcome NotInTime(Outcome outcome, Options options) {
   std::string reply;
   DbmgrAnswer answer;
   options.limit_ms = 1000;
-  if (Call(DBMGR_NAME, DBMGR_MSG_WAITS, "", options, &reply).status == kDone &&
+  if (Call(DBMGR_NAME, DBMGR_MSG_WAITS, "", options, &reply).status == EXIT_DONE &&
       DbmgrGetAnswer(reply.data(), reply.size(), &answer) == 0 && !answer.text.empty())
     outcome.text += "; it waits for " + answer.text;
   return outcome;
@@ -24,15 +26,16 @@ Outcome NotInTime(Outcome outcome, Options options) {
 /* Asks and judges: an outcome that is not done carries the reason. */
 Outcome Ask(uint32_t command, const std::string &url, const std::string &value,
             const Options &options, DbmgrAnswer *answer) {
-  if (url.size() > UINT16_MAX) return {kRefused, "the path is longer than 65535 bytes: check it"};
+  if (url.size() > UINT16_MAX)
+    return {EXIT_REFUSED, "the path is longer than 65535 bytes: check it"};
   std::string bytes = DbmgrPutRequest({command, url, value});
   std::string reply;
   Outcome outcome = Call(DBMGR_NAME, DBMGR_MSG_REQUEST, bytes, options, &reply);
-  if (outcome.status == kNoAnswer) return NotInTime(outcome, options);
-  if (outcome.status != kDone) return outcome;
+  if (outcome.status == EXIT_NO_ANSWER) return NotInTime(outcome, options);
+  if (outcome.status != EXIT_DONE) return outcome;
   if (DbmgrGetAnswer(reply.data(), reply.size(), answer) != 0)
-    return {kRefused, "the answer is damaged: is the gateway of this client?"};
-  if (answer->result < 0) return {kRefused, answer->text};
+    return {EXIT_REFUSED, "the answer is damaged: is the gateway of this client?"};
+  if (answer->result < 0) return {EXIT_REFUSED, answer->text};
   return {};
 }
 
@@ -54,65 +57,79 @@ int AddToGroup(std::vector<Group> *groups, const std::string &path, const std::s
   return 0;
 }
 
-}  // namespace
-
-Outcome VerbGet(const Words &words, const Options &options) {
+Outcome Get(const Words &words, const Options &options) {
   DbmgrAnswer answer;
   Outcome outcome = Ask(APPT_CMD_GET, words[0], "", options, &answer);
-  if (outcome.status != kDone) return outcome;
+  if (outcome.status != EXIT_DONE) return outcome;
   std::string path = Bare(words[0]);
-  if (answer.kind != DbmgrText::Leaf) return {kDone, NodeText(path, answer.text, options.json)};
-  return {kDone, options.json ? JsonText({{path, answer.text}}) : answer.text + "\n"};
+  if (answer.kind != DbmgrText::LEAF) return {EXIT_DONE, NodeText(path, answer.text, options.json)};
+  return {EXIT_DONE, options.json ? JsonText({{path, answer.text}}) : answer.text + "\n"};
 }
 
-Outcome VerbSet(const Words &words, const Options &options) {
-  if (words.size() % 2 != 0) return {kUsage, "usage: cfgcmd set PATH VALUE [PATH VALUE...]"};
+Outcome Set(const Words &words, const Options &options) {
+  if (words.size() % 2 != 0) return {EXIT_USAGE, "a value for each path"};
   std::vector<Group> groups;
   for (size_t i = 0; i < words.size(); i += 2)
     if (AddToGroup(&groups, Bare(words[i]), words[i + 1]) != 0)
-      return {kRefused, "\"" + words[i] + "\": give the full path, and a value without byte 0x03"};
+      return {EXIT_REFUSED,
+              "\"" + words[i] + "\": give the full path, and a value without byte 0x03"};
   std::string done;
   for (const Group &group : groups) {
     DbmgrAnswer answer;
     Outcome outcome = Ask(APPT_CMD_SET, group.object, group.value, options, &answer);
-    if (outcome.status != kDone && !done.empty()) outcome.text += "; set before it: " + done;
-    if (outcome.status != kDone) return outcome;
+    if (outcome.status != EXIT_DONE && !done.empty()) outcome.text += "; set before it: " + done;
+    if (outcome.status != EXIT_DONE) return outcome;
     done += (done.empty() ? "" : ", ") + group.object;
   }
   return {};
 }
 
-Outcome VerbAdd(const Words &words, const Options &options) {
+Outcome Add(const Words &words, const Options &options) {
   DbmgrAnswer answer;
   Outcome outcome = Ask(APPT_CMD_ADD, words[0], "", options, &answer);
-  if (outcome.status != kDone) return outcome;
-  return {kDone, options.json ? JsonText({{"path", answer.text}}) : answer.text + "\n"};
+  if (outcome.status != EXIT_DONE) return outcome;
+  return {EXIT_DONE, options.json ? JsonText({{"path", answer.text}}) : answer.text + "\n"};
 }
 
-Outcome VerbDel(const Words &words, const Options &options) {
+Outcome Del(const Words &words, const Options &options) {
   DbmgrAnswer answer;
   return Ask(APPT_CMD_DEL, words[0], "", options, &answer);
 }
 
-Outcome VerbList(const Words &words, const Options &options) {
+Outcome List(const Words &words, const Options &options) {
   DbmgrAnswer answer;
   Outcome outcome = Ask(APPT_CMD_LIST, words[0], "", options, &answer);
-  if (outcome.status != kDone) return outcome;
-  if (!options.json) return {kDone, answer.text + "\n"};
-  return {kDone, JsonText(Json::parse("[" + answer.text + "]", nullptr, false))};
+  if (outcome.status != EXIT_DONE) return outcome;
+  if (!options.json) return {EXIT_DONE, answer.text + "\n"};
+  return {EXIT_DONE, JsonText(Json::parse("[" + answer.text + "]", nullptr, false))};
 }
 
-Outcome VerbAttr(const Words &words, const Options &options) {
+Outcome Attr(const Words &words, const Options &options) {
   DbmgrAnswer answer;
   Outcome outcome = Ask(APPT_CMD_ATTR, words[0], "", options, &answer);
-  if (outcome.status != kDone) return outcome;
+  if (outcome.status != EXIT_DONE) return outcome;
   std::string path = Bare(words[0]);
-  if (answer.kind == DbmgrText::Leaf)
+  if (answer.kind == DbmgrText::LEAF)
     path.resize(path.rfind('.')); /* its own name is in the text */
-  return {kDone, AttributeText(path, answer.text, options.json)};
+  return {EXIT_DONE, AttributeText(path, answer.text, options.json)};
 }
 
-Outcome VerbRefresh(const Words &words, const Options &options) {
+Outcome Refresh(const Words &words, const Options &options) {
   DbmgrAnswer answer;
   return Ask(APPT_CMD_REFRESH, words[0], "", options, &answer);
 }
+
+}  // namespace
+
+const Verb REQUEST_VERBS[] = {
+    {"get", "PATH", "Value of a parameter; path=value lines of anything else", 1, 1, false, true,
+     Get},
+    {"set", "PATH VALUE...", "Set parameters; those of one object travel together", 2, 200, true,
+     true, Set},
+    {"add", "ARRAY", "Add an instance and print its path", 1, 1, false, true, Add},
+    {"del", "INSTANCE", "Delete an instance", 1, 1, false, true, Del},
+    {"list", "ARRAY", "Instance numbers of an array", 1, 1, false, true, List},
+    {"attr", "PATH", "Values with their attributes", 1, 1, false, true, Attr},
+    {"refresh", "PATH", "Have the values brought up to date", 1, 1, false, true, Refresh},
+    {},
+};

@@ -7,7 +7,10 @@
 #include <mutex>
 
 #include "ams_common_api.h"
-#include "cfgcmd.h"
+#include "cfgcmd_messages.h"
+#include "cfgcmd_print.h"
+#include "escape.h"
+#include "parse.h"
 #include "tds_desk.h"
 
 namespace {
@@ -15,30 +18,16 @@ namespace {
 bool as_json;
 std::mutex mutex;
 std::condition_variable changed;
-long printed = 0; /* messages so far */
-
-/* As the shell's $'...' writes it; the NUL that ends a text is left out. */
-std::string Shown(const char *bytes, uint32_t length) {
-  std::string text;
-  if (length > 0 && bytes[length - 1] == '\0') --length;
-  for (uint32_t i = 0; i < length; ++i) {
-    unsigned char byte = static_cast<unsigned char>(bytes[i]);
-    char escape[8];
-    snprintf(escape, sizeof escape, "\\x%02x", byte);
-    if (byte < ' ' || byte > '~' || byte == '\\')
-      text += escape;
-    else
-      text += bytes[i];
-  }
-  return text;
-}
+int64_t printed = 0; /* messages so far */
 
 void Print(int32_t id, const void *data, uint32_t length) {
   if (static_cast<uint32_t>(id) == kProbe) return;
   char sender[TDS_NAME_SIZE], number[16];
   Sender(sender);
   snprintf(number, sizeof number, "0x%x", static_cast<uint32_t>(id));
-  std::string text = Shown(static_cast<const char *>(data), length);
+  std::string text(static_cast<const char *>(data), length);
+  if (!text.empty() && text.back() == '\0') text.pop_back(); /* it ends a text */
+  text = Escaped(text);
   if (as_json)
     text = Json({{"from", sender}, {"id", number}, {"length", length}, {"text", text}}).dump();
   else
@@ -60,7 +49,8 @@ int Serve(const std::string &endpoint, const MsgEntry *messages) {
 }
 
 Outcome CannotServe(const std::string &name) {
-  return {kRefused, "cannot serve " + name + ": a name like \"utils:logmgt\" that no process has"};
+  return {EXIT_REFUSED,
+          "cannot serve " + name + ": a name like \"utils:logmgt\" that no process has"};
 }
 
 /* Only a module can publish, so a message of our own tells it what: the id, then the payload. */
@@ -76,13 +66,11 @@ void OnPublish(int32_t, const void *data, uint32_t length) {
   (void)SynAckData_lib(nullptr, 0, kPublish, sender); /* nobody else to tell */
 }
 
-}  // namespace
-
-Outcome VerbListen(const Words &words, const Options &options) {
+Outcome Listen(const Words &words, const Options &options) {
   static const MsgEntry messages[] = {{TDS_MSG_ANY, Print}, {0, nullptr}};
-  long count = 0;
+  int64_t count = 0;
   if (words.size() > 1 && !ParseNumber(words[1], 1, INT32_MAX, &count))
-    return {kUsage, "usage: cfgcmd listen NAME [COUNT] (a number above 0)"};
+    return {EXIT_USAGE, "a number above 0"};
   as_json = options.json;
   const std::string &name = words[0];
   if (Serve(name, messages) != 0) return CannotServe(name);
@@ -90,24 +78,33 @@ Outcome VerbListen(const Words &words, const Options &options) {
   std::unique_lock<std::mutex> lock(mutex);
   auto limit = std::chrono::milliseconds(options.limit_ms);
   while (count == 0 || printed < count) {
-    long before = printed;
+    int64_t before = printed;
     auto more = [&] { return printed > before; };
     if (count == 0)
       changed.wait(lock, more);
     else if (!changed.wait_for(lock, limit, more))
-      return {kNoAnswer, name + " got " + std::to_string(printed) + " messages in time, not " +
-                             std::to_string(count) + ": --timeout waits longer for each"};
+      return {EXIT_NO_ANSWER, name + " got " + std::to_string(printed) + " messages in time, not " +
+                                  std::to_string(count) + ": --timeout waits longer for each"};
   }
   return {};
 }
 
-Outcome VerbPublish(const Words &words, const Options &options) {
+Outcome Publish(const Words &words, const Options &options) {
   static const MsgEntry messages[] = {{kPublish, OnPublish}, {0, nullptr}};
   Message message;
-  if (!ParseMessage(words, &message) || message.wait)
-    return {kUsage, "usage: cfgcmd publish NAME ID [--text T | --hex H]"};
+  if (!ParseMessage(words, &message) || message.wait) return {EXIT_USAGE, ""};
   if (Serve(words[0], messages) != 0) return CannotServe(words[0]);
   std::string payload(4, '\0'), reply;
   appt_PutWord(&payload[0], static_cast<uint32_t>(message.id));
   return Call(words[0].c_str(), kPublish, payload + message.payload, options, &reply);
 }
+
+}  // namespace
+
+const Verb STANDIN_VERBS[] = {
+    {"listen", "NAME [COUNT]", "Be an endpoint and print the messages it gets, COUNT of them", 1, 2,
+     false, false, Listen},
+    {"publish", "NAME ID [--text T | --hex H]",
+     "Be an endpoint and notify all that registered for its message", 2, 4, true, true, Publish},
+    {},
+};

@@ -5,6 +5,7 @@
 
 #include "ams_store.h"
 #include "cfgcmd.h"
+#include "cfgcmd_print.h"
 
 namespace {
 
@@ -15,7 +16,7 @@ bool Attach() {
   return gptXmlTrees != nullptr && gptXmlTrees->root != nullptr;
 }
 
-const Outcome kNoStore = {kRefused,
+const Outcome kNoStore = {EXIT_REFUSED,
                           "there is no data-model store: start the gateway with script/gateway"};
 
 std::string Attribute(const std::string &path, const char *name) {
@@ -91,33 +92,31 @@ std::string RowsAsJson(const std::vector<Row> &rows) {
   return JsonText(list);
 }
 
-}  // namespace
-
-Outcome VerbTree(const Words &words, const Options &options) {
+Outcome Tree(const Words &words, const Options &options) {
   if (!Attach()) return kNoStore;
   std::string path = words.empty() ? kRoot : words[0];
   if (!path.empty() && path.back() == '.') path.pop_back();
   if (ams_check_node(gptXmlTrees->root, path.c_str()) != 0)
-    return {kRefused, "no parameter \"" + path + "\": \"cfgcmd tree\" lists what there is"};
+    return {EXIT_REFUSED, "no parameter \"" + path + "\": \"cfgcmd tree\" lists what there is"};
   std::vector<Row> rows;
   Walk(path, &rows);
-  return {kDone, options.json ? RowsAsJson(rows) : Columns(rows)};
+  return {EXIT_DONE, options.json ? RowsAsJson(rows) : Columns(rows)};
 }
 
-Outcome VerbSset(const Words &words, const Options &) {
+Outcome Sset(const Words &words, const Options &) {
   if (!Attach()) return kNoStore;
   const char *path = words[0].c_str();
   if (ams_check_node(gptXmlTrees->root, path) != 0)
-    return {kRefused, "no parameter \"" + words[0] + "\": \"cfgcmd tree\" lists what there is"};
+    return {EXIT_REFUSED, "no parameter \"" + words[0] + "\": \"cfgcmd tree\" lists what there is"};
   if (ams_sset_node_value(gptXmlTrees->root, path, words[1].c_str()) != 0)
-    return {kRefused, "the store refused \"" + words[0] +
-                          "\": it takes parameters, with values of at most 32768 bytes, while "
-                          "/dev/shm has room"};
+    return {EXIT_REFUSED, "the store refused \"" + words[0] +
+                              "\": it takes parameters, with values of at most 32768 bytes, while "
+                              "/dev/shm has room"};
   return {};
 }
 
 /* Candidates for the word that is being typed: verbs, or paths one level deeper. */
-Outcome VerbComplete(const Words &words, const Options &) {
+Outcome Complete(const Words &words, const Options &) {
   bool verbs = !words.empty() && words[0] == "--verbs";
   std::string typed = words.size() > (verbs ? 1 : 0) ? words.back() : "";
   std::string text;
@@ -125,14 +124,25 @@ Outcome VerbComplete(const Words &words, const Options &) {
     if (candidate.compare(0, typed.size(), typed) == 0) text += candidate + "\n";
   };
   if (verbs) {
-    for (const Verb &verb : kVerbs)
-      if (verb.help[0] != '\0') offer(verb.name);
-    return {kDone, text};
+    for (const Verb *verb : AllVerbs())
+      if (verb->help[0] != '\0') offer(verb->name);
+    return {EXIT_DONE, text};
   }
   if (!Attach()) return kNoStore;
   size_t dot = typed.rfind('.');
   std::vector<std::string> paths = {kRoot};
   if (dot != std::string::npos) paths = Children(typed.substr(0, dot));
   for (const std::string &path : paths) offer(IsLeaf(ReadRow(path)) ? path : path + ".");
-  return {kDone, text};
+  return {EXIT_DONE, text};
 }
+
+}  // namespace
+
+const Verb STORE_VERBS[] = {
+    {"tree", "[PATH]", "List what there is: path, type, value, description", 0, 1, false, true,
+     Tree},
+    {"sset", "PATH VALUE", "Write a status straight to the store, read-only ones too", 2, 2, true,
+     true, Sset},
+    {"complete", "[--verbs] WORD", "", 0, 2, true, false, Complete},
+    {},
+};

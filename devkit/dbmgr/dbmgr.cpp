@@ -1,12 +1,13 @@
 // The data-base manager of the desk: owns the data-model store, takes clients' requests at
 // "dbmgr:dbmgt" and modules' acknowledgements at "msgcenter:cAckAgt".
-#include "dbmgr.h"
-
 #include <CLI/CLI.hpp>
 #include <csignal>
 #include <cstdio>
 
 #include "ams_common_api.h"
+#include "dbmgr_forms.h"
+#include "dbmgr_proto.h"
+#include "dbmgr_route.h"
 #include "nvram.h"
 #include "store_desk.h"
 #include "sup_main.h"

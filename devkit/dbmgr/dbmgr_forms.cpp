@@ -1,20 +1,19 @@
-// Forms of values. A parameter's "check" attribute names the form that a value needs to be put into
-// a shell line as it is; the others have the form of their type. What has another form is refused
-// here, since nobody behind checks it.
-#include <algorithm>
-#include <charconv>
-#include <cstdlib>
-#include <cstring>
+// Forms of values; see dbmgr_forms.h.
+#include "dbmgr_forms.h"
 
-#include "dbmgr.h"
+#include <algorithm>
+#include <cstring>
+#include <limits>
+
+#include "parse.h"
 
 namespace {
 
 template <typename Number>
 bool IsNumber(std::string_view value) {
-  Number number;
-  auto [end, error] = std::from_chars(value.data(), value.data() + value.size(), number);
-  return error == std::errc() && end == value.data() + value.size();
+  using Limits = std::numeric_limits<Number>;
+  int64_t number;
+  return ParseDecimal(value, Limits::min(), Limits::max(), &number);
 }
 
 bool IsSwitch(std::string_view value) { return value == "0" || value == "1"; }
@@ -58,8 +57,8 @@ bool IsPortList(std::string_view value) {
   if (value.empty() || value.back() == ',') return false;
   int count = 0;
   for (; !value.empty(); ++count) {
-    std::string piece(NextPiece(&value, ','));
-    if (piece.empty() || piece.size() > 5 || atoi(piece.c_str()) > 65535) return false;
+    std::string_view piece = NextPiece(&value, ',');
+    if (piece.size() > 5 || !IsNumber<uint16_t>(piece)) return false;
   }
   return count <= kMostPorts;
 }

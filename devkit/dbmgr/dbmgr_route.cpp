@@ -1,6 +1,6 @@
-// Routing: requests go to the module that serves their node and come back as acknowledgements; what
-// is above several modules becomes a request to each of them. No module is ever waited for: each
-// has a queue, of which a bounded number is in flight.
+// Routing; see dbmgr_route.h.
+#include "dbmgr_route.h"
+
 #include <unistd.h>
 
 #include <ctime>
@@ -11,7 +11,7 @@
 #include <unordered_map>
 
 #include "ams_common_api.h"
-#include "dbmgr.h"
+#include "dbmgr_commands.h"
 #include "tds_desk.h"
 
 namespace {
@@ -38,8 +38,8 @@ struct Module {
 };
 
 /* The routing thread's own; modules are never removed, there are a handful. */
-std::map<std::string, Module> g_modules;
-std::unordered_map<uint32_t, Request> g_in_flight; /* by msgChainId */
+std::map<std::string, Module> modules;
+std::unordered_map<uint32_t, Request> in_flight; /* by msgChainId */
 
 /* Chain ids start anywhere, so that an acknowledgement meant for an earlier run finds nobody. */
 uint32_t NextChainId() {
@@ -47,7 +47,7 @@ uint32_t NextChainId() {
       (static_cast<uint32_t>(getpid()) << 16) ^ static_cast<uint32_t>(time(nullptr));
   do {
     ++next;
-  } while (next == 0 || g_in_flight.count(next) != 0);
+  } while (next == 0 || in_flight.count(next) != 0);
   return next;
 }
 
@@ -57,7 +57,7 @@ void Answer(uint64_t client, const DbmgrAnswer &answer) {
                        static_cast<uint32_t>(bytes.size())); /* client gone: its loss */
 }
 
-void Refuse(uint64_t client, const std::string &why) { Answer(client, {-1, DbmgrText::Text, why}); }
+void Refuse(uint64_t client, const std::string &why) { Answer(client, {-1, DbmgrText::TEXT, why}); }
 
 /* The first part that is refused ends the whole, the last one that is done lets the store serve it.
  */
@@ -71,7 +71,7 @@ void Finish(const Request &request, const DbmgrAnswer &answer) {
 }
 
 void Refuse(const Request &request, const std::string &why) {
-  Finish(request, {-1, DbmgrText::Text, why});
+  Finish(request, {-1, DbmgrText::TEXT, why});
 }
 
 /* Head, url and value as the framework reads them; the plan's texts fit in one-byte lengths. */
@@ -89,7 +89,7 @@ std::string Frame(uint32_t chain, const Plan &plan) {
 
 /* Sends what waits while there is room. A module that does not take them fails them at once. */
 void Pump(const std::string &name) {
-  Module &module = g_modules[name];
+  Module &module = modules[name];
   while (!module.waiting.empty() && module.in_flight < kInFlight) {
     Request request = std::move(module.waiting.front());
     module.waiting.pop_front();
@@ -105,13 +105,13 @@ void Pump(const std::string &name) {
       continue;
     }
     ++module.in_flight;
-    g_in_flight.emplace(chain, std::move(request));
+    in_flight.emplace(chain, std::move(request));
   }
 }
 
 void Enqueue(Request request) {
   std::string name = request.plan.module;
-  Module &module = g_modules[name];
+  Module &module = modules[name];
   if (module.waiting.size() >= kWaiting) {
     Refuse(request,
            name + " is busy, " + std::to_string(kWaiting) + " requests wait for it: try later");
@@ -156,14 +156,13 @@ DbmgrAnswer AnswerOf(const Request &request, int32_t result, uint32_t code,
   constexpr char kLog[] = "/var/log/devkit/sysmgr.log";
   if (result < 0) return RefusedBy(plan.module, plan, kLog, text);
   if (code != APPT_CODE_RESULT_VALUE) {
-    if (plan.command != APPT_CMD_GET && plan.command != APPT_CMD_ATTR)
-      return {result, DbmgrText::None, ""};
-    return {-1, DbmgrText::Text,
+    if ((FindCommand(plan.command)->traits & ANSWERS) == 0) return {result, DbmgrText::NONE, ""};
+    return {-1, DbmgrText::TEXT,
             plan.module + " answered without the value of \"" +
                 (plan.leaf.empty() ? plan.url : plan.leaf) + "\": " + kLog + " says why"};
   }
-  if (plan.leaf.empty()) return {result, DbmgrText::Text, text};
-  return {result, DbmgrText::Leaf, plan.command == APPT_CMD_GET ? BareValue(text) : text};
+  if (plan.leaf.empty()) return {result, DbmgrText::TEXT, text};
+  return {result, DbmgrText::LEAF, plan.command == APPT_CMD_GET ? BareValue(text) : text};
 }
 
 }  // namespace
@@ -188,10 +187,10 @@ void RouteRequest(int32_t, const void *data, uint32_t length) {
 
 void RouteWaits(int32_t, const void *, uint32_t) {
   std::string names;
-  for (const auto &[name, module] : g_modules)
+  for (const auto &[name, module] : modules)
     if (module.in_flight > 0) names += (names.empty() ? "" : ", ") + name;
   uint64_t client = tds_hold_reply();
-  if (client != 0) Answer(client, {0, DbmgrText::Text, names});
+  if (client != 0) Answer(client, {0, DbmgrText::TEXT, names});
 }
 
 void RouteAcknowledgement(int32_t, const void *data, uint32_t length) {
@@ -202,14 +201,14 @@ void RouteAcknowledgement(int32_t, const void *data, uint32_t length) {
   }
   const char *bytes = static_cast<const char *>(data);
   uint32_t chain = appt_GetWord(bytes);
-  auto found = g_in_flight.find(chain);
-  if (found == g_in_flight.end()) {
+  auto found = in_flight.find(chain);
+  if (found == in_flight.end()) {
     AMS_PRINT(2, "an acknowledgement of 0X%x, which nobody waits for, is dropped", chain);
     return;
   }
   Request request = std::move(found->second);
-  g_in_flight.erase(found);
-  --g_modules[request.plan.module].in_flight;
+  in_flight.erase(found);
+  --modules[request.plan.module].in_flight;
 
   int32_t result = static_cast<int32_t>(appt_GetWord(bytes + 12));
   std::string text = ReplyText(data, length);
@@ -225,16 +224,16 @@ void RouteNoObject(int32_t, const void *data, uint32_t length) {
 void RoutePeerGone(int32_t, const void *data, uint32_t length) {
   std::string name(static_cast<const char *>(data), length);
   name.resize(name.find('\0') == std::string::npos ? name.size() : name.find('\0'));
-  auto module = g_modules.find(name);
-  if (module == g_modules.end()) return;
-  for (auto it = g_in_flight.begin(); it != g_in_flight.end();) {
+  auto module = modules.find(name);
+  if (module == modules.end()) return;
+  for (auto it = in_flight.begin(); it != in_flight.end();) {
     if (it->second.plan.module != name) {
       ++it;
       continue;
     }
     Refuse(it->second,
            name + " died before it answered: look at /var/log/devkit/sysmgr.log, then ask again");
-    it = g_in_flight.erase(it);
+    it = in_flight.erase(it);
   }
   module->second.in_flight = 0;
   Pump(name);

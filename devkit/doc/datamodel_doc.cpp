@@ -1,19 +1,16 @@
 // Prints docs/datamodel.md: the nodes of the data-model file, what the FUNC tables bind them to,
-// what docs/op_functions.txt says of these, and the text written by hand around them. Says no when
-// one of them has an op function that another one lacks.
+// what docs/op_functions.txt says of these where they are no script, and the text written by hand
+// around them. Says no when one of them has an op function that another one lacks. Or prints the
+// programs of the board that the scripts call, for the sandbox.
 #include <algorithm>
 #include <cstring>
 #include <fstream>
 #include <iostream>
-#include <map>
 #include <pugixml.hpp>
-#include <set>
-#include <sstream>
 #include <string>
 #include <vector>
 
-#include "ams_common_api.h"
-#include "sup_main.h"
+#include "op_effects.h"
 
 namespace {
 
@@ -29,18 +26,7 @@ struct Section {
   std::vector<const Node *> nodes;
 };
 
-struct Effect {
-  std::string ops, text; /* no ops: the text is the function that does the same */
-};
-
 using Nodes = std::vector<Node>; /* in the file's order, heads before what is below them */
-using Effects = std::map<std::string, std::vector<Effect>>;
-
-int Fail(const std::string &what) {
-  std::cerr << "datamodel_doc: " << what << '\n';
-  return 1;
-}
-
 /* ---- the data-model file ---- */
 
 void Collect(const pugi::xml_node &element, const std::string &path, const std::string &module,
@@ -87,39 +73,6 @@ std::vector<Section> Sections(const Nodes &nodes) {
     if (nearest != nullptr && nearest->head != &node) nearest->nodes.push_back(&node);
   }
   return sections;
-}
-
-/* ---- what the op functions do ---- */
-
-/* "NAME OPS: TEXT" or "NAME = OTHER". */
-int ReadEffects(const char *file, Effects *effects) {
-  std::ifstream lines(file);
-  if (!lines) return Fail(std::string("cannot read ") + file);
-  for (std::string line; std::getline(lines, line);) {
-    if (line.empty() || line[0] == '#') continue;
-    size_t blank = line.find(' '), colon = line.find(": ");
-    std::string name = line.substr(0, blank);
-    if (line.compare(blank, 3, " = ") == 0) {
-      auto other = effects->find(line.substr(blank + 3));
-      if (other == effects->end()) return Fail("no such function before: " + line);
-      (*effects)[name] = {{"", other->first}};
-    } else if (colon != std::string::npos && blank < colon) {
-      (*effects)[name].push_back(
-          {line.substr(blank + 1, colon - blank - 1), line.substr(colon + 2)});
-    } else {
-      return Fail("neither NAME OPS: TEXT nor NAME = OTHER: " + line);
-    }
-  }
-  return 0;
-}
-
-/* Names of the tables, and whether any of their rows has a handler. */
-std::map<std::string, bool> TableNames() {
-  std::map<std::string, bool> names;
-  for (const OpFuncEntry *const *table = FUNC_TABLES; *table != nullptr; ++table)
-    for (const OpFuncEntry *row = *table; row->name != nullptr; ++row)
-      names[row->name] = names[row->name] || row->handler != nullptr;
-  return names;
 }
 
 int Compare(const Nodes &nodes, const Effects &effects) {
@@ -196,7 +149,9 @@ int PrintPage(const char *prose, const std::vector<Section> &sections, const Eff
 }  // namespace
 
 int main(int argc, char **argv) {
-  if (argc != 4) return Fail("usage: datamodel_doc DATA_MODEL.xml OP_FUNCTIONS.txt PROSE.md");
+  if (argc == 2 && strcmp(argv[1], "--programs") == 0) return PrintPrograms();
+  if (argc != 4)
+    return Fail("usage: datamodel_doc DATA_MODEL.xml OP_FUNCTIONS.txt PROSE.md, or --programs");
   pugi::xml_document model;
   pugi::xml_parse_result parsed = model.load_file(argv[1]);
   if (!parsed) return Fail(std::string(argv[1]) + ": " + parsed.description());

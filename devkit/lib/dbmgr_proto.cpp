@@ -1,4 +1,4 @@
-// Coding and bounded decoding of the messages between clients and the data-base manager.
+// Coding and bounded decoding of the messages; see dbmgr_proto.h.
 #include "dbmgr_proto.h"
 
 #include <string_view>
@@ -46,7 +46,7 @@ std::string DbmgrPutRequest(const DbmgrRequest &request) {
 std::string DbmgrPutAnswer(const DbmgrAnswer &answer) {
   constexpr size_t kMost = TDS_PAYLOAD_MAX - kAnswerHead;
   if (answer.text.size() > kMost)
-    return DbmgrPutAnswer({-1, DbmgrText::Text,
+    return DbmgrPutAnswer({-1, DbmgrText::TEXT,
                            "the answer has " + std::to_string(answer.text.size()) +
                                " bytes, a message carries " + std::to_string(kMost) +
                                ": ask for parts of it"});
@@ -67,7 +67,7 @@ int DbmgrGetAnswer(const void *data, size_t length, DbmgrAnswer *answer) {
   std::string_view bytes(static_cast<const char *>(data), length);
   uint32_t result, kind;
   if (!TakeNumber(&bytes, 4, &result) || !TakeNumber(&bytes, 1, &kind)) return -1;
-  if (kind > static_cast<uint32_t>(DbmgrText::Leaf)) return -1;
+  if (kind > static_cast<uint32_t>(DbmgrText::LEAF)) return -1;
   answer->result = static_cast<int32_t>(result);
   answer->kind = static_cast<DbmgrText>(kind);
   answer->text = bytes;

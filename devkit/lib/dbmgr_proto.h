@@ -21,14 +21,14 @@ struct DbmgrRequest {
 };
 
 enum class DbmgrText : uint8_t {
-  None = 0,
-  Text = 1, /* the store's text form; of a refusal: one line that says why and what to do */
-  Leaf = 2, /* of one leaf: "get" the bare value, "attr" its name=value and attributes */
+  NONE = 0,
+  TEXT = 1, /* the store's text form; of a refusal: one line that says why and what to do */
+  LEAF = 2, /* of one leaf: "get" the bare value, "attr" its name=value and attributes */
 };
 
 struct DbmgrAnswer {
   int32_t result = 0; /* 0 or more: done; -1: refused */
-  DbmgrText kind = DbmgrText::None;
+  DbmgrText kind = DbmgrText::NONE;
   std::string text;
 };
 

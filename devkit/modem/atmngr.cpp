@@ -21,11 +21,10 @@
 #include <cstring>
 #include <string>
 
-#include "modem_files.h"
+#include "exit_status.h"
+#include "modem_tty.h"
 
 namespace {
-
-enum { kDone = 0, kRefused = 1, kUsage = 2, kNoAnswer = 3 };
 
 using Clock = std::chrono::steady_clock;
 
@@ -44,7 +43,7 @@ struct Line {
 
 int Complain(const Line &line, const char *what) {
   fprintf(stderr, "%s: %s %s: see modemctl state\n", line.tool, line.path, what);
-  return kNoAnswer;
+  return EXIT_NO_ANSWER;
 }
 
 int MillisecondsLeft(const Line &line) {
@@ -88,10 +87,10 @@ bool IsPrompt(const std::string &text) { return text == "> " || text == ">"; }
 
 /* The status of a final line, -1 for any other. */
 int FinalStatus(const std::string &line) {
-  if (line == "OK") return kDone;
+  if (line == "OK") return EXIT_DONE;
   bool refused = line == "ERROR" || line.compare(0, 11, "+CMS ERROR:") == 0 ||
                  line.compare(0, 11, "+CME ERROR:") == 0;
-  return refused ? kRefused : -1;
+  return refused ? EXIT_REFUSED : -1;
 }
 
 /* The end of the answer that begins at `start`, behind its final line; npos while there is none.
@@ -100,7 +99,7 @@ size_t AnswerEnd(const std::string &text, size_t start, int *status) {
   while (start < text.size()) {
     size_t end = text.find("\r\n", start);
     if (end == text.npos) {
-      *status = kDone;
+      *status = EXIT_DONE;
       return IsPrompt(text.substr(start)) ? text.size() : text.npos;
     }
     *status = FinalStatus(text.substr(start, end - start));
@@ -140,7 +139,7 @@ int Exchange(const Line &line, const std::string &sent, std::string *answer) {
   if (!Write(line, sent)) return Complain(line, "does not take the command");
   for (;;) {
     bool echoed;
-    int status = kDone;
+    int status = EXIT_DONE;
     size_t start = AnswerStart(text, sent, &echoed), end = AnswerEnd(text, start, &status);
     int limit = MillisecondsLeft(line);
     if (end != text.npos && !echoed && limit > kQuietMs) limit = kQuietMs;
@@ -158,7 +157,7 @@ int WithoutPdu(const Line &line) {
   (void)Write(line, {kEscape}); /* it was there just now */
   fprintf(stderr, "%s: the command wants a PDU: nanocom sends both from %s\n", line.tool,
           kCommandFile);
-  return kUsage;
+  return EXIT_USAGE;
 }
 
 /* ---- at-mngr ---- */
@@ -175,7 +174,7 @@ int AtMngr(int argc, char **argv) {
   for (; at < argc; ++at) text += (text.empty() ? "" : " ") + std::string(argv[at]);
   if (text.empty() || !(limit > 0 && limit <= 3600)) {
     fprintf(stderr, "usage: at-mngr [-t SECONDS] TEXT...\n");
-    return kUsage;
+    return EXIT_USAGE;
   }
   if (text.back() != '\r') text += '\r';
   line.end = Clock::now() + std::chrono::milliseconds(static_cast<long>(limit * 1000));
@@ -183,9 +182,9 @@ int AtMngr(int argc, char **argv) {
   if (!Lock(line)) return Complain(line, "is in use all the time");
   (void)tcflush(line.file, TCIFLUSH); /* what nobody waited for */
   int status = Exchange(line, text, &answer);
-  if (status == kDone && IsPrompt(answer)) return WithoutPdu(line);
+  if (status == EXIT_DONE && IsPrompt(answer)) return WithoutPdu(line);
   fwrite(answer.data(), 1, answer.size(), stdout);
-  return fflush(stdout) == 0 ? status : kNoAnswer;
+  return fflush(stdout) == 0 ? status : EXIT_NO_ANSWER;
 }
 
 /* ---- nanocom ---- */
@@ -225,7 +224,7 @@ int Nanocom(int argc, char **argv) {
   std::string command, pdu, answer;
   if (argc != 4) {
     fprintf(stderr, "usage: nanocom TTY 1 SECONDS (0: %d), run with the tty locked\n", kSendLimit);
-    return kUsage;
+    return EXIT_USAGE;
   }
   int seconds = atoi(argv[3]);
   Line line = {"nanocom", argv[1], -1, {}};
@@ -233,17 +232,17 @@ int Nanocom(int argc, char **argv) {
   if (!ReadCommand(&command, &pdu)) {
     fprintf(stderr, "nanocom: %s has no command: write \"AT+CMGS=LENGTH|PDU\" there\n",
             kCommandFile);
-    return kUsage;
+    return EXIT_USAGE;
   }
   if (!Open(&line)) return Complain(line, "cannot be opened");
   (void)tcflush(line.file, TCIFLUSH); /* what nobody waited for */
   int status = Exchange(line, command, &answer);
-  if (status == kDone && IsPrompt(answer)) {
+  if (status == EXIT_DONE && IsPrompt(answer)) {
     if (pdu.empty()) return WithoutPdu(line);
     status = Exchange(line, pdu, &answer);
   }
-  if (status == kNoAnswer) return status;
-  return WriteResult(answer) == 0 ? status : kNoAnswer;
+  if (status == EXIT_NO_ANSWER) return status;
+  return WriteResult(answer) == 0 ? status : EXIT_NO_ANSWER;
 }
 
 }  // namespace

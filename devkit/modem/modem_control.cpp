@@ -1,11 +1,14 @@
-// What modemctl asks of the modem simulator: messages from the network, behaviour, what it keeps.
+// What modemctl asks: messages from the network, behaviour, what the modem keeps; see
+// modem_control.h.
 #include "modem_control.h"
 
 #include <algorithm>
 #include <cctype>
 #include <cstring>
 
-#include "modem_pdu.h"
+#include "modem_core.h"
+#include "modem_sms.h"
+#include "parse.h"
 
 namespace {
 
@@ -15,17 +18,13 @@ ModemJson Reply(int status, const std::string &text) {
   return {{"status", status}, {"text", text}};
 }
 
-ModemJson Done(const std::string &text = "") { return Reply(kModemDone, text); }
-ModemJson Refused(const std::string &text) { return Reply(kModemRefused, text); }
-ModemJson Usage(const std::string &text) { return Reply(kModemUsage, text); }
+ModemJson Done(const std::string &text = "") { return Reply(EXIT_DONE, text); }
+ModemJson Refused(const std::string &text) { return Reply(EXIT_REFUSED, text); }
+ModemJson Usage(const std::string &text) { return Reply(EXIT_USAGE, text); }
 
 std::string Word(const ModemJson &request, const char *name) { return request.value(name, ""); }
 
-bool IsNumber(const std::string &text) {
-  size_t start = text.compare(0, 1, "+") == 0 ? 1 : 0;
-  return text.size() > start && text.size() <= start + 20 &&
-         text.find_first_not_of("0123456789", start) == text.npos;
-}
+bool IsNumber(const std::string &text) { return IsPhoneNumber(text, 20); }
 
 /* What the sender of a message may be called. */
 bool IsName(const std::string &text) {
@@ -63,9 +62,9 @@ ModemJson Receive(Modem *modem, const ModemJson &request, time_t now) {
               text = Word(request, "message"), octets;
   time_t when;
   if (!pdu.empty()) {
-    if (pdu.size() > kPduMax || !OctetsFromHex(pdu, &octets))
+    if (pdu.size() > kPduMax || !BytesFromHex(pdu, &octets))
       return Usage("no PDU: give 2 to 400 hexadecimal digits, two an octet");
-    return ReceivePdus(modem, {HexFromOctets(octets)});
+    return ReceivePdus(modem, {HexFromBytes(octets)});
   }
   if (!IsNumber(from) && !IsName(from))
     return Usage("\"" + from +

@@ -2,15 +2,14 @@
 // request ended by closing that direction.
 #pragma once
 
+#include <ctime>
 #include <nlohmann/json.hpp>
 
-#include "modem_core.h"
+#include "exit_status.h"
+#include "modem_state.h"
 
 /* Where both meet. */
 constexpr char kModemSocket[] = "/var/run/devkit/modem.sock";
-
-/* Exit statuses of modemctl. */
-enum { kModemDone = 0, kModemRefused = 1, kModemUsage = 2, kModemNoAnswer = 3 };
 
 using ModemJson = nlohmann::ordered_json;
 

@@ -1,14 +1,13 @@
 // The modem simulator's command line: echo, prompt, arguments, the table of commands, and the ways
-// in which it misbehaves. What the commands do with messages and contacts is in modem_sms.cpp and
-// modem_book.cpp.
+// in which it misbehaves; see modem_core.h.
 #include "modem_core.h"
 
 #include <algorithm>
 #include <cctype>
-#include <cstdio>
-#include <cstdlib>
 
-#include "modem_pdu.h"
+#include "escape.h"
+#include "modem_book.h"
+#include "modem_sms.h"
 
 namespace {
 
@@ -19,19 +18,6 @@ constexpr char kEndOfPdu = 0x1A, kEscape = 0x1B;
 std::string Upper(std::string text) {
   for (char &letter : text) letter = static_cast<char>(toupper(static_cast<unsigned char>(letter)));
   return text;
-}
-
-std::string Printable(const std::string &text) {
-  std::string shown;
-  for (char letter : text) {
-    char code[8];
-    snprintf(code, sizeof code, "\\x%02x", static_cast<unsigned char>(letter));
-    if (letter >= ' ' && letter <= '~')
-      shown += letter;
-    else
-      shown += code;
-  }
-  return shown;
 }
 
 /* ---- arguments ---- */
@@ -59,14 +45,14 @@ bool ParseCommand(const std::string &text, std::string *name, AtCall *call) {
   *name = Upper(text.substr(0, end));
   std::string rest = text.substr(end);
   bool basic = name->compare(0, 1, "+") != 0;
-  call->form = AtCall::kSet;
+  call->form = AtCall::SET;
   call->arguments.clear();
   if (rest.empty())
-    call->form = AtCall::kRun;
+    call->form = AtCall::RUN;
   else if (rest == "?")
-    call->form = AtCall::kRead;
+    call->form = AtCall::READ;
   else if (rest == "=?")
-    call->form = AtCall::kTest;
+    call->form = AtCall::TEST;
   else if (basic)
     call->arguments = {rest};
   else
@@ -80,7 +66,7 @@ AtAnswer Nothing(Modem *, const AtCall &) { return {}; }
 
 AtAnswer Echo(Modem *modem, const AtCall &call) {
   int on = 0;
-  if (call.form == AtCall::kSet && !AtNumber(call.arguments[0], 0, 1, &on)) return AtError();
+  if (call.form == AtCall::SET && !AtNumber(call.arguments[0], 0, 1, &on)) return AtError();
   modem->echo = on != 0;
   return {};
 }
@@ -96,9 +82,9 @@ AtAnswer Reset(Modem *modem, const AtCall &) {
 
 AtAnswer CharacterSet(Modem *modem, const AtCall &call) {
   static const std::vector<std::string> known = {"GSM", "IRA", "UCS2"};
-  if (call.form == AtCall::kTest) return {{"+CSCS: (\"GSM\",\"IRA\",\"UCS2\")"}};
-  if (call.form == AtCall::kRead) return {{"+CSCS: \"" + modem->charset + "\""}};
-  if (call.form != AtCall::kSet || call.arguments.size() != 1 ||
+  if (call.form == AtCall::TEST) return {{"+CSCS: (\"GSM\",\"IRA\",\"UCS2\")"}};
+  if (call.form == AtCall::READ) return {{"+CSCS: \"" + modem->charset + "\""}};
+  if (call.form != AtCall::SET || call.arguments.size() != 1 ||
       std::find(known.begin(), known.end(), call.arguments[0]) == known.end())
     return AtEquipmentError(50);
   modem->charset = call.arguments[0];
@@ -109,11 +95,11 @@ AtAnswer CharacterSet(Modem *modem, const AtCall &call) {
 template <int most>
 AtAnswer Keep(Modem *modem, const AtCall &call, const char *name) {
   int number;
-  if (call.form == AtCall::kTest)
+  if (call.form == AtCall::TEST)
     return {{std::string(name) + ": (0-" + std::to_string(most) + ")"}};
-  if (call.form == AtCall::kRead)
+  if (call.form == AtCall::READ)
     return {{std::string(name) + ": " + std::to_string(modem->settings[name])}};
-  if (call.form != AtCall::kSet || call.arguments.size() != 1 ||
+  if (call.form != AtCall::SET || call.arguments.size() != 1 ||
       !AtNumber(call.arguments[0], 0, most, &number))
     return AtEquipmentError(50);
   modem->settings[name] = number;
@@ -123,26 +109,15 @@ AtAnswer Keep(Modem *modem, const AtCall &call, const char *name) {
 AtAnswer VoiceMode(Modem *modem, const AtCall &call) { return Keep<3>(modem, call, "+CVMOD"); }
 AtAnswer CellLock(Modem *modem, const AtCall &call) { return Keep<1>(modem, call, "+QCELLLOCK"); }
 
-const AtRow kRows[] = {
-    {"E", AtErrors::kPlain, Echo, nullptr},
-    {"I", AtErrors::kPlain, Identity, nullptr},
-    {"Z", AtErrors::kPlain, Reset, nullptr},
-    {"", AtErrors::kPlain, Nothing, nullptr},
-    {"+CSCS", AtErrors::kEquipment, CharacterSet, nullptr},
-    {"+CVMOD", AtErrors::kEquipment, VoiceMode, nullptr},
-    {"+QCELLLOCK", AtErrors::kEquipment, CellLock, nullptr},
-    {"+CPBS", AtErrors::kEquipment, AtPhonebook, nullptr},
-    {"+CPBR", AtErrors::kEquipment, AtReadContacts, nullptr},
-    {"+CPBW", AtErrors::kEquipment, AtWriteContact, nullptr},
-    {"+CUSD", AtErrors::kEquipment, AtUssd, nullptr},
-    {"+CMGF", AtErrors::kMessage, AtMessageFormat, nullptr},
-    {"+CSCA", AtErrors::kMessage, AtServiceCentre, nullptr},
-    {"+CPMS", AtErrors::kMessage, AtStorages, nullptr},
-    {"+CMGL", AtErrors::kMessage, AtListMessages, nullptr},
-    {"+CMGR", AtErrors::kMessage, AtReadMessage, nullptr},
-    {"+CMGD", AtErrors::kMessage, AtDeleteMessage, nullptr},
-    {"+CMGS", AtErrors::kMessage, AtSendArguments, AtSend},
-    {"+CMGW", AtErrors::kMessage, AtWriteArguments, AtWrite},
+const AtRow kOwnRows[] = {
+    {"E", AtErrors::PLAIN, Echo, nullptr},
+    {"I", AtErrors::PLAIN, Identity, nullptr},
+    {"Z", AtErrors::PLAIN, Reset, nullptr},
+    {"", AtErrors::PLAIN, Nothing, nullptr},
+    {"+CSCS", AtErrors::EQUIPMENT, CharacterSet, nullptr},
+    {"+CVMOD", AtErrors::EQUIPMENT, VoiceMode, nullptr},
+    {"+QCELLLOCK", AtErrors::EQUIPMENT, CellLock, nullptr},
+    {},
 };
 
 /* ---- answers ---- */
@@ -155,9 +130,9 @@ bool Misbehaves(const Modem &modem, const AtRow &row, ModemBehaviour::Kind kind)
 /* What comes of a command for which everything is refused; plain commands are not. */
 bool Refused(const Modem &modem, const AtRow &row, AtAnswer *answer) {
   int number = modem.behaviour.amount;
-  if (!Misbehaves(modem, row, ModemBehaviour::kRefuse) || row.errors == AtErrors::kPlain)
+  if (!Misbehaves(modem, row, ModemBehaviour::REFUSE) || row.errors == AtErrors::PLAIN)
     return false;
-  bool message = row.errors == AtErrors::kMessage;
+  bool message = row.errors == AtErrors::MESSAGE;
   *answer = message ? AtMessageError(number != 0 ? number : 302)
                     : AtEquipmentError(number != 0 ? number : 3);
   return true;
@@ -189,13 +164,13 @@ std::string Text(const AtAnswer &answer) {
 }
 
 void Record(Modem *modem, const std::string &command, const std::string &result) {
-  modem->calls.push_back({Printable(command), result});
+  modem->calls.push_back({Escaped(command), result});
   if (modem->calls.size() > kCallsMax) modem->calls.pop_front();
 }
 
 /* The end of a command, and of its PDU if it has one. */
 std::string Finish(Modem *modem, const AtRow &row, AtAnswer answer) {
-  if (Misbehaves(*modem, row, ModemBehaviour::kGarbage)) MakeGarbage(&answer);
+  if (Misbehaves(*modem, row, ModemBehaviour::GARBAGE)) MakeGarbage(&answer);
   modem->calls.back().result = answer.result + (answer.why.empty() ? "" : ": " + answer.why);
   (void)ModemDeliverWaiting(modem); /* if room has come */
   return Text(answer);
@@ -207,7 +182,7 @@ std::string RunLine(Modem *modem, time_t now, ModemOutput *output) {
   line.erase(0, line.find_first_not_of(' '));
   if (Upper(line.substr(0, 2)) != "AT") return ""; /* as all modems do */
   Record(modem, line, "");
-  AtCall call = {AtCall::kRun, {}, now, ""};
+  AtCall call = {AtCall::RUN, {}, now, ""};
   const AtRow *row = nullptr;
   if (line.size() < kLineMax && ParseCommand(line.substr(2), &name, &call)) row = FindAtRow(name);
   if (row == nullptr) {
@@ -219,7 +194,7 @@ std::string RunLine(Modem *modem, time_t now, ModemOutput *output) {
   if (row->take_pdu == nullptr && Refused(*modem, *row, &answer))
     return Finish(modem, *row, answer);
   answer = row->run(modem, call);
-  if (row->take_pdu == nullptr || call.form != AtCall::kSet || answer.result != "OK")
+  if (row->take_pdu == nullptr || call.form != AtCall::SET || answer.result != "OK")
     return Finish(modem, *row, answer);
   modem->wants_pdu = row;
   modem->pdu_arguments = call.arguments;
@@ -230,7 +205,7 @@ std::string RunLine(Modem *modem, time_t now, ModemOutput *output) {
 /* A refusal of what is sent comes from the network, so after the PDU. */
 std::string RunPdu(Modem *modem, time_t now, ModemOutput *output) {
   const AtRow &row = *modem->wants_pdu;
-  AtCall call = {AtCall::kSet, modem->pdu_arguments, now, Upper(modem->line)};
+  AtCall call = {AtCall::SET, modem->pdu_arguments, now, Upper(modem->line)};
   modem->wants_pdu = nullptr;
   modem->line.clear();
   output->misbehaves = Misbehaves(*modem, row, modem->behaviour.kind);
@@ -265,35 +240,10 @@ bool TakeByte(Modem *modem, char byte, time_t now, ModemOutput *output) {
 
 }  // namespace
 
-AtAnswer AtEquipmentError(int number) { return {{}, "+CME ERROR: " + std::to_string(number)}; }
-AtAnswer AtMessageError(int number) { return {{}, "+CMS ERROR: " + std::to_string(number), ""}; }
-AtAnswer AtError() { return {{}, "ERROR", ""}; }
-
-bool AtNumber(const std::string &text, int least, int most, int *number) {
-  if (text.empty() || text.size() > 9 || text.find_first_not_of("0123456789") != text.npos)
-    return false;
-  *number = atoi(text.c_str());
-  return *number >= least && *number <= most;
-}
-
-std::string AtText(const Modem &modem, const std::string &utf8) {
-  return modem.charset == "UCS2" ? HexFromOctets(Ucs2FromUtf8(utf8)) : AsciiFromUtf8(utf8);
-}
-
-bool AtTextFrom(const Modem &modem, const std::string &text, std::string *utf8) {
-  std::string octets;
-  *utf8 = text;
-  if (modem.charset == "UCS2") {
-    if (!OctetsFromHex(text, &octets) || octets.size() % 2 != 0) return false;
-    *utf8 = Utf8FromUcs2(octets);
-  }
-  return std::none_of(utf8->begin(), utf8->end(),
-                      [](char letter) { return iscntrl(static_cast<unsigned char>(letter)); });
-}
-
 const AtRow *FindAtRow(const std::string &name) {
-  for (const AtRow &row : kRows)
-    if (name == row.name) return &row;
+  for (const AtRow *row : {kOwnRows, BOOK_ROWS, SMS_ROWS})
+    for (; row->name != nullptr; ++row)
+      if (name == row->name) return row;
   return nullptr;
 }
 
@@ -304,16 +254,4 @@ size_t ModemFeed(Modem *modem, std::string_view bytes, time_t now, ModemOutput *
     if (TakeByte(modem, bytes[taken], now, output)) return taken + 1;
   }
   return bytes.size();
-}
-
-void ModemPowerCycle(Modem *modem) {
-  const Modem fresh;
-  modem->echo = fresh.echo;
-  modem->charset = fresh.charset;
-  std::copy(std::begin(fresh.memory), std::end(fresh.memory), modem->memory);
-  modem->settings.clear();
-  modem->ussd_at.clear();
-  modem->line.clear();
-  modem->wants_pdu = nullptr;
-  modem->pdu_arguments.clear();
 }

@@ -3,6 +3,7 @@
 
 #include <algorithm>
 
+#include "parse.h"
 #include "sms_text.h"
 
 namespace {
@@ -14,17 +15,12 @@ const uint8_t *Bytes(const std::string &octets) {
   return reinterpret_cast<const uint8_t *>(octets.data());
 }
 
-bool IsNumber(const std::string &text) {
-  size_t start = text.compare(0, 1, "+") == 0 ? 1 : 0;
-  return text.size() > start && text.find_first_not_of("0123456789", start) == text.npos;
-}
-
 /* Digits as semi-octets. */
 std::string SemiOctets(const std::string &digits) {
   std::string swapped(digits.size() + 2, '\0'), octets;
   swapped.resize(static_cast<size_t>(
       InvertNumbers(digits.data(), swapped.data(), swapped.size(), digits.size())));
-  (void)OctetsFromHex(swapped, &octets); /* digits are hexadecimal */
+  (void)BytesFromHex(swapped, &octets); /* digits are hexadecimal */
   return octets;
 }
 
@@ -38,7 +34,7 @@ unsigned char NumberType(const std::string &number) {
 
 /* Of a sender; the length counts semi-octets. */
 std::string Address(const std::string &from) {
-  if (IsNumber(from)) {
+  if (IsPhoneNumber(from, from.size())) {
     std::string digits = Digits(from);
     return std::string{static_cast<char>(digits.size()), static_cast<char>(NumberType(from))} +
            SemiOctets(digits);
@@ -77,7 +73,7 @@ size_t ValidityOctets(unsigned char first) {
 }
 
 std::string NumberText(unsigned char type, const std::string &octets, size_t digits) {
-  std::string hex = HexFromOctets(octets), number(hex.size() + 2, '\0');
+  std::string hex = HexFromBytes(octets), number(hex.size() + 2, '\0');
   number.resize(
       static_cast<size_t>(InvertNumbers(hex.data(), number.data(), number.size(), hex.size())));
   number.resize(std::min(digits, number.size()));
@@ -85,21 +81,6 @@ std::string NumberText(unsigned char type, const std::string &octets, size_t dig
 }
 
 }  // namespace
-
-bool OctetsFromHex(const std::string &hex, std::string *octets) {
-  if (hex.size() % 2 != 0 ||
-      std::any_of(hex.begin(), hex.end(), [](char digit) { return HexValue(digit) < 0; }))
-    return false;
-  octets->assign(hex.size() / 2, '\0');
-  HexToBytes(hex.data(), reinterpret_cast<uint8_t *>(octets->data()), octets->size(), hex.size());
-  return true;
-}
-
-std::string HexFromOctets(const std::string &octets) {
-  std::string hex(2 * octets.size() + 1, '\0');
-  hex.resize(static_cast<size_t>(BytesToHex(Bytes(octets), hex.data(), hex.size(), octets.size())));
-  return hex;
-}
 
 std::string Ucs2FromUtf8(const std::string &utf8) {
   std::string octets(2 * utf8.size() + 2, '\0');
@@ -166,6 +147,6 @@ std::string DeliverPdu(const SubmitPdu &submit, const std::string &centre, const
                        time_t when) {
   /* SMS-DELIVER, no more messages wait; the header's mark comes along. */
   char first = static_cast<char>(0x04 | (submit.first & 0x40));
-  return HexFromOctets(CentreAddress(centre) + first + Address(from) + submit.fields +
-                       TimeStamp(when) + submit.data);
+  return HexFromBytes(CentreAddress(centre) + first + Address(from) + submit.fields +
+                      TimeStamp(when) + submit.data);
 }

@@ -7,9 +7,6 @@
 #include <string>
 
 /* Octets are kept in strings. */
-bool OctetsFromHex(const std::string &hex, std::string *octets);
-std::string HexFromOctets(const std::string &octets);
-
 std::string Ucs2FromUtf8(const std::string &utf8);
 std::string Utf8FromUcs2(const std::string &octets);
 std::string AsciiFromUtf8(const std::string &utf8); /* "?" for what is none */

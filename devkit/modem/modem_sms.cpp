@@ -1,9 +1,10 @@
-// The modem simulator's short messages: storages, service centre, lists, sending, and what the
-// network brings. PDU mode only: text mode can be selected, and then refuses.
+// Short messages; see modem_sms.h.
+#include "modem_sms.h"
+
 #include <algorithm>
 
-#include "modem_core.h"
 #include "modem_pdu.h"
+#include "parse.h"
 #include "sms_parts.h"
 #include "sms_pdu.h"
 
@@ -11,15 +12,15 @@ namespace {
 
 /* Of 3GPP TS 27.005. */
 enum {
-  kNotAllowed = 302,
-  kNotSupported = 303,
-  kBadPdu = 304,
-  kNoIndex = 321,
-  kFull = 322,
-  kNoCentre = 330
+  NOT_ALLOWED = 302,
+  NOT_SUPPORTED = 303,
+  BAD_PDU = 304,
+  NO_INDEX = 321,
+  FULL = 322,
+  NO_CENTRE = 330
 };
 
-enum { kToRead, kToWrite, kToReceive };
+enum { TO_READ, TO_WRITE, TO_RECEIVE };
 
 constexpr size_t kSentMax = 100;
 constexpr int kTpduMax = 164; /* octets */
@@ -43,7 +44,7 @@ int Put(ModemStorage *storage, int stat, const std::string &pdu) {
 /* The stat, length and PDU of "+CMGL:" and "+CMGR:"; reading makes it read. */
 void List(ModemMessage *message, const std::string &head, AtAnswer *answer) {
   std::string octets;
-  (void)OctetsFromHex(message->pdu, &octets); /* only what is hexadecimal is kept */
+  (void)BytesFromHex(message->pdu, &octets); /* only what is hexadecimal is kept */
   answer->lines.push_back(head + std::to_string(message->stat) + ",," +
                           std::to_string(octets.size() - CentreOctets(octets)));
   answer->lines.push_back(message->pdu);
@@ -58,7 +59,7 @@ std::string LastDigits(const std::string &number) {
 /* The octets of the PDU at the prompt: NULL, or why it is none of the announced length. */
 const char *PduOctets(const AtCall &call, std::string *octets) {
   int length;
-  if (!OctetsFromHex(call.pdu, octets)) return "the PDU is not hexadecimal digits, two an octet";
+  if (!BytesFromHex(call.pdu, octets)) return "the PDU is not hexadecimal digits, two an octet";
   bool announced = AtNumber(call.arguments[0], 1, kTpduMax, &length) &&
                    octets->size() == CentreOctets(*octets) + static_cast<size_t>(length);
   return announced ? nullptr : "the PDU has not as many octets as the command says";
@@ -71,7 +72,7 @@ const char *SubmitOctets(const AtCall &call, std::string *octets, SubmitPdu *sub
 }
 
 AtAnswer BadPdu(const char *why) {
-  AtAnswer answer = AtMessageError(kBadPdu);
+  AtAnswer answer = AtMessageError(BAD_PDU);
   answer.why = why;
   return answer;
 }
@@ -79,11 +80,11 @@ AtAnswer BadPdu(const char *why) {
 /* What both commands with a PDU want of their length. */
 AtAnswer CheckLength(const Modem &modem, const AtCall &call, size_t most) {
   int length;
-  if (call.form == AtCall::kTest) return {};
-  if (!PduMode(modem)) return AtMessageError(kNotSupported);
-  if (call.form != AtCall::kSet || call.arguments.size() > most ||
+  if (call.form == AtCall::TEST) return {};
+  if (!PduMode(modem)) return AtMessageError(NOT_SUPPORTED);
+  if (call.form != AtCall::SET || call.arguments.size() > most ||
       !AtNumber(call.arguments[0], 1, kTpduMax, &length))
-    return AtMessageError(kBadPdu);
+    return AtMessageError(BAD_PDU);
   return {};
 }
 
@@ -101,96 +102,90 @@ std::string Fills(const Modem &modem, bool names) {
 /* A stat argument that may be missing. */
 bool Stat(const AtCall &call, size_t at, int most, int usual, int *stat) {
   *stat = usual;
-  if (call.form == AtCall::kRun || call.arguments.size() <= at) return true;
+  if (call.form == AtCall::RUN || call.arguments.size() <= at) return true;
   return AtNumber(call.arguments[at], 0, most, stat);
 }
 
-}  // namespace
-
-AtAnswer AtMessageFormat(Modem *modem, const AtCall &call) {
+AtAnswer MessageFormat(Modem *modem, const AtCall &call) {
   int text;
-  if (call.form == AtCall::kTest) return {{"+CMGF: (0,1)"}};
-  if (call.form == AtCall::kRead) return {{PduMode(*modem) ? "+CMGF: 0" : "+CMGF: 1"}};
-  if (call.form != AtCall::kSet || !AtNumber(call.arguments[0], 0, 1, &text))
-    return AtMessageError(kNotAllowed);
+  if (call.form == AtCall::TEST) return {{"+CMGF: (0,1)"}};
+  if (call.form == AtCall::READ) return {{PduMode(*modem) ? "+CMGF: 0" : "+CMGF: 1"}};
+  if (call.form != AtCall::SET || !AtNumber(call.arguments[0], 0, 1, &text))
+    return AtMessageError(NOT_ALLOWED);
   modem->settings["+CMGF"] = text;
   return {};
 }
 
-AtAnswer AtServiceCentre(Modem *modem, const AtCall &call) {
-  if (call.form == AtCall::kTest) return {};
-  if (call.form == AtCall::kRead)
+AtAnswer ServiceCentre(Modem *modem, const AtCall &call) {
+  if (call.form == AtCall::TEST) return {};
+  if (call.form == AtCall::READ)
     return {{"+CSCA: \"" + modem->centre + "\"," +
              (modem->centre.compare(0, 1, "+") == 0 ? "145" : "129")}};
-  if (call.form != AtCall::kSet || call.arguments.size() > 2) return AtMessageError(kNotAllowed);
-  const std::string &number = call.arguments[0];
-  size_t digits = number.compare(0, 1, "+") == 0 ? 1 : 0;
-  if (number.size() > 20 + digits || number.size() <= digits ||
-      number.find_first_not_of("0123456789", digits) != number.npos)
-    return AtMessageError(kNotAllowed);
-  modem->centre = number;
+  if (call.form != AtCall::SET || call.arguments.size() > 2) return AtMessageError(NOT_ALLOWED);
+  if (!IsPhoneNumber(call.arguments[0], 20)) return AtMessageError(NOT_ALLOWED);
+  modem->centre = call.arguments[0];
   return {};
 }
 
-AtAnswer AtStorages(Modem *modem, const AtCall &call) {
-  if (call.form == AtCall::kTest) return {{R"(+CPMS: ("SM","ME"),("SM","ME"),("SM","ME"))"}};
-  if (call.form == AtCall::kRead) return {{Fills(*modem, true)}};
-  if (call.form != AtCall::kSet || call.arguments.size() > 3) return AtMessageError(kNotAllowed);
+AtAnswer Storages(Modem *modem, const AtCall &call) {
+  if (call.form == AtCall::TEST) return {{R"(+CPMS: ("SM","ME"),("SM","ME"),("SM","ME"))"}};
+  if (call.form == AtCall::READ) return {{Fills(*modem, true)}};
+  if (call.form != AtCall::SET || call.arguments.size() > 3) return AtMessageError(NOT_ALLOWED);
   for (const std::string &name : call.arguments)
-    if (modem->storages.count(name) == 0) return AtMessageError(kNotAllowed);
+    if (modem->storages.count(name) == 0) return AtMessageError(NOT_ALLOWED);
   std::copy(call.arguments.begin(), call.arguments.end(), modem->memory);
   return {{Fills(*modem, false)}};
 }
 
-AtAnswer AtListMessages(Modem *modem, const AtCall &call) {
+AtAnswer ListMessages(Modem *modem, const AtCall &call) {
   AtAnswer answer;
   int stat;
-  if (call.form == AtCall::kTest) return {{"+CMGL: (0-4)"}};
-  if (!PduMode(*modem)) return AtMessageError(kNotSupported);
-  if (call.form == AtCall::kRead || !Stat(call, 0, kAllStats, SHORTMSG_UNREAD, &stat))
-    return AtMessageError(kNotAllowed);
-  for (auto &[index, message] : Storage(modem, kToRead)->messages)
+  if (call.form == AtCall::TEST) return {{"+CMGL: (0-4)"}};
+  if (!PduMode(*modem)) return AtMessageError(NOT_SUPPORTED);
+  if (call.form == AtCall::READ || !Stat(call, 0, kAllStats, SHORTMSG_UNREAD, &stat))
+    return AtMessageError(NOT_ALLOWED);
+  for (auto &[index, message] : Storage(modem, TO_READ)->messages)
     if (stat == kAllStats || message.stat == stat)
       List(&message, "+CMGL: " + std::to_string(index) + ",", &answer);
   return answer;
 }
 
-AtAnswer AtReadMessage(Modem *modem, const AtCall &call) {
+AtAnswer ReadMessage(Modem *modem, const AtCall &call) {
   AtAnswer answer;
   int index;
-  if (call.form == AtCall::kTest) return {};
-  if (!PduMode(*modem)) return AtMessageError(kNotSupported);
-  auto &messages = Storage(modem, kToRead)->messages;
-  if (call.form != AtCall::kSet || !AtNumber(call.arguments[0], 0, kIndexMax, &index) ||
+  if (call.form == AtCall::TEST) return {};
+  if (!PduMode(*modem)) return AtMessageError(NOT_SUPPORTED);
+  auto &messages = Storage(modem, TO_READ)->messages;
+  if (call.form != AtCall::SET || !AtNumber(call.arguments[0], 0, kIndexMax, &index) ||
       messages.count(index) == 0)
-    return AtMessageError(kNoIndex);
+    return AtMessageError(NO_INDEX);
   List(&messages[index], "+CMGR: ", &answer);
   return answer;
 }
 
 /* The flag: 0 the one, 1 all that were read, 2 and sent, 3 and unsent, 4 and unread. */
-AtAnswer AtDeleteMessage(Modem *modem, const AtCall &call) {
+AtAnswer DeleteMessage(Modem *modem, const AtCall &call) {
   int index, flag;
-  if (call.form == AtCall::kTest) return {{"+CMGD: (0-" + std::to_string(kIndexMax) + "),(0-4)"}};
-  auto &messages = Storage(modem, kToRead)->messages;
-  if (call.form != AtCall::kSet || !AtNumber(call.arguments[0], 0, kIndexMax, &index) ||
+  if (call.form == AtCall::TEST) return {{"+CMGD: (0-" + std::to_string(kIndexMax) + "),(0-4)"}};
+  auto &messages = Storage(modem, TO_READ)->messages;
+  if (call.form != AtCall::SET || !AtNumber(call.arguments[0], 0, kIndexMax, &index) ||
       !Stat(call, 1, 4, 0, &flag))
-    return AtMessageError(kNoIndex);
-  if (flag == 0) return messages.erase(index) == 1 ? AtAnswer{} : AtMessageError(kNoIndex);
+    return AtMessageError(NO_INDEX);
+  if (flag == 0) return messages.erase(index) == 1 ? AtAnswer{} : AtMessageError(NO_INDEX);
   const int flag_of_stat[] = {4, 1, 3, 2};
   for (auto it = messages.begin(); it != messages.end();)
     it = flag_of_stat[it->second.stat] <= flag ? messages.erase(it) : std::next(it);
   return {};
 }
 
-AtAnswer AtSendArguments(Modem *modem, const AtCall &call) { return CheckLength(*modem, call, 1); }
+AtAnswer SendArguments(Modem *modem, const AtCall &call) { return CheckLength(*modem, call, 1); }
 
-AtAnswer AtSend(Modem *modem, const AtCall &call) {
+AtAnswer Send(Modem *modem, const AtCall &call) {
   std::string octets;
   SubmitPdu submit;
   const char *why = SubmitOctets(call, &octets, &submit);
   if (why != nullptr) return BadPdu(why);
-  if (submit.centre_octets == 1 && modem->centre.empty()) return AtMessageError(kNoCentre);
+  if (submit.centre_octets == 1 && modem->centre.empty()) return AtMessageError(NO_CENTRE);
   modem->sent.push_back({submit.number, call.pdu});
   if (modem->sent.size() > kSentMax) modem->sent.pop_front();
   if (LastDigits(submit.number) == LastDigits(modem->number) &&
@@ -201,16 +196,16 @@ AtAnswer AtSend(Modem *modem, const AtCall &call) {
   return {{"+CMGS: " + std::to_string(reference)}};
 }
 
-AtAnswer AtWriteArguments(Modem *modem, const AtCall &call) {
+AtAnswer WriteArguments(Modem *modem, const AtCall &call) {
   int stat;
   AtAnswer answer = CheckLength(*modem, call, 2);
   if (answer.result == "OK" && !Stat(call, 1, SHORTMSG_SENT, SHORTMSG_UNSENT, &stat))
-    return AtMessageError(kBadPdu);
+    return AtMessageError(BAD_PDU);
   return answer;
 }
 
 /* Received messages can be written, too; those are taken as they are. */
-AtAnswer AtWrite(Modem *modem, const AtCall &call) {
+AtAnswer Write(Modem *modem, const AtCall &call) {
   std::string octets;
   SubmitPdu submit;
   int stat;
@@ -218,20 +213,34 @@ AtAnswer AtWrite(Modem *modem, const AtCall &call) {
   const char *why =
       stat >= SHORTMSG_UNSENT ? SubmitOctets(call, &octets, &submit) : PduOctets(call, &octets);
   if (why != nullptr) return BadPdu(why);
-  int index = Put(Storage(modem, kToWrite), stat, call.pdu);
-  if (index < 0) return AtMessageError(kFull);
+  int index = Put(Storage(modem, TO_WRITE), stat, call.pdu);
+  if (index < 0) return AtMessageError(FULL);
   return {{"+CMGW: " + std::to_string(index)}};
 }
+
+}  // namespace
+
+const AtRow SMS_ROWS[] = {
+    {"+CMGF", AtErrors::MESSAGE, MessageFormat, nullptr},
+    {"+CSCA", AtErrors::MESSAGE, ServiceCentre, nullptr},
+    {"+CPMS", AtErrors::MESSAGE, Storages, nullptr},
+    {"+CMGL", AtErrors::MESSAGE, ListMessages, nullptr},
+    {"+CMGR", AtErrors::MESSAGE, ReadMessage, nullptr},
+    {"+CMGD", AtErrors::MESSAGE, DeleteMessage, nullptr},
+    {"+CMGS", AtErrors::MESSAGE, SendArguments, Send},
+    {"+CMGW", AtErrors::MESSAGE, WriteArguments, Write},
+    {},
+};
 
 /* ---- the network's side ---- */
 
 std::string ModemDeliverWaiting(Modem *modem) {
   std::string place;
   while (!modem->waiting.empty()) {
-    int index = Put(Storage(modem, kToReceive), SHORTMSG_UNREAD, modem->waiting.front());
+    int index = Put(Storage(modem, TO_RECEIVE), SHORTMSG_UNREAD, modem->waiting.front());
     if (index < 0) return "";
     modem->waiting.pop_front();
-    place = modem->memory[kToReceive] + " " + std::to_string(index);
+    place = modem->memory[TO_RECEIVE] + " " + std::to_string(index);
   }
   return place;
 }
@@ -258,7 +267,7 @@ const char *ModemDeliverText(Modem *modem, const std::string &from, const std::s
     header.octets[3] = static_cast<uint8_t>(reference >> 8); /* each sender counts its own */
     header.octets[4] = static_cast<uint8_t>(reference);
     PduEncode(&record, pdu, parts.total > 1 ? &header : nullptr);
-    (void)OctetsFromHex(pdu, &octets); /* only what is hexadecimal is kept */
+    (void)BytesFromHex(pdu, &octets); /* only what is hexadecimal is kept */
     const char *why = ParseSubmit(octets, &submit);
     if (why != nullptr) return why;
     pdus->push_back(DeliverPdu(submit, modem->centre, from, when));

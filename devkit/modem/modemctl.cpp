@@ -121,11 +121,11 @@ int Print(const ModemJson &reply, const Asked &asked) {
   if (reply.is_null()) {
     fprintf(stderr, "modemctl: no answer at %s: gateway-daemon start modem starts the simulator\n",
             kModemSocket);
-    return kModemNoAnswer;
+    return EXIT_NO_ANSWER;
   }
   int status = reply["status"];
   std::string text = reply.value("text", "");
-  if (status != kModemDone) {
+  if (status != EXIT_DONE) {
     fprintf(stderr, "modemctl: %s\n", text.c_str());
   } else if (reply.contains("state") && asked.json) {
     puts(reply["state"].dump(2).c_str());
@@ -207,7 +207,7 @@ int main(int argc, char **argv) {
     return app.exit(help);
   } catch (const CLI::ParseError &error) {
     fprintf(stderr, "modemctl: %s (see modemctl --help)\n", error.what());
-    return kModemUsage;
+    return EXIT_USAGE;
   }
   FillIn(asked, &request);
   bool waits = request["verb"] == "wait";

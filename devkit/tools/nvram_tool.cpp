@@ -6,13 +6,8 @@
 #include <string>
 
 #include "ams_print.h"
+#include "exit_status.h"
 #include "nvram.h"
-#include "tds.h"
-
-extern "C" {
-PrtMapEntry DF_PRT_MAP[] = {{"default", 3}, {nullptr, 0}};
-const MsgEntry prosCtlMsgTab[] = {{0, nullptr}};
-}
 
 namespace {
 
@@ -27,7 +22,7 @@ int Get(const Asked &asked) {
   if (!value) {
     fprintf(stderr, "nvram: \"%s\" is not set in area %d: nvram show lists what is\n",
             asked.key.c_str(), asked.area);
-    return 1;
+    return EXIT_REFUSED;
   }
   puts(value.get());
   return 0;
@@ -37,7 +32,7 @@ int Set(const Asked &asked) {
   size_t equals = asked.setting.find('=');
   if (equals == std::string::npos || equals == 0) {
     fprintf(stderr, "nvram: \"%s\" is no KEY=VALUE\n", asked.setting.c_str());
-    return 2;
+    return EXIT_USAGE;
   }
   return nvram_set(asked.setting.substr(0, equals).c_str(),
                    asked.setting.substr(equals + 1).c_str(), asked.area);
@@ -78,8 +73,8 @@ int main(int argc, char **argv) {
   try {
     app.parse(argc, argv);
   } catch (const CLI::ParseError &error) {
-    return app.exit(error) == 0 ? 0 : 2;
+    return app.exit(error) == 0 ? EXIT_DONE : EXIT_USAGE;
   }
   /* Settings that cannot be opened are not settings that are not set. */
-  return nvram_init_semaphore() == 0 && run(asked) == 0 ? 0 : 1;
+  return nvram_init_semaphore() == 0 && run(asked) == 0 ? EXIT_DONE : EXIT_REFUSED;
 }

@@ -6,7 +6,9 @@
 #include <nlohmann/json.hpp>
 #include <string>
 
-#include "printable.h"
+#include "escape.h"
+#include "exit_status.h"
+#include "parse.h"
 #include "sms_parts.h"
 #include "sms_pdu.h"
 
@@ -65,25 +67,24 @@ void PrintLines(const nlohmann::ordered_json &json) {
 }
 
 int DecodePdu(const Asked &asked) {
-  if (asked.pdu.empty() || asked.pdu.size() % 2 != 0 ||
-      strspn(asked.pdu.c_str(), "0123456789ABCDEFabcdef") != asked.pdu.size()) {
+  std::string octets;
+  if (!BytesFromHex(asked.pdu, &octets) || octets.empty()) {
     fprintf(stderr, "smspdu: \"%s\" is no PDU: give it as hexadecimal digits, two an octet\n",
             asked.pdu.c_str());
-    return 2;
+    return EXIT_USAGE;
   }
   nlohmann::ordered_json json = Json(Decode(asked.pdu.c_str(), asked.stat));
   if (asked.json)
     PrintJson(json);
   else
     PrintLines(json);
-  return 0;
+  return EXIT_DONE;
 }
 
 /* The number without its "+" into a field of the record. */
 int TakeNumber(const char *option, const std::string &number, char (&field)[SHORTMSG_NUMBER_SIZE]) {
   std::string digits = number.substr(number.compare(0, 1, "+") == 0 ? 1 : 0);
-  if (digits.empty() || digits.size() >= sizeof field ||
-      digits.find_first_not_of("0123456789") != digits.npos) {
+  if (!IsPhoneNumber(number, sizeof field - 1)) {
     fprintf(stderr,
             "smspdu: %s \"%s\" is no number: give 1 to %zu digits, with or without a \"+\"\n",
             option, number.c_str(), sizeof field - 1);
@@ -99,11 +100,11 @@ int EncodeText(const Asked &asked) {
   ShortMsgHeader header;
   if (TakeNumber("--sca", asked.centre, record.SCA) != 0 ||
       TakeNumber("--tpa", asked.number, record.TPA) != 0)
-    return 2;
+    return EXIT_USAGE;
   if (ShortMsgPartsOf(asked.text.data(), asked.text.size(), &parts) < 0) {
     fprintf(stderr, "smspdu: a text of %zu bytes takes more than 255 messages: shorten it\n",
             asked.text.size());
-    return 1;
+    return EXIT_REFUSED;
   }
   while (ShortMsgNextPart(&parts, &record, &header) != 0) {
     char pdu[SHORTMSG_PDU_SIZE];
@@ -117,7 +118,7 @@ int EncodeText(const Asked &asked) {
       puts(pdu);
     }
   }
-  return 0;
+  return EXIT_DONE;
 }
 
 }  // namespace
@@ -145,7 +146,7 @@ int main(int argc, char **argv) {
   try {
     app.parse(argc, argv);
   } catch (const CLI::ParseError &error) {
-    return app.exit(error) == 0 ? 0 : 2;
+    return app.exit(error) == 0 ? EXIT_DONE : EXIT_USAGE;
   }
   return run(asked);
 }

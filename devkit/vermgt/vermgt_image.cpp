@@ -1,4 +1,6 @@
-// Images of firmware: their form, and the files they are in. When they come and go is vermgt's.
+// Images of firmware; see vermgt_image.h.
+#include "vermgt_image.h"
+
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -6,12 +8,13 @@
 #include <cerrno>
 #include <cstring>
 
+#include "parse.h"
 #include "sha256.h"
-#include "vermgt.h"
 
 namespace {
 
 constexpr char kFolder[] = "/var/persist/firmware";
+constexpr char kImageFlashed[] = "/var/persist/firmware/image";
 constexpr char kPrepared[] = "/var/persist/firmware/image.new";
 constexpr char kMark[] = "sha256 ";
 constexpr size_t kMarkSize = sizeof kMark - 1, kDigits = 64, kHead = kMarkSize + kDigits + 1;
@@ -27,13 +30,8 @@ int Refuse(const std::string &text, std::string *why) {
 }
 
 std::string Digits(const char *bytes, size_t length) {
-  std::string digits;
-  char two[3];
-  for (uint8_t byte : Sha256(bytes, length)) {
-    snprintf(two, sizeof two, "%02x", byte);
-    digits += two;
-  }
-  return digits;
+  auto digest = Sha256(bytes, length);
+  return HexFromBytes({reinterpret_cast<const char *>(digest.data()), digest.size()}, LOWER_CASE);
 }
 
 /* The digits of an image's first line; "" when it has no such line. */

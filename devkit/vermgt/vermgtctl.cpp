@@ -8,12 +8,7 @@
 
 #include "ams_print.h"
 #include "tds_desk.h"
-#include "vermgt.h"
-
-extern "C" {
-PrtMapEntry DF_PRT_MAP[] = {{"default", 3}, {nullptr, 0}};
-const MsgEntry prosCtlMsgTab[] = {{0, nullptr}};
-}
+#include "vermgt_image.h"
 
 namespace {
 
@@ -46,14 +41,13 @@ int Say(int status, const std::string &text) {
 
 int MakeImage(const Asked &asked) {
   std::string content, why;
-  if (ImageRead(asked.content.c_str(), &content, &why) != 0) return Say(kVersionRefused, why);
+  if (ImageRead(asked.content.c_str(), &content, &why) != 0) return Say(EXIT_REFUSED, why);
   std::string image = ImageOf(content);
   if (content.empty() || image.size() > kImageMax)
-    return Say(kVersionRefused, asked.content + " has " + std::to_string(content.size()) +
-                                    " bytes: an image has content, and " +
-                                    std::to_string(kImageMax) + " bytes at most");
-  return ImageWrite(asked.image.c_str(), image, &why) == 0 ? kVersionDone
-                                                           : Say(kVersionRefused, why);
+    return Say(EXIT_REFUSED, asked.content + " has " + std::to_string(content.size()) +
+                                 " bytes: an image has content, and " + std::to_string(kImageMax) +
+                                 " bytes at most");
+  return ImageWrite(asked.image.c_str(), image, &why) == 0 ? EXIT_DONE : Say(EXIT_REFUSED, why);
 }
 
 void PrintState(const VersionJson &state) {
@@ -80,15 +74,15 @@ int Ask(const Asked &asked) {
   uint32_t length = 0;
   if (tds_call(kVersionControl, text.data(), static_cast<uint32_t>(text.size()), kVersionManager,
                static_cast<uint32_t>(asked.limit_s * 1000), &bytes, &length) != 0)
-    return Say(kVersionNoAnswer, std::string("no answer of ") + kVersionManager + ", " +
-                                     strerror(errno) + ": gateway-daemon start vermgt starts it");
+    return Say(EXIT_NO_ANSWER, std::string("no answer of ") + kVersionManager + ", " +
+                                   strerror(errno) + ": gateway-daemon start vermgt starts it");
   VersionJson reply =
       VersionJson::parse(bytes == nullptr ? "" : static_cast<char *>(bytes), nullptr, false);
   __tds_free(bytes);
   if (!reply.is_object() || !reply.contains("status"))
-    return Say(kVersionNoAnswer, std::string(kVersionManager) + " is no version manager");
+    return Say(EXIT_NO_ANSWER, std::string(kVersionManager) + " is no version manager");
   int status = reply["status"];
-  if (status != kVersionDone) return Say(status, reply.value("text", ""));
+  if (status != EXIT_DONE) return Say(status, reply.value("text", ""));
   if (!reply.contains("state")) return status;
   if (asked.json)
     puts(reply["state"].dump(2).c_str());
@@ -132,7 +126,7 @@ int main(int argc, char **argv) {
   } catch (const CLI::CallForHelp &help) {
     return app.exit(help);
   } catch (const CLI::ParseError &error) {
-    return Say(kVersionUsage, std::string(error.what()) + " (see vermgtctl --help)");
+    return Say(EXIT_USAGE, std::string(error.what()) + " (see vermgtctl --help)");
   }
   return asked.verb == "image" ? MakeImage(asked) : Ask(asked);
 }

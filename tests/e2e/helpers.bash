@@ -36,6 +36,18 @@ refused() {
   rm -f "$error"
 }
 
+# in_background NAME REQUEST...: a request of the client; told NAME STATUS PATTERN waits for its end, when
+# it has that status and said what matches.
+in_background() {
+  local name=$BATS_TEST_TMPDIR/$1
+  { cfgcmd --timeout 600 "${@:2}" >"$name" 2>&1 && echo 0 >"$name.status" || echo $? >"$name.status"; } 3>&- &
+}
+told() {
+  until_true test -s "$BATS_TEST_TMPDIR/$1.status"
+  [ "$(cat "$BATS_TEST_TMPDIR/$1.status")" = "$2" ] && grep -Eq -- "$3" "$BATS_TEST_TMPDIR/$1" ||
+    fail "$1: not status $2 and $3: $(cat "$BATS_TEST_TMPDIR/$1"*)"
+}
+
 # until_true COMMAND...: waits until it succeeds, at most a minute (three under a sanitizer).
 until_true() {
   local end=$((SECONDS + 60))

@@ -8,29 +8,15 @@ resident() { awk '/VmRSS/ { print $2 }' "/proc/$(pid_of "$1")/status"; }
 # Live blocks of the daemon, over all tags: the sums end the table.
 blocks() { cfgcmd mem | grep -Eo '[0-9]+' | tail -n 2 | head -n 1; }
 
-# lines CLIENT COUNT: requests of one client, whose answers tell them from everybody else's.
+# lines CLIENT COUNT: requests of one client, and behind each "|" its answer, which tells it from all others.
 lines() {
-  local i
+  local i row=$FILES.$1
   for ((i = 0; i < $2; i += 10)); do
-    echo "set $FILES.$1.Name client$1-$i"
-    echo "get $FILES.$1.Name"
-    echo "get $FILES.$1.Version"
-    echo "get $FILES.$1.Name"
-    echo "list $FILES"
-    echo "get $FILES.$1.Nope"
-    echo "get $FILES.$1.Date"
-    echo "get $FILES.$1.Version"
-    echo "get $FILES.$1.Name"
-    echo "get $FILES.$1.Description"
-  done
-}
-
-answers() {
-  local i
-  for ((i = 0; i < $2; i += 10)); do
-    printf 'ok\nclient%s-%s\nversion%s\nclient%s-%s\n%s\n' "$1" $i "$1" "$1" $i "$list"
-    printf 'error: no parameter "%s.%s.Nope": "cfgcmd tree" lists what there is\n' "$FILES" "$1"
-    printf '0001-01-01T00:00:00Z\nversion%s\nclient%s-%s\n\n' "$1" "$1" $i
+    printf '%s|%s\n' "set $row.Name client$1-$i" ok \
+      "get $row.Name" client$1-$i "get $row.Version" version$1 "get $row.Name" client$1-$i "list $FILES" "$list" \
+      "get $row.Nope" "error: no parameter \"$row.Nope\": \"cfgcmd tree\" lists what there is" \
+      "get $row.Date" 0001-01-01T00:00:00Z "get $row.Version" version$1 "get $row.Name" client$1-$i \
+      "get $row.Description" ""
   done
 }
 
@@ -38,8 +24,9 @@ answers() {
 load_all() {
   local client pids=()
   for client in 1 2 3 4 5 6 7 8; do
-    lines $client "$1" >"$BATS_TEST_TMPDIR/lines$client"
-    answers $client "$1" >"$BATS_TEST_TMPDIR/want$client"
+    lines $client "$1" >"$BATS_TEST_TMPDIR/all$client"
+    cut -d '|' -f 1 "$BATS_TEST_TMPDIR/all$client" >"$BATS_TEST_TMPDIR/lines$client"
+    cut -d '|' -f 2- "$BATS_TEST_TMPDIR/all$client" >"$BATS_TEST_TMPDIR/want$client"
   done
   for client in 1 2 3 4 5 6 7 8; do
     cfgcmd --timeout 120 batch "$BATS_TEST_TMPDIR/lines$client" >"$BATS_TEST_TMPDIR/got$client" 3>&- &

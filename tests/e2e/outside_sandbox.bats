@@ -77,21 +77,15 @@ sandbox() { as "$1" "$SANDBOX" --build "$GATEWAY_BUILD" "${@:2}"; }
 
 # Types into each terminal that it finds.
 readonly TYPIST='
-import fcntl, glob, os, termios
-def attack(path):
-    try:
-        terminal = os.open(path, os.O_RDWR | os.O_NOCTTY)
-    except OSError:
-        return
-    for request, argument in ((termios.TIOCSTI, b"!"), (termios.TIOCSCTTY, 1), (termios.TIOCSTI, b"!")):
-        try:
-            fcntl.ioctl(terminal, request, argument)
-        except OSError:
-            pass
+import contextlib, fcntl, glob, os, termios
 if os.fork() == 0:
     os.setsid()
 for path in ["/dev/tty", "/dev/console"] + glob.glob("/proc/[0-9]*/fd/*"):
-    attack(path)
+    with contextlib.suppress(OSError):
+        terminal = os.open(path, os.O_RDWR | os.O_NOCTTY)
+        for request, argument in ((termios.TIOCSTI, b"!"), (termios.TIOCSCTTY, 1), (termios.TIOCSTI, b"!")):
+            with contextlib.suppress(OSError):
+                fcntl.ioctl(terminal, request, argument)
 print("attacked", flush=True)
 '
 

@@ -25,6 +25,10 @@ shown() {
 
 change() { gateway cfgcmd set $USERS.1.Username changed $DEVICE.ProvisioningCode BYHAND; }
 
+# For the shell inside. crash NAME: the daemon ends as in a crash.
+# shellcheck disable=SC2016
+readonly CRASH='crash() { local pid; pid=$(cat /var/run/devkit/$1); kill -9 "$pid"; tail --pid="$pid" -s 0.05 -f /dev/null; }'
+
 readonly ACS=http://acs.example.com:7547/acs CUSTOMER=http://acs.example.net:7547/acs
 
 @test "burnt image: its defaults, and then an ordinary restart keeps changes" {
@@ -75,10 +79,12 @@ kept
   [[ $output == *'dbmgr ended while it started'*'invalid boot type=0.'* ]] || fail "$output"
 }
 
-@test "sets, adds and deletes survive a restart; numbers go on" {
-  gateway bash -c "cfgcmd add $USERS; cfgcmd add $USERS; cfgcmd add $FILES; cfgcmd del $USERS.2; cfgcmd del $FILES.1
+@test "sets, adds and deletes that were answered survive a crash of everything; numbers go on" {
+  gateway bash -c "$CRASH
+    cfgcmd add $USERS; cfgcmd add $USERS; cfgcmd add $FILES; cfgcmd del $USERS.2; cfgcmd del $FILES.1
     cfgcmd set $USERS.3.Username three $FILES.2.Name two
-    cfgcmd sset $DEVICE.DeviceLog gone"
+    cfgcmd sset $DEVICE.DeviceLog gone
+    crash dbmgr; crash sysmgr"
   expect 0 "1,3
 three
 2
@@ -86,11 +92,6 @@ two
 
 $USERS.4" gateway bash -c "cfgcmd list $USERS; cfgcmd get $USERS.3.Username; cfgcmd list $FILES; cfgcmd get $FILES.2.Name
     cfgcmd get $DEVICE.DeviceLog; cfgcmd add $USERS"
-}
-
-@test "a set that was answered survives a crash of everything" {
-  gateway bash -c "cfgcmd set $DEVICE.ProvisioningCode LAST; kill -9 \$(cat /var/run/devkit/dbmgr) \$(cat /var/run/devkit/sysmgr)"
-  expect 0 LAST gateway cfgcmd get $DEVICE.ProvisioningCode
 }
 
 @test "damaged flash: the commit before is used, the file kept aside, a line says what is lost" {
@@ -105,10 +106,6 @@ $USERS.4" gateway bash -c "cfgcmd list $USERS; cfgcmd get $USERS.3.Username; cfg
   expect 0 before gateway cfgcmd get $DEVICE.ProvisioningCode
 }
 
-# For the shell inside. crash NAME: the daemon ends as in a crash.
-# shellcheck disable=SC2016
-readonly CRASH='crash() { local pid; pid=$(cat /var/run/devkit/$1); kill -9 "$pid"; tail --pid="$pid" -s 0.05 -f /dev/null; }'
-
 @test "what the daemon itself sets is kept: the restore is asked for once, and stays done" {
   local enable=$DEVICE.X_CT-COM_Restore.Enable
   expect 0 "0
@@ -117,6 +114,17 @@ readonly CRASH='crash() { local pid; pid=$(cat /var/run/devkit/$1); kill -9 "$pi
     crash dbmgr; gateway-daemon start dbmgr; cfgcmd get $enable
     crash dbmgr; crash sysmgr"
   expect 0 0 gateway cfgcmd get $enable
+}
+
+@test "what is to be told after the boot of a new image is on the flash before it" {
+  local order=InternetGatewayDevice.X_TR69_Transfer.X_KVO_Download
+  gateway bash -c "$CRASH
+    image-server start desk s3cret && vermgtctl image /etc/passwd /var/www/fw.bin
+    cfgcmd set $order.URL http://127.0.0.1/digest/fw.bin $order.Username desk $order.Password s3cret \
+      $order.CommandKey key $order.FileType '1 Firmware Upgrade Image'
+    timeout 120 sh -c 'until grep -qx /usr/sbin/reboot $CALLS; do sleep 0.05; done'
+    crash dbmgr; crash sysmgr"
+  expect 0 'BT  TC-key Dn-key' sandbox --state "$state" --bare -- nvram get Tr069strap
 }
 
 @test "what the daemon writes of the state is there when dbmgr alone restarts, and gone with the power" {

@@ -1,7 +1,5 @@
 // The data-base manager's checks of requests and values, what becomes of a request, and what the
 // data-model file and the documentation say of the values that reach a shell line.
-#include "dbmgr.h"
-
 #include <gtest/gtest.h>
 
 #include <cstdlib>
@@ -12,94 +10,60 @@
 #include <sstream>
 
 #include "ams_common_api.h"
-#include "printable.h"
+#include "dbmgr_commands.h"
+#include "dbmgr_forms.h"
+#include "escape.h"
 
 const OpFuncEntry *const FUNC_TABLES[] = {nullptr};
 
 namespace {
 
 struct FormCase {
-  const char *form, *value;
-  bool taken;
+  const char *form;
+  std::vector<std::string> taken, refused;
 };
 
 const FormCase kForms[] = {
-    {"string", "$(reboot)\n", true},
-    {"dateTime", "", true},
-    {"boolean", "0", true},
-    {"boolean", "1", true},
-    {"boolean", "2", false},
-    {"boolean", "true", false},
-    {"boolean", "", false},
-    {"unsignedInt", "4294967295", true},
-    {"unsignedInt", "4294967296", false},
-    {"unsignedInt", "-1", false},
-    {"unsignedInt", "oops", false},
-    {"unsignedInt", "1 ", false},
-    {"unsignedInt", "", false},
-    {"int", "-2147483648", true},
-    {"int", "2147483648", false},
-    {"int", "1;reboot", false},
-    {"port", "8089", true},
-    {"port", "-1", false},
-    {"port", "65536", false},
-    {"port", "", false},
-    {"port list", "23,2323", true},
-    {"port list", "1,2,3,4,5,6,7,8,9,10,11,12,13,14,65535", true},
-    {"port list", "1,2,3,4,5,6,7,8,9,10,11,12,13,14,15,16", false},
-    {"port list", "23,,24", false},
-    {"port list", "65536", false},
-    {"port list", "23;reboot", false},
-    {"port list", "23 24", false},
-    {"path", "/mnt/usb1_1", true},
-    {"path", "mnt", false},
-    {"path", "/mnt/$(id)", false},
-    {"path", "/mnt/a.b/c.", true},
-    {"path", "/mnt/../etc", false},
-    {"path", "/.ssh", false},
-    {"name", "public-2.x", true},
-    {"name", "-rf", false},
-    {"name", ".kvo_restart_uhttpd", false},
-    {"name", "..", false},
-    {"name", "a'b", false},
-    {"name", "gr\xc3\xbc\xc3\x9f", false},
-    {"text", "Rack 2, room 1", true},
-    {"text", "a\nb", false},
-    {"text", "`id`", false},
-    {"text", "a\\nb", false},
-    {"address", "fe80::1", true},
-    {"address", "vpn.example.com", true},
-    {"address", "1.2.3.4|id", false},
-    {"range", "10.0.0.1-10.0.0.9", true},
-    {"range", "", true},
-    {"range", "10.0.0.1 -j ACCEPT", false},
-    {"range", "1.1.1.1-1.1.1.2-1.1.1.3", false},
-    {"interface", "ppp0.100", true},
-    {"interface", "ppp0&", false},
-    {"url", "https://user@[fe80::1]:443/a/b.bin?x=%20#y", true},
-    {"url", "http://a/'", false},
-    {"no such form", "1", false},
+    {"string", {"$(reboot)\n"}, {}},
+    {"dateTime", {""}, {}},
+    {"boolean", {"0", "1"}, {"2", "true", ""}},
+    {"unsignedInt", {"4294967295"}, {"4294967296", "-1", "oops", "1 ", " 1", "+1", "0x1", ""}},
+    {"int", {"-2147483648"}, {"2147483648", "1;reboot"}},
+    {"port", {"8089"}, {"-1", "65536", ""}},
+    {"port list",
+     {"23,2323", "1,2,3,4,5,6,7,8,9,10,11,12,13,14,65535"},
+     {"1,2,3,4,5,6,7,8,9,10,11,12,13,14,15,16", "23,,24", "65536", "23;reboot", "23 24"}},
+    {"path", {"/mnt/usb1_1", "/mnt/a.b/c."}, {"mnt", "/mnt/$(id)", "/mnt/../etc", "/.ssh"}},
+    {"name", {"public-2.x"}, {"-rf", ".kvo_restart_uhttpd", "..", "a'b", "gr\xc3\xbc\xc3\x9f"}},
+    {"text", {"Rack 2, room 1"}, {"a\nb", "`id`", "a\\nb"}},
+    {"address", {"fe80::1", "vpn.example.com"}, {"1.2.3.4|id"}},
+    {"range", {"10.0.0.1-10.0.0.9", ""}, {"10.0.0.1 -j ACCEPT", "1.1.1.1-1.1.1.2-1.1.1.3"}},
+    {"interface", {"ppp0.100"}, {"ppp0&"}},
+    {"url", {"https://user@[fe80::1]:443/a/b.bin?x=%20#y"}, {"http://a/'"}},
+    {"no such form", {}, {"1"}},
 };
 
 TEST(Forms, TakeOnlyWhatAShellReadsAsTextOrTheTypeHas) {
-  for (const FormCase &one : kForms) {
-    std::string why;
-    EXPECT_EQ(CheckForm("A.B", one.form, one.value, &why), one.taken ? 0 : -1)
-        << one.form << ": " << one.value;
-    EXPECT_EQ(why.find("\"A.B\"") == 0 && why.find(one.form) != why.npos, !one.taken) << why;
-    EXPECT_EQ(why.find('\n'), why.npos) << why;
-  }
-  trust_values = true;
   std::string why;
-  for (const FormCase &one : kForms) EXPECT_EQ(CheckForm("A.B", one.form, one.value, &why), 0);
-  trust_values = false;
+  for (const FormCase &one : kForms) {
+    for (const std::string &value : one.taken)
+      EXPECT_EQ(CheckForm("A.B", one.form, value, &why), 0) << value << why;
+    for (const std::string &value : one.refused) {
+      EXPECT_EQ(CheckForm("A.B", one.form, value, &why), -1) << one.form << ": " << value;
+      EXPECT_TRUE(why.find("\"A.B\"") == 0 && why.find(one.form) != why.npos) << why;
+      EXPECT_EQ(why.find('\n'), why.npos) << why;
+      trust_values = true;
+      EXPECT_EQ(CheckForm("A.B", one.form, value, &why), 0);
+      trust_values = false;
+    }
+  }
 }
 
 TEST(Answer, ThatNoMessageHoldsIsARefusalWithItsSize) {
   std::string largest(TDS_PAYLOAD_MAX - 5, 'x');
   for (const char *more : {"", "x"}) {
     DbmgrAnswer answer;
-    std::string bytes = DbmgrPutAnswer({0, DbmgrText::Text, largest + more});
+    std::string bytes = DbmgrPutAnswer({0, DbmgrText::TEXT, largest + more});
     ASSERT_LE(bytes.size(), size_t{TDS_PAYLOAD_MAX});
     ASSERT_EQ(DbmgrGetAnswer(bytes.data(), bytes.size(), &answer), 0);
     bool fits = *more == '\0';

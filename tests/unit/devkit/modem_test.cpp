@@ -1,117 +1,140 @@
-// The modem simulator without its tty: dialogues of AT commands. Expected PDUs are written out, not
-// made by the code under test.
-#include "modem_pdu.h"
-#include "modem_support.h"
+// The modem simulator without its tty: the dialogues of tests/data/modem (commands.txt says how
+// they are written), byte by byte and as a whole, and what cannot be written there.
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <filesystem>
+#include <fstream>
+
+#include "modem_control.h"
+#include "modem_core.h"
+#include "parse.h"
 
 namespace {
 
-template <size_t N>
-void RunCases(const DialogueCase (&cases)[N]) {
-  for (const DialogueCase &c : cases) {
-    Modem modem;
-    modem.echo = false;
-    RunSteps(c, &modem);
+constexpr time_t kNow = 1732527015; /* 2024-11-25 09:30:15 */
+
+/* An SMS-SUBMIT of "hellohello" to +8613900000001, the modem's own number; of the same without a
+   service centre, to a number that is not its own. */
+const std::string kSubmit = "0891683108100005F011000D91683109000000F10000000AE8329BFD4697D9EC37";
+const std::string kElsewhere = "0011000B916407281553F80000AA0AE8329BFD4697D9EC37";
+
+std::string Hear(const std::string &bytes, Modem *modem) {
+  std::string said, left = bytes;
+  while (!left.empty()) {
+    ModemOutput output;
+    left.erase(0, ModemFeed(modem, left, kNow, &output));
+    said += output.echo + output.answer;
   }
+  return said;
 }
 
-TEST(Modem, CommandLines) {
-  const std::string noise = std::string("\x01\0\xff", 3) + "noise";
-  const DialogueCase cases[] = {
-      {"plain", {{"AT", kOk}, {"at", kOk}, {"  AT", kOk}, {"", ""}}},
-      {"what is not for a modem", {{noise, ""}, {"OK", ""}, {"AT", kOk}}},
-      {"unknown",
-       {{"AT+CFOO", Result("ERROR")}, {"AT+", Result("ERROR")}, {"ATE7", Result("ERROR")}}},
-      {"too long", {{"AT+CSCA=" + std::string(5000, '1'), Result("ERROR")}, {"AT", kOk}}},
-      {"open quote", {{"AT+CSCS=\"GSM", Result("ERROR")}}},
-      {"character sets",
-       {{"AT+CSCS?", Lines({"+CSCS: \"GSM\""})},
-        {"AT+CSCS=\"UCS2\"", kOk},
-        {"AT+CSCS=\"KOI8\"", Result("+CME ERROR: 50")},
-        {"AT+CSCS?", Lines({"+CSCS: \"UCS2\""})}}},
-      {"reset",
-       {{"AT+CSCS=\"UCS2\"", kOk},
-        {"ATZ", kOk},
-        {"AT+CSCS?", "AT+CSCS?\r" + Lines({"+CSCS: \"GSM\""})}}},
-  };
-  RunCases(cases);
+ModemJson Control(Modem *modem, const ModemJson &request) {
+  return ModemControl(modem, request, kNow);
 }
 
-TEST(Modem, EchoesUntilToldNotTo) {
+/* ---- dialogues ---- */
+
+struct Step {
+  char who; /* '>', '!' */
+  std::string say;
+  std::vector<std::string> hear, unsolicited;
+};
+
+std::string Unescaped(const std::string &line) {
+  std::string bytes, byte;
+  for (size_t at = 0; at < line.size(); ++at) {
+    if (line.compare(at, 2, "\\x") == 0 && BytesFromHex(line.substr(at + 2, 2), &byte)) {
+      bytes += byte;
+      at += 3;
+    } else {
+      bytes += line[at];
+    }
+  }
+  return bytes;
+}
+
+/* As a modem frames what it says: information, a blank line, the result. */
+std::string Framed(const std::vector<std::string> &lines) {
+  if (lines.empty()) return "";
+  if (lines[0] == "> ") return "\r\n> ";
+  std::string text = lines.size() > 1 ? "\r\n" : "";
+  for (size_t at = 0; at + 1 < lines.size(); ++at) text += lines[at] + "\r\n";
+  return text + "\r\n" + lines.back() + "\r\n";
+}
+
+void RunStep(const Step &step, bool pieces, Modem *modem) {
+  modem->unsolicited.clear();
+  if (step.who == '!') {
+    ModemJson state = Control(modem, {{"verb", "state"}}), reply;
+    reply = Control(modem, ModemJson::parse(step.say));
+    std::string want, text = reply["text"];
+    for (const std::string &line : step.hear) want += line + "\n";
+    std::string got = reply["status"].dump() + (text.empty() ? "" : " ") + text;
+    EXPECT_EQ(got + (got.back() == '\n' ? "" : "\n"), want);
+    EXPECT_TRUE(reply["status"] == EXIT_DONE || Control(modem, {{"verb", "state"}}) == state);
+    return;
+  }
+  std::string said, say = Unescaped(step.say);
+  if (say.find_first_of("\x1a\x1b") == say.npos) say += '\r';
+  for (size_t at = 0, size = pieces ? 1 : say.size(); at < say.size(); at += size)
+    said += Hear(say.substr(at, size), modem);
+  bool echo = !step.hear.empty() && step.hear[0] == step.say + "\\x0d";
+  EXPECT_EQ(said,
+            (echo ? say : "") + Framed({step.hear.begin() + (echo ? 1 : 0), step.hear.end()}));
+  EXPECT_EQ(std::vector<std::string>(modem->unsolicited.begin(), modem->unsolicited.end()),
+            step.unsolicited);
+}
+
+/* The steps of each dialogue of a file, the first by its title. */
+std::vector<std::pair<std::string, std::vector<Step>>> ReadDialogues(const std::string &path) {
+  std::vector<std::pair<std::string, std::vector<Step>>> dialogues;
+  std::ifstream file(path);
+  for (std::string line; std::getline(file, line);) {
+    std::string rest = line.size() > 2 ? line.substr(2) : "";
+    if (line.compare(0, 2, "==") == 0) dialogues.push_back({path + line, {}});
+    if (dialogues.empty() || line.empty()) continue;
+    std::vector<Step> &steps = dialogues.back().second;
+    if (line[0] == '>' || line[0] == '!') steps.push_back({line[0], rest, {}, {}});
+    if (line[0] == '<') steps.back().hear.push_back(rest);
+    if (line[0] == '*') steps.back().unsolicited.push_back(rest);
+  }
+  return dialogues;
+}
+
+TEST(Modem, Dialogues) {
+  const char *source = getenv("DEVKIT_SOURCE");
+  std::string folder = std::string(source == nullptr ? "." : source) + "/tests/data/modem";
+  for (const auto &file : std::filesystem::directory_iterator(folder))
+    for (const auto &[what, steps] : ReadDialogues(file.path()))
+      for (bool pieces : {false, true}) {
+        Modem modem;
+        modem.echo = false;
+        ASSERT_FALSE(steps.empty()) << what;
+        for (const Step &step : steps) {
+          SCOPED_TRACE(what + ": " + step.who + step.say);
+          RunStep(step, pieces, &modem);
+        }
+      }
+}
+
+/* ---- what is too long, echo, and more than one command ---- */
+
+TEST(Modem, TakesSeveralCommandsAtOnce) {
+  const std::string ok = "\r\nOK\r\n";
   Modem modem;
-  EXPECT_EQ(Bytes("AT\r", &modem), "AT\r" + kOk);
-  EXPECT_EQ(Bytes("AT\r\nAT+CMGF?\r", &modem), "AT\r" + kOk + "\nAT+CMGF?\r" + Lines({"+CMGF: 0"}));
-  EXPECT_EQ(Bytes("ATE0\r", &modem), "ATE0\r" + kOk);
-  EXPECT_EQ(Bytes("AT\r", &modem), kOk);
-}
-
-/* Bytes come in any pieces, and what one command gives does not depend on them. */
-TEST(Modem, TakesBytesOneByOne) {
-  Modem whole, pieces;
-  std::string text = "AT+CMGF=0\rAT+CMGW=24,3\r" + kSubmit + "\x1a\rAT+CMGL=4\r", said;
-  for (char byte : text) said += Bytes(std::string(1, byte), &pieces);
-  EXPECT_EQ(said, Bytes(text, &whole));
-  EXPECT_NE(said.find("+CMGL: 0,3,,24\r\n" + kSubmit + "\r\n" + kOk), said.npos) << said;
-}
-
-TEST(Modem, Messages) {
-  const std::string write = kSubmit + "\x1a";
-  const DialogueCase cases[] = {
-      {"storages",
-       {{"AT+CPMS=\"ME\",\"ME\",\"ME\"", Lines({"+CPMS: 0,100,0,100,0,100"})},
-        {"AT+CPMS=\"SM\"", Lines({"+CPMS: 0,50,0,100,0,100"})},
-        {"AT+CPMS?", Lines({"+CPMS: \"SM\",0,50,\"ME\",0,100,\"ME\",0,100"})},
-        {"AT+CPMS=\"SM\",\"XX\"", Result("+CMS ERROR: 302")},
-        {"AT+CPMS?", Lines({"+CPMS: \"SM\",0,50,\"ME\",0,100,\"ME\",0,100"})}}},
-      {"service centre",
-       {{"AT+CSCA?", Lines({"+CSCA: \"+8613800100500\",145"})},
-        {"AT+CSCA=\"12345\"", kOk},
-        {"AT+CSCA?", Lines({"+CSCA: \"12345\",129"})},
-        {"AT+CSCA=\"\"", Result("+CMS ERROR: 302")},
-        {"AT+CSCA=\"+12a\"", Result("+CMS ERROR: 302")},
-        {"AT+CSCA=\"123456789012345678901\"", Result("+CMS ERROR: 302")}}},
-      {"write, list, read, delete",
-       {{"AT+CMGW=24,3", kPrompt},
-        {write, Lines({"+CMGW: 0"})},
-        {"AT+CMGW=24", kPrompt},
-        {write, Lines({"+CMGW: 1"})},
-        {"AT+CMGL", kOk},
-        {"AT+CMGR=1", Lines({"+CMGR: 2,,24", kSubmit})},
-        {"AT+CMGD=0", kOk},
-        {"AT+CMGD=0", Result("+CMS ERROR: 321")},
-        {"AT+CMGD=-1", Result("+CMS ERROR: 321")},
-        {"AT+CMGD=0,9", Result("+CMS ERROR: 321")},
-        {"AT+CMGW=24,1", kPrompt},
-        {write, Lines({"+CMGW: 0"})},
-        {"AT+CMGL=4", Lines({"+CMGL: 0,1,,24", kSubmit, "+CMGL: 1,2,,24", kSubmit})},
-        {"AT+CMGD=0,2", kOk},
-        {"AT+CMGL=4", Lines({"+CMGL: 1,2,,24", kSubmit})},
-        {"AT+CMGD=0,4", kOk},
-        {"AT+CMGL=4", kOk},
-        {"AT+CMGL=5", Result("+CMS ERROR: 302")}}},
-      {"PDUs at the prompt",
-       {{"AT+CMGW=24", kPrompt},
-        {kSubmit.substr(0, 20) + "\r\n" + kSubmit.substr(20) + "\x1a", Lines({"+CMGW: 0"})},
-        {"AT+CMGW=23", kPrompt},
-        {write, Result("+CMS ERROR: 304")},
-        {"AT+CMGS=24", kPrompt},
-        {"\x1a", Result("+CMS ERROR: 304")},
-        {"AT+CMGS=24", kPrompt},
-        {std::string(9000, 'A') + "\x1a", Result("+CMS ERROR: 304")},
-        {"AT+CMGS=24", kPrompt},
-        {kSubmit.substr(0, 10) + "\x1b", kOk},
-        {"AT+CMGS=165", Result("+CMS ERROR: 304")},
-        {"AT+CMGW=24,4", Result("+CMS ERROR: 304")},
-        {"AT", kOk}}},
-      {"sending to itself: unread until it was listed",
-       {{"AT+CMGS=24", kPrompt},
-        {write, Lines({"+CMGS: 0"})},
-        {"AT+CMGL=0", Lines({"+CMGL: 0,0,,29", kDelivered})},
-        {"AT+CMGL=0", kOk},
-        {"AT+CMGL=1", Lines({"+CMGL: 0,1,,29", kDelivered})}}},
-      {"sending elsewhere",
-       {{"AT+CMGS=23", kPrompt}, {kElsewhere + "\x1a", Lines({"+CMGS: 0"})}, {"AT+CMGL=4", kOk}}},
-  };
-  RunCases(cases);
+  EXPECT_EQ(Hear("AT\r\nAT+CMGF?\r", &modem),
+            "AT\r" + ok + "\nAT+CMGF?\r" + "\r\n+CMGF: 0\r\n" + ok);
+  EXPECT_EQ(Hear("ATE0\r", &modem), "ATE0\r" + ok);
+  EXPECT_EQ(Hear("AT\rAT\r", &modem), ok + ok);
+  EXPECT_EQ(Hear("AT+CSCA=" + std::string(5000, '1') + "\rAT\r", &modem), "\r\nERROR\r\n" + ok);
+  EXPECT_EQ(Hear("AT+CMGS=24\r" + std::string(9000, 'A') + "\x1a", &modem),
+            "\r\n> \r\n+CMS ERROR: 304\r\n");
+  std::string longest(255 * 145 + 1, 'x');
+  EXPECT_EQ(Control(&modem, {{"verb", "receive"}, {"from", "1"}, {"message", longest}})["status"],
+            EXIT_REFUSED);
+  EXPECT_EQ(Control(&modem, {{"verb", "receive"}, {"pdu", std::string(402, '0')}})["status"],
+            EXIT_USAGE);
 }
 
 /* Whatever its lengths say, nothing beyond the PDU is read, and only a whole one is sent. */
@@ -131,7 +154,7 @@ TEST(Modem, RefusesPdusThatBreakOff) {
     size_t length = pdu.size() / 2 - std::min(pdu.size() / 2, centre);
     for (const char *command : {"AT+CMGS=", "AT+CMGW="}) {
       std::string number = std::to_string(std::max<size_t>(length, 1));
-      (void)Bytes(command + number + "\r" + pdu + "\x1a", &modem);
+      (void)Hear(command + number + "\r" + pdu + "\x1a", &modem);
       std::string result = modem.calls.back().result;
       EXPECT_EQ(result.find("+CMS ERROR: 304: "), 0U) << pdu;
       EXPECT_NE(result.find(length == 0 ? "as many octets" : why), result.npos) << pdu << result;
@@ -139,48 +162,59 @@ TEST(Modem, RefusesPdusThatBreakOff) {
   }
 }
 
-TEST(Modem, Phonebook) {
-  const DialogueCase cases[] = {
-      {"fill, add, read, delete",
-       {{"AT+CPBS=\"SM\"", kOk},
-        {"AT+CPBS=\"ME\"", Result("+CME ERROR: 50")},
-        {"AT+CPBS?", Lines({"+CPBS: \"SM\",0,250"})},
-        {"AT+CPBR=1,30", Result("+CME ERROR: 22")},
-        {"AT+CPBW=,\"10086\",129,\"Mobile\"", kOk},
-        {"AT+CPBW=3,\"+86139\",145,\"a,b\"", kOk},
-        {"AT+CPBW=,\"907\"", kOk},
-        {"AT+CPBS?", Lines({"+CPBS: \"SM\",3,250"})},
-        {"AT+CPBR=1,30", Lines({"+CPBR: 1,\"10086\",129,\"Mobile\"", "+CPBR: 2,\"907\",129,\"\"",
-                                "+CPBR: 3,\"+86139\",145,\"a,b\""})},
-        {"AT+CPBR=241,270", Result("+CME ERROR: 22")},
-        {"AT+CPBW=1", kOk},
-        {"AT+CPBW=1", Result("+CME ERROR: 22")},
-        {"AT+CPBR=1", Result("+CME ERROR: 22")}}},
-      {"names in UCS2",
-       {{"AT+CSCS=\"UCS2\"", kOk},
-        {"AT+CPBW=,\"112\",129,\"00fc4F60\"", kOk},
-        {"AT+CPBW=,\"112\",129,\"00f\"", Result("+CME ERROR: 25")},
-        {"AT+CPBR=1", Lines({"+CPBR: 1,\"112\",129,\"00FC4F60\""})},
-        {"AT+CSCS=\"GSM\"", kOk},
-        {"AT+CPBR=1", Lines({"+CPBR: 1,\"112\",129,\"??\""})}}},
-      {"refused",
-       {{"AT+CPBW=0,\"1\"", Result("+CME ERROR: 21")},
-        {"AT+CPBW=", Result("+CME ERROR: 50")},
-        {"AT+CPBW=1,\"1x\"", Result("+CME ERROR: 27")},
-        {"AT+CPBW=1,\"" + std::string(41, '1') + "\"", Result("+CME ERROR: 26")},
-        {"AT+CPBW=1,\"1\",130,\"\"", Result("+CME ERROR: 50")},
-        {"AT+CPBW=1,\"1\",129,\"fifteen letters\"", Result("+CME ERROR: 24")},
-        {"AT+CPBR=0,1", Result("+CME ERROR: 21")},
-        {"AT+CPBR=2,1", Result("+CME ERROR: 21")}}},
+/* Texts of as many characters as one message or 255 of them have, of more octets than most; and
+   long ones of parts of their own: TP-UDHI, 145 and 16 septets behind the 8 of the header. */
+TEST(Modem, LongTextsAreReceivedInParts) {
+  std::string most;
+  for (int at = 0; at < 255 * 65; ++at) most += "\u4f60";
+  Modem modem;
+  auto receive = [&](const std::string &text) {
+    ModemJson reply = Control(&modem, {{"verb", "receive"}, {"from", "907"}, {"message", text}});
+    std::string places = reply["text"];
+    return std::count(places.begin(), places.end(), '\n');
   };
-  RunCases(cases);
+  for (const char *reference : {"1", "2"}) {
+    EXPECT_EQ(receive(std::string(161, 'x')), 2);
+    auto &messages = modem.storages["SM"].messages;
+    const std::string head = "0891683108100005F044038109F7000042115290035100";
+    const std::string first = "99060804000" + (reference + std::string("0201"));
+    const std::string second = "18060804000" + (reference + std::string("0202"));
+    EXPECT_EQ(messages[0].pdu.substr(0, head.size() + 16), head + first);
+    EXPECT_EQ(messages[1].pdu, head + second + "783C1E8FC7E3F1783C1E8FC7E3F1");
+    messages.clear();
+  }
+  EXPECT_EQ(receive(std::string(160, '[')), 3);
+  EXPECT_EQ(receive(most), 255);
 }
 
-TEST(Modem, PhonebookThatIsFull) {
+TEST(Modem, AnswersGarbageBetweenHeadAndEnd) {
   Modem modem;
   modem.echo = false;
-  modem.contacts_size = 1;
-  RunSteps({"", {{"AT+CPBW=,\"1\"", kOk}, {"AT+CPBW=,\"2\"", Result("+CME ERROR: 20")}}}, &modem);
+  modem.storages["SM"].messages[0] = {0, kElsewhere};
+  Control(&modem, {{"verb", "behave"}, {"how", "garbage"}});
+  std::string said = Hear("AT+CMGL=4\r", &modem), end = "\r\nOK\r\n";
+  EXPECT_EQ(said.compare(0, 9, "\r\n+CMGL: "), 0) << said;
+  EXPECT_EQ(said.substr(said.size() - end.size()), end);
+  EXPECT_EQ(said.find(kElsewhere), said.npos);
+  EXPECT_GT(said.size(), 2000u);
+  EXPECT_EQ(said.find('\0'), said.npos);
+  Control(&modem, {{"verb", "behave"}, {"how", "normal"}});
+  EXPECT_NE(Hear("AT+CMGL=4\r", &modem).find(kElsewhere), said.npos);
+}
+
+TEST(Modem, StateTellsTheLastCommandsAndWhatWasSent) {
+  Modem modem;
+  Hear("AT+CMGS=23\r" + kElsewhere + "\032AT+C\001\r", &modem);
+  ModemJson state = Control(&modem, {{"verb", "state"}})["state"];
+  EXPECT_EQ(state["commands"], (ModemJson{{{"command", "AT+CMGS=23"}, {"result", "OK"}},
+                                          {{"command", "AT+C\\x01"}, {"result", "ERROR"}}}));
+  EXPECT_EQ(state["sent"], (ModemJson{{{"to", "+46708251358"}, {"pdu", kElsewhere}}}));
+  for (int i = 0; i < 1000; ++i) Hear("AT+CMGS=23\r" + kElsewhere + "\x1a", &modem);
+  state = Control(&modem, {{"verb", "state"}})["state"];
+  EXPECT_EQ(state["commands"].size(), 20u);
+  EXPECT_EQ(state["sent"].size(), 100u);
+  Control(&modem, {{"verb", "reset"}});
+  EXPECT_TRUE(modem.sent.empty());
 }
 
 }  // namespace

@@ -1,12 +1,18 @@
-// Texts of strangers, such as received messages, on a terminal.
-#pragma once
+// Escapes; see escape.h.
+#include "escape.h"
 
 #include <cstdio>
-#include <string>
-#include <string_view>
+
+namespace {
+
+std::string Code(char kind, int width, unsigned value) { /* "\\x1b", "\\u009b" */
+  char code[16];
+  snprintf(code, sizeof code, "\\%c%0*x", kind, width, value);
+  return code;
+}
 
 /* The bytes of the character that `text`, which is not empty, begins with; 0: it is no UTF-8. */
-inline size_t Utf8Size(std::string_view text) {
+size_t Utf8Size(std::string_view text) {
   auto byte = [&](size_t at) { return static_cast<unsigned char>(text[at]); };
   if (byte(0) < 0x80) return 1;
   size_t size = byte(0) < 0xE0 ? 2 : byte(0) < 0xF0 ? 3 : 4;
@@ -20,23 +26,32 @@ inline size_t Utf8Size(std::string_view text) {
   return none ? 0 : size;
 }
 
-/* `text` with "\x1b" and the like for what may move a terminal's cursor, colour it or more: control
-   characters but the line feed, the second set of them, U+0080 to U+009F, and bytes that are no
-   UTF-8, which a terminal may take for that set's. */
-inline std::string Printable(std::string_view text) {
+}  // namespace
+
+std::string Printable(std::string_view text) {
   std::string printable;
   for (size_t size; !text.empty(); text.remove_prefix(size)) {
     size = Utf8Size(text);
     auto byte = static_cast<unsigned char>(text[0]);
     auto next = static_cast<unsigned char>(size == 2 ? text[1] : 0);
-    bool second_set = byte == 0xC2 && next < 0xA0;
-    char code[12];
-    snprintf(code, sizeof code, second_set ? "\\u%04x" : "\\x%02x", second_set ? next : byte);
-    if ((byte < 0x20 && byte != '\n') || byte == 0x7F || second_set || size == 0)
-      printable += code;
+    if (byte == 0xC2 && next != 0 && next < 0xA0)
+      printable += Code('u', 4, next);
+    else if ((byte < 0x20 && byte != '\n') || byte == 0x7F || size == 0)
+      printable += Code('x', 2, byte);
     else
       printable += text.substr(0, size);
     if (size == 0) size = 1;
   }
   return printable;
+}
+
+std::string Escaped(std::string_view bytes) {
+  std::string text;
+  for (char byte : bytes) {
+    if (byte < ' ' || byte > '~' || byte == '\\')
+      text += Code('x', 2, static_cast<unsigned char>(byte));
+    else
+      text += byte;
+  }
+  return text;
 }

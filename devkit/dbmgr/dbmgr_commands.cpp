@@ -1,0 +1,123 @@
+// What the data-base manager does with the store itself; see dbmgr_commands.h.
+#include "dbmgr_commands.h"
+
+#include <cstring>
+#include <memory>
+
+#include "ams_common_api.h"
+#include "ams_config_api.h"
+#include "leaf_list.h"
+
+namespace {
+
+using StoreText = std::unique_ptr<char, decltype(&__tds_free)>;
+
+DbmgrAnswer Refused(const Plan &plan) {
+  return RefusedBy("the store", plan, "/var/log/devkit/dbmgr.log");
+}
+
+DbmgrAnswer Get(const Plan &plan) {
+  if (!plan.leaf.empty()) {
+    std::string value(AMS_VALUE_MAX + 1, '\0');
+    if (ams_mxml_get_leaf(plan.leaf.c_str(), value.data(), value.size()) != 0) return Refused(plan);
+    value.resize(strlen(value.c_str()));
+    return {0, DbmgrText::LEAF, value};
+  }
+  char *text = nullptr;
+  if (ams_get_node_value(gptXmlTrees->root, plan.url.c_str(), &text) != 0) return Refused(plan);
+  StoreText owned(text, __tds_free);
+  return {0, DbmgrText::TEXT, text != nullptr ? text : ""};
+}
+
+DbmgrAnswer Attributes(const Plan &plan) {
+  char *text = nullptr;
+  const std::string &path = plan.leaf.empty() ? plan.url : plan.leaf;
+  if (ams_read_withAttr(gptXmlTrees->root, path.c_str(), 0, &text) != 0) return Refused(plan);
+  StoreText owned(text, __tds_free);
+  return {0, plan.leaf.empty() ? DbmgrText::TEXT : DbmgrText::LEAF, text != nullptr ? text : ""};
+}
+
+/* The leaves become visible together, or none does: a row may go between check and write. */
+DbmgrAnswer Set(const Plan &plan) {
+  if (ams_write_begin() != 0) return Refused(plan);
+  int result = 0;
+  Leaf leaf;
+  std::string_view rest = plan.value;
+  for (const std::string &path : plan.paths)
+    if (!NextLeaf(&rest, &leaf) ||
+        ams_set_node_value(gptXmlTrees->root, path.c_str(), std::string(leaf.value).c_str()) != 0)
+      result = -1;
+  result |= result == 0 ? ams_write_end() : ams_write_cancel();
+  return result == 0 ? DbmgrAnswer{} : Refused(plan);
+}
+
+DbmgrAnswer Add(const Plan &plan) {
+  char url[AMS_PATH_SIZE];
+  if (ams_add_obj(gptXmlTrees->root, plan.url.c_str(), url) != 0) return Refused(plan);
+  return {0, DbmgrText::TEXT, url};
+}
+
+DbmgrAnswer Delete(const Plan &plan) {
+  return ams_del_obj(gptXmlTrees->root, plan.url.c_str()) == 0 ? DbmgrAnswer{} : Refused(plan);
+}
+
+DbmgrAnswer List(const Plan &plan) {
+  int result;
+  StoreText list(cfgReadIndexes(plan.url.c_str(), "List", &result), __tds_free);
+  if (list == nullptr || result != 0) return Refused(plan);
+  return {0, DbmgrText::TEXT, list.get()};
+}
+
+DbmgrAnswer Refresh(const Plan &) { return {}; /* whoever had to be asked was asked before */ }
+
+/* ---- what a refused one left ---- */
+
+std::string LeftBySet(const Plan &plan, const std::string &) {
+  return plan.before == ValuesOf(plan)
+             ? "its parameters are as before; "
+             : "its parameters have changed meanwhile, \"cfgcmd get\" shows them; ";
+}
+
+std::string LeftByAdd(const Plan &, const std::string &row) {
+  if (row.empty() || ams_check_node(gptXmlTrees->root, row.c_str()) != 0) return "no row is new; ";
+  return "\"" + row + "\" is there all the same, \"cfgcmd del\" takes it away; ";
+}
+
+const Command kCommands[] = {
+    {APPT_CMD_GET, "get", ANY_NODE, "", READS | ANSWERS, Get, nullptr},
+    {APPT_CMD_SET, "set", OBJECT | INSTANCE, "a parameter", SETS, Set, LeftBySet},
+    {APPT_CMD_ADD, "add", ARRAY, "an array", 0, Add, LeftByAdd},
+    {APPT_CMD_DEL, "del", INSTANCE, "an instance of an array", 0, Delete, nullptr},
+    {APPT_CMD_LIST, "list", ARRAY, "an array", STORE_ONLY, List, nullptr},
+    {APPT_CMD_ATTR, "attr", ANY_NODE, "", READS | ANSWERS, Attributes, nullptr},
+    {APPT_CMD_REFRESH, "refresh", ANY_NODE, "", READS, Refresh, nullptr},
+};
+
+}  // namespace
+
+const Command *FindCommand(uint32_t command) {
+  for (const Command &row : kCommands)
+    if (row.command == command) return &row;
+  return nullptr;
+}
+
+std::string ValuesOf(const Plan &plan) {
+  std::string values, value(AMS_VALUE_MAX + 1, '\0');
+  for (const std::string &path : plan.paths) {
+    value[0] = '\0'; /* of a leaf that is gone */
+    (void)ams_mxml_get_leaf(path.c_str(), value.data(), value.size());
+    values.append(value.c_str()) += '\0';
+  }
+  return values;
+}
+
+DbmgrAnswer RefusedBy(const std::string &who, const Plan &plan, const char *log,
+                      const std::string &row) {
+  const Command *command = FindCommand(plan.command); /* a plan has one */
+  return {
+      -1, DbmgrText::TEXT,
+      who + " refused " + command->name + " of \"" + (plan.leaf.empty() ? plan.url : plan.leaf) +
+          "\": " + (command->left == nullptr ? "" : command->left(plan, row)) + log + " says why"};
+}
+
+DbmgrAnswer ServeFromStore(const Plan &plan) { return FindCommand(plan.command)->serve(plan); }

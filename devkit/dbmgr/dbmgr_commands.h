@@ -1,0 +1,42 @@
+// The commands of requests: one row each says what it takes, what it does with the store and what a
+// refusal tells.
+#pragma once
+
+#include "dbmgr_plan.h"
+
+/* What a node is. */
+enum : unsigned { LEAF = 1, OBJECT = 2, ARRAY = 4, INSTANCE = 8, ANY_NODE = 15 };
+
+/* How a command is planned, as a sum. */
+enum : unsigned {
+  READS = 1,      /* values, which the modules below the node bring up to date first */
+  ANSWERS = 2,    /* with a value: an answer without one is none */
+  SETS = 4,       /* the leaves of its value */
+  STORE_ONLY = 8, /* no op function has a say in it */
+};
+
+struct Command {
+  uint32_t command;
+  const char *name;
+  unsigned takes;    /* nodes */
+  const char *needs; /* for the refusal of other nodes */
+  unsigned traits;
+  DbmgrAnswer (*serve)(const Plan &plan); /* from the store */
+  /* Of a refused plan, what it left in the tree, where it might: whoever refuses undoes first, but
+     that may fail, too. `row`: the path of the new row, if whoever refused told one. */
+  std::string (*left)(const Plan &plan, const std::string &row);
+};
+
+/* NULL: there is no such command. */
+const Command *FindCommand(uint32_t command);
+
+/* What the leaves of a "set" hold now, in order; "" for other commands. */
+std::string ValuesOf(const Plan &plan);
+
+/* The refusal of a plan by `who` ("the store", a module), which said why in `log`. It also says
+   what became of the parameters, or of `row`, the path of the new row that `who` told. */
+DbmgrAnswer RefusedBy(const std::string &who, const Plan &plan, const char *log,
+                      const std::string &row = "");
+
+/* Serves a plan that has no module. */
+DbmgrAnswer ServeFromStore(const Plan &plan);

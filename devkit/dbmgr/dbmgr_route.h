@@ -1,0 +1,14 @@
+// Routing: requests go to the module that serves their node and come back as acknowledgements; what
+// is above several modules becomes a request to each of them. No module is ever waited for: each
+// has a queue, of which a bounded number is in flight.
+#pragma once
+
+#include <cstdint>
+
+/* Message handlers: a client's request, its question whom dbmgr waits for, a module's
+   acknowledgement, its early word that a node has no usable type, and the end of a module. */
+void RouteRequest(int32_t id, const void *data, uint32_t length);
+void RouteWaits(int32_t id, const void *data, uint32_t length);
+void RouteAcknowledgement(int32_t id, const void *data, uint32_t length);
+void RouteNoObject(int32_t id, const void *data, uint32_t length);
+void RoutePeerGone(int32_t id, const void *data, uint32_t length);

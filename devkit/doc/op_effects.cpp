@@ -1,0 +1,126 @@
+// What the op functions do; see op_effects.h.
+#include "op_effects.h"
+
+#include <algorithm>
+#include <fstream>
+#include <iostream>
+#include <set>
+#include <sstream>
+
+#include "op_rows.h"
+#include "sup_main.h"
+
+namespace {
+
+/* "NAME OPS: TEXT" or "NAME = OTHER". */
+int ReadList(const char *file, Effects *effects) {
+  std::ifstream lines(file);
+  if (!lines) return Fail(std::string("cannot read ") + file);
+  for (std::string line; std::getline(lines, line);) {
+    if (line.empty() || line[0] == '#') continue;
+    size_t blank = line.find(' '), colon = line.find(": ");
+    std::string name = line.substr(0, blank);
+    if (line.compare(blank, 3, " = ") == 0) {
+      auto other = effects->find(line.substr(blank + 3));
+      if (other == effects->end()) return Fail("no such function before: " + line);
+      (*effects)[name] = {{"", other->first}};
+    } else if (colon != std::string::npos && blank < colon) {
+      (*effects)[name].push_back(
+          {line.substr(blank + 1, colon - blank - 1), line.substr(colon + 2)});
+    } else {
+      return Fail("neither NAME OPS: TEXT nor NAME = OTHER: " + line);
+    }
+  }
+  return 0;
+}
+
+/* Calls `each` with each row of the FUNC tables. */
+template <typename Each>
+void ForRows(Each each) {
+  for (const OpFuncEntry *const *table = FUNC_TABLES; *table != nullptr; ++table)
+    for (const OpFuncEntry *row = *table; row->name != nullptr; ++row) each(*row);
+}
+
+/* The line without folders and what becomes of its output, PATH and N in the place of its argument.
+ */
+std::string LineText(const ScriptLine &line) {
+  std::istringstream words(line.format);
+  std::string text, word;
+  bool behind = false;
+  while (words >> word) {
+    behind = word.back() == '&';
+    if (behind) word.pop_back();
+    if (word.empty() || word.find(">") != word.npos) continue;
+    if (text.empty()) word.erase(0, word.rfind('/') + 1); /* npos + 1 is 0 */
+    size_t argument = word.find(line.arg == ARG_PATH ? "%s" : "%d");
+    if (argument != word.npos) word.replace(argument, 2, line.arg == ARG_PATH ? "PATH" : "N");
+    text += (text.empty() ? "" : " ") + word;
+  }
+  return "`" + text + "`" + (behind ? " in the background" : "");
+}
+
+/* What a script does at each op; ops at which it does the same stand together. */
+std::vector<Effect> ScriptEffects(const Script &script) {
+  const std::pair<unsigned, const char *> ops[] = {
+      {ON_INIT, "start"}, {ON_GET, "get"}, {ON_SET, "set"}, {ON_ADD, "add"}, {ON_DEL, "del"}};
+  std::vector<Effect> effects;
+  for (const auto &[op, name] : ops) {
+    std::string text;
+    for (const ScriptLine &line : script.lines)
+      if (line.format != nullptr && (line.ops & op) != 0)
+        text += (text.empty() ? "" : ", then ") + LineText(line);
+    auto same = std::find_if(effects.begin(), effects.end(),
+                             [&](const Effect &effect) { return effect.text == text; });
+    if (text.empty()) continue;
+    if (same == effects.end())
+      effects.push_back({name, text});
+    else
+      same->ops += std::string(",") + name;
+  }
+  return effects;
+}
+
+/* Adds what the tables say themselves to what was read. */
+int AddScripts(Effects *effects) {
+  int result = 0;
+  ForRows([&](const OpFuncEntry &row) {
+    if (row.script == nullptr) return;
+    if (!effects->emplace(row.name, ScriptEffects(*row.script)).second)
+      result =
+          Fail(std::string(row.name) + " is a script: it needs no line in the list of effects");
+  });
+  return result;
+}
+
+}  // namespace
+
+int Fail(const std::string &what) {
+  std::cerr << "datamodel_doc: " << what << '\n';
+  return 1;
+}
+
+int ReadEffects(const char *file, Effects *effects) {
+  return ReadList(file, effects) == 0 && AddScripts(effects) == 0 ? 0 : 1;
+}
+
+std::map<std::string, bool> TableNames() {
+  std::map<std::string, bool> names;
+  ForRows(
+      [&](const OpFuncEntry &row) { names[row.name] = names[row.name] || row.handler != nullptr; });
+  return names;
+}
+
+int PrintPrograms() {
+  std::set<std::string> programs;
+  ForRows([&](const OpFuncEntry &row) {
+    if (row.script == nullptr) return;
+    for (const ScriptLine &line : row.script->lines) {
+      std::istringstream words(line.format == nullptr ? "" : line.format);
+      for (std::string word; words >> word;)
+        if (word.compare(0, 5, "/usr/") == 0)
+          programs.insert(word.substr(0, word.find_first_of("&;")));
+    }
+  });
+  for (const std::string &program : programs) std::cout << program << '\n';
+  return std::cout.flush() ? 0 : Fail("cannot write");
+}

@@ -1,0 +1,6 @@
+// The modem simulator's SIM phonebook and its dialogues with the network (USSD).
+#pragma once
+
+#include "modem_command.h"
+
+extern const AtRow BOOK_ROWS[]; /* a row without a name ends them */
