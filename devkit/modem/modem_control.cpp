@@ -6,6 +6,7 @@
 #include <cstring>
 
 #include "modem_pdu.h"
+#include "sms_text.h"
 
 namespace {
 
@@ -21,10 +22,8 @@ ModemJson Usage(const std::string &text) { return Reply(kModemUsage, text); }
 
 std::string Word(const ModemJson &request, const char *name) { return request.value(name, ""); }
 
-bool IsNumber(const std::string &text) {
-  size_t start = text.compare(0, 1, "+") == 0 ? 1 : 0;
-  return text.size() > start && text.size() <= start + 20 &&
-         text.find_first_not_of("0123456789", start) == text.npos;
+bool IsSubscriber(const std::string &text) {
+  return IsNumber(text, true) && text.size() <= (text[0] == '+' ? 21 : 20);
 }
 
 /* What the sender of a message may be called. */
@@ -67,7 +66,7 @@ ModemJson Receive(Modem *modem, const ModemJson &request, time_t now) {
       return Usage("no PDU: give 2 to 400 hexadecimal digits, two an octet");
     return ReceivePdus(modem, {HexFromOctets(octets)});
   }
-  if (!IsNumber(from) && !IsName(from))
+  if (!IsSubscriber(from) && !IsName(from))
     return Usage("\"" + from +
                  "\" sends no messages: give a number of 1 to 20 digits, or a name of "
                  "1 to 11 letters and digits");
@@ -149,7 +148,7 @@ ModemJson Behave(Modem *modem, const ModemJson &request, time_t) {
 ModemJson Number(Modem *modem, const ModemJson &request, time_t) {
   std::string number = Word(request, "number");
   if (number.empty()) return Done(modem->number + "\n");
-  if (!IsNumber(number)) return Usage("\"" + number + "\" is no number: give 1 to 20 digits");
+  if (!IsSubscriber(number)) return Usage("\"" + number + "\" is no number: give 1 to 20 digits");
   modem->number = number;
   return Done();
 }

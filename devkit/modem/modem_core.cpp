@@ -9,6 +9,7 @@
 #include <cstdlib>
 
 #include "modem_pdu.h"
+#include "sms_text.h"
 
 namespace {
 
@@ -270,8 +271,7 @@ AtAnswer AtMessageError(int number) { return {{}, "+CMS ERROR: " + std::to_strin
 AtAnswer AtError() { return {{}, "ERROR", ""}; }
 
 bool AtNumber(const std::string &text, int least, int most, int *number) {
-  if (text.empty() || text.size() > 9 || text.find_first_not_of("0123456789") != text.npos)
-    return false;
+  if (!IsNumber(text, false) || text.size() > 9) return false;
   *number = atoi(text.c_str());
   return *number >= least && *number <= most;
 }

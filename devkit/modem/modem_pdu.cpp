@@ -14,16 +14,11 @@ const uint8_t *Bytes(const std::string &octets) {
   return reinterpret_cast<const uint8_t *>(octets.data());
 }
 
-bool IsNumber(const std::string &text) {
-  size_t start = text.compare(0, 1, "+") == 0 ? 1 : 0;
-  return text.size() > start && text.find_first_not_of("0123456789", start) == text.npos;
-}
-
 /* Digits as semi-octets. */
 std::string SemiOctets(const std::string &digits) {
   std::string swapped(digits.size() + 2, '\0'), octets;
   swapped.resize(static_cast<size_t>(
-      InvertNumbers(digits.data(), swapped.data(), swapped.size(), digits.size())));
+      InvertNumbers(digits.data(), {swapped.data(), swapped.size()}, digits.size())));
   (void)OctetsFromHex(swapped, &octets); /* digits are hexadecimal */
   return octets;
 }
@@ -38,7 +33,7 @@ unsigned char NumberType(const std::string &number) {
 
 /* Of a sender; the length counts semi-octets. */
 std::string Address(const std::string &from) {
-  if (IsNumber(from)) {
+  if (IsNumber(from, true)) {
     std::string digits = Digits(from);
     return std::string{static_cast<char>(digits.size()), static_cast<char>(NumberType(from))} +
            SemiOctets(digits);
@@ -79,7 +74,7 @@ size_t ValidityOctets(unsigned char first) {
 std::string NumberText(unsigned char type, const std::string &octets, size_t digits) {
   std::string hex = HexFromOctets(octets), number(hex.size() + 2, '\0');
   number.resize(
-      static_cast<size_t>(InvertNumbers(hex.data(), number.data(), number.size(), hex.size())));
+      static_cast<size_t>(InvertNumbers(hex.data(), {number.data(), number.size()}, hex.size())));
   number.resize(std::min(digits, number.size()));
   return (type == kInternational ? "+" : "") + number;
 }
@@ -87,31 +82,30 @@ std::string NumberText(unsigned char type, const std::string &octets, size_t dig
 }  // namespace
 
 bool OctetsFromHex(const std::string &hex, std::string *octets) {
-  if (hex.size() % 2 != 0 ||
-      std::any_of(hex.begin(), hex.end(), [](char digit) { return HexValue(digit) < 0; }))
-    return false;
+  if (hex.size() % 2 != 0 || !IsHex(hex)) return false;
   octets->assign(hex.size() / 2, '\0');
-  HexToBytes(hex.data(), reinterpret_cast<uint8_t *>(octets->data()), octets->size(), hex.size());
+  HexToBytes(hex.data(), {reinterpret_cast<uint8_t *>(octets->data()), octets->size()}, hex.size());
   return true;
 }
 
 std::string HexFromOctets(const std::string &octets) {
   std::string hex(2 * octets.size() + 1, '\0');
-  hex.resize(static_cast<size_t>(BytesToHex(Bytes(octets), hex.data(), hex.size(), octets.size())));
+  hex.resize(
+      static_cast<size_t>(BytesToHex(Bytes(octets), {hex.data(), hex.size()}, octets.size())));
   return hex;
 }
 
 std::string Ucs2FromUtf8(const std::string &utf8) {
   std::string octets(2 * utf8.size() + 2, '\0');
   octets.resize(static_cast<size_t>(Utf8ToUcs2(
-      utf8.data(), reinterpret_cast<uint8_t *>(octets.data()), octets.size(), utf8.size())));
+      utf8.data(), {reinterpret_cast<uint8_t *>(octets.data()), octets.size()}, utf8.size())));
   return octets;
 }
 
 std::string Utf8FromUcs2(const std::string &octets) {
   std::string utf8(2 * octets.size() + 4, '\0');
   utf8.resize(
-      static_cast<size_t>(Ucs2ToUtf8(Bytes(octets), utf8.data(), utf8.size(), octets.size())));
+      static_cast<size_t>(Ucs2ToUtf8(Bytes(octets), {utf8.data(), utf8.size()}, octets.size())));
   return utf8;
 }
 
@@ -128,9 +122,9 @@ std::string AsciiFromUtf8(const std::string &utf8) {
 std::string SeptetsFromUtf8(const std::string &utf8, size_t *septets) {
   std::string ascii = AsciiFromUtf8(utf8), packed(2 * ascii.size() + 2, '\0');
   int escapes;
-  packed.resize(
-      static_cast<size_t>(Encode7bit(ascii.c_str(), reinterpret_cast<uint8_t *>(packed.data()),
-                                     packed.size(), ascii.size() + 1, &escapes)));
+  packed.resize(static_cast<size_t>(
+      Encode7bit(ascii.c_str(), {reinterpret_cast<uint8_t *>(packed.data()), packed.size()},
+                 ascii.size() + 1, &escapes)));
   if (septets != nullptr) *septets = ascii.size() + static_cast<size_t>(escapes);
   return packed;
 }

@@ -124,9 +124,7 @@ AtAnswer AtServiceCentre(Modem *modem, const AtCall &call) {
              (modem->centre.compare(0, 1, "+") == 0 ? "145" : "129")}};
   if (call.form != AtCall::kSet || call.arguments.size() > 2) return AtMessageError(kNotAllowed);
   const std::string &number = call.arguments[0];
-  size_t digits = number.compare(0, 1, "+") == 0 ? 1 : 0;
-  if (number.size() > 20 + digits || number.size() <= digits ||
-      number.find_first_not_of("0123456789", digits) != number.npos)
+  if (!IsNumber(number, true) || number.size() > (number[0] == '+' ? 21 : 20))
     return AtMessageError(kNotAllowed);
   modem->centre = number;
   return {};

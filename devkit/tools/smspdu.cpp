@@ -65,8 +65,7 @@ void PrintLines(const nlohmann::ordered_json &json) {
 }
 
 int DecodePdu(const Asked &asked) {
-  if (asked.pdu.empty() || asked.pdu.size() % 2 != 0 ||
-      strspn(asked.pdu.c_str(), "0123456789ABCDEFabcdef") != asked.pdu.size()) {
+  if (asked.pdu.empty() || asked.pdu.size() % 2 != 0 || !IsHex(asked.pdu)) {
     fprintf(stderr, "smspdu: \"%s\" is no PDU: give it as hexadecimal digits, two an octet\n",
             asked.pdu.c_str());
     return 2;
@@ -82,8 +81,7 @@ int DecodePdu(const Asked &asked) {
 /* The number without its "+" into a field of the record. */
 int TakeNumber(const char *option, const std::string &number, char (&field)[SHORTMSG_NUMBER_SIZE]) {
   std::string digits = number.substr(number.compare(0, 1, "+") == 0 ? 1 : 0);
-  if (digits.empty() || digits.size() >= sizeof field ||
-      digits.find_first_not_of("0123456789") != digits.npos) {
+  if (!IsNumber(digits, false) || digits.size() >= sizeof field) {
     fprintf(stderr,
             "smspdu: %s \"%s\" is no number: give 1 to %zu digits, with or without a \"+\"\n",
             option, number.c_str(), sizeof field - 1);

@@ -30,8 +30,10 @@ static_assert(
         SHORTMSG_PDU_SIZE,
     "every record fits");
 
+Span<char> Left(const PduText &to) { return {to.at, static_cast<size_t>(to.end - to.at)}; }
+
 void PutOctets(PduText *to, const uint8_t *octets, size_t n) {
-  to->at += BytesToHex(octets, to->at, static_cast<size_t>(to->end - to->at), n);
+  to->at += BytesToHex(octets, Left(*to), n);
 }
 
 void PutOctet(PduText *to, size_t octet) {
@@ -40,7 +42,7 @@ void PutOctet(PduText *to, size_t octet) {
 }
 
 void PutText(PduText *to, const char *text, size_t n) {
-  n = std::min(n, static_cast<size_t>(to->end - to->at) - 1);
+  n = std::min(n, Left(*to).size - 1);
   memcpy(to->at, text, n);
   to->at[n] = '\0';
   to->at += n;
@@ -50,7 +52,7 @@ void PutText(PduText *to, const char *text, size_t n) {
 void PutNumber(PduText *to, size_t length_octet, const char *digits, size_t n) {
   PutOctet(to, length_octet);
   PutOctet(to, kInternational);
-  to->at += InvertNumbers(digits, to->at, static_cast<size_t>(to->end - to->at), n);
+  to->at += InvertNumbers(digits, Left(*to), n);
 }
 
 void Put7bit(PduText *to, const char *text, size_t length, const ShortMsgHeader *header) {
@@ -120,7 +122,7 @@ void PutDigits(const Octets &from, char (&text)[SHORTMSG_NUMBER_SIZE]) {
   size_t n = std::min(Left(from), kNumberMax / 2), length = 2 * n;
   for (size_t at = 0; at < n; ++at) {
     uint8_t swapped = static_cast<uint8_t>(from.at[at] << 4 | from.at[at] >> 4);
-    BytesToHex(&swapped, text + 2 * at, 3, 1);
+    BytesToHex(&swapped, {text + 2 * at, 3}, 1);
   }
   if (length > 0 && text[length - 1] == 'F') --length;
   text[length] = '\0';
@@ -158,11 +160,11 @@ void TakeHeader(const Octets &data, const char *pdu_text, uint8_t dcs, ShortMsgE
 int Text7bit(const Octets &data, size_t skip, ShortMsgParam *record,
              char (&text)[SHORTMSG_TEXT_SIZE], size_t udl) {
   int septets;
-  Decode7bitFrom(data.at, record->TP_UD, sizeof record->TP_UD, Left(data), udl, 0, &septets);
+  Decode7bit(data.at, record->TP_UD, Left(data), udl, 0, &septets);
   memcpy(text, record->TP_UD, sizeof text);
   if (skip > 0) {
     memset(text, 0, sizeof text);
-    Decode7bitFrom(data.at, text, sizeof text, Left(data), udl, skip, &septets);
+    Decode7bit(data.at, text, Left(data), udl, skip);
   }
   return septets;
 }
@@ -248,7 +250,7 @@ int PduDecode(const char *pdu, ShortMsgParam *record, ShortMsgEntry *entry,
 
 int PduTpduLength(const char *pdu, int length) {
   uint8_t centre = 0;
-  HexToBytes(pdu, &centre, 1, length < 2 ? 0 : 2);
+  HexToBytes(pdu, {&centre, 1}, length < 2 ? 0 : 2);
   return length / 2 - (centre + 1);
 }
 

@@ -176,9 +176,9 @@ TEST(SmsText, UnitsAreTheReverse) {
 
 TEST(SmsText, TimeStamps) {
   char text[32] = "untouched";
-  EXPECT_EQ(FormatScts("99032915165908", text, 19), -1);
+  EXPECT_EQ(FormatScts("99032915165908", {text, 19}), -1);
   EXPECT_STREQ(text, "untouched");
-  EXPECT_EQ(FormatScts("99032915165908", text, 20), 0);
+  EXPECT_EQ(FormatScts("99032915165908", {text, 20}), 0);
   EXPECT_STREQ(text, "2099-03-29 15:16:59");
   EXPECT_EQ(FormatScts("24112", text), 0);
   EXPECT_STREQ(text, "2024-11-2 ::");
@@ -193,22 +193,22 @@ TEST(SmsText, WhatDoesNotFitIsCut) {
   } cases[] = {
       {"digits of bytes",
        [](char *to, size_t size) {
-         return BytesToHex(reinterpret_cast<const uint8_t *>("\xab\xcd"), to, size, 2);
+         return BytesToHex(reinterpret_cast<const uint8_t *>("\xab\xcd"), {to, size}, 2);
        },
        {"", "", "", "AB", "AB", "ABCD", "ABCD"}},
       {"swapped digits",
-       [](char *to, size_t size) { return InvertNumbers("123", to, size, 3); },
+       [](char *to, size_t size) { return InvertNumbers("123", {to, size}, 3); },
        {"", "", "", "21", "21", "21F3", "21F3"}},
       {"septets",
        [](char *to, size_t size) {
          std::string packed = Septets({'a', 0x1B, 0x3C, 'b', 0x1B, 0x3D});
-         return Decode7bit(reinterpret_cast<const uint8_t *>(packed.data()), to, size,
+         return Decode7bit(reinterpret_cast<const uint8_t *>(packed.data()), {to, size},
                            packed.size(), 6);
        },
        {"", "", "a", "a[", "a[b", "a[b~", "a[b~"}},
       {"UTF-8",
        [](char *to, size_t size) {
-         return Ucs2ToUtf8(reinterpret_cast<const uint8_t *>("\0a\x4f\x60"), to, size, 4);
+         return Ucs2ToUtf8(reinterpret_cast<const uint8_t *>("\0a\x4f\x60"), {to, size}, 4);
        },
        {"", "", "a", "a", "a", "a\u4f60", "a\u4f60"}},
   };
@@ -225,9 +225,9 @@ TEST(SmsText, WhatDoesNotFitIsCut) {
     }
   uint8_t bytes[3] = {0, 0, '#'};
   int escapes;
-  EXPECT_EQ(HexToBytes("010203", bytes, 2, 6), 2);
-  EXPECT_EQ(Utf8ToUcs2("ab", bytes, 2, 2), 2);
-  EXPECT_EQ(Encode7bit("hello", bytes, 2, 6, &escapes), 2);
+  EXPECT_EQ(HexToBytes("010203", {bytes, 2}, 6), 2);
+  EXPECT_EQ(Utf8ToUcs2("ab", {bytes, 2}, 2), 2);
+  EXPECT_EQ(Encode7bit("hello", {bytes, 2}, 6, &escapes), 2);
   EXPECT_EQ(bytes[2], '#');
 }
 
