@@ -34,7 +34,7 @@ TEST_F(ShortMsg, UnreadStaysUnreadForTheUser) {
   EXPECT_EQ(ReadInbox(), 0);
   EXPECT_EQ(Leaf(SHORT_MSG ".MsgInbox"),
             "3" + record + "4}-{1}-{27838890001}-{2099-03-29 15:16:59}-{hellohello}-{|,|");
-  EXPECT_EQ(shortMsgState.received, 2);
+  EXPECT_EQ(shortMsgCounts.received, 2);
   EXPECT_FALSE(fs::exists("/var/atresult_msg"));
   answers_.erase("sms_getmsg");
   EXPECT_EQ(Set("DelIdx=3"), 0);
@@ -171,9 +171,9 @@ ShortMsgEntry Entry(int index, int stat, const char *time, int part = 0, int tot
 }
 
 std::string Format(std::vector<ShortMsgEntry> entries, int filter, size_t size = 25600) {
-  ShortMsgMarks marks = {};
+  ShortMsgMark marks[SHORTMSG_MARKS] = {};
   std::string text(size, 'x');
-  ShortMsgFormatList(entries.data(), entries.size(), filter, &marks, text.data(), size);
+  ShortMsgFormatList(entries.data(), entries.size(), filter, marks, text.data(), size);
   return text.c_str();
 }
 
@@ -235,15 +235,15 @@ TEST_F(ShortMsg, AFullListTellsWhatItLeavesOut) {
   std::vector<ShortMsgEntry> entries = {Entry(1, 1, "t"),       Entry(2, 0, "t"),
                                         Entry(3, 1, "t", 2, 3), Entry(4, 1, "t"),
                                         Entry(5, 1, "t", 1, 2), Entry(6, 1, "t", 2, 2)};
-  ShortMsgMarks marks = {};
+  ShortMsgMark marks[SHORTMSG_MARKS] = {};
   char text[40]; /* for one record */
   const std::string log = LogOf(
-      3, [&] { ShortMsgFormatList(entries.data(), entries.size(), 0, &marks, text, sizeof text); });
+      3, [&] { ShortMsgFormatList(entries.data(), entries.size(), 0, marks, text, sizeof text); });
   EXPECT_STREQ(text, "1}-{1}-{10086}-{t}-{<1>}-{|,|");
   EXPECT_NE(log.find("ends before message 2"), log.npos) << log;
   EXPECT_EQ(log.find("ends before"), log.rfind("ends before")) << "once: " << log;
   EXPECT_EQ(Unlisted(log), Lines{"3"}) << "6 is a part of 5: " << log;
-  EXPECT_TRUE(marks.unread[2]) << "the modem calls it read from now on";
+  EXPECT_TRUE(marks[2].unread) << "the modem calls it read from now on";
 }
 
 /* ---- phonebook and USSD ---- */
@@ -307,7 +307,7 @@ TEST_F(ShortMsg, UssdWithoutAMenuAndWithAnOldOne) {
   answers_ = {{"urc", "+CUSD: 1,\"menu\",1\r\n"}};
   EXPECT_EQ(Ussd(TMF_SET, "Command=*1#"), 0);
   for (const auto &[seconds, menu] : {std::pair(30, "menu"), std::pair(31, "")}) {
-    shortMsgState.ussdTime -= seconds;
+    shortMsgUssdTime -= seconds;
     EXPECT_EQ(Ussd(TMF_GET, nullptr), 0);
     EXPECT_EQ(Leaf(SHORT_MSG ".USSD.Menu"), menu) << seconds << " seconds later";
   }

@@ -68,16 +68,15 @@ TEST_F(ShortMsg, Actions) {
 
 TEST_F(ShortMsg, ErrorNumbersAreTheModems) {
   answers_ = {{"CPBS", "+CME ERROR: 14\r\n"}};
-  int used = 0, total = 0;
-  EXPECT_EQ(ModemPhonebookFill(&used, &total), -1);
+  EXPECT_EQ(ModemPhonebookFill(), -1);
   EXPECT_EQ(msgResult, 14);
   answers_ = {{"CPBS", "ERROR\r\n"}, {"CPMS", "nonsense"}};
-  EXPECT_EQ(ModemPhonebookFill(&used, &total), -1);
-  EXPECT_EQ(ModemStorageFill("ME", &used, &total), -1);
+  EXPECT_EQ(ModemPhonebookFill(), -1);
+  EXPECT_EQ(ModemSelectStorage(), -1);
   EXPECT_EQ(msgResult, 14) << "no number, no change";
   answers_ = {{"CPMS", "+CPMS: 7,40,7,40,7,40\r\nOK\r\n"}};
-  EXPECT_EQ(ModemStorageFill("anything", &used, &total), 0);
-  EXPECT_EQ(used * 1000 + total, 7040);
+  EXPECT_EQ(ModemSelectStorage(), 0);
+  EXPECT_EQ(shortMsgState.used * 1000 + shortMsgState.total, 7040);
 }
 
 TEST_F(ShortMsg, RequestsAreReadLeafByLeaf) {

@@ -7,9 +7,14 @@
 
 #include "capabinfo_thread.h"
 #include "modem_at.h"
+#include "modem_route.h"
 #include "services_func.h"
 #include "sms_actions.h"
+#include "sms_box.h"
 #include "sms_func.h"
+#include "sms_phonebook.h"
+#include "sms_send.h"
+#include "sms_ussd.h"
 #include "support.h"
 
 using Lines = std::vector<std::string>;
@@ -49,6 +54,7 @@ class ShortMsg : public StoreTest {
           "/var/tmp/urc_ussd_file", "/var/nanocom", "/dev/ttyUSB3"})
       fs::remove(file);
     shortMsgState = {};
+    shortMsgUssdTime = 0;
     msgResult = 0;
     answers_.clear();
     WriteText("/var/tmp/devinfo", "2c7c 0125\n");
