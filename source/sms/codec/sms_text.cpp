@@ -81,27 +81,24 @@ inline void Pack(Packer *to, uint8_t septet) {
   to->shift = (to->shift + 1) & 7;
 }
 
-constexpr size_t kNone = SIZE_MAX;
-
 struct Unpacked {
-  char *text;
-  size_t room, length; /* room without the NUL */
-  size_t escape;       /* where the escape is that waits for its code, or kNone */
+  char *at, *end; /* end: of the room, without the NUL */
+  char *escape;   /* that waits for its code, or NULL */
 };
 
 inline void Append(Unpacked *to, char character) {
-  if (to->length < to->room) to->text[to->length++] = character;
+  if (to->at < to->end) *to->at++ = character;
 }
 
 /* The codes of "@", "$" and "_" leave an open escape open, on purpose: it has no meaning for them,
    and the code that follows is taken for its own. */
 inline void Map(Unpacked *to, uint8_t code) {
   if (code == kGsmEscape) {
-    to->escape = to->length < to->room ? to->length : kNone;
+    to->escape = to->at < to->end ? to->at : nullptr;
     Append(to, static_cast<char>(code));
-  } else if (to->escape != kNone && code != 0x00 && code != 0x02 && code != 0x11) {
-    to->text[to->escape] = kEscapedText[code];
-    to->escape = kNone;
+  } else if (to->escape != nullptr && code != 0x00 && code != 0x02 && code != 0x11) {
+    *to->escape = kEscapedText[code];
+    to->escape = nullptr;
   } else {
     Append(to, kPlainText[code]);
   }
@@ -135,13 +132,11 @@ int HexToBytes(const char *text, Span<uint8_t> bytes, size_t n) {
 }
 
 int HexRunToBytes(const char *text, Span<uint8_t> bytes) {
-  size_t count = 0;
-  for (; count < bytes.size; ++count, text += 2) {
-    int high = HexValue(text[0]);
-    if (high < 0) break;
-    int low = HexValue(text[1]);
-    if (low < 0) break;
-    bytes.at[count] = static_cast<uint8_t>(high << 4 | low);
+  size_t most = strnlen(text, 2 * bytes.size) / 2, count = 0;
+  for (; count < most; ++count, text += 2) {
+    int value = HexValue(text[0]) * 16 | HexValue(text[1]);
+    if (value < 0) break; /* one of them is no digit */
+    bytes.at[count] = static_cast<uint8_t>(value);
   }
   return static_cast<int>(count);
 }
@@ -185,7 +180,7 @@ int Decode7bit(const uint8_t *bytes, Span<char> text, size_t n, size_t max, size
                int *septets) {
   size_t count = 0;
   unsigned k = 0, left = 0;
-  Unpacked to = {text.at, text.size == 0 ? 0 : text.size - 1, 0, kNone};
+  Unpacked to = {text.at, text.at + text.size - (text.size == 0 ? 0 : 1), nullptr};
   for (size_t at = 0; at < n; ++at) {
     unsigned byte = bytes[at];
     if (count++ >= skip) Map(&to, (left | byte << k) & 0x7F);
@@ -194,16 +189,16 @@ int Decode7bit(const uint8_t *bytes, Span<char> text, size_t n, size_t max, size
     if (count < max && count++ >= skip) {
       /* A last septet of zeros is taken for fill bits, so that they never read as "@". A real "@"
          in that place is lost, on purpose: nothing in the PDU tells the two apart. */
-      if (left == 0 && byte == 0 && count == max)
+      if (byte == 0 && count == max)
         Append(&to, '\0');
       else
         Map(&to, static_cast<uint8_t>(left));
     }
     k = left = 0;
   }
-  if (text.size > 0) text.at[to.length] = '\0';
+  if (text.size > 0) *to.at = '\0';
   if (septets != nullptr) *septets = static_cast<int>(count);
-  return static_cast<int>(to.length);
+  return static_cast<int>(to.at - text.at);
 }
 
 int Utf8ToUcs2Char(const char *utf8, uint8_t *unit) {
