@@ -43,30 +43,6 @@ TEST(SmsText, Digits) {
   }
 }
 
-TEST(SmsText, SeptetsArePacked) {
-  const struct {
-    const char *text;
-    size_t n;
-    const char *packed;
-    int escapes;
-  } cases[] = {
-      {"hellohello", 11, "E8329BFD4697D9EC37", 0}, /* a published text */
-      {"hellohello", 10, "E8329BFD4697D9EC", 0},   /* without the NUL the last bits are missing */
-      {"1234567", 8, "31D98C56B3DD00", 0},         /* the NUL is the eighth septet */
-      {"12345678", 9, "31D98C56B3DD70", 0},        /* the NUL brings out nothing */
-      {"a[b", 4, "E10D4F0C", 1},
-      {"@$_", 4, "004104", 0},
-      {"^{}\\[~]|", 9, "1BCA06B5496D5E1BDEA6B7F16D80", 8},
-      {"", 0, "", 0},
-  };
-  for (const auto &one : cases) {
-    uint8_t bytes[64];
-    int escapes = -1, n = Encode7bit(one.text, bytes, one.n, &escapes);
-    EXPECT_EQ(Hex(Text(bytes, n)), one.packed) << one.text;
-    EXPECT_EQ(escapes, one.escapes) << one.text;
-  }
-}
-
 /* Septets of less than a group, so that they stand in the low bits of a number. */
 std::string Septets(const std::vector<uint8_t> &septets) {
   uint64_t bits = 0;
