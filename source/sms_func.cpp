@@ -33,7 +33,7 @@ int ReadBox(int filter, const char *path) {
   return cfgStatusSetStr(path, list.c_str());
 }
 
-/* Whether `value` asks for the leaf `name`. */
+/* Whether the request asks for the leaf `name`. */
 bool AsksFor(const OpFuncArg *arg, std::string_view name) {
   std::string_view list = arg->op == TMF_GET && arg->value != nullptr ? arg->value : "";
   for (Leaf leaf; NextLeaf(&list, &leaf);)

@@ -11,6 +11,7 @@
 #include <iterator>
 #include <new>
 #include <string>
+#include <utility>
 
 #include "sms_parts.h"
 
@@ -20,7 +21,8 @@ thread_local int blocks; /* taken from the heap by this thread */
 
 void *operator new(size_t size) {
   ++blocks;
-  return malloc(size);
+  if (void *block = malloc(size)) return block;
+  abort();
 }
 void operator delete(void *block) noexcept { free(block); }
 void operator delete(void *block, size_t) noexcept { free(block); }
@@ -51,26 +53,15 @@ TEST(SmsList, ReadsAnEntry) {
     EXPECT_EQ(read, expected) << file.path();
     ++answers;
   }
-  EXPECT_GE(answers, 16);
+  EXPECT_GE(answers, 17);
 }
 
-TEST(SmsList, EscapesForAWebPage) {
-  const struct {
-    const char *text, *escaped;
-  } cases[] = {
-      {"\"'\\<>%&", "&quot;&#39;&#92;&#60;&#62;&#37;&#38;"},
-      {"a\rb\nc", "a<br>b<br>c"},
-      {"a\r\nb\n\rc", "a<br>b<br>c"},
-      {"\r\r\n\n\r\n", "<br><br><br><br>"},
-  };
-  for (const auto &one : cases) {
-    char escaped[64];
-    ShortMsgEscape(one.text, escaped);
-    EXPECT_STREQ(escaped, one.escaped);
-  }
+TEST(SmsList, EscapesAreNotCut) {
   char small[8];
-  ShortMsgEscape("ab\"cd", small);
-  EXPECT_STREQ(small, "ab") << "no half piece";
+  for (const auto &[text, escaped] : {std::pair("ab\"cd", "ab"), std::pair("a\"b", "a&quot;")}) {
+    ShortMsgEscape(text, small);
+    EXPECT_STREQ(small, escaped);
+  }
 }
 
 TEST(SmsList, TheFirstReferenceIsKept) {
