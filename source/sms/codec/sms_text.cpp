@@ -179,22 +179,22 @@ int Encode7bit(const char *text, Span<uint8_t> bytes, size_t n, int *escapes) {
 int Decode7bit(const uint8_t *bytes, Span<char> text, size_t n, size_t max, size_t skip,
                int *septets) {
   size_t count = 0;
-  unsigned k = 0, left = 0;
   Unpacked to = {text.at, text.at + text.size - (text.size == 0 ? 0 : 1), nullptr};
-  for (size_t at = 0; at < n; ++at) {
-    unsigned byte = bytes[at];
-    if (count++ >= skip) Map(&to, (left | byte << k) & 0x7F);
-    left = byte >> (7 - k);
-    if (++k < 7) continue;
-    if (count < max && count++ >= skip) {
-      /* A last septet of zeros is taken for fill bits, so that they never read as "@". A real "@"
-         in that place is lost, on purpose: nothing in the PDU tells the two apart. */
-      if (byte == 0 && count == max)
-        Append(&to, '\0');
-      else
-        Map(&to, static_cast<uint8_t>(left));
+  for (size_t at = 0; at < n; at += 7) {
+    const uint8_t *group = bytes + at;
+    size_t whole = std::min(n - at, size_t{7});
+    unsigned left = 0;
+    for (size_t k = 0; k < whole; ++k) {
+      if (count++ >= skip) Map(&to, static_cast<uint8_t>((left | unsigned{group[k]} << k) & 0x7F));
+      left = group[k] >> (7 - k);
     }
-    k = left = 0;
+    if (whole < 7 || count >= max || count++ < skip) continue;
+    /* A last septet of zeros is taken for fill bits, so that they never read as "@". A real "@" in
+       that place is lost, on purpose: nothing in the PDU tells the two apart. */
+    if (group[6] == 0 && count == max)
+      Append(&to, '\0');
+    else
+      Map(&to, static_cast<uint8_t>(left));
   }
   if (text.size > 0) *to.at = '\0';
   if (septets != nullptr) *septets = static_cast<int>(count);

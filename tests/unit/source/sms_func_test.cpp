@@ -26,6 +26,8 @@ const ActionCase kActions[] = {
     {"delete empty pieces", "2", ",,", "", {}, 200, {}},
     {"an index that is none", "3", "1;reboot", "", {}, 403, {}},
     {"select only", "4", "", "", {}, 200, {kGsm}},
+    {"send to nobody", "6", "", "Hi", {}, 400, {kGsm, kReadCentre, kPduMode}},
+    {"store a draft to nobody", "8", "", "Hi", {}, 401, {kGsm, kReadCentre, kPduMode}},
     {"nothing", "12", "", "", {}, 200, {}},
     {"no such action", "15", "", "", {}, 200, {}},
     {"junk is no action", "oops", "1", "", {}, 200, {}},
