@@ -10,7 +10,7 @@
 #include <string>
 #include <vector>
 
-#include "sms_actions.h"
+#include "sms_box.h"
 
 extern "C" int __wrap_system(const char *line);
 
@@ -58,7 +58,7 @@ double MedianNanoseconds(int count) {
     clock_gettime(CLOCK_MONOTONIC, &start);
     int result = SHORTMSG_SMS_Get(0, text, sizeof text);
     clock_gettime(CLOCK_MONOTONIC, &end);
-    if (result != 0 || shortMsgState.received != count) Fail("the list was not read");
+    if (result != 0 || shortMsgCounts.received != count) Fail("the list was not read");
     times.push_back((end.tv_sec - start.tv_sec) * 1e9 +
                     static_cast<double>(end.tv_nsec - start.tv_nsec));
   }

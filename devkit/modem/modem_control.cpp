@@ -24,7 +24,7 @@ ModemJson Usage(const std::string &text) { return Reply(EXIT_USAGE, text); }
 
 std::string Word(const ModemJson &request, const char *name) { return request.value(name, ""); }
 
-bool IsNumber(const std::string &text) { return IsPhoneNumber(text, 20); }
+bool IsSubscriber(const std::string &text) { return IsPhoneNumber(text, 20); }
 
 /* What the sender of a message may be called. */
 bool IsName(const std::string &text) {
@@ -66,7 +66,7 @@ ModemJson Receive(Modem *modem, const ModemJson &request, time_t now) {
       return Usage("no PDU: give 2 to 400 hexadecimal digits, two an octet");
     return ReceivePdus(modem, {HexFromBytes(octets)});
   }
-  if (!IsNumber(from) && !IsName(from))
+  if (!IsSubscriber(from) && !IsName(from))
     return Usage("\"" + from +
                  "\" sends no messages: give a number of 1 to 20 digits, or a name of "
                  "1 to 11 letters and digits");
@@ -148,7 +148,7 @@ ModemJson Behave(Modem *modem, const ModemJson &request, time_t) {
 ModemJson Number(Modem *modem, const ModemJson &request, time_t) {
   std::string number = Word(request, "number");
   if (number.empty()) return Done(modem->number + "\n");
-  if (!IsNumber(number)) return Usage("\"" + number + "\" is no number: give 1 to 20 digits");
+  if (!IsSubscriber(number)) return Usage("\"" + number + "\" is no number: give 1 to 20 digits");
   modem->number = number;
   return Done();
 }

@@ -19,7 +19,7 @@ const uint8_t *Bytes(const std::string &octets) {
 std::string SemiOctets(const std::string &digits) {
   std::string swapped(digits.size() + 2, '\0'), octets;
   swapped.resize(static_cast<size_t>(
-      InvertNumbers(digits.data(), swapped.data(), swapped.size(), digits.size())));
+      InvertNumbers(digits.data(), {swapped.data(), swapped.size()}, digits.size())));
   (void)BytesFromHex(swapped, &octets); /* digits are hexadecimal */
   return octets;
 }
@@ -75,7 +75,7 @@ size_t ValidityOctets(unsigned char first) {
 std::string NumberText(unsigned char type, const std::string &octets, size_t digits) {
   std::string hex = HexFromBytes(octets), number(hex.size() + 2, '\0');
   number.resize(
-      static_cast<size_t>(InvertNumbers(hex.data(), number.data(), number.size(), hex.size())));
+      static_cast<size_t>(InvertNumbers(hex.data(), {number.data(), number.size()}, hex.size())));
   number.resize(std::min(digits, number.size()));
   return (type == kInternational ? "+" : "") + number;
 }
@@ -85,14 +85,14 @@ std::string NumberText(unsigned char type, const std::string &octets, size_t dig
 std::string Ucs2FromUtf8(const std::string &utf8) {
   std::string octets(2 * utf8.size() + 2, '\0');
   octets.resize(static_cast<size_t>(Utf8ToUcs2(
-      utf8.data(), reinterpret_cast<uint8_t *>(octets.data()), octets.size(), utf8.size())));
+      utf8.data(), {reinterpret_cast<uint8_t *>(octets.data()), octets.size()}, utf8.size())));
   return octets;
 }
 
 std::string Utf8FromUcs2(const std::string &octets) {
   std::string utf8(2 * octets.size() + 4, '\0');
   utf8.resize(
-      static_cast<size_t>(Ucs2ToUtf8(Bytes(octets), utf8.data(), utf8.size(), octets.size())));
+      static_cast<size_t>(Ucs2ToUtf8(Bytes(octets), {utf8.data(), utf8.size()}, octets.size())));
   return utf8;
 }
 
@@ -109,9 +109,9 @@ std::string AsciiFromUtf8(const std::string &utf8) {
 std::string SeptetsFromUtf8(const std::string &utf8, size_t *septets) {
   std::string ascii = AsciiFromUtf8(utf8), packed(2 * ascii.size() + 2, '\0');
   int escapes;
-  packed.resize(
-      static_cast<size_t>(Encode7bit(ascii.c_str(), reinterpret_cast<uint8_t *>(packed.data()),
-                                     packed.size(), ascii.size() + 1, &escapes)));
+  packed.resize(static_cast<size_t>(
+      Encode7bit(ascii.c_str(), {reinterpret_cast<uint8_t *>(packed.data()), packed.size()},
+                 ascii.size() + 1, &escapes)));
   if (septets != nullptr) *septets = ascii.size() + static_cast<size_t>(escapes);
   return packed;
 }

@@ -1,124 +1,60 @@
-// The LTE modem's AT commands over at-mngr and nanocom: shell lines, scratch files, answers.
+// The LTE modem's AT commands and answers; see modem_at.h.
+//
+// The texts reach at-mngr through a shell: a carriage return stands as it is, inner double quotes
+// are escaped. The character set of messages is quoted whole and has no carriage return, unlike the
+// phonebook's: the tool takes both.
 #include "modem_at.h"
 
-#include <fcntl.h>
-#include <sys/file.h>
-#include <termios.h>
-#include <unistd.h>
-
+#include <algorithm>
 #include <cstdarg>
 #include <cstdio>
-#include <cstdlib>
 #include <cstring>
+#include <string_view>
 
 #include "ams_common_api.h"
-#include "ams_config_shell.h"
-#include "sms_trace.h"
+#include "modem_route.h"
 
 int32_t msgResult = 0;
+ShortMsgState shortMsgState = {};
 
 namespace {
 
-constexpr char kDeviceInfo[] = "/var/tmp/devinfo"; /* "VENDOR PRODUCT", by the hot-plug scripts */
-constexpr char kLock[] = "/var/atcmd_lock";
-constexpr char kAnswer[] = "/var/atresult_1";
-constexpr char kCaptured[] = "/var/atTmpResult";
-constexpr char kOwnNanocom[] = "/var/nanocom"; /* goes before the one on the search path */
-
-constexpr size_t kCaptureLimit = 1003; /* bytes that a captured line may not reach */
-constexpr size_t kLineRoom = 4096;
-
-/* ---- which modem ---- */
-
-struct UsbModem {
-  uint32_t vendor, product;
-  char tty[128];
+/* A command whose answer has a value, one row each. It stands behind the first `before` that
+   follows the mark; 0 stands for any character. */
+struct Question {
+  const char *command, *mark;
+  char before;
 };
 
-const UsbModem kModems[] = {
-    {0x2c7c, 0x0125, "/dev/ttyUSB3"}, {0x2c7c, 0x0306, "/dev/ttyUSB2"},
-    {0x2c7c, 0x030b, "/dev/ttyUSB2"}, {0x05c6, 0x9215, "/dev/ttyUSB3"},
-    {0x12d1, 0x1573, "/dev/ttyUSB2"}, {0x12d1, 0x15c1, "/dev/ttyUSB0"},
-    {0x05c6, 0xf601, "/dev/ttyUSB3"}, {0x1e0e, 0x9001, "/dev/ttyUSB3"},
-    {0x1199, 0x68c0, "/dev/ttyUSB2"}, {0x12d1, 0x1404, "/dev/ttyUSB2"},
-    {0x258d, 0x2000, "/dev/ttyACM0"}, {0x2949, 0x8241, "/dev/ttyUSB2"},
-    {0x2949, 0x8242, "/dev/ttyUSB2"}, {0x2949, 0x8243, "/dev/ttyUSB2"},
-    {0x1c9e, 0x9b05, "/dev/ttyUSB2"}, {0x1c9e, 0x9b3c, "/dev/ttyUSB2"},
-    {0x1c9e, 0x9b07, "/dev/ttyUSB2"}, {0x05c6, 0x5012, "/dev/ttyUSB2"},
-    {0x05c6, 0x5013, "/dev/ttyUSB2"}, {0x1519, 0x0443, "/dev/ttyACM2"},
-    {0x19d2, 0x0532, "/dev/ttyUSB0"}, {0x2cb7, 0x000b, "/dev/ttyACM2"},
-    {0x1199, 0x9071, "/dev/ttyUSB2"}, {0x05c6, 0x1601, "/dev/ttyUSB3"},
-    {0x2020, 0x2063, "/dev/ttyUSB2"}, {0x2020, 0x2040, "/dev/ttyUSB2"},
-    {0x305a, 0x1415, "/dev/ttyUSB1"}, {0x19d2, 0x1476, "/dev/ttyUSB2"},
-    {0x305a, 0x1406, "/dev/ttyUSB2"}, {0x305a, 0x1403, "/dev/ttyUSB2"},
-    {0x2cb7, 0x0a04, "/dev/ttyUSB0"}, {0x2cb7, 0x0a05, "/dev/ttyUSB0"},
-    {0x2cb7, 0x0a06, "/dev/ttyUSB0"}, {0, 0, ""},
-};
-
-/* The ids of the attached modem; 0 what is not known. */
-void AttachedIds(uint32_t *vendor, uint32_t *product) {
-  char line[256] = "", first[256], second[256];
-  *vendor = *product = 0;
-  FILE *file = fopen(kDeviceInfo, "re");
-  if (file == nullptr) return;
-  if (fgets(line, sizeof line, file) == nullptr) *line = '\0';
-  fclose(file);
-  if (sscanf(line, "%255s %255s", first, second) != 2) return;
-  *vendor = static_cast<uint32_t>(strtoul(first, nullptr, 16));
-  *product = static_cast<uint32_t>(strtoul(second, nullptr, 16));
-}
-
-/* ---- shell lines ---- */
-
-/* Lines of this file are longer than cfgSystemCmd takes. A line that does not fit is not run: half
-   a command is worse than none. 0, or -1 (logged): not run. */
-__attribute__((format(printf, 1, 2))) int Run(const char *format, ...) {
-  char line[kLineRoom];
-  va_list args;
-  va_start(args, format);
-  int length = vsnprintf(line, sizeof line, format, args);
-  va_end(args);
-  if (length < 0 || static_cast<size_t>(length) >= sizeof line) {
-    AMS_PRINT(4, "modem command of %d bytes not run, %zu fit: send less\n", length,
-              sizeof line - 1);
-    return -1;
-  }
-  return cfgShell(line);
-}
-
-int ReadWhole(const char *path, char *buffer, size_t size) {
-  int file = open(path, O_RDONLY | O_CLOEXEC);
-  if (file < 0) return -1;
-  ssize_t length = read(file, buffer, size);
-  close(file);
-  return static_cast<int>(length);
-}
-
-/* ---- answers ---- */
+constexpr Question kCentre = {"AT+CSCA?\r", "+CSCA: ", '"'};   /* +CSCA: "+861380",145 */
+constexpr Question kPhonebook = {"AT+CPBS?\r", "+CPBS:", ','}; /* +CPBS: "SM",3,250 */
+constexpr Question kSim = {"AT+CPMS=\\\"SM\\\",\\\"SM\\\",\\\"SM\\\"\r",
+                           "+CPMS:", 0}; /* +CPMS: 3,20,... */
+constexpr Question kMemory = {"AT+CPMS=\\\"ME\\\",\\\"ME\\\",\\\"ME\\\"\r", "+CPMS:", 0};
 
 struct Answer {
   char text[1024];
 };
 
 /* 0 when the answer has "OK" or what it was to begin with, -1 else. */
-int Judge(const Answer &answer, const char *prefix) {
+int Judge(const Answer &answer, const char *mark) {
   if (strstr(answer.text, "ERROR") != nullptr) {
     ModemErrorNumber(answer.text);
     return -1;
   }
   if (strstr(answer.text, "OK") != nullptr) return 0;
-  return prefix != nullptr && strstr(answer.text, prefix) != nullptr ? 0 : -1;
+  return mark != nullptr && strstr(answer.text, mark) != nullptr ? 0 : -1;
 }
 
-int Ask(const char *command, const char *prefix, Answer *answer) {
+int Ask(const char *command, const char *mark, Answer *answer) {
   *answer = {};
   /* No answer at all is judged as an empty one. */
   (void)AtMngrCommand(command, answer->text, sizeof answer->text - 1);
-  return Judge(*answer, prefix);
+  return Judge(*answer, mark);
 }
 
-__attribute__((format(printf, 1, 2))) int AskWith(const char *format, ...) {
-  char command[kCaptureLimit]; /* a longer one is cut here and refused as too long */
+__attribute__((format(printf, 1, 2))) int Tell(const char *format, ...) {
+  char command[MODEM_LINE_LIMIT]; /* a longer one is cut here and refused as too long */
   Answer answer;
   va_list args;
   va_start(args, format);
@@ -127,118 +63,64 @@ __attribute__((format(printf, 1, 2))) int AskWith(const char *format, ...) {
   return Ask(command, nullptr, &answer);
 }
 
-int TwoNumbers(const char *text, int *first, int *second) {
-  return text != nullptr && sscanf(text, "%d,%d", first, second) == 2 ? 0 : -1;
+/* The answer's value; "" when it has none. */
+const char *AskValue(const Question &question, Answer *answer) {
+  if (Ask(question.command, question.mark, answer) != 0) return "";
+  const char *value = strstr(answer->text, question.mark);
+  if (value == nullptr) return "";
+  value += strlen(question.mark);
+  if (question.before != 0) value = strchr(value, question.before);
+  return value == nullptr || *value == '\0' ? "" : value + 1;
+}
+
+int AskFill(const Question &question, int *used, int *total) {
+  Answer answer;
+  return sscanf(AskValue(question, &answer), "%d,%d", used, total) == 2 ? 0 : -1;
 }
 
 }  // namespace
 
-void ModemDevicePath(char (&path)[128]) {
-  uint32_t vendor, product;
-  AttachedIds(&vendor, &product);
-  if (vendor == 0 || product == 0) return;
-  for (const UsbModem &modem : kModems)
-    if (modem.vendor == vendor && modem.product == product) {
-      memcpy(path, modem.tty, sizeof path);
-      return;
-    }
-}
+bool ModemUsesMemory() { return strcmp(shortMsgState.msgStorage, "ME") == 0; }
 
 /* "+CMS ERROR: 302": the number begins at the twelfth byte. A plain "ERROR" has none. */
 void ModemErrorNumber(const char *answer) {
   if (strlen(answer) > 11) (void)sscanf(answer + 11, "%d", &msgResult); /* else as it is */
 }
 
-bool ModemIsNumber(const char *text, bool plus) {
-  if (plus && *text == '+') ++text;
-  return *text != '\0' && text[strspn(text, "0123456789")] == '\0';
-}
+int ModemPduMode() { return Tell("AT+CMGF=0\r"); }
 
-/* ---- query route ---- */
-
-int RunShellCapture(const char *line, char *buffer, int size) {
-  if (line == nullptr || strlen(line) >= kCaptureLimit) {
-    printf("script name too long or zero:%s\n", line == nullptr ? "NULL" : line);
-    return -1;
-  }
-  (void)Run("%s > %s", line, kCaptured); /* what it printed tells more than its status */
-  int file = open(kCaptured, O_RDONLY | O_CLOEXEC);
-  if (file < 0) {
-    printf("%s\n", line);
-    return -1;
-  }
-  int length = buffer == nullptr ? 0 : -1;
-  if (buffer != nullptr && size > 0)
-    length = static_cast<int>(read(file, buffer, static_cast<size_t>(size)));
-  else if (buffer != nullptr)
-    puts("can not read");
-  close(file);
-  (void)unlink(kCaptured); /* it was just there */
-  return length;
-}
-
-/* The second line has two blanks on purpose: they tell it from the first in what a shell has run.
- */
-int AtMngrCommand(const char *command, char *reply, int size) {
-  char line[1024];
-  bool wanted = reply != nullptr && size > 0;
-  int length =
-      snprintf(line, sizeof line, wanted ? "at-mngr %s" : "at-mngr  %s 2>/dev/null", command);
-  if (wanted) return RunShellCapture(line, reply, size);
-  if (length < static_cast<int>(sizeof line)) return Run("%s", line);
-  AMS_PRINT(4, "modem command of %d bytes not run, %zu fit: send less\n", length, sizeof line - 1);
-  return -1;
-}
-
-/* The texts reach at-mngr through a shell: a carriage return stands as it is, inner double quotes
-   are escaped. The character set of messages is quoted whole and has no carriage return, unlike the
-   phonebook's: the tool takes both. */
-int ModemPduMode() { return AskWith("AT+CMGF=0\r"); }
-
-int ModemCharacterSet(const char *name) { return AskWith("'AT+CSCS=\"%s\"'", name); }
+int ModemSelectGsm() { return Tell("'AT+CSCS=\"GSM\"'"); }
 
 int ModemSetServiceCentre(const char *number) {
-  if (!ModemIsNumber(number, true)) {
+  if (!IsNumber(number, true)) {
     AMS_PRINT(4, "service centre refused, give its number: %s\n", number);
     return -1;
   }
-  if (ModemCharacterSet("GSM") != 0) return -1;
-  return AskWith("AT+CSCA=\\\"%s\\\"\r", number);
-}
-
-int ModemServiceCentre(char *number, size_t size) {
-  Answer answer;
-  if (Ask("AT+CSCA?\r", "+CSCA:", &answer) != 0) return -1;
-  const char *text = strstr(answer.text, "+CSCA: "), *quote;
-  if (text == nullptr || (quote = strchr(text, '"')) == nullptr) return -1;
-  size_t length = strcspn(quote + 1, "\"");
-  if (length >= size) return -1;
-  memcpy(number, quote + 1, length);
-  number[length] = '\0';
+  if (ModemSelectGsm() != 0 || Tell("AT+CSCA=\\\"%s\\\"\r", number) != 0) return -1;
+  shortMsgState.SCA[0] = '\0';
   return 0;
 }
 
-int ModemPhonebookFill(int *used, int *total) {
+void ModemReadServiceCentre() {
+  if (shortMsgState.SCA[0] != '\0') return;
   Answer answer;
-  if (Ask("AT+CPBS?\r", "+CPBS:", &answer) != 0) return -1;
-  const char *text = strstr(answer.text, "+CPBS:"); /* +CPBS: "SM",3,250 */
-  const char *comma = text == nullptr ? nullptr : strchr(text, ',');
-  return TwoNumbers(comma == nullptr ? nullptr : comma + 1, used, total);
+  std::string_view number = AskValue(kCentre, &answer);
+  number = number.substr(0, number.find('"'));
+  if (number.size() < sizeof shortMsgState.SCA && IsNumber(number, true))
+    *std::copy(number.begin(), number.end(), shortMsgState.SCA) = '\0';
 }
 
-int ModemStorageFill(const char *storage, int *used, int *total) {
-  Answer answer;
-  bool memory = strcmp(storage, "ME") == 0;
-  const char *command = memory ? "AT+CPMS=\\\"ME\\\",\\\"ME\\\",\\\"ME\\\"\r"
-                               : "AT+CPMS=\\\"SM\\\",\\\"SM\\\",\\\"SM\\\"\r";
-  if (Ask(command, "+CPMS:", &answer) != 0) return -1;
-  const char *text = strstr(answer.text, "+CPMS:"); /* +CPMS: 3,20,... */
-  return TwoNumbers(text == nullptr || strlen(text) < 7 ? nullptr : text + 7, used, total);
+int ModemPhonebookFill() {
+  return AskFill(kPhonebook, &shortMsgState.pbUsed, &shortMsgState.pbTotal);
 }
 
-int ModemSelectPhonebook() { return AskWith("AT+CPBS=\\\"SM\\\"\r"); }
+int ModemSelectStorage() {
+  return AskFill(ModemUsesMemory() ? kMemory : kSim, &shortMsgState.used, &shortMsgState.total);
+}
 
-int ModemPhonebookUcs2() { return AskWith("AT+CSCS=\\\"UCS2\\\"\r"); }
+int ModemSelectPhonebook() { return Tell("AT+CPBS=\\\"SM\\\"\r"); }
+
+int ModemPhonebookUcs2() { return Tell("AT+CSCS=\\\"UCS2\\\"\r"); }
 
 int ModemReadPhonebook(int first, int last, char *answer, size_t size) {
   char command[48];
@@ -250,90 +132,17 @@ int ModemReadPhonebook(int first, int last, char *answer, size_t size) {
   return -1;
 }
 
-int ModemDeleteMessage(int index) { return AskWith("AT+CMGD=%d\r", index); }
+int ModemDeleteMessage(int index) { return Tell("AT+CMGD=%d\r", index); }
 
-int ModemDeletePhonebookEntry(int index) { return AskWith("AT+CPBW=%d\r", index); }
+int ModemDeletePhonebookEntry(int index) { return Tell("AT+CPBW=%d\r", index); }
 
 /* The empty index lets the modem choose the place. */
 int ModemAddPhonebookEntry(const char *number, const char *name) {
-  if (!ModemIsNumber(number, true) || name[strspn(name, "0123456789abcdefABCDEF")] != '\0') {
+  if (!IsNumber(number, true) || !IsHex(name)) {
     AMS_PRINT(4, "phonebook entry refused, give digits and a name as UCS2 hex digits: %s, %s\n",
               number, name);
     return -1;
   }
   if (ModemSelectPhonebook() != 0 || ModemPhonebookUcs2() != 0) return -1;
-  return AskWith("AT+CPBW=,\\\"%s\\\",129,\\\"%s\\\"\r", number, name);
-}
-
-/* ---- interactive route ---- */
-
-namespace {
-
-/* Without a limit on purpose: whoever has the lock is sending, and a message that overtakes it
-   would be lost. A lock that a crashed process left stays until a restart of the gateway. */
-void TakeLock() {
-  while (access(kLock, F_OK) == 0) {
-    puts("shortmsg card is lockd");
-    usleep(500);
-  }
-  (void)Run("echo \"\" > %s", kLock); /* without the file others are not kept out, no more */
-}
-
-}  // namespace
-
-int SHORTMSG_DoCommand(const char *text, int argument) {
-  if (text == nullptr) return -1;
-  TakeLock();
-  /* Statuses are not looked at: the answer tells whether the modem took the message. */
-  (void)Run("echo \"\" > /var/atcmd");
-  (void)Run("echo '%s' > /var/atcmd", text);
-  (void)Run("cat /var/atcmd");
-  if (access(kAnswer, F_OK) == 0) (void)Run("rm  %s", kAnswer);
-  char tty[128] = "", line[kLineRoom];
-  ModemDevicePath(tty);
-  bool own = access(kOwnNanocom, F_OK) == 0;
-  snprintf(line, sizeof line, "%s %s %s %d", own ? kOwnNanocom : "nanocom", tty, "1", argument);
-  (void)Run("%s", line);
-  SMS_TRACE("cmd =%s", line);
-  (void)Run("rm -f %s", kLock);
-  SMS_TRACE("1 ");
-  usleep(50000);
-  return 0;
-}
-
-int SHORTMSG_DoLockedCommand(const char *text) {
-  char tty[128] = "";
-  ModemDevicePath(tty);
-  int file = open(tty, O_RDWR | O_NOCTTY | O_NONBLOCK | O_CLOEXEC);
-  if (file < 0) {
-    SMS_TRACE("open device %s fail", tty);
-    return -1;
-  }
-  /* Not every tty has locks and queues; the command is sent all the same. */
-  if (flock(file, LOCK_EX) == 0) (void)tcflush(file, TCIOFLUSH);
-  int result = SHORTMSG_DoCommand(text, 0);
-  (void)flock(file, LOCK_UN);
-  close(file);
-  return result;
-}
-
-int SHORTMSG_read_file_value(const char *path, char *buffer, size_t size) {
-  if (path == nullptr || buffer == nullptr || *path == '\0' || size == 0) {
-    SMS_TRACE("%s:%d", __func__, __LINE__);
-    return -1;
-  }
-  for (int test = 1; access(path, F_OK) != 0; ++test) {
-    usleep(500000);
-    if (test == 5) return -1;
-  }
-  int length = ReadWhole(path, buffer, size - 1);
-  if (length < 0) return -1;
-  SMS_TRACE("<%d> svalue = \n[ %.*s ]\n", __LINE__, length, buffer);
-  return length;
-}
-
-int SHORTMSG_GetCommandResult(char *buffer, size_t size) {
-  int length = SHORTMSG_read_file_value(kAnswer, buffer, size);
-  SMS_TRACE("nLength=%d", length);
-  return length;
+  return Tell("AT+CPBW=,\\\"%s\\\",129,\\\"%s\\\"\r", number, name);
 }

@@ -1,20 +1,19 @@
-// The inbox and the outbox: a list read from the modem by its script, long messages put together,
-// records for the web page.
+// A list read from the modem by its script, long messages put together, records; see sms_box.h.
+#include "sms_box.h"
+
 #include <unistd.h>
 
-#include <algorithm>
 #include <cstdio>
 #include <cstring>
-#include <string>
-#include <string_view>
-#include <vector>
+#include <utility>
 
 #include "ams_common_api.h"
 #include "ams_config_shell.h"
 #include "modem_at.h"
 #include "op_values.h"
-#include "sms_actions.h"
 #include "sms_list.h"
+
+ShortMsgCounts shortMsgCounts = {};
 
 namespace {
 
@@ -31,15 +30,19 @@ struct Box {
 };
 Box box;
 
-ShortMsgMarks sim_marks, memory_marks;
+using Marks = ShortMsgMark[SHORTMSG_MARKS];
+Marks sim_marks, memory_marks;
 
-ShortMsgMarks &Marks() {
-  return strcmp(shortMsgState.msgStorage, "ME") == 0 ? memory_marks : sim_marks;
+Marks &StorageMarks() { return ModemUsesMemory() ? memory_marks : sim_marks; }
+
+/* The mark of an index; of one that no storage has, a blank one. */
+ShortMsgMark *MarkOf(int index, Marks &marks) {
+  static ShortMsgMark none;
+  none = {};
+  return index >= 0 && index < SHORTMSG_MARKS ? &marks[index] : &none;
 }
 
 /* ---- records ---- */
-
-using Entries = std::vector<const ShortMsgEntry *>;
 
 bool IsReceived(const ShortMsgEntry &entry) {
   return entry.stat == SHORTMSG_UNREAD || entry.stat == SHORTMSG_READ;
@@ -62,12 +65,10 @@ bool Passes(const ShortMsgEntry &entry, int filter) {
 bool IsFirst(const ShortMsgEntry &entry) { return entry.hasUdh == 0 || entry.concatSeq == 1; }
 
 /* The status for the user. */
-int Status(const ShortMsgEntry &entry, bool (&keep_unread)[SHORTMSG_MARKS]) {
-  if (entry.index < 0 || entry.index >= SHORTMSG_MARKS) return entry.stat;
-  bool *keep = &keep_unread[entry.index];
-  if (entry.stat == SHORTMSG_UNREAD) *keep = true;
-  if (!IsReceived(entry)) *keep = false; /* another one */
-  return *keep ? int{SHORTMSG_UNREAD} : entry.stat;
+int Status(const ShortMsgEntry &entry, ShortMsgMark *mark) {
+  if (entry.stat == SHORTMSG_UNREAD) mark->unread = true;
+  if (!IsReceived(entry)) mark->unread = false; /* another one */
+  return mark->unread ? int{SHORTMSG_UNREAD} : entry.stat;
 }
 
 /* A box of its own each: what was received (read or not), what was sent, the drafts. */
@@ -75,56 +76,73 @@ bool InOneBox(const ShortMsgEntry &left, const ShortMsgEntry &right) {
   return left.stat == right.stat || (IsReceived(left) && IsReceived(right));
 }
 
-Entries::iterator FindPart(const ShortMsgEntry &first, int number, Entries *parts) {
-  return std::find_if(parts->begin(), parts->end(), [&](const ShortMsgEntry *part) {
-    return part->concatSeq == number && part->concatTotal == first.concatTotal &&
-           InOneBox(*part, first) &&
-           memcmp(part->concatRef, first.concatRef, sizeof part->concatRef) == 0 &&
-           strcmp(part->number, first.number) == 0;
-  });
+bool IsPart(const ShortMsgEntry &entry, const ShortMsgEntry &first, int number) {
+  return !IsFirst(entry) && entry.concatSeq == number && entry.concatTotal == first.concatTotal &&
+         InOneBox(entry, first) &&
+         memcmp(entry.concatRef, first.concatRef, sizeof entry.concatRef) == 0 &&
+         strcmp(entry.number, first.number) == 0;
 }
 
-/* Takes the further parts of a long message out of `parts` and puts them behind its first one. A
-   part is of one message only: two of one sender may have the same reference, as all that this
-   gateway sends have. */
-void AppendParts(const ShortMsgEntry &first, Entries *parts, std::string *index,
-                 std::string *content) {
+struct Entries {
+  ShortMsgEntry *first;
+  size_t count;
+};
+
+/* Takes the newest of those that are not taken and match; of two with one time, the one that the
+   modem lists first. NULL: there is none. */
+template <typename Matches>
+ShortMsgEntry *TakeNewest(const Entries &entries, Matches matches) {
+  ShortMsgEntry *newest = nullptr;
+  for (ShortMsgEntry *entry = entries.first; entry < entries.first + entries.count; ++entry)
+    if (entry->taken == 0 && matches(*entry) &&
+        (newest == nullptr || strcmp(entry->time, newest->time) > 0))
+      newest = entry;
+  if (newest != nullptr) newest->taken = 1;
+  return newest;
+}
+
+/* Puts the further parts of a long message behind its first one. A part is of one message only: two
+   of one sender may have the same reference, as all that this gateway sends have. */
+void TakeParts(const ShortMsgEntry &first, const Entries &entries, std::string *index,
+               std::string *content) {
   for (int number = 2; first.hasUdh != 0 && number <= first.concatTotal; ++number) {
-    auto part = FindPart(first, number, parts);
-    if (part == parts->end()) continue;
-    *index += "," + std::to_string((*part)->index);
-    *content += (*part)->content;
-    parts->erase(part);
+    const ShortMsgEntry *part = TakeNewest(
+        entries, [&](const ShortMsgEntry &entry) { return IsPart(entry, first, number); });
+    if (part == nullptr) continue;
+    *index += "," + std::to_string(part->index);
+    *content += part->content;
   }
 }
 
 /* Each field is followed by its mark, the last one too. */
 std::string Record(const ShortMsgEntry &entry, const std::string &index, const std::string &content,
-                   ShortMsgMarks *marks) {
-  marks->unlisted.erase(entry.index);
+                   ShortMsgMark *mark) {
+  mark->unlisted = false;
   std::string record;
-  for (const std::string &field : {index, std::to_string(Status(entry, marks->unread)),
+  for (const std::string &field : {index, std::to_string(Status(entry, mark)),
                                    std::string(entry.number), std::string(entry.time), content})
     record += field + "}-{";
   return ShortMsgPrintable(record + "|,|");
 }
 
 /* Parts that no record took would stay in the storage unseen. */
-void LogUnlisted(const Entries &parts, int filter, ShortMsgMarks *marks) {
-  for (const ShortMsgEntry *part : parts)
-    if (Passes(*part, filter) && marks->unlisted.insert(part->index).second)
+void LogUnlisted(const Entries &entries, int filter, Marks &marks) {
+  auto passes = [filter](const ShortMsgEntry &entry) { return Passes(entry, filter); };
+  while (const ShortMsgEntry *part = TakeNewest(entries, passes)) {
+    if (!std::exchange(MarkOf(part->index, marks)->unlisted, true))
       AMS_PRINT(3,
                 "message %d is not listed: its header or reply path makes it part %d of %d, and "
                 "there is no part 1; DelIdx deletes it\n",
                 part->index, part->concatSeq, part->concatTotal);
+  }
 }
 
 /* ---- the modem's list ---- */
 
-void CountStatus(int status) {
-  if (status == SHORTMSG_SENT) ++shortMsgState.sent;
-  if (status == SHORTMSG_UNSENT) ++shortMsgState.unsent;
-  if (status == SHORTMSG_UNREAD || status == SHORTMSG_READ) ++shortMsgState.received;
+void Count(const ShortMsgEntry &entry) {
+  if (entry.stat == SHORTMSG_SENT) ++shortMsgCounts.sent;
+  if (entry.stat == SHORTMSG_UNSENT) ++shortMsgCounts.unsent;
+  if (IsReceived(entry)) ++shortMsgCounts.received;
 }
 
 /* A message of the provider's that asks for another cell. It is carried out and never shown. */
@@ -148,7 +166,7 @@ void Keep(const std::string &lines) {
     AMS_PRINT(3, "listed message passed over, it cannot be read: %.80s\n", lines.c_str());
     return;
   }
-  CountStatus(entry.stat);
+  Count(entry);
   if (IsCellLock(entry))
     LockCell(entry.index);
   else if (box.count < kEntries)
@@ -211,8 +229,7 @@ int ReadEntries(Listing *listing) {
 
 void SelectStorage() {
   if (access(kStorageSelected, F_OK) == 0) return;
-  if (ModemStorageFill(shortMsgState.msgStorage, &shortMsgState.used, &shortMsgState.total) == 0)
-    cfgSystemCmd("echo 1 > %s", kStorageSelected);
+  if (ModemSelectStorage() == 0) cfgSystemCmd("echo 1 > %s", kStorageSelected);
 }
 
 /* Has the script list the messages and opens what it leaves. */
@@ -240,24 +257,18 @@ std::string ShortMsgPrintable(std::string_view text) {
   return printable;
 }
 
-void ShortMsgFormatList(const ShortMsgEntry *entries, size_t count, int filter,
-                        ShortMsgMarks *marks, char *text, size_t size) {
-  Entries order, parts;
-  for (size_t i = 0; i < count; ++i) order.push_back(&entries[i]);
-  std::stable_sort(order.begin(), order.end(), [](const ShortMsgEntry *a, const ShortMsgEntry *b) {
-    return strcmp(a->time, b->time) > 0;
-  });
-  for (const ShortMsgEntry *entry : order)
-    if (!IsFirst(*entry)) parts.push_back(entry);
+void ShortMsgFormatList(ShortMsgEntry *list, size_t count, int filter, Marks &marks, char *text,
+                        size_t size) {
+  const Entries entries = {list, count};
   size_t length = 0;
   bool full = false;
   *text = '\0';
-  for (const ShortMsgEntry *entry : order) {
-    if (!IsFirst(*entry)) continue;
+  while (const ShortMsgEntry *entry = TakeNewest(entries, IsFirst)) {
     std::string index = std::to_string(entry->index), content = entry->content;
-    AppendParts(*entry, &parts, &index, &content); /* listed or not, they are its own */
+    TakeParts(*entry, entries, &index, &content); /* listed or not, they are its own */
     if (!Passes(*entry, filter)) continue;
-    std::string record = Record(*entry, index, content, marks); /* marks it in a full list, too */
+    /* Marks it in a full list, too. */
+    std::string record = Record(*entry, index, content, MarkOf(entry->index, marks));
     if (full) continue;
     full = length + record.size() >= size;
     if (full) {
@@ -267,20 +278,16 @@ void ShortMsgFormatList(const ShortMsgEntry *entries, size_t count, int filter,
     memcpy(text + length, record.c_str(), record.size() + 1);
     length += record.size();
   }
-  LogUnlisted(parts, filter, marks);
+  LogUnlisted(entries, filter, marks);
 }
 
-void ShortMsgForget(int index) {
-  ShortMsgMarks &marks = Marks();
-  if (index >= 0 && index < SHORTMSG_MARKS) marks.unread[index] = false;
-  marks.unlisted.erase(index);
-}
+void ShortMsgForget(int index) { *MarkOf(index, StorageMarks()) = {}; }
 
 int SHORTMSG_SMS_Get(int filter, char *text, size_t size) {
-  shortMsgState.received = shortMsgState.sent = shortMsgState.unsent = 0;
+  shortMsgCounts = {};
   shortMsgDecoded = {};
   SelectStorage();
-  ShortMsgReadServiceCentre();
+  ModemReadServiceCentre();
   Listing listing;
   AskForList(filter, &listing);
   if (listing.file == nullptr) return -1;
@@ -288,6 +295,6 @@ int SHORTMSG_SMS_Get(int filter, char *text, size_t size) {
   int result = ReadEntries(&listing);
   fclose(listing.file);
   (void)unlink(kListed); /* it was just there */
-  if (result == 0) ShortMsgFormatList(box.entries, box.count, filter, &Marks(), text, size);
+  if (result == 0) ShortMsgFormatList(box.entries, box.count, filter, StorageMarks(), text, size);
   return result;
 }

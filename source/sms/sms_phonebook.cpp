@@ -1,12 +1,12 @@
-// The SIM's phonebook: entries are added and deleted by actions; the listing is for callers with a
-// stream of their own.
+// The SIM's phonebook; see sms_phonebook.h.
+#include "sms_phonebook.h"
+
 #include <time.h>
 
 #include <cstring>
 #include <string>
 
 #include "modem_at.h"
-#include "sms_actions.h"
 
 namespace {
 
@@ -51,14 +51,10 @@ void NoteListing() {
 
 int KnowTotal() {
   if (shortMsgState.pbTotal > 0) return 0;
-  return ModemPhonebookFill(&shortMsgState.pbUsed, &shortMsgState.pbTotal);
+  return ModemPhonebookFill();
 }
 
 }  // namespace
-
-int ShortMsgPhonebookAdd(const char *number, const char *name) {
-  return ModemAddPhonebookEntry(number, name);
-}
 
 int ShortMsgPhonebookDelete(int index) {
   if (KnowTotal() != 0 || index < 1 || index > shortMsgState.pbTotal) return -1;

@@ -1,5 +1,7 @@
-// Sending and storing short messages: who is dialled, how a text becomes the modem's commands, and
-// whether the modem took them.
+// Who is dialled, how a text becomes the modem's commands, and whether the modem took them; see
+// sms_send.h.
+#include "sms_send.h"
+
 #include <unistd.h>
 
 #include <cstring>
@@ -7,7 +9,7 @@
 
 #include "ams_common_api.h"
 #include "modem_at.h"
-#include "sms_actions.h"
+#include "modem_route.h"
 #include "sms_parts.h"
 #include "sms_trace.h"
 
@@ -74,7 +76,7 @@ int SendOrStore(const char *number, const char *text, const char *country, int s
     AMS_PRINT(4, "message of %zu bytes takes more than 255 parts: send less\n", strlen(text));
     return -1;
   }
-  ShortMsgReadServiceCentre();
+  ModemReadServiceCentre();
   snprintf(record.SCA, sizeof record.SCA, "%.20s", Behind(shortMsgState.SCA, '+'));
   if (ModemPduMode() != 0 || ShortMsgDial(number, country, record.TPA) != 0) return -1;
   return count == 1 ? HandOne(&parts, &record, status) : HandMany(&parts, &record, status);
@@ -90,18 +92,10 @@ int ShortMsgDial(const char *number, const char *country, char (&digits)[SHORTMS
     local = Behind(Behind(number, '+'), '0');
   if (*country == '+' || *country == '0') ++country;
   int length = snprintf(digits, sizeof digits, "%s%s", country, local);
-  if (length < static_cast<int>(sizeof digits) && ModemIsNumber(digits, false)) return 0;
+  if (length < static_cast<int>(sizeof digits) && IsNumber(digits, false)) return 0;
   AMS_PRINT(4, "number %s%s cannot be dialled: it has to be 1 to %zu digits\n", country, local,
             sizeof digits - 1);
   return -1;
-}
-
-void ShortMsgReadServiceCentre() {
-  if (shortMsgState.SCA[0] != '\0') return;
-  if (ModemServiceCentre(shortMsgState.SCA, sizeof shortMsgState.SCA) == 0 &&
-      ModemIsNumber(shortMsgState.SCA, true))
-    return;
-  shortMsgState.SCA[0] = '\0';
 }
 
 int SHORTMSG_SendMessage(const char *number, const char *text, const char *country) {

@@ -1,4 +1,6 @@
-// USSD: a command to the network, its answer as a menu that expires.
+// USSD commands and menus; see sms_ussd.h.
+#include "sms_ussd.h"
+
 #include <sys/sysinfo.h>
 #include <unistd.h>
 
@@ -11,7 +13,10 @@
 #include "ams_common_api.h"
 #include "ams_config_api.h"
 #include "ams_config_shell.h"
-#include "sms_actions.h"
+#include "sms_box.h"
+#include "sms_text.h"
+
+long shortMsgUssdTime = 0;
 
 namespace {
 
@@ -105,8 +110,8 @@ bool HasRunResult() {
 }
 
 void ExpireMenu() {
-  if (access(kMenu, F_OK) != 0 || shortMsgState.ussdTime == 0) return;
-  if (UpTime() - shortMsgState.ussdTime < kMenuLife) return;
+  if (access(kMenu, F_OK) != 0 || shortMsgUssdTime == 0) return;
+  if (UpTime() - shortMsgUssdTime < kMenuLife) return;
   (void)unlink(kMenu); /* either may be missing */
   (void)unlink(kRunResult);
 }
@@ -144,7 +149,7 @@ void UssdSend(const char *command) {
     return;
   }
   WriteText(kMenu, MenuOf(answer));
-  shortMsgState.ussdTime = UpTime();
+  shortMsgUssdTime = UpTime();
 }
 
 int UssdReport() {

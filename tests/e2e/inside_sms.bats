@@ -36,15 +36,10 @@ short() { sed 's/|,|/\n/g' | sed -n 's/^[^}]*}-{[0-9]*}-{\([^}]*\)}-{[^}]*}-{\(.
 }
 
 @test "several recipients, long texts, other alphabets" {
-  send "$OWN;10010" 'To both'
-  expect 0 "['+10010', '+$OWN']" state 'sorted(m["to"] for m in s["sent"])'
-  long=$(printf 'x%.0s' {1..161})
-  cfgcmd sset $SMS.MsgSend.MsgContent "$long"
-  cfgcmd set $SMS.MsgSend.MsgTo $OWN
-  expect 0 4 state 'len(s["sent"])'
-  [ "$(inbox | short | grep -cx "$OWN $long")" -eq 1 ]
-  send $OWN 'Grüße, 你好'
-  [ "$(inbox | short | grep -cx "$OWN Grüße, 你好")" -eq 1 ]
+  long=$(printf 'ü你%.0s' {1..40})
+  send "$OWN;10010" "$long"
+  expect 0 "['+10010', '+10010', '+$OWN', '+$OWN']" state 'sorted(m["to"] for m in s["sent"])'
+  expect 0 "$OWN $long" short <<<"$(inbox)"
 }
 
 @test "what others send is escaped and put together" {
@@ -52,8 +47,6 @@ short() { sed 's/|,|/\n/g' | sed -n 's/^[^}]*}-{[0-9]*}-{\([^}]*\)}-{[^}]*}-{\(.
   expect 0 '27838890001 &#60;b&#62;&quot;5 &#38; 6&quot; 100&#37;&#60;/b&#62;' short <<<"$(inbox)"
   modemctl receive --from PROVIDER --text "$(printf 'long %.0s' {1..60})"
   [ "$(inbox | short | grep -c "^PROVIDER $(printf 'long %.0s' {1..59})long")" -eq 1 ]
-  modemctl receive --pdu 07917283010010F5040BC87238880900F10000993092516195800AE8329BFD4697D9EC37
-  [ "$(inbox | short | grep -cx '27838890001 hellohello')" -eq 1 ]
   # An ordinary text of class 2, whose octets hold control characters, hides nothing.
   modemctl receive --pdu 0004038109F700129930925161958003410342
   [ "$(inbox | short | grep -cx $'907 A\uFFFDB')" -eq 1 ]
@@ -73,8 +66,6 @@ short() { sed 's/|,|/\n/g' | sed -n 's/^[^}]*}-{[0-9]*}-{\([^}]*\)}-{[^}]*}-{\(.
   expect 0 "['10086']" state '[e["number"] for e in s["phonebook"]["entries"]]'
   action 9 1
   expect 0 '[]' state 's["phonebook"]["entries"]'
-  refused 1 'refused set' action 9 251
-  expect 0 403 cfgcmd get $SMS.MsgResult
   action 14 +8613800100500
   expect 0 +8613800100500 state 's["centre"]'
   action 8 $OWN 'A draft'
@@ -93,11 +84,9 @@ short() { sed 's/|,|/\n/g' | sed -n 's/^[^}]*}-{[0-9]*}-{\([^}]*\)}-{[^}]*}-{\(.
   modemctl behave refuse 38 --only +CMGS
   refused 1 . send 10010 'Refused'
   expect 0 400 cfgcmd get $SMS.MsgResult
-  modemctl behave refuse 322 --only +CMGW
-  refused 1 . send 10010 'Full'
-  expect 0 401 cfgcmd get $SMS.MsgResult
   modemctl behave garbage
   refused 1 . send 10010 'Garbage'
+  expect 0 401 cfgcmd get $SMS.MsgResult
   modemctl behave normal
   modemctl behave vanish
   refused 1 . send 10010 'Gone'
@@ -106,6 +95,4 @@ short() { sed 's/|,|/\n/g' | sed -n 's/^[^}]*}-{[0-9]*}-{\([^}]*\)}-{[^}]*}-{\(.
   modemctl behave return
   send 10010 'Back'
   expect 0 0 cfgcmd get $SMS.MsgResult
-  [ ! -e /var/atcmd_lock ]
-  [ ! -e /var/atTmpResult ]
 }

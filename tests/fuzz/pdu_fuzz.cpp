@@ -104,12 +104,12 @@ void SplitText(const uint8_t *data, size_t size) {
     if (parts.dcs == SHORTMSG_DCS_7BIT) CheckSeptets(record.TP_UD, total > 1 ? 152 : 160);
     if (digits)
       length += static_cast<size_t>(
-          HexToBytes(record.TP_UD, joined.get() + length, room - length, strlen(record.TP_UD)));
+          HexToBytes(record.TP_UD, {joined.get() + length, room - length}, strlen(record.TP_UD)));
   }
   Check(given == total, "there are more or fewer parts than were told");
   Check(parts.at == parts.end, "the parts are not all of the text");
   if (!digits) return;
-  Check(length == static_cast<size_t>(Utf8ToUcs2(text.get(), units.get(), room, size)) &&
+  Check(length == static_cast<size_t>(Utf8ToUcs2(text.get(), {units.get(), room}, size)) &&
             memcmp(units.get(), joined.get(), length) == 0,
         "the parts are another text");
 }

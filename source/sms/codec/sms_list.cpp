@@ -45,17 +45,17 @@ const char *PduOf(const char *text) {
 
 }  // namespace
 
-void ShortMsgEscape(const char *text, char *escaped, size_t size) {
+void ShortMsgEscape(const char *text, Span<char> escaped) {
   size_t length = 0;
-  for (; size > 0 && *text != '\0'; ++text) {
+  for (; escaped.size > 0 && *text != '\0'; ++text) {
     const char *piece = Piece(*text);
     size_t n = piece == nullptr ? 1 : strlen(piece);
-    if (length + n >= size) break;
-    memcpy(escaped + length, piece == nullptr ? text : piece, n);
+    if (length + n >= escaped.size) break;
+    memcpy(escaped.at + length, piece == nullptr ? text : piece, n);
     length += n;
     if (IsLineEndPair(text)) ++text;
   }
-  if (size > 0) escaped[length] = '\0';
+  if (escaped.size > 0) escaped.at[length] = '\0';
 }
 
 int ShortMsgParseEntry(const char *text, ShortMsgEntry *entry) {

@@ -13,9 +13,4 @@ int ShortMsgParseEntry(const char *text, ShortMsgEntry *entry);
 
 /* Escapes `text` for a web page: quotes, "\", "<", ">", "%" and "&" as entities, a line end as
    "<br>". Cut behind the last whole piece that fits, terminated. */
-void ShortMsgEscape(const char *text, char *escaped, size_t size);
-
-template <size_t N>
-void ShortMsgEscape(const char *text, char (&escaped)[N]) {
-  ShortMsgEscape(text, escaped, N);
-}
+void ShortMsgEscape(const char *text, Span<char> escaped);

@@ -30,8 +30,10 @@ static_assert(
         SHORTMSG_PDU_SIZE,
     "every record fits");
 
+Span<char> Left(const PduText &to) { return {to.at, static_cast<size_t>(to.end - to.at)}; }
+
 void PutOctets(PduText *to, const uint8_t *octets, size_t n) {
-  to->at += BytesToHex(octets, to->at, static_cast<size_t>(to->end - to->at), n);
+  to->at += BytesToHex(octets, Left(*to), n);
 }
 
 void PutOctet(PduText *to, size_t octet) {
@@ -40,7 +42,7 @@ void PutOctet(PduText *to, size_t octet) {
 }
 
 void PutText(PduText *to, const char *text, size_t n) {
-  n = std::min(n, static_cast<size_t>(to->end - to->at) - 1);
+  n = std::min(n, Left(*to).size - 1);
   memcpy(to->at, text, n);
   to->at[n] = '\0';
   to->at += n;
@@ -50,7 +52,7 @@ void PutText(PduText *to, const char *text, size_t n) {
 void PutNumber(PduText *to, size_t length_octet, const char *digits, size_t n) {
   PutOctet(to, length_octet);
   PutOctet(to, kInternational);
-  to->at += InvertNumbers(digits, to->at, static_cast<size_t>(to->end - to->at), n);
+  to->at += InvertNumbers(digits, Left(*to), n);
 }
 
 void Put7bit(PduText *to, const char *text, size_t length, const ShortMsgHeader *header) {
@@ -117,13 +119,12 @@ uint8_t OctetAt(const Octets &from, size_t at) {
 
 /* Digits of semi-octets in reading order, without the "F" that fills up the last octet. */
 void PutDigits(const Octets &from, char (&text)[SHORTMSG_NUMBER_SIZE]) {
-  size_t n = std::min(Left(from), kNumberMax / 2), length = 2 * n;
-  for (size_t at = 0; at < n; ++at) {
-    uint8_t swapped = static_cast<uint8_t>(from.at[at] << 4 | from.at[at] >> 4);
-    BytesToHex(&swapped, text + 2 * at, 3, 1);
-  }
-  if (length > 0 && text[length - 1] == 'F') --length;
-  text[length] = '\0';
+  uint8_t swapped[kNumberMax / 2];
+  size_t n = std::min(Left(from), sizeof swapped);
+  for (size_t at = 0; at < n; ++at)
+    swapped[at] = static_cast<uint8_t>(from.at[at] << 4 | from.at[at] >> 4);
+  int length = BytesToHex(swapped, text, n);
+  if (length > 0 && text[length - 1] == 'F') text[length - 1] = '\0';
 }
 
 /* The sender's type of address would tell a name from a number, but is not asked, on purpose: any
@@ -154,26 +155,31 @@ void TakeHeader(const Octets &data, const char *pdu_text, uint8_t dcs, ShortMsgE
   entry->concatSeq = OctetAt(data, 4 + ref);
 }
 
+void ClearBehind(int length, char (&text)[SHORTMSG_TEXT_SIZE]) {
+  memset(text + length, 0, sizeof text - static_cast<size_t>(length));
+}
+
 /* 7-bit: the header's septets stay in TP_UD, whose length and places are counted with them. */
 int Text7bit(const Octets &data, size_t skip, ShortMsgParam *record,
              char (&text)[SHORTMSG_TEXT_SIZE], size_t udl) {
-  int septets;
-  Decode7bitFrom(data.at, record->TP_UD, sizeof record->TP_UD, Left(data), udl, 0, &septets);
-  memcpy(text, record->TP_UD, sizeof text);
-  if (skip > 0) {
-    memset(text, 0, sizeof text);
-    Decode7bitFrom(data.at, text, sizeof text, Left(data), udl, skip, &septets);
-  }
+  int septets, length = Decode7bit(data.at, record->TP_UD, Left(data), udl, 0, &septets);
+  ClearBehind(length, record->TP_UD);
+  if (skip > 0)
+    length = Decode7bit(data.at, text, Left(data), udl, skip);
+  else
+    memcpy(text, record->TP_UD, static_cast<size_t>(length));
+  ClearBehind(length, text);
   return septets;
 }
 
 /* UCS2 and 8-bit: `data` is the text alone. */
 int TextOctets(const Octets &data, ShortMsgParam *record, char (&text)[SHORTMSG_TEXT_SIZE]) {
-  int length = static_cast<int>(Left(data));
+  int length = static_cast<int>(Left(data)); /* at most 255: it is an octet in the PDU */
   if (record->TP_DCS == SHORTMSG_DCS_UCS2)
     length = Ucs2ToUtf8(data.at, record->TP_UD, Left(data));
   else
-    memcpy(record->TP_UD, data.at, Left(data)); /* at most 255: the length is an octet */
+    memcpy(record->TP_UD, data.at, Left(data));
+  ClearBehind(length, record->TP_UD);
   memcpy(text, record->TP_UD, sizeof text);
   return length;
 }
@@ -184,7 +190,6 @@ int Decode(const char *pdu, ShortMsgParam *record, ShortMsgEntry *entry,
   uint8_t octets[kOctetsMax];
   Octets from = {octets, octets + HexRunToBytes(pdu, octets)};
   bool received = record->stat == SHORTMSG_UNREAD || record->stat == SHORTMSG_READ;
-  memset(record->TP_UD, 0, sizeof record->TP_UD);
   memset(entry->concatRef, 0, sizeof entry->concatRef);
   entry->concatTotal = entry->concatSeq = 0;
 
@@ -248,7 +253,7 @@ int PduDecode(const char *pdu, ShortMsgParam *record, ShortMsgEntry *entry,
 
 int PduTpduLength(const char *pdu, int length) {
   uint8_t centre = 0;
-  HexToBytes(pdu, &centre, 1, length < 2 ? 0 : 2);
+  HexToBytes(pdu, {&centre, 1}, length < 2 ? 0 : 2);
   return length / 2 - (centre + 1);
 }
 

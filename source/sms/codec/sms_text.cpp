@@ -1,8 +1,6 @@
 // Character work of short messages; see sms_text.h.
 #include "sms_text.h"
 
-#include <endian.h>
-
 #include <algorithm>
 #include <array>
 #include <cstdio>
@@ -24,9 +22,21 @@ constexpr std::array<int8_t, 256> MakeHexValues() {
 }
 constexpr auto kHexValues = MakeHexValues();
 
-/* ---- GSM alphabet: tables made from GsmAsciiMap ---- */
+/* ---- GSM alphabet ---- */
 
-constexpr size_t kDefaultPairs = 3; /* the pairs of GsmAsciiMap without an escape */
+/* Septets and the ASCII characters that they stand for, where the two differ. Only these are
+   mapped, in both directions; every other character passes unchanged. That is on purpose: the
+   positions where the alphabet is ASCII are trusted, its national letters and the euro sign are not
+   translated. */
+constexpr struct {
+  uint8_t gsm;
+  char ascii;
+} GsmAsciiMap[] = {
+    {0x00, '@'},  {0x02, '$'}, {0x11, '_'}, {0x14, '^'}, {0x28, '{'}, {0x29, '}'},
+    {0x2F, '\\'}, {0x3C, '['}, {0x3D, '~'}, {0x3E, ']'}, {0x40, '|'},
+};
+constexpr size_t kDefaultPairs = 3; /* of the default alphabet; the others follow an escape */
+constexpr uint8_t kGsmEscape = 0x1B;
 constexpr uint16_t kEscaped = 0x100;
 
 /* By character: its septet, and kEscaped when an escape comes first. */
@@ -71,123 +81,79 @@ inline void Pack(Packer *to, uint8_t septet) {
   to->shift = (to->shift + 1) & 7;
 }
 
-constexpr size_t kNone = SIZE_MAX;
-
 struct Unpacked {
-  char *text;
-  size_t room, length; /* room without the NUL */
-  size_t escape;       /* where the escape is that waits for its code, or kNone */
+  char *at, *end; /* end: of the room, without the NUL */
+  char *escape;   /* that waits for its code, or NULL */
 };
 
 inline void Append(Unpacked *to, char character) {
-  if (to->length < to->room) to->text[to->length++] = character;
+  if (to->at < to->end) *to->at++ = character;
 }
 
 /* The codes of "@", "$" and "_" leave an open escape open, on purpose: it has no meaning for them,
    and the code that follows is taken for its own. */
 inline void Map(Unpacked *to, uint8_t code) {
   if (code == kGsmEscape) {
-    to->escape = to->length < to->room ? to->length : kNone;
+    to->escape = to->at < to->end ? to->at : nullptr;
     Append(to, static_cast<char>(code));
-  } else if (to->escape != kNone && code != 0x00 && code != 0x02 && code != 0x11) {
-    to->text[to->escape] = kEscapedText[code];
-    to->escape = kNone;
+  } else if (to->escape != nullptr && code != 0x00 && code != 0x02 && code != 0x11) {
+    *to->escape = kEscapedText[code];
+    to->escape = nullptr;
   } else {
     Append(to, kPlainText[code]);
   }
-}
-
-/* ---- eight septets at a time, which is what most of a text is ---- */
-
-/* The septets in the first seven of eight bytes, one in each byte, the first in the lowest. */
-uint64_t SpreadSeptets(const uint8_t *bytes) {
-  uint64_t bits;
-  memcpy(&bits, bytes, sizeof bits);
-  bits = le64toh(bits);
-  bits = (bits & 0x0FFFFFFF) | (bits & 0x00FFFFFFF0000000) << 4;
-  bits = (bits & 0x00003FFF00003FFF) | (bits & 0x0FFFC0000FFFC000) << 2;
-  return (bits & 0x007F007F007F007F) | (bits & 0x3F803F803F803F80) << 1;
-}
-
-/* Whether one of the eight bytes, all below 0x80, is `code`. */
-bool HasCode(uint64_t septets, uint8_t code) {
-  constexpr uint64_t kOnes = 0x0101010101010101;
-  uint64_t zeros = septets ^ kOnes * code;
-  return ((zeros - kOnes) & kOnes << 7) != 0;
-}
-
-/* Writes the seven bytes of eight characters. false, nothing written, when one needs an escape or
-   is no septet. */
-bool PackGroup(const char *text, uint8_t *bytes) {
-  uint64_t bits = 0;
-  unsigned all = 0;
-  for (int at = 0; at < 8; ++at) {
-    unsigned septet = kSeptets[static_cast<uint8_t>(text[at])];
-    all |= septet;
-    bits |= uint64_t{septet} << (8 * at);
-  }
-  if (all > 0x7F) return false;
-  bits = (bits & 0x007F007F007F007F) | (bits & 0x7F007F007F007F00) >> 1;
-  bits = (bits & 0x00003FFF00003FFF) | (bits & 0x3FFF00003FFF0000) >> 2;
-  bits = htole64((bits & 0x0FFFFFFF) | (bits & 0x0FFFFFFF00000000) >> 4);
-  memcpy(bytes, &bits, 7);
-  return true;
-}
-
-/* Writes the characters of a group. false, nothing written, when one is an escape. */
-bool MapGroup(const uint8_t *bytes, char *text) {
-  uint64_t septets = SpreadSeptets(bytes);
-  if (HasCode(septets, kGsmEscape)) return false;
-  bool plain = !HasCode(septets, 0x00) && !HasCode(septets, 0x02) && !HasCode(septets, 0x11);
-  septets = htole64(septets);
-  memcpy(text, &septets, sizeof septets);
-  for (int at = 0; at < 8 && !plain; ++at) text[at] = kPlainText[static_cast<uint8_t>(text[at])];
-  return true;
 }
 
 }  // namespace
 
 int HexValue(char digit) { return kHexValues[static_cast<uint8_t>(digit)]; }
 
-int BytesToHex(const uint8_t *bytes, char *text, size_t size, size_t n) {
-  if (size == 0) return 0;
-  n = std::min(n, (size - 1) / 2);
+bool IsHex(std::string_view text) {
+  return std::all_of(text.begin(), text.end(), [](char digit) { return HexValue(digit) >= 0; });
+}
+
+int BytesToHex(const uint8_t *bytes, Span<char> text, size_t n) {
+  if (text.size == 0) return 0;
+  n = std::min(n, (text.size - 1) / 2);
   for (size_t at = 0; at < n; ++at) {
-    text[2 * at] = kDigits[bytes[at] >> 4];
-    text[2 * at + 1] = kDigits[bytes[at] & 0x0F];
+    text.at[2 * at] = kDigits[bytes[at] >> 4];
+    text.at[2 * at + 1] = kDigits[bytes[at] & 0x0F];
   }
-  text[2 * n] = '\0';
+  text.at[2 * n] = '\0';
   return static_cast<int>(2 * n);
 }
 
-int HexToBytes(const char *text, uint8_t *bytes, size_t size, size_t n) {
-  size_t count = std::min(n / 2, size);
+int HexToBytes(const char *text, Span<uint8_t> bytes, size_t n) {
+  size_t count = std::min(n / 2, bytes.size);
   for (size_t at = 0; at < count; ++at)
-    bytes[at] = static_cast<uint8_t>(std::max(HexValue(text[2 * at]), 0) << 4 |
-                                     std::max(HexValue(text[2 * at + 1]), 0));
+    bytes.at[at] = static_cast<uint8_t>(std::max(HexValue(text[2 * at]), 0) << 4 |
+                                        std::max(HexValue(text[2 * at + 1]), 0));
   return static_cast<int>(count);
 }
 
-int HexRunToBytes(const char *text, uint8_t *bytes, size_t size) {
-  size_t count = 0;
-  for (; count < size; ++count, text += 2) {
-    int high = HexValue(text[0]);
-    if (high < 0) break;
-    int low = HexValue(text[1]);
-    if (low < 0) break;
-    bytes[count] = static_cast<uint8_t>(high << 4 | low);
+int HexRunToBytes(const char *text, Span<uint8_t> bytes) {
+  size_t most = strnlen(text, 2 * bytes.size) / 2, count = 0;
+  for (; count < most; ++count, text += 2) {
+    int value = HexValue(text[0]) * 16 | HexValue(text[1]);
+    if (value < 0) break; /* one of them is no digit */
+    bytes.at[count] = static_cast<uint8_t>(value);
   }
   return static_cast<int>(count);
 }
 
-int InvertNumbers(const char *digits, char *text, size_t size, size_t n) {
-  if (size == 0) return 0;
-  size_t length = std::min((n + 1) / 2 * 2, (size - 1) / 2 * 2);
+bool IsNumber(std::string_view text, bool plus) {
+  if (plus && !text.empty() && text[0] == '+') text.remove_prefix(1);
+  return !text.empty() && text.find_first_not_of("0123456789") == text.npos;
+}
+
+int InvertNumbers(const char *digits, Span<char> text, size_t n) {
+  if (text.size == 0) return 0;
+  size_t length = std::min((n + 1) / 2 * 2, (text.size - 1) / 2 * 2);
   for (size_t at = 0; at < length; at += 2) {
-    text[at] = at + 1 < n ? digits[at + 1] : 'F';
-    text[at + 1] = digits[at];
+    text.at[at] = at + 1 < n ? digits[at + 1] : 'F';
+    text.at[at + 1] = digits[at];
   }
-  text[length] = '\0';
+  text.at[length] = '\0';
   return static_cast<int>(length);
 }
 
@@ -195,15 +161,10 @@ int GsmSeptets(char character) {
   return (kSeptets[static_cast<uint8_t>(character)] & kEscaped) != 0 ? 2 : 1;
 }
 
-int Encode7bit(const char *text, uint8_t *bytes, size_t size, size_t n, int *escapes) {
-  Packer packer = {bytes, size, 0, 0, 0};
+int Encode7bit(const char *text, Span<uint8_t> bytes, size_t n, int *escapes) {
+  Packer packer = {bytes.at, bytes.size, 0, 0, 0};
   int added = 0;
   for (size_t at = 0; at < n; ++at) {
-    while (packer.shift == 0 && n - at > 8 && size - packer.length >= 7 &&
-           PackGroup(text + at, bytes + packer.length)) {
-      at += 8;
-      packer.length += 7;
-    }
     uint16_t septet = kSeptets[static_cast<uint8_t>(text[at])];
     if ((septet & kEscaped) != 0) {
       Pack(&packer, kGsmEscape);
@@ -215,41 +176,29 @@ int Encode7bit(const char *text, uint8_t *bytes, size_t size, size_t n, int *esc
   return static_cast<int>(packer.length);
 }
 
-int Decode7bitFrom(const uint8_t *bytes, char *text, size_t size, size_t n, size_t max, size_t skip,
-                   int *septets) {
+int Decode7bit(const uint8_t *bytes, Span<char> text, size_t n, size_t max, size_t skip,
+               int *septets) {
   size_t count = 0;
-  unsigned k = 0, left = 0;
-  Unpacked to = {text, size == 0 ? 0 : size - 1, 0, kNone};
-  for (size_t at = 0; at < n; ++at) {
-    /* Most groups are whole, not the last, and have no escape: eight septets at once. */
-    while (k == 0 && n - at > 7 && count >= skip && count + 8 < max && to.escape == kNone &&
-           to.room - to.length >= 8 && MapGroup(bytes + at, text + to.length)) {
-      at += 7;
-      count += 8;
-      to.length += 8;
+  Unpacked to = {text.at, text.at + text.size - (text.size == 0 ? 0 : 1), nullptr};
+  for (size_t at = 0; at < n; at += 7) {
+    const uint8_t *group = bytes + at;
+    size_t whole = std::min(n - at, size_t{7});
+    unsigned left = 0;
+    for (size_t k = 0; k < whole; ++k) {
+      if (count++ >= skip) Map(&to, static_cast<uint8_t>((left | unsigned{group[k]} << k) & 0x7F));
+      left = group[k] >> (7 - k);
     }
-    unsigned byte = bytes[at];
-    if (count++ >= skip) Map(&to, (left | byte << k) & 0x7F);
-    left = byte >> (7 - k);
-    if (++k < 7) continue;
-    if (count < max && count++ >= skip) {
-      /* A last septet of zeros is taken for fill bits, so that they never read as "@". A real "@"
-         in that place is lost, on purpose: nothing in the PDU tells the two apart. */
-      if (left == 0 && byte == 0 && count == max)
-        Append(&to, '\0');
-      else
-        Map(&to, static_cast<uint8_t>(left));
-    }
-    k = left = 0;
+    if (whole < 7 || count >= max || count++ < skip) continue;
+    /* A last septet of zeros is taken for fill bits, so that they never read as "@". A real "@" in
+       that place is lost, on purpose: nothing in the PDU tells the two apart. */
+    if (group[6] == 0 && count == max)
+      Append(&to, '\0');
+    else
+      Map(&to, static_cast<uint8_t>(left));
   }
-  if (size > 0) text[to.length] = '\0';
-  *septets = static_cast<int>(count);
-  return static_cast<int>(to.length);
-}
-
-int Decode7bit(const uint8_t *bytes, char *text, size_t size, size_t n, size_t max) {
-  int septets;
-  return Decode7bitFrom(bytes, text, size, n, max, 0, &septets);
+  if (text.size > 0) *to.at = '\0';
+  if (septets != nullptr) *septets = static_cast<int>(count);
+  return static_cast<int>(to.at - text.at);
 }
 
 int Utf8ToUcs2Char(const char *utf8, uint8_t *unit) {
@@ -292,12 +241,12 @@ uint16_t Utf8Next(const char **at, const char *end) {
   return kReplacement;
 }
 
-int Utf8ToUcs2(const char *text, uint8_t *bytes, size_t size, size_t n) {
+int Utf8ToUcs2(const char *text, Span<uint8_t> bytes, size_t n) {
   size_t length = 0;
-  for (const char *at = text, *end = text + n; at < end && length + 2 <= size;) {
+  for (const char *at = text, *end = text + n; at < end && length + 2 <= bytes.size;) {
     uint16_t unit = Utf8Next(&at, end);
-    bytes[length++] = static_cast<uint8_t>(unit >> 8);
-    bytes[length++] = static_cast<uint8_t>(unit);
+    bytes.at[length++] = static_cast<uint8_t>(unit >> 8);
+    bytes.at[length++] = static_cast<uint8_t>(unit);
   }
   return static_cast<int>(length);
 }
@@ -318,18 +267,18 @@ int Ucs2ToUtf8Char(uint16_t unit, char *utf8) {
   return 3;
 }
 
-int Ucs2ToUtf8(const uint8_t *bytes, char *text, size_t size, size_t n) {
-  if (size == 0) return 0;
+int Ucs2ToUtf8(const uint8_t *bytes, Span<char> text, size_t n) {
+  if (text.size == 0) return 0;
   size_t length = 0;
   for (size_t at = 0; at + 1 < n; at += 2) {
     char utf8[3];
     auto count = static_cast<size_t>(
         Ucs2ToUtf8Char(static_cast<uint16_t>(bytes[at] << 8 | bytes[at + 1]), utf8));
-    if (length + count >= size) break;
-    memcpy(text + length, utf8, count);
+    if (length + count >= text.size) break;
+    memcpy(text.at + length, utf8, count);
     length += count;
   }
-  text[length] = '\0';
+  text.at[length] = '\0';
   return static_cast<int>(length);
 }
 
@@ -340,11 +289,11 @@ int TextDcs(const char *text, size_t n) {
   return 0;
 }
 
-int FormatScts(const char *digits, char *text, size_t size) {
-  if (size < 20) return -1;
+int FormatScts(const char *digits, Span<char> text) {
+  if (text.size < 20) return -1;
   char pairs[6][3] = {};
   for (size_t at = 0; at < 12 && digits[at] != '\0'; ++at) pairs[at / 2][at % 2] = digits[at];
-  snprintf(text, size, "20%s-%s-%s %s:%s:%s", pairs[0], pairs[1], pairs[2], pairs[3], pairs[4],
-           pairs[5]);
+  snprintf(text.at, text.size, "20%s-%s-%s %s:%s:%s", pairs[0], pairs[1], pairs[2], pairs[3],
+           pairs[4], pairs[5]);
   return 0;
 }

@@ -6,21 +6,6 @@
 
 namespace {
 
-/* The lines of the interactive route. */
-Lines Interactive(const std::string &text, bool answer_before = false) {
-  Lines lines = {"echo \"\" > /var/atcmd_lock", "echo \"\" > /var/atcmd",
-                 "echo '" + text + "' > /var/atcmd", "cat /var/atcmd"};
-  if (answer_before) lines.push_back("rm  /var/atresult_1");
-  lines.push_back("nanocom /dev/ttyUSB3 1 0");
-  lines.push_back("rm -f /var/atcmd_lock");
-  return lines;
-}
-
-Lines operator+(Lines left, const Lines &right) {
-  left.insert(left.end(), right.begin(), right.end());
-  return left;
-}
-
 /* ---- actions ---- */
 
 struct ActionCase {
@@ -41,6 +26,8 @@ const ActionCase kActions[] = {
     {"delete empty pieces", "2", ",,", "", {}, 200, {}},
     {"an index that is none", "3", "1;reboot", "", {}, 403, {}},
     {"select only", "4", "", "", {}, 200, {kGsm}},
+    {"send to nobody", "6", "", "Hi", {}, 400, {kGsm, kReadCentre, kPduMode}},
+    {"store a draft to nobody", "8", "", "Hi", {}, 401, {kGsm, kReadCentre, kPduMode}},
     {"nothing", "12", "", "", {}, 200, {}},
     {"no such action", "15", "", "", {}, 200, {}},
     {"junk is no action", "oops", "1", "", {}, 200, {}},
@@ -66,18 +53,34 @@ TEST_F(ShortMsg, Actions) {
   }
 }
 
-TEST_F(ShortMsg, ErrorNumbersAreTheModems) {
-  answers_ = {{"CPBS", "+CME ERROR: 14\r\n"}};
-  int used = 0, total = 0;
-  EXPECT_EQ(ModemPhonebookFill(&used, &total), -1);
-  EXPECT_EQ(msgResult, 14);
-  answers_ = {{"CPBS", "ERROR\r\n"}, {"CPMS", "nonsense"}};
-  EXPECT_EQ(ModemPhonebookFill(&used, &total), -1);
-  EXPECT_EQ(ModemStorageFill("ME", &used, &total), -1);
-  EXPECT_EQ(msgResult, 14) << "no number, no change";
-  answers_ = {{"CPMS", "+CPMS: 7,40,7,40,7,40\r\nOK\r\n"}};
-  EXPECT_EQ(ModemStorageFill("anything", &used, &total), 0);
-  EXPECT_EQ(used * 1000 + total, 7040);
+/* What the modem says is read for its numbers; without any they stay. */
+TEST_F(ShortMsg, AnswersAreReadForTheirNumbers) {
+  const struct {
+    int (*ask)();
+    const char *answer;
+    std::vector<int> numbers; /* result, the modem's error, used, total */
+  } cases[] = {
+      {ModemPhonebookFill, "+CME ERROR: 14\r\n", {-1, 14, 0, 0}},
+      {ModemPhonebookFill, "ERROR\r\n", {-1, 14, 0, 0}},
+      {ModemPhonebookFill, "OK\r\n", {-1, 14, 0, 0}},
+      {ModemPhonebookFill, "+CPBS: \"SM\",3,250\r\n", {0, 14, 3, 250}},
+      {ModemSelectStorage, "nonsense", {-1, 14, 3, 250}},
+      {ModemSelectStorage, "+CPMS:", {-1, 14, 3, 250}},
+      {ModemSelectStorage, "+CPMS: 7,40,7,40,7,40\r\nOK\r\n", {0, 14, 10, 290}},
+  };
+  const ShortMsgState &state = shortMsgState;
+  for (const auto &one : cases) {
+    answers_ = {{"at-mngr", one.answer}};
+    int result = one.ask();
+    EXPECT_EQ(std::vector<int>(
+                  {result, msgResult, state.used + state.pbUsed, state.total + state.pbTotal}),
+              one.numbers)
+        << one.answer;
+  }
+  TakeCommands();
+  snprintf(shortMsgState.msgStorage, sizeof shortMsgState.msgStorage, "ME");
+  EXPECT_EQ(ModemSelectStorage(), 0);
+  EXPECT_EQ(TakeCommands(), Lines{AT("AT+CPMS=\\\"ME\\\",\\\"ME\\\",\\\"ME\\\"\r")});
 }
 
 TEST_F(ShortMsg, RequestsAreReadLeafByLeaf) {
@@ -99,9 +102,11 @@ TEST_F(ShortMsg, RequestsAreReadLeafByLeaf) {
     EXPECT_EQ(Set(one.value), one.result) << one.what;
     EXPECT_EQ(TakeCommands(), one.lines) << one.what;
   }
-  SetLeaf(SHORT_MSG ".ActionArgument", std::string(300, '1'));
-  EXPECT_EQ(Set("ActionCode=3"), -1) << "a list that would be cut";
-  EXPECT_EQ(TakeCommands(), Lines{});
+  for (size_t digits : {254, 255}) { /* a list that would be cut */
+    SetLeaf(SHORT_MSG ".ActionArgument", std::string(digits, '1'));
+    EXPECT_EQ(Set("ActionCode=3"), digits == 254 ? 0 : -1);
+    EXPECT_EQ(TakeCommands().size(), digits == 254 ? 1U : 0U);
+  }
 }
 
 /* ---- numbers ---- */
@@ -122,30 +127,31 @@ TEST_F(ShortMsg, Dials) {
   };
   for (const auto &one : cases) {
     char digits[SHORTMSG_NUMBER_SIZE] = "";
-    bool refused = *one.digits == '\0';
-    EXPECT_EQ(ShortMsgDial(one.number, one.country, digits), refused ? -1 : 0) << one.number;
-    EXPECT_STREQ(refused ? "" : digits, one.digits) << one.number;
+    int result = ShortMsgDial(one.number, one.country, digits);
+    EXPECT_STREQ(result == 0 ? digits : "", one.digits) << one.number;
   }
 }
 
+std::string TtyOf(const std::string &devinfo) {
+  char path[128] = "";
+  WriteText("/var/tmp/devinfo", devinfo);
+  ModemDevicePath(path);
+  return path;
+}
+
 TEST_F(ShortMsg, ModemByItsIds) {
-  const std::pair<const char *, const char *> cases[] = {
-      {"2c7c 0125\n", "/dev/ttyUSB3"},
-      {"2CB7\t0a06", "/dev/ttyUSB0"},
-      {"0x1519 0x0443\n", "/dev/ttyACM2"},
-      {"0125 2c7c\n", ""},
-      {"2c7c\n", ""},
-      {"0 0\n", ""},
-      {"2c7c 0126\n", ""},
-      {"", ""},
-      {"\n2c7c 0125\n", ""},
-  };
-  for (const auto &[devinfo, tty] : cases) {
-    char path[128] = "";
-    WriteText("/var/tmp/devinfo", devinfo);
-    ModemDevicePath(path);
-    EXPECT_STREQ(path, tty) << devinfo;
+  std::ifstream stream(TEST_DATA "/modems.txt");
+  std::string vendor, product, tty;
+  int modems = 0;
+  std::getline(stream, tty); /* what the file is */
+  for (; stream >> vendor >> product >> tty; ++modems) {
+    EXPECT_EQ(TtyOf(vendor + " " + product + "\n"), tty) << vendor << product;
+    EXPECT_EQ(TtyOf("0x" + vendor + "\t0x" + product), tty) << vendor << product;
+    EXPECT_EQ(TtyOf(product + " " + vendor), "") << vendor << product;
   }
+  EXPECT_EQ(modems, 33);
+  for (const char *devinfo : {"2c7c\n", "0 0\n", "2c7c 0126\n", "", "\n2c7c 0125\n"})
+    EXPECT_EQ(TtyOf(devinfo), "") << devinfo;
 }
 
 /* ---- sending ---- */
@@ -164,13 +170,18 @@ int Send() {
 }
 
 TEST_F(ShortMsg, StoresThenSends) {
+  const std::string pdu = std::string(kHi) + "\x1a\r";
+  Lines lines = {kSimStorage, kGsm};
+  for (const char *command : {"AT+CMGW=17,3", "AT+CMGS=17"})
+    for (const std::string &line :
+         Lines({kReadCentre, kPduMode, "echo \"\" > /var/atcmd_lock", "echo \"\" > /var/atcmd",
+                "echo '" + (command + ("\r|" + pdu)) + "' > /var/atcmd", "cat /var/atcmd",
+                "rm  /var/atresult_1", "nanocom /dev/ttyUSB3 1 0", "rm -f /var/atcmd_lock"}))
+      lines.push_back(line);
+  lines.erase(lines.begin() + 8); /* before the first there is no answer to remove */
   AskToSend("13800138000", "Hi");
   EXPECT_EQ(Send(), 0);
-  std::string pdu = std::string(kHi) + "\x1a\r";
-  EXPECT_EQ(TakeCommands(), Lines({kSimStorage, kGsm, kReadCentre, kPduMode}) +
-                                Interactive("AT+CMGW=17,3\r|" + pdu) +
-                                Lines({kReadCentre, kPduMode}) +
-                                Interactive("AT+CMGS=17\r|" + pdu, true));
+  EXPECT_EQ(TakeCommands(), lines);
   EXPECT_EQ(Leaf(SHORT_MSG ".MsgResult"), "0");
 }
 
@@ -189,53 +200,31 @@ TEST_F(ShortMsg, EachRecipientGetsOne) {
   EXPECT_EQ(centres, 1) << "it is read once";
 }
 
-/* All of a text is stored before the first part of it is sent; 160 septets are one part. */
-TEST_F(ShortMsg, LongTextsGoInParts) {
+TEST_F(ShortMsg, FailuresHaveCodesAndBlockNothing) {
   const struct {
-    std::string text;
-    Lines parts;
+    const char *what, *answer;
+    size_t text;
+    int tried; /* parts */
   } cases[] = {
-      {std::string(155, 'a') + "[[[", {"AT+CMGW=", "AT+CMGW=", "AT+CMGS=", "AT+CMGS="}},
-      {std::string(80, '['), {"AT+CMGW=", "AT+CMGS="}},
+      {"CMGF", "ERROR", 2, 0},   {"nanocom", "+CMS ERROR: 322\r\n", 2, 1},
+      {"nanocom", "%$&/", 2, 1}, {"nanocom", "ERROR", 161, 2},
+      {"nanocom", "", 161, 1},
   };
   for (const auto &one : cases) {
-    AskToSend("10010", one.text);
-    EXPECT_EQ(Send(), 0) << one.text;
-    Lines parts;
-    for (const std::string &line : TakeCommands())
-      if (line.find("echo 'AT+CMG") == 0) parts.push_back(line.substr(6, 8));
-    EXPECT_EQ(parts, one.parts) << one.text;
-  }
-}
-
-TEST_F(ShortMsg, FailuresHaveCodesAndBlockNothing) {
-  const std::pair<const char *, const char *> failures[] = {
-      {"CMGF", "ERROR"},
-      {"nanocom", "+CMS ERROR: 322\r\n"},
-      {"nanocom", "%$&/"},
-      {"nanocom", ""},
-  };
-  for (const auto &failure : failures) {
     SetUp();
-    answers_ = {failure};
-    AskToSend("10010", "Hi");
-    EXPECT_EQ(Send(), -1) << failure.second;
-    EXPECT_EQ(Leaf(SHORT_MSG ".MsgResult"), "401") << failure.second;
-    EXPECT_FALSE(fs::exists("/var/atTmpResult")) << failure.second;
-    answers_.clear();
-    EXPECT_EQ(Send(), 0) << "after: " << failure.second;
+    answers_ = {{one.what, one.answer}};
+    AskToSend("10010", std::string(one.text, 'a'));
+    EXPECT_EQ(Send(), -1) << one.answer;
+    EXPECT_EQ(Leaf(SHORT_MSG ".MsgResult"), "401") << one.answer;
+    Lines lines = TakeCommands();
+    EXPECT_EQ(std::count(lines.begin(), lines.end(), "nanocom /dev/ttyUSB3 1 0"), one.tried);
+    EXPECT_FALSE(fs::exists("/var/atTmpResult") || fs::exists("/var/atcmd_lock")) << one.answer;
   }
-  answers_ = {{"nanocom", ""}};
-  TakeCommands();
-  AskToSend("10010", std::string(400, 'a'));
-  EXPECT_EQ(Send(), -1) << "the modem is gone in the middle of a long text";
-  Lines lines = TakeCommands();
-  EXPECT_EQ(std::count(lines.begin(), lines.end(), "nanocom /dev/ttyUSB3 1 0"), 1);
   fs::remove("/dev/ttyUSB3");
   EXPECT_EQ(Send(), -1) << "the modem is gone";
 }
 
-TEST_F(ShortMsg, AnswersAreBounded) {
+TEST_F(ShortMsg, RoutesAreBounded) {
   char text[64] = "";
   EXPECT_EQ(SHORTMSG_read_file_value(nullptr, text, sizeof text), -1);
   EXPECT_EQ(SHORTMSG_DoCommand(nullptr, 0), -1);
@@ -243,18 +232,110 @@ TEST_F(ShortMsg, AnswersAreBounded) {
   EXPECT_EQ(SHORTMSG_GetCommandResult(text, sizeof text), 63);
   fs::remove("/var/atresult_1");
   EXPECT_EQ(SHORTMSG_GetCommandResult(text, sizeof text), -1) << "none comes";
-}
-
-TEST_F(ShortMsg, CapturedLinesAreBounded) {
-  char reply[8] = "";
-  EXPECT_EQ(RunShellCapture(std::string(1003, 'x').c_str(), reply, 7), -1);
-  EXPECT_EQ(RunShellCapture(nullptr, reply, 7), -1);
-  EXPECT_EQ(RunShellCapture("ls", reply, 0), -1);
+  EXPECT_EQ(RunShellCapture(std::string(1003, 'x').c_str(), text, 7), -1);
+  EXPECT_EQ(RunShellCapture("ls", text, 0), -1);
   EXPECT_EQ(RunShellCapture("ls", nullptr, 0), 0);
-  EXPECT_EQ(RunShellCapture("ls", reply, 2), 2) << "no more than there is room for";
+  EXPECT_EQ(RunShellCapture("ls", text, 2), 2) << "no more than there is room for";
   EXPECT_EQ(TakeCommands(), Lines(3, "ls > /var/atTmpResult"));
+  WriteText("/var/nanocom", "");
+  EXPECT_EQ(SHORTMSG_DoCommand(std::string(4096, 'x').c_str(), 7), 0);
+  EXPECT_EQ(TakeCommands(),
+            Lines({"echo \"\" > /var/atcmd_lock", "echo \"\" > /var/atcmd", "cat /var/atcmd",
+                   "/var/nanocom /dev/ttyUSB3 1 7", "rm -f /var/atcmd_lock"}));
   (void)AtMngrCommand("AT\r", nullptr, 0); /* no shell ran, so no status */
   EXPECT_EQ(TakeCommands(), Lines{"at-mngr  AT\r 2>/dev/null"});
+}
+
+/* ---- what is printed ---- */
+
+void Add(const char *name, const char *path) {
+  RunOp(kCapabInfoFuncTable, name, TMF_ADD, path, "x=1");
+}
+
+struct LogCase {
+  int level;
+  void (*work)();
+  const char *text;
+};
+
+#define LOGGED(path) ": op: 4, path: " path ", value: x=1  @P:source/sms_func,L:"
+#define LONG(n)      std::string(n, 'a').c_str()
+
+const LogCase kLogs[] = {
+    {2, [] { Add("FuncServShortMsg", "A"); }, "FuncHandleShortMsg" LOGGED("A")},
+    {2, [] { Add("FuncServShortMsgSend", "B"); }, "FuncHandleShortMsgSend" LOGGED("B")},
+    {2, [] { Add("FuncServShortMsgUssdSend", "C"); }, "FuncServShortMsgUssdSend" LOGGED("C")},
+    {4, [] { Set("ActionCode=oops"); }, "action \"oops\" refused"},
+    {4, [] { ModemSetServiceCentre("x"); }, "service centre refused, give its number: x"},
+    {4, [] { ModemAddPhonebookEntry("1", "x"); }, "phonebook entry refused"},
+    {4, [] { SHORTMSG_SendMessage("1", "a", LONG(20)); }, "number aaaaaaaaaaaaaaaaaaaa1 cannot"},
+    {4, [] { SHORTMSG_SendMessage("1", LONG(36976), ""); }, "message of 36976 bytes takes more"},
+    {4, [] { AtMngrCommand(LONG(1100), nullptr, 0); }, "modem command of 1121 bytes not run"},
+};
+
+TEST_F(ShortMsg, LogsHaveTheirLevels) {
+  for (const LogCase &one : kLogs)
+    for (int level : {one.level, one.level + 1}) {
+      const std::string log = LogOf(level, one.work);
+      EXPECT_EQ(log.find(one.text) != log.npos, level == one.level) << one.text << ": " << log;
+    }
+}
+
+/* The numbers of lines are nobody's business. */
+std::string WithoutLines(const std::string &text) {
+  std::string rest;
+  for (size_t at = 0, digits; at < text.size(); at += std::max(digits, size_t{1})) {
+    digits = strspn(text.c_str() + at, "0123456789");
+    bool line = digits > 1 && strchr(">:-", text[at + digits]) != nullptr;
+    rest += line ? "#" : text.substr(at, std::max(digits, size_t{1}));
+  }
+  return rest;
+}
+
+void PrintAll() {
+  char list[8];
+  ShortMsgParam record = {};
+  ShortMsgEntry entry = {};
+  RunShellCapture(nullptr, nullptr, 0);
+  RunShellCapture("ls", list, 0);
+  SHORTMSG_SMS_Get(7, list, sizeof list);
+  SHORTMSG_SendMessage("1", "a[b", "");
+  SHORTMSG_SendMessage("1", "\u00e9", "");
+  SHORTMSG_saveMessage("x", "a", "", 3);
+  SHORTMSG_DecodePdu("03917283040BC87238880900F10000993092516195800161", &record, &entry);
+  WriteText("/var/tmp/devinfo", "");
+  SHORTMSG_DoLockedCommand("x");
+}
+
+/* Traces go to standard output and a file, and only while their switch is there. */
+TEST_F(ShortMsg, PrintsAndTraces) {
+  const std::string printed =
+      "script name too long or zero:NULL\ncan not read\n"
+      "Fun:SHORTMSG_SMS_Get cmd: /usr/syscfg/sms_getmsg.sh 7 &\n"
+      "SHORTMSG_EncodePdu,827,nSrcLength=3\n";
+  const std::string sent =
+      "----SHORTMSG_DoCommand, #----   cmd =nanocom /dev/ttyUSB3 1 0"
+      "----SHORTMSG_DoCommand, #----   1 "
+      "----SHORTMSG_read_file_value, #----   <#> svalue = \n[ OK\r\n ]\n"
+      "----SHORTMSG_GetCommandResult, #----   nLength=4";
+  const std::string traced =
+      sent + sent +
+      "----SHORTMSG_saveMessage, #----   ===>SHORTMSG_saveMessage() stat is 3\n"
+      "----SHORTMSG_saveMessage, #----   <===SHORTMSG_saveMessage() ret is -1\n"
+      "----SHORTMSG_DecodePdu, #----   pDst->SCA=[2738]\n"
+      "----SHORTMSG_DecodePdu, #----   SHORTMSG_DecodePdu-#:nDstLength=1, ucUDL=1\na, 0\n\n"
+      "----SHORTMSG_DoLockedCommand, #----   open device  fail";
+  OnDelay([] {});
+  for (const std::string &log : {std::string(), traced}) {
+    SetUp();
+    if (!log.empty()) WriteText("/var/sms_debug", "");
+    testing::internal::CaptureStdout();
+    PrintAll();
+    const std::string out = WithoutLines(testing::internal::GetCapturedStdout());
+    EXPECT_EQ(WithoutLines(ReadText("/var/sms_log")), log);
+    EXPECT_EQ(out.size(), printed.size() + log.size()) << out;
+    EXPECT_TRUE(!log.empty() || out == printed) << out;
+  }
 }
 
 }  // namespace

@@ -1,4 +1,4 @@
-// What the tests of short messages share: a small data model and the modem behind the shell.
+// What the tests of short messages share: the gateway's data model and the modem behind the shell.
 #pragma once
 
 #include <filesystem>
@@ -7,9 +7,14 @@
 
 #include "capabinfo_thread.h"
 #include "modem_at.h"
+#include "modem_route.h"
 #include "services_func.h"
 #include "sms_actions.h"
+#include "sms_box.h"
 #include "sms_func.h"
+#include "sms_phonebook.h"
+#include "sms_send.h"
+#include "sms_ussd.h"
 #include "support.h"
 
 using Lines = std::vector<std::string>;
@@ -17,38 +22,30 @@ namespace fs = std::filesystem;
 
 #define SHORT_MSG "InternetGatewayDevice.Services.X_KVO_ShortMsg"
 
-inline constexpr char kModel[] = R"(<InternetGatewayDevice type="object">
-  <Services type="object"><X_KVO_ShortMsg type="object" op="FuncServShortMsg">
-    <MsgInbox type="string" writable="0"/><MsgOutbox type="string" writable="0"/>
-    <DelIdx type="string"/><ActionCode type="string"/><ActionArgument type="string"/>
-    <ActionContent type="string"/><MsgResult type="string" writable="0"/>
-    <MsgSend type="object" op="FuncServShortMsgSend"><MsgCountryCode type="string"/>
-      <MsgTo type="string"/><MsgContent type="string"/></MsgSend>
-    <USSD type="object" op="FuncServShortMsgUssdSend"><Command type="string"/>
-      <Menu type="string" writable="0"/></USSD></X_KVO_ShortMsg></Services>
-  <WANDevice type="array"><Template><WANDongleInterfaceConfig type="object">
-    <X_KVO-CellLock type="string"/></WANDongleInterfaceConfig></Template>
-    <Instance id="3"/></WANDevice>
-</InternetGatewayDevice>)";
-
 inline void WriteText(const std::string &path, const std::string &text) {
   fs::create_directories(fs::path(path).parent_path());
   std::ofstream(path, std::ios::binary | std::ios::trunc) << text;
 }
 
+inline std::string ReadText(const std::string &path) {
+  std::ifstream stream(path, std::ios::binary);
+  return std::string(std::istreambuf_iterator<char>(stream), {});
+}
+
 /* Stands for the modem: answers by the first key that a line holds. */
 class ShortMsg : public StoreTest {
  protected:
-  std::string DataModel() const override { return kModel; }
+  std::string DataModel() const override { return ReadText("/etc/tr098_data_model.xml"); }
 
   void SetUp() override {
     StoreTest::SetUp();
     for (const char *file :
          {"/var/atcmd_lock", "/var/atresult_1", "/var/atTmpResult", "/var/tmp/runCPMSFlag",
-          "/var/atresult_msg", "/var/tmpUssdRunResult", "/var/tmpUssdSelectMenu",
-          "/var/tmp/urc_ussd_file", "/var/nanocom", "/dev/ttyUSB3"})
+          "/var/atresult_msg", "/var/tmpUssdRunResult", "/var/tmpUssdSelectMenu", "/var/nanocom",
+          "/var/tmp/urc_ussd_file", "/var/sms_debug", "/var/sms_log", "/dev/ttyUSB3"})
       fs::remove(file);
     shortMsgState = {};
+    shortMsgUssdTime = 0;
     msgResult = 0;
     answers_.clear();
     WriteText("/var/tmp/devinfo", "2c7c 0125\n");

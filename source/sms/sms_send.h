@@ -1,0 +1,15 @@
+// Sending and storing short messages on the modem.
+//
+// On the thread of "sysmgr:capabinfo"; each waits for the modem. 0, or -1. Texts are UTF-8 and stay
+// the caller's.
+#pragma once
+
+#include "sms_pdu.h"
+
+/* Sends or stores `text`, in as many messages as it takes. `status`: SHORTMSG_UNSENT or _SENT. */
+int SHORTMSG_SendMessage(const char *number, const char *text, const char *country);
+int SHORTMSG_saveMessage(const char *number, const char *text, const char *country, int status);
+
+/* The digits that are dialled for `number` from a country with the code `country`. -1 (logged): it
+   is longer than a PDU takes. */
+int ShortMsgDial(const char *number, const char *country, char (&digits)[SHORTMSG_NUMBER_SIZE]);
