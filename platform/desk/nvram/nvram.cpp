@@ -12,6 +12,7 @@
 #include <string>
 #include <string_view>
 
+#include "ams_print.h"
 #include "flash.h"
 #include "lmdb_env.h"
 #include "nvram_desk.h"
@@ -32,7 +33,7 @@ LmdbEnv gWork;  // under gOpening until open; for the life of the process
 bool IsFull(int rc) { return rc == ENOSPC || rc == EIO || rc == MDB_MAP_FULL; }
 
 int Failed(const char *what, const char *where, int rc) {
-  NVRAM_LOG("nvram: %s %s failed: %s%s\n", what, where, mdb_strerror(rc),
+  AMS_PRINT(4, "nvram: %s %s failed: %s%s\n", what, where, mdb_strerror(rc),
             IsFull(rc) ? "; make room there" : "");
   return -1;
 }
@@ -116,11 +117,11 @@ int LoadOnce() {
 int RemoveDamaged() {
   const std::string user = LmdbUser(kWorkPlace);
   if (user.empty()) {
-    NVRAM_LOG("nvram: %s is damaged; loading it anew from flash\n", kWorkPlace.folder);
+    AMS_PRINT(4, "nvram: %s is damaged; loading it anew from flash\n", kWorkPlace.folder);
     LmdbRemove(kWorkPlace);
     return 0;
   }
-  NVRAM_LOG("nvram: %s is damaged, and %s\n", kWorkPlace.folder, user.c_str());
+  AMS_PRINT(4, "nvram: %s is damaged, and %s\n", kWorkPlace.folder, user.c_str());
   return -1;
 }
 
@@ -150,7 +151,7 @@ int Attach() {
 
 int CheckArea(int type) {
   if (type == NVTYPE_STAGING || type == NVTYPE_BASIC) return Attach();
-  NVRAM_LOG("nvram: area %d is neither 1 nor 2\n", type);
+  AMS_PRINT(4, "nvram: area %d is neither 1 nor 2\n", type);
   return -1;
 }
 
@@ -162,7 +163,7 @@ std::string Bounded(const char *text, size_t most) {
 
 int CheckKey(const std::string &key) {
   if (!key.empty() && key.size() <= kNvramKeyMax && key.find('\0') == key.npos) return 0;
-  NVRAM_LOG("nvram: a key has 1 to %zu bytes: \"%.64s\"\n", kNvramKeyMax, key.c_str());
+  AMS_PRINT(4, "nvram: a key has 1 to %zu bytes: \"%.64s\"\n", kNvramKeyMax, key.c_str());
   return -1;
 }
 
@@ -171,8 +172,8 @@ int CheckChange(const NvramChange &change) {
   if (!change.value) return 0;
   if (change.value->size() <= kNvramValueMax && change.value->find('\0') == std::string::npos)
     return 0;
-  NVRAM_LOG("nvram: the value of \"%s\" is missing or longer than %zu bytes\n", change.key.c_str(),
-            kNvramValueMax);
+  AMS_PRINT(4, "nvram: the value of \"%s\" is missing or longer than %zu bytes\n",
+            change.key.c_str(), kNvramValueMax);
   return -1;
 }
 
@@ -188,7 +189,8 @@ int WithRoom(Attempt attempt) {
   int rc = attempt();
   if (!IsFull(rc)) return rc;
   for (pid_t ended; (ended = LmdbEndStopped(gWork)) != 0;)
-    NVRAM_LOG("nvram: process %d stood still inside a read and kept all old pages: ended\n", ended);
+    AMS_PRINT(4, "nvram: process %d stood still inside a read and kept all old pages: ended\n",
+              ended);
   return attempt();
 }
 

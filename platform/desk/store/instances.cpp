@@ -2,6 +2,7 @@
 #include <algorithm>
 #include <cstdio>
 
+#include "ams_print.h"
 #include "ams_store.h"
 #include "tree.h"
 
@@ -32,7 +33,7 @@ int MakeRow(MDB_txn *txn, const Key &instance, const Key &from, const Record &ro
   if (KeyAppend(&made->key, from.bytes + from.last, from.length - from.last) != 0 ||
       KeyToPath(made->key.bytes, made->key.length, path) >= AMS_PATH_SIZE) {
     (void)KeyToPath(instance.bytes, top, path); /* for the text */
-    STORE_LOG("store: no room for %s: a path has at most %d bytes\n", path, AMS_PATH_SIZE - 1);
+    AMS_PRINT(4, "store: no room for %s: a path has at most %d bytes\n", path, AMS_PATH_SIZE - 1);
     return -1;
   }
   made->head = row.head;
@@ -110,12 +111,12 @@ int AddNext(MDB_txn *txn, const char *path, char *url) {
   Record record;
   if (path == nullptr || KeyOfPath(path, KEY_NODE, &array) != KEY_OK ||
       TreeFind(txn, array, &record) != 0 || record.head.kind != KIND_ARRAY) {
-    STORE_LOG("store: nothing added: %.255s is no array\n", path == nullptr ? "" : path);
+    AMS_PRINT(4, "store: nothing added: %.255s is no array\n", path == nullptr ? "" : path);
     return -1;
   }
   uint32_t highest = RecordCounts(record).highest;
   if (highest == UINT32_MAX) {
-    STORE_LOG("store: nothing added: %s has used up its numbers\n", path);
+    AMS_PRINT(4, "store: nothing added: %s has used up its numbers\n", path);
     return -1;
   }
   if (TreeMayGrow(txn) != 0 || TreeAddInstance(txn, array, highest + 1) != 0) return -1;
@@ -132,7 +133,7 @@ int DeleteOne(MDB_txn *txn, const char *instance) {
   uint32_t number;
   Record record;
   if (FindInstance(txn, instance, &array, &number) != 0) {
-    STORE_LOG("store: nothing deleted: %.255s is no instance\n",
+    AMS_PRINT(4, "store: nothing deleted: %.255s is no instance\n",
               instance == nullptr ? "" : instance);
     return -1;
   }
@@ -168,7 +169,7 @@ int TreeAddInstance(MDB_txn *txn, const Key &array, uint32_t number) {
   if (rows.empty()) {
     char path[KEY_MAX + 1];
     (void)KeyToPath(array.bytes, array.length, path); /* for the text */
-    STORE_LOG("store: nothing added: %s has no Template\n", path);
+    AMS_PRINT(4, "store: nothing added: %s has no Template\n", path);
     return -1;
   }
   for (const NewRow &row : rows)
@@ -194,7 +195,7 @@ int TreeDeleteInstance(MDB_txn *txn, const Key &array, uint32_t number) {
 int ams_add_obj(struct AmsTree *root, const char *array, char url[AMS_PATH_SIZE]) {
   char added[AMS_PATH_SIZE];
   if (root == nullptr || url == nullptr) {
-    STORE_LOG("store: an add needs a tree and a buffer\n");
+    AMS_PRINT(4, "store: an add needs a tree and a buffer\n");
     return -1;
   }
   url[0] = '\0';
@@ -205,7 +206,7 @@ int ams_add_obj(struct AmsTree *root, const char *array, char url[AMS_PATH_SIZE]
 
 int ams_del_obj(struct AmsTree *root, const char *instance) {
   if (root == nullptr) {
-    STORE_LOG("store: a delete needs a tree\n");
+    AMS_PRINT(4, "store: a delete needs a tree\n");
     return -1;
   }
   return TreeWrite([=](MDB_txn *txn) { return DeleteOne(txn, instance); });

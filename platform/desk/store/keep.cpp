@@ -9,6 +9,7 @@
 #include <cstdlib>
 #include <memory>
 
+#include "ams_print.h"
 #include "nvram.h"
 #include "nvram_desk.h"
 #include "tree.h"
@@ -82,7 +83,7 @@ int KeepApply() {
   if (changes == nullptr || changes->empty()) return 0;
   int result = nvram_desk_apply(NVTYPE_STAGING, *changes);
   if (result != 0)
-    STORE_LOG("store: %s%s not changed: it cannot be kept\n", changes->front().key.c_str(),
+    AMS_PRINT(4, "store: %s%s not changed: it cannot be kept\n", changes->front().key.c_str(),
               changes->size() > 1 ? " and others" : "");
   changes->clear();
   return result;

@@ -8,6 +8,7 @@
 #include <cerrno>
 #include <cstdio>
 
+#include "ams_print.h"
 #include "ams_store.h"
 #include "tree.h"
 
@@ -92,7 +93,7 @@ struct AmsTree *ams_mxmlLoadFile(void *, FILE *file, void *) {
   Loader loader = {};
   std::string text;
   if (file == nullptr) {
-    STORE_LOG("store: no data-model file to load\n");
+    AMS_PRINT(4, "store: no data-model file to load\n");
     return nullptr;
   }
   int rc = ReadWhole(file, &text);

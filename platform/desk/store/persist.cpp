@@ -2,6 +2,7 @@
 #include <algorithm>
 #include <cstdlib>
 
+#include "ams_print.h"
 #include "ams_store.h"
 #include "nvram.h"
 #include "store_desk.h"
@@ -21,7 +22,7 @@ int Collect(const char *key, const char *value, void *context) {
 }
 
 void PassOver(const Kept &entry, const char *reason) {
-  STORE_LOG("store: kept parameter %s passed over: %s\n", entry.key.c_str(), reason);
+  AMS_PRINT(4, "store: kept parameter %s passed over: %s\n", entry.key.c_str(), reason);
 }
 
 /* Reads "9", the highest number ever used, or "1,3,7/9", with the instances before it. -1 when it
@@ -163,7 +164,7 @@ bool IsRowsKey(const Kept &entry) { return !entry.key.empty() && entry.key.back(
 int update_from_nvram(struct AmsTree *root, int area) {
   std::vector<Kept> entries;
   if (root == nullptr) {
-    STORE_LOG("store: no tree to lay kept parameters over\n");
+    AMS_PRINT(4, "store: no tree to lay kept parameters over\n");
     return -1;
   }
   std::string below = std::string(kRootName) + ".";

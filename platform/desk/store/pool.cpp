@@ -9,6 +9,7 @@
 #include <string_view>
 #include <utility>
 
+#include "ams_print.h"
 #include "ams_store.h"
 #include "tree.h"
 
@@ -56,12 +57,12 @@ int BecomeServer() {
   int rc = LmdbMakeFolder(kPlace);
   int fd = rc == 0 ? open(file.c_str(), O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW, 0600) : -1;
   if (fd < 0) {
-    STORE_LOG("store: making %s failed: %s\n", file.c_str(), strerror(rc != 0 ? rc : errno));
+    AMS_PRINT(4, "store: making %s failed: %s\n", file.c_str(), strerror(rc != 0 ? rc : errno));
     return -1;
   }
   if (fcntl(fd, F_SETLK, &lock) == 0) return 0;
   if (fcntl(fd, F_GETLK, &lock) != 0) lock.l_pid = 0; /* for the text */
-  STORE_LOG("store: process %d serves %s already: stop it first\n", lock.l_pid, kPlace.folder);
+  AMS_PRINT(4, "store: process %d serves %s already: stop it first\n", lock.l_pid, kPlace.folder);
   close(fd);
   return -1;
 }
@@ -72,7 +73,7 @@ int OpenAsServer() {
   bool damaged = LmdbCheck(kPlace, kFormatKey, kFormat) == LMDB_DAMAGED;
   const std::string user = damaged ? LmdbUser(kPlace) : "";
   if (!user.empty()) {
-    STORE_LOG("store: %s is damaged, and %s\n", kPlace.folder, user.c_str());
+    AMS_PRINT(4, "store: %s is damaged, and %s\n", kPlace.folder, user.c_str());
     return -1;
   }
   if (damaged) LmdbRemove(kPlace);
@@ -81,7 +82,7 @@ int OpenAsServer() {
   if (rc == 0 && damaged) rc = WriteFormat();
   if (rc == 0) return 0;
   LmdbClose(&gTree.lmdb);
-  STORE_LOG("store: making %s failed: %s\n", kPlace.folder, mdb_strerror(rc));
+  AMS_PRINT(4, "store: making %s failed: %s\n", kPlace.folder, mdb_strerror(rc));
   return -1;
 }
 
@@ -102,7 +103,7 @@ struct XmlTreeSet *ShmPoolCliInit(void) {
     if (rc == 0 && !FormatFits()) rc = MDB_VERSION_MISMATCH;
     if (rc != 0) {
       LmdbClose(&gTree.lmdb);
-      STORE_LOG("store: no store at %s (%s): start the store's server first\n", kPlace.folder,
+      AMS_PRINT(4, "store: no store at %s (%s): start the store's server first\n", kPlace.folder,
                 mdb_strerror(rc));
       return nullptr;
     }
@@ -115,7 +116,7 @@ int ams_write_begin(void) {
   ThreadTxns &mine = *TreeThread();
   MDB_txn *txn;
   if (mine.in_span) {
-    STORE_LOG("store: this thread has a span of writes open; end it first\n");
+    AMS_PRINT(4, "store: this thread has a span of writes open; end it first\n");
     return -1;
   }
   if (TreeWriteBegin(&txn) != 0) return -1;
@@ -126,7 +127,7 @@ int ams_write_begin(void) {
 namespace {
 
 int LeaveSpan(ThreadTxns *mine) {
-  if (!mine->in_span) STORE_LOG("store: no span of writes is open on this thread\n");
+  if (!mine->in_span) AMS_PRINT(4, "store: no span of writes is open on this thread\n");
   return std::exchange(mine->in_span, false) ? 0 : -1;
 }
 
@@ -135,7 +136,7 @@ int LeaveSpan(ThreadTxns *mine) {
 int ams_write_end(void) {
   ThreadTxns *mine = TreeThread();
   if (LeaveSpan(mine) != 0) return -1;
-  if (mine->failed) STORE_LOG("store: the span's writes are given up: one of them failed\n");
+  if (mine->failed) AMS_PRINT(4, "store: the span's writes are given up: one of them failed\n");
   return TreeWriteEnd(mine->span, 0);
 }
 

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cstdio>
 
+#include "ams_print.h"
 #include "ams_store.h"
 #include "tree.h"
 
@@ -100,7 +101,7 @@ int ams_mxml_get_leaf(const char *path, char *value, size_t size) {
   int result = key.last == 0 ? -1 : TreeFind(txn, key, &leaf);
   bool whole = result != 0 || CopyOut({leaf.value, leaf.length}, value, size);
   TreeReadEnd(txn);
-  if (!whole) STORE_LOG("store: the value of %s was cut to %zu bytes\n", path, size - 1);
+  if (!whole) AMS_PRINT(4, "store: the value of %s was cut to %zu bytes\n", path, size - 1);
   return result;
 }
 
@@ -135,7 +136,7 @@ int ams_get_idxes(struct AmsTree *root, const char *array, char *list, size_t si
   });
   std::string text = JoinNumbers(numbers);
   if (result == 0 && text.size() >= size) {
-    STORE_LOG("store: the instances of %s do not fit %zu bytes\n", array, size);
+    AMS_PRINT(4, "store: the instances of %s do not fit %zu bytes\n", array, size);
     return -1;
   }
   if (result == 0) memcpy(list, text.c_str(), text.size() + 1);
@@ -155,7 +156,7 @@ int ams_get_array_maxIndex(struct AmsTree *root, const char *array, char *text, 
     return 0;
   });
   if (result == 0 && !CopyOut(std::to_string(highest), text, size)) {
-    STORE_LOG("store: the highest instance of %s does not fit %zu bytes\n", array, size);
+    AMS_PRINT(4, "store: the highest instance of %s does not fit %zu bytes\n", array, size);
     text[0] = '\0';
     return -1;
   }
@@ -177,7 +178,7 @@ int ams_mxml_list_array(const char *array, struct AmsArrayList *list) {
   });
   if (result != 0) return -1;
   if (numbers.size() > AMS_LIST_SLOTS)
-    STORE_LOG("store: %s has %zu instances, the first %d are listed\n", path, numbers.size(),
+    AMS_PRINT(4, "store: %s has %zu instances, the first %d are listed\n", path, numbers.size(),
               AMS_LIST_SLOTS);
   for (uint32_t number : numbers) {
     if (list->count == AMS_LIST_SLOTS) break;
@@ -188,7 +189,7 @@ int ams_mxml_list_array(const char *array, struct AmsArrayList *list) {
 
 int ams_get_attr(struct AmsTree *root, const char *path, char *value, size_t size) {
   if (root == nullptr || path == nullptr || value == nullptr || size == 0) {
-    STORE_LOG("store: the notify attribute needs a tree, a path and a buffer\n");
+    AMS_PRINT(4, "store: the notify attribute needs a tree, a path and a buffer\n");
     return -1;
   }
   std::string notify;
@@ -200,9 +201,10 @@ int ams_get_attr(struct AmsTree *root, const char *path, char *value, size_t siz
     return 0;
   });
   if (result != 0) {
-    STORE_LOG("store: no node %s\n", path);
+    AMS_PRINT(4, "store: no node %s\n", path);
     return -1;
   }
-  if (!CopyOut(notify, value, size)) STORE_LOG("store: the notify attribute of %s was cut\n", path);
+  if (!CopyOut(notify, value, size))
+    AMS_PRINT(4, "store: the notify attribute of %s was cut\n", path);
   return 0;
 }

@@ -7,6 +7,7 @@
 #include <cerrno>
 #include <cstdio>
 
+#include "ams_print.h"
 #include "ams_store.h"
 #include "tree.h"
 
@@ -243,7 +244,7 @@ int WriteFile(const std::string &file, const std::string &text) {
 
 int Save(struct AmsTree *root, const char *file, bool pretty) {
   if (root == nullptr || file == nullptr || file[0] == '\0') {
-    STORE_LOG("store: a save needs a tree and a file\n");
+    AMS_PRINT(4, "store: a save needs a tree and a file\n");
     return -1;
   }
   Saver saver = {nullptr, pretty, gWrapMargin.load(), {}, {}};
@@ -257,13 +258,13 @@ int Save(struct AmsTree *root, const char *file, bool pretty) {
     return rows.empty() ? -1 : 0;
   });
   if (result != 0) {
-    STORE_LOG("store: %s not written: there is no tree to save\n", file);
+    AMS_PRINT(4, "store: %s not written: there is no tree to save\n", file);
     return -1;
   }
   saver.out += '\n';
   std::string beside = std::string(file) + ".new";
   if (WriteFile(beside, saver.out) == 0 && rename(beside.c_str(), file) == 0) return 0;
-  STORE_LOG("store: writing %s failed: %s\n", file, strerror(errno));
+  AMS_PRINT(4, "store: writing %s failed: %s\n", file, strerror(errno));
   (void)unlink(beside.c_str()); /* may not be there */
   return -1;
 }

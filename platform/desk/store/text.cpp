@@ -1,4 +1,5 @@
 // The text forms of nodes: a leaf as "name=value", an object as its leaves' "relative.path=value".
+#include "ams_print.h"
 #include "ams_store.h"
 #include "tds.h"
 #include "tree.h"
@@ -30,7 +31,7 @@ int JoinLeaves(const std::vector<Found> &leaves, size_t top_length, char **text)
   for (const Found &leaf : leaves) size += leaf.key_length - top_length + leaf.record.length + 2;
   char *out = *text = static_cast<char *>(__tds_malloc(size, kTag));
   if (out == nullptr) {
-    STORE_LOG("store: no memory for a text of %zu bytes\n", size);
+    AMS_PRINT(4, "store: no memory for a text of %zu bytes\n", size);
     return -1;
   }
   for (const Found &leaf : leaves) {
@@ -94,7 +95,7 @@ void AppendWithAttributes(MDB_txn *txn, const Found &leaf, size_t top_length, st
 int HandOut(const std::string &built, char **text) {
   *text = __tds_strndup(built.data(), built.size(), kTag);
   if (*text != nullptr) return 0;
-  STORE_LOG("store: no memory for a text of %zu bytes\n", built.size());
+  AMS_PRINT(4, "store: no memory for a text of %zu bytes\n", built.size());
   return -1;
 }
 

@@ -1,6 +1,8 @@
 // Transactions and rows of the stored tree. What the rows mean to the store's users is elsewhere.
 #include "tree.h"
 
+#include "ams_print.h"
+
 AmsTree gTree;
 
 const char *const kKindNames[KIND_COUNT] = {"object",      "array",   "string",  "int",
@@ -57,7 +59,7 @@ int OtherReadBegin(ThreadTxns *mine, MDB_txn **txn) {
     return mine->failed ? -1 : 0; /* logged when the span went wrong */
   }
   if (gTree.lmdb.env == nullptr) {
-    STORE_LOG("store: not attached; start with ShmPoolCliInit or ShmPoolSrvInit\n");
+    AMS_PRINT(4, "store: not attached; start with ShmPoolCliInit or ShmPoolSrvInit\n");
     return -1;
   }
   HookThreadEnd();
@@ -110,7 +112,7 @@ int TreeWriteBegin(MDB_txn **txn) {
     return mine.span != nullptr && !mine.failed ? 0 : -1; /* logged when the span went wrong */
   }
   if (gTree.lmdb.env == nullptr) {
-    STORE_LOG("store: not attached; start with ShmPoolCliInit or ShmPoolSrvInit\n");
+    AMS_PRINT(4, "store: not attached; start with ShmPoolCliInit or ShmPoolSrvInit\n");
     return -1;
   }
   HookThreadEnd();
@@ -141,7 +143,8 @@ namespace {
 void EndPinningReaders() {
   (void)mdb_reader_check(gTree.lmdb.env, nullptr); /* the dead */
   for (pid_t ended; (ended = LmdbEndStopped(gTree.lmdb)) != 0;)
-    STORE_LOG("store: process %d stood still inside a read and kept all old pages: ended\n", ended);
+    AMS_PRINT(4, "store: process %d stood still inside a read and kept all old pages: ended\n",
+              ended);
 }
 
 }  // namespace
@@ -152,7 +155,7 @@ int TreeFailed(const char *what, int rc) {
   const char *reason = rc == ENOSPC         ? "no memory is left below /dev/shm: free some there"
                        : rc == MDB_MAP_FULL ? "the store is full: delete something"
                                             : mdb_strerror(rc);
-  STORE_LOG("store: %s the tree failed: %s\n", what, reason);
+  AMS_PRINT(4, "store: %s the tree failed: %s\n", what, reason);
   return -1;
 }
 
@@ -182,7 +185,7 @@ int TreeKey(const char *path, uint8_t last_separator, Key *key) {
   if (path == nullptr) return -1;
   int rc = KeyOfPath(path, last_separator, key);
   if (rc == KEY_TOO_LONG)
-    STORE_LOG("store: path \"%.64s...\" has more than %d bytes\n", path, AMS_PATH_SIZE - 1);
+    AMS_PRINT(4, "store: path \"%.64s...\" has more than %d bytes\n", path, AMS_PATH_SIZE - 1);
   return rc == KEY_OK ? 0 : -1;
 }
 

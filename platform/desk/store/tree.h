@@ -10,7 +10,6 @@
 #include <string_view>
 #include <vector>
 
-#include "desk_log.h"
 #include "key.h"
 #include "lmdb_env.h"
 #include "nvram_desk.h"
@@ -20,8 +19,6 @@ constexpr char kRootName[] = "InternetGatewayDevice";
 
 /* A leaf named after an array beside it with this behind counts the array's instances. */
 constexpr char kEntriesName[] = "NumberOfEntries";
-
-#define STORE_LOG(...) DESK_LOG("platform/store", __VA_ARGS__)
 
 struct AmsTree {
   LmdbEnv lmdb;

@@ -9,6 +9,7 @@
 #include <algorithm>
 #include <cstring>
 
+#include "ams_print.h"
 #include "endpoint.h"
 
 namespace {
@@ -35,7 +36,7 @@ void TidyBy(Module *module, uint64_t time) {
 void Crowded(Module *module, const char *what) {
   uint64_t now = MonotonicMs();
   if (module->crowded_at == 0 || now - module->crowded_at > kCrowdOver)
-    TDS_LOG(4, "%s: no room for more connections: %s", module->name.c_str(), what);
+    AMS_PRINT(4, "%s: no room for more connections: %s", module->name.c_str(), what);
   module->crowded_at = now;
 }
 
@@ -120,7 +121,7 @@ void ConnectionAccept(Module *module, int listener) {
   int fd = accept4(listener, nullptr, nullptr, SOCK_CLOEXEC);
   if (fd < 0) return AcceptFailed(module, errno);
   if (!WirePeerIsOurs(fd)) {
-    TDS_LOG(3, "%s: connection refused: not a process of our own user", module->name.c_str());
+    AMS_PRINT(3, "%s: connection refused: not a process of our own user", module->name.c_str());
     close(fd);
     return;
   }
@@ -152,7 +153,7 @@ void ConnectionsTidy(Module *module) {
   if (module->accept_paused) PauseAccept(module, false);
   while (const Newcomer *oldest = OldestSilent(module)) {
     if (now - oldest->since < kHelloLimit) return TidyBy(module, now + kTidyPeriod);
-    TDS_LOG(2, "%s: a connection that never said its name is closed", module->name.c_str());
+    AMS_PRINT(2, "%s: a connection that never said its name is closed", module->name.c_str());
     ConnectionClose(module, oldest->key);
   }
 }

@@ -10,6 +10,8 @@
 #include <cstdio>
 #include <cstring>
 
+#include "ams_print.h"
+
 namespace {
 
 std::string process_name;
@@ -25,7 +27,7 @@ int StartThread(std::unique_ptr<Module> *module) {
   pthread_t thread;
   int failed = pthread_create(&thread, nullptr, ModuleThread, module->get());
   if (failed != 0) {
-    TDS_LOG(4, "SysInit: no thread for %s: %s", name.c_str(), strerror(failed));
+    AMS_PRINT(4, "SysInit: no thread for %s: %s", name.c_str(), strerror(failed));
     return -1;
   }
   (void)module->release(); /* the thread's now */
@@ -61,7 +63,7 @@ uint64_t MonotonicMs() {
 
 int SysInit(const ModuleEntry *modules) {
   if (modules == nullptr || modules->name == nullptr) {
-    TDS_LOG(4, "%s", "SysInit: the module table is empty");
+    AMS_PRINT(4, "%s", "SysInit: the module table is empty");
     return -1;
   }
   std::string first = modules->name;

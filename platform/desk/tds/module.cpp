@@ -8,6 +8,7 @@
 #include <algorithm>
 #include <cstring>
 
+#include "ams_print.h"
 #include "endpoint.h"
 
 namespace {
@@ -21,8 +22,8 @@ void Dispatch(Module *module, const MessageInWork &work, const void *data, uint3
   if (row != nullptr) {
     row->handler(static_cast<int32_t>(work.id), data, length);
   } else if (!work.wants_answer) {
-    TDS_LOG(2, "%s: message 0x%x from %s has no row, dropped", module->name.c_str(), work.id,
-            work.sender);
+    AMS_PRINT(2, "%s: message 0x%x from %s has no row, dropped", module->name.c_str(), work.id,
+              work.sender);
   }
   if (module->work.wants_answer)
     ConnectionRefuse(work.connection, work.sequence,
@@ -40,8 +41,8 @@ void Handle(Module *module, Connection *connection, const WireFrame &frame) {
              head.length);
     return;
   }
-  TDS_LOG(3, "%s: message 0x%x from %s is dropped: only the runtime itself sends that id",
-          module->name.c_str(), head.id, sender);
+  AMS_PRINT(3, "%s: message 0x%x from %s is dropped: only the runtime itself sends that id",
+            module->name.c_str(), head.id, sender);
   if (call) ConnectionRefuse(connection, head.sequence, EPERM);
 }
 
@@ -61,7 +62,7 @@ void Receive(Module *module, Connection *connection, WireFrame *frame) {
     connection->sender.assign(name, strnlen(name, head.length - 1));
     if (!connection->sender.empty()) return ConnectionNamed(module);
   }
-  if (got != 0) TDS_LOG(3, "%s: bad frame, connection closed", module->name.c_str());
+  if (got != 0) AMS_PRINT(3, "%s: bad frame, connection closed", module->name.c_str());
   ConnectionClose(module, connection->key);
 }
 
@@ -122,14 +123,14 @@ int SendAnswer(const Connection *connection, uint32_t id, uint32_t sequence, con
     return 0;
   int reason = errno;
   int level = reason == EPIPE || reason == ECONNRESET ? 2 : 4; /* a caller may have given up */
-  TDS_LOG(level, "answer to %s: %s", connection->sender.c_str(), WireFault(reason));
+  AMS_PRINT(level, "answer to %s: %s", connection->sender.c_str(), WireFault(reason));
   errno = reason;
   return -1;
 }
 
 Module *OwnModule(const char *call) {
   Module *module = ThisThread()->module;
-  if (module == nullptr) TDS_LOG(4, "%s: only a module thread may call it", call);
+  if (module == nullptr) AMS_PRINT(4, "%s: only a module thread may call it", call);
   return module;
 }
 
@@ -137,7 +138,7 @@ int SetDeadline(const char *call, int timer, uint64_t deadline) {
   Module *module = OwnModule(call);
   if (module == nullptr) return -1;
   if (timer < 0 || timer >= TDS_TIMERS) {
-    TDS_LOG(4, "%s: timer %d, a module has 0 to %d", call, timer, TDS_TIMERS - 1);
+    AMS_PRINT(4, "%s: timer %d, a module has 0 to %d", call, timer, TDS_TIMERS - 1);
     return -1;
   }
   module->deadlines[static_cast<size_t>(timer)] = deadline;
@@ -159,15 +160,15 @@ WatchKey ModuleWatch(Module *module, WatchKind kind, int fd) {
   event.data.u64 = static_cast<uint64_t>(kind) << (kFdBits + kSerialBits) | serial << kFdBits |
                    static_cast<uint64_t>(fd);
   if (epoll_ctl(module->epoll, EPOLL_CTL_ADD, fd, &event) == 0) return event.data.u64;
-  TDS_LOG(4, "%s: epoll_ctl: %s", module->name.c_str(), strerror(errno));
+  AMS_PRINT(4, "%s: epoll_ctl: %s", module->name.c_str(), strerror(errno));
   return 0;
 }
 
 int ModuleListen(Module *module, const char *name) {
   int fd = WireListen(name);
   if (fd < 0) {
-    TDS_LOG(4, "cannot serve %s: %s", name,
-            errno == EADDRINUSE ? "another process serves it" : strerror(errno));
+    AMS_PRINT(4, "cannot serve %s: %s", name,
+              errno == EADDRINUSE ? "another process serves it" : strerror(errno));
     return -1;
   }
   WatchKey key = ModuleWatch(module, WatchKind::kListener, fd);
@@ -186,7 +187,7 @@ int ModuleOpen(Module *module, const char *name, const MsgEntry *table) {
   module->work.sender = "";
   module->epoll = epoll_create1(EPOLL_CLOEXEC);
   if (module->epoll < 0) {
-    TDS_LOG(4, "%s: epoll_create1: %s", name, strerror(errno));
+    AMS_PRINT(4, "%s: epoll_create1: %s", name, strerror(errno));
     return -1;
   }
   return ModuleListen(module, name);
@@ -232,7 +233,7 @@ int SynAckData_lib(const void *data, uint32_t len, uint32_t id, const char *dest
   if (module == nullptr) return -1;
   MessageInWork *work = &module->work;
   if (!work->wants_answer || dest == nullptr || strcmp(dest, work->sender) != 0) {
-    TDS_LOG(2, "SynAckData_lib: no call of %s is in work", dest == nullptr ? "(null)" : dest);
+    AMS_PRINT(2, "SynAckData_lib: no call of %s is in work", dest == nullptr ? "(null)" : dest);
     return -1;
   }
   if (SendAnswer(work->connection, id, work->sequence, data, len) != 0) {

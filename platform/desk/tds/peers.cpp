@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <cstring>
 
+#include "ams_print.h"
 #include "endpoint.h"
 
 namespace {
@@ -163,8 +164,8 @@ void PeerReadable(Thread *thread, WatchKey key) {
   thread->answer.large.reset();
   const WireHead &head = thread->answer.head;
   if (got == 1 && head.kind == WireKind::kRefused && head.sequence == 0)
-    TDS_LOG(4, "%s has dropped what was sent to it: %s", peer->name.c_str(),
-            WireFault(static_cast<int>(head.id)));
+    AMS_PRINT(4, "%s has dropped what was sent to it: %s", peer->name.c_str(),
+              WireFault(static_cast<int>(head.id)));
   if (got == 0) PeerLost(thread, &*peer);
 }
 
@@ -189,7 +190,7 @@ int tds_call(uint32_t id, const void *data, uint32_t len, const char *dest, uint
 int SendMsg_syn_lib(uint32_t id, const void *data, uint32_t len, const char *dest, void **reply,
                     uint32_t *reply_len) {
   if (tds_call(id, data, len, dest, TDS_SYN_LIMIT, reply, reply_len) == 0) return 0;
-  TDS_LOG(4, "message 0x%x to %s: %s", id, dest == nullptr ? "(null)" : dest, WireFault(errno));
+  AMS_PRINT(4, "message 0x%x to %s: %s", id, dest == nullptr ? "(null)" : dest, WireFault(errno));
   return -1;
 }
 
@@ -201,6 +202,6 @@ int SendMsg(uint32_t id, const void *data, uint32_t len, const char *dest) {
   else if (sent)
     sent = SendTo(thread, dest, WireKind::kPost, id, data, len) != nullptr;
   if (sent) return 0;
-  TDS_LOG(4, "message 0x%x to %s: %s", id, dest == nullptr ? "(null)" : dest, WireFault(errno));
+  AMS_PRINT(4, "message 0x%x to %s: %s", id, dest == nullptr ? "(null)" : dest, WireFault(errno));
   return -1;
 }

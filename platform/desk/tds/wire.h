@@ -6,7 +6,6 @@
 #include <memory>
 #include <vector>
 
-#include "ams_print.h"
 #include "tds_desk.h"
 
 enum class WireKind : uint16_t {
@@ -64,11 +63,3 @@ bool WireNameFits(const char *name);
 
 /* What an errno of the runtime means to whoever reads the log. */
 const char *WireFault(int reason);
-
-#define TDS_LOG(level, ...)                                          \
-  do {                                                               \
-    __AMS_PrintHead(level);                                          \
-    __AMS_Print(level, __VA_ARGS__);                                 \
-    __AMS_Print(level, "  @P:%s,L:%d.\n", "platform/tds", __LINE__); \
-    __AMS_PrintEnd(level);                                           \
-  } while (0)
