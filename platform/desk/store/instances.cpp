@@ -8,21 +8,23 @@
 
 namespace {
 
-/* One row of a new instance, copied out of the template: writing would move what it points to. */
+/* One row of a new instance, whole: writing would move what a template's row points to. */
 struct NewRow {
   Key key;
-  std::string order, value, notify;
-  RecordHead head;
+  std::string record, notify;
 };
 
-/* The order of a template's row with the instance's place put where the template's own was. */
-std::string InstanceOrder(const Record &array, uint32_t number, const Record &row) {
+/* A template's row with the instance's place in its order where the template's own was. */
+std::string InstanceRecord(const Record &array, uint32_t number, const Record &row) {
   size_t front = array.head.order_length, skip = front + sizeof number;
   std::string order(reinterpret_cast<const char *>(array.order), front);
   for (int shift = 24; shift >= 0; shift -= 8) order += static_cast<char>(number >> shift);
   if (row.head.order_length > skip)
     order.append(reinterpret_cast<const char *>(row.order) + skip, row.head.order_length - skip);
-  return order;
+  RecordHead head = row.head;
+  head.order_length = static_cast<uint16_t>(order.size());
+  std::string record(reinterpret_cast<const char *>(&head), sizeof head);
+  return record.append(order).append(row.value, row.length);
 }
 
 /* Makes a new row of a template's row whose key has `tail` behind the template's. */
@@ -36,8 +38,6 @@ int MakeRow(MDB_txn *txn, const Key &instance, const Key &from, const Record &ro
     AMS_PRINT(4, "store: no room for %s: a path has at most %d bytes\n", path, AMS_PATH_SIZE - 1);
     return -1;
   }
-  made->head = row.head;
-  made->value.assign(row.value, row.length);
   if ((row.head.flags & RECORD_NOTIFY) != 0) made->notify = TreeNotify(txn, from, row);
   return 0;
 }
@@ -68,7 +68,7 @@ int RowsOfTemplate(MDB_txn *txn, const Key &array, const Record &record, uint32_
       from.last = top.length; /* the tail begins here */
       NewRow made;
       result = MakeRow(txn, instance, from, row, &made);
-      made.order = InstanceOrder(record, number, row);
+      made.record = InstanceRecord(record, number, row);
       rows->push_back(std::move(made));
     }
     rc = mdb_cursor_get(cursor, &key, &data, MDB_NEXT);
@@ -78,9 +78,7 @@ int RowsOfTemplate(MDB_txn *txn, const Key &array, const Record &record, uint32_
 }
 
 int PutRow(MDB_txn *txn, const NewRow &row) {
-  Record record = {row.head, reinterpret_cast<const uint8_t *>(row.order.data()), nullptr, 0};
-  record.head.order_length = static_cast<uint16_t>(row.order.size());
-  if (TreePutRecord(txn, row.key, record, row.value) != 0) return -1;
+  if (TreePut(txn, row.key, row.record.data(), row.record.size()) != 0) return -1;
   if (row.notify.empty()) return 0;
   return TreePut(txn, KeyMarked(KEY_NOTIFY, row.key), row.notify.data(), row.notify.size());
 }
@@ -149,8 +147,6 @@ int DeleteOne(MDB_txn *txn, const char *instance) {
 int TreePutCounts(MDB_txn *txn, const Key &array, const ArrayCounts &counts) {
   Record record;
   if (TreeFind(txn, array, &record) != 0) return TreeFailed("writing", MDB_NOTFOUND);
-  std::string order(reinterpret_cast<const char *>(record.order), record.head.order_length);
-  record.order = reinterpret_cast<const uint8_t *>(order.data());
   std::string_view bytes(reinterpret_cast<const char *>(&counts), sizeof counts);
   if (TreePutRecord(txn, array, record, bytes) != 0) return -1;
   Key entries = array;

@@ -54,16 +54,11 @@ int LeafAlone(MDB_txn *txn, Key *key, std::vector<Found> *leaves) {
 /* The leaves that a node's text has, in the file's order; the node itself when it is a leaf. Their
    keys share `top` bytes that the text leaves out. */
 int LeavesOf(MDB_txn *txn, const char *path, Key *key, std::vector<Found> *leaves, size_t *top) {
-  bool leaf_first = TreeThread()->leaf_last;
   if (TreeKey(path, KEY_NODE, key) != 0) return -1;
+  *top = key->length;
+  if (TreeGather(txn, *key, leaves) == 0) return 0;
   *top = key->last;
-  if (leaf_first && LeafAlone(txn, key, leaves) == 0) return 0;
-  key->bytes[key->last] = key->last == 0 ? key->bytes[0] : static_cast<uint8_t>(KEY_NODE);
-  bool leaf = TreeGather(txn, *key, leaves) != 0;
-  if (leaf && (leaf_first || LeafAlone(txn, key, leaves) != 0)) return -1;
-  if (!leaf) *top = key->length;
-  TreeThread()->leaf_last = leaf;
-  return 0;
+  return LeafAlone(txn, key, leaves);
 }
 
 void AppendPair(std::string *text, std::string_view name, std::string_view value) {

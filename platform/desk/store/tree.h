@@ -90,10 +90,9 @@ struct ThreadTxns {
   MDB_txn *read;      /* reset between calls; NULL before the first */
   MDB_cursor *cursor; /* of `read`, kept for the next scan */
   bool cursor_lent;
-  bool leaf_last; /* the last text was a leaf's: the next one is looked for as such first */
-  MDB_txn *span;  /* the open write transaction, else NULL */
-  bool in_span;   /* between ams_write_begin and ams_write_end */
-  bool failed;    /* a write of the span did not work: all of it is given up */
+  MDB_txn *span;                  /* the open write transaction, else NULL */
+  bool in_span;                   /* between ams_write_begin and ams_write_end */
+  bool failed;                    /* a write of the span did not work: all of it is given up */
   std::vector<NvramChange> *kept; /* what the open write changes in nvram; NULL before the first */
 };
 ThreadTxns *TreeThread();
@@ -149,7 +148,8 @@ int TreeMayGrow(MDB_txn *txn);
 int TreePut(MDB_txn *txn, const Key &key, const void *data, size_t size); /* 0 or -1, logged */
 int TreeDelete(MDB_txn *txn, const Key &key); /* 0 also when there is none; or -1, logged */
 
-/* Writes a record with another head and value than `record` has. 0 or -1 (logged). */
+/* Writes a record with another head and value than `record` has, whose parts may lie in the map. 0
+   or -1 (logged). */
 int TreePutRecord(MDB_txn *txn, const Key &key, const Record &record, std::string_view value);
 
 /* How a leaf is set, as bits. */

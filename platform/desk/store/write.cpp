@@ -48,12 +48,9 @@ AmsTree *SharedRoot() { return gptXmlTrees == nullptr ? nullptr : gptXmlTrees->r
 int PutNotify(MDB_txn *txn, const Key &key, const Record &record, std::string_view value) {
   Record changed = record;
   Key notify = KeyMarked(KEY_NOTIFY, key);
-  std::string kept(record.value, record.length),
-      order(reinterpret_cast<const char *>(record.order), record.head.order_length);
-  changed.order = reinterpret_cast<const uint8_t *>(order.data());
   changed.head.flags &= static_cast<uint8_t>(~RECORD_NOTIFY);
   if (value != "0") changed.head.flags |= RECORD_NOTIFY;
-  if (TreePutRecord(txn, key, changed, kept) != 0) return -1;
+  if (TreePutRecord(txn, key, changed, {record.value, record.length}) != 0) return -1;
   if (value != "0") return TreePut(txn, notify, value.data(), value.size());
   if (TreeDelete(txn, notify) != 0) return -1;
   return TreeDelete(txn, KeyMarked(KEY_CHANGED, key));
