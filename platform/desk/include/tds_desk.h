@@ -36,10 +36,6 @@ uint64_t tds_hold_reply();
    answer could not be sent (logged), then the sender is refused with the reason. */
 int tds_reply_held(uint64_t token, const void *data, uint32_t len);
 
-/* Names the calling thread's (non-module) endpoint of origin, as Sender shows it at the other
-   side; without it, it is the process's name. Before the thread's first message. */
-void tds_name_thread(const char *name);
-
 /* Live blocks and bytes of `tag`, or of all tags when it is NULL. */
 struct TdsMallocCount {
   int64_t blocks;

@@ -53,18 +53,18 @@ int ReadAll(const LmdbEnv &opened, const char *key, const char *value) {
   return rc == MDB_NOTFOUND && cursor != nullptr ? 0 : rc;
 }
 
-int gVerdict; /* of a process that checks: where it tells what it found */
+int verdict_pipe; /* of a process that checks: where it tells what it found */
 
 [[noreturn]] void Tell(LmdbState state) {
   char verdict = static_cast<char>(state);
-  _exit(write(gVerdict, &verdict, 1) == 1 ? 0 : 1);
+  _exit(write(verdict_pipe, &verdict, 1) == 1 ? 0 : 1);
 }
 
 /* Damage shows in a signal as well. Whoever else ends the process, as the kernel does for want of
    memory, leaves no verdict. What only this process lacks is no damage. */
 [[noreturn]] void CheckChild(const LmdbPlace &place, const char *key, const char *value, int out) {
   const struct itimerval limit = {{0, 0}, {kCheckSeconds, 0}};
-  gVerdict = out;
+  verdict_pipe = out;
   for (int signum : {SIGSEGV, SIGBUS, SIGFPE, SIGABRT, SIGILL, SIGPROF})
     signal(signum, [](int) { Tell(LMDB_DAMAGED); });
   (void)setitimer(ITIMER_PROF, &limit, nullptr); /* cannot fail with these */

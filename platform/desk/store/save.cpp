@@ -13,7 +13,7 @@
 
 namespace {
 
-std::atomic<int> gWrapMargin{72}; /* column; 0: start tags stay on one line */
+std::atomic<int> wrap_margin{72}; /* column; 0: start tags stay on one line */
 
 struct Element {
   std::string name;
@@ -247,7 +247,7 @@ int Save(struct AmsTree *root, const char *file, bool pretty) {
     AMS_PRINT(4, "store: a save needs a tree and a file\n");
     return -1;
   }
-  Saver saver = {nullptr, pretty, gWrapMargin.load(), {}, {}};
+  Saver saver = {nullptr, pretty, wrap_margin.load(), {}, {}};
   saver.out = "<?xml version=\"1.0\" encoding=\"UTF-8\"?>";
   int result = TreeRead([&](MDB_txn *txn) {
     std::vector<Found> rows;
@@ -271,7 +271,7 @@ int Save(struct AmsTree *root, const char *file, bool pretty) {
 
 }  // namespace
 
-void mxmlSetWrapMargin(int column) { gWrapMargin.store(column < 0 ? 0 : column); }
+void mxmlSetWrapMargin(int column) { wrap_margin.store(column < 0 ? 0 : column); }
 
 int ams_save_xml(struct AmsTree *root, const char *file) { return Save(root, file, true); }
 

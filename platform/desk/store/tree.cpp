@@ -2,6 +2,7 @@
 #include "tree.h"
 
 #include "ams_print.h"
+#include "lmdb_readers.h"
 
 AmsTree gTree;
 

@@ -1,5 +1,6 @@
-// The connections that others opened to a module: who is let in, and who has to go when descriptors
-// are short.
+// Who is let in, and who has to go when descriptors are short; see connections.h.
+#include "connections.h"
+
 #include <errno.h>
 #include <sys/epoll.h>
 #include <sys/resource.h>
@@ -11,6 +12,8 @@
 
 #include "ams_print.h"
 #include "endpoint.h"
+#include "module.h"
+#include "wire.h"
 
 namespace {
 
@@ -70,7 +73,7 @@ const Newcomer *OldestSilent(Module *module) {
 
 /* Its own sequence numbers start at 1, so 0 is the whole connection. */
 void TurnAway(int fd, int reason) {
-  (void)WireSend(fd, WireKind::kRefused, static_cast<uint32_t>(reason), 0, nullptr, 0,
+  (void)WireSend(fd, WireKind::REFUSED, static_cast<uint32_t>(reason), 0, nullptr, 0,
                  MSG_DONTWAIT); /* a client that is gone needs no reason */
 }
 
@@ -112,7 +115,7 @@ void ConnectionNamed(Module *module) {
 
 void ConnectionRefuse(const Connection *connection, uint32_t sequence, int reason) {
   int fd = WatchFd(connection->key);
-  if (WireSend(fd, WireKind::kRefused, static_cast<uint32_t>(reason), sequence, nullptr, 0,
+  if (WireSend(fd, WireKind::REFUSED, static_cast<uint32_t>(reason), sequence, nullptr, 0,
                MSG_DONTWAIT) != 0)
     shutdown(fd, SHUT_RDWR); /* the end of the connection tells it, too, and comes back as event */
 }
@@ -134,7 +137,7 @@ void ConnectionAccept(Module *module, int listener) {
       return;
     }
   }
-  WatchKey key = ModuleWatch(module, WatchKind::kConnection, fd);
+  WatchKey key = ModuleWatch(module, WatchKind::CONNECTION, fd);
   if (key == 0) {
     close(fd);
     return;

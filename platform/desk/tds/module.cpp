@@ -1,4 +1,6 @@
-// Receiving: a module's thread with its sockets, its timers and its message table.
+// A module's thread with its sockets, its timers and its message table; see module.h.
+#include "module.h"
+
 #include <errno.h>
 #include <pthread.h>
 #include <sys/epoll.h>
@@ -10,6 +12,7 @@
 
 #include "ams_print.h"
 #include "endpoint.h"
+#include "wire.h"
 
 namespace {
 
@@ -35,7 +38,7 @@ void Dispatch(Module *module, const MessageInWork &work, const void *data, uint3
 void Handle(Module *module, Connection *connection, const WireFrame &frame) {
   const WireHead &head = frame.head;
   const char *sender = connection->sender.c_str();
-  bool call = head.kind == WireKind::kCall;
+  bool call = head.kind == WireKind::CALL;
   if (!IsRuntimeId(head.id)) {
     Dispatch(module, {sender, connection, head.id, head.sequence, call, 0}, frame.data,
              head.length);
@@ -51,8 +54,8 @@ void Receive(Module *module, Connection *connection, WireFrame *frame) {
   int got = WireReceive(WatchFd(connection->key), frame, MSG_DONTWAIT);
   if (got < 0 && errno == EAGAIN) return;
   const WireHead &head = frame->head;
-  bool hello = got == 1 && head.kind == WireKind::kHello;
-  bool message = got == 1 && (head.kind == WireKind::kPost || head.kind == WireKind::kCall);
+  bool hello = got == 1 && head.kind == WireKind::HELLO;
+  bool message = got == 1 && (head.kind == WireKind::POST || head.kind == WireKind::CALL);
   if (message && !connection->sender.empty()) {
     Handle(module, connection, *frame);
     return;
@@ -69,12 +72,12 @@ void Receive(Module *module, Connection *connection, WireFrame *frame) {
 void HandleEvent(Thread *thread, WatchKey key, WireFrame *frame) {
   Module *module = thread->module;
   switch (WatchKindOf(key)) {
-    case WatchKind::kListener:
+    case WatchKind::LISTENER:
       return ConnectionAccept(module, WatchFd(key));
-    case WatchKind::kConnection:
+    case WatchKind::CONNECTION:
       if (Connection *connection = ConnectionOf(module, key)) Receive(module, connection, frame);
       return;
-    case WatchKind::kPeer:
+    case WatchKind::PEER:
       return PeerReadable(thread, key);
   }
 }
@@ -118,7 +121,7 @@ int SleepLimit(const Module *module) {
 /* 0, or -1 with errno (logged). */
 int SendAnswer(const Connection *connection, uint32_t id, uint32_t sequence, const void *data,
                uint32_t length) {
-  if (WireSend(WatchFd(connection->key), WireKind::kAnswer, id, sequence, data, length,
+  if (WireSend(WatchFd(connection->key), WireKind::ANSWER, id, sequence, data, length,
                MSG_DONTWAIT) == 0)
     return 0;
   int reason = errno;
@@ -154,24 +157,24 @@ const MsgEntry *ModuleRow(const Module *module, uint32_t id) {
 }
 
 WatchKey ModuleWatch(Module *module, WatchKind kind, int fd) {
-  uint64_t serial = ++module->last_serial & ((UINT64_C(1) << kSerialBits) - 1);
   struct epoll_event event = {};
-  event.events = kind == WatchKind::kListener ? EPOLLIN : EPOLLIN | EPOLLRDHUP;
-  event.data.u64 = static_cast<uint64_t>(kind) << (kFdBits + kSerialBits) | serial << kFdBits |
-                   static_cast<uint64_t>(fd);
+  event.events = kind == WatchKind::LISTENER ? EPOLLIN : EPOLLIN | EPOLLRDHUP;
+  event.data.u64 = WatchKeyOf(kind, ++module->last_serial, fd);
   if (epoll_ctl(module->epoll, EPOLL_CTL_ADD, fd, &event) == 0) return event.data.u64;
   AMS_PRINT(4, "%s: epoll_ctl: %s", module->name.c_str(), strerror(errno));
   return 0;
 }
 
-int ModuleListen(Module *module, const char *name) {
+namespace {
+
+int Listen(Module *module, const char *name) {
   int fd = WireListen(name);
   if (fd < 0) {
     AMS_PRINT(4, "cannot serve %s: %s", name,
               errno == EADDRINUSE ? "another process serves it" : strerror(errno));
     return -1;
   }
-  WatchKey key = ModuleWatch(module, WatchKind::kListener, fd);
+  WatchKey key = ModuleWatch(module, WatchKind::LISTENER, fd);
   if (key == 0) {
     close(fd);
     return -1;
@@ -179,6 +182,13 @@ int ModuleListen(Module *module, const char *name) {
   module->names.emplace_back(name);
   module->listeners.push_back(key);
   return 0;
+}
+
+}  // namespace
+
+Module::~Module() {
+  for (WatchKey key : listeners) close(WatchFd(key));
+  if (epoll > 0) close(epoll);
 }
 
 int ModuleOpen(Module *module, const char *name, const MsgEntry *table) {
@@ -190,7 +200,7 @@ int ModuleOpen(Module *module, const char *name, const MsgEntry *table) {
     AMS_PRINT(4, "%s: epoll_create1: %s", name, strerror(errno));
     return -1;
   }
-  return ModuleListen(module, name);
+  return Listen(module, name);
 }
 
 void *ModuleThread(void *argument) {
@@ -218,7 +228,7 @@ void *ModuleThread(void *argument) {
 
 int tds_serve_also(const char *name) {
   Module *module = OwnModule("tds_serve_also");
-  return module == nullptr ? -1 : ModuleListen(module, name);
+  return module == nullptr ? -1 : Listen(module, name);
 }
 
 int SetTimer(int timer, uint32_t ms) {

@@ -12,6 +12,8 @@
 
 #include "ams_print.h"
 #include "endpoint.h"
+#include "module.h"
+#include "wire.h"
 
 namespace {
 

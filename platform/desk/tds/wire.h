@@ -9,11 +9,11 @@
 #include "tds_desk.h"
 
 enum class WireKind : uint16_t {
-  kHello,   /* first frame of a connection: the sender's endpoint name with its NUL */
-  kPost,    /* a message */
-  kCall,    /* a message that waits for an answer */
-  kAnswer,  /* the answer to the call with the same sequence number */
-  kRefused, /* that call got no answer, and no call on this connection will when the number is 0;
+  HELLO,   /* first frame of a connection: the sender's endpoint name with its NUL */
+  POST,    /* a message */
+  CALL,    /* a message that waits for an answer */
+  ANSWER,  /* the answer to the call with the same sequence number */
+  REFUSED, /* that call got no answer, and no call on this connection will when the number is 0;
                the id is the reason, an errno */
 };
 
