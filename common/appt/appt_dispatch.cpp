@@ -5,7 +5,7 @@
 #include <cstdio>
 #include <cstring>
 #include <string>
-#include <vector>
+#include <utility>
 
 #include "ams_config_api.h"
 #include "ams_config_shell.h"
@@ -85,43 +85,19 @@ const OpFuncEntry *FindFunc(const char *name) {
   return nullptr;
 }
 
-/* A leaf that a set has written, with what it held before. */
-struct WrittenLeaf {
-  std::string url, before;
-  bool status; /* written as a status */
-};
-using WrittenLeaves = std::vector<WrittenLeaf>;
-
-int WriteLeaf(const MsgArg *arg, WrittenLeaves *written) {
-  char before[AMS_VALUE_MAX + 1];
-  before[0] = '\0'; /* stays so when there is no such leaf, which the store refuses next */
+/* What is written can be undone: a leaf that cannot be noted is not written. */
+int WriteLeaf(const MsgArg *arg, AmsUndo **undo) {
   AMS_PRINT(1, "Appt_Write url:%s value:%s\n", arg->url, arg->value == nullptr ? "" : arg->value);
-  (void)ams_mxml_get_leaf_value(arg->url, before);
-  bool status = ams_set_node_value(Root(), arg->url, arg->value) != 0;
-  if (status && ams_sset_node_value(Root(), arg->url, arg->value) != 0) return -1;
-  written->push_back({arg->url, before, status});
-  return 0;
-}
-
-/* Undoes a set, from its end on: a list may name a leaf twice. */
-void PutBack(const WrittenLeaves &written) {
-  int failed = ams_write_begin();
-  if (failed == 0) {
-    for (auto leaf = written.rbegin(); leaf != written.rend(); ++leaf)
-      failed |= (leaf->status ? ams_sset_node_value : ams_set_node_value)(Root(), leaf->url.c_str(),
-                                                                          leaf->before.c_str());
-    failed |= ams_write_end();
-  }
-  if (failed != 0)
-    AMS_PRINT(4, "a refused set was not undone: set %s, and what was set with it, once more",
-              written[0].url.c_str());
+  if (ams_undo_note(Root(), undo, arg->url) != 0) return -1;
+  if (ams_set_node_value(Root(), arg->url, arg->value) == 0) return 0;
+  return ams_sset_node_value(Root(), arg->url, arg->value);
 }
 
 /* One leaf of a list: `arg` is the child request. */
-int DoLeaf(MsgArg *arg, WrittenLeaves *written) {
+int DoLeaf(MsgArg *arg, AmsUndo **undo) {
   switch (CmdType(arg)) {
     case APPT_CMD_SET:
-      return WriteLeaf(arg, written);
+      return WriteLeaf(arg, undo);
     case APPT_CMD_GET:
       return ReadValue(arg);
     case APPT_CMD_ATTR:
@@ -135,7 +111,7 @@ int DoLeaf(MsgArg *arg, WrittenLeaves *written) {
 
 /* Runs the leaf command of every leaf; a failed one does not stop the others. Returns the bytes of
    the replies with a separator each. */
-size_t DoLeaves(const MsgArg *arg, LeafNode *list, WrittenLeaves *written) {
+size_t DoLeaves(const MsgArg *arg, LeafNode *list, AmsUndo **undo) {
   size_t total = 0;
   const std::string object = std::string(arg->url) + ".";
   for (LeafNode *leaf = list; leaf != nullptr; leaf = leaf->next) {
@@ -146,7 +122,7 @@ size_t DoLeaves(const MsgArg *arg, LeafNode *list, WrittenLeaves *written) {
     child.url = url.c_str();
     child.value = leaf->leafValue;
     /* a piece without a name would be the object itself */
-    if (leaf->leafName[0] == '\0' || DoLeaf(&child, written) != 0)
+    if (leaf->leafName[0] == '\0' || DoLeaf(&child, undo) != 0)
       AMS_PRINT(4, "do leaf: url %s error occur", url.c_str());
     if (child.rBuf == nullptr) continue;
     total += strlen(child.rBuf) + 1;
@@ -192,13 +168,15 @@ void TraceLeafList(const LeafNode *list) {
 /* The leaves become visible together; the op function then sees all of them, and when it refuses
    them they are what they were. */
 int SetLeaves(MsgArg *arg, LeafNode *list) {
-  WrittenLeaves written;
+  AmsUndo *undo = nullptr;
   if (ams_write_begin() != 0) return -1;
-  (void)DoLeaves(arg, list, &written); /* a set has no replies */
-  if (ams_write_end() != 0) return -1;
-  if (CallOp(arg) != -1) return 0; /* also when no leaf could be written: each was logged */
-  if (!written.empty()) PutBack(written);
-  return -1;
+  (void)DoLeaves(arg, list, &undo); /* a set has no replies */
+  bool written = ams_write_end() == 0;
+  /* the op function runs also when no leaf could be written: each was logged */
+  int result = written ? CallOp(arg) : -1;
+  if (ams_undo_end(undo, written && result == -1) != 0)
+    AMS_PRINT(4, "a refused set was not undone: set the leaves of %s once more", arg->url);
+  return result == -1 ? -1 : 0;
 }
 
 int RunLeafList(MsgArg *arg, LeafNode *list) {
@@ -269,14 +247,23 @@ int CallArrayOp(MsgArg *arg) {
   return result;
 }
 
+/* The row in the store and its path in the reply, or neither: whoever does not know the path can do
+   nothing with the row. */
+int AddRow(MsgArg *arg) {
+  if (ams_write_begin() != 0) return -1;
+  bool added = AMS_Appt_Addobj(arg) != -1 && arg->rBuf != nullptr;
+  if ((added ? ams_write_end() : ams_write_cancel()) == 0 && added) return 0;
+  __tds_free(std::exchange(arg->rBuf, nullptr));
+  arg->rLen = 0;
+  AMS_PRINT(4, "AMS_Appt_Addobj execute error");
+  return -1;
+}
+
 int AddInstance(MsgArg *arg) {
-  if (AMS_Appt_Addobj(arg) == -1) {
-    AMS_PRINT(4, "AMS_Appt_Addobj execute error");
-    return -1;
-  }
+  if (AddRow(arg) != 0) return -1;
   int result = arg->fucName[0] == '\0' ? 0 : CallArrayOp(arg);
   /* refused: logged by the store when it stays; the path is told all the same */
-  if (result == -1 && arg->rBuf != nullptr) (void)ams_del_obj(Root(), arg->rBuf);
+  if (result == -1) (void)ams_del_obj(Root(), arg->rBuf);
   return result;
 }
 

@@ -144,6 +144,18 @@ int ams_write_end(void);
 /* Ends the span and gives up its writes. 0, or -1 (logged): none was open. */
 int ams_write_cancel(void);
 
+/* What leaves were before they were set. */
+struct AmsUndo; /* opaque */
+
+/* Adds to `*undo` (NULL: a new one, from here) what the leaf is now: its value, whether that is a
+   status, and what nvram keeps of it. 0, or -1 (logged): it is no leaf, or cannot be read. */
+int ams_undo_note(struct AmsTree *root, struct AmsUndo **undo, const char *path);
+
+/* Ends `undo` (NULL: nothing was noted). With `put_back` its leaves, read-only ones too, are all of
+   that again, together as in a span; those that are gone by now are passed over. Not inside a span.
+   0, or -1 (logged): nothing was put back. */
+int ams_undo_end(struct AmsUndo *undo, int put_back);
+
 /* Writes the tree to `file` (through a temporary beside it): ams_save_xml laid out for reading,
    ams_align_xml as compact as the file that is loaded at start. 0 or -1 (logged). */
 int ams_save_xml(struct AmsTree *root, const char *file);

@@ -87,6 +87,10 @@ int ams_write_end(void) { REFUSE(-1); }
 
 int ams_write_cancel(void) { REFUSE(-1); }
 
+int ams_undo_note(struct AmsTree *, struct AmsUndo **, const char *) { REFUSE(-1); }
+
+int ams_undo_end(struct AmsUndo *, int) { REFUSE(-1); }
+
 int ams_save_xml(struct AmsTree *, const char *) { REFUSE(-1); }
 
 int ams_align_xml(struct AmsTree *, const char *) { REFUSE(-1); }

@@ -169,7 +169,7 @@ print(sys.stdin.read().encode().decode("unicode_escape").encode("latin-1")[:4].h
   cfgcmd set $sms.ActionArgument 1 $sms.ActionContent 41
   refused 1 "refused set of \"$sms\": its parameters are as before; .*log says why" \
     cfgcmd set $sms.ActionArgument 2 $sms.ActionContent 'not hex' $sms.ActionCode 11
-  expect 0 $'\n1\n41' eval "for leaf in Code Argument Content; do cfgcmd get $sms.Action\$leaf; done"
+  expect 0 $'12\n1\n41' eval "for leaf in Code Argument Content; do cfgcmd get $sms.Action\$leaf; done"
 }
 
 @test "list has as many rows as there are" {

@@ -1,4 +1,5 @@
-// What the desk needs of the settings beside the board's interface: many changes as one.
+// What the desk needs of the settings beside the board's interface: many changes as one, and a
+// look that can fail.
 #pragma once
 
 #include <optional>
@@ -9,6 +10,9 @@ struct NvramChange {
   std::string key;
   std::optional<std::string> value; /* none: the key is unset */
 };
+
+/* As nvram_get, but tells what is not set (0, no value) from what cannot be read (-1, logged). */
+int nvram_desk_read(int type, const std::string &key, std::optional<std::string> *value);
 
 /* Makes all changes to area `type`, in order, and commits the area: one step for every reader and
    for a power cut, whenever the caller or the power ends. What was set before and is not committed

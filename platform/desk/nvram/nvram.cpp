@@ -217,21 +217,25 @@ int ChangeOne(int type, const NvramChange &change) {
 
 int nvram_init_semaphore(void) { return Attach(); }
 
-char *nvram_get(const char *key, int type) {
+int nvram_desk_read(int type, const std::string &key, std::optional<std::string> *value) {
   MDB_txn *txn = nullptr;
-  char *text = nullptr;
-  const std::string wanted = Bounded(key, kNvramKeyMax);
-  if (CheckKey(wanted) != 0 || CheckArea(type) != 0) return nullptr;
+  value->reset();
+  if (CheckKey(key) != 0 || CheckArea(type) != 0) return -1;
   int rc = LmdbBegin(work_copy, MDB_RDONLY, &txn);
   if (rc == 0) {
-    std::string row = RowKey(type, wanted);
-    MDB_val found = LmdbVal(row.data(), row.size()), value;
-    rc = mdb_get(txn, work_copy.dbi, &found, &value);
-    if (rc == 0) text = strndup(static_cast<char *>(value.mv_data), value.mv_size);
+    std::string row = RowKey(type, key);
+    MDB_val found = LmdbVal(row.data(), row.size()), data;
+    rc = mdb_get(txn, work_copy.dbi, &found, &data);
+    if (rc == 0) *value = Text(data);
     mdb_txn_abort(txn);
   }
-  if (rc != 0 && rc != MDB_NOTFOUND) (void)Failed("reading", key, rc); /* NULL says it */
-  return text;
+  return rc == 0 || rc == MDB_NOTFOUND ? 0 : Failed("reading", key.c_str(), rc);
+}
+
+char *nvram_get(const char *key, int type) {
+  std::optional<std::string> value;
+  if (nvram_desk_read(type, Bounded(key, kNvramKeyMax), &value) != 0 || !value) return nullptr;
+  return strndup(value->data(), value->size());
 }
 
 int nvram_set(const char *key, const char *value, int type) {

@@ -117,7 +117,9 @@ int AddNext(MDB_txn *txn, const char *path, char *url) {
     AMS_PRINT(4, "store: nothing added: %s has used up its numbers\n", path);
     return -1;
   }
-  if (TreeMayGrow(txn) != 0 || TreeAddInstance(txn, array, highest + 1) != 0) return -1;
+  int rc = TreeMayGrow(txn, 0, false);
+  if (rc != 0) return TreeFailed("adding to", rc);
+  if (TreeAddInstance(txn, array, highest + 1) != 0) return -1;
   KeepAdded(array, highest + 1);
   char text[KEY_MAX + 16];
   size_t length = KeyToPath(array.bytes, array.length, text);
@@ -152,7 +154,8 @@ int TreePutCounts(MDB_txn *txn, const Key &array, const ArrayCounts &counts) {
   Key entries = array;
   entries.bytes[entries.last] = KEY_LEAF;
   if (KeyAppend(&entries, kEntriesName, sizeof kEntriesName - 1) != 0) return 0;
-  int result = TreeSetLeaf(txn, entries, std::to_string(counts.count), SET_READONLY | SET_REPORT);
+  int result = TreeSetLeaf(txn, entries, std::to_string(counts.count),
+                           SET_READONLY | SET_REPORT | SET_AGAIN);
   return result == LEAF_NONE ? 0 : result; /* the file need not have it */
 }
 

@@ -6,8 +6,6 @@
 // one of the data-model file's that was deleted. An array's key is its path and a dot: the highest
 // number ever used, and before it, if at all, "1,3,7/": the instances there were then.
 #include <algorithm>
-#include <cstdlib>
-#include <memory>
 
 #include "ams_print.h"
 #include "nvram.h"
@@ -15,8 +13,6 @@
 #include "tree.h"
 
 namespace {
-
-using HeapText = std::unique_ptr<char, decltype(&free)>;
 
 std::vector<NvramChange> *Changes() {
   ThreadTxns *mine = TreeThread();
@@ -29,17 +25,14 @@ std::string PathOf(const Key &key) {
   return {path, KeyToPath(key.bytes, key.length, path)};
 }
 
-/* The value that is kept under `key` once the open write is done. False: none is. */
-bool KeptValue(const std::string &key, std::string *value) {
+/* The value that is kept under `key` once the open write is done. 0 or -1 (logged). */
+int KeptValue(const std::string &key, std::optional<std::string> *value) {
   const std::vector<NvramChange> &changes = *Changes();
-  for (size_t at = changes.size(); at-- > 0;)
-    if (changes[at].key == key) {
-      *value = changes[at].value.value_or("");
-      return changes[at].value.has_value();
-    }
-  HeapText kept(nvram_get(key.c_str(), NVTYPE_STAGING), free);
-  if (kept != nullptr) *value = kept.get();
-  return kept != nullptr;
+  auto last = std::find_if(changes.rbegin(), changes.rend(),
+                           [&](const NvramChange &one) { return one.key == key; });
+  if (last == changes.rend()) return nvram_desk_read(NVTYPE_STAGING, key, value);
+  *value = last->value;
+  return 0;
 }
 
 int Unset(const char *key, const char *, void *) {
@@ -68,25 +61,49 @@ void KeepAdded(const Key &array, uint32_t number) {
 }
 
 int KeepDeleted(const Key &array, uint32_t number, uint32_t highest) {
-  std::string above = PathOf(array) + ".", row = above + std::to_string(number) + ".", value;
-  bool added = KeptValue(row, &value) && value == "1";
-  if (ForgetBelow(row) != 0) return -1;
-  if (!added) Changes()->push_back({row, "0"});
-  size_t list = KeptValue(above, &value) ? value.rfind('/') : std::string::npos;
-  value.resize(list == std::string::npos ? 0 : list + 1);
-  Changes()->push_back({above, value + std::to_string(highest)});
+  std::string above = PathOf(array) + ".", row = above + std::to_string(number) + ".";
+  std::optional<std::string> added, list;
+  if (KeptValue(row, &added) != 0 || KeptValue(above, &list) != 0 || ForgetBelow(row) != 0)
+    return -1;
+  if (added != "1") Changes()->push_back({row, "0"});
+  size_t end = list ? list->rfind('/') : std::string::npos;
+  std::string front = end == std::string::npos ? "" : list->substr(0, end + 1);
+  Changes()->push_back({above, front + std::to_string(highest)});
   return 0;
 }
 
-int KeepApply() {
+int KeepRead(const Key &key, std::optional<std::string> *value) {
+  return KeptValue(PathOf(key), value);
+}
+
+int KeepAgain(const Key &key, const std::optional<std::string> &value) {
+  std::optional<std::string> now;
+  if (KeepRead(key, &now) != 0) return -1;
+  if (now != value) Changes()->push_back({PathOf(key), value});
+  return 0;
+}
+
+int KeepApply(std::vector<NvramChange> *before) {
   std::vector<NvramChange> *changes = TreeThread()->kept;
   if (changes == nullptr || changes->empty()) return 0;
-  int result = nvram_desk_apply(NVTYPE_STAGING, *changes);
+  int result = 0;
+  *before = *changes;
+  for (NvramChange &entry : *before)
+    result |= nvram_desk_read(NVTYPE_STAGING, entry.key, &entry.value);
+  if (result == 0) result = nvram_desk_apply(NVTYPE_STAGING, *changes);
   if (result != 0)
     AMS_PRINT(4, "store: %s%s not changed: it cannot be kept\n", changes->front().key.c_str(),
               changes->size() > 1 ? " and others" : "");
   changes->clear();
   return result;
+}
+
+void KeepTakeBack(const std::vector<NvramChange> &before) {
+  if (before.empty() || nvram_desk_apply(NVTYPE_STAGING, before) == 0) return;
+  AMS_PRINT(4,
+            "store: %s%s is kept, though it was not changed: it will be so from the next start on; "
+            "set it once more\n",
+            before[0].key.c_str(), before.size() > 1 ? ", with others," : "");
 }
 
 void KeepNothing() {

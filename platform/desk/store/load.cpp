@@ -70,7 +70,10 @@ void RoomForAnother(MDB_txn *txn) {
   MDB_stat stat;
   if (mdb_stat(txn, gTree.lmdb.dbi, &stat) != 0) return;
   size_t pages = stat.ms_branch_pages + stat.ms_leaf_pages + stat.ms_overflow_pages;
+  const LmdbPages before = gTree.lmdb.pages;
   (void)LmdbRoom(gTree.lmdb, txn, pages * stat.ms_psize);
+  gTree.lmdb.pages.taken = before.taken; /* it is for the next write, not of this one */
+  gTree.lmdb.pages.large = before.large;
 }
 
 int Replace(MDB_txn *txn, pugi::xml_node root, Loader *loader) {

@@ -14,6 +14,8 @@ struct Kept {
   std::string key, value;
 };
 
+constexpr char kNoRoom[] = "there is no room beside the tree that is replaced";
+
 AmsDeskCheck gCheck; /* set before any thread reads it */
 
 int Collect(const char *key, const char *value, void *context) {
@@ -57,7 +59,7 @@ int MatchInstances(MDB_txn *txn, const Key &array, const std::vector<uint32_t> &
       return -1;
   for (uint32_t number : wanted)
     if (!std::binary_search(present.begin(), present.end(), number) &&
-        TreeAddInstance(txn, array, number) != 0)
+        (TreeMayGrow(txn, 0, true) != 0 || TreeAddInstance(txn, array, number) != 0))
       return -1;
   return 0;
 }
@@ -93,6 +95,8 @@ void LayInstance(MDB_txn *txn, const Kept &entry, const Key &array, const Key &i
   bool there = TreeFind(txn, instance, &record) == 0, wanted = entry.value == "1";
   if (!wanted && entry.value != "0")
     PassOver(entry, "its value is neither 1 nor 0");
+  else if (wanted && !there && TreeMayGrow(txn, 0, true) != 0)
+    PassOver(entry, kNoRoom);
   else if (there != wanted && (wanted ? TreeAddInstance(txn, array, number)
                                       : TreeDeleteInstance(txn, array, number)) != 0)
     PassOver(entry, "it cannot be made or deleted");
@@ -150,8 +154,11 @@ int LayLeaf(MDB_txn *txn, const Kept &entry) {
     PassOver(entry, why.c_str());
   else if (IsCount(txn, key))
     PassOver(entry, "it counts the instances of an array");
-  else if (TreeSetLeaf(txn, key, entry.value, 0) == LEAF_READONLY)
+  else if (int result = TreeSetLeaf(txn, key, entry.value, SET_AGAIN | SET_IF_ROOM);
+           result == LEAF_READONLY)
     PassOver(entry, "it is read-only");
+  else if (result == LEAF_FULL)
+    PassOver(entry, kNoRoom);
   return TreeThread()->failed ? -1 : 0;
 }
 

@@ -79,7 +79,9 @@ int OpenAsServer() {
   if (damaged) LmdbRemove(kPlace);
   int rc = LmdbOpen(kPlace, true, &gTree.lmdb);
   if (rc == 0) rc = mdb_reader_check(gTree.lmdb.env, nullptr);
-  if (rc == 0 && damaged) rc = WriteFormat();
+  /* Also when it is there: what the last commit gave back is for the write after the next. */
+  int wrote = rc == 0 ? WriteFormat() : 0;
+  if (damaged && rc == 0) rc = wrote;
   if (rc == 0) return 0;
   LmdbClose(&gTree.lmdb);
   AMS_PRINT(4, "store: making %s failed: %s\n", kPlace.folder, mdb_strerror(rc));

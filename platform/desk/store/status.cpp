@@ -3,6 +3,7 @@
 // update_from_nvram, because rows of arrays come back there.
 #include <cstddef>
 
+#include "ams_print.h"
 #include "tree.h"
 
 namespace {
@@ -38,12 +39,18 @@ int StatusTake(MDB_txn *txn) {
 
 int StatusLay(MDB_txn *txn) {
   std::vector<Status> taken;
+  size_t full = 0;
   taken.swap(gTaken);
   for (const Status &status : taken) {
     Key key = {};
     (void)KeyAppend(&key, status.key.data(), status.key.size()); /* it was a key */
     key.last = status.key.rfind(static_cast<char>(KEY_LEAF));
-    if (TreeSetLeaf(txn, key, status.value, SET_READONLY | SET_STATUS) == -1) return -1;
+    int result = TreeSetLeaf(txn, key, status.value, SET_READONLY | SET_STATUS | SET_IF_ROOM);
+    if (result == -1) return -1;
+    if (result == LEAF_FULL) ++full;
   }
+  if (full != 0)
+    AMS_PRINT(4, "store: %zu status values passed over: no room beside the tree that is replaced\n",
+              full);
   return 0;
 }

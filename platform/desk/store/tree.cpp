@@ -127,7 +127,8 @@ int TreeWriteBegin(MDB_txn **txn) {
 int TreeWriteEnd(MDB_txn *txn, int result) {
   ThreadTxns &mine = tTxns;
   if (mine.in_span) return result;
-  if (result != 0 || mine.failed || KeepApply() != 0) {
+  std::vector<NvramChange> before;
+  if (result != 0 || mine.failed || KeepApply(&before) != 0) {
     mine.span = nullptr;
     KeepNothing();
     mdb_txn_abort(txn);
@@ -135,7 +136,9 @@ int TreeWriteEnd(MDB_txn *txn, int result) {
   }
   mine.span = nullptr;
   int rc = mdb_txn_commit(txn);
-  return rc == 0 ? 0 : TreeFailed("committing to", rc);
+  if (rc == 0) return 0;
+  KeepTakeBack(before);
+  return TreeFailed("committing to", rc);
 }
 
 namespace {
@@ -158,16 +161,6 @@ int TreeFailed(const char *what, int rc) {
                                             : mdb_strerror(rc);
   AMS_PRINT(4, "store: %s the tree failed: %s\n", what, reason);
   return -1;
-}
-
-int TreeRoom(MDB_txn *txn, size_t bytes) {
-  int rc = LmdbRoom(gTree.lmdb, txn, bytes);
-  return rc == 0 ? 0 : TreeFailed("writing", rc);
-}
-
-int TreeMayGrow(MDB_txn *txn) {
-  int rc = LmdbMayGrow(gTree.lmdb, txn);
-  return rc == 0 ? 0 : TreeFailed("adding to", rc);
 }
 
 int TreeGet(MDB_txn *txn, const Key &key, MDB_val *data) {
@@ -237,6 +230,13 @@ int ReplaceValue(MDB_cursor *cursor, const Key &key, const Record &leaf, std::st
   return rc == 0 ? 0 : TreeFailed("writing", rc);
 }
 
+int RoomForValue(MDB_txn *txn, size_t size, size_t before, unsigned how) {
+  int rc = size > before ? TreeMayGrow(txn, size, (how & SET_AGAIN) != 0) : 0;
+  if (rc == 0) rc = LmdbRoom(gTree.lmdb, txn, size);
+  if (rc == 0) return 0;
+  return (how & SET_IF_ROOM) != 0 ? LEAF_FULL : TreeFailed("writing", rc);
+}
+
 int SetAt(MDB_txn *txn, MDB_cursor *cursor, const Key &key, std::string_view value, unsigned how) {
   MDB_val row = KeyVal(key), data;
   Record leaf;
@@ -245,11 +245,13 @@ int SetAt(MDB_txn *txn, MDB_cursor *cursor, const Key &key, std::string_view val
   if (rc != 0 || RecordParse(data, &leaf) != 0) return LEAF_NONE;
   if ((how & SET_READONLY) == 0 && (leaf.head.flags & RECORD_READONLY) != 0) return LEAF_READONLY;
   bool same = value == std::string_view(leaf.value, leaf.length), status = (how & SET_STATUS) != 0;
-  if (same && (status || (leaf.head.flags & RECORD_STATUS) == 0)) return 0;
+  bool same_kind = status == ((leaf.head.flags & RECORD_STATUS) != 0);
+  if (same && (same_kind || (status && (how & SET_AGAIN) == 0))) return 0;
   leaf.head.flags &= static_cast<uint8_t>(~RECORD_STATUS);
   if (status) leaf.head.flags |= RECORD_STATUS;
-  if (value.size() > leaf.length && TreeMayGrow(txn) != 0) return -1;
-  if (TreeRoom(txn, value.size()) != 0 || ReplaceValue(cursor, key, leaf, value) != 0) return -1;
+  int room = RoomForValue(txn, value.size(), leaf.length, how);
+  if (room != 0) return room;
+  if (ReplaceValue(cursor, key, leaf, value) != 0) return -1;
   if (same || (how & SET_REPORT) == 0 || (leaf.head.flags & RECORD_NOTIFY) == 0) return 0;
   return TreePut(txn, KeyMarked(KEY_CHANGED, key), "", 0);
 }

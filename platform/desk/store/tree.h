@@ -6,6 +6,7 @@
 #include <lmdb.h>
 
 #include <cstdint>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -140,10 +141,17 @@ int TreeFindPath(MDB_txn *txn, const char *path, bool log, Key *key, Record *rec
 /* KeyOfPath, with a record for a path that is too long. 0 or -1. */
 int TreeKey(const char *path, uint8_t last_separator, Key *key);
 
-/* Takes room before a put or a delete; the calls below do it by themselves. Whether the tree may
-   become larger. 0 or -1 (logged). */
+/* ---- room (room.cpp) ---- */
+
+/* Takes room before a put or a delete; the calls below do it by themselves. 0 or -1 (logged). */
 int TreeRoom(MDB_txn *txn, size_t bytes);
-int TreeMayGrow(MDB_txn *txn);
+
+/* Whether the tree may become larger, by a value of `bytes`. `again`: by what was in it before,
+   which has a full store's reserve, too, but for what a commit needs. 0 or an error (not logged).
+ */
+int TreeMayGrow(MDB_txn *txn, size_t bytes, bool again);
+
+/* ---- writing rows ---- */
 
 int TreePut(MDB_txn *txn, const Key &key, const void *data, size_t size); /* 0 or -1, logged */
 int TreeDelete(MDB_txn *txn, const Key &key); /* 0 also when there is none; or -1, logged */
@@ -157,10 +165,12 @@ enum : unsigned {
   SET_READONLY = 1, /* also a leaf that is read-only */
   SET_REPORT = 2,   /* the change goes to the change list */
   SET_STATUS = 4,   /* the value is a status */
+  SET_AGAIN = 8, /* it was there before (TreeMayGrow), and of that kind also when it is the same */
+  SET_IF_ROOM = 16, /* without room the write goes on: LEAF_FULL */
 };
 
 /* A leaf's new value, with one look-up. 0, -1 (logged), or the reason why not (not logged). */
-enum { LEAF_NONE = -2, LEAF_READONLY = -3 };
+enum { LEAF_NONE = -2, LEAF_READONLY = -3, LEAF_FULL = -4 };
 int TreeSetLeaf(MDB_txn *txn, const Key &key, std::string_view value, unsigned how);
 
 /* First row at or behind `from`: 0, or -1 when it is not below `top` (or there is none). */
@@ -191,10 +201,17 @@ void KeepLeaf(const Key &key, std::string_view value);
 void KeepAdded(const Key &array, uint32_t number);
 int KeepDeleted(const Key &array, uint32_t number, uint32_t highest);
 
-/* Makes these changes in nvram, all or none; 0 also when there are none, or -1 (logged). Forgets
-   them, as does the other. */
-int KeepApply();
+/* What nvram keeps of a leaf once the open write is done, and making it that again. */
+int KeepRead(const Key &key, std::optional<std::string> *value); /* 0 or -1 (logged) */
+int KeepAgain(const Key &key, const std::optional<std::string> &value);
+
+/* Makes these changes in nvram, all or none, and forgets them, as does the other. `before` gets
+   what they replace. 0, also when there are none, or -1 (logged). */
+int KeepApply(std::vector<NvramChange> *before);
 void KeepNothing();
+
+/* Takes back what KeepApply did; what cannot be taken back is logged. */
+void KeepTakeBack(const std::vector<NvramChange> &before);
 
 /* ---- status over a load (status.cpp) ---- */
 

@@ -1,4 +1,7 @@
-// Writing leaves and notify attributes. Instances: instances.cpp; whole files: load.cpp.
+// Writing leaves, taking that back, and notify attributes. Instances: instances.cpp; whole files:
+// load.cpp.
+#include <memory>
+
 #include "ams_print.h"
 #include "ams_store.h"
 #include "store_desk.h"
@@ -72,6 +75,57 @@ int ams_mxml_fset_leaf(const char *path, const char *value) {
 
 int ams_mxml_sset_leaf_int(const char *path, int value) {
   return Set(SharedRoot(), path, std::to_string(value).c_str(), true);
+}
+
+/* The leaves in the order in which they were noted: the same one may be there more than once. */
+struct AmsUndo {
+  struct Leaf {
+    Key key;
+    bool status;
+    std::string value;
+    std::optional<std::string> kept;
+  };
+  std::vector<Leaf> leaves;
+};
+
+int ams_undo_note(struct AmsTree *root, struct AmsUndo **undo, const char *path) {
+  if (root == nullptr || undo == nullptr || path == nullptr) return -1;
+  return TreeRead([=](MDB_txn *txn) {
+    AmsUndo::Leaf leaf = {};
+    Record record;
+    if (KeyOfPath(path, KEY_LEAF, &leaf.key) != KEY_OK || TreeFind(txn, leaf.key, &record) != 0 ||
+        !RecordIsLeaf(record)) {
+      AMS_PRINT(4, "store: %.255s is no leaf of the tree\n", path);
+      return -1;
+    }
+    leaf.status = (record.head.flags & RECORD_STATUS) != 0;
+    leaf.value.assign(record.value, record.length);
+    if (KeepRead(leaf.key, &leaf.kept) != 0) return -1;
+    if (*undo == nullptr) *undo = new AmsUndo;
+    (*undo)->leaves.push_back(std::move(leaf));
+    return 0;
+  });
+}
+
+namespace {
+
+int PutBack(MDB_txn *txn, const AmsUndo::Leaf &leaf) {
+  unsigned how = SET_REPORT | SET_READONLY | SET_AGAIN | (leaf.status ? SET_STATUS : 0U);
+  int result = TreeSetLeaf(txn, leaf.key, leaf.value, how);
+  return result == 0 ? KeepAgain(leaf.key, leaf.kept) : result == LEAF_NONE ? 0 : -1;
+}
+
+}  // namespace
+
+int ams_undo_end(struct AmsUndo *undo, int put_back) {
+  std::unique_ptr<AmsUndo> owned(undo);
+  if (undo == nullptr || put_back == 0) return 0;
+  return TreeWrite([=](MDB_txn *txn) {
+    int result = 0;
+    for (auto leaf = undo->leaves.rbegin(); leaf != undo->leaves.rend() && result == 0; ++leaf)
+      result = PutBack(txn, *leaf);
+    return result;
+  });
 }
 
 int ams_set_attr(struct AmsTree *root, const char *path, const char *value) {

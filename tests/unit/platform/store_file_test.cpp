@@ -292,6 +292,44 @@ TEST_F(Store, StatusIsThereAgainWhenTheServerAloneStartsAnew) {
   EXPECT_EQ(Indexes(IGD "Services.List"), "2,9,10");
 }
 
+/* Sets every kind of leaf; the server that starts anew tells what is a status. */
+TEST_F(Store, WhatIsUndoneIsAsItWas) {
+  ASSERT_EQ(nvram_clean(NVTYPE_STAGING), 0);
+  EXPECT_EQ(ams_set_node_value(root, IGD "Services.List.9.Name", "kept"), 0);
+  EXPECT_EQ(ams_set_node_value(root, IGD "Services.List.10.Name", "kept"), 0);
+  EXPECT_EQ(ams_mxml_fset_leaf(IGD "Services.List.10.Name", "status over it"), 0);
+  EXPECT_EQ(ams_mxml_fset_leaf(IGD "Services.List.10.Port", "1"), 0);
+  KeptMap kept = Kept();
+  AmsUndo *undo = nullptr;
+  for (const char *leaf : {"9.Name", "9.Port", "10.Name", "10.Port", "2.Port", "9.Name"}) {
+    const std::string path = std::string(IGD "Services.List.") + leaf;
+    EXPECT_EQ(ams_undo_note(root, &undo, path.c_str()), 0) << leaf;
+    if (ams_set_node_value(root, path.c_str(), "1") != 0) { /* the same for a status, read-only */
+      EXPECT_EQ(ams_sset_node_value(root, path.c_str(), "1"), 0) << leaf;
+    }
+  }
+  for (const char *no :
+       {IGD "Services.List.9", IGD "Services.List.8.Name", "InternetGatewayDevice"})
+    EXPECT_EQ(ams_undo_note(root, &undo, no), -1) << no;
+  EXPECT_EQ(ams_undo_note(root, &undo, IGD "Services.List.9.Sub.1.Leaf"), 0);
+  EXPECT_EQ(ams_del_obj(root, IGD "Services.List.9.Sub.1"), 0); /* goes, and stays so */
+  EXPECT_EQ(ams_undo_end(undo, 1), 0);
+  kept["List.9.Sub."] = "1";
+  kept["List.9.Sub.1."] = "0";
+  EXPECT_EQ(Kept(), kept);
+  std::string model = kModel;
+  for (const char *value : {">22<", ">80<"})
+    model.replace(model.find(value), 4, ">66<"); /* what no status lies over is the new file's */
+  root = Load(model);
+  EXPECT_EQ(update_from_nvram(root, NVTYPE_STAGING), 0);
+  EXPECT_EQ(Text(IGD "Services"),
+            "ListNumberOfEntries=3|List.2.Name=new|List.2.Port=66|List.2.SubNumberOfEntries=1|"
+            "List.2.Sub.4.Leaf=x|List.9.Name=kept|List.9.Port=66|List.9.SubNumberOfEntries=0|"
+            "List.10.Name=status over it|List.10.Port=1|List.10.SubNumberOfEntries=1|"
+            "List.10.Sub.1.Leaf=default row");
+  ASSERT_EQ(nvram_clean(NVTYPE_STAGING), 0);
+}
+
 TEST_F(Store, AnArrayMayHaveThousandsOfRows) {
   constexpr int kRows = 7300;
   char url[AMS_PATH_SIZE];

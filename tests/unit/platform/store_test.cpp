@@ -23,12 +23,22 @@
 
 namespace {
 bool fork_fails;
-}
+std::string commits; /* what happens to the next ones: '+', or '-' for one that fails */
+}  // namespace
 
 extern "C" pid_t __real_fork(void);
 extern "C" pid_t __wrap_fork(void) {
   errno = EAGAIN;
   return fork_fails ? -1 : __real_fork();
+}
+
+extern "C" int __real_mdb_txn_commit(MDB_txn *txn);
+extern "C" int __wrap_mdb_txn_commit(MDB_txn *txn) {
+  bool fails = commits[0] == '-';
+  if (!commits.empty()) commits.erase(0, 1);
+  if (!fails) return __real_mdb_txn_commit(txn);
+  mdb_txn_abort(txn);
+  return ENOMEM;
 }
 
 namespace {
@@ -78,13 +88,42 @@ int HoldRole() { /* stands still inside a read */
   return TreeRead([](MDB_txn *) { return raise(SIGSTOP); });
 }
 
+/* A server with many leaves that has kept one, and then writes as many long status values as it is
+   told and the store takes. Says how many it found, and how many there are in the end. */
+int CrowdRole() {
+  const std::string status(AMS_VALUE_MAX, 's');
+  char value[AMS_VALUE_MAX + 1];
+  int most = 0, counts[2] = {0, 0};
+  std::string leaves;
+  auto path = [](int leaf) { return IGD "Crowd.L" + std::to_string(leaf); };
+  for (int leaf = 0; leaf < 8000; ++leaf)
+    leaves += "<L" + std::to_string(leaf) + " type=\"string\"/>";
+  gptXmlTrees = ShmPoolSrvInit();
+  if (read(0, &most, sizeof most) != sizeof most || gptXmlTrees == nullptr) return 1;
+  if (ams_write_begin() != 0) return 1;
+  gptXmlTrees->root = root =
+      Load("<InternetGatewayDevice type=\"object\"><Kept type=\"string\"/><Crowd type=\"object\">" +
+           leaves + "</Crowd></InternetGatewayDevice>");
+  if (root == nullptr || update_from_nvram(root, NVTYPE_STAGING) != 0) return 2;
+  if (ams_write_end() != 0 || Leaf(IGD "Kept") != "longer than in the file") return 3;
+  for (int leaf = 0; ams_mxml_get_leaf_value(path(leaf).c_str(), value) == 0; ++leaf)
+    counts[0] += value == status ? 1 : 0;
+  counts[1] = counts[0];
+  for (int leaf = 0; leaf < most; ++leaf) {
+    bool there = ams_mxml_get_leaf_value(path(leaf).c_str(), value) == 0 && value[0] != '\0';
+    if (!there && ams_mxml_fset_leaf(path(leaf).c_str(), status.c_str()) != 0) break;
+    counts[1] += there ? 0 : 1;
+  }
+  return write(1, counts, sizeof counts) == sizeof counts ? 0 : 4;
+}
+
 struct Role {
   const char *name;
   int (*run)();
 };
 const Role kRoles[] = {{"serve", ServeRole},   {"deaf", DeafRole},   {"forkless", ForklessRole},
                        {"attach", AttachRole}, {"watch", WatchRole}, {"write", WriteRole},
-                       {"hold", HoldRole}};
+                       {"hold", HoldRole},     {"crowd", CrowdRole}};
 
 struct Child {
   pid_t pid;
@@ -161,6 +200,35 @@ TEST(StoreTakeover, ClientsStayAttached) {
   kill(watcher.pid, SIGKILL);
   End(watcher);
   EXPECT_EQ(RunRole("serve"), 0);
+}
+
+TEST(StoreTakeover, StatusThatHasNoRoomIsPassedOver) {
+  const struct {
+    const char *what;
+    int most, found; /* at least */
+  } kStarts[] = {{"an empty store is filled over the half", 4500, 0},
+                 {"what fits beside it is there again", 0, 2000},
+                 {"all of that, as there is room now", 0, 2000},
+                 {"it is filled", 8000, 2000},
+                 {"no room at all", 0, 0},
+                 {"and at once again", 0, 0}};
+  ASSERT_EQ(nvram_set(IGD "Kept", "longer than in the file", NVTYPE_STAGING), 0);
+  int before = 0;
+  for (const auto &start : kStarts) {
+    int counts[2] = {-1, -1}, passed_over = 0;
+    testing::internal::CaptureStderr();
+    Child server = Start("crowd");
+    EXPECT_EQ(write(server.in, &start.most, sizeof start.most), ssize_t{sizeof start.most});
+    EXPECT_EQ(read(server.out, counts, sizeof counts), ssize_t{sizeof counts}) << start.what;
+    EXPECT_EQ(WEXITSTATUS(End(server)), 0) << start.what;
+    std::string told = testing::internal::GetCapturedStderr();
+    size_t line = told.find(" status values passed over");
+    if (line != told.npos) passed_over = atoi(told.c_str() + told.rfind(' ', line - 1));
+    EXPECT_EQ(counts[0] + passed_over, before) << start.what << told;
+    EXPECT_GE(counts[0], start.found) << start.what;
+    before = counts[1];
+  }
+  ASSERT_EQ(nvram_clean(NVTYPE_STAGING), 0);
 }
 
 std::string Kept(const char *path) {
@@ -458,9 +526,9 @@ TEST_F(Store, AFullStoreRefusesAndStaysAsItWas) {
   char last[16];
   ASSERT_EQ(ams_get_array_maxIndex(root, IGD "Services.List", last, sizeof last), 0);
   const int highest = atoi(last);
-  EXPECT_GT(highest, 6000);
+  EXPECT_GT(highest, 5800);
   testing::internal::CaptureStderr();
-  EXPECT_EQ(ams_add_obj(root, IGD "Services.List", url), -1);
+  EXPECT_EQ(AddLong(url), -1);
   std::string told = testing::internal::GetCapturedStderr();
   EXPECT_NE(told.find("the store is full: delete something"), told.npos) << told;
   for (int round = 0; round < 300; ++round) /* what makes it no larger goes on */
@@ -470,9 +538,31 @@ TEST_F(Store, AFullStoreRefusesAndStaysAsItWas) {
     EXPECT_EQ(
         ams_del_obj(root, (IGD "Services.List." + std::to_string(highest - 9 - deleted)).c_str()),
         0);
-  EXPECT_GT(deleted, 0);
   EXPECT_LT(deleted, 400);
   ASSERT_EQ(nvram_clean(NVTYPE_STAGING) | nvram_commit(NVTYPE_STAGING), 0);
+}
+
+/* The settings' commit comes first, then the tree's, then, to take it back, the settings' again. */
+TEST_F(Store, WhatIsKeptIsTakenBackWhenTheTreesCommitFails) {
+  const struct {
+    const char *commits, *kept, *says;
+  } kCases[] = {
+      {"-", "(none)", "not changed"},
+      {"+-", "(none)", "committing to the tree failed"},
+      {"+--", "new", IGD "Summary is kept, though"},
+  };
+  for (const auto &one : kCases) {
+    ASSERT_EQ(nvram_clean(NVTYPE_STAGING) | nvram_commit(NVTYPE_STAGING), 0);
+    testing::internal::CaptureStderr();
+    commits = one.commits;
+    EXPECT_EQ(ams_set_node_value(root, IGD "Summary", "new"), -1) << one.commits;
+    std::string told = testing::internal::GetCapturedStderr();
+    EXPECT_EQ(commits, "");
+    EXPECT_EQ(Leaf(IGD "Summary"), "sum") << one.commits;
+    EXPECT_EQ(Kept(IGD "Summary"), one.kept) << one.commits;
+    EXPECT_NE(told.find(one.says), told.npos) << told;
+  }
+  ASSERT_EQ(nvram_clean(NVTYPE_STAGING), 0);
 }
 
 TEST_F(Store, AReaderThatStandsStillIsEndedWhenThePagesRunOut) {

@@ -1,12 +1,26 @@
-// Which op functions a request calls, in which order and for which node.
+// Every command on every kind of node: which op functions it calls, in which order and for which
+// node, what it answers, and what it leaves in the store and in nvram.
+#include "appt_dispatch.h"
+
 #include <cerrno>
 #include <cstring>
 
 #include "ams_config_shell.h"
-#include "appt_dispatch.h"
 #include "appt_store.h"
+#include "nvram.h"
 #include "support.h"
 #include "tds_desk.h"
+
+namespace {
+const char *no_memory_for; /* a tag; NULL: there is memory */
+}
+
+extern "C" char *__real___tds_strdup(const char *text, const char *tag);
+extern "C" char *__wrap___tds_strdup(const char *text, const char *tag) {
+  return no_memory_for != nullptr && strcmp(no_memory_for, tag) == 0
+             ? nullptr
+             : __real___tds_strdup(text, tag);
+}
 
 namespace {
 
@@ -75,7 +89,7 @@ Outcome Answer(uint32_t command, const std::string &url, const std::string &valu
   return outcome;
 }
 
-class DispatchWalk : public StoreTest {
+class Dispatch : public StoreTest {
  protected:
   std::string DataModel() const override { return kModel; }
 };
@@ -128,9 +142,39 @@ const WalkCase kRequests[] = {
     {"an array calls its op once", kGet, "Top.Rows", "", 0, "3.Name=c", {Cpu("Top.Rows")}},
     {"refresh of an array", kRefresh, "Top.Rows", "", 0, nullptr, {Cpu("Top.Rows")}},
     {"get of an array without op", kGet, "Silent", "", -1, nullptr, {}},
+    {"a leaf that is not there spoils no other",
+     kGet,
+     "Top",
+     "Nowhere\3A",
+     0,
+     "A=1\3",
+     {Cpu("Top")}},
+    {"no name, nothing read", kGet, "Iptv", "=", 0, nullptr, {}},
+    {"attributes",
+     APPT_CMD_ATTR,
+     "Top",
+     "B",
+     0,
+     "B=2 type=\"string\" writable=\"0\"\3",
+     {Cpu("Top")}},
+    {"attributes of an array",
+     APPT_CMD_ATTR,
+     "Top.Rows",
+     "",
+     0,
+     "3.Name=c type=\"string\"",
+     {Cpu("Top.Rows")}},
+    {"set needs leaves", kSet, "Top", "", -1, nullptr, {}},
+    {"set of an array", kSet, "Black", "", -1, nullptr, {}},
+    {"add needs an array", kAdd, "Top", "", -1, nullptr, {}},
+    {"leaves of an add", kAdd, "Top", "A=1", 0, nullptr, {}},
+    {"a list", APPT_CMD_LIST, "Black", "", 0, "1,3", {}},
+    {"a leaf is no node to ask", kGet, "Top.A", "", -1, nullptr, {}},
+    {"no such node", kGet, "Nowhere", "", -1, nullptr, {}},
+    {"delete of what is no instance", kDel, "Bare", "", -1, nullptr, {}},
 };
 
-TEST_F(DispatchWalk, RequestsCallAndAnswer) {
+TEST_F(Dispatch, RequestsCallAndAnswer) {
   for (const WalkCase &row : kRequests) {
     SCOPED_TRACE(row.what);
     LoadModel(kModel);
@@ -139,69 +183,115 @@ TEST_F(DispatchWalk, RequestsCallAndAnswer) {
     EXPECT_EQ(outcome.length, row.reply == nullptr ? 0U : strlen(row.reply) + 1);
     EXPECT_EQ(outcome.reply, row.reply == nullptr ? "" : row.reply);
     EXPECT_EQ(outcome.commands, row.commands);
-    if (row.command == kDel) {
+    if (row.command == kDel && row.result == 0) {
       EXPECT_EQ(ams_check_node(gptXmlTrees->root, (std::string(ROOT) + row.url).c_str()), -1);
     }
   }
 }
 
+enum Trouble { NONE, NO_COMMANDS, NO_MEMORY };
+
 struct ChangeCase {
   const char *what;
-  bool can_run; /* commands */
+  Trouble trouble;
   uint32_t command;
   const char *url, *value;
   int result;
   const char *node, *text; /* a node above, and what it holds then */
+  const char *kept;        /* in nvram */
 };
 
 constexpr char kBlackAsItWas[] = "1.Name=one\0033.Name=three";
+constexpr char kThree[] = "Black.3.Name=three "; /* is kept before */
 
 const ChangeCase kChanges[] = {
-    {"a refused set", true, kSet, "Wrong", "W=1\3R=1\3W=2\3Nowhere=1", -1, "Wrong", "W=w\3R=r"},
-    {"a set whose command cannot be run", false, kSet, "Black.3", "Name=x", -1, "Black",
-     kBlackAsItWas},
-    {"the same when it can", true, kSet, "Black.3", "Name=x", 0, "Black", "1.Name=one\0033.Name=x"},
-    {"a refused add", true, kAdd, "Failing", "", -1, "Failing", "1.Name="},
-    {"an add whose command cannot be run", false, kAdd, "Black", "", -1, "Black", kBlackAsItWas},
-    {"a deletion stands", false, kDel, "Black.3", "", 0, "Black", "1.Name=one"},
-    {"a get whose command cannot be run", false, kGet, "Top", "A", -1, "Top.Plain.Deep", "L=x"},
-    {"a set without a handler", true, kSet, "Iptv", "Mode=1\3Nowhere=1", 0, "Iptv", "Mode=1"},
-    {"a set of no leaf that is there", true, kSet, "Iptv", "Nowhere=1\3=2", 0, "Iptv", "Mode=0"},
-    {"a refused set of no leaf that is there", true, kSet, "Wrong", "Nowhere=1", -1, "Wrong",
-     "W=w\3R=r"},
-    {"a set of a name of 64 bytes", true, kSet, "Long", NAME64 "=1", 0, "Long", NAME64 "=1"},
-    {"a longer one is no other's", true, kSet, "Long", NAME64 "s=1", 0, "Long", NAME64 "=l"},
+    {"a refused set", NONE, kSet, "Wrong", "W=1\3R=1\3W=2\3Nowhere=1", -1, "Wrong", "W=w\3R=r",
+     kThree},
+    {"a set whose command cannot be run", NO_COMMANDS, kSet, "Black.3", "Name=x\3Name=y", -1,
+     "Black", kBlackAsItWas, kThree},
+    {"of a row that nothing is kept of", NO_COMMANDS, kSet, "Black.1", "Name=x", -1, "Black",
+     kBlackAsItWas, kThree},
+    {"the same when it can", NONE, kSet, "Black.3", "Name=x", 0, "Black", "1.Name=one\0033.Name=x",
+     "Black.3.Name=x "},
+    {"a set without memory for the op function", NO_MEMORY, kSet, "Black.3", "Name=x", -1, "Black",
+     kBlackAsItWas, kThree},
+    {"a refused add uses up a number", NONE, kAdd, "Failing", "", -1, "Failing",
+     "1.Name=", "Black.3.Name=three Failing.=2 "},
+    {"an add whose command cannot be run", NO_COMMANDS, kAdd, "Black", "", -1, "Black",
+     kBlackAsItWas, "Black.=4 Black.3.Name=three "},
+    {"an add without memory for its path", NO_MEMORY, kAdd, "Black", "", -1, "Black", kBlackAsItWas,
+     kThree},
+    {"a deletion stands", NO_COMMANDS, kDel, "Black.3", "", 0, "Black", "1.Name=one",
+     "Black.=3 Black.3.=0 "},
+    {"a get whose command cannot be run", NO_COMMANDS, kGet, "Top", "A", -1, "Top.Plain.Deep",
+     "L=x", kThree},
+    {"a set without a handler", NONE, kSet, "Iptv", "Mode=1\3Nowhere=1", 0, "Iptv", "Mode=1",
+     "Black.3.Name=three Iptv.Mode=1 "},
+    {"a set of no leaf that is there", NONE, kSet, "Iptv", "Nowhere=1\3=2", 0, "Iptv", "Mode=0",
+     kThree},
+    {"a refused set of no leaf that is there", NONE, kSet, "Wrong", "Nowhere=1", -1, "Wrong",
+     "W=w\3R=r", kThree},
+    {"an empty value is a value", NONE, kSet, "Iptv", "Mode=", 0, "Iptv",
+     "Mode=", "Black.3.Name=three Iptv.Mode= "},
+    {"a read-only leaf takes a status", NONE, kSet, "Top", "B=5=6\3A=1", 0, "Top.Plain.Deep", "L=x",
+     "Black.3.Name=three Top.A=1 "},
+    {"a set of a name of 64 bytes", NONE, kSet, "Long", NAME64 "=1", 0, "Long", NAME64 "=1",
+     "Black.3.Name=three Long." NAME64 "=1 "},
+    {"a longer one is no other's", NONE, kSet, "Long", NAME64 "s=1", 0, "Long", NAME64 "=l",
+     kThree},
 };
 
-TEST_F(DispatchWalk, ARefusedChangeLeavesEverythingAsItWas) {
+std::string Kept() {
+  std::string kept;
+  auto visit = [](const char *key, const char *value, void *context) {
+    *static_cast<std::string *>(context) += std::string(key + sizeof ROOT - 1) + "=" + value + " ";
+    return 0;
+  };
+  EXPECT_EQ(nvram_walk(NVTYPE_STAGING, ROOT, visit, &kept), 0);
+  return kept;
+}
+
+TEST_F(Dispatch, ARefusedChangeLeavesEverythingAsItWas) {
   for (const ChangeCase &row : kChanges) {
     SCOPED_TRACE(row.what);
     LoadModel(kModel);
+    ASSERT_EQ(nvram_clean(NVTYPE_STAGING), 0);
+    ASSERT_EQ(ams_set_node_value(gptXmlTrees->root, ROOT "Black.3.Name", "three"), 0);
     AnswerSystem(-1, ECHILD); /* this one ran: the kernel has thrown its status away */
     EXPECT_EQ(cfgSystemCmd("before"), 0);
-    if (!row.can_run) AnswerSystem(-1, EAGAIN);
-    EXPECT_EQ(Answer(row.command, std::string(ROOT) + row.url, row.value).result, row.result);
+    if (row.trouble == NO_COMMANDS) AnswerSystem(-1, EAGAIN);
+    if (row.trouble == NO_MEMORY)
+      no_memory_for = row.command == kAdd ? "AMS_Appt_Addobj" : "appt_Do_OpFunc";
+    TakeCommands();
+    Outcome outcome = Answer(row.command, std::string(ROOT) + row.url, row.value);
+    no_memory_for = nullptr;
+    EXPECT_EQ(outcome.result, row.result);
+    if (row.trouble == NO_MEMORY) {
+      EXPECT_EQ(outcome.commands, Lines());
+    }
     char *text = nullptr;
     EXPECT_EQ(ams_get_node_value(gptXmlTrees->root, (std::string(ROOT) + row.node).c_str(), &text),
               0);
     EXPECT_STREQ(text, row.text);
+    EXPECT_EQ(Kept(), row.kept);
     __tds_free(text);
   }
+  ASSERT_EQ(nvram_clean(NVTYPE_STAGING), 0);
 }
 
 /* Whatever failed on the thread before is nobody's refusal. */
-TEST_F(DispatchWalk, OnlyTheOpFunctionsOwnCommandsCount) {
+TEST_F(Dispatch, OnlyTheOpFunctionsOwnCommandsCount) {
   AnswerSystem(-1, EAGAIN);
   EXPECT_EQ(cfgSystemCmd("a timer's"), -1);
   EXPECT_EQ(Answer(kSet, ROOT "Black.3", "Name=x").result, 0);
 }
 
-TEST_F(DispatchWalk, NamesThatAreCutAreLogged) {
+TEST_F(Dispatch, NamesThatAreCutAreLogged) {
   std::string log = LogOf(4, [] { Answer(kGet, ROOT "Long", NAME64 "s"); });
   EXPECT_NE(log.find(NAME64 "s"), log.npos) << log;
 }
 
-TEST_F(DispatchWalk, ListsOfAnyLength) {
+TEST_F(Dispatch, ListsOfAnyLength) {
   std::string rows, list;
   for (int number = 1; number <= 7300; ++number) {
     rows += "<Instance id=\"" + std::to_string(number) + "\"/>";
@@ -225,7 +315,7 @@ TEST_F(DispatchWalk, ListsOfAnyLength) {
   EXPECT_EQ(log, "");
 }
 
-TEST_F(DispatchWalk, AnAnswerThatNoMessageHoldsIsRefused) {
+TEST_F(Dispatch, AnAnswerThatNoMessageHoldsIsRefused) {
   const std::string longest(AMS_VALUE_MAX, 'x');
   StartModules();
   LoadModel(kModel);
@@ -243,6 +333,41 @@ TEST_F(DispatchWalk, AnAnswerThatNoMessageHoldsIsRefused) {
   EXPECT_EQ(ack.result, -1);
   EXPECT_EQ(ack.value, "");
   EXPECT_NE(log.find("too large for a message, -1 is answered"), log.npos) << log;
+}
+
+TEST_F(Dispatch, ANodeWithoutTypeIsReportedBeforeTheAcknowledgement) {
+  StartModules();
+  Send("sysmgr:capabinfo", EV_APPT_MSG_REQUEST,
+       RequestFrame(0x01020304, APPT_CMD_GET, ROOT "Nowhere"));
+  EXPECT_EQ("\4\3\2\1", AwaitMessage(EV_APPT_MSG_NO_OBJECT).payload) << "little-endian";
+  EXPECT_EQ(-1, ParseAck(AwaitMessage(EV_APPT_MSG_ACKTO_AGT).payload).result);
+}
+
+TEST_F(Dispatch, AnEmptyListIsAnEmptyTextOfTwoBytes) {
+  Outcome outcome = Answer(APPT_CMD_LIST, ROOT "Silent", "");
+  EXPECT_EQ(outcome.result, 0);
+  EXPECT_EQ(outcome.length, 2U);
+  EXPECT_EQ(outcome.reply, "");
+}
+
+TEST_F(Dispatch, StoreWrappersAnswerAsTheyShould) {
+  MsgArg arg = {};
+  arg.url = ROOT "Silent";
+  EXPECT_EQ(0, AMS_Appt_Getidxes(&arg));
+  EXPECT_STREQ("0", arg.rBuf) << "unlike the agent's own listing, which is empty";
+  EXPECT_EQ(2U, arg.rLen);
+  __tds_free(arg.rBuf);
+  arg.value = "2";
+  EXPECT_EQ(0, AMS_Appt_Setattr(&arg));
+  EXPECT_EQ(0, AMS_Appt_Getattr(&arg));
+  EXPECT_STREQ("2", arg.rBuf);
+  __tds_free(arg.rBuf);
+  MsgArg none = {};
+  EXPECT_EQ(-1, AMS_Appt_Addobj(&none) & AMS_Appt_Delobj(&none));
+  arg.value = "/tmp/tree.debug.xml";
+  EXPECT_EQ(0, AMS_Appt_Savetree(&arg));
+  arg.value = "/nowhere/tree.xml";
+  EXPECT_EQ(-1, AMS_Appt_Savetree(&arg));
 }
 
 }  // namespace

@@ -1,9 +1,10 @@
 // Control messages: what they change and what they answer.
+#include "prosctl_thread.h"
+
 #include <gtest/gtest.h>
 
 #include <cstring>
 
-#include "prosctl_thread.h"
 #include "support.h"
 
 namespace {

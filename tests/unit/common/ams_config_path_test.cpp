@@ -1,12 +1,12 @@
 // Data-model paths and small texts of the op functions: numbers, names, cuts, addresses, hex
 // digits.
+#include "ams_config_path.h"
+
 #include <gtest/gtest.h>
 
 #include <cstdio>
 #include <string>
 #include <vector>
-
-#include "ams_config_path.h"
 
 namespace {
 

@@ -1,4 +1,6 @@
 // The store server's bring-up by boot type, and what follows the start of the modules.
+#include "sup_main.h"
+
 #include <cstdlib>
 #include <fstream>
 #include <memory>
@@ -6,7 +8,6 @@
 
 #include "nvram.h"
 #include "store_desk.h"
-#include "sup_main.h"
 #include "support.h"
 
 namespace {
