@@ -7,12 +7,14 @@
 
 #include "tds.h"
 
-/* Message of the runtime itself: an endpoint that this module has sent to is gone; the payload is
-   its name with the NUL. Delivered to modules whose table has a row for it. */
-constexpr uint32_t TDS_MSG_PEER_GONE = 0x102;
+enum : uint32_t {
+  /* Message of the runtime itself: an endpoint that this module has sent to is gone; the payload is
+     its name with the NUL. Delivered to modules whose table has a row for it. */
+  TDS_MSG_PEER_GONE = 0x102,
 
-/* A row of a message table with this id gets the messages from others that have no row. */
-constexpr uint32_t TDS_MSG_ANY = 0xffffffff;
+  /* A row of a message table with this id gets the messages from others that have no row. */
+  TDS_MSG_ANY = 0xffffffff,
+};
 
 constexpr char TDS_RUNTIME_DIR[] = "/var/run/tds";
 

@@ -1,9 +1,15 @@
-// Adding and deleting instances of arrays. What a new one looks like is the array's template.
+// Adding and deleting instances of arrays; see instances.h. What a new one looks like is the
+// array's template.
+#include "instances.h"
+
 #include <algorithm>
 #include <cstdio>
 
 #include "ams_print.h"
 #include "ams_store.h"
+#include "attributes.h"
+#include "keep.h"
+#include "room.h"
 #include "tree.h"
 
 namespace {
@@ -29,7 +35,7 @@ std::string InstanceRecord(const Record &array, uint32_t number, const Record &r
 
 /* Makes a new row of a template's row whose key has `tail` behind the template's. */
 int MakeRow(MDB_txn *txn, const Key &instance, const Key &from, const Record &row, NewRow *made) {
-  char path[KEY_MAX + 1];
+  char path[kKeyMax + 1];
   made->key = instance;
   size_t top = made->key.length;
   if (KeyAppend(&made->key, from.bytes + from.last, from.length - from.last) != 0 ||
@@ -121,7 +127,7 @@ int AddNext(MDB_txn *txn, const char *path, char *url) {
   if (rc != 0) return TreeFailed("adding to", rc);
   if (TreeAddInstance(txn, array, highest + 1) != 0) return -1;
   KeepAdded(array, highest + 1);
-  char text[KEY_MAX + 16];
+  char text[kKeyMax + 16];
   size_t length = KeyToPath(array.bytes, array.length, text);
   snprintf(text + length, sizeof text - length, ".%u", highest + 1);
   memcpy(url, text, strlen(text) + 1); /* the instance's path was checked to fit */
@@ -146,6 +152,25 @@ int DeleteOne(MDB_txn *txn, const char *instance) {
 
 }  // namespace
 
+int TreeInstances(MDB_txn *txn, const Key &array, std::vector<uint32_t> *numbers) {
+  MDB_cursor *cursor;
+  MDB_val key, data;
+  Key from = array;
+  if (TreeCursor(txn, &cursor) != 0) return -1;
+  from.bytes[from.length++] = KEY_NODE;
+  while (TreeSeek(cursor, from, array, &key, &data) == 0 && key.mv_size < kKeyMax) {
+    const uint8_t *bytes = static_cast<uint8_t *>(key.mv_data);
+    uint32_t number = KeyNumber(bytes + array.length + 1, key.mv_size - array.length - 1);
+    if (number == 0) break; /* the objects beside the instances */
+    numbers->push_back(number);
+    memcpy(from.bytes, bytes, key.mv_size); /* the instance's own row stands first */
+    from.bytes[key.mv_size] = KEY_END;
+    from.length = key.mv_size + 1;
+  }
+  TreeCursorEnd(cursor);
+  return 0;
+}
+
 int TreePutCounts(MDB_txn *txn, const Key &array, const ArrayCounts &counts) {
   Record record;
   if (TreeFind(txn, array, &record) != 0) return TreeFailed("writing", MDB_NOTFOUND);
@@ -166,7 +191,7 @@ int TreeAddInstance(MDB_txn *txn, const Key &array, uint32_t number) {
   ArrayCounts counts = RecordCounts(record);
   if (RowsOfTemplate(txn, array, record, number, &rows) != 0) return -1;
   if (rows.empty()) {
-    char path[KEY_MAX + 1];
+    char path[kKeyMax + 1];
     (void)KeyToPath(array.bytes, array.length, path); /* for the text */
     AMS_PRINT(4, "store: nothing added: %s has no Template\n", path);
     return -1;

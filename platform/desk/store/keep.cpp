@@ -5,6 +5,8 @@
 // A leaf's key is its path, an instance's its path and a dot: "1" for one that was added, "0" for
 // one of the data-model file's that was deleted. An array's key is its path and a dot: the highest
 // number ever used, and before it, if at all, "1,3,7/": the instances there were then.
+#include "keep.h"
+
 #include <algorithm>
 
 #include "ams_print.h"
@@ -21,7 +23,7 @@ std::vector<NvramChange> *Changes() {
 }
 
 std::string PathOf(const Key &key) {
-  char path[KEY_MAX + 1];
+  char path[kKeyMax + 1];
   return {path, KeyToPath(key.bytes, key.length, path)};
 }
 

@@ -4,7 +4,11 @@
 
 #include "ams_print.h"
 #include "ams_store.h"
+#include "attributes.h"
+#include "instances.h"
 #include "nvram.h"
+#include "room.h"
+#include "status.h"
 #include "store_desk.h"
 #include "tree.h"
 
@@ -16,7 +20,7 @@ struct Kept {
 
 constexpr char kNoRoom[] = "there is no room beside the tree that is replaced";
 
-AmsDeskCheck gCheck; /* set before any thread reads it */
+AmsDeskCheck kept_check; /* set before any thread reads it */
 
 int Collect(const char *key, const char *value, void *context) {
   static_cast<std::vector<Kept> *>(context)->push_back({key, value});
@@ -124,10 +128,10 @@ int LayRows(MDB_txn *txn, const Kept &entry) {
 /* Whether the check of the leaf's form, or else of its type, takes the value; else why not. */
 int CheckKept(MDB_txn *txn, const Kept &entry, const Record &leaf, std::string *why) {
   std::string_view set;
-  if (gCheck == nullptr || TreeAttributes(txn, leaf.head.attributes, &set) != 0) return 0;
+  if (kept_check == nullptr || TreeAttributes(txn, leaf.head.attributes, &set) != 0) return 0;
   std::string form(AttributeIn(set, "check"));
   if (form.empty()) form = AttributeIn(set, "type");
-  return form == "string" ? 0 : gCheck(entry.key, form, entry.value, why);
+  return form == "string" ? 0 : kept_check(entry.key, form, entry.value, why);
 }
 
 bool IsCount(MDB_txn *txn, const Key &leaf) {
@@ -185,4 +189,4 @@ int update_from_nvram(struct AmsTree *root, int area) {
   });
 }
 
-void ams_desk_check_kept(AmsDeskCheck check) { gCheck = check; }
+void ams_desk_check_kept(AmsDeskCheck check) { kept_check = check; }

@@ -23,15 +23,15 @@ const LmdbPlace kPlace = {"/dev/shm/ams_store", 256 << 20,
 const char kFormatKey[] = {static_cast<char>(KEY_FORMAT), '\0'};
 constexpr char kFormat[] = "1"; /* of keys and records; another one is replaced */
 
-std::mutex gAttaching;
-XmlTreeSet gSet;
+std::mutex attaching;
+XmlTreeSet shared_set;
 
 int WriteFormat() {
   MDB_txn *txn = nullptr;
   MDB_val key = LmdbVal(kFormatKey, 1), value = LmdbVal(kFormat, sizeof kFormat - 1);
-  int rc = LmdbBegin(gTree.lmdb, 0, &txn);
+  int rc = LmdbBegin(shared_tree.lmdb, 0, &txn);
   if (rc != 0) return rc;
-  rc = mdb_put(txn, gTree.lmdb.dbi, &key, &value, 0);
+  rc = mdb_put(txn, shared_tree.lmdb.dbi, &key, &value, 0);
   if (rc == 0) return mdb_txn_commit(txn);
   mdb_txn_abort(txn);
   return rc;
@@ -40,8 +40,8 @@ int WriteFormat() {
 bool FormatFits() {
   MDB_txn *txn = nullptr;
   MDB_val key = LmdbVal(kFormatKey, 1), value;
-  if (LmdbBegin(gTree.lmdb, MDB_RDONLY, &txn) != 0) return false;
-  int rc = mdb_get(txn, gTree.lmdb.dbi, &key, &value);
+  if (LmdbBegin(shared_tree.lmdb, MDB_RDONLY, &txn) != 0) return false;
+  int rc = mdb_get(txn, shared_tree.lmdb.dbi, &key, &value);
   bool fits =
       rc == 0 && std::string_view(static_cast<char *>(value.mv_data), value.mv_size) == kFormat;
   mdb_txn_abort(txn);
@@ -77,13 +77,13 @@ int OpenAsServer() {
     return -1;
   }
   if (damaged) LmdbRemove(kPlace);
-  int rc = LmdbOpen(kPlace, true, &gTree.lmdb);
-  if (rc == 0) rc = mdb_reader_check(gTree.lmdb.env, nullptr);
+  int rc = LmdbOpen(kPlace, true, &shared_tree.lmdb);
+  if (rc == 0) rc = mdb_reader_check(shared_tree.lmdb.env, nullptr);
   /* Also when it is there: what the last commit gave back is for the write after the next. */
   int wrote = rc == 0 ? WriteFormat() : 0;
   if (damaged && rc == 0) rc = wrote;
   if (rc == 0) return 0;
-  LmdbClose(&gTree.lmdb);
+  LmdbClose(&shared_tree.lmdb);
   AMS_PRINT(4, "store: making %s failed: %s\n", kPlace.folder, mdb_strerror(rc));
   return -1;
 }
@@ -91,27 +91,27 @@ int OpenAsServer() {
 }  // namespace
 
 struct XmlTreeSet *ShmPoolSrvInit(void) {
-  std::lock_guard<std::mutex> guard(gAttaching);
-  if (gTree.lmdb.env != nullptr) return &gSet;
+  std::lock_guard<std::mutex> guard(attaching);
+  if (shared_tree.lmdb.env != nullptr) return &shared_set;
   if (BecomeServer() != 0) return nullptr;
-  return OpenAsServer() == 0 ? &gSet : nullptr;
+  return OpenAsServer() == 0 ? &shared_set : nullptr;
 }
 
 /* The root stands also when nothing is loaded yet: what a server loads later is then there. */
 struct XmlTreeSet *ShmPoolCliInit(void) {
-  std::lock_guard<std::mutex> guard(gAttaching);
-  if (gTree.lmdb.env == nullptr) {
-    int rc = LmdbOpen(kPlace, false, &gTree.lmdb);
+  std::lock_guard<std::mutex> guard(attaching);
+  if (shared_tree.lmdb.env == nullptr) {
+    int rc = LmdbOpen(kPlace, false, &shared_tree.lmdb);
     if (rc == 0 && !FormatFits()) rc = MDB_VERSION_MISMATCH;
     if (rc != 0) {
-      LmdbClose(&gTree.lmdb);
+      LmdbClose(&shared_tree.lmdb);
       AMS_PRINT(4, "store: no store at %s (%s): start the store's server first\n", kPlace.folder,
                 mdb_strerror(rc));
       return nullptr;
     }
   }
-  gSet.root = &gTree;
-  return &gSet;
+  shared_set.root = &shared_tree;
+  return &shared_set;
 }
 
 int ams_write_begin(void) {

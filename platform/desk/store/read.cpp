@@ -5,6 +5,8 @@
 
 #include "ams_print.h"
 #include "ams_store.h"
+#include "attributes.h"
+#include "instances.h"
 #include "tree.h"
 
 namespace {
@@ -105,25 +107,6 @@ int ams_mxml_get_leaf(const char *path, char *value, size_t size) {
   return result;
 }
 
-int TreeInstances(MDB_txn *txn, const Key &array, std::vector<uint32_t> *numbers) {
-  MDB_cursor *cursor;
-  MDB_val key, data;
-  Key from = array;
-  if (TreeCursor(txn, &cursor) != 0) return -1;
-  from.bytes[from.length++] = KEY_NODE;
-  while (TreeSeek(cursor, from, array, &key, &data) == 0 && key.mv_size < KEY_MAX) {
-    const uint8_t *bytes = static_cast<uint8_t *>(key.mv_data);
-    uint32_t number = KeyNumber(bytes + array.length + 1, key.mv_size - array.length - 1);
-    if (number == 0) break; /* the objects beside the instances */
-    numbers->push_back(number);
-    memcpy(from.bytes, bytes, key.mv_size); /* the instance's own row stands first */
-    from.bytes[key.mv_size] = KEY_END;
-    from.length = key.mv_size + 1;
-  }
-  TreeCursorEnd(cursor);
-  return 0;
-}
-
 int ams_get_idxes(struct AmsTree *root, const char *array, char *list, size_t size) {
   if (list == nullptr || size == 0) return -1;
   list[0] = '\0';
@@ -168,7 +151,7 @@ int ams_mxml_list_array(const char *array, struct AmsArrayList *list) {
   list->count = 0;
   if (gptXmlTrees == nullptr || gptXmlTrees->root == nullptr) return -1;
   std::vector<uint32_t> numbers;
-  char path[KEY_MAX];
+  char path[kKeyMax];
   int result = TreeRead([&](MDB_txn *txn) {
     Key key;
     Record record;

@@ -9,6 +9,8 @@
 
 #include "ams_print.h"
 #include "ams_store.h"
+#include "attributes.h"
+#include "found.h"
 #include "tree.h"
 
 namespace {

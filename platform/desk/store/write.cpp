@@ -4,6 +4,8 @@
 
 #include "ams_print.h"
 #include "ams_store.h"
+#include "attributes.h"
+#include "keep.h"
 #include "store_desk.h"
 #include "tree.h"
 

@@ -19,7 +19,7 @@
 #include "store_desk.h"
 #include "store_support.h"
 #include "tds_desk.h"
-#include "tree.h"
+#include "transaction.h"
 
 namespace {
 bool fork_fails;
