@@ -6,11 +6,14 @@
 #include <unistd.h>
 
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <fstream>
+#include <memory>
 #include <string>
 
 #include "ams_store.h"
+#include "nvram.h"
 #include "tds.h"
 
 #define IGD "InternetGatewayDevice."
@@ -115,7 +118,19 @@ inline std::string Children(const std::string &parent) {
   return names;
 }
 
-/* Each test starts with a tree of kModel. */
+/* What a start makes of a file and of what is kept. */
+inline void LayKept(const std::string &xml = kModel) {
+  root = Load(xml);
+  EXPECT_EQ(update_from_nvram(root, NVTYPE_STAGING), 0);
+}
+
+/* What is kept of a leaf. */
+inline std::string Kept(const char *path) {
+  std::unique_ptr<char, void (*)(void *)> value(nvram_get(path, NVTYPE_STAGING), free);
+  return value == nullptr ? "(none)" : value.get();
+}
+
+/* Each test starts with a tree of kModel, and nothing kept. */
 class Store : public testing::Test {
  protected:
   static void SetUpTestSuite() {
@@ -123,6 +138,7 @@ class Store : public testing::Test {
     ASSERT_NE(gptXmlTrees, nullptr);
   }
   void SetUp() override {
+    ASSERT_EQ(nvram_clean(NVTYPE_STAGING) | nvram_commit(NVTYPE_STAGING), 0);
     gptXmlTrees->root = root = Load(kModel);
     ASSERT_NE(root, nullptr);
   }
