@@ -42,7 +42,7 @@ bool Attach() {
 }
 bool Serve() { /* loads its file and dies */
   gptXmlTrees = ShmPoolSrvInit();
-  return gptXmlTrees != nullptr && (gptXmlTrees->root = Load(kModel)) != nullptr;
+  return gptXmlTrees != nullptr && (gptXmlTrees->root = Load(Model())) != nullptr;
 }
 bool ServeDeaf() { /* as whatever a daemon starts that ignores its children's end */
   signal(SIGCHLD, SIG_IGN);
