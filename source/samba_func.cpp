@@ -34,14 +34,16 @@ using Name = char[64]; /* of an interface */
 bool SambaTimerArmed = false;
 Name opened_on = ""; /* where the holes are; "": there are none, or an earlier process knows */
 
-/* `action`: "-A" or "-D". */
-void Rules(const char *action, const char *interface) {
+/* `action`: "-A" or "-D". 0; -1 (logged) when one of the commands was not run. */
+int Rules(const char *action, const char *interface) {
+  int failed = 0;
   for (const SambaPort &row : kPorts) {
-    cfgSystemCmd("iptables -t filter %s INPUT -i %s -p %s --dport %d -j ACCEPT", action, interface,
-                 row.protocol, row.port);
-    cfgSystemCmd("iptables -t nat %s PREROUTING -i %s -p %s --dport %d -j ACCEPT", action,
-                 interface, row.protocol, row.port);
+    failed |= cfgSystemCmd("iptables -t filter %s INPUT -i %s -p %s --dport %d -j ACCEPT", action,
+                           interface, row.protocol, row.port);
+    failed |= cfgSystemCmd("iptables -t nat %s PREROUTING -i %s -p %s --dport %d -j ACCEPT", action,
+                           interface, row.protocol, row.port);
   }
+  return failed;
 }
 
 bool IsInterface(const char *name) {
@@ -86,8 +88,7 @@ void Forget() {
 void CloseElsewhere(const char *interface) {
   if (opened_on[0] == '\0') Recall();
   if (opened_on[0] == '\0' || strcmp(opened_on, interface) == 0) return;
-  Rules("-D", opened_on);
-  Forget();
+  if (Rules("-D", opened_on) == 0) Forget();
 }
 
 /* All rules go before the first comes, so there is one copy of each however often this runs. A name
@@ -105,8 +106,8 @@ void SambaStart(const Name &interface) {
 
 void SambaStop(const Name &interface) {
   CloseElsewhere(interface);
-  if (*interface != '\0') Rules("-D", interface);
-  Forget();
+  int failed = *interface == '\0' ? 0 : Rules("-D", interface);
+  if (failed == 0 && strcmp(opened_on, interface) == 0) Forget();
   cfgSystemCmd("killall -q nmbd");
   cfgSystemCmd("killall -q smbd");
 }

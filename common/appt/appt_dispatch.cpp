@@ -250,9 +250,9 @@ int CallArrayOp(MsgArg *arg) {
 /* The row in the store and its path in the reply, or neither: whoever does not know the path can do
    nothing with the row. */
 int AddRow(MsgArg *arg) {
-  if (ams_write_begin() != 0) return -1;
-  bool added = AMS_Appt_Addobj(arg) != -1 && arg->rBuf != nullptr;
-  if ((added ? ams_write_end() : ams_write_cancel()) == 0 && added) return 0;
+  bool begun = ams_write_begin() == 0;
+  bool added = begun && AMS_Appt_Addobj(arg) != -1 && arg->rBuf != nullptr;
+  if (begun && (added ? ams_write_end() : ams_write_cancel()) == 0 && added) return 0;
   __tds_free(std::exchange(arg->rBuf, nullptr));
   arg->rLen = 0;
   AMS_PRINT(4, "AMS_Appt_Addobj execute error");

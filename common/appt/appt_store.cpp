@@ -8,7 +8,7 @@
 namespace {
 
 /* Hands a heap copy of `text` back as the reply of `size` bytes. The store's change stands even
-   when there is no memory for the reply. */
+   when there is no memory for the reply: taking it back is the caller's. */
 void ReplyCopy(MsgArg *arg, const char *text, const char *tag) {
   arg->rBuf = __tds_strdup(text, tag);
   if (arg->rBuf == nullptr)

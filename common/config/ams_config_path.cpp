@@ -89,7 +89,15 @@ int cfgHexEncode(const char *text, char *hex, size_t size) {
     AMS_PRINT(4, "cfgHexEncode: %zu bytes as hex digits need more than %zu\n", length, size);
     return -1;
   }
-  for (size_t i = 0; i < length; ++i)
-    snprintf(hex + 2 * i, 3, "%02x", static_cast<unsigned char>(text[i]));
+  if (length > 0) cfgHexBytes(reinterpret_cast<const uint8_t *>(text), length, hex);
   return 0;
+}
+
+void cfgHexBytes(const uint8_t *bytes, size_t length, char *hex) {
+  static const char kDigits[] = "0123456789abcdef";
+  for (size_t i = 0; i < length; ++i) {
+    *hex++ = kDigits[bytes[i] >> 4];
+    *hex++ = kDigits[bytes[i] & 15];
+  }
+  *hex = '\0';
 }

@@ -30,6 +30,9 @@ int cfgIsIpv4Addr(const char *text);
    0; -1, `hex` untouched, when it does not fit into `size` bytes. */
 int cfgHexEncode(const char *text, char *hex, size_t size);
 
+/* The same of `length` bytes whatever they are; `hex` has room for 2 * `length` + 1. */
+void cfgHexBytes(const uint8_t *bytes, size_t length, char *hex);
+
 template <size_t N>
 int cfgPathIndexes(const char *path, int32_t (&indexes)[N]) {
   return cfgPathIndexes(path, indexes, N);

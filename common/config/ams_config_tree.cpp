@@ -5,9 +5,12 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <string>
+#include <string_view>
 
 #include "ams_config_api.h"
 #include "ams_config_path.h"
+#include "leaf_list.h"
 
 namespace {
 
@@ -384,4 +387,38 @@ int ConfigNestedArrayFill(const ConfigArray *lhs, const ConfigArray *rhs) {
   CONFIG_PRINT(1, "Fill Nested Array ok\n");
   __tds_free(scratch);
   return 0;
+}
+
+/* ---- a request's value to another node ---- */
+
+namespace {
+
+bool HasLeaf(const char *list, const char *name) {
+  std::string_view rest = list == nullptr ? "" : list;
+  for (Leaf leaf; NextLeaf(&rest, &leaf);)
+    if (leaf.name == name) return true;
+  return false;
+}
+
+std::string PathBelow(const char *object, const char *name) {
+  std::string path = object;
+  if (path.empty() || path.back() != '.') path += '.';
+  return path + name;
+}
+
+}  // namespace
+
+int cfgCopyNodeValue(const OpFuncArg *arg, const char *object, const char *source,
+                     const char *target, const char *type) {
+  if (!HasLeaf(arg->value, source)) return 0;
+  std::string to = PathBelow(object, target);
+  ConfigItem item = {0, source, nullptr};
+  if (cfgNodeExists(to.c_str()) != 0 || ConfigItemGet(&item, object) != 0) return 0;
+  char number[16];
+  snprintf(number, sizeof number, "%d", atoi(item.val));
+  const char *value = type != nullptr && strcmp(type, "string") == 0 ? item.val : number;
+  int result = ams_set_node_value(gptXmlTrees->root, to.c_str(), value);
+  if (result != 0) result = ams_sset_node_value(gptXmlTrees->root, to.c_str(), value);
+  ConfigItemDestroy(&item);
+  return result;
 }

@@ -9,6 +9,7 @@
 // Null records given to the calls that change or copy are faults of the program: they end it.
 #pragma once
 
+#include "ams_common_api.h"
 #include "ams_config_records.h"
 
 /* The first parameter of a record. */
@@ -82,3 +83,9 @@ ConfigArray *ConfigNestedSubArrayOf(ConfigInst *inst);
    table's path: the caller keeps the buffer and puts the old one back. 0; -1 (logged, nothing
    changed) when there is no "{i}" or the path does not fit. */
 int ConfigPathExpand(ConfigArray *sub, int index, char *path, size_t size);
+
+/* When the request's value has the leaf `source`: copies the value of `source` below `object` to
+   `target` below it, where that exists (a status write if a plain one is refused). Unless `type` is
+   "string" it is written as a decimal integer. 0, or the store's result. */
+int cfgCopyNodeValue(const OpFuncArg *arg, const char *object, const char *source,
+                     const char *target, const char *type);

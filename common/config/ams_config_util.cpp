@@ -5,6 +5,7 @@
 #include <string>
 #include <vector>
 
+#include "ams_config_path.h"
 #include "ams_config_shell.h"
 #include "ams_print.h"
 #include "sha256.h"
@@ -90,18 +91,12 @@ int cfgFileKeyGet(const char *file, const char *key, char *value, size_t size) {
 }
 
 int cfgSha256Hex(const char *input, char (&digest)[65]) {
-  static const char kHex[] = "0123456789abcdef";
   size_t length = strnlen(input, 33);
   if (length > 32) {
     AMS_PRINT(4, "input is too long.\n");
     return -1;
   }
-  char *at = digest;
-  for (uint8_t byte : Sha256(input, length)) {
-    *at++ = kHex[byte >> 4];
-    *at++ = kHex[byte & 15];
-  }
-  *at = '\0';
+  cfgHexBytes(Sha256(input, length).data(), 32, digest);
   return 0;
 }
 

@@ -5,10 +5,10 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <string>
 
-#include "ams_config_tree.h"
-#include "leaf_list.h"
+#include "ams_print.h"
+#include "ams_store.h"
+#include "tds.h"
 
 namespace {
 
@@ -50,23 +50,6 @@ int cfgGetTotalInstance(const char *path) {
   return total;
 }
 
-namespace {
-
-bool HasLeaf(const char *list, const char *name) {
-  std::string_view rest = list == nullptr ? "" : list;
-  for (Leaf leaf; NextLeaf(&rest, &leaf);)
-    if (leaf.name == name) return true;
-  return false;
-}
-
-std::string PathBelow(const char *object, const char *name) {
-  std::string path = object;
-  if (path.empty() || path.back() != '.') path += '.';
-  return path + name;
-}
-
-}  // namespace
-
 char *cfgReadIndexes(const char *url, const char *tag, int *result) {
   char highest[16] = "0";
   *result = -1;
@@ -79,19 +62,4 @@ char *cfgReadIndexes(const char *url, const char *tag, int *result) {
   char *list = static_cast<char *>(__tds_malloc(room, tag));
   if (list != nullptr) *result = ams_get_idxes(gptXmlTrees->root, url, list, room);
   return list;
-}
-
-int cfgCopyNodeValue(const OpFuncArg *arg, const char *object, const char *source,
-                     const char *target, const char *type) {
-  if (!HasLeaf(arg->value, source)) return 0;
-  std::string to = PathBelow(object, target);
-  ConfigItem item = {0, source, nullptr};
-  if (cfgNodeExists(to.c_str()) != 0 || ConfigItemGet(&item, object) != 0) return 0;
-  char number[16];
-  snprintf(number, sizeof number, "%d", atoi(item.val));
-  const char *value = type != nullptr && strcmp(type, "string") == 0 ? item.val : number;
-  int result = ams_set_node_value(gptXmlTrees->root, to.c_str(), value);
-  if (result != 0) result = ams_sset_node_value(gptXmlTrees->root, to.c_str(), value);
-  ConfigItemDestroy(&item);
-  return result;
 }

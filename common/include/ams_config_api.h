@@ -2,7 +2,7 @@
 // objects and tables are in ams_config_tree.h. Calls may come from any thread.
 #pragma once
 
-#include "ams_common_api.h"
+#include <cstdint>
 
 /* Writes status value `val` to `path` (read-only parameters too). The store's result; -1 (logged at
    level 4) when either is NULL. */
@@ -17,12 +17,6 @@ int cfgGetArrayMaxIndex(const char *path, int32_t *max);
 /* How many rows the array (its path ends in ".") has. -1 (logged at level 4) when it is no array.
  */
 int cfgGetTotalInstance(const char *path);
-
-/* When the request's value has the leaf `source`: copies the value of `source` below `object` to
-   `target` below it, where that exists (a status write if a plain one is refused). Unless `type` is
-   "string" it is written as a decimal integer. 0, or the store's result. */
-int cfgCopyNodeValue(const OpFuncArg *arg, const char *object, const char *source,
-                     const char *target, const char *type);
 
 /* ams_get_idxes into a heap text of any length; its result in `result`. NULL: no memory. */
 char *cfgReadIndexes(const char *url, const char *tag, int *result);

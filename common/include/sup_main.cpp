@@ -12,6 +12,7 @@
 #include <memory>
 #include <string>
 
+#include "ams_common_api.h"
 #include "ams_config_api.h"
 #include "ams_config_shell.h"
 #include "nvram.h"

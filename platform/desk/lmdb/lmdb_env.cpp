@@ -65,8 +65,11 @@ int verdict_pipe; /* of a process that checks: where it tells what it found */
 [[noreturn]] void CheckChild(const LmdbPlace &place, const char *key, const char *value, int out) {
   const struct itimerval limit = {{0, 0}, {kCheckSeconds, 0}};
   verdict_pipe = out;
+  sigset_t all;
+  sigfillset(&all);
   for (int signum : {SIGSEGV, SIGBUS, SIGFPE, SIGABRT, SIGILL, SIGPROF})
     signal(signum, [](int) { Tell(LMDB_DAMAGED); });
+  (void)sigprocmask(SIG_UNBLOCK, &all, nullptr); /* whatever the parent blocks; cannot fail */
   (void)setitimer(ITIMER_PROF, &limit, nullptr); /* cannot fail with these */
   LmdbEnv opened;
   int rc = LmdbOpen(place, false, &opened);

@@ -18,6 +18,7 @@ namespace {
 
 constexpr int kEndMs = 2000;       /* a killed process is gone well within that */
 constexpr size_t kWorthwhile = 64; /* this part of the pages; of a whole map, lmdb_room's reserve */
+constexpr size_t kFewPages = 16;   /* a place that is small is not short of them */
 
 struct Reader {
   int pid;
@@ -73,5 +74,5 @@ pid_t LmdbEndStopped(const LmdbEnv &opened) {
   }
   if (oldest.txn >= kept_anyway) return 0;
   if (LmdbFreePages(opened, oldest.txn, kept_anyway, &pages) != 0) return 0;
-  return pages > info.me_last_pgno / kWorthwhile ? End(opened, oldest.pid) : 0;
+  return pages > std::max(info.me_last_pgno / kWorthwhile, kFewPages) ? End(opened, oldest.pid) : 0;
 }

@@ -16,6 +16,7 @@
 #include <cstdint>
 #include <cstdio>
 #include <cstring>
+#include <vector>
 
 #include "ams_print.h"
 
@@ -204,20 +205,33 @@ void Remove(int folder, const std::string &name, std::string *removed) {
   if (unlinkat(folder, name.c_str(), 0) == 0) removed->append(" ").append(name);
 }
 
+/* What a file takes on the disk; 0 without one. */
+size_t RoomOf(int folder, const std::string &name) {
+  struct stat info;
+  if (fstatat(folder, name.c_str(), &info, AT_SYMLINK_NOFOLLOW) != 0) return 0;
+  return static_cast<size_t>(info.st_blocks) * 512;
+}
+
 /* Without room for three files nothing could be deleted any more. What is worth least goes first;
-   the commit before goes only when the last one is sound. */
+   the commit before goes only when the last one is sound; and nothing goes where it would not do.
+ */
 int WriteNew(int folder, const std::string &area, bool last_is_sound, std::string_view bytes) {
   const std::string fresh = area + ".new";
-  std::string removed;
   int rc = WriteFile(folder, area, fresh, bytes);
   if (!IsFull(rc)) return rc;
+  size_t room = RoomOf(folder, fresh); /* all that was left */
+  std::vector<std::string> worth_less;
   for (int number = 1; number <= kBadMax; ++number)
-    for (int each : {1, 2}) Remove(folder, BadName(AreaName(each), number), &removed);
-  rc = WriteFile(folder, area, fresh, bytes);
-  if (IsFull(rc) && last_is_sound) {
-    Remove(folder, area + ".1", &removed);
-    rc = WriteFile(folder, area, fresh, bytes);
+    for (int each : {1, 2}) worth_less.push_back(BadName(AreaName(each), number));
+  for (const std::string &name : worth_less) room += RoomOf(folder, name);
+  if (room < bytes.size() && last_is_sound) {
+    worth_less.push_back(area + ".1");
+    room += RoomOf(folder, worth_less.back());
   }
+  if (room < bytes.size()) return rc;
+  std::string removed;
+  for (const std::string &name : worth_less) Remove(folder, name, &removed);
+  rc = WriteFile(folder, area, fresh, bytes);
   if (!removed.empty())
     AMS_PRINT(4, "nvram: %s is full: removed%s to write %s\n", kFolder, removed.c_str(),
               area.c_str());

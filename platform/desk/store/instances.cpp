@@ -125,8 +125,8 @@ int AddNext(MDB_txn *txn, const char *path, char *url) {
   }
   int rc = TreeMayGrow(txn, 0, false);
   if (rc != 0) return TreeFailed("adding to", rc);
-  if (TreeAddInstance(txn, array, highest + 1) != 0) return -1;
-  KeepAdded(array, highest + 1);
+  if (TreeAddInstance(txn, array, highest + 1) != 0 || KeepAdded(array, highest + 1) != 0)
+    return -1;
   char text[kKeyMax + 16];
   size_t length = KeyToPath(array.bytes, array.length, text);
   snprintf(text + length, sizeof text - length, ".%u", highest + 1);

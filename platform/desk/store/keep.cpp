@@ -58,8 +58,13 @@ void KeepLeaf(const Key &key, std::string_view value) {
   Changes()->push_back({PathOf(key), std::string(value)});
 }
 
-void KeepAdded(const Key &array, uint32_t number) {
-  Changes()->push_back({PathOf(array) + "." + std::to_string(number) + ".", "1"});
+/* What was kept below a row of that number, which could not be laid over the tree, is not the new
+   row's. */
+int KeepAdded(const Key &array, uint32_t number) {
+  std::string row = PathOf(array) + "." + std::to_string(number) + ".";
+  if (ForgetBelow(row) != 0) return -1;
+  Changes()->push_back({row, "1"});
+  return 0;
 }
 
 int KeepDeleted(const Key &array, uint32_t number, uint32_t highest) {

@@ -13,7 +13,7 @@
 /* What the open write changes of the configuration; `highest` is the highest number that the array
    ever used. 0 or -1 (logged). */
 void KeepLeaf(const Key &key, std::string_view value);
-void KeepAdded(const Key &array, uint32_t number);
+int KeepAdded(const Key &array, uint32_t number);
 int KeepDeleted(const Key &array, uint32_t number, uint32_t highest);
 
 /* What nvram keeps of a leaf once the open write is done, and making it that again. */

@@ -82,11 +82,13 @@ void LayArray(MDB_txn *txn, const Kept &entry, const Key &array) {
   std::vector<uint32_t> numbers;
   uint32_t highest;
   bool listed;
-  if (ParseInstances(entry.value, &numbers, &listed, &highest) != 0)
+  if (ParseInstances(entry.value, &numbers, &listed, &highest) != 0) {
     PassOver(entry, "its value does not read as 9 or 1,3,7/9");
-  else if ((listed && MatchInstances(txn, array, numbers) != 0) ||
-           RaiseHighest(txn, array, highest) != 0)
-    PassOver(entry, "its instances cannot be made");
+    return;
+  }
+  int failed = listed ? MatchInstances(txn, array, numbers) : 0;
+  failed |= RaiseHighest(txn, array, highest); /* also then: no number is used twice */
+  if (failed != 0) PassOver(entry, "its instances cannot be made");
 }
 
 uint32_t NumberOf(const Key &key) {
@@ -99,10 +101,11 @@ void LayInstance(MDB_txn *txn, const Kept &entry, const Key &array, const Key &i
   bool there = TreeFind(txn, instance, &record) == 0, wanted = entry.value == "1";
   if (!wanted && entry.value != "0")
     PassOver(entry, "its value is neither 1 nor 0");
-  else if (wanted && !there && TreeMayGrow(txn, 0, true) != 0)
+  else if (wanted && !there && TreeMayGrow(txn, 0, true) != 0) {
+    (void)RaiseHighest(txn, array, number); /* no number is used twice; logged */
     PassOver(entry, kNoRoom);
-  else if (there != wanted && (wanted ? TreeAddInstance(txn, array, number)
-                                      : TreeDeleteInstance(txn, array, number)) != 0)
+  } else if (there != wanted && (wanted ? TreeAddInstance(txn, array, number)
+                                        : TreeDeleteInstance(txn, array, number)) != 0)
     PassOver(entry, "it cannot be made or deleted");
 }
 

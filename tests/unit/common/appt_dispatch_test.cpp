@@ -16,6 +16,7 @@ const char *no_memory_for; /* a tag; NULL: there is memory */
 }
 
 extern "C" char *__real___tds_strdup(const char *text, const char *tag);
+extern "C" char *__wrap___tds_strdup(const char *text, const char *tag);
 extern "C" char *__wrap___tds_strdup(const char *text, const char *tag) {
   return no_memory_for != nullptr && strcmp(no_memory_for, tag) == 0
              ? nullptr
