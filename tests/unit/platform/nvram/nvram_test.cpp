@@ -326,10 +326,12 @@ void CommitElsewhere() {
 }
 
 TEST_F(Nvram, TakingBackACommitLeavesThoseOfOthers) {
+  int status = -1;
   ASSERT_TRUE(Apply({{"a", "1"}}));
   at_commit = CommitElsewhere;
   EXPECT_FALSE(Apply({{"a", "2"}}));
-  EXPECT_EQ(End(committer), 0);
+  EXPECT_EQ(waitpid(committer, &status, 0), committer);
+  EXPECT_EQ(status, 0);
   EXPECT_EQ(All(NVTYPE_STAGING), (Settings{{"a", "1"}, {"other", "1"}}));
   EXPECT_EQ(FileBytes("area1"), FlashFile(1, All(NVTYPE_STAGING)));
   EXPECT_EQ(FileBytes("area1.1"), FlashFile(1, {{"a", "1"}}));
