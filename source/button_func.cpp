@@ -19,6 +19,22 @@ constexpr char kGpioFile[] = "/usr/syscfg/gpio_cfg.sh", kEventFile[] = "/usr/sys
 
 enum { LAN_KEY_EVENT = 11, LAN_DELAY = 20 /* ms */ };
 
+/* What the key driver takes as one write, in the machine's byte order: an event to raise when a key
+   was held for some time. Times are in the driver's unit. */
+struct KeyTiming {
+  int32_t gpio;
+  int32_t event;
+  int32_t on_press; /* 1: raised on press, 0: on release */
+  uint32_t trigger_time;
+  uint32_t abandon_time; /* holds from here on count no more; 0: all count */
+};
+static_assert(sizeof(KeyTiming) == 20, "the driver takes records of 20 bytes");
+
+/* A key function's texts as the files have them; NULL: not in the file. */
+struct KeyTexts {
+  const char *gpio, *event, *trigger_type, *trigger_time, *abandon_time;
+};
+
 /* Whether key events are acted on; touched by the module's thread alone. */
 bool key_handling = true;
 
@@ -54,24 +70,7 @@ const char *Find(const char *file, const char *key, KeyText &text) {
   return cfgFileKeyGet(file, key, text) == 0 ? text : nullptr;
 }
 
-/* A board without the key or its event does not have the function. */
-void ProgramFunction(int driver, const KeyFunction &function, const char *gpio_file,
-                     const char *event_file) {
-  KeyText gpio, event, type, time, abandon;
-  KeyTiming timings[2];
-  if (Find(gpio_file, function.gpio, gpio) == nullptr) return;
-  if (Find(event_file, function.event, event) == nullptr) return;
-  int count = KeyTimings({gpio, event, Find(gpio_file, function.trigger_type, type),
-                          Find(gpio_file, function.trigger_time, time),
-                          Find(gpio_file, function.abandon_time, abandon)},
-                         timings);
-  for (int i = 0; i < count; ++i)
-    if (write(driver, &timings[i], sizeof timings[i]) != static_cast<ssize_t>(sizeof timings[i]))
-      AMS_PRINT(4, "Write gpio %d event %d failed!\n", timings[i].gpio, timings[i].event);
-}
-
-}  // namespace
-
+/* The timings that `texts` ask for in `timings`; their number. None is logged. */
 int KeyTimings(const KeyTexts &texts, KeyTiming (&timings)[2]) {
   const char *comma = texts.trigger_time == nullptr ? nullptr : strchr(texts.trigger_time, ',');
   const uint32_t times[2] = {Number(texts.trigger_time),
@@ -96,19 +95,31 @@ int KeyTimings(const KeyTexts &texts, KeyTiming (&timings)[2]) {
   return count;
 }
 
-void ProgramKeyDriver(const char *driver, const char *gpio_file, const char *event_file) {
-  int fd = open(driver, O_RDWR | O_DSYNC | O_CLOEXEC);
-  if (fd < 0) {
-    AMS_PRINT(4, "open %s failed!\n", driver);
-    return;
-  }
-  for (const KeyFunction &function : kKeyFunctions)
-    ProgramFunction(fd, function, gpio_file, event_file);
-  close(fd);
+/* A board without the key or its event does not have the function. */
+void ProgramFunction(int driver, const KeyFunction &function) {
+  KeyText gpio, event, type, time, abandon;
+  KeyTiming timings[2];
+  if (Find(kGpioFile, function.gpio, gpio) == nullptr) return;
+  if (Find(kEventFile, function.event, event) == nullptr) return;
+  int count = KeyTimings({gpio, event, Find(kGpioFile, function.trigger_type, type),
+                          Find(kGpioFile, function.trigger_time, time),
+                          Find(kGpioFile, function.abandon_time, abandon)},
+                         timings);
+  for (int i = 0; i < count; ++i)
+    if (write(driver, &timings[i], sizeof timings[i]) != static_cast<ssize_t>(sizeof timings[i]))
+      AMS_PRINT(4, "Write gpio %d event %d failed!\n", timings[i].gpio, timings[i].event);
 }
 
+}  // namespace
+
 void ButtonInit(int32_t, const void *, uint32_t) {
-  ProgramKeyDriver(kKeyDriver, kGpioFile, kEventFile);
+  int fd = open(kKeyDriver, O_RDWR | O_DSYNC | O_CLOEXEC);
+  if (fd < 0) {
+    AMS_PRINT(4, "open %s failed!\n", kKeyDriver);
+    return;
+  }
+  for (const KeyFunction &function : kKeyFunctions) ProgramFunction(fd, function);
+  close(fd);
 }
 
 void ButtonKeySwitch(int32_t, const void *data, uint32_t len) {

@@ -17,26 +17,3 @@ void ButtonInit(int32_t id, const void *data, uint32_t len);
 void ButtonKeySwitch(int32_t id, const void *data, uint32_t len);
 void ButtonKey(int32_t id, const void *data, uint32_t len);
 void ButtonLanTimer(int32_t id, const void *data, uint32_t len);
-
-/* What the key driver takes as one write, in the machine's byte order: an event to raise when a key
-   was held for some time. Times are in the driver's unit. */
-struct KeyTiming {
-  int32_t gpio;
-  int32_t event;
-  int32_t on_press; /* 1: raised on press, 0: on release */
-  uint32_t trigger_time;
-  uint32_t abandon_time; /* holds from here on count no more; 0: all count */
-};
-static_assert(sizeof(KeyTiming) == 20, "the driver takes records of 20 bytes");
-
-/* A key function's texts as the files have them; NULL: not in the file. */
-struct KeyTexts {
-  const char *gpio, *event, *trigger_type, *trigger_time, *abandon_time;
-};
-
-/* The timings that `texts` ask for in `timings`; their number. None is logged. */
-int KeyTimings(const KeyTexts &texts, KeyTiming (&timings)[2]);
-
-/* Writes the timings of all key functions, which stand in the two shell-style files, to `driver`.
-   What goes wrong is logged and costs that key alone, or all when `driver` cannot be opened. */
-void ProgramKeyDriver(const char *driver, const char *gpio_file, const char *event_file);

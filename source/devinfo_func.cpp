@@ -19,6 +19,7 @@
 #include "free_ports.h"
 #include "nvram.h"
 #include "op_rows.h"
+#include "op_values.h"
 
 namespace {
 

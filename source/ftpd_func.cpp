@@ -6,6 +6,7 @@
 
 #include "ams_config_shell.h"
 #include "op_rows.h"
+#include "op_values.h"
 
 #define FTP "InternetGatewayDevice.Services.ServiceFTP."
 

@@ -11,6 +11,7 @@
 
 #include "ams_config_shell.h"
 #include "capabinfo_thread.h"
+#include "op_values.h"
 
 namespace {
 

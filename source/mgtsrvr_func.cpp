@@ -9,6 +9,7 @@
 
 #include "ams_config_shell.h"
 #include "op_rows.h"
+#include "op_values.h"
 
 namespace {
 
@@ -104,12 +105,13 @@ bool CarriesManagement(const char *connection) {
   return strstr(services, "069") != nullptr;
 }
 
-}  // namespace
-
+/* Whether the payload is a path with its NUL and nothing behind. */
 bool WanPathFits(const void *data, uint32_t len) {
   if (data == nullptr || len == 0) return false;
   return strnlen(static_cast<const char *>(data), len) + 1 == len;
 }
+
+}  // namespace
 
 void SaveNodeWANPath(const void *data, uint32_t len) {
   SavedList saved = "";

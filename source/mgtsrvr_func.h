@@ -16,9 +16,6 @@ enum : uint32_t { EV_WAN_ADDED = 0x100037, EV_WAN_CHANGED = 0x100038, EV_WAN_REM
 void MgtSrvrWanPresent(int32_t id, const void *data, uint32_t len);
 void MgtSrvrWanRemoved(int32_t id, const void *data, uint32_t len);
 
-/* Whether the payload is a path as told above. */
-bool WanPathFits(const void *data, uint32_t len);
-
 /* Puts the path in front of the saved list. */
 void SaveNodeWANPath(const void *data, uint32_t len);
 

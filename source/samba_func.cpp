@@ -13,6 +13,7 @@
 #include "ams_config_shell.h"
 #include "capabinfo_thread.h"
 #include "op_rows.h"
+#include "op_values.h"
 
 namespace {
 
@@ -107,7 +108,8 @@ void SambaStart(const Name &interface) {
 void SambaStop(const Name &interface) {
   CloseElsewhere(interface);
   int failed = *interface == '\0' ? 0 : Rules("-D", interface);
-  if (failed == 0 && strcmp(opened_on, interface) == 0) Forget();
+  bool elsewhere = opened_on[0] != '\0' && strcmp(opened_on, interface) != 0;
+  if (failed == 0 && !elsewhere) Forget();
   cfgSystemCmd("killall -q nmbd");
   cfgSystemCmd("killall -q smbd");
 }

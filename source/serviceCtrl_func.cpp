@@ -14,18 +14,39 @@
 
 #include "ams_config_shell.h"
 #include "op_rows.h"
+#include "op_values.h"
 
-#define SCL              "InternetGatewayDevice.Services.ServiceAccessControl."
-#define PORT_OF(service) "InternetGatewayDevice.Services.Service" service ".Port"
+#define SCL "InternetGatewayDevice.Services.ServiceAccessControl."
+
+WebPorts WebPortList = {1, {80}};
+int WebRestartForced = 0;
+
+namespace {
+
+enum { SCL_KIND_FIXED = 1, SCL_KIND_TCP = 2, SCL_KIND_UDP = 4 };
+enum { SCL_IPV4 = 0, SCL_IPV6 = 1, SCL_VERSIONS = 2, SCL_SERVICES = 8 };
+
+/* A service that entries can name, and whose packets are dropped where no entry lets them in. */
+struct SclServiceRow {
+  const char *name;
+  const char *match1, *match2; /* iptables' words for its packets, of SCL_KIND_FIXED; or NULL */
+  int32_t kind;                /* SCL_KIND_... */
+  const char *port_path;       /* parameter with the daemon's ports, separated by commas; or NULL */
+  int32_t default_port;        /* of an entry with port 0; 0 or less: none */
+};
 
 /* The copies differ in ICMP and in the default of HTTP. That one is told apart on purpose: an entry
    that does not accept HTTP and has port 0 closes port 80 to IPv6 only. */
 const SclServiceRow SclServiceTable[SCL_VERSIONS][SCL_SERVICES] = {
     {
-        {"TELNET", nullptr, nullptr, SCL_KIND_TCP, PORT_OF("Telnet"), 23},
-        {"SSH", nullptr, nullptr, SCL_KIND_TCP, PORT_OF("SSH"), 22},
-        {"FTP", nullptr, nullptr, SCL_KIND_TCP, PORT_OF("FTP"), 21},
-        {"TFTP", nullptr, nullptr, SCL_KIND_UDP, PORT_OF("TFTP"), 69},
+        {"TELNET", nullptr, nullptr, SCL_KIND_TCP,
+         "InternetGatewayDevice.Services.ServiceTelnet.Port", 23},
+        {"SSH", nullptr, nullptr, SCL_KIND_TCP, "InternetGatewayDevice.Services.ServiceSSH.Port",
+         22},
+        {"FTP", nullptr, nullptr, SCL_KIND_TCP, "InternetGatewayDevice.Services.ServiceFTP.Port",
+         21},
+        {"TFTP", nullptr, nullptr, SCL_KIND_UDP, "InternetGatewayDevice.Services.ServiceTFTP.Port",
+         69},
         {"HTTP", nullptr, nullptr, SCL_KIND_TCP, nullptr, -1},
         {"SNMP", "-p udp --dport 161", nullptr, SCL_KIND_FIXED, nullptr, -1},
         {"SAMBA", "-p tcp -m multiport --dports 445,139,389,901",
@@ -33,10 +54,14 @@ const SclServiceRow SclServiceTable[SCL_VERSIONS][SCL_SERVICES] = {
         {"ICMP", "-p icmp -m icmp --icmp-type 8", nullptr, SCL_KIND_FIXED, nullptr, -1},
     },
     {
-        {"TELNET", nullptr, nullptr, SCL_KIND_TCP, PORT_OF("Telnet"), 23},
-        {"SSH", nullptr, nullptr, SCL_KIND_TCP, PORT_OF("SSH"), 22},
-        {"FTP", nullptr, nullptr, SCL_KIND_TCP, PORT_OF("FTP"), 21},
-        {"TFTP", nullptr, nullptr, SCL_KIND_UDP, PORT_OF("TFTP"), 69},
+        {"TELNET", nullptr, nullptr, SCL_KIND_TCP,
+         "InternetGatewayDevice.Services.ServiceTelnet.Port", 23},
+        {"SSH", nullptr, nullptr, SCL_KIND_TCP, "InternetGatewayDevice.Services.ServiceSSH.Port",
+         22},
+        {"FTP", nullptr, nullptr, SCL_KIND_TCP, "InternetGatewayDevice.Services.ServiceFTP.Port",
+         21},
+        {"TFTP", nullptr, nullptr, SCL_KIND_UDP, "InternetGatewayDevice.Services.ServiceTFTP.Port",
+         69},
         {"HTTP", nullptr, nullptr, SCL_KIND_TCP, nullptr, 80},
         {"SNMP", "-p udp --dport 161", nullptr, SCL_KIND_FIXED, nullptr, -1},
         {"SAMBA", "-p tcp -m multiport --dports 445,139,389,901",
@@ -44,11 +69,6 @@ const SclServiceRow SclServiceTable[SCL_VERSIONS][SCL_SERVICES] = {
         {"ICMP", "-p icmpv6 -m icmpv6 --icmpv6-type 128", nullptr, SCL_KIND_FIXED, nullptr, -1},
     },
 };
-
-WebPorts WebPortList = {1, {80}};
-int WebRestartForced = 0;
-
-namespace {
 
 struct Version {
   const char *tool, *accept, *drop;
@@ -220,6 +240,25 @@ void ResetWebPorts() {
   WebServerRestart(WebPortList);
 }
 
+/* What the entries make: the ACCEPT chains, the nat chain and the web server's ports. */
+void SclBuildAcceptRules() {
+  WebPorts web = {};
+  ForEachEntry([&web](Entry entry) {
+    if (entry.service == "HTTP" && entry.action == "ACCEPT") {
+      if (entry.port == 0) entry.port = 80;
+      AddPort(&web, entry.port); /* also when the IP mode asks for no rules */
+    }
+    for (int i = 0; i < SCL_VERSIONS; ++i)
+      if ((entry.ip_mode & 1 << i) != 0) BuildEntry(entry, kVersions[i]);
+  });
+  for (const Version &version : kVersions)
+    cfgSystemCmd("%s -I %s -i lo -j RETURN", version.tool, version.accept);
+  if (SamePorts(WebPortList, web) && WebRestartForced != 1) return;
+  WebPortList = web;
+  WebRestartForced = 0;
+  WebServerRestart(WebPortList);
+}
+
 /* ---- DROP rules ---- */
 
 /* The match of the service's daemon. `ports` is the text of the row before when the parameter
@@ -269,24 +308,6 @@ void HookUp() {
 }
 
 }  // namespace
-
-void SclBuildAcceptRules() {
-  WebPorts web = {};
-  ForEachEntry([&web](Entry entry) {
-    if (entry.service == "HTTP" && entry.action == "ACCEPT") {
-      if (entry.port == 0) entry.port = 80;
-      AddPort(&web, entry.port); /* also when the IP mode asks for no rules */
-    }
-    for (int i = 0; i < SCL_VERSIONS; ++i)
-      if ((entry.ip_mode & 1 << i) != 0) BuildEntry(entry, kVersions[i]);
-  });
-  for (const Version &version : kVersions)
-    cfgSystemCmd("%s -I %s -i lo -j RETURN", version.tool, version.accept);
-  if (SamePorts(WebPortList, web) && WebRestartForced != 1) return;
-  WebPortList = web;
-  WebRestartForced = 0;
-  WebServerRestart(WebPortList);
-}
 
 int SclRebuild() {
   for (const char *line : kFlush) cfgSystemCmd("%s", line);

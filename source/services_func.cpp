@@ -6,6 +6,7 @@
 // meant wherever the next line must not overtake it.
 #include "services_func.h"
 
+#include <sys/socket.h>
 #include <unistd.h>
 
 #include <cstring>
@@ -19,6 +20,7 @@
 #include "l2tp_func.h"
 #include "netdaemon_func.h"
 #include "op_rows.h"
+#include "op_values.h"
 #include "samba_func.h"
 #include "serviceCtrl_func.h"
 #include "sms_func.h"
@@ -81,6 +83,31 @@ int FuncSwitch(OpFuncArg *arg) {
   if (IsInitOrSet(arg->op)) SwitchService(Service);
   return 0;
 }
+
+/* Daemons that listen on each port of a list. telnetd and the TFTP server listen on a single port:
+   one process for each. */
+const PortDaemon kTelnet = {"InternetGatewayDevice.Services.ServiceTelnet.Enable",
+                            "InternetGatewayDevice.Services.ServiceTelnet.Port",
+                            false,
+                            "killall telnetd >/dev/null 2>&1",
+                            SOCK_STREAM,
+                            "telnetd -l /usr/sbin/ams_cli -p %d &"};
+const PortDaemon kTftp = {"InternetGatewayDevice.Services.ServiceTFTP.Enable",
+                          "InternetGatewayDevice.Services.ServiceTFTP.Port",
+                          true,
+                          "killall tftpd-hpa >/dev/null 2>&1",
+                          SOCK_DGRAM,
+                          nullptr,
+                          TftpLines};
+const PortDaemon kSsh = {"InternetGatewayDevice.Services.ServiceSSH.Enable",
+                         "InternetGatewayDevice.Services.ServiceSSH.Port",
+                         false,
+                         "killall dropbear >/dev/null 2>&1",
+                         SOCK_STREAM,
+                         nullptr,
+                         SshLines,
+                         22,
+                         SshPrepare};
 
 /* The LED tells the result of the registration. */
 int FuncUserInfo(OpFuncArg *arg) {

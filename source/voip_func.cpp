@@ -15,6 +15,7 @@
 #include "ams_config_api.h"
 #include "ams_config_shell.h"
 #include "op_rows.h"
+#include "op_values.h"
 
 namespace {
 
@@ -54,12 +55,11 @@ void KeepSelection() {
 }
 
 /* The firmware loads and starts them; here they only have to be there. */
-bool StackIsThere(const std::string &modules, const char *phone) {
-  for (const std::string &file :
-       {modules + "/hi_khw.ko", modules + "/hi_kvoip.ko", modules + "/hi_kspi.ko",
-        modules + "/hi_kslic.ko", std::string(phone)})
-    if (access(file.c_str(), F_OK) != 0) {
-      AMS_PRINT(3, "voip init complete failed(cause:%s file is non existent)!\n", file.c_str());
+bool StackIsThere() {
+  for (const char *file : {"/lib/ko/hi_khw.ko", "/lib/ko/hi_kvoip.ko", "/lib/ko/hi_kspi.ko",
+                           "/lib/ko/hi_kslic.ko", "/usr/sbin/kvophone"})
+    if (access(file, F_OK) != 0) {
+      AMS_PRINT(3, "voip init complete failed(cause:%s file is non existent)!\n", file);
       return false;
     }
   return true;
@@ -193,10 +193,10 @@ bool RunAction(std::string_view name, int line) {
 
 }  // namespace
 
-void VoipStart(const char *modules, const char *phone) {
+void VoipStart() {
   has_lte = LeafInt(IS_VOIP "X_KVO_has_lte");
   if (has_lte != 0) KeepSelection();
-  if (LeafInt(IS_VOIP "X_KVO_Voip_Enable") != 1 || !StackIsThere(modules, phone)) return;
+  if (LeafInt(IS_VOIP "X_KVO_Voip_Enable") != 1 || !StackIsThere()) return;
   FillDialPlan();
   AMS_PRINT(3, "voip init complete OK!\n");
 }
@@ -204,7 +204,7 @@ void VoipStart(const char *modules, const char *phone) {
 int FuncHandleVoip(OpFuncArg *arg) {
   switch (arg->op) {
     case TMF_INIT:
-      if (!init_done) VoipStart("/lib/ko", "/usr/sbin/kvophone");
+      if (!init_done) VoipStart();
       init_done = true;
       return 0;
     case TMF_SET:

@@ -13,6 +13,5 @@ int FuncServVoipIADDiag(OpFuncArg *arg);
 int FuncServVoipPhyTest(OpFuncArg *arg); /* FuncServVoipSimulateTest, too */
 int FuncServAction(OpFuncArg *arg);
 
-/* What FuncHandleVoip does once per process, at its first TMF_INIT. The voice stack's modules are
-   looked for in `modules`, its program at `phone`. */
-void VoipStart(const char *modules, const char *phone);
+/* What FuncHandleVoip does once per process, at its first TMF_INIT. */
+void VoipStart();

@@ -9,17 +9,21 @@
 #include <time.h>
 #include <unistd.h>
 
-#include <algorithm>
 #include <array>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <memory>
+#include <mutex>
+#include <set>
+#include <string>
 
 #include "ams_config_api.h"
 #include "ams_config_shell.h"
+#include "download_order.h"
 #include "nvram.h"
-#include "op_rows.h"
+#include "op_values.h"
+#include "version_manager.h"
 
 namespace {
 
@@ -34,13 +38,6 @@ constexpr char kPostScript[] = "/usr/syscfg/project_post_tr069_upgrade.sh";
 constexpr char kDropCaches[] = "sync;echo 3 >/proc/sys/vm/drop_caches";
 constexpr int kRoomForImage = 51200; /* kB */
 constexpr unsigned kRebootDelay = 3; /* s; the values written reach the flash by then */
-
-constexpr char kVersionManager[] = "tdsmgr:vermgt";
-constexpr uint32_t kVersionDownload = 0xfff04; /* 320 bytes, the image's name at 192 */
-constexpr uint32_t kVersionState = 0xfff05;    /* a state word with its NUL */
-constexpr size_t kRequestSize = 320, kRequestName = 192;
-constexpr int kPolls = 201;
-constexpr uint32_t kPollPeriod = 100; /* ms */
 
 /* Stopped, in this order, when there is too little memory. They stay so until the next boot. */
 const char *const kMakeRoom[] = {
@@ -117,67 +114,7 @@ void WriteTime(const char *path) {
   WriteResult(path, text);
 }
 
-/* ---- the version manager ---- */
-
-/* Sends and takes the answer as a state word, cut and terminated whatever came. 0, or -1 when the
-   answer is empty or missing (logged by the runtime); `state` is "" then. */
-int AskVersionManager(uint32_t id, const void *data, uint32_t length, DownloadState &state) {
-  void *reply = nullptr;
-  uint32_t reply_length = 0;
-  state[0] = '\0';
-  if (SendMsg_syn_lib(id, data, length, kVersionManager, &reply, &reply_length) != 0) return -1;
-  if (reply_length == 0) return -1;
-  const char *word = static_cast<const char *>(reply);
-  size_t size = strnlen(word, std::min<size_t>(reply_length, sizeof state - 1));
-  memcpy(state, word, size);
-  state[size] = '\0';
-  __tds_free(reply);
-  return 0;
-}
-
-int TellState(const char *word, DownloadState &state) {
-  return AskVersionManager(kVersionState, word, static_cast<uint32_t>(strlen(word)) + 1, state);
-}
-
-/* Confirms the image that is there. 0, or -1 when the manager does not agree. */
-int ConfirmVersion(DownloadState *result) {
-  DownloadState reply = "";
-  (void)TellState("success", reply); /* no answer is no "success" */
-  AMS_PRINT(3, "2: rBuf is %s", reply);
-  AMS_PRINT(3, "2: result is %s", reply);
-  if (strcmp(reply, "success") != 0) return -1;
-  AMS_PRINT(3, "download version succeed.");
-  memcpy(*result, reply, sizeof reply);
-  return 0;
-}
-
-/* Polls from the manager's first answer on, until there is an end. As upgradeVer. */
-int AwaitVersion(DownloadState &state, DownloadState *result) {
-  for (int polls = 0;; ++polls) {
-    if (strcmp(state, "downloading") != 0) {
-      AMS_PRINT(3, "[%s] result=%s\n", "upgradeVer", state);
-      return -1;
-    }
-    if (polls == kPolls) break;
-    (void)TellState("downloading", state); /* a missing answer ends the next pass */
-    if (strcmp(state, "downloaded") == 0) {
-      if (ConfirmVersion(result) == 0) return 0;
-    } else if (strstr(state, "fail") != nullptr) {
-      memcpy(*result, state, sizeof state);
-      return -1;
-    }
-    tds_delay(kPollPeriod);
-  }
-  (void)TellState("timeout", state); /* a notice: nothing depends on its answer */
-  AMS_PRINT(4, "download version timeout.");
-  return -1;
-}
-
 /* ---- an order ---- */
-
-/* What the gateway itself keeps in /tmp, scripts that it runs among it, begins with a dot; a slash
-   leads elsewhere. */
-bool IsPlainName(const char *target) { return target[0] != '.' && strchr(target, '/') == nullptr; }
 
 /* What is left to do when everything of an order was given back. */
 struct Aftermath {
@@ -187,9 +124,9 @@ struct Aftermath {
 
 /* False also when it cannot be asked for: nothing is stopped on a guess. */
 bool NeedsRoom() {
-  char text[7];
+  char text[7]; /* kB; what is behind the sixth character is left out */
   if (cfgShellRead("free | grep Mem | awk '{print $4}'", text) < 0) return false;
-  return DownloadFreeMemory(text) < kRoomForImage;
+  return atoi(text) < kRoomForImage;
 }
 
 /* The image must fit into memory beside what runs. "Accelate" is the data model's spelling. */
@@ -207,22 +144,34 @@ void FreeMemory(Aftermath *after) {
   for (const char *line : kMakeRoom) cfgSystemCmd("%s", line);
 }
 
+/* Targets that are being fetched or flashed, of all orders. */
+std::mutex targets_mutex;
+std::multiset<std::string> targets_in_work;
+
+void EndTarget(const char *name) {
+  std::lock_guard<std::mutex> lock(targets_mutex);
+  targets_in_work.erase(targets_in_work.find(name));
+}
+
 /* Makes the file that curl fills, which is a new and empty one of our own: curl follows a link and
-   fills a pipe, and a fetch that fails leaves what is there to be flashed. 0 or -1 (logged). */
-int MakeTarget(const char *name) {
-  char path[sizeof "/tmp/" + DOWNLOAD_NAME_SIZE];
+   fills a pipe, and a fetch that fails leaves what is there to be flashed. One that another order
+   has in work is that already, and it may be whole. 0, then EndTarget ends it; or -1 (logged). */
+int BeginTarget(const char *name) {
+  std::lock_guard<std::mutex> lock(targets_mutex);
+  targets_in_work.insert(name);
+  if (targets_in_work.count(name) > 1) return 0;
+  char path[sizeof "/tmp/" + VERSION_NAME_SIZE];
   snprintf(path, sizeof path, "/tmp/%s", name);
   (void)rmdir(path); /* seldom a folder; all else WriteOwnFile removes */
   if (WriteOwnFile(path, "") == 0) return 0;
   AMS_PRINT(4, "%s cannot be made, nothing is fetched: %m; remove what is there, or make room\n",
             path);
+  targets_in_work.erase(name);
   return -1;
 }
 
 /* Whether the file came is not asked: the version manager finds out. */
-void FetchAndUpgrade(const DownloadOrder &order, DownloadLine &line, DownloadState *result) {
-  if (DownloadFetchCommand(order, line) != 0) return; /* refused before */
-  if (MakeTarget(order.target) != 0) return;
+void FetchAndUpgrade(const DownloadOrder &order, const DownloadLine &line, VersionWord *result) {
   AMS_PRINT(3, "DownCmd=%s", line);
   RunLong(line);
   if (strcmp(order.file_type, kImageType) != 0) {
@@ -257,7 +206,7 @@ void ReportFailure(const DownloadOrder &order, const char *result, DownloadLine 
 /* An order that cannot be carried out whole stops nothing and fetches nothing, and is reported as
    any that failed. */
 void RunOrder(const DownloadOrder &order, DownloadLine &line, Aftermath *after) {
-  DownloadState result = "";
+  VersionWord result = "";
   const char *refusal = DownloadRefusal(order);
   WriteTime(DOWNLOAD "StartTime");
   RunIfThere(kPreScript, "");
@@ -266,7 +215,11 @@ void RunOrder(const DownloadOrder &order, DownloadLine &line, Aftermath *after) 
   } else {
     for (unsigned left = DownloadDelay(order.delay); left != 0;) left = sleep(left);
     FreeMemory(after);
-    FetchAndUpgrade(order, line, &result);
+    if (DownloadFetchCommand(order, line) == 0 /* else refused */ &&
+        BeginTarget(order.target) == 0) {
+      FetchAndUpgrade(order, line, &result);
+      EndTarget(order.target);
+    }
   }
   WriteTime(DOWNLOAD "CompleteTime");
   after->reboot = strcmp(result, "success") == 0;
@@ -293,7 +246,7 @@ Aftermath CarryOutOrder(sem_t *order_read) {
   }
   /* Only the bare name, in the daemon's own folder, on purpose: the image below /tmp stays for
      whoever has to find out why it was not taken, until a boot clears it. */
-  if (IsPlainName(order.target)) (void)unlink(order.target); /* it is seldom there */
+  if (DownloadIsPlainName(order.target)) (void)unlink(order.target); /* it is seldom there */
   return after;
 }
 
@@ -312,86 +265,7 @@ int StartThread() {
   return error == 0 ? 0 : -1;
 }
 
-int FormatLine(DownloadLine &line, int length) {
-  return length < 0 || static_cast<size_t>(length) >= sizeof line ? -1 : 0;
-}
-
 }  // namespace
-
-const char *DownloadRefusal(const DownloadOrder &order) {
-  DownloadLine line;
-  if (!IsPlainName(order.target))
-    return "TargetFileName begins with a dot or holds a slash, order it with a plain name";
-  if (strlen(order.target) >= DOWNLOAD_NAME_SIZE)
-    return "TargetFileName is too long, order it with a shorter one";
-  if (strlen(order.url) >= DOWNLOAD_URL_SIZE) return "URL is too long, order it with a shorter one";
-  if (DownloadStrapCommand(order.command_key, line) != 0 ||
-      DownloadInformCommand(order.command_key, line) != 0)
-    return "CommandKey is too long, order it with a shorter one";
-  if (DownloadFetchCommand(order, line) != 0)
-    return "Username or Password is too long, order it with a shorter one";
-  return nullptr;
-}
-
-/* The texts go to the shell as they were ordered: who may order a download may replace the whole
-   firmware. */
-int DownloadFetchCommand(const DownloadOrder &order, DownloadLine &line) {
-  const char *how = strncmp(order.url, "https", 5) == 0 ? "--digest --insecure" : "--anyauth";
-  return FormatLine(
-      line, snprintf(line, sizeof line,
-                     "curl --globoff %s --connect-timeout 20 -u %s:%s -o '/tmp/%s' '%s'", how,
-                     order.username, order.password, order.target, order.url));
-}
-
-/* Both spaces and the "manully_inform" below are the management client's. */
-int DownloadStrapCommand(const char *command_key, DownloadLine &line) {
-  return FormatLine(line, snprintf(line, sizeof line, "nvram set %s=\"BT  TC-%s Dn-%s\"",
-                                   "Tr069strap", command_key, command_key));
-}
-
-int DownloadInformCommand(const char *command_key, DownloadLine &line) {
-  return FormatLine(line, snprintf(line, sizeof line, "cfgcmd manully_inform EV TC-%s Dn-%s",
-                                   command_key, command_key));
-}
-
-const char *DownloadFaultCode(const char *result) {
-  if (strcmp(result, "success") == 0) return "0";
-  return strcmp(result, "upg_failed") == 0 ? "9002" : "9001";
-}
-
-unsigned DownloadDelay(const char *text) {
-  long long seconds = strtoll(text, nullptr, 10);
-  return seconds <= 0 ? 0 : static_cast<unsigned>(std::min<long long>(seconds, UINT32_MAX));
-}
-
-int DownloadFreeMemory(const char *text) {
-  char number[7];
-  snprintf(number, sizeof number, "%s", text);
-  return atoi(number);
-}
-
-int upgradeVer(const char *name, DownloadState *result) {
-  if (name == nullptr || result == nullptr) return -1;
-  DownloadState state = "";
-  char request[kRequestSize] = {};
-  snprintf(*result, sizeof *result, "other_failed");
-  if (strlen(name) >= DOWNLOAD_NAME_SIZE) {
-    AMS_PRINT(4, "upgradeVer: the name has %zu bytes and %d fit: %s", strlen(name),
-              DOWNLOAD_NAME_SIZE - 1, name);
-    return -1;
-  }
-  memcpy(request + kRequestName, name, strlen(name));
-  if (AskVersionManager(kVersionDownload, request, sizeof request, state) != 0) {
-    AMS_PRINT(4, "version download cmd send msg to system failed.");
-    return -1;
-  }
-  if (strcmp(state, "occupied") == 0) {
-    AMS_PRINT(4, "version download cmd is now operating by others, please try later.");
-    return -1;
-  }
-  AMS_PRINT(3, "version %s is upgrading, please wait...", name);
-  return AwaitVersion(state, result);
-}
 
 void *tr069_download_image_thread(void *order_read) {
   AMS_PrintThreadModule("sysmgr:devInfo"); /* its records follow the module's print level */

@@ -1,6 +1,7 @@
-// The gateway's own network daemons: Telnet, TFTP, SSH and the printer server. They are not
-// watched: one that dies is started again by the next set of its node. SNMP is in snmp_func.cpp,
-// FTP in ftpd_func.cpp, Samba, with its holes in the firewall, in samba_func.cpp.
+// The gateway's own network daemons: those with a list of ports, such as Telnet, TFTP and SSH, and
+// the printer server. They are not watched: one that dies is started again by the next set of its
+// node. SNMP is in snmp_func.cpp, FTP in ftpd_func.cpp, Samba, with its holes in the firewall, in
+// samba_func.cpp.
 //
 // Texts of the parameters go into the command lines as they are: who may write them may run
 // commands as the daemon does.
@@ -11,71 +12,47 @@
 #include <cstdlib>
 #include <cstring>
 #include <string>
+#include <string_view>
 
 #include "ams_config_shell.h"
 #include "free_ports.h"
 #include "op_rows.h"
+#include "op_values.h"
 
 #define SERVICES "InternetGatewayDevice.Services."
 
 namespace {
 
-using Lines = std::vector<std::string>;
-
 /* ---- daemons with a list of ports ---- */
 
-/* Each makes the lines that start a daemon on the ports of its Port parameter. -1 (logged) when
-   they cannot be had: they are made before a daemon that runs is killed. */
-
-/* telnetd and the TFTP server listen on a single port: one daemon for each. */
-int TelnetLines(const std::vector<int> &ports, Lines *lines) {
-  for (int port : ports)
-    lines->push_back("telnetd -l /usr/sbin/ams_cli -p " + std::to_string(port) + " &");
-  return 0;
-}
-
-int TftpLines(const std::vector<int> &ports, Lines *lines) {
-  char root[64] = "";
-  if (LeafText(SERVICES "ServiceTFTP.RootDIR", root) != 0) return -1;
-  for (int port : ports)
-    lines->push_back(std::string("tftpd-hpa -lc -s ") + root + " -P " + std::to_string(port) +
-                     " &");
-  return 0;
-}
-
-/* At every start, also of a server that is off: a set may switch it on later. A key that is there
-   stays, dropbearkey overwrites none. */
-void SshPrepare() {
-  cfgSystemCmd("mkdir -p /var/dropbear");
-  cfgSystemCmd("dropbearkey -t rsa -f /var/dropbear/rsa_host_key");
-}
-
-/* One dropbear for all ports, which puts itself into the background. Without any it takes its own,
-   22. With part of them it would seem to run, so a list that does not fit is refused. */
-int SshLines(const std::vector<int> &ports, Lines *lines) {
-  constexpr size_t kLongest = 255;
-  std::string command = "dropbear -r /var/dropbear/rsa_host_key ";
-  for (int port : ports) command += " -p " + std::to_string(port) + " ";
-  if (command.size() > kLongest) {
-    AMS_PRINT(4,
-              "dropbear not started, its command has %zu bytes and %zu fit: shorten " SERVICES
-              "ServiceSSH.Port\n",
-              command.size(), kLongest);
-    return -1;
+/* "23,2323" -> {23, 2323}. Pieces go through atoi, so junk and an empty piece read as 0; order is
+   kept. An empty text has no piece. */
+std::vector<int> PortList(std::string_view text) {
+  std::vector<int> ports;
+  if (text.empty()) return ports;
+  for (size_t at = 0, comma = 0; comma != text.npos; at = comma + 1) {
+    comma = text.find(',', at);
+    ports.push_back(atoi(std::string(text.substr(at, comma - at)).c_str()));
   }
-  lines->push_back(command);
-  return 0;
+  return ports;
+}
+
+std::string LineOf(std::string each, int port) {
+  return each.replace(each.find("%d"), 2, std::to_string(port));
 }
 
 /* The daemon's ports and the lines that start it. 0 or -1 (logged). */
-int ReadStart(const PortDaemon &daemon, std::vector<int> *ports, Lines *lines) {
+int ReadStart(const PortDaemon &daemon, std::vector<int> *ports, PortLines *lines) {
   char text[128] = ""; /* without the node: no ports */
   if (LeafText(daemon.ports, text) != 0) return -1;
   *ports = PortList(text);
   if (daemon.usual_port != 0)
     for (int &port : *ports)
       if (port < 1) port = daemon.usual_port;
-  if (daemon.lines(*ports, lines) != 0) return -1;
+  if (daemon.lines == nullptr)
+    for (int port : *ports) lines->push_back(LineOf(daemon.each, port));
+  else if (daemon.lines(*ports, lines) != 0)
+    return -1;
   if (ports->empty()) ports->push_back(daemon.usual_port);
   return 0;
 }
@@ -114,21 +91,45 @@ int PrinterStart(const Printer &printer, bool killed) {
 
 }  // namespace
 
-std::vector<int> PortList(std::string_view text) {
-  std::vector<int> ports;
-  if (text.empty()) return ports;
-  for (size_t at = 0, comma = 0; comma != text.npos; at = comma + 1) {
-    comma = text.find(',', at);
-    ports.push_back(atoi(std::string(text.substr(at, comma - at)).c_str()));
+/* The folder is in the line, so that the row alone is not enough. */
+int TftpLines(const std::vector<int> &ports, PortLines *lines) {
+  char root[64] = "";
+  if (LeafText(SERVICES "ServiceTFTP.RootDIR", root) != 0) return -1;
+  for (int port : ports)
+    lines->push_back(std::string("tftpd-hpa -lc -s ") + root + " -P " + std::to_string(port) +
+                     " &");
+  return 0;
+}
+
+/* At every start, also of a server that is off: a set may switch it on later. A key that is there
+   stays, dropbearkey overwrites none. */
+void SshPrepare() {
+  cfgSystemCmd("mkdir -p /var/dropbear");
+  cfgSystemCmd("dropbearkey -t rsa -f /var/dropbear/rsa_host_key");
+}
+
+/* One dropbear for all ports, which puts itself into the background. Without any it takes its own,
+   22. With part of them it would seem to run, so a list that does not fit is refused. */
+int SshLines(const std::vector<int> &ports, PortLines *lines) {
+  constexpr size_t kLongest = 255;
+  std::string command = "dropbear -r /var/dropbear/rsa_host_key ";
+  for (int port : ports) command += " -p " + std::to_string(port) + " ";
+  if (command.size() > kLongest) {
+    AMS_PRINT(4,
+              "dropbear not started, its command has %zu bytes and %zu fit: shorten " SERVICES
+              "ServiceSSH.Port\n",
+              command.size(), kLongest);
+    return -1;
   }
-  return ports;
+  lines->push_back(command);
+  return 0;
 }
 
 /* At start there is nothing to kill yet. A value other than 0 and 1 leaves what runs alone, and so
    does a start that cannot be had. */
 int ApplyPortDaemon(const PortDaemon &daemon, int op) {
   std::vector<int> ports;
-  Lines lines;
+  PortLines lines;
   if (daemon.node_check && ams_check_node(gptXmlTrees->root, daemon.enable) != 0) return 0;
   int enable = LeafInt(daemon.enable);
   if (op == TMF_INIT && daemon.prepare != nullptr) daemon.prepare();
@@ -141,33 +142,6 @@ int ApplyPortDaemon(const PortDaemon &daemon, int op) {
     if (cfgSystemCmd("%s", line.c_str()) != 0) return -1;
   return 0;
 }
-
-const PortDaemon kTelnet = {SERVICES "ServiceTelnet.Enable",
-                            SERVICES "ServiceTelnet.Port",
-                            false,
-                            "killall telnetd >/dev/null 2>&1",
-                            nullptr,
-                            TelnetLines,
-                            SOCK_STREAM,
-                            0};
-
-const PortDaemon kTftp = {SERVICES "ServiceTFTP.Enable",
-                          SERVICES "ServiceTFTP.Port",
-                          true,
-                          "killall tftpd-hpa >/dev/null 2>&1",
-                          nullptr,
-                          TftpLines,
-                          SOCK_DGRAM,
-                          0};
-
-const PortDaemon kSsh = {SERVICES "ServiceSSH.Enable",
-                         SERVICES "ServiceSSH.Port",
-                         false,
-                         "killall dropbear >/dev/null 2>&1",
-                         SshPrepare,
-                         SshLines,
-                         SOCK_STREAM,
-                         22};
 
 /* Unlike the servers above, any set kills. */
 int FuncServPrinter(OpFuncArg *arg) {

@@ -2,28 +2,30 @@
 #pragma once
 
 #include <string>
-#include <string_view>
 #include <vector>
 
 #include "op_rows.h"
 
-/* "23,2323" -> {23, 2323}. Pieces go through atoi, so junk and an empty piece read as 0; order is
-   kept. An empty text has no piece. */
-std::vector<int> PortList(std::string_view text);
+using PortLines = std::vector<std::string>;
 
-/* A daemon with a list of ports. */
+/* A daemon with a list of ports; the rows are in services_func.cpp. */
 struct PortDaemon {
   const char *enable, *ports; /* its parameters */
   bool node_check;            /* a model without the Enable parameter has no such service */
   const char *kill;
-  void (*prepare)(); /* at the start of the module; may be NULL */
+  int type;         /* of its sockets: SOCK_... */
+  const char *each; /* the line that starts it on one port, %d; NULL: `lines` makes them */
   /* The lines that start it on these ports; -1 (logged) when they cannot be had: they are made
      before a daemon that runs is killed. */
-  int (*lines)(const std::vector<int> &ports, std::vector<std::string> *lines);
-  int type;       /* of its sockets: SOCK_... */
-  int usual_port; /* in place of a number below 1, and without any; 0: the daemon has none */
+  int (*lines)(const std::vector<int> &ports, PortLines *lines) = nullptr;
+  int usual_port = 0;          /* in place of a number below 1, and without any; 0: it has none */
+  void (*prepare)() = nullptr; /* at the start of the module */
 };
-extern const PortDaemon kTelnet, kTftp, kSsh;
+
+/* For the rows of TFTP and SSH. */
+int TftpLines(const std::vector<int> &ports, PortLines *lines);
+void SshPrepare();
+int SshLines(const std::vector<int> &ports, PortLines *lines);
 
 /* Brings the daemon to what its parameters say. 0 or -1 (logged). */
 int ApplyPortDaemon(const PortDaemon &daemon, int op);

@@ -14,6 +14,7 @@
 #include "ams_config_shell.h"
 #include "free_ports.h"
 #include "op_rows.h"
+#include "op_values.h"
 
 #define SNMP   "InternetGatewayDevice.Services.ServiceSNMP."
 #define CONFIG "/var/snmpd.conf"

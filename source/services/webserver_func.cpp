@@ -7,7 +7,7 @@
 
 #include "ams_common_api.h"
 #include "ams_config_shell.h"
-#include "op_rows.h"
+#include "op_values.h"
 
 namespace {
 

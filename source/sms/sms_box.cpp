@@ -12,7 +12,7 @@
 #include "ams_common_api.h"
 #include "ams_config_shell.h"
 #include "modem_at.h"
-#include "op_rows.h"
+#include "op_values.h"
 #include "sms_actions.h"
 #include "sms_list.h"
 

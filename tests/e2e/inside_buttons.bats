@@ -3,7 +3,7 @@
 # the sandbox.
 load helpers
 
-readonly KEYS=/var/devkit/keys BOARD=/usr/syscfg LOG=/var/log/devkit/sysmgr.log
+readonly KEYS=/var/devkit/keys BOARD=/usr/syscfg
 
 setup() {
   : >$CALLS
@@ -11,26 +11,7 @@ setup() {
   : >$KEYS
 }
 
-# A board file of the test's own in place of the desk's.
-board_file() {
-  rm "$BOARD/$1"
-  cat >"$BOARD/$1"
-}
-
-desk_files() {
-  local name
-  rm -f $BOARD/{gpio_cfg,key_event}.sh
-  for name in gpio_cfg key_event; do
-    ln -s "$DEVKIT_SOURCE/devkit/rootfs/usr/syscfg/$name.sh" $BOARD/$name.sh
-  done
-}
-
-teardown() {
-  stub_reset
-  desk_files
-  rm -f $KEYS
-  cfgcmd send sysmgr:button_proc 0x100052 --hex 0100
-}
+teardown() { switch 0100; }
 
 # Line, event, on press, trigger time, abandon time of each record that the driver got.
 records() { od -An -v -w20 -t d4 $KEYS | tr -s ' '; }
@@ -41,9 +22,6 @@ readonly DESK_RECORDS=' 12 1 0 1 10
  7 4 1 15 0
  7 11 1 4 0
  7 11 1 14 0'
-
-log_since() { tail -c +$((mark + 1)) $LOG; }
-mark_log() { mark=$(stat -c %s $LOG); }
 
 # A key event, and the switch.
 press() { cfgcmd send sysmgr:button_proc 0x100051 --hex "63000000 $(printf %02x "$1")000000"; }
@@ -74,51 +52,6 @@ scripts_are() { [ "$(grep -F key_press.sh $CALLS | sort)" = "$1" ]; }
 20) = 20
 20) = 20
 20) = 20' sed -n "s/^write(${BASH_REMATCH[1]},.*, //p" "$trace"
-}
-
-@test "what the board's files ask for, with keys, events and times that are missing" {
-  board_file gpio_cfg.sh <<'KEYS'
-KVO_GPIO_WPS_KEY=4
-KVO_TRIGGER_TYPE_WPS=press
-KVO_TRIGGER_TIME_WPS=3,10
-KVO_GPIO_RESET_KEY=  9
-KVO_TRIGGER_TYPE_REBOOT=PRESS
-KVO_TRIGGER_TIME_REBOOT=,8
-KVO_TRIGGER_TIME_RESTORE=30
-KVO_TRIGGER_TIME_RESTORE_CLEAN=0
-KVO_TRIGGER_TIME_BLINK=4294967295
-KVO_ABANDON_TIME_BLINK=99
-KEYS
-  board_file key_event.sh <<'EVENTS'
-MSG_MONITOR_EVT_WPS_INIT=1
-MSG_MONITOR_EVT_RESET_REBOOT=-2
-MSG_MONITOR_EVT_RESET_FACTORY_CLEAN=4
-MSG_MONITOR_EVT_BLINK=11
-EVENTS
-  mark_log
-  gateway-daemon restart sysmgr
-  expect 0 ' 4 1 0 3 0
- 4 1 0 10 0
- 9 -2 1 8 0
- 9 11 0 -1 99' records
-  log_since | grep -F 'gpio=9, event=4, triggerTime1=0, triggerTime2=0'
-}
-
-@test "a driver that is not there, or takes nothing, leaves a gateway whose key events work" {
-  mark_log
-  rm $KEYS
-  gateway-daemon restart sysmgr
-  expect 0 1 grep -c 'open /proc/gpio_config/key failed!' <(log_since)
-  press 5
-  until_true pressed 5
-
-  mark_log
-  ln -s /dev/full $KEYS
-  gateway-daemon restart sysmgr
-  expect 0 6 grep -c 'Write gpio [0-9]* event [0-9]* failed!' <(log_since)
-  log_since | grep -F 'Write gpio 7 event 11 failed!'
-  press 6
-  until_true pressed 6
 }
 
 @test "key events run the script while the switch is on" {

@@ -5,27 +5,10 @@
 load helpers
 
 readonly ORDER=InternetGatewayDevice.X_TR69_Transfer.X_KVO_Download
-readonly ACCELERATE=$SERVICES.X_KVO_IPSec.X_KVO_IPSec_Hardware_Accelate_Enable
 readonly INFORMS=/var/log/devkit/informs FLASHED=/var/persist/firmware WEB=http://127.0.0.1
 readonly IMAGE='1 Firmware Upgrade Image' TOLD=cfgcmd\ manully_inform
 readonly PRE=/usr/syscfg/project_pre_tr069_download.sh POST=/usr/syscfg/project_post_tr069_upgrade.sh
 readonly DROP='sync;echo 3 >/proc/sys/vm/drop_caches' FREE="free | grep Mem | awk '{print \$4}'"
-readonly ROOM='killall kvophone
-rmmod hi_kslic
-rmmod hi_kvoip
-rmmod hi_kspi
-rmmod hi_khw
-killall lpdsrv
-killall miniupnpd
-killall dropbear
-killall telnetd
-killall tftpd-hpa
-killall vsftpd
-killall nmbd
-killall smbd
-killall zebra
-killall minidlna
-killall snmpd'
 
 setup_file() {
   ln -s "$DEVKIT_BUILD/bin/stub" /usr/sbin/free # before the real one on the PATH
@@ -193,113 +176,9 @@ CASES
   polled 6
 }
 
-@test "a hanging version manager is polled 201 times, and requests are answered meanwhile" {
-  vermgtctl behave hang
-  order CommandKey=slow
-  # 20 seconds for the polls, and longer on a busy machine.
-  for ((i = 20; i <= 201; i += 20)); do
-    until_true polled $i
-    expect 0 V2.3.1 cfgcmd get $DEVICE.X_KVO_FWVersion
-  done
-  ended "$PRE
-$DROP
-$FREE
-$(plain $WEB/open/fw.bin)
-$TOLD EV TC-slow Dn-slow
-$POST failed"
-  reported 9001 "EV TC-slow Dn-slow"
-  state_has "free
-order zorp_image.bin of sysmgr: timeout after 201 polls"
-  flashed no
-}
-
 # A version manager's order, from here; the image is not there, which matters at its end only.
 readonly OF_OTHERS=$(repeat 0 384)612e62696e$(repeat 0 246)
 readonly POLL=646f776e6c6f6164696e6700 CONFIRM=7375636365737300 GIVE_UP=74696d656f757400
-
-@test "of two orders at once each gets its own result" {
-  # The first stands in its script while the second finds the version manager occupied.
-  rm $PRE
-  printf '#!/bin/sh\n: >/tmp/held\nuntil [ -e /tmp/go ]; do sleep 0.02; done\n' >$PRE
-  chmod +x $PRE
-  vermgtctl behave hang
-  expect 0 downloading ask 0xfff04 $OF_OTHERS
-  order CommandKey=first
-  until_true [ -e /tmp/held ]
-  rm $PRE
-  ln -s "$DEVKIT_BUILD/bin/stub" $PRE
-  order CommandKey=second URL=$WEB/open/other.bin TargetFileName=other.bin
-  ran "$PRE
-$DROP
-$FREE
-$(plain $WEB/open/other.bin '' other.bin)
-$TOLD EV TC-second Dn-second
-$POST failed"
-  reported 9001 "EV TC-second Dn-second"
-  expect 0 timeout ask 0xfff05 $GIVE_UP
-  vermgtctl behave normal
-  : >$COMMANDS
-  : >$INFORMS
-  touch /tmp/go
-  ended "$DROP
-$FREE
-$(plain $WEB/open/fw.bin)
-nvram set Tr069strap=\"BT  TC-first Dn-first\"
-$POST success
-reboot"
-  reported 0
-  flashed yes
-}
-
-@test "what an order runs when memory is short, the accelerator is on, or it is not for the version manager" {
-  url=$WEB/open/damaged.bin
-  free_memory 51199
-  order URL=$url
-  ended "$PRE
-$DROP
-$FREE
-$ROOM
-$DROP
-$(plain $url)
-$TOLD EV TC- Dn-
-$POST failed"
-  free_memory 51200
-  cfgcmd sset $ACCELERATE 1
-  order URL=$url
-  ended "$PRE
-rmmod hi_kipsec
-$DROP
-$FREE
-$(plain $url)
-$TOLD EV TC- Dn-
-$POST failed
-insmod /lib/ko/hi_kipsec.ko"
-  cfgcmd sset $ACCELERATE ''
-  # Fetched, and the version manager hears nothing of it; the empty type is such a type.
-  for type in '2 Web Content' ''; do
-    rm -f /tmp/page.bin
-    order URL=$url FileType="$type" TargetFileName=page.bin
-    failed_with 9001 "$(plain $url '' page.bin)"
-    cmp /var/www/damaged.bin /tmp/page.bin
-    state_has 'order zorp_image.bin '
-    holds 'unsupported TargetFileName=page.bin' /var/log/devkit/sysmgr.log
-  done
-  : >$CALLS
-  order FileType='3 Vendor Configuration File'
-  ran_is '/usr/syscfg/tr069_proc.sh Download &'
-  until_true holds '/usr/syscfg/tr069_proc.sh Download' $CALLS
-  expect 0 before field StartTime
-}
-
-@test "without a URL an order writes and runs nothing; the bare name goes all the same" {
-  : >/bare.bin
-  order URL= TargetFileName=bare.bin
-  until_true [ ! -e /bare.bin ]
-  until_true given_back
-  ran_is ''
-  for name in StartTime CompleteTime FaultCode FaultString; do expect 0 before field $name; done
-  expect 0 '' cat $INFORMS
-}
 
 @test "an order waits its delay between the start and the fetch, and nobody waits for it" {
   order CommandKey=late DelaySeconds=86400 TargetFileName=late.bin
@@ -315,59 +194,6 @@ $POST failed"
   : >$COMMANDS
   gateway-daemon restart sysmgr # it would wait all day
   until_true grep -q '^killall -q smbd$' $COMMANDS
-}
-
-@test "texts at their longest are used whole; longer ones are refused, and named" {
-  url="$WEB/open/damaged.bin?"
-  url+=$(repeat u $((1023 - ${#url})))
-  name=$(repeat n 127) key=$(repeat k 1006)
-  order URL=$url TargetFileName=$name CommandKey=$key
-  failed_with 9001 "$(plain $url '' $name)" $key
-  cmp /var/www/damaged.bin /tmp/$name
-  state_has "order $name of sysmgr: fwchk_failed"
-  rm /tmp/$name
-  # A key that cannot be told is left out of the inform. Nothing is fetched, nothing is removed.
-  : >/tmp/victim
-  while read -r pair key why; do
-    order "$pair"
-    ended "$PRE
-$TOLD EV TC-${key#:} Dn-${key#:}
-$POST failed" || fail "$pair" || return
-    reported 9001 "EV TC-${key#:} Dn-${key#:}" || fail "$pair" || return
-    holds "download refused: $why" /var/log/devkit/sysmgr.log || fail "$pair" || return
-    state_has "order $name " || fail "$pair" || return
-  done <<CASES
-URL=${url}u                        : URL is too long
-TargetFileName=${name}n            : TargetFileName is too long
-CommandKey=${key}k                 :${key}k CommandKey is too long
-CommandKey=${key}kk                : CommandKey is too long
-TargetFileName=.kvo_restart_uhttpd : TargetFileName begins with a dot or holds a slash
-TargetFileName=..                  : TargetFileName begins with a dot or holds a slash
-TargetFileName=/tmp/victim         : TargetFileName begins with a dot or holds a slash
-TargetFileName=tmp/victim          : TargetFileName begins with a dot or holds a slash
-CASES
-  [ -e /tmp/victim ] && [ ! -e /tmp/.kvo_restart_uhttpd ]
-}
-
-@test "what was planted in the image's place is not followed" {
-  echo kept | tee /var/victim >/tmp/linked
-  url=$WEB/open/damaged.bin
-  while read -r what command; do
-    rm -rf /tmp/planted.bin
-    $command /tmp/planted.bin
-    order URL=$url TargetFileName=planted.bin
-    failed_with 9001 "$(plain $url '' planted.bin)" || fail "$what" || return
-    [ -f /tmp/planted.bin ] && [ ! -h /tmp/planted.bin ] || fail "$what: it stays" || return
-    cmp /tmp/planted.bin /var/www/damaged.bin || fail "$what" || return
-    expect 0 $'kept\nkept' cat /var/victim /tmp/linked || fail "$what" || return
-    [ ! -e /var/made ] || fail "$what" || return
-  done <<CASES
-link          ln -s /var/victim
-dangling      ln -s /var/made
-hard          ln /tmp/linked
-pipe          mkfifo
-folder        mkdir
-CASES
 }
 
 # Whether each thread of the daemon stands still.

@@ -1,6 +1,8 @@
 // The stand-ins behind support.h: the recording shell and the recording peers.
 #include "support.h"
 
+#include <fcntl.h>
+#include <pthread.h>
 #include <sys/types.h>
 #include <unistd.h>
 
@@ -9,11 +11,12 @@
 #include <chrono>
 #include <condition_variable>
 #include <csignal>
+#include <cstdarg>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <deque>
-#include <iterator>
+#include <fstream>
 #include <mutex>
 #include <optional>
 #include <sstream>
@@ -21,121 +24,69 @@
 
 #include "sup_main.h"
 
+/* A call that the linker leads here, and where it led. */
+#define WRAPPED(result, name, ...)   \
+  result __real_##name(__VA_ARGS__); \
+  result __wrap_##name(__VA_ARGS__)
+
 extern "C" {
-int __real_system(const char *line);
-FILE *__real_popen(const char *line, const char *mode);
-int __wrap_system(const char *line);
-FILE *__wrap_popen(const char *line, const char *mode);
-void __real_tds_delay(uint32_t ms);
-void __wrap_tds_delay(uint32_t ms);
+WRAPPED(int, system, const char *line);
+WRAPPED(FILE *, popen, const char *line, const char *mode);
+WRAPPED(int, open, const char *path, int flags, ...);
+WRAPPED(unsigned, sleep, unsigned seconds);
+WRAPPED(void, tds_delay, uint32_t ms);
+WRAPPED(int, SetTimer, int timer, uint32_t ms);
+WRAPPED(int, KillTimer, int timer);
+WRAPPED(int, SendMsg, uint32_t id, const void *data, uint32_t len, const char *dest);
+WRAPPED(int, SendMsg_syn_lib, uint32_t id, const void *data, uint32_t len, const char *dest,
+        void **reply, uint32_t *reply_len);
+WRAPPED(int, TDS_RegisterNotifyList, uint32_t id, const char *publisher);
+WRAPPED(int, pthread_create, pthread_t *thread, const pthread_attr_t *attributes,
+        void *(*run)(void *), void *argument);
+WRAPPED(int, TDS_NotifyRegistrant, uint32_t id, const void *data, uint32_t len);
 }
 
 namespace {
 
 constexpr auto kLimit = std::chrono::seconds(10);
 
-/* Small, but with every node that a module writes on its own while it runs. */
-constexpr char kModel[] = R"(<?xml version="1.0" encoding="UTF-8"?>
-<InternetGatewayDevice type="object">
-  <DeviceInfo type="object" op="FuncDeviceInfo" mod="sysmgr:devInfo">
-    <ModelName type="string" writable="0">DG-2000</ModelName>
-    <ProvisioningCode type="string"/>
-    <UpTime type="unsignedInt" writable="0">0</UpTime>
-    <MacAddress type="string" writable="0"/>
-    <X_KVO_FWVersion type="string" writable="0">V2.3.1</X_KVO_FWVersion>
-    <X_KVO_FWTime type="string" writable="0"/>
-    <X_KVO-UserChange type="string"/>
-    <X_KVO-RestartWeb type="boolean">0</X_KVO-RestartWeb>
-    <X_CT-COM_Restore type="object" op="FuncRestore">
-      <Enable type="boolean">0</Enable>
-    </X_CT-COM_Restore>
-    <X_CT-COM_ServiceManage type="object" op="FuncServiceManage">
-      <X_KVO_DebugToolEnable type="boolean">0</X_KVO_DebugToolEnable>
-      <X_KVO_DebugToolPort type="unsignedInt">9000</X_KVO_DebugToolPort>
-      <X_KVO_OneBitEnable type="boolean">0</X_KVO_OneBitEnable>
-    </X_CT-COM_ServiceManage>
-  </DeviceInfo>
-  <ManagementServer type="object" op="FuncManagementServer" mod="sysmgr:mgtsrvr">
-    <URL type="string"/>
-    <X_KVO_TR069WANIFNAME type="string"/>
-    <X_KVO_TR069UpWAN type="string" writable="0"/>
-    <X_KVO_TR069WANSAVE type="string" writable="0"/>
-    <X_KVO-SucessFlag type="int" writable="0">0</X_KVO-SucessFlag>
-  </ManagementServer>
-  <Services type="object" mod="sysmgr:capabinfo">
-    <ServiceTelnet type="object" op="FuncServTelnet">
-      <Enable type="boolean">0</Enable>
-      <Port type="string">23</Port>
-    </ServiceTelnet>
-    <ServiceSamba type="object" op="FuncServSamba"><Enable type="boolean">0</Enable></ServiceSamba>
-    <ServiceDLNA type="object" op="FuncDlnaServer"><Enable type="boolean">0</Enable></ServiceDLNA>
-    <ServiceWOL type="object" op="FuncWOL"><MACAddr type="string"/></ServiceWOL>
-    <ServiceVRRP type="object" op="FuncVrrp"><Enable type="boolean">0</Enable></ServiceVRRP>
-    <ServiceIPSLA type="object" op="FuncIpSla"><Enable type="boolean">0</Enable></ServiceIPSLA>
-    <X_KVO_IPSec type="object" op="FuncServIPSec">
-      <TunnelListNumberOfEntries type="unsignedInt" writable="0"/>
-      <TunnelList type="array" op="FuncServIPSecTunnelList">
-        <Template>
-          <ConnectionStatus type="string" writable="0">Disconnected</ConnectionStatus>
-          <RemoteGatewayAddress type="string"/>
-        </Template>
-      </TunnelList>
-    </X_KVO_IPSec>
-  </Services>
-  <X_CT-COM_UserInfo type="object" op="FuncUserInfo" mod="sysmgr:capabinfo">
-    <Result type="int">0</Result>
-    <UserNumberOfEntries type="unsignedInt" writable="0"/>
-    <UserList type="array" op="FuncUserInfoUserListI">
-      <Template><Name type="string"/></Template>
-    </UserList>
-  </X_CT-COM_UserInfo>
-  <X_CT-COM_USBDevice type="object">
-    <StorageNumberOfEntries type="unsignedInt" writable="0"/>
-    <Storage type="array">
-      <Template>
-        <Partitions type="array"><Template><MountPoint type="string"/></Template></Partitions>
-      </Template>
-    </Storage>
-  </X_CT-COM_USBDevice>
-</InternetGatewayDevice>
-)";
-
 /* What the stand-ins were asked; module threads fill it. */
-std::mutex gMutex;
-std::condition_variable gChanged;
-std::vector<std::string> gCommands;
-std::deque<std::optional<std::string>> gAnswers; /* nullopt: popen fails */
-std::deque<std::pair<int, int>> gStatuses;       /* of system(), with errno */
-std::deque<PeerMessage> gMessages;
-std::deque<std::string> gReplies; /* of the version manager */
-bool gReally = false;
+std::mutex mutex;
+std::condition_variable changed;
+std::vector<std::string> commands;
+std::deque<std::optional<std::string>> answers; /* nullopt: popen fails */
+std::deque<std::pair<int, int>> statuses;       /* of system(), with errno */
+std::deque<PeerMessage> messages;
+std::deque<std::string> replies; /* of the process that a synchronous call asks */
+bool run_really = false;
 /* Before any thread, so that a change later moves nothing that they read. */
-const int gZone = setenv("TZ", "UTC0", 1);
-std::function<void(const std::string &)> gOnSystem;
-thread_local std::function<void()> gOnDelay;
-std::function<void()> gWork; /* for "sysmgr:test"; empty once it is done */
+const int first_zone = setenv("TZ", "UTC0", 1);
+std::function<void(const std::string &)> on_system;
+thread_local std::function<void()> on_delay;
+thread_local bool runtime_recorded = false, no_thread = false;
 
 void Forget() {
-  std::lock_guard<std::mutex> lock(gMutex);
-  gCommands.clear();
-  gAnswers.clear();
-  gStatuses.clear();
-  gMessages.clear();
-  gReplies.clear();
-  gReally = false;
-  gOnSystem = nullptr;
-  gOnDelay = nullptr;
+  std::lock_guard<std::mutex> lock(mutex);
+  commands.clear();
+  answers.clear();
+  statuses.clear();
+  messages.clear();
+  replies.clear();
+  run_really = false;
+  on_system = nullptr;
+  on_delay = nullptr;
+  runtime_recorded = no_thread = false;
 }
 
 bool RecordCommand(const char *line) {
-  std::lock_guard<std::mutex> lock(gMutex);
-  gCommands.emplace_back(line);
-  gChanged.notify_all();
-  return gReally;
+  std::lock_guard<std::mutex> lock(mutex);
+  commands.emplace_back(line);
+  changed.notify_all();
+  return run_really;
 }
 
 bool Ran(const std::string &line) {
-  for (const std::string &command : gCommands)
+  for (const std::string &command : commands)
     if (command == line) return true;
   return false;
 }
@@ -159,62 +110,46 @@ void RecordMessage(int32_t id, const void *data, uint32_t len) {
   message.sender = name;
   if (len != 0) message.payload.assign(static_cast<const char *>(data), len);
   message.id = static_cast<uint32_t>(id);
-  std::lock_guard<std::mutex> lock(gMutex);
-  gMessages.push_back(message);
-  gChanged.notify_all();
+  std::lock_guard<std::mutex> lock(mutex);
+  messages.push_back(message);
+  changed.notify_all();
 }
 
-void AnswerRequest(int32_t id, const void *data, uint32_t len) {
-  std::string reply;
-  RecordMessage(id, data, len);
-  {
-    std::lock_guard<std::mutex> lock(gMutex);
-    if (gReplies.empty()) return;
-    reply = gReplies.front();
-    gReplies.pop_front();
+/* A call of the runtime as a line of text, printf's. */
+int RecordCall(const char *format, ...) __attribute__((format(printf, 1, 2)));
+int RecordCall(const char *format, ...) {
+  char line[4096];
+  va_list args;
+  va_start(args, format);
+  vsnprintf(line, sizeof line, format, args);
+  va_end(args);
+  (void)RecordCommand(line);
+  return 0;
+}
+
+/* The payload as text: zeros as <0> or <0*COUNT>, other bytes that do not print as <HEX>. */
+std::string Shown(const void *data, uint32_t len) {
+  std::string text;
+  const auto *bytes = static_cast<const unsigned char *>(data);
+  for (uint32_t at = 0, from = 0; at < len; at = from = at + 1) {
+    char shown[16] = {static_cast<char>(bytes[at])};
+    while (bytes[from] == 0 && at + 1 < len && bytes[at + 1] == 0) ++at;
+    if (bytes[from] < ' ') snprintf(shown, sizeof shown, "<%x>", bytes[from]);
+    if (at > from) snprintf(shown, sizeof shown, "<0*%u>", at + 1 - from);
+    text += shown;
   }
-  char sender[TDS_NAME_SIZE];
-  Sender(sender);
-  (void)SynAckData_lib(reply.data(), static_cast<uint32_t>(reply.size()), static_cast<uint32_t>(id),
-                       sender); /* the test sees what is missing */
+  return text;
 }
 
-void DoWork(int32_t, const void *, uint32_t) {
-  std::function<void()> work;
-  {
-    std::lock_guard<std::mutex> lock(gMutex);
-    work = gWork;
-  }
-  work();
-  std::lock_guard<std::mutex> lock(gMutex);
-  gWork = nullptr;
-  gChanged.notify_all();
-}
-
-constexpr uint32_t kWork = 0x110001;
-const MsgEntry kTestTable[] = {{kWork, DoWork},
-                               {0x100054, RecordMessage},
-                               {TDS_MSG_TIMER, RecordMessage},
-                               {TDS_MSG_TIMER + 1, RecordMessage},
-                               {0, nullptr}};
 const MsgEntry kAckTable[] = {
     {EV_APPT_MSG_ACKTO_AGT, RecordMessage}, {EV_APPT_MSG_NO_OBJECT, RecordMessage}, {0, nullptr}};
-const MsgEntry kLogTable[] = {{0x100021, RecordMessage}, {0, nullptr}};
-const MsgEntry kWanTable[] = {{0, nullptr}};
-const MsgEntry kVersionTable[] = {{0xfff04, AnswerRequest}, {0xfff05, AnswerRequest}, {0, nullptr}};
-const MsgEntry kLanTable[] = {{0x100053, RecordMessage}, {0, nullptr}};
 
 /* The daemon's modules and the peers; the runtime keeps the table for ever. */
 const ModuleEntry *ModulesWithPeers() {
   static std::vector<ModuleEntry> modules;
   for (const ModuleEntry *module = SYSMGR_MODULES; module->name != nullptr; ++module)
     modules.push_back(*module);
-  modules.push_back({"sysmgr:test", {0, 0}, kTestTable});
   modules.push_back({APPT_ACK_PEER, {0, 0}, kAckTable});
-  modules.push_back({"utils:logmgt", {0, 0}, kLogTable});
-  modules.push_back({"portmgr:wan", {0, 0}, kWanTable});
-  modules.push_back({"portmgr:lan", {0, 0}, kLanTable});
-  modules.push_back({"tdsmgr:vermgt", {0, 0}, kVersionTable});
   modules.push_back({nullptr, {0, 0}, nullptr});
   return modules.data();
 }
@@ -234,11 +169,11 @@ int __wrap_system(const char *line) {
   std::function<void(const std::string &)> answer;
   std::pair<int, int> result = {0, errno};
   {
-    std::lock_guard<std::mutex> lock(gMutex);
-    answer = gOnSystem;
-    if (!gStatuses.empty()) {
-      result = gStatuses.front();
-      gStatuses.pop_front();
+    std::lock_guard<std::mutex> lock(mutex);
+    answer = on_system;
+    if (!statuses.empty()) {
+      result = statuses.front();
+      statuses.pop_front();
     }
   }
   if (answer) answer(line);
@@ -250,20 +185,81 @@ FILE *__wrap_popen(const char *line, const char *mode) {
   if (RecordCommand(line)) return __real_popen(line, mode);
   std::optional<std::string> answer = "";
   {
-    std::lock_guard<std::mutex> lock(gMutex);
-    if (!gAnswers.empty()) {
-      answer = gAnswers.front();
-      gAnswers.pop_front();
+    std::lock_guard<std::mutex> lock(mutex);
+    if (!answers.empty()) {
+      answer = answers.front();
+      answers.pop_front();
     }
   }
   return answer.has_value() ? StreamOf(*answer) : nullptr;
 }
 
 void __wrap_tds_delay(uint32_t ms) {
-  if (gOnDelay)
-    gOnDelay();
+  if (on_delay)
+    on_delay();
+  else if (runtime_recorded)
+    RecordCall("tds_delay(%u)", ms);
   else
     __real_tds_delay(ms);
+}
+
+unsigned __wrap_sleep(unsigned seconds) {
+  if (!runtime_recorded) return __real_sleep(seconds);
+  RecordCall("sleep(%u)", seconds);
+  return 0;
+}
+
+/* Nothing can be added to /proc: the key driver's control file stands elsewhere here. */
+int __wrap_open(const char *path, int flags, ...) {
+  va_list args;
+  va_start(args, flags);
+  const mode_t mode = (flags & O_CREAT) != 0 ? va_arg(args, mode_t) : 0;
+  va_end(args);
+  const bool driver = strcmp(path, "/proc/gpio_config/key") == 0;
+  return __real_open(driver ? "/var/devkit/keys" : path, flags, mode);
+}
+
+int __wrap_SetTimer(int timer, uint32_t ms) {
+  return runtime_recorded ? RecordCall("SetTimer(%d, %u)", timer, ms) : __real_SetTimer(timer, ms);
+}
+
+int __wrap_KillTimer(int timer) {
+  return runtime_recorded ? RecordCall("KillTimer(%d)", timer) : __real_KillTimer(timer);
+}
+
+int __wrap_SendMsg(uint32_t id, const void *data, uint32_t len, const char *dest) {
+  if (!runtime_recorded) return __real_SendMsg(id, data, len, dest);
+  return RecordCall("SendMsg(%#x, %s, %s)", id, Shown(data, len).c_str(), dest);
+}
+
+int __wrap_SendMsg_syn_lib(uint32_t id, const void *data, uint32_t len, const char *dest,
+                           void **reply, uint32_t *reply_len) {
+  if (!runtime_recorded) return __real_SendMsg_syn_lib(id, data, len, dest, reply, reply_len);
+  RecordCall("SendMsg_syn_lib(%#x, %s, %s)", id, Shown(data, len).c_str(), dest);
+  std::lock_guard<std::mutex> lock(mutex);
+  if (replies.empty()) return -1;
+  const std::string text = replies.front();
+  replies.pop_front();
+  *reply_len = static_cast<uint32_t>(text.size());
+  if (!text.empty())
+    *reply = memcpy(__tds_malloc(text.size(), "SendMsg_syn_lib"), text.data(), text.size());
+  return 0;
+}
+
+int __wrap_TDS_RegisterNotifyList(uint32_t id, const char *publisher) {
+  if (!runtime_recorded) return __real_TDS_RegisterNotifyList(id, publisher);
+  return RecordCall("TDS_RegisterNotifyList(%#x, %s)", id, publisher);
+}
+
+int __wrap_TDS_NotifyRegistrant(uint32_t id, const void *data, uint32_t len) {
+  if (!runtime_recorded) return __real_TDS_NotifyRegistrant(id, data, len);
+  return RecordCall("TDS_NotifyRegistrant(%#x, %s)", id, Shown(data, len).c_str());
+}
+
+int __wrap_pthread_create(pthread_t *thread, const pthread_attr_t *attributes, void *(*run)(void *),
+                          void *argument) {
+  if (std::exchange(no_thread, false)) return EAGAIN;
+  return __real_pthread_create(thread, attributes, run, argument);
 }
 
 void LoadModel(const std::string &text) {
@@ -288,7 +284,14 @@ void SetLeaf(const std::string &path, const std::string &value) {
   EXPECT_EQ(ams_mxml_fset_leaf(path.c_str(), value.c_str()), 0) << path;
 }
 
-std::string StoreTest::DataModel() const { return kModel; }
+std::string FileText(const std::string &path) {
+  std::ifstream file(path);
+  std::ostringstream text;
+  text << file.rdbuf();
+  return file ? text.str() : "(none)";
+}
+
+std::string StoreTest::DataModel() const { return FileText(TEST_DATA "/small_model.xml"); }
 
 void StoreTest::SetUp() {
   LoadModel(DataModel());
@@ -299,7 +302,7 @@ void StoreTest::StartModules() {
   static bool started = false;
   if (started) return;
   started = true;
-  LoadModel(kModel);
+  LoadModel(FileText(TEST_DATA "/small_model.xml"));
   ASSERT_EQ(SysInit(ModulesWithPeers()), 0);
   AwaitStart();
   LoadModel(DataModel());
@@ -307,41 +310,45 @@ void StoreTest::StartModules() {
 }
 
 std::vector<std::string> TakeCommands() {
-  std::lock_guard<std::mutex> lock(gMutex);
-  return std::exchange(gCommands, {});
+  std::lock_guard<std::mutex> lock(mutex);
+  return std::exchange(commands, {});
 }
 
 std::vector<std::string> AwaitCommand(const std::string &last) {
-  std::unique_lock<std::mutex> lock(gMutex);
-  EXPECT_TRUE(gChanged.wait_for(lock, kLimit, [&] { return Ran(last); })) << "not run: " << last;
-  return std::exchange(gCommands, {});
+  std::unique_lock<std::mutex> lock(mutex);
+  EXPECT_TRUE(changed.wait_for(lock, kLimit, [&] { return Ran(last); })) << "not run: " << last;
+  return std::exchange(commands, {});
 }
 
 void AnswerPopen(std::string output) {
-  std::lock_guard<std::mutex> lock(gMutex);
-  gAnswers.emplace_back(std::move(output));
+  std::lock_guard<std::mutex> lock(mutex);
+  answers.emplace_back(std::move(output));
 }
 
 void FailPopen() {
-  std::lock_guard<std::mutex> lock(gMutex);
-  gAnswers.emplace_back(std::nullopt);
+  std::lock_guard<std::mutex> lock(mutex);
+  answers.emplace_back(std::nullopt);
 }
 
 void AnswerSystem(int status, int error) {
-  std::lock_guard<std::mutex> lock(gMutex);
-  gStatuses.emplace_back(status, error);
+  std::lock_guard<std::mutex> lock(mutex);
+  statuses.emplace_back(status, error);
 }
 
 void OnSystem(std::function<void(const std::string &)> answer) {
-  std::lock_guard<std::mutex> lock(gMutex);
-  gOnSystem = std::move(answer);
+  std::lock_guard<std::mutex> lock(mutex);
+  on_system = std::move(answer);
 }
 
-void OnDelay(std::function<void()> instead) { gOnDelay = std::move(instead); }
+void RecordRuntime() { runtime_recorded = true; }
+
+void FailThread() { no_thread = true; }
+
+void OnDelay(std::function<void()> instead) { on_delay = std::move(instead); }
 
 void RunCommands(bool really) {
-  std::lock_guard<std::mutex> lock(gMutex);
-  gReally = really;
+  std::lock_guard<std::mutex> lock(mutex);
+  run_really = really;
 }
 
 void LimitFiles(rlim_t bytes) {
@@ -364,14 +371,6 @@ int RunOp(const OpFuncEntry *table, const std::string &name, int op, const std::
   return -1;
 }
 
-void ExpectNames(const OpFuncEntry *table, const std::string &words) {
-  std::istringstream stream(words);
-  const std::vector<std::string> names{std::istream_iterator<std::string>(stream), {}};
-  std::vector<std::string> rows;
-  for (; table->name != nullptr; ++table) rows.push_back(table->name);
-  EXPECT_EQ(rows, names);
-}
-
 std::string LogOf(int32_t level, const std::function<void()> &work) {
   const int32_t before = std::exchange(DF_PRT_MAP[0].level, level);
   testing::internal::CaptureStderr();
@@ -380,7 +379,7 @@ std::string LogOf(int32_t level, const std::function<void()> &work) {
   return testing::internal::GetCapturedStderr();
 }
 
-void SetZone(const char *zone) { EXPECT_EQ(setenv("TZ", zone, 1) + gZone, 0); }
+void SetZone(const char *zone) { EXPECT_EQ(setenv("TZ", zone, 1) + first_zone, 0); }
 
 void RunMessage(const MsgEntry *table, uint32_t id, const std::string &payload) {
   const void *data = payload.empty() ? nullptr : payload.data();
@@ -390,46 +389,24 @@ void RunMessage(const MsgEntry *table, uint32_t id, const std::string &payload) 
   ADD_FAILURE() << "no row for message " << id;
 }
 
-void RunOnModule(std::function<void()> work) {
-  std::unique_lock<std::mutex> lock(gMutex);
-  gWork = std::move(work);
-  lock.unlock();
-  Send("sysmgr:test", kWork, "");
-  lock.lock();
-  ASSERT_TRUE(gChanged.wait_for(lock, kLimit, [] { return gWork == nullptr; }));
-}
-
 PeerMessage AwaitMessage(uint32_t id) {
-  std::unique_lock<std::mutex> lock(gMutex);
-  auto found = gMessages.end();
-  bool came = gChanged.wait_for(lock, kLimit, [&] {
-    found = gMessages.begin();
-    while (found != gMessages.end() && found->id != id) ++found;
-    return found != gMessages.end();
+  std::unique_lock<std::mutex> lock(mutex);
+  auto found = messages.end();
+  bool came = changed.wait_for(lock, kLimit, [&] {
+    found = messages.begin();
+    while (found != messages.end() && found->id != id) ++found;
+    return found != messages.end();
   });
   EXPECT_TRUE(came) << "no message " << id;
   if (!came) return {};
   PeerMessage message = *found;
-  gMessages.erase(found);
+  messages.erase(found);
   return message;
 }
 
-std::vector<PeerMessage> TakeMessages(const std::string &peer) {
-  std::vector<PeerMessage> taken;
-  std::deque<PeerMessage> others;
-  std::lock_guard<std::mutex> lock(gMutex);
-  for (PeerMessage &message : gMessages)
-    if (message.peer == peer)
-      taken.push_back(std::move(message));
-    else
-      others.push_back(std::move(message));
-  gMessages.swap(others);
-  return taken;
-}
-
-void AnswerVersionManager(const std::vector<std::string> &replies) {
-  std::lock_guard<std::mutex> lock(gMutex);
-  gReplies.insert(gReplies.end(), replies.begin(), replies.end());
+void AnswerCall(const std::string &reply) {
+  std::lock_guard<std::mutex> lock(mutex);
+  replies.push_back(reply);
 }
 
 std::string RequestFrame(uint32_t chain, uint32_t command, const std::string &url,

@@ -30,11 +30,13 @@ class StoreTest : public ::testing::Test {
   virtual std::string DataModel() const;
 
   /* Starts the modules of the daemon, once in this process, and returns when their start is over
-     and what it ran is forgotten. They go on running in the tests that follow; beside them stand
-     the peers "msgcenter:cAckAgt", "utils:logmgt", "portmgr:wan", "portmgr:lan" and
-     "tdsmgr:vermgt", which record. */
+     and what it ran is forgotten. They go on running in the tests that follow; beside them stands
+     the peer "msgcenter:cAckAgt", which records. */
   void StartModules();
 };
+
+/* The file's text, or "(none)". */
+std::string FileText(const std::string &path);
 
 /* ---- shell ---- */
 
@@ -62,6 +64,17 @@ void AnswerSystem(int status, int error);
    when the test says, and time decides nothing. Until the end of the test. */
 void OnDelay(std::function<void()> instead);
 
+/* What this thread asks of the runtime and of the clock (timers, messages, registrations, waits) is
+   recorded from now on with the lines given to the shell, such as "SetTimer(1, 300)", and not done.
+   Until the end of the test. */
+void RecordRuntime();
+
+/* What the next recorded synchronous call is answered; without any it fails. */
+void AnswerCall(const std::string &reply);
+
+/* The next thread that this one wants cannot be had. */
+void FailThread();
+
 /* Whether the shell really runs the lines, after recording them. Off at the start of a test. */
 void RunCommands(bool really);
 
@@ -75,9 +88,6 @@ void LimitFiles(rlim_t bytes);
 int RunOp(const OpFuncEntry *table, const std::string &name, int op, const std::string &path = "",
           const char *value = nullptr);
 
-/* The names of the rows have to be these words, in this order. */
-void ExpectNames(const OpFuncEntry *table, const std::string &words);
-
 /* What goes to standard error while `work` runs with records of this level and above. */
 std::string LogOf(int32_t level, const std::function<void()> &work);
 
@@ -86,10 +96,6 @@ void SetZone(const char *zone);
 
 /* Calls the handler of message `id` on this thread. */
 void RunMessage(const MsgEntry *table, uint32_t id, const std::string &payload = "");
-
-/* Runs `work` on the thread of the module "sysmgr:test" and waits for its end. Timers that it
-   starts and notification 0x100054 are for AwaitMessage. Needs StartModules. */
-void RunOnModule(std::function<void()> work);
 
 /* ---- messages ---- */
 
@@ -101,12 +107,6 @@ struct PeerMessage {
 
 /* Takes out the oldest message `id` that a peer got, waiting for it; 10 s later the test fails. */
 PeerMessage AwaitMessage(uint32_t id);
-
-/* Takes out what `peer` got since the start of the test, oldest first. */
-std::vector<PeerMessage> TakeMessages(const std::string &peer);
-
-/* What the version manager answers next, one a request; without any it does not answer. */
-void AnswerVersionManager(const std::vector<std::string> &replies);
 
 /* A request frame as the data-base manager sends it, and its way to a module. */
 std::string RequestFrame(uint32_t chain, uint32_t command, const std::string &url,

@@ -1,5 +1,7 @@
-// The desk's data-model file against the FUNC tables, in both directions.
+// The FUNC tables: beside the desk's data-model file in both directions, and how every row begins.
 #include <cstring>
+#include <functional>
+#include <map>
 #include <set>
 
 #include "support.h"
@@ -36,6 +38,49 @@ TEST_F(StoreTest, TheDataModelFileAndTheFuncTablesNameTheSameOps) {
     }
   EXPECT_GT(ops.size(), 20U);
   for (const std::string &op : ops) EXPECT_EQ(1U, rows.count(op)) << "no row for op " << op;
+}
+
+/* Calls `work` with each row that has a handler. */
+void ForEachRow(const std::function<void(const OpFuncEntry &)> &work) {
+  for (const OpFuncEntry *const *table = FUNC_TABLES; *table != nullptr; ++table)
+    for (const OpFuncEntry *row = *table; row->name != nullptr; ++row)
+      if (row->handler != nullptr) work(*row);
+}
+
+TEST_F(StoreTest, ANullArgumentIsRefusedOrLeftAlone) {
+  const std::set<std::string> fine = {"FuncUserInfo", "FuncSCL", "FuncSrvLists", "FuncSyslog",
+                                      "FuncUPNP"};
+  ForEachRow([&](const OpFuncEntry &row) {
+    EXPECT_EQ(row.handler(nullptr), fine.count(row.name) == 1 ? 0 : -1) << row.name;
+  });
+  EXPECT_EQ(TakeCommands(), std::vector<std::string>{});
+}
+
+/* With its name in front, but for these. */
+TEST_F(StoreTest, EveryHandlerLogsWhatItIsAsked) {
+  const std::map<std::string, std::string> others = {
+      {"FuncUserInfoUserListI", ""},
+      {"FuncDlnaServer", ""},
+      {"FuncRemoteAccess", ""},
+      {"FuncWOL", ""},
+      {"FuncZabbix", ""},
+      {"FuncConnRecovery", ""},
+      {"FuncDongleWanKeep", ""},
+      {"FuncStatusUpdater", ""},
+      {"FuncServFotaUpgrade", ""},
+      {"FuncVrrp", ""},
+      {"FuncIpSla", ""},
+      {"FuncServShortMsg", "FuncHandleShortMsg: "},
+      {"FuncServShortMsgSend", "FuncHandleShortMsgSend: "}};
+  RecordRuntime();
+  ForEachRow([&](const OpFuncEntry &row) {
+    const auto other = others.find(row.name);
+    const std::string begin = other == others.end() ? row.name + std::string(": ") : other->second;
+    char value[] = "x";
+    OpFuncArg arg = {row.name, TMF_GET, "A.B", value};
+    const std::string log = LogOf(2, [&] { (void)row.handler(&arg); }); /* each has its own test */
+    EXPECT_NE(log.find(" 2 " + begin + "op: 1, path: A.B, value: x"), log.npos) << row.name << log;
+  });
 }
 
 }  // namespace

@@ -1,0 +1,360 @@
+// Runs the case files of tests/data/ops, whose README tells their form: a file there is a test.
+#include <unistd.h>
+
+#include <algorithm>
+#include <cstring>
+#include <filesystem>
+#include <fstream>
+#include <map>
+#include <sstream>
+
+#include "download_func.h"
+#include "mgtsrvr_func.h"
+#include "serviceCtrl_func.h"
+#include "sup_main.h"
+#include "support.h"
+#include "voip_func.h"
+
+namespace {
+
+using Lines = std::vector<std::string>;
+
+struct Record {
+  int level; /* 0: no record, a line of its own */
+  std::string text;
+};
+
+/* What is run, and what has to come of it; or lines that get a name. */
+struct Act {
+  std::string where, let;
+  std::vector<std::function<int()>> runs; /* of each the same has to come */
+  int result = 0;
+  Lines lines;
+  std::vector<std::pair<std::string, std::string>> leaves, files;
+  std::vector<Record> records;
+};
+
+struct Script {
+  std::string model, where;
+  Act act;
+  Lines aside; /* files that the case put out of the way */
+  std::map<std::string, Lines> named;
+};
+
+/* ---- texts ---- */
+
+/* Escapes \n and \xHH, and {TEXT*COUNT} for a repeated text. */
+std::string Expanded(const std::string &text) {
+  std::string all;
+  for (size_t at = 0; at < text.size(); ++at) {
+    const size_t end = text[at] == '{' ? text.find('}', at) : text.npos;
+    const size_t star = end == text.npos ? end : text.rfind('*', end);
+    if (star != text.npos && star > at && isdigit(text[star + 1]) != 0) {
+      for (int count = atoi(text.c_str() + star + 1); count > 0; --count)
+        all += text.substr(at + 1, star - at - 1);
+      at = end;
+    } else if (text.compare(at, 2, "\\n") == 0) {
+      all += '\n';
+      ++at;
+    } else if (text.compare(at, 2, "\\x") == 0) {
+      all += static_cast<char>(std::stoi(text.substr(at + 2, 2), nullptr, 16));
+      at += 3;
+    } else {
+      all += text[at];
+    }
+  }
+  return all;
+}
+
+/* Takes the first word off `line`. */
+std::string Word(std::string *line) {
+  const size_t blank = std::min(line->find(' '), line->size());
+  const std::string word = line->substr(0, blank);
+  line->erase(0, blank + 1);
+  return word;
+}
+
+Lines Split(const std::string &text, char separator) {
+  Lines parts;
+  std::istringstream stream(text);
+  for (std::string part; std::getline(stream, part, separator);) parts.push_back(part);
+  return parts;
+}
+
+/* "2026-11-24 21:35:21.123 default 4 open x failed!\n  @P:source/button_func,L:9.\n" and what was
+   printed without a record. */
+std::vector<Record> Records(std::string log) {
+  std::vector<Record> records;
+  while (!log.empty()) {
+    const size_t head = log.find(' ', 24), mark = log.find("  @P:");
+    const bool record = log[0] == '2' && head != log.npos && mark != log.npos;
+    const size_t end = std::min(log.find('\n', record ? mark : 0), log.size() - 1) + 1;
+    if (!record) records.push_back({0, log.substr(0, end)});
+    if (record) records.push_back({log[head + 1] - '0', log.substr(head + 3, mark - head - 3)});
+    log.erase(0, end);
+  }
+  return records;
+}
+
+/* ---- acts ---- */
+
+bool Fits(const std::string &expected, const std::string &text) {
+  const size_t dots = expected.rfind("...");
+  if (dots == expected.npos || dots + 3 != expected.size()) return expected == text;
+  return text.compare(0, dots, expected, 0, dots) == 0;
+}
+
+/* The records of the act have to be there in their order, and all of level 4 have to be its. */
+void ExpectRecords(const Act &act, const std::string &log) {
+  size_t next = 0;
+  for (const Record &record : Records(log)) {
+    const bool fits = next < act.records.size() && act.records[next].level == record.level &&
+                      Fits(act.records[next].text, record.text);
+    if (fits) ++next;
+    EXPECT_TRUE(fits || record.level < 4) << act.where << " also logs: " << record.text;
+  }
+  if (next < act.records.size()) {
+    ADD_FAILURE() << act.where << " does not log: " << act.records[next].text << "\n" << log;
+  }
+}
+
+void Run(Script *script) {
+  const Act act = std::exchange(script->act, {});
+  if (!act.let.empty()) script->named[act.let] = act.lines;
+  for (const auto &run : act.runs) {
+    const std::string log = LogOf(1, [&] { EXPECT_EQ(run(), act.result) << act.where; });
+    EXPECT_EQ(TakeCommands(), act.lines) << act.where;
+    ExpectRecords(act, log);
+    for (const auto &[path, value] : act.leaves) EXPECT_EQ(Leaf(path), value) << act.where << path;
+    for (const auto &[path, text] : act.files) EXPECT_EQ(FileText(path), text) << act.where << path;
+  }
+}
+
+const OpFuncEntry *TableOf(const std::string &name) {
+  for (const OpFuncEntry *const *table = FUNC_TABLES; *table != nullptr; ++table)
+    for (const OpFuncEntry *row = *table; row->name != nullptr; ++row)
+      if (name == row->name && row->handler != nullptr) return *table;
+  ADD_FAILURE() << "no op function " << name;
+  return FUNC_TABLES[0];
+}
+
+/* op NAME[,NAME...] OP[,OP...] [PATH [VALUE]] */
+void AddOps(Act *act, std::string rest) {
+  static const std::vector<std::pair<std::string, int>> kOps = {
+      {"init", TMF_INIT}, {"get", TMF_GET}, {"set", TMF_SET}, {"add", TMF_ADD}, {"del", TMF_DEL}};
+  const Lines names = Split(Word(&rest), ','), ops = Split(Word(&rest), ',');
+  const bool valued = rest.find(' ') != rest.npos;
+  const std::string path = Word(&rest), value = Expanded(rest);
+  for (const std::string &name : names)
+    for (const std::string &word : ops)
+      for (const auto &[op_name, op] : kOps)
+        if (op_name == word)
+          act->runs.push_back([=, op = op] {
+            return RunOp(TableOf(name), name, op, Expanded(path), valued ? value.c_str() : nullptr);
+          });
+  EXPECT_EQ(act->runs.size(), names.size() * ops.size()) << act->where << " names no op";
+}
+
+/* message MODULE ID [PAYLOAD] */
+void AddMessage(Act *act, std::string rest) {
+  const std::string name = Word(&rest);
+  const uint32_t id = static_cast<uint32_t>(std::stoul(Word(&rest), nullptr, 0));
+  const std::string payload = Expanded(rest);
+  for (const ModuleEntry *module = SYSMGR_MODULES; module->name != nullptr; ++module)
+    if (name == module->name)
+      act->runs.push_back([=, table = module->table] {
+        RunMessage(table, id, payload);
+        return 0;
+      });
+  EXPECT_EQ(act->runs.size(), 1U) << act->where << " names no module";
+}
+
+/* run WHAT: what is run neither by an op nor by a message alone. */
+void AddRun(Act *act, const std::string &what) {
+  if (what == "voice start") act->runs.push_back([] { return VoipStart(), 0; });
+  if (what == "save nothing")
+    act->runs.push_back([] { return SaveNodeWANPath("A", 1), DelNodeWANPath(nullptr, 2), 0; });
+  if (what == "download")
+    act->runs.push_back([] {
+      int failed = tr069_download_image_thread(nullptr) != nullptr;
+      AMS_PrintThreadModule("default"); /* as before: it is a thread of its own */
+      return failed;
+    });
+  EXPECT_EQ(act->runs.size(), 1U) << act->where << " runs nothing";
+}
+
+/* ---- what stands before an act ---- */
+
+/* Names the element otherwise, so that the model lacks it. */
+void LeaveOut(Script *script, const std::string &element) {
+  bool found = false;
+  for (const std::string &tag : {"<" + element + " ", "</" + element + ">"})
+    for (size_t at = 0; (at = script->model.find(tag, at)) != script->model.npos;
+         ++at, found = true)
+      script->model.insert(at + (tag[1] == '/' ? 2 : 1), "Without");
+  EXPECT_TRUE(found) << script->where << " leaves out what is not there";
+  LoadModel(script->model);
+}
+
+/* What is there comes back at the end of the case, and what is not is not there then. */
+void PutAside(Script *script, const std::string &path) {
+  const bool there = std::rename(path.c_str(), (path + ".aside").c_str()) == 0;
+  EXPECT_TRUE(there || errno == ENOENT) << script->where;
+  script->aside.push_back(path);
+}
+
+void PutBack(Script *script) {
+  for (const std::string &path : script->aside) {
+    std::filesystem::remove_all(path);
+    if (std::filesystem::exists(std::filesystem::symlink_status(path + ".aside")))
+      std::filesystem::rename(path + ".aside", path);
+  }
+  script->aside.clear();
+}
+
+/* What a shell makes of the lines that write a file by echo. */
+void Echo(const std::string &line) {
+  const std::string echo = "echo -e \"";
+  const size_t end = line.rfind("\" >"), name = line.rfind(' ');
+  if (line.compare(0, echo.size(), echo) != 0 || end == line.npos) return;
+  std::ofstream(line.substr(name + 1), line[end + 3] == '>' ? std::ios::app : std::ios::trunc)
+      << line.substr(echo.size(), end - echo.size()) << '\n';
+}
+
+/* What modules keep beside the data model is as after a start. */
+void Begin(Script *script) {
+  PutBack(script);
+  script->model = FileText("/etc/tr098_data_model.xml");
+  LoadModel(script->model);
+  WebPortList = {1, {80}};
+  WebRestartForced = 0;
+}
+
+void Prepare(Script *script, const std::string &word, std::string rest) {
+  char url[AMS_PATH_SIZE];
+  if (word == "set") {
+    const std::string path = Word(&rest);
+    SetLeaf(path, Expanded(rest));
+  } else if (word == "row") {
+    EXPECT_EQ(ams_add_obj(gptXmlTrees->root, Word(&rest).c_str(), url), 0) << script->where;
+    for (const std::string &leaf : Split(rest, ' ')) {
+      const size_t equals = leaf.find('=');
+      SetLeaf(url + ("." + leaf.substr(0, equals)), Expanded(leaf.substr(equals + 1)));
+    }
+  } else if (word == "delete") {
+    EXPECT_EQ(ams_del_obj(gptXmlTrees->root, rest.c_str()), 0) << script->where;
+  } else if (word == "without") {
+    LeaveOut(script, rest);
+  } else if (word == "prints") {
+    AnswerPopen(Expanded(rest));
+  } else if (word == "no-shell") {
+    FailPopen();
+  } else if (word == "no-thread") {
+    FailThread();
+  } else if (word == "answers") {
+    AnswerCall(Expanded(rest));
+  } else if (word == "forced") {
+    WebRestartForced = atoi(rest.c_str());
+  } else if (word == "gone") {
+    PutAside(script, rest);
+  } else if (word == "file") {
+    const std::string path = Word(&rest);
+    PutAside(script, path);
+    std::ofstream(path) << Expanded(rest);
+  } else if (word == "link") {
+    const std::string path = Word(&rest);
+    PutAside(script, path);
+    EXPECT_EQ(symlink(rest.c_str(), path.c_str()), 0) << script->where;
+  } else {
+    ADD_FAILURE() << script->where << " begins with an unknown word";
+  }
+}
+
+/* Whether the line tells what has to come of the act. */
+bool Expects(Script *script, const std::string &word, std::string rest) {
+  Act *act = &script->act;
+  if (word == ">") {
+    act->lines.push_back(Expanded(rest));
+  } else if (word == ">>") {
+    EXPECT_EQ(script->named.count(rest), 1U) << script->where << "is the name of no lines";
+    const Lines &lines = script->named[rest];
+    act->lines.insert(act->lines.end(), lines.begin(), lines.end());
+  } else if (word == "=") {
+    const std::string path = Word(&rest);
+    act->leaves.emplace_back(path, Expanded(rest));
+  } else if (word == "file=") {
+    const std::string path = Word(&rest);
+    act->files.emplace_back(path, Expanded(rest));
+  } else if (word == "words=") {
+    const std::string path = Word(&rest);
+    std::string bytes;
+    for (const std::string &number : Split(rest, ' ')) {
+      const auto value = static_cast<int32_t>(std::stoll(number));
+      bytes.append(reinterpret_cast<const char *>(&value), sizeof value);
+    }
+    act->files.emplace_back(path, bytes);
+  } else if (word == "log") {
+    const int level = atoi(Word(&rest).c_str());
+    act->records.push_back({level, Expanded(rest)});
+  } else if (word == "result") {
+    act->result = atoi(rest.c_str());
+  } else {
+    return false;
+  }
+  return true;
+}
+
+void Handle(Script *script, std::string line) {
+  const std::string word = Word(&line);
+  if (word == "times") {
+    for (int count = atoi(Word(&line).c_str()); count > 0; --count) Handle(script, line);
+    return;
+  }
+  if (Expects(script, word, line)) return;
+  Run(script);
+  script->act.where = script->where;
+  if (word == "case")
+    Begin(script);
+  else if (word == "let")
+    script->act.let = line;
+  else if (word == "op")
+    AddOps(&script->act, line);
+  else if (word == "message")
+    AddMessage(&script->act, line);
+  else if (word == "run")
+    AddRun(&script->act, line);
+  else
+    Prepare(script, word, line);
+}
+
+Lines Files() {
+  Lines names;
+  for (const auto &file : std::filesystem::directory_iterator(TEST_DATA "/ops"))
+    if (file.path().extension() == ".txt") names.push_back(file.path().stem());
+  std::sort(names.begin(), names.end());
+  return names;
+}
+
+class Ops : public StoreTest, public testing::WithParamInterface<std::string> {};
+
+TEST_P(Ops, DoWhatTheirCasesTell) {
+  Script script;
+  std::ifstream file(TEST_DATA "/ops/" + GetParam() + ".txt");
+  std::string line, what;
+  RecordRuntime();
+  OnSystem(Echo);
+  for (int number = 1; std::getline(file, line); ++number) {
+    if (line.empty() || line[0] == '#') continue;
+    if (line.compare(0, 5, "case ") == 0) what = line.substr(5);
+    script.where = GetParam() + ".txt:" + std::to_string(number) + " (" + what + "): " + line + " ";
+    Handle(&script, line);
+  }
+  Handle(&script, "case end");
+  PutBack(&script);
+}
+
+std::string FileOf(const testing::TestParamInfo<std::string> &file) { return file.param; }
+
+INSTANTIATE_TEST_SUITE_P(Files, Ops, testing::ValuesIn(Files()), FileOf);
+
+}  // namespace
