@@ -1,4 +1,4 @@
-// LMDB environments of the desk's stores: opening, removing, and telling a damaged one.
+// Opening and removing environments, and telling a damaged one; see lmdb_env.h.
 #include "lmdb_env.h"
 
 #include <fcntl.h>

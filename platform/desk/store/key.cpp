@@ -1,4 +1,4 @@
-// Paths to keys and back. Pure: knows nothing of what is stored.
+// Paths to keys and back; see key.h. Pure: knows nothing of what is stored.
 #include "key.h"
 
 #include <cstdio>

@@ -1,4 +1,4 @@
-// Looking at the elements of a data-model file: types, attributes, names and what may stand where.
+// Looking at elements: types, attributes, names and what may stand where; see load_element.h.
 #include "load_element.h"
 
 #include <algorithm>

@@ -1,5 +1,5 @@
-// Writing the rows of a data-model file in key order. An instance is its array's Template with the
-// elements that the Instance gives laid over it.
+// Writing rows in key order; see load_rows.h. An instance is its array's Template with the elements
+// that the Instance gives laid over it.
 #include "load_rows.h"
 
 #include <algorithm>

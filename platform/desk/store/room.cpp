@@ -1,4 +1,4 @@
-// Room in the tree: whether it may become larger, and the memory for that. How the library takes
+// Whether the tree may become larger, and the memory for that; see room.h. How the library takes
 // pages: lmdb_room.cpp.
 #include "room.h"
 
