@@ -64,8 +64,8 @@ void SendOne(uint32_t chain) {
   uint32_t size = static_cast<uint32_t>(frame.size());
   run.sent_at = Nanoseconds();
   int sent = run.clients.empty() ? SendMsg(EV_APPT_MSG_REQUEST, frame.data(), size, kModule)
-                                 : WireSend(run.clients[chain], WireKind::kPost,
-                                            EV_APPT_MSG_REQUEST, 0, frame.data(), size, 0);
+                                 : WireSend(run.clients[chain], WireKind::POST, EV_APPT_MSG_REQUEST,
+                                            0, frame.data(), size, 0);
   if (sent != 0) Fail("the request could not be sent");
 }
 
@@ -170,7 +170,7 @@ void StartDaemon(const char *program) {
 void OpenClients() {
   for (int i = 0; i < kClients; ++i) {
     int fd = WireConnect(kModule, true);
-    if (fd < 0 || WireSend(fd, WireKind::kHello, 0, 0, "client", 7, 0) != 0) Fail("no connection");
+    if (fd < 0 || WireSend(fd, WireKind::HELLO, 0, 0, "client", 7, 0) != 0) Fail("no connection");
     run.clients.push_back(fd);
   }
 }

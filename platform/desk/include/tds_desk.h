@@ -7,12 +7,14 @@
 
 #include "tds.h"
 
-/* Message of the runtime itself: an endpoint that this module has sent to is gone; the payload is
-   its name with the NUL. Delivered to modules whose table has a row for it. */
-constexpr uint32_t TDS_MSG_PEER_GONE = 0x102;
+enum : uint32_t {
+  /* Message of the runtime itself: an endpoint that this module has sent to is gone; the payload is
+     its name with the NUL. Delivered to modules whose table has a row for it. */
+  TDS_MSG_PEER_GONE = 0x102,
 
-/* A row of a message table with this id gets the messages from others that have no row. */
-constexpr uint32_t TDS_MSG_ANY = 0xffffffff;
+  /* A row of a message table with this id gets the messages from others that have no row. */
+  TDS_MSG_ANY = 0xffffffff,
+};
 
 constexpr char TDS_RUNTIME_DIR[] = "/var/run/tds";
 
@@ -35,10 +37,6 @@ uint64_t tds_hold_reply();
 /* Gives the answer that was put off; same thread. Never waits. 0, or -1: the sender is gone, or the
    answer could not be sent (logged), then the sender is refused with the reason. */
 int tds_reply_held(uint64_t token, const void *data, uint32_t len);
-
-/* Names the calling thread's (non-module) endpoint of origin, as Sender shows it at the other
-   side; without it, it is the process's name. Before the thread's first message. */
-void tds_name_thread(const char *name);
 
 /* Live blocks and bytes of `tag`, or of all tags when it is NULL. */
 struct TdsMallocCount {

@@ -1,4 +1,4 @@
-// LMDB environments of the desk's stores: opening, removing, and telling a damaged one.
+// Opening and removing environments, and telling a damaged one; see lmdb_env.h.
 #include "lmdb_env.h"
 
 #include <fcntl.h>
@@ -53,18 +53,18 @@ int ReadAll(const LmdbEnv &opened, const char *key, const char *value) {
   return rc == MDB_NOTFOUND && cursor != nullptr ? 0 : rc;
 }
 
-int gVerdict; /* of a process that checks: where it tells what it found */
+int verdict_pipe; /* of a process that checks: where it tells what it found */
 
 [[noreturn]] void Tell(LmdbState state) {
   char verdict = static_cast<char>(state);
-  _exit(write(gVerdict, &verdict, 1) == 1 ? 0 : 1);
+  _exit(write(verdict_pipe, &verdict, 1) == 1 ? 0 : 1);
 }
 
 /* Damage shows in a signal as well. Whoever else ends the process, as the kernel does for want of
    memory, leaves no verdict. What only this process lacks is no damage. */
 [[noreturn]] void CheckChild(const LmdbPlace &place, const char *key, const char *value, int out) {
   const struct itimerval limit = {{0, 0}, {kCheckSeconds, 0}};
-  gVerdict = out;
+  verdict_pipe = out;
   sigset_t all;
   sigfillset(&all);
   for (int signum : {SIGSEGV, SIGBUS, SIGFPE, SIGABRT, SIGILL, SIGPROF})

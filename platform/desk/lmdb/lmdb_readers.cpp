@@ -1,5 +1,7 @@
-// Readers of an environment that keep its old pages for ever. Taking the slot of a process that may
-// go on would let it read pages that are written meanwhile, so the process is ended first.
+// Ending readers that keep old pages for ever; see lmdb_readers.h. Taking the slot of a process
+// that may go on would let it read pages that are written meanwhile, so the process is ended first.
+#include "lmdb_readers.h"
+
 #include <signal.h>
 #include <unistd.h>
 

@@ -1,9 +1,11 @@
-// Room for the writes of a memory map. The map's file is sparse, and a page that is touched when
-// its file system is full kills the process: so pages are allocated before a write may reach them.
+// Room for the writes of a memory map; see lmdb_room.h. The map's file is sparse: its pages are
+// allocated before a write may reach them.
 //
 // The library does not tell where an open write stands, so that is bounded from above: by what each
 // change can take at most, or, in a long write, by the pages that its tree has by now. Pages of the
 // tree are used again within a write, those of large values are not.
+#include "lmdb_room.h"
+
 #include <fcntl.h>
 #include <unistd.h>
 

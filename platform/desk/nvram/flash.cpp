@@ -18,6 +18,8 @@
 #include <cstring>
 #include <vector>
 
+#include "ams_print.h"
+
 namespace {
 
 constexpr char kFolder[] = "/var/nvram";
@@ -143,7 +145,8 @@ int OpenFolder() {
 /* The gateway starts all the same, with defaults. */
 int NoFolder(int error) {
   if (IsShortage(error)) return error;
-  NVRAM_LOG("nvram: %s cannot be read: %s; starting without settings\n", kFolder, strerror(error));
+  AMS_PRINT(4, "nvram: %s cannot be read: %s; starting without settings\n", kFolder,
+            strerror(error));
   return 0;
 }
 
@@ -180,8 +183,8 @@ int WriteBytes(int fd, std::string_view bytes) {
    stop every commit. */
 void Clear(int folder, const std::string &area, const std::string &name) {
   if (unlinkat(folder, name.c_str(), 0) == 0 || errno != EISDIR) return;
-  NVRAM_LOG("nvram: %s/%s is a folder, %s\n", kFolder, name.c_str(),
-            MoveAside(folder, area, name).c_str());
+  const std::string moved = MoveAside(folder, area, name);
+  AMS_PRINT(4, "nvram: %s/%s is a folder, %s\n", kFolder, name.c_str(), moved.c_str());
 }
 
 /* A new file, on the disk when this returns 0; else an errno. */
@@ -230,7 +233,8 @@ int WriteNew(int folder, const std::string &area, bool last_is_sound, std::strin
   for (const std::string &name : worth_less) Remove(folder, name, &removed);
   rc = WriteFile(folder, area, fresh, bytes);
   if (!removed.empty())
-    NVRAM_LOG("nvram: %s is full: removed%s to write %s\n", kFolder, removed.c_str(), area.c_str());
+    AMS_PRINT(4, "nvram: %s is full: removed%s to write %s\n", kFolder, removed.c_str(),
+              area.c_str());
   return rc;
 }
 
@@ -326,7 +330,7 @@ int FlashLoad(int area, std::string *records) {
   close(folder);
   if (IsShortage(file.error)) return file.error;
   if (!lost.empty() && missing < 2) /* a new board has neither */
-    NVRAM_LOG("nvram: in %s %s%s\n", kFolder, lost.c_str(),
+    AMS_PRINT(4, "nvram: in %s %s%s\n", kFolder, lost.c_str(),
               file.error == 0 ? "the commit before is used" : "the area's settings are lost");
   return 0;
 }
@@ -347,7 +351,7 @@ int FlashStore(int area, const std::string &records) {
   }
   if (folder >= 0) close(folder);
   if (rc == 0) return same ? 0 : 1;
-  NVRAM_LOG("nvram: writing %s/%s failed: %s; the last commit stands: make room for %zu bytes\n",
+  AMS_PRINT(4, "nvram: writing %s/%s failed: %s; the last commit stands: make room for %zu bytes\n",
             kFolder, name.c_str(), strerror(rc), bytes.size());
   return -1;
 }
@@ -357,6 +361,6 @@ void FlashUndo(int area) {
   int rc = folder < 0 ? errno : PutBack(folder, AreaName(area));
   if (folder >= 0) close(folder);
   if (rc != 0)
-    NVRAM_LOG("nvram: taking back a change of %s/%s failed: %s\n", kFolder, AreaName(area).c_str(),
-              strerror(rc));
+    AMS_PRINT(4, "nvram: taking back a change of %s/%s failed: %s\n", kFolder,
+              AreaName(area).c_str(), strerror(rc));
 }

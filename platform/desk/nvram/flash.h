@@ -8,10 +8,6 @@
 #include <string>
 #include <string_view>
 
-#include "desk_log.h"
-
-#define NVRAM_LOG(...) DESK_LOG("platform/nvram", __VA_ARGS__)
-
 constexpr size_t kNvramKeyMax = 400, kNvramValueMax = 32 * 1024;
 constexpr size_t kFlashMax = 32 << 20; /* bytes of a file; a working copy has room for two */
 

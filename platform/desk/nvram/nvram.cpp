@@ -12,8 +12,10 @@
 #include <string>
 #include <string_view>
 
+#include "ams_print.h"
 #include "flash.h"
 #include "lmdb_env.h"
+#include "lmdb_readers.h"
 #include "nvram_desk.h"
 
 /* Keys of the working copy: the area's digit, then the setting's key; and kLoaded. */
@@ -25,14 +27,14 @@ constexpr char kLoaded[] = "loaded", kLoadedValue[] = "1";
    system that is full is then an error and not a signal. */
 const LmdbPlace kWorkPlace = {"/dev/shm/nvram", 8 * kFlashMax, MDB_NOSYNC};
 
-std::mutex gOpening;
-LmdbEnv gWork;  // under gOpening until open; for the life of the process
+std::mutex opening;
+LmdbEnv work_copy;  // under opening until open; for the life of the process
 
 /* EIO: half a page found room. */
 bool IsFull(int rc) { return rc == ENOSPC || rc == EIO || rc == MDB_MAP_FULL; }
 
 int Failed(const char *what, const char *where, int rc) {
-  NVRAM_LOG("nvram: %s %s failed: %s%s\n", what, where, mdb_strerror(rc),
+  AMS_PRINT(4, "nvram: %s %s failed: %s%s\n", what, where, mdb_strerror(rc),
             IsFull(rc) ? "; make room there" : "");
   return -1;
 }
@@ -47,14 +49,14 @@ std::string_view Text(const MDB_val &val) {
 
 int Put(MDB_txn *txn, std::string_view row, std::string_view value) {
   MDB_val key = LmdbVal(row.data(), row.size()), data;
-  if (mdb_get(txn, gWork.dbi, &key, &data) == 0 && Text(data) == value) return 0;
+  if (mdb_get(txn, work_copy.dbi, &key, &data) == 0 && Text(data) == value) return 0;
   data = LmdbVal(value.data(), value.size());
-  return mdb_put(txn, gWork.dbi, &key, &data, 0);
+  return mdb_put(txn, work_copy.dbi, &key, &data, 0);
 }
 
 int Delete(MDB_txn *txn, std::string_view row) {
   MDB_val key = LmdbVal(row.data(), row.size());
-  int rc = mdb_del(txn, gWork.dbi, &key, nullptr);
+  int rc = mdb_del(txn, work_copy.dbi, &key, nullptr);
   return rc == MDB_NOTFOUND ? 0 : rc;
 }
 
@@ -63,7 +65,7 @@ int Delete(MDB_txn *txn, std::string_view row) {
 template <class Each>
 int ForSettings(MDB_txn *txn, int type, std::string_view prefix, Each each) {
   MDB_cursor *cursor = nullptr;
-  int rc = mdb_cursor_open(txn, gWork.dbi, &cursor);
+  int rc = mdb_cursor_open(txn, work_copy.dbi, &cursor);
   if (rc != 0) return rc;
   const std::string rows = RowKey(type, prefix);
   MDB_val row = LmdbVal(rows.data(), rows.size()), value;
@@ -98,9 +100,9 @@ int LoadArea(MDB_txn *txn, int type) {
 int LoadOnce() {
   MDB_txn *txn = nullptr;
   MDB_val key = LmdbVal(kLoaded, sizeof kLoaded - 1), value;
-  int rc = LmdbBegin(gWork, 0, &txn);
+  int rc = LmdbBegin(work_copy, 0, &txn);
   if (rc != 0) return rc;
-  rc = mdb_get(txn, gWork.dbi, &key, &value);
+  rc = mdb_get(txn, work_copy.dbi, &key, &value);
   if (rc == MDB_NOTFOUND) {
     rc = LoadArea(txn, NVTYPE_STAGING);
     if (rc == 0) rc = LoadArea(txn, NVTYPE_BASIC);
@@ -116,33 +118,33 @@ int LoadOnce() {
 int RemoveDamaged() {
   const std::string user = LmdbUser(kWorkPlace);
   if (user.empty()) {
-    NVRAM_LOG("nvram: %s is damaged; loading it anew from flash\n", kWorkPlace.folder);
+    AMS_PRINT(4, "nvram: %s is damaged; loading it anew from flash\n", kWorkPlace.folder);
     LmdbRemove(kWorkPlace);
     return 0;
   }
-  NVRAM_LOG("nvram: %s is damaged, and %s\n", kWorkPlace.folder, user.c_str());
+  AMS_PRINT(4, "nvram: %s is damaged, and %s\n", kWorkPlace.folder, user.c_str());
   return -1;
 }
 
 /* 0 or -1 (logged). */
 int OpenWork() {
-  int rc = LmdbOpen(kWorkPlace, true, &gWork);
+  int rc = LmdbOpen(kWorkPlace, true, &work_copy);
   if (rc == MDB_INVALID || rc == MDB_VERSION_MISMATCH || rc == MDB_CORRUPTED) {
     if (RemoveDamaged() != 0) return -1;
-    rc = LmdbOpen(kWorkPlace, true, &gWork);
+    rc = LmdbOpen(kWorkPlace, true, &work_copy);
   }
-  if (rc == 0) rc = mdb_reader_check(gWork.env, nullptr); /* the dead would keep old pages */
+  if (rc == 0) rc = mdb_reader_check(work_copy.env, nullptr); /* the dead would keep old pages */
   if (rc == 0) rc = LoadOnce();
   if (rc == 0) return 0;
-  LmdbClose(&gWork);
+  LmdbClose(&work_copy);
   return Failed("opening", kWorkPlace.folder, rc);
 }
 
 /* With the lock nobody else is about to open the working copy, or uses flash, when it is loaded.
    Without a folder for flash there is nothing to lock: then it starts without settings. */
 int Attach() {
-  std::lock_guard<std::mutex> guard(gOpening);
-  if (gWork.env != nullptr) return 0;
+  std::lock_guard<std::mutex> guard(opening);
+  if (work_copy.env != nullptr) return 0;
   int lock = FlashLock(), result = OpenWork();
   if (lock >= 0) FlashUnlock(lock);
   return result;
@@ -150,7 +152,7 @@ int Attach() {
 
 int CheckArea(int type) {
   if (type == NVTYPE_STAGING || type == NVTYPE_BASIC) return Attach();
-  NVRAM_LOG("nvram: area %d is neither 1 nor 2\n", type);
+  AMS_PRINT(4, "nvram: area %d is neither 1 nor 2\n", type);
   return -1;
 }
 
@@ -162,7 +164,7 @@ std::string Bounded(const char *text, size_t most) {
 
 int CheckKey(const std::string &key) {
   if (!key.empty() && key.size() <= kNvramKeyMax && key.find('\0') == key.npos) return 0;
-  NVRAM_LOG("nvram: a key has 1 to %zu bytes: \"%.64s\"\n", kNvramKeyMax, key.c_str());
+  AMS_PRINT(4, "nvram: a key has 1 to %zu bytes: \"%.64s\"\n", kNvramKeyMax, key.c_str());
   return -1;
 }
 
@@ -171,8 +173,8 @@ int CheckChange(const NvramChange &change) {
   if (!change.value) return 0;
   if (change.value->size() <= kNvramValueMax && change.value->find('\0') == std::string::npos)
     return 0;
-  NVRAM_LOG("nvram: the value of \"%s\" is missing or longer than %zu bytes\n", change.key.c_str(),
-            kNvramValueMax);
+  AMS_PRINT(4, "nvram: the value of \"%s\" is missing or longer than %zu bytes\n",
+            change.key.c_str(), kNvramValueMax);
   return -1;
 }
 
@@ -187,8 +189,9 @@ template <class Attempt>
 int WithRoom(Attempt attempt) {
   int rc = attempt();
   if (!IsFull(rc)) return rc;
-  for (pid_t ended; (ended = LmdbEndStopped(gWork)) != 0;)
-    NVRAM_LOG("nvram: process %d stood still inside a read and kept all old pages: ended\n", ended);
+  for (pid_t ended; (ended = LmdbEndStopped(work_copy)) != 0;)
+    AMS_PRINT(4, "nvram: process %d stood still inside a read and kept all old pages: ended\n",
+              ended);
   return attempt();
 }
 
@@ -197,7 +200,7 @@ template <class Work>
 int Write(const char *what, Work work) {
   int rc = WithRoom([&work] {
     MDB_txn *txn = nullptr;
-    int failed = LmdbBegin(gWork, 0, &txn);
+    int failed = LmdbBegin(work_copy, 0, &txn);
     if (failed == 0 && (failed = work(txn)) == 0) return mdb_txn_commit(txn);
     mdb_txn_abort(txn);
     return failed;
@@ -218,11 +221,11 @@ int nvram_desk_read(int type, const std::string &key, std::optional<std::string>
   MDB_txn *txn = nullptr;
   value->reset();
   if (CheckKey(key) != 0 || CheckArea(type) != 0) return -1;
-  int rc = LmdbBegin(gWork, MDB_RDONLY, &txn);
+  int rc = LmdbBegin(work_copy, MDB_RDONLY, &txn);
   if (rc == 0) {
     std::string row = RowKey(type, key);
     MDB_val found = LmdbVal(row.data(), row.size()), data;
-    rc = mdb_get(txn, gWork.dbi, &found, &data);
+    rc = mdb_get(txn, work_copy.dbi, &found, &data);
     if (rc == 0) *value = Text(data);
     mdb_txn_abort(txn);
   }
@@ -261,7 +264,7 @@ int nvram_walk(int type, const char *prefix,
   std::string records;
   int result = 0;
   if (CheckArea(type) != 0) return -1;
-  int rc = LmdbBegin(gWork, MDB_RDONLY, &txn);
+  int rc = LmdbBegin(work_copy, MDB_RDONLY, &txn);
   if (rc == 0) {
     rc = ReadRecords(txn, type, prefix == nullptr ? "" : prefix, &records);
     mdb_txn_abort(txn);
@@ -281,7 +284,7 @@ constexpr int kLogged = -1; /* an error of neither the system nor the library */
 int ApplyLocked(int type, const std::vector<NvramChange> &changes) {
   MDB_txn *txn = nullptr;
   std::string records;
-  int stored = 0, rc = LmdbBegin(gWork, 0, &txn);
+  int stored = 0, rc = LmdbBegin(work_copy, 0, &txn);
   for (size_t at = 0; rc == 0 && at < changes.size(); ++at) rc = Change(txn, type, changes[at]);
   if (rc == 0) rc = ReadRecords(txn, type, "", &records);
   if (rc == 0 && (stored = FlashStore(type, records)) < 0) rc = kLogged;

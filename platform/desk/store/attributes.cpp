@@ -1,15 +1,6 @@
 // The attributes of nodes: the sets that the file gives them, and the notify attribute, which alone
-// changes later.
-#include "tree.h"
-
-Key KeyMarked(uint8_t mark, const uint8_t *bytes, size_t length) {
-  Key marked;
-  marked.bytes[0] = mark;
-  marked.length = 1;
-  marked.last = 0;
-  (void)KeyAppend(&marked, bytes, length); /* a node's key is far from the limit */
-  return marked;
-}
+// changes later; see attributes.h.
+#include "attributes.h"
 
 Key AttributesKey(uint32_t number) {
   const uint8_t bytes[] = {static_cast<uint8_t>(number >> 24), static_cast<uint8_t>(number >> 16),

@@ -1,11 +1,10 @@
 // Walking the children of a node: instances by a step of the cursor, an object's children from a
 // list that the thread keeps while nothing is written.
-#include <endian.h>
-
 #include <algorithm>
 #include <memory>
 
 #include "ams_store.h"
+#include "found.h"
 #include "tree.h"
 
 namespace {
@@ -24,7 +23,7 @@ ChildList *ThreadList() {
 }
 
 int CopyUrl(const uint8_t *key, size_t length, char url[AMS_PATH_SIZE]) {
-  char path[KEY_MAX + 1];
+  char path[kKeyMax + 1];
   size_t size = KeyToPath(key, length, path) + 1;
   if (size > AMS_PATH_SIZE) return -1; /* cannot be: such nodes are refused */
   memcpy(url, path, size);
@@ -38,7 +37,7 @@ int GatherChildren(MDB_txn *txn, const Key &parent, std::vector<Found> *children
   Key from = parent;
   if (TreeCursor(txn, &cursor) != 0) return -1;
   from.bytes[from.length++] = KEY_LEAF;
-  while (TreeSeek(cursor, from, parent, &key, &data) == 0 && key.mv_size < KEY_MAX) {
+  while (TreeSeek(cursor, from, parent, &key, &data) == 0 && key.mv_size < kKeyMax) {
     Found child = {0, static_cast<uint8_t *>(key.mv_data), key.mv_size, {}};
     if (RecordParse(data, &child.record) == 0) children->push_back(child);
     memcpy(from.bytes, child.key, child.key_length);
@@ -150,28 +149,6 @@ int NextChild(MDB_txn *txn, const char *path, char url[AMS_PATH_SIZE]) {
 }
 
 }  // namespace
-
-void TreeSort(std::vector<Found> *found, size_t skip) {
-  bool sorted = true;
-  for (size_t at = 0; at < found->size(); ++at) {
-    Found &one = (*found)[at];
-    size_t length = one.record.head.order_length;
-    const uint8_t *order = one.record.order + std::min(skip, length);
-    length -= std::min(skip, length);
-    uint8_t first[sizeof one.rank] = {};
-    memcpy(first, order, std::min(length, sizeof first));
-    memcpy(&one.rank, first, sizeof first);
-    one.rank = be64toh(one.rank);
-    sorted = sorted && (at == 0 || ((*found)[at - 1].rank < one.rank));
-  }
-  if (sorted) return;
-  std::sort(found->begin(), found->end(), [](const Found &left, const Found &right) {
-    if (left.rank != right.rank) return left.rank < right.rank;
-    size_t common = std::min(left.record.head.order_length, right.record.head.order_length);
-    int order = memcmp(left.record.order, right.record.order, common);
-    return order != 0 ? order < 0 : left.record.head.order_length < right.record.head.order_length;
-  });
-}
 
 int ams_get_first_child(struct AmsTree *root, const char *parent, char url[AMS_PATH_SIZE]) {
   if (root == nullptr || url == nullptr) return -1;

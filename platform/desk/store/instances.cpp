@@ -1,42 +1,49 @@
-// Adding and deleting instances of arrays. What a new one looks like is the array's template.
+// Adding and deleting instances of arrays; see instances.h. What a new one looks like is the
+// array's template.
+#include "instances.h"
+
 #include <algorithm>
 #include <cstdio>
 
+#include "ams_print.h"
 #include "ams_store.h"
+#include "attributes.h"
+#include "keep.h"
+#include "room.h"
 #include "tree.h"
 
 namespace {
 
-/* One row of a new instance, copied out of the template: writing would move what it points to. */
+/* One row of a new instance, whole: writing would move what a template's row points to. */
 struct NewRow {
   Key key;
-  std::string order, value, notify;
-  RecordHead head;
+  std::string record, notify;
 };
 
-/* The order of a template's row with the instance's place put where the template's own was. */
-std::string InstanceOrder(const Record &array, uint32_t number, const Record &row) {
+/* A template's row with the instance's place in its order where the template's own was. */
+std::string InstanceRecord(const Record &array, uint32_t number, const Record &row) {
   size_t front = array.head.order_length, skip = front + sizeof number;
   std::string order(reinterpret_cast<const char *>(array.order), front);
   for (int shift = 24; shift >= 0; shift -= 8) order += static_cast<char>(number >> shift);
   if (row.head.order_length > skip)
     order.append(reinterpret_cast<const char *>(row.order) + skip, row.head.order_length - skip);
-  return order;
+  RecordHead head = row.head;
+  head.order_length = static_cast<uint16_t>(order.size());
+  std::string record(reinterpret_cast<const char *>(&head), sizeof head);
+  return record.append(order).append(row.value, row.length);
 }
 
 /* Makes a new row of a template's row whose key has `tail` behind the template's. */
 int MakeRow(MDB_txn *txn, const Key &instance, const Key &from, const Record &row, NewRow *made) {
-  char path[KEY_MAX + 1];
+  char path[kKeyMax + 1];
   made->key = instance;
   size_t top = made->key.length;
   if (KeyAppend(&made->key, from.bytes + from.last, from.length - from.last) != 0 ||
       KeyToPath(made->key.bytes, made->key.length, path) >= AMS_PATH_SIZE) {
     (void)KeyToPath(instance.bytes, top, path); /* for the text */
-    STORE_LOG("store: no room for %s: a path has at most %d bytes\n", path, AMS_PATH_SIZE - 1);
+    AMS_PRINT(4, "store: no room for %s: a path has at most %d bytes\n", path, AMS_PATH_SIZE - 1);
     return -1;
   }
-  made->head = row.head;
-  made->value.assign(row.value, row.length);
   if ((row.head.flags & RECORD_NOTIFY) != 0) made->notify = TreeNotify(txn, from, row);
   return 0;
 }
@@ -67,7 +74,7 @@ int RowsOfTemplate(MDB_txn *txn, const Key &array, const Record &record, uint32_
       from.last = top.length; /* the tail begins here */
       NewRow made;
       result = MakeRow(txn, instance, from, row, &made);
-      made.order = InstanceOrder(record, number, row);
+      made.record = InstanceRecord(record, number, row);
       rows->push_back(std::move(made));
     }
     rc = mdb_cursor_get(cursor, &key, &data, MDB_NEXT);
@@ -77,9 +84,7 @@ int RowsOfTemplate(MDB_txn *txn, const Key &array, const Record &record, uint32_
 }
 
 int PutRow(MDB_txn *txn, const NewRow &row) {
-  Record record = {row.head, reinterpret_cast<const uint8_t *>(row.order.data()), nullptr, 0};
-  record.head.order_length = static_cast<uint16_t>(row.order.size());
-  if (TreePutRecord(txn, row.key, record, row.value) != 0) return -1;
+  if (TreePut(txn, row.key, row.record.data(), row.record.size()) != 0) return -1;
   if (row.notify.empty()) return 0;
   return TreePut(txn, KeyMarked(KEY_NOTIFY, row.key), row.notify.data(), row.notify.size());
 }
@@ -110,19 +115,19 @@ int AddNext(MDB_txn *txn, const char *path, char *url) {
   Record record;
   if (path == nullptr || KeyOfPath(path, KEY_NODE, &array) != KEY_OK ||
       TreeFind(txn, array, &record) != 0 || record.head.kind != KIND_ARRAY) {
-    STORE_LOG("store: nothing added: %.255s is no array\n", path == nullptr ? "" : path);
+    AMS_PRINT(4, "store: nothing added: %.255s is no array\n", path == nullptr ? "" : path);
     return -1;
   }
   uint32_t highest = RecordCounts(record).highest;
   if (highest == UINT32_MAX) {
-    STORE_LOG("store: nothing added: %s has used up its numbers\n", path);
+    AMS_PRINT(4, "store: nothing added: %s has used up its numbers\n", path);
     return -1;
   }
   int rc = TreeMayGrow(txn, 0, false);
   if (rc != 0) return TreeFailed("adding to", rc);
   if (TreeAddInstance(txn, array, highest + 1) != 0 || KeepAdded(array, highest + 1) != 0)
     return -1;
-  char text[KEY_MAX + 16];
+  char text[kKeyMax + 16];
   size_t length = KeyToPath(array.bytes, array.length, text);
   snprintf(text + length, sizeof text - length, ".%u", highest + 1);
   memcpy(url, text, strlen(text) + 1); /* the instance's path was checked to fit */
@@ -134,7 +139,7 @@ int DeleteOne(MDB_txn *txn, const char *instance) {
   uint32_t number;
   Record record;
   if (FindInstance(txn, instance, &array, &number) != 0) {
-    STORE_LOG("store: nothing deleted: %.255s is no instance\n",
+    AMS_PRINT(4, "store: nothing deleted: %.255s is no instance\n",
               instance == nullptr ? "" : instance);
     return -1;
   }
@@ -147,11 +152,28 @@ int DeleteOne(MDB_txn *txn, const char *instance) {
 
 }  // namespace
 
+int TreeInstances(MDB_txn *txn, const Key &array, std::vector<uint32_t> *numbers) {
+  MDB_cursor *cursor;
+  MDB_val key, data;
+  Key from = array;
+  if (TreeCursor(txn, &cursor) != 0) return -1;
+  from.bytes[from.length++] = KEY_NODE;
+  while (TreeSeek(cursor, from, array, &key, &data) == 0 && key.mv_size < kKeyMax) {
+    const uint8_t *bytes = static_cast<uint8_t *>(key.mv_data);
+    uint32_t number = KeyNumber(bytes + array.length + 1, key.mv_size - array.length - 1);
+    if (number == 0) break; /* the objects beside the instances */
+    numbers->push_back(number);
+    memcpy(from.bytes, bytes, key.mv_size); /* the instance's own row stands first */
+    from.bytes[key.mv_size] = KEY_END;
+    from.length = key.mv_size + 1;
+  }
+  TreeCursorEnd(cursor);
+  return 0;
+}
+
 int TreePutCounts(MDB_txn *txn, const Key &array, const ArrayCounts &counts) {
   Record record;
   if (TreeFind(txn, array, &record) != 0) return TreeFailed("writing", MDB_NOTFOUND);
-  std::string order(reinterpret_cast<const char *>(record.order), record.head.order_length);
-  record.order = reinterpret_cast<const uint8_t *>(order.data());
   std::string_view bytes(reinterpret_cast<const char *>(&counts), sizeof counts);
   if (TreePutRecord(txn, array, record, bytes) != 0) return -1;
   Key entries = array;
@@ -169,9 +191,9 @@ int TreeAddInstance(MDB_txn *txn, const Key &array, uint32_t number) {
   ArrayCounts counts = RecordCounts(record);
   if (RowsOfTemplate(txn, array, record, number, &rows) != 0) return -1;
   if (rows.empty()) {
-    char path[KEY_MAX + 1];
+    char path[kKeyMax + 1];
     (void)KeyToPath(array.bytes, array.length, path); /* for the text */
-    STORE_LOG("store: nothing added: %s has no Template\n", path);
+    AMS_PRINT(4, "store: nothing added: %s has no Template\n", path);
     return -1;
   }
   for (const NewRow &row : rows)
@@ -197,7 +219,7 @@ int TreeDeleteInstance(MDB_txn *txn, const Key &array, uint32_t number) {
 int ams_add_obj(struct AmsTree *root, const char *array, char url[AMS_PATH_SIZE]) {
   char added[AMS_PATH_SIZE];
   if (root == nullptr || url == nullptr) {
-    STORE_LOG("store: an add needs a tree and a buffer\n");
+    AMS_PRINT(4, "store: an add needs a tree and a buffer\n");
     return -1;
   }
   url[0] = '\0';
@@ -208,7 +230,7 @@ int ams_add_obj(struct AmsTree *root, const char *array, char url[AMS_PATH_SIZE]
 
 int ams_del_obj(struct AmsTree *root, const char *instance) {
   if (root == nullptr) {
-    STORE_LOG("store: a delete needs a tree\n");
+    AMS_PRINT(4, "store: a delete needs a tree\n");
     return -1;
   }
   return TreeWrite([=](MDB_txn *txn) { return DeleteOne(txn, instance); });

@@ -5,8 +5,11 @@
 // A leaf's key is its path, an instance's its path and a dot: "1" for one that was added, "0" for
 // one of the data-model file's that was deleted. An array's key is its path and a dot: the highest
 // number ever used, and before it, if at all, "1,3,7/": the instances there were then.
+#include "keep.h"
+
 #include <algorithm>
 
+#include "ams_print.h"
 #include "nvram.h"
 #include "nvram_desk.h"
 #include "tree.h"
@@ -20,7 +23,7 @@ std::vector<NvramChange> *Changes() {
 }
 
 std::string PathOf(const Key &key) {
-  char path[KEY_MAX + 1];
+  char path[kKeyMax + 1];
   return {path, KeyToPath(key.bytes, key.length, path)};
 }
 
@@ -96,7 +99,7 @@ int KeepApply(std::vector<NvramChange> *before) {
     result |= nvram_desk_read(NVTYPE_STAGING, entry.key, &entry.value);
   if (result == 0) result = nvram_desk_apply(NVTYPE_STAGING, *changes);
   if (result != 0)
-    STORE_LOG("store: %s%s not changed: it cannot be kept\n", changes->front().key.c_str(),
+    AMS_PRINT(4, "store: %s%s not changed: it cannot be kept\n", changes->front().key.c_str(),
               changes->size() > 1 ? " and others" : "");
   changes->clear();
   return result;
@@ -104,10 +107,10 @@ int KeepApply(std::vector<NvramChange> *before) {
 
 void KeepTakeBack(const std::vector<NvramChange> &before) {
   if (before.empty() || nvram_desk_apply(NVTYPE_STAGING, before) == 0) return;
-  STORE_LOG(
-      "store: %s%s is kept, though it was not changed: it will be so from the next start on; "
-      "set it once more\n",
-      before[0].key.c_str(), before.size() > 1 ? ", with others," : "");
+  AMS_PRINT(4,
+            "store: %s%s is kept, though it was not changed: it will be so from the next start on; "
+            "set it once more\n",
+            before[0].key.c_str(), before.size() > 1 ? ", with others," : "");
 }
 
 void KeepNothing() {

@@ -1,4 +1,4 @@
-// Paths to keys and back. Pure: knows nothing of what is stored.
+// Paths to keys and back; see key.h. Pure: knows nothing of what is stored.
 #include "key.h"
 
 #include <cstdio>
@@ -85,14 +85,14 @@ size_t KeyToPath(const uint8_t *bytes, size_t length, char *path) {
 }
 
 int KeyAppend(Key *key, const void *bytes, size_t length) {
-  if (key->length + length > KEY_MAX) return -1;
+  if (key->length + length > kKeyMax) return -1;
   if (length != 0) memcpy(key->bytes + key->length, bytes, length);
   key->length += length;
   return 0;
 }
 
 int KeyAppendName(Key *key, uint8_t separator, std::string_view name) {
-  if (key->length + 1 + name.size() > KEY_MAX) return -1;
+  if (key->length + 1 + name.size() > kKeyMax) return -1;
   key->last = key->length;
   key->bytes[key->length++] = separator;
   return KeyAppend(key, name.data(), name.size());
@@ -118,6 +118,15 @@ void KeyGeneral(const uint8_t *bytes, size_t length, Key *general) {
   }
   general->length = to;
   general->last = 0;
+}
+
+Key KeyMarked(uint8_t mark, const uint8_t *bytes, size_t length) {
+  Key marked;
+  marked.bytes[0] = mark;
+  marked.length = 1;
+  marked.last = 0;
+  (void)KeyAppend(&marked, bytes, length); /* a node's key is far from the limit */
+  return marked;
 }
 
 uint32_t KeyNumber(const uint8_t *component, size_t length) {

@@ -31,12 +31,18 @@ enum : uint8_t {
   KEY_CHANGED = 0xF4,    /* + key of a leaf: it changed since the change list was read */
 };
 
-constexpr size_t KEY_MAX = 511; /* LMDB's limit; the key of a path of 255 bytes has 382 at most */
+/* The one name that every path starts with. */
+constexpr char kRootName[] = "InternetGatewayDevice";
+
+/* A leaf named after an array beside it with this behind counts the array's instances. */
+constexpr char kEntriesName[] = "NumberOfEntries";
+
+constexpr size_t kKeyMax = 511; /* LMDB's limit; the key of a path of 255 bytes has 382 at most */
 
 struct Key {
   size_t length;
   size_t last; /* where the last separator stands; 0: none */
-  uint8_t bytes[KEY_MAX + 1];
+  uint8_t bytes[kKeyMax + 1];
 };
 
 enum { KEY_OK = 0, KEY_BAD_PATH = -1, KEY_TOO_LONG = -2 };
@@ -57,6 +63,12 @@ int KeyAppendNumber(Key *key, uint32_t number);
 /* The template key of what an array's instances (or a node in one of them) are made from: the
    KEY_TEMPLATE mark, then `bytes` with each instance's number replaced by KEY_EACH. */
 void KeyGeneral(const uint8_t *bytes, size_t length, Key *general);
+
+/* A key of what is no node: the mark, then `bytes`. */
+Key KeyMarked(uint8_t mark, const uint8_t *bytes, size_t length);
+inline Key KeyMarked(uint8_t mark, const Key &key) {
+  return KeyMarked(mark, key.bytes, key.length);
+}
 
 /* The number of the instance that `component` (behind the separator) names; 0 when it is none. */
 uint32_t KeyNumber(const uint8_t *component, size_t length);

@@ -1,6 +1,4 @@
 // Loading a data-model file: read whole, parsed, and put in the place of the tree in one step.
-#include "load.h"
-
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -8,7 +6,11 @@
 #include <cerrno>
 #include <cstdio>
 
+#include "ams_print.h"
 #include "ams_store.h"
+#include "load_element.h"
+#include "load_rows.h"
+#include "status.h"
 #include "tree.h"
 
 namespace {
@@ -67,17 +69,17 @@ int Parse(const std::string &text, pugi::xml_document *document, Loader *loader)
    there. Without it the tree stands all the same. */
 void RoomForAnother(MDB_txn *txn) {
   MDB_stat stat;
-  if (mdb_stat(txn, gTree.lmdb.dbi, &stat) != 0) return;
+  if (mdb_stat(txn, shared_tree.lmdb.dbi, &stat) != 0) return;
   size_t pages = stat.ms_branch_pages + stat.ms_leaf_pages + stat.ms_overflow_pages;
-  const LmdbPages before = gTree.lmdb.pages;
-  (void)LmdbRoom(gTree.lmdb, txn, pages * stat.ms_psize);
-  gTree.lmdb.pages.taken = before.taken; /* it is for the next write, not of this one */
-  gTree.lmdb.pages.large = before.large;
+  const LmdbPages before = shared_tree.lmdb.pages;
+  (void)LmdbRoom(shared_tree.lmdb, txn, pages * stat.ms_psize);
+  shared_tree.lmdb.pages.taken = before.taken; /* it is for the next write, not of this one */
+  shared_tree.lmdb.pages.large = before.large;
 }
 
 int Replace(MDB_txn *txn, pugi::xml_node root, Loader *loader) {
-  int rc = StatusTake(txn) == 0 ? mdb_drop(txn, gTree.lmdb.dbi, 0) : EIO;
-  if (rc == 0) rc = mdb_cursor_open(txn, gTree.lmdb.dbi, &loader->cursor);
+  int rc = StatusTake(txn) == 0 ? mdb_drop(txn, shared_tree.lmdb.dbi, 0) : EIO;
+  if (rc == 0) rc = mdb_cursor_open(txn, shared_tree.lmdb.dbi, &loader->cursor);
   if (rc != 0) {
     loader->error = mdb_strerror(rc);
     return -1;
@@ -95,7 +97,7 @@ struct AmsTree *ams_mxmlLoadFile(void *, FILE *file, void *) {
   Loader loader = {};
   std::string text;
   if (file == nullptr) {
-    STORE_LOG("store: no data-model file to load\n");
+    AMS_PRINT(4, "store: no data-model file to load\n");
     return nullptr;
   }
   int rc = ReadWhole(file, &text);
@@ -106,7 +108,7 @@ struct AmsTree *ams_mxmlLoadFile(void *, FILE *file, void *) {
     rc =
         TreeWrite([&](MDB_txn *txn) { return Replace(txn, document.document_element(), &loader); });
   }
-  if (rc == 0) return &gTree;
+  if (rc == 0) return &shared_tree;
   TreeThread()->failed = true; /* ends a span around this: half of the file may be written */
   Tell(file, text, loader.error_at, loader.error);
   return nullptr;

@@ -1,7 +1,7 @@
-// Looking at the elements of a data-model file: types, attributes, names and what may stand where.
-#include <algorithm>
+// Looking at elements: types, attributes, names and what may stand where; see load_element.h.
+#include "load_element.h"
 
-#include "load.h"
+#include <algorithm>
 
 namespace {
 

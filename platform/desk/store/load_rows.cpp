@@ -1,10 +1,13 @@
-// Writing the rows of a data-model file in key order. An instance is its array's Template with the
-// elements that the Instance gives laid over it.
+// Writing rows in key order; see load_rows.h. An instance is its array's Template with the elements
+// that the Instance gives laid over it.
+#include "load_rows.h"
+
 #include <algorithm>
 #include <cstdio>
 #include <cstdlib>
 
-#include "load.h"
+#include "attributes.h"
+#include "load_element.h"
 
 namespace {
 
@@ -24,7 +27,7 @@ pugi::xml_node Or(pugi::xml_node given, pugi::xml_node other) { return given ? g
 
 int Append(Loader *loader, std::string_view key, std::string_view data) {
   MDB_val row = LmdbVal(key.data(), key.size()), value = LmdbVal(data.data(), data.size());
-  int rc = LmdbRoom(gTree.lmdb, mdb_cursor_txn(loader->cursor), data.size());
+  int rc = LmdbRoom(shared_tree.lmdb, mdb_cursor_txn(loader->cursor), data.size());
   if (rc == 0) rc = mdb_cursor_put(loader->cursor, &row, &value, MDB_APPEND);
   if (rc == 0) return 0;
   loader->error = std::string("the store took no more: ") + mdb_strerror(rc);

@@ -2,8 +2,13 @@
 #include <algorithm>
 #include <cstdlib>
 
+#include "ams_print.h"
 #include "ams_store.h"
+#include "attributes.h"
+#include "instances.h"
 #include "nvram.h"
+#include "room.h"
+#include "status.h"
 #include "store_desk.h"
 #include "tree.h"
 
@@ -15,7 +20,7 @@ struct Kept {
 
 constexpr char kNoRoom[] = "there is no room beside the tree that is replaced";
 
-AmsDeskCheck gCheck; /* set before any thread reads it */
+AmsDeskCheck kept_check; /* set before any thread reads it */
 
 int Collect(const char *key, const char *value, void *context) {
   static_cast<std::vector<Kept> *>(context)->push_back({key, value});
@@ -23,7 +28,7 @@ int Collect(const char *key, const char *value, void *context) {
 }
 
 void PassOver(const Kept &entry, const char *reason) {
-  STORE_LOG("store: kept parameter %s passed over: %s\n", entry.key.c_str(), reason);
+  AMS_PRINT(4, "store: kept parameter %s passed over: %s\n", entry.key.c_str(), reason);
 }
 
 /* Reads "9", the highest number ever used, or "1,3,7/9", with the instances before it. -1 when it
@@ -126,10 +131,10 @@ int LayRows(MDB_txn *txn, const Kept &entry) {
 /* Whether the check of the leaf's form, or else of its type, takes the value; else why not. */
 int CheckKept(MDB_txn *txn, const Kept &entry, const Record &leaf, std::string *why) {
   std::string_view set;
-  if (gCheck == nullptr || TreeAttributes(txn, leaf.head.attributes, &set) != 0) return 0;
+  if (kept_check == nullptr || TreeAttributes(txn, leaf.head.attributes, &set) != 0) return 0;
   std::string form(AttributeIn(set, "check"));
   if (form.empty()) form = AttributeIn(set, "type");
-  return form == "string" ? 0 : gCheck(entry.key, form, entry.value, why);
+  return form == "string" ? 0 : kept_check(entry.key, form, entry.value, why);
 }
 
 bool IsCount(MDB_txn *txn, const Key &leaf) {
@@ -173,7 +178,7 @@ bool IsRowsKey(const Kept &entry) { return !entry.key.empty() && entry.key.back(
 int update_from_nvram(struct AmsTree *root, int area) {
   std::vector<Kept> entries;
   if (root == nullptr) {
-    STORE_LOG("store: no tree to lay kept parameters over\n");
+    AMS_PRINT(4, "store: no tree to lay kept parameters over\n");
     return -1;
   }
   std::string below = std::string(kRootName) + ".";
@@ -187,4 +192,4 @@ int update_from_nvram(struct AmsTree *root, int area) {
   });
 }
 
-void ams_desk_check_kept(AmsDeskCheck check) { gCheck = check; }
+void ams_desk_check_kept(AmsDeskCheck check) { kept_check = check; }

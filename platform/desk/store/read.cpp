@@ -3,7 +3,10 @@
 #include <algorithm>
 #include <cstdio>
 
+#include "ams_print.h"
 #include "ams_store.h"
+#include "attributes.h"
+#include "instances.h"
 #include "tree.h"
 
 namespace {
@@ -100,27 +103,8 @@ int ams_mxml_get_leaf(const char *path, char *value, size_t size) {
   int result = key.last == 0 ? -1 : TreeFind(txn, key, &leaf);
   bool whole = result != 0 || CopyOut({leaf.value, leaf.length}, value, size);
   TreeReadEnd(txn);
-  if (!whole) STORE_LOG("store: the value of %s was cut to %zu bytes\n", path, size - 1);
+  if (!whole) AMS_PRINT(4, "store: the value of %s was cut to %zu bytes\n", path, size - 1);
   return result;
-}
-
-int TreeInstances(MDB_txn *txn, const Key &array, std::vector<uint32_t> *numbers) {
-  MDB_cursor *cursor;
-  MDB_val key, data;
-  Key from = array;
-  if (TreeCursor(txn, &cursor) != 0) return -1;
-  from.bytes[from.length++] = KEY_NODE;
-  while (TreeSeek(cursor, from, array, &key, &data) == 0 && key.mv_size < KEY_MAX) {
-    const uint8_t *bytes = static_cast<uint8_t *>(key.mv_data);
-    uint32_t number = KeyNumber(bytes + array.length + 1, key.mv_size - array.length - 1);
-    if (number == 0) break; /* the objects beside the instances */
-    numbers->push_back(number);
-    memcpy(from.bytes, bytes, key.mv_size); /* the instance's own row stands first */
-    from.bytes[key.mv_size] = KEY_END;
-    from.length = key.mv_size + 1;
-  }
-  TreeCursorEnd(cursor);
-  return 0;
 }
 
 int ams_get_idxes(struct AmsTree *root, const char *array, char *list, size_t size) {
@@ -135,7 +119,7 @@ int ams_get_idxes(struct AmsTree *root, const char *array, char *list, size_t si
   });
   std::string text = JoinNumbers(numbers);
   if (result == 0 && text.size() >= size) {
-    STORE_LOG("store: the instances of %s do not fit %zu bytes\n", array, size);
+    AMS_PRINT(4, "store: the instances of %s do not fit %zu bytes\n", array, size);
     return -1;
   }
   if (result == 0) memcpy(list, text.c_str(), text.size() + 1);
@@ -155,7 +139,7 @@ int ams_get_array_maxIndex(struct AmsTree *root, const char *array, char *text, 
     return 0;
   });
   if (result == 0 && !CopyOut(std::to_string(highest), text, size)) {
-    STORE_LOG("store: the highest instance of %s does not fit %zu bytes\n", array, size);
+    AMS_PRINT(4, "store: the highest instance of %s does not fit %zu bytes\n", array, size);
     text[0] = '\0';
     return -1;
   }
@@ -167,7 +151,7 @@ int ams_mxml_list_array(const char *array, struct AmsArrayList *list) {
   list->count = 0;
   if (gptXmlTrees == nullptr || gptXmlTrees->root == nullptr) return -1;
   std::vector<uint32_t> numbers;
-  char path[KEY_MAX];
+  char path[kKeyMax];
   int result = TreeRead([&](MDB_txn *txn) {
     Key key;
     Record record;
@@ -177,7 +161,7 @@ int ams_mxml_list_array(const char *array, struct AmsArrayList *list) {
   });
   if (result != 0) return -1;
   if (numbers.size() > AMS_LIST_SLOTS)
-    STORE_LOG("store: %s has %zu instances, the first %d are listed\n", path, numbers.size(),
+    AMS_PRINT(4, "store: %s has %zu instances, the first %d are listed\n", path, numbers.size(),
               AMS_LIST_SLOTS);
   for (uint32_t number : numbers) {
     if (list->count == AMS_LIST_SLOTS) break;
@@ -188,7 +172,7 @@ int ams_mxml_list_array(const char *array, struct AmsArrayList *list) {
 
 int ams_get_attr(struct AmsTree *root, const char *path, char *value, size_t size) {
   if (root == nullptr || path == nullptr || value == nullptr || size == 0) {
-    STORE_LOG("store: the notify attribute needs a tree, a path and a buffer\n");
+    AMS_PRINT(4, "store: the notify attribute needs a tree, a path and a buffer\n");
     return -1;
   }
   std::string notify;
@@ -200,9 +184,10 @@ int ams_get_attr(struct AmsTree *root, const char *path, char *value, size_t siz
     return 0;
   });
   if (result != 0) {
-    STORE_LOG("store: no node %s\n", path);
+    AMS_PRINT(4, "store: no node %s\n", path);
     return -1;
   }
-  if (!CopyOut(notify, value, size)) STORE_LOG("store: the notify attribute of %s was cut\n", path);
+  if (!CopyOut(notify, value, size))
+    AMS_PRINT(4, "store: the notify attribute of %s was cut\n", path);
   return 0;
 }

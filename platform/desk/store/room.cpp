@@ -1,5 +1,7 @@
-// Room in the tree: whether it may become larger, and the memory for that. How the library takes
+// Whether the tree may become larger, and the memory for that; see room.h. How the library takes
 // pages: lmdb_room.cpp.
+#include "room.h"
+
 #include "tree.h"
 
 namespace {
@@ -31,7 +33,7 @@ int HasPieces(size_t open_txn, size_t wanted) {
   MDB_txn *txn = nullptr;
   MDB_cursor *cursor = nullptr;
   MDB_val key, list;
-  int rc = LmdbBegin(gTree.lmdb, MDB_RDONLY, &txn);
+  int rc = LmdbBegin(shared_tree.lmdb, MDB_RDONLY, &txn);
   if (rc == 0) rc = mdb_cursor_open(txn, 0, &cursor); /* the library's lists, by transaction */
   size_t pieces = 0, freed_by = 0;
   for (int lists = 0; rc == 0 && lists < kLists && pieces < wanted; ++lists) {
@@ -49,7 +51,7 @@ int HasPieces(size_t open_txn, size_t wanted) {
 /* A large value that finds no free piece has one from the map's end. A store that grows leaves that
    to what cannot do without; and a write in which the end is reached is lost as a whole. */
 int RoomForLarge(MDB_txn *txn, size_t bytes) {
-  const LmdbPages &pages = gTree.lmdb.pages;
+  const LmdbPages &pages = shared_tree.lmdb.pages;
   if (bytes <= pages.size / 4 || pages.base + pages.taken + kReserve <= pages.map) return 0;
   return HasPieces(mdb_txn_id(txn), pages.taken / kPiece + 2);
 }
@@ -57,14 +59,14 @@ int RoomForLarge(MDB_txn *txn, size_t bytes) {
 }  // namespace
 
 int TreeRoom(MDB_txn *txn, size_t bytes) {
-  int rc = LmdbRoom(gTree.lmdb, txn, bytes);
+  int rc = LmdbRoom(shared_tree.lmdb, txn, bytes);
   return rc == 0 ? 0 : TreeFailed("writing", rc);
 }
 
 int TreeMayGrow(MDB_txn *txn, size_t bytes, bool again) {
-  int rc = LmdbMayGrow(gTree.lmdb, txn);
+  int rc = LmdbMayGrow(shared_tree.lmdb, txn);
   if (rc == 0) rc = RoomForLarge(txn, bytes);
-  const LmdbPages &pages = gTree.lmdb.pages;
+  const LmdbPages &pages = shared_tree.lmdb.pages;
   bool fits = pages.base + pages.taken + bytes / pages.size + kCommit <= pages.map;
   return rc == MDB_MAP_FULL && again && fits ? 0 : rc;
 }

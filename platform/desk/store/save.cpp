@@ -7,12 +7,15 @@
 #include <cerrno>
 #include <cstdio>
 
+#include "ams_print.h"
 #include "ams_store.h"
+#include "attributes.h"
+#include "found.h"
 #include "tree.h"
 
 namespace {
 
-std::atomic<int> gWrapMargin{72}; /* column; 0: start tags stay on one line */
+std::atomic<int> wrap_margin{72}; /* column; 0: start tags stay on one line */
 
 struct Element {
   std::string name;
@@ -243,10 +246,10 @@ int WriteFile(const std::string &file, const std::string &text) {
 
 int Save(struct AmsTree *root, const char *file, bool pretty) {
   if (root == nullptr || file == nullptr || file[0] == '\0') {
-    STORE_LOG("store: a save needs a tree and a file\n");
+    AMS_PRINT(4, "store: a save needs a tree and a file\n");
     return -1;
   }
-  Saver saver = {nullptr, pretty, gWrapMargin.load(), {}, {}};
+  Saver saver = {nullptr, pretty, wrap_margin.load(), {}, {}};
   saver.out = "<?xml version=\"1.0\" encoding=\"UTF-8\"?>";
   int result = TreeRead([&](MDB_txn *txn) {
     std::vector<Found> rows;
@@ -257,20 +260,20 @@ int Save(struct AmsTree *root, const char *file, bool pretty) {
     return rows.empty() ? -1 : 0;
   });
   if (result != 0) {
-    STORE_LOG("store: %s not written: there is no tree to save\n", file);
+    AMS_PRINT(4, "store: %s not written: there is no tree to save\n", file);
     return -1;
   }
   saver.out += '\n';
   std::string beside = std::string(file) + ".new";
   if (WriteFile(beside, saver.out) == 0 && rename(beside.c_str(), file) == 0) return 0;
-  STORE_LOG("store: writing %s failed: %s\n", file, strerror(errno));
+  AMS_PRINT(4, "store: writing %s failed: %s\n", file, strerror(errno));
   (void)unlink(beside.c_str()); /* may not be there */
   return -1;
 }
 
 }  // namespace
 
-void mxmlSetWrapMargin(int column) { gWrapMargin.store(column < 0 ? 0 : column); }
+void mxmlSetWrapMargin(int column) { wrap_margin.store(column < 0 ? 0 : column); }
 
 int ams_save_xml(struct AmsTree *root, const char *file) { return Save(root, file, true); }
 

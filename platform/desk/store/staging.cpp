@@ -6,6 +6,7 @@
 #include <utility>
 #include <vector>
 
+#include "ams_print.h"
 #include "ams_store.h"
 #include "nvram.h"
 #include "tree.h"
@@ -64,7 +65,8 @@ Entries ReadSource(const char *path) {
     std::string_view line(text, static_cast<size_t>(length));
     while (!line.empty() && (line.back() == '\n' || line.back() == '\r')) line.remove_suffix(1);
     const char *wrong = ReadLine(line, &entries);
-    if (wrong != nullptr) STORE_LOG("store: %s:%d passed over: the line %s\n", path, number, wrong);
+    if (wrong != nullptr)
+      AMS_PRINT(4, "store: %s:%d passed over: the line %s\n", path, number, wrong);
   }
   free(text);
   return entries;
@@ -77,7 +79,7 @@ int Unset(const char *key, const char *, void *) { return nvram_unset(key, NVTYP
 int ams_mxml_load_to_staging(int number) {
   const StagingSource *source = FindSource(number);
   if (source == nullptr) {
-    STORE_LOG("store: there is no staging source %d\n", number);
+    AMS_PRINT(4, "store: there is no staging source %d\n", number);
     return -1;
   }
   Entries entries = ReadSource(source->file);

@@ -1,8 +1,11 @@
 // Status values over a load: the server may start again alone, and what others wrote of the state
 // of the gateway is still so then. They wait in this process from the load to the end of
 // update_from_nvram, because rows of arrays come back there.
+#include "status.h"
+
 #include <cstddef>
 
+#include "ams_print.h"
 #include "tree.h"
 
 namespace {
@@ -11,7 +14,7 @@ struct Status {
   std::string key, value;
 };
 
-std::vector<Status> gTaken; /* the server's; under the store's write lock */
+std::vector<Status> taken_values; /* the server's; under the store's write lock */
 
 /* A look at one byte: all rows of the tree are asked. */
 bool HasStatus(const MDB_val &data) {
@@ -25,13 +28,14 @@ int StatusTake(MDB_txn *txn) {
   MDB_cursor *cursor;
   MDB_val key, data;
   Record row;
-  gTaken.clear();
+  taken_values.clear();
   if (TreeCursor(txn, &cursor) != 0) return -1;
   int rc = mdb_cursor_get(cursor, &key, &data, MDB_FIRST);
   for (; rc == 0 && static_cast<uint8_t *>(key.mv_data)[0] < KEY_FORMAT;
        rc = mdb_cursor_get(cursor, &key, &data, MDB_NEXT))
     if (HasStatus(data) && RecordParse(data, &row) == 0)
-      gTaken.push_back({{static_cast<char *>(key.mv_data), key.mv_size}, {row.value, row.length}});
+      taken_values.push_back(
+          {{static_cast<char *>(key.mv_data), key.mv_size}, {row.value, row.length}});
   TreeCursorEnd(cursor);
   return rc == 0 || rc == MDB_NOTFOUND ? 0 : TreeFailed("reading", rc);
 }
@@ -39,7 +43,7 @@ int StatusTake(MDB_txn *txn) {
 int StatusLay(MDB_txn *txn) {
   std::vector<Status> taken;
   size_t full = 0;
-  taken.swap(gTaken);
+  taken.swap(taken_values);
   for (const Status &status : taken) {
     Key key = {};
     (void)KeyAppend(&key, status.key.data(), status.key.size()); /* it was a key */
@@ -49,7 +53,7 @@ int StatusLay(MDB_txn *txn) {
     if (result == LEAF_FULL) ++full;
   }
   if (full != 0)
-    STORE_LOG("store: %zu status values passed over: no room beside the tree that is replaced\n",
+    AMS_PRINT(4, "store: %zu status values passed over: no room beside the tree that is replaced\n",
               full);
   return 0;
 }

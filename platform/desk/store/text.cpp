@@ -1,5 +1,9 @@
 // The text forms of nodes: a leaf as "name=value", an object as its leaves' "relative.path=value".
+#include "ams_print.h"
 #include "ams_store.h"
+#include "attributes.h"
+#include "found.h"
+#include "room.h"
 #include "tds.h"
 #include "tree.h"
 
@@ -30,7 +34,7 @@ int JoinLeaves(const std::vector<Found> &leaves, size_t top_length, char **text)
   for (const Found &leaf : leaves) size += leaf.key_length - top_length + leaf.record.length + 2;
   char *out = *text = static_cast<char *>(__tds_malloc(size, kTag));
   if (out == nullptr) {
-    STORE_LOG("store: no memory for a text of %zu bytes\n", size);
+    AMS_PRINT(4, "store: no memory for a text of %zu bytes\n", size);
     return -1;
   }
   for (const Found &leaf : leaves) {
@@ -50,19 +54,35 @@ int LeafAlone(MDB_txn *txn, Key *key, std::vector<Found> *leaves) {
   return 0;
 }
 
+/* The leaves below the node `top`, as the file has them, with one look-up: they stand right behind
+   it. -1: there is no such node. */
+int Gather(MDB_txn *txn, const Key &top, std::vector<Found> *leaves) {
+  MDB_cursor *cursor;
+  MDB_val key = KeyVal(top), data;
+  Record record;
+  if (TreeCursor(txn, &cursor) != 0) return -1;
+  int rc = mdb_cursor_get(cursor, &key, &data, MDB_SET);
+  int result = rc == 0 ? RecordParse(data, &record) : -1;
+  size_t skip = result == 0 ? record.head.order_length : 0;
+  while (result == 0 && (rc = mdb_cursor_get(cursor, &key, &data, MDB_NEXT)) == 0 &&
+         KeyBelow(key, top.bytes, top.length)) {
+    Found one = {0, static_cast<uint8_t *>(key.mv_data), key.mv_size, {}};
+    if (RecordParse(data, &one.record) == 0 && RecordIsLeaf(one.record)) leaves->push_back(one);
+  }
+  TreeCursorEnd(cursor);
+  if (rc != 0 && rc != MDB_NOTFOUND) return TreeFailed("reading", rc);
+  TreeSort(leaves, skip);
+  return result;
+}
+
 /* The leaves that a node's text has, in the file's order; the node itself when it is a leaf. Their
    keys share `top` bytes that the text leaves out. */
 int LeavesOf(MDB_txn *txn, const char *path, Key *key, std::vector<Found> *leaves, size_t *top) {
-  bool leaf_first = TreeThread()->leaf_last;
   if (TreeKey(path, KEY_NODE, key) != 0) return -1;
+  *top = key->length;
+  if (Gather(txn, *key, leaves) == 0) return 0;
   *top = key->last;
-  if (leaf_first && LeafAlone(txn, key, leaves) == 0) return 0;
-  key->bytes[key->last] = key->last == 0 ? key->bytes[0] : static_cast<uint8_t>(KEY_NODE);
-  bool leaf = TreeGather(txn, *key, leaves) != 0;
-  if (leaf && (leaf_first || LeafAlone(txn, key, leaves) != 0)) return -1;
-  if (!leaf) *top = key->length;
-  TreeThread()->leaf_last = leaf;
-  return 0;
+  return LeafAlone(txn, key, leaves);
 }
 
 void AppendPair(std::string *text, std::string_view name, std::string_view value) {
@@ -78,7 +98,7 @@ void AppendPair(std::string *text, std::string_view name, std::string_view value
 
 void AppendWithAttributes(MDB_txn *txn, const Found &leaf, size_t top_length, std::string *text) {
   std::string_view set, name, value;
-  char path[KEY_MAX + 1];
+  char path[kKeyMax + 1];
   if (!text->empty()) *text += static_cast<char>(AMS_SEPARATOR);
   text->append(path, KeyToPath(leaf.key + top_length, leaf.key_length - top_length, path));
   text->append("=").append(leaf.record.value, leaf.record.length);
@@ -94,7 +114,7 @@ void AppendWithAttributes(MDB_txn *txn, const Found &leaf, size_t top_length, st
 int HandOut(const std::string &built, char **text) {
   *text = __tds_strndup(built.data(), built.size(), kTag);
   if (*text != nullptr) return 0;
-  STORE_LOG("store: no memory for a text of %zu bytes\n", built.size());
+  AMS_PRINT(4, "store: no memory for a text of %zu bytes\n", built.size());
   return -1;
 }
 
@@ -145,26 +165,6 @@ int ReadChanged(MDB_txn *txn, const char *path, char **text) {
 }
 
 }  // namespace
-
-/* One look-up: what is below a node stands right behind it. */
-int TreeGather(MDB_txn *txn, const Key &top, std::vector<Found> *leaves) {
-  MDB_cursor *cursor;
-  MDB_val key = KeyVal(top), data;
-  Record record;
-  if (TreeCursor(txn, &cursor) != 0) return -1;
-  int rc = mdb_cursor_get(cursor, &key, &data, MDB_SET);
-  int result = rc == 0 ? RecordParse(data, &record) : -1;
-  size_t skip = result == 0 ? record.head.order_length : 0;
-  while (result == 0 && (rc = mdb_cursor_get(cursor, &key, &data, MDB_NEXT)) == 0 &&
-         KeyBelow(key, top.bytes, top.length)) {
-    Found one = {0, static_cast<uint8_t *>(key.mv_data), key.mv_size, {}};
-    if (RecordParse(data, &one.record) == 0 && RecordIsLeaf(one.record)) leaves->push_back(one);
-  }
-  TreeCursorEnd(cursor);
-  if (rc != 0 && rc != MDB_NOTFOUND) return TreeFailed("reading", rc);
-  TreeSort(leaves, skip);
-  return result;
-}
 
 int ams_get_node_value(struct AmsTree *root, const char *path, char **text) {
   if (text == nullptr) return -1;

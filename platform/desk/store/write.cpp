@@ -2,7 +2,10 @@
 // load.cpp.
 #include <memory>
 
+#include "ams_print.h"
 #include "ams_store.h"
+#include "attributes.h"
+#include "keep.h"
 #include "store_desk.h"
 #include "tree.h"
 
@@ -15,11 +18,11 @@ constexpr unsigned kConfiguration = SET_REPORT, kStatus = SET_REPORT | SET_READO
 int CheckValue(const char *path, const char *value, std::string_view *checked) {
   *checked = {value, strnlen(value, AMS_VALUE_MAX + 1)};
   if (checked->size() > AMS_VALUE_MAX) {
-    STORE_LOG("store: %s not set: a value has at most %d bytes\n", path, AMS_VALUE_MAX);
+    AMS_PRINT(4, "store: %s not set: a value has at most %d bytes\n", path, AMS_VALUE_MAX);
     return -1;
   }
   if (checked->find(static_cast<char>(AMS_SEPARATOR)) != std::string_view::npos) {
-    STORE_LOG("store: %s not set: a value must not hold byte 0x03\n", path);
+    AMS_PRINT(4, "store: %s not set: a value must not hold byte 0x03\n", path);
     return -1;
   }
   return 0;
@@ -29,15 +32,16 @@ int Set(struct AmsTree *root, const char *path, const char *value, bool status) 
   Key key;
   std::string_view checked;
   if (root == nullptr || path == nullptr) {
-    STORE_LOG("store: a set needs a tree and a path\n");
+    AMS_PRINT(4, "store: a set needs a tree and a path\n");
     return -1;
   }
   if (CheckValue(path, value == nullptr ? "" : value, &checked) != 0) return -1;
   if (KeyOfPath(path, KEY_LEAF, &key) != KEY_OK) key.last = key.length = 0; /* logged as no leaf */
   return TreeWrite([&](MDB_txn *txn) {
     int result = TreeSetLeaf(txn, key, checked, status ? kStatus : kConfiguration);
-    if (result == LEAF_NONE) STORE_LOG("store: %.255s not set: it is no leaf of the tree\n", path);
-    if (result == LEAF_READONLY) STORE_LOG("store: %s not set: it is read-only\n", path);
+    if (result == LEAF_NONE)
+      AMS_PRINT(4, "store: %.255s not set: it is no leaf of the tree\n", path);
+    if (result == LEAF_READONLY) AMS_PRINT(4, "store: %s not set: it is read-only\n", path);
     if (result == 0 && !status) KeepLeaf(key, checked);
     return result == 0 ? 0 : -1;
   });
@@ -49,12 +53,9 @@ AmsTree *SharedRoot() { return gptXmlTrees == nullptr ? nullptr : gptXmlTrees->r
 int PutNotify(MDB_txn *txn, const Key &key, const Record &record, std::string_view value) {
   Record changed = record;
   Key notify = KeyMarked(KEY_NOTIFY, key);
-  std::string kept(record.value, record.length),
-      order(reinterpret_cast<const char *>(record.order), record.head.order_length);
-  changed.order = reinterpret_cast<const uint8_t *>(order.data());
   changed.head.flags &= static_cast<uint8_t>(~RECORD_NOTIFY);
   if (value != "0") changed.head.flags |= RECORD_NOTIFY;
-  if (TreePutRecord(txn, key, changed, kept) != 0) return -1;
+  if (TreePutRecord(txn, key, changed, {record.value, record.length}) != 0) return -1;
   if (value != "0") return TreePut(txn, notify, value.data(), value.size());
   if (TreeDelete(txn, notify) != 0) return -1;
   return TreeDelete(txn, KeyMarked(KEY_CHANGED, key));
@@ -96,7 +97,7 @@ int ams_undo_note(struct AmsTree *root, struct AmsUndo **undo, const char *path)
     Record record;
     if (KeyOfPath(path, KEY_LEAF, &leaf.key) != KEY_OK || TreeFind(txn, leaf.key, &record) != 0 ||
         !RecordIsLeaf(record)) {
-      STORE_LOG("store: %.255s is no leaf of the tree\n", path);
+      AMS_PRINT(4, "store: %.255s is no leaf of the tree\n", path);
       return -1;
     }
     leaf.status = (record.head.flags & RECORD_STATUS) != 0;
@@ -131,11 +132,11 @@ int ams_undo_end(struct AmsUndo *undo, int put_back) {
 
 int ams_set_attr(struct AmsTree *root, const char *path, const char *value) {
   if (root == nullptr || path == nullptr || value == nullptr) {
-    STORE_LOG("store: the notify attribute needs a tree, a path and a value\n");
+    AMS_PRINT(4, "store: the notify attribute needs a tree, a path and a value\n");
     return -1;
   }
   if (value[0] == '\0' || strnlen(value, kNotifyMax + 1) > kNotifyMax) {
-    STORE_LOG("store: the notify attribute of %.255s needs 1 to %zu bytes\n", path, kNotifyMax);
+    AMS_PRINT(4, "store: the notify attribute of %.255s needs 1 to %zu bytes\n", path, kNotifyMax);
     return -1;
   }
   return TreeWrite([=](MDB_txn *txn) {
@@ -143,7 +144,7 @@ int ams_set_attr(struct AmsTree *root, const char *path, const char *value) {
     Record record;
     if (TreeFindPath(txn, path, false, &key, &record) == 0)
       return PutNotify(txn, key, record, value);
-    STORE_LOG("store: no node %.255s\n", path);
+    AMS_PRINT(4, "store: no node %.255s\n", path);
     return -1;
   });
 }

@@ -1,5 +1,6 @@
-// The connections that others opened to a module: who is let in, and who has to go when descriptors
-// are short.
+// Who is let in, and who has to go when descriptors are short; see connections.h.
+#include "connections.h"
+
 #include <errno.h>
 #include <sys/epoll.h>
 #include <sys/resource.h>
@@ -9,7 +10,10 @@
 #include <algorithm>
 #include <cstring>
 
+#include "ams_print.h"
 #include "endpoint.h"
+#include "module.h"
+#include "wire.h"
 
 namespace {
 
@@ -35,7 +39,7 @@ void TidyBy(Module *module, uint64_t time) {
 void Crowded(Module *module, const char *what) {
   uint64_t now = MonotonicMs();
   if (module->crowded_at == 0 || now - module->crowded_at > kCrowdOver)
-    TDS_LOG(4, "%s: no room for more connections: %s", module->name.c_str(), what);
+    AMS_PRINT(4, "%s: no room for more connections: %s", module->name.c_str(), what);
   module->crowded_at = now;
 }
 
@@ -69,7 +73,7 @@ const Newcomer *OldestSilent(Module *module) {
 
 /* Its own sequence numbers start at 1, so 0 is the whole connection. */
 void TurnAway(int fd, int reason) {
-  (void)WireSend(fd, WireKind::kRefused, static_cast<uint32_t>(reason), 0, nullptr, 0,
+  (void)WireSend(fd, WireKind::REFUSED, static_cast<uint32_t>(reason), 0, nullptr, 0,
                  MSG_DONTWAIT); /* a client that is gone needs no reason */
 }
 
@@ -111,7 +115,7 @@ void ConnectionNamed(Module *module) {
 
 void ConnectionRefuse(const Connection *connection, uint32_t sequence, int reason) {
   int fd = WatchFd(connection->key);
-  if (WireSend(fd, WireKind::kRefused, static_cast<uint32_t>(reason), sequence, nullptr, 0,
+  if (WireSend(fd, WireKind::REFUSED, static_cast<uint32_t>(reason), sequence, nullptr, 0,
                MSG_DONTWAIT) != 0)
     shutdown(fd, SHUT_RDWR); /* the end of the connection tells it, too, and comes back as event */
 }
@@ -120,7 +124,7 @@ void ConnectionAccept(Module *module, int listener) {
   int fd = accept4(listener, nullptr, nullptr, SOCK_CLOEXEC);
   if (fd < 0) return AcceptFailed(module, errno);
   if (!WirePeerIsOurs(fd)) {
-    TDS_LOG(3, "%s: connection refused: not a process of our own user", module->name.c_str());
+    AMS_PRINT(3, "%s: connection refused: not a process of our own user", module->name.c_str());
     close(fd);
     return;
   }
@@ -133,7 +137,7 @@ void ConnectionAccept(Module *module, int listener) {
       return;
     }
   }
-  WatchKey key = ModuleWatch(module, WatchKind::kConnection, fd);
+  WatchKey key = ModuleWatch(module, WatchKind::CONNECTION, fd);
   if (key == 0) {
     close(fd);
     return;
@@ -152,7 +156,7 @@ void ConnectionsTidy(Module *module) {
   if (module->accept_paused) PauseAccept(module, false);
   while (const Newcomer *oldest = OldestSilent(module)) {
     if (now - oldest->since < kHelloLimit) return TidyBy(module, now + kTidyPeriod);
-    TDS_LOG(2, "%s: a connection that never said its name is closed", module->name.c_str());
+    AMS_PRINT(2, "%s: a connection that never said its name is closed", module->name.c_str());
     ConnectionClose(module, oldest->key);
   }
 }

@@ -1,5 +1,5 @@
 // Names and threads: SysInit, who the calling thread is, who sent the message in work; sleep and
-// time.
+// time; see endpoint.h.
 #include "endpoint.h"
 
 #include <errno.h>
@@ -9,6 +9,9 @@
 
 #include <cstdio>
 #include <cstring>
+
+#include "ams_print.h"
+#include "module.h"
 
 namespace {
 
@@ -25,7 +28,7 @@ int StartThread(std::unique_ptr<Module> *module) {
   pthread_t thread;
   int failed = pthread_create(&thread, nullptr, ModuleThread, module->get());
   if (failed != 0) {
-    TDS_LOG(4, "SysInit: no thread for %s: %s", name.c_str(), strerror(failed));
+    AMS_PRINT(4, "SysInit: no thread for %s: %s", name.c_str(), strerror(failed));
     return -1;
   }
   (void)module->release(); /* the thread's now */
@@ -41,11 +44,9 @@ const std::string &ProcessName() {
   return process_name.empty() ? unnamed : process_name;
 }
 
-void SetProcessName(std::string name) { process_name = std::move(name); }
-
-Module::~Module() {
-  for (WatchKey key : listeners) close(WatchFd(key));
-  if (epoll > 0) close(epoll);
+Thread::~Thread() {
+  for (const Peer &peer : peers)
+    if (peer.fd >= 0) close(peer.fd);
 }
 
 Thread *ThisThread() {
@@ -61,11 +62,11 @@ uint64_t MonotonicMs() {
 
 int SysInit(const ModuleEntry *modules) {
   if (modules == nullptr || modules->name == nullptr) {
-    TDS_LOG(4, "%s", "SysInit: the module table is empty");
+    AMS_PRINT(4, "SysInit: the module table is empty");
     return -1;
   }
   std::string first = modules->name;
-  SetProcessName(first.substr(0, first.find(':')));
+  process_name = first.substr(0, first.find(':'));
   /* Every endpoint is there before the first handler runs. */
   std::vector<std::unique_ptr<Module>> opened;
   opened.push_back(std::make_unique<Module>());
@@ -78,8 +79,6 @@ int SysInit(const ModuleEntry *modules) {
     if (StartThread(&module) != 0) return -1;
   return 0;
 }
-
-void tds_name_thread(const char *name) { ThisThread()->name = name; }
 
 void tds_self(char *name, size_t size) {
   const Thread *thread = ThisThread();

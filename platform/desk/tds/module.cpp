@@ -1,4 +1,6 @@
-// Receiving: a module's thread with its sockets, its timers and its message table.
+// A module's thread with its sockets, its timers and its message table; see module.h.
+#include "module.h"
+
 #include <errno.h>
 #include <pthread.h>
 #include <sys/epoll.h>
@@ -8,7 +10,9 @@
 #include <algorithm>
 #include <cstring>
 
+#include "ams_print.h"
 #include "endpoint.h"
+#include "wire.h"
 
 namespace {
 
@@ -21,8 +25,8 @@ void Dispatch(Module *module, const MessageInWork &work, const void *data, uint3
   if (row != nullptr) {
     row->handler(static_cast<int32_t>(work.id), data, length);
   } else if (!work.wants_answer) {
-    TDS_LOG(2, "%s: message 0x%x from %s has no row, dropped", module->name.c_str(), work.id,
-            work.sender);
+    AMS_PRINT(2, "%s: message 0x%x from %s has no row, dropped", module->name.c_str(), work.id,
+              work.sender);
   }
   if (module->work.wants_answer)
     ConnectionRefuse(work.connection, work.sequence,
@@ -34,14 +38,14 @@ void Dispatch(Module *module, const MessageInWork &work, const void *data, uint3
 void Handle(Module *module, Connection *connection, const WireFrame &frame) {
   const WireHead &head = frame.head;
   const char *sender = connection->sender.c_str();
-  bool call = head.kind == WireKind::kCall;
+  bool call = head.kind == WireKind::CALL;
   if (!IsRuntimeId(head.id)) {
     Dispatch(module, {sender, connection, head.id, head.sequence, call, 0}, frame.data,
              head.length);
     return;
   }
-  TDS_LOG(3, "%s: message 0x%x from %s is dropped: only the runtime itself sends that id",
-          module->name.c_str(), head.id, sender);
+  AMS_PRINT(3, "%s: message 0x%x from %s is dropped: only the runtime itself sends that id",
+            module->name.c_str(), head.id, sender);
   if (call) ConnectionRefuse(connection, head.sequence, EPERM);
 }
 
@@ -50,8 +54,8 @@ void Receive(Module *module, Connection *connection, WireFrame *frame) {
   int got = WireReceive(WatchFd(connection->key), frame, MSG_DONTWAIT);
   if (got < 0 && errno == EAGAIN) return;
   const WireHead &head = frame->head;
-  bool hello = got == 1 && head.kind == WireKind::kHello;
-  bool message = got == 1 && (head.kind == WireKind::kPost || head.kind == WireKind::kCall);
+  bool hello = got == 1 && head.kind == WireKind::HELLO;
+  bool message = got == 1 && (head.kind == WireKind::POST || head.kind == WireKind::CALL);
   if (message && !connection->sender.empty()) {
     Handle(module, connection, *frame);
     return;
@@ -61,19 +65,19 @@ void Receive(Module *module, Connection *connection, WireFrame *frame) {
     connection->sender.assign(name, strnlen(name, head.length - 1));
     if (!connection->sender.empty()) return ConnectionNamed(module);
   }
-  if (got != 0) TDS_LOG(3, "%s: bad frame, connection closed", module->name.c_str());
+  if (got != 0) AMS_PRINT(3, "%s: bad frame, connection closed", module->name.c_str());
   ConnectionClose(module, connection->key);
 }
 
 void HandleEvent(Thread *thread, WatchKey key, WireFrame *frame) {
   Module *module = thread->module;
   switch (WatchKindOf(key)) {
-    case WatchKind::kListener:
+    case WatchKind::LISTENER:
       return ConnectionAccept(module, WatchFd(key));
-    case WatchKind::kConnection:
+    case WatchKind::CONNECTION:
       if (Connection *connection = ConnectionOf(module, key)) Receive(module, connection, frame);
       return;
-    case WatchKind::kPeer:
+    case WatchKind::PEER:
       return PeerReadable(thread, key);
   }
 }
@@ -117,19 +121,19 @@ int SleepLimit(const Module *module) {
 /* 0, or -1 with errno (logged). */
 int SendAnswer(const Connection *connection, uint32_t id, uint32_t sequence, const void *data,
                uint32_t length) {
-  if (WireSend(WatchFd(connection->key), WireKind::kAnswer, id, sequence, data, length,
+  if (WireSend(WatchFd(connection->key), WireKind::ANSWER, id, sequence, data, length,
                MSG_DONTWAIT) == 0)
     return 0;
   int reason = errno;
   int level = reason == EPIPE || reason == ECONNRESET ? 2 : 4; /* a caller may have given up */
-  TDS_LOG(level, "answer to %s: %s", connection->sender.c_str(), WireFault(reason));
+  AMS_PRINT(level, "answer to %s: %s", connection->sender.c_str(), WireFault(reason));
   errno = reason;
   return -1;
 }
 
 Module *OwnModule(const char *call) {
   Module *module = ThisThread()->module;
-  if (module == nullptr) TDS_LOG(4, "%s: only a module thread may call it", call);
+  if (module == nullptr) AMS_PRINT(4, "%s: only a module thread may call it", call);
   return module;
 }
 
@@ -137,7 +141,7 @@ int SetDeadline(const char *call, int timer, uint64_t deadline) {
   Module *module = OwnModule(call);
   if (module == nullptr) return -1;
   if (timer < 0 || timer >= TDS_TIMERS) {
-    TDS_LOG(4, "%s: timer %d, a module has 0 to %d", call, timer, TDS_TIMERS - 1);
+    AMS_PRINT(4, "%s: timer %d, a module has 0 to %d", call, timer, TDS_TIMERS - 1);
     return -1;
   }
   module->deadlines[static_cast<size_t>(timer)] = deadline;
@@ -153,24 +157,24 @@ const MsgEntry *ModuleRow(const Module *module, uint32_t id) {
 }
 
 WatchKey ModuleWatch(Module *module, WatchKind kind, int fd) {
-  uint64_t serial = ++module->last_serial & ((UINT64_C(1) << kSerialBits) - 1);
   struct epoll_event event = {};
-  event.events = kind == WatchKind::kListener ? EPOLLIN : EPOLLIN | EPOLLRDHUP;
-  event.data.u64 = static_cast<uint64_t>(kind) << (kFdBits + kSerialBits) | serial << kFdBits |
-                   static_cast<uint64_t>(fd);
+  event.events = kind == WatchKind::LISTENER ? EPOLLIN : EPOLLIN | EPOLLRDHUP;
+  event.data.u64 = WatchKeyOf(kind, ++module->last_serial, fd);
   if (epoll_ctl(module->epoll, EPOLL_CTL_ADD, fd, &event) == 0) return event.data.u64;
-  TDS_LOG(4, "%s: epoll_ctl: %s", module->name.c_str(), strerror(errno));
+  AMS_PRINT(4, "%s: epoll_ctl: %s", module->name.c_str(), strerror(errno));
   return 0;
 }
 
-int ModuleListen(Module *module, const char *name) {
+namespace {
+
+int Listen(Module *module, const char *name) {
   int fd = WireListen(name);
   if (fd < 0) {
-    TDS_LOG(4, "cannot serve %s: %s", name,
-            errno == EADDRINUSE ? "another process serves it" : strerror(errno));
+    AMS_PRINT(4, "cannot serve %s: %s", name,
+              errno == EADDRINUSE ? "another process serves it" : strerror(errno));
     return -1;
   }
-  WatchKey key = ModuleWatch(module, WatchKind::kListener, fd);
+  WatchKey key = ModuleWatch(module, WatchKind::LISTENER, fd);
   if (key == 0) {
     close(fd);
     return -1;
@@ -180,16 +184,23 @@ int ModuleListen(Module *module, const char *name) {
   return 0;
 }
 
+}  // namespace
+
+Module::~Module() {
+  for (WatchKey key : listeners) close(WatchFd(key));
+  if (epoll > 0) close(epoll);
+}
+
 int ModuleOpen(Module *module, const char *name, const MsgEntry *table) {
   module->name = name;
   module->table = table;
   module->work.sender = "";
   module->epoll = epoll_create1(EPOLL_CLOEXEC);
   if (module->epoll < 0) {
-    TDS_LOG(4, "%s: epoll_create1: %s", name, strerror(errno));
+    AMS_PRINT(4, "%s: epoll_create1: %s", name, strerror(errno));
     return -1;
   }
-  return ModuleListen(module, name);
+  return Listen(module, name);
 }
 
 void *ModuleThread(void *argument) {
@@ -217,7 +228,7 @@ void *ModuleThread(void *argument) {
 
 int tds_serve_also(const char *name) {
   Module *module = OwnModule("tds_serve_also");
-  return module == nullptr ? -1 : ModuleListen(module, name);
+  return module == nullptr ? -1 : Listen(module, name);
 }
 
 int SetTimer(int timer, uint32_t ms) {
@@ -232,7 +243,7 @@ int SynAckData_lib(const void *data, uint32_t len, uint32_t id, const char *dest
   if (module == nullptr) return -1;
   MessageInWork *work = &module->work;
   if (!work->wants_answer || dest == nullptr || strcmp(dest, work->sender) != 0) {
-    TDS_LOG(2, "SynAckData_lib: no call of %s is in work", dest == nullptr ? "(null)" : dest);
+    AMS_PRINT(2, "SynAckData_lib: no call of %s is in work", dest == nullptr ? "(null)" : dest);
     return -1;
   }
   if (SendAnswer(work->connection, id, work->sequence, data, len) != 0) {

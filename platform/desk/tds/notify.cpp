@@ -10,7 +10,10 @@
 #include <cstring>
 #include <string>
 
+#include "ams_print.h"
 #include "endpoint.h"
+#include "module.h"
+#include "wire.h"
 
 namespace {
 
@@ -38,8 +41,9 @@ std::string OwnName() {
 
 int TDS_RegisterNotifyList(uint32_t id, const char *publisher) {
   if (ThisThread()->module == nullptr || !WireNameFits(publisher)) {
-    TDS_LOG(4, "TDS_RegisterNotifyList: %s",
-            publisher == nullptr ? "no publisher" : "a module thread and a plain name are needed");
+    AMS_PRINT(
+        4, "TDS_RegisterNotifyList: %s",
+        publisher == nullptr ? "no publisher" : "a module thread and a plain name are needed");
     return -1;
   }
   std::string folder = NotifyFolder(publisher, id);
@@ -47,7 +51,7 @@ int TDS_RegisterNotifyList(uint32_t id, const char *publisher) {
   if (MakeFolders(folder))
     fd = open((folder + "/" + OwnName()).c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, 0600);
   if (fd < 0) {
-    TDS_LOG(4, "TDS_RegisterNotifyList: %s: %s", folder.c_str(), strerror(errno));
+    AMS_PRINT(4, "TDS_RegisterNotifyList: %s: %s", folder.c_str(), strerror(errno));
     return -1;
   }
   close(fd);

@@ -1,4 +1,6 @@
-// Sending: the connections that a thread keeps to the endpoints it has sent to, posts and calls.
+// Sending: posts and calls; see peers.h.
+#include "peers.h"
+
 #include <errno.h>
 #include <sys/socket.h>
 #include <unistd.h>
@@ -6,7 +8,10 @@
 #include <algorithm>
 #include <cstring>
 
+#include "ams_print.h"
 #include "endpoint.h"
+#include "module.h"
+#include "wire.h"
 
 namespace {
 
@@ -43,9 +48,9 @@ Peer *OpenPeer(Thread *thread, const char *name, bool wait) {
   }
   if (fd < 0) return nullptr;
   peer->fd = fd;
-  if (thread->module != nullptr) peer->key = ModuleWatch(thread->module, WatchKind::kPeer, fd);
+  if (thread->module != nullptr) peer->key = ModuleWatch(thread->module, WatchKind::PEER, fd);
   const std::string &own = ThreadName(thread);
-  (void)WireSend(fd, WireKind::kHello, 0, 0, own.c_str(), static_cast<uint32_t>(own.size()) + 1,
+  (void)WireSend(fd, WireKind::HELLO, 0, 0, own.c_str(), static_cast<uint32_t>(own.size()) + 1,
                  0); /* whatever is wrong with it shows at the message that follows */
   return peer;
 }
@@ -54,14 +59,14 @@ Peer *OpenPeer(Thread *thread, const char *name, bool wait) {
 int WhyTurnedAway(Thread *thread, const Peer *peer) {
   const WireHead &head = thread->answer.head;
   while (WireReceive(peer->fd, &thread->answer, MSG_DONTWAIT) == 1)
-    if (head.kind == WireKind::kRefused && head.sequence == 0) return static_cast<int>(head.id);
+    if (head.kind == WireKind::REFUSED && head.sequence == 0) return static_cast<int>(head.id);
   return 0;
 }
 
 /* Sends a frame to `name`. A connection whose other side was restarted is opened anew, once. */
 Peer *SendTo(Thread *thread, const char *name, WireKind kind, uint32_t id, const void *data,
              uint32_t length) {
-  bool call = kind == WireKind::kCall;
+  bool call = kind == WireKind::CALL;
   for (int attempt = 0; attempt < 2; ++attempt) {
     Peer *peer = OpenPeer(thread, name, call);
     if (peer == nullptr) return nullptr;
@@ -102,11 +107,11 @@ int AwaitAnswer(Thread *thread, Peer *peer, uint64_t end) {
       if (errno == EAGAIN) errno = ETIMEDOUT;
       return -1;
     }
-    bool whole = got == 0 || (head.kind == WireKind::kRefused && head.sequence == 0);
+    bool whole = got == 0 || (head.kind == WireKind::REFUSED && head.sequence == 0);
     if (!whole && head.sequence != peer->sequence) continue;
-    if (!whole && head.kind == WireKind::kAnswer) return 0;
+    if (!whole && head.kind == WireKind::ANSWER) return 0;
     if (whole) PeerLost(thread, peer);
-    errno = got == 0 ? EPIPE : head.kind == WireKind::kRefused ? static_cast<int>(head.id) : ENOMSG;
+    errno = got == 0 ? EPIPE : head.kind == WireKind::REFUSED ? static_cast<int>(head.id) : ENOMSG;
     return -1;
   }
   errno = ETIMEDOUT;
@@ -150,11 +155,6 @@ int PostToSelf(Thread *thread, uint32_t id, const void *data, uint32_t length) {
 
 }  // namespace
 
-Thread::~Thread() {
-  for (const Peer &peer : peers)
-    if (peer.fd >= 0) close(peer.fd);
-}
-
 void PeerReadable(Thread *thread, WatchKey key) {
   auto peer = std::find_if(thread->peers.begin(), thread->peers.end(),
                            [key](const Peer &one) { return one.key == key; });
@@ -162,9 +162,9 @@ void PeerReadable(Thread *thread, WatchKey key) {
   int got = WireReceive(peer->fd, &thread->answer, MSG_DONTWAIT);
   thread->answer.large.reset();
   const WireHead &head = thread->answer.head;
-  if (got == 1 && head.kind == WireKind::kRefused && head.sequence == 0)
-    TDS_LOG(4, "%s has dropped what was sent to it: %s", peer->name.c_str(),
-            WireFault(static_cast<int>(head.id)));
+  if (got == 1 && head.kind == WireKind::REFUSED && head.sequence == 0)
+    AMS_PRINT(4, "%s has dropped what was sent to it: %s", peer->name.c_str(),
+              WireFault(static_cast<int>(head.id)));
   if (got == 0) PeerLost(thread, &*peer);
 }
 
@@ -179,7 +179,7 @@ int tds_call(uint32_t id, const void *data, uint32_t len, const char *dest, uint
     errno = EDEADLK;
     return -1;
   }
-  Peer *peer = SendTo(thread, dest, WireKind::kCall, id, data, len);
+  Peer *peer = SendTo(thread, dest, WireKind::CALL, id, data, len);
   bool answered = peer != nullptr && AwaitAnswer(thread, peer, end) == 0;
   int result = answered ? CopyAnswer(thread->answer, reply, reply_len) : -1;
   thread->answer.large.reset();
@@ -189,7 +189,7 @@ int tds_call(uint32_t id, const void *data, uint32_t len, const char *dest, uint
 int SendMsg_syn_lib(uint32_t id, const void *data, uint32_t len, const char *dest, void **reply,
                     uint32_t *reply_len) {
   if (tds_call(id, data, len, dest, TDS_SYN_LIMIT, reply, reply_len) == 0) return 0;
-  TDS_LOG(4, "message 0x%x to %s: %s", id, dest == nullptr ? "(null)" : dest, WireFault(errno));
+  AMS_PRINT(4, "message 0x%x to %s: %s", id, dest == nullptr ? "(null)" : dest, WireFault(errno));
   return -1;
 }
 
@@ -199,8 +199,8 @@ int SendMsg(uint32_t id, const void *data, uint32_t len, const char *dest) {
   if (sent && IsOwnName(thread, dest))
     sent = PostToSelf(thread, id, data, len) == 0;
   else if (sent)
-    sent = SendTo(thread, dest, WireKind::kPost, id, data, len) != nullptr;
+    sent = SendTo(thread, dest, WireKind::POST, id, data, len) != nullptr;
   if (sent) return 0;
-  TDS_LOG(4, "message 0x%x to %s: %s", id, dest == nullptr ? "(null)" : dest, WireFault(errno));
+  AMS_PRINT(4, "message 0x%x to %s: %s", id, dest == nullptr ? "(null)" : dest, WireFault(errno));
   return -1;
 }

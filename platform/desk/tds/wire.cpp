@@ -1,4 +1,4 @@
-// The runtime's sockets and the frames on them.
+// The runtime's sockets and the frames on them; see wire.h.
 #include "wire.h"
 
 #include <errno.h>
@@ -99,7 +99,7 @@ bool OpenFrame(WireFrame *frame, size_t size, Passed passed) {
   memcpy(&frame->head, frame->record.data(), sizeof(WireHead));
   const WireHead &head = frame->head;
   bool large = head.length > kWireInline;
-  if (head.magic != kWireMagic || head.kind > WireKind::kRefused || head.length > TDS_PAYLOAD_MAX ||
+  if (head.magic != kWireMagic || head.kind > WireKind::REFUSED || head.length > TDS_PAYLOAD_MAX ||
       large != (passed.file >= 0))
     return false;
   if (size - sizeof(WireHead) != (large ? 0 : head.length)) return false;

@@ -6,15 +6,14 @@
 #include <memory>
 #include <vector>
 
-#include "ams_print.h"
 #include "tds_desk.h"
 
 enum class WireKind : uint16_t {
-  kHello,   /* first frame of a connection: the sender's endpoint name with its NUL */
-  kPost,    /* a message */
-  kCall,    /* a message that waits for an answer */
-  kAnswer,  /* the answer to the call with the same sequence number */
-  kRefused, /* that call got no answer, and no call on this connection will when the number is 0;
+  HELLO,   /* first frame of a connection: the sender's endpoint name with its NUL */
+  POST,    /* a message */
+  CALL,    /* a message that waits for an answer */
+  ANSWER,  /* the answer to the call with the same sequence number */
+  REFUSED, /* that call got no answer, and no call on this connection will when the number is 0;
                the id is the reason, an errno */
 };
 
@@ -64,11 +63,3 @@ bool WireNameFits(const char *name);
 
 /* What an errno of the runtime means to whoever reads the log. */
 const char *WireFault(int reason);
-
-#define TDS_LOG(level, ...)                                          \
-  do {                                                               \
-    __AMS_PrintHead(level);                                          \
-    __AMS_Print(level, __VA_ARGS__);                                 \
-    __AMS_Print(level, "  @P:%s,L:%d.\n", "platform/tds", __LINE__); \
-    __AMS_PrintEnd(level);                                           \
-  } while (0)

@@ -1,4 +1,4 @@
-// Turning a parsed data-model file into rows, for load.cpp: what the walk over its elements shares.
+// The elements of a data-model file, and the state of a load.
 #pragma once
 
 #include <memory>
@@ -58,7 +58,7 @@ bool LoadIsRow(pugi::xml_node node);
 /* Says what is wrong with an element. Returns -1. */
 int LoadRefuse(Loader *loader, pugi::xml_node where, const std::string &reason);
 
-/* Looks at an element and all below it (load_element.cpp). `row`: it is an Instance or a Template,
+/* Looks at an element and all below it. `row`: it is an Instance or a Template,
    which need no type. 0, or -1 with the loader's error set. */
 int LoadElement(Loader *loader, pugi::xml_node node, bool row, Element *element);
 
@@ -67,6 +67,3 @@ int LoadAttributes(Loader *loader, pugi::xml_node node, bool row, Element *eleme
 
 /* -1 (refused) when a leaf holds elements. */
 int LoadCheckLeaf(Loader *loader, pugi::xml_node leaf);
-
-/* Writes all rows of the tree (load_rows.cpp). -1 with the loader's error set. */
-int LoadRows(Loader *loader, pugi::xml_node root);

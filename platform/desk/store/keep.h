@@ -1,0 +1,29 @@
+// Keeping the configuration in nvram.
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "key.h"
+#include "nvram_desk.h"
+
+/* What the open write changes of the configuration; `highest` is the highest number that the array
+   ever used. 0 or -1 (logged). */
+void KeepLeaf(const Key &key, std::string_view value);
+int KeepAdded(const Key &array, uint32_t number);
+int KeepDeleted(const Key &array, uint32_t number, uint32_t highest);
+
+/* What nvram keeps of a leaf once the open write is done, and making it that again. */
+int KeepRead(const Key &key, std::optional<std::string> *value); /* 0 or -1 (logged) */
+int KeepAgain(const Key &key, const std::optional<std::string> &value);
+
+/* Makes these changes in nvram, all or none, and forgets them, as does the other. `before` gets
+   what they replace. 0, also when there are none, or -1 (logged). */
+int KeepApply(std::vector<NvramChange> *before);
+void KeepNothing();
+
+/* Takes back what KeepApply did; what cannot be taken back is logged. */
+void KeepTakeBack(const std::vector<NvramChange> &before);

@@ -1,0 +1,72 @@
+// What the stored tree holds of a node. What a record points to lies in the shared map: it is good
+// until the transaction ends or writes.
+#pragma once
+
+#include <lmdb.h>
+
+#include <cstdint>
+#include <cstring>
+#include <string_view>
+
+#include "key.h"
+
+enum NodeKind : uint8_t {
+  KIND_OBJECT, /* instances too */
+  KIND_ARRAY,
+  KIND_STRING, /* this and all that follow are leaves */
+  KIND_INT,
+  KIND_UNSIGNED,
+  KIND_BOOLEAN,
+  KIND_DATETIME,
+  KIND_COUNT,
+};
+extern const char *const kKindNames[KIND_COUNT]; /* as in the "type" attribute */
+
+enum : uint8_t {
+  RECORD_READONLY = 1, /* writable="0" */
+  RECORD_NOTIFY = 2,   /* its notify attribute is not "0" */
+  RECORD_OP = 4,       /* the attribute set has "op" */
+  RECORD_MOD = 8,      /* the attribute set has "mod" */
+  RECORD_STATUS = 16,  /* its value is a status that was written */
+};
+
+/* A record is this head, `order_length` bytes that sort nodes as the file has them (two bytes a
+   level, four for an instance's number), and a leaf's value or an array's counts. */
+struct RecordHead {
+  uint8_t kind;
+  uint8_t flags;
+  uint16_t order_length;
+  uint32_t attributes; /* number of the attribute set */
+};
+struct ArrayCounts {
+  uint32_t highest; /* number ever given to an instance */
+  uint32_t count;   /* instances now */
+};
+
+struct Record {
+  RecordHead head;
+  const uint8_t *order;
+  const char *value;
+  size_t length; /* of value */
+};
+
+inline bool RecordIsLeaf(const Record &record) { return record.head.kind >= KIND_STRING; }
+ArrayCounts RecordCounts(const Record &record);
+
+/* Takes a stored record apart. -1 when it is none. */
+inline int RecordParse(const MDB_val &data, Record *record) {
+  if (data.mv_size < sizeof record->head) return -1;
+  const uint8_t *bytes = static_cast<const uint8_t *>(data.mv_data);
+  memcpy(&record->head, bytes, sizeof record->head);
+  size_t front = sizeof record->head + record->head.order_length;
+  if (data.mv_size < front || record->head.kind >= KIND_COUNT) return -1;
+  record->order = bytes + sizeof record->head;
+  record->value = reinterpret_cast<const char *>(bytes + front);
+  record->length = data.mv_size - front;
+  return 0;
+}
+
+constexpr size_t kRecordMax = sizeof(RecordHead) + kKeyMax * 2 + AMS_VALUE_MAX;
+
+/* Writes a record's bytes with another value. Returns their number, 0: there is no room. */
+size_t RecordBuild(const Record &record, std::string_view value, uint8_t bytes[kRecordMax]);

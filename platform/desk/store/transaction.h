@@ -1,0 +1,57 @@
+// The transactions in which the store's calls read and write the tree.
+#pragma once
+
+#include <lmdb.h>
+
+#include <vector>
+
+#include "lmdb_env.h"
+#include "nvram_desk.h"
+
+struct AmsTree {
+  LmdbEnv lmdb;
+};
+extern AmsTree shared_tree; /* open from ShmPoolSrvInit or ShmPoolCliInit on, for ever */
+
+/* Logs an LMDB error of a write (and gives up the span, if there is one). Returns -1. */
+int TreeFailed(const char *what, int rc);
+
+/* What one thread keeps: its read transaction between calls, and its span of writes. */
+struct ThreadTxns {
+  MDB_txn *read;      /* reset between calls; NULL before the first */
+  MDB_cursor *cursor; /* of `read`, kept for the next scan */
+  bool cursor_lent;
+  MDB_txn *span;                  /* the open write transaction, else NULL */
+  bool in_span;                   /* between ams_write_begin and ams_write_end */
+  bool failed;                    /* a write of the span did not work: all of it is given up */
+  std::vector<NvramChange> *kept; /* what the open write changes in nvram; NULL before the first */
+};
+ThreadTxns *TreeThread();
+
+/* The transaction to read in. 0 or -1 (logged). TreeReadEnd closes what TreeReadBegin opened. */
+int TreeReadBegin(MDB_txn **txn);
+void TreeReadEnd(MDB_txn *txn);
+
+/* Opens a cursor on a transaction of TreeReadBegin or TreeWrite; reading ones are kept. */
+int TreeCursor(MDB_txn *txn, MDB_cursor **cursor);
+void TreeCursorEnd(MDB_cursor *cursor);
+
+/* The write transaction: the span's, else a new one. TreeWriteEnd commits (result 0) or drops it,
+   and first nvram's part of it; in a span it leaves it open. 0 or -1 (logged). */
+int TreeWriteBegin(MDB_txn **txn);
+int TreeWriteEnd(MDB_txn *txn, int result);
+
+template <class Work>
+int TreeRead(Work work) {
+  MDB_txn *txn;
+  if (TreeReadBegin(&txn) != 0) return -1;
+  int result = work(txn);
+  TreeReadEnd(txn);
+  return result;
+}
+template <class Work>
+int TreeWrite(Work work) {
+  MDB_txn *txn;
+  if (TreeWriteBegin(&txn) != 0) return -1;
+  return TreeWriteEnd(txn, work(txn));
+}

@@ -1,0 +1,36 @@
+// The connections that others opened to a module.
+#pragma once
+
+#include <cstdint>
+#include <string>
+
+#include "watch.h"
+
+struct Module;
+
+struct Connection {
+  WatchKey key;
+  std::string sender; /* empty until its hello came */
+};
+
+struct Newcomer {
+  WatchKey key;
+  uint64_t since; /* ms of the monotonic clock */
+};
+
+/* Takes the next connection of a listening socket. */
+void ConnectionAccept(Module *module, int listener);
+
+/* The connection, or NULL when it is closed. */
+Connection *ConnectionOf(const Module *module, WatchKey key);
+void ConnectionClose(Module *module, WatchKey key);
+
+/* A connection has said its name: with no silent one left there is nothing to tidy, and the thread
+   need not look at the clock for it. */
+void ConnectionNamed(Module *module);
+
+/* Tells a caller that its call gets no answer, and why (an errno). */
+void ConnectionRefuse(const Connection *connection, uint32_t sequence, int reason);
+
+/* What is due at the module's `tidy_at`. */
+void ConnectionsTidy(Module *module);

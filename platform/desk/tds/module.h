@@ -1,0 +1,71 @@
+// A module: its sockets, its timers and the message in work. Touched by its own thread alone.
+#pragma once
+
+#include <array>
+#include <cstdint>
+#include <deque>
+#include <memory>
+#include <string>
+#include <unordered_map>
+#include <vector>
+
+#include "connections.h"
+#include "tds_desk.h"
+
+struct HeldAnswer {
+  WatchKey key;
+  uint32_t id, sequence;
+};
+
+/* A message that does not come through a socket: one to the module itself, or of the runtime. */
+struct LocalMessage {
+  uint32_t id;
+  std::string payload;
+  std::string sender;
+};
+
+struct MessageInWork {
+  const char *sender;     /* "" outside a handler */
+  Connection *connection; /* NULL for a local message */
+  uint32_t id, sequence;
+  bool wants_answer;
+  int fault; /* why an answer could not be given; 0: none was tried */
+};
+
+struct Module {
+  std::string name;
+  const MsgEntry *table;
+  int epoll;
+  std::vector<std::string> names; /* name and those served beside it */
+  std::vector<WatchKey> listeners;
+  std::vector<std::unique_ptr<Connection>> connections; /* by descriptor; NULL: none */
+  std::deque<Newcomer> newcomers; /* by age; some have said their name since */
+  uint64_t tidy_at;    /* ms of the monotonic clock when ConnectionsTidy is due; 0: nothing to do */
+  uint64_t crowded_at; /* when there was last no room for one more; 0: never */
+  bool accept_paused;
+  uint64_t last_serial;
+  std::array<uint64_t, TDS_TIMERS> deadlines; /* ms of the monotonic clock; 0: not running */
+  std::deque<LocalMessage> local;
+  MessageInWork work;
+  std::unordered_map<uint64_t, HeldAnswer> held;
+  uint64_t last_token;
+  ~Module();
+};
+
+/* Makes the module's epoll set and its listening socket. 0 or -1 (logged). */
+int ModuleOpen(Module *module, const char *name, const MsgEntry *table);
+
+/* The module's thread: init message, then messages and timers for ever. */
+void *ModuleThread(void *module);
+
+/* Puts a descriptor into the module's epoll set. Its key, or 0 (logged). */
+WatchKey ModuleWatch(Module *module, WatchKind kind, int fd);
+
+/* The table's row for `id`, or NULL. */
+const MsgEntry *ModuleRow(const Module *module, uint32_t id);
+
+/* Ids that only the runtime itself sends: the init message, a peer's end, the timers. */
+constexpr bool IsRuntimeId(uint32_t id) {
+  return id == TDS_MSG_INIT || id == TDS_MSG_PEER_GONE ||
+         (id >= TDS_MSG_TIMER && id < TDS_MSG_TIMER + TDS_TIMERS);
+}

@@ -1,0 +1,67 @@
+// What the tests of the desk's settings share: calls as conditions, and what flash should hold,
+// made by hand.
+#pragma once
+
+#include <cstdint>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <map>
+#include <memory>
+#include <string>
+
+#include "nvram.h"
+
+using Settings = std::map<std::string, std::string>;
+
+inline std::string Get(const char *key, int type = NVTYPE_STAGING) {
+  std::unique_ptr<char, void (*)(void *)> value(nvram_get(key, type), free);
+  return value == nullptr ? "(none)" : value.get();
+}
+
+inline bool Is(const char *key, const std::string &value) { return Get(key) == value; }
+inline bool Set(const std::string &key, const std::string &value) {
+  return nvram_set(key.c_str(), value.c_str(), NVTYPE_STAGING) == 0;
+}
+inline bool Commit() { return nvram_commit(NVTYPE_STAGING) == 0; }
+
+/* The working copy is lost; and flash, too. */
+inline void PowerCut() { std::filesystem::remove_all("/dev/shm/nvram"); }
+inline void NewBoard() {
+  PowerCut();
+  for (const auto &entry : std::filesystem::directory_iterator("/var/nvram"))
+    std::filesystem::remove_all(entry.path());
+}
+
+inline std::string WithSum(std::string bytes) {
+  uint32_t crc = ~0u;
+  for (unsigned char byte : bytes) {
+    crc ^= byte;
+    for (int bit = 0; bit < 8; ++bit) crc = (crc >> 1) ^ (crc & 1 ? 0xEDB88320 : 0);
+  }
+  char sum[16];
+  snprintf(sum, sizeof sum, "%08x\n", ~crc);
+  return bytes + sum;
+}
+
+inline std::string WithHead(int area, const std::string &records) {
+  char head[64];
+  snprintf(head, sizeof head, "nvram 1, area %d, %010zu bytes\n", area, 34 + records.size() + 9);
+  return WithSum(head + records);
+}
+
+inline std::string FlashFile(int area, const Settings &settings) {
+  std::string records;
+  for (const auto &one : settings) records += one.first + '\0' + one.second + '\0';
+  return WithHead(area, records);
+}
+
+inline std::string FileBytes(const std::string &name) {
+  std::ifstream file("/var/nvram/" + name, std::ios::binary);
+  return {std::istreambuf_iterator<char>(file), {}};
+}
+
+inline void WriteBytes(const std::string &name, const std::string &bytes) {
+  std::ofstream("/var/nvram/" + name, std::ios::binary) << bytes;
+}

@@ -1,0 +1,261 @@
+// What the tests of the data-model store share: its calls with plain strings for results ("(none)"
+// for a call that failed), and scripts of them.
+#pragma once
+
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <filesystem>
+#include <fstream>
+#include <memory>
+#include <sstream>
+#include <string>
+
+#include "ams_store.h"
+#include "nvram.h"
+#include "tds.h"
+
+#define IGD "InternetGatewayDevice."
+
+/* Where the model and the scripts lie; the first argument of a test program, if any. */
+inline std::string data_folder = TEST_DATA "/store";
+
+inline std::string FileText(const std::string &name) {
+  std::stringstream content;
+  content << std::ifstream(name, std::ios::binary).rdbuf();
+  return content.str();
+}
+
+/* A tree with every kind of node. */
+inline std::string Model() { return FileText(data_folder + "/model.xml"); }
+
+inline AmsTree *root; /* of the tree that is loaded */
+
+inline std::string Temporary(const std::string &content) {
+  std::string name = testing::TempDir() + "store_test." + std::to_string(getpid());
+  std::ofstream(name, std::ios::binary) << content;
+  return name;
+}
+
+inline AmsTree *LoadFile(const std::string &name) {
+  FILE *file = fopen(name.c_str(), "re");
+  AmsTree *tree = ams_mxmlLoadFile(nullptr, file, nullptr);
+  fclose(file);
+  return tree;
+}
+
+inline AmsTree *Load(const std::string &xml) {
+  std::string name = Temporary(xml);
+  AmsTree *tree = LoadFile(name);
+  unlink(name.c_str());
+  return tree;
+}
+
+/* Text forms with the separator shown as "|"; "(none)" for a call that failed. */
+inline std::string Shown(int result, char *text) {
+  std::string shown = result == 0 ? text : "(none)";
+  if (result != 0 && text != nullptr) shown = "failed, with a text";
+  __tds_free(text);
+  for (char &c : shown)
+    if (c == AMS_SEPARATOR) c = '|';
+  return shown;
+}
+inline std::string Text(const std::string &path) {
+  char *text = nullptr;
+  int result = ams_get_node_value(root, path.c_str(), &text);
+  return Shown(result, text);
+}
+inline std::string WithAttributes(const std::string &path, int changed) {
+  char *text = nullptr;
+  int result = ams_read_withAttr(root, path.c_str(), changed, &text);
+  return Shown(result, text);
+}
+inline std::string Leaf(const std::string &path) {
+  char value[4096];
+  return ams_mxml_get_leaf_value(path.c_str(), value) == 0 ? value : "(none)";
+}
+inline std::string Attribute(const std::string &path, const std::string &name) {
+  char value[256];
+  return ams_get_node_attr(root, path.c_str(), name.c_str(), value) == 0 ? value : "(none)";
+}
+inline std::string Indexes(const std::string &array) {
+  char list[1024], highest[16];
+  if (ams_get_idxes(root, array.c_str(), list) != 0) return "(none)";
+  EXPECT_EQ(ams_get_array_maxIndex(root, array.c_str(), highest), 0);
+  const char *comma = strrchr(list, ',');
+  EXPECT_STREQ(highest, list[0] == '\0' ? "0" : comma == nullptr ? list : comma + 1);
+  return list;
+}
+inline std::string Children(const std::string &parent) {
+  char url[AMS_PATH_SIZE];
+  std::string names;
+  int rc = ams_get_first_child(root, parent.c_str(), url);
+  for (; rc == 0; rc = ams_get_next_child(root, std::string(url).c_str(), url))
+    names += (names.empty() ? "" : " ") + std::string(strrchr(url, '.') + 1);
+  return names;
+}
+
+/* What a start makes of a file and of what is kept. */
+inline void LayKept(const std::string &xml = Model()) {
+  root = Load(xml);
+  EXPECT_EQ(update_from_nvram(root, NVTYPE_STAGING), 0);
+}
+
+/* What is kept of a leaf. */
+inline std::string Kept(const std::string &path) {
+  std::unique_ptr<char, void (*)(void *)> value(nvram_get(path.c_str(), NVTYPE_STAGING), free);
+  return value == nullptr ? "(none)" : value.get();
+}
+
+/* Each test starts with a tree of Model(), and nothing kept. */
+class Store : public testing::Test {
+ protected:
+  static void SetUpTestSuite() {
+    gptXmlTrees = ShmPoolSrvInit();
+    ASSERT_NE(gptXmlTrees, nullptr);
+  }
+  void SetUp() override {
+    ASSERT_EQ(nvram_clean(NVTYPE_STAGING) | nvram_commit(NVTYPE_STAGING), 0);
+    gptXmlTrees->root = root = Load(Model());
+    ASSERT_NE(root, nullptr);
+  }
+};
+
+/* ---- scripts: a file of the folder is a case ----
+
+   A line is "VERB PATH VALUE => RESULT"; a path that begins with a dot, or is "/", begins at the
+   root.
+   \\HH is a byte. Each file starts with a tree of Model(), and nothing kept. */
+
+inline std::string remembered; /* a node's text */
+inline AmsUndo *undo;
+
+using Word = const std::string &;
+inline std::string Number(int result) { return std::to_string(result); }
+inline std::string AddedPath(Word array) {
+  char url[AMS_PATH_SIZE];
+  return ams_add_obj(root, array.c_str(), url) == 0 ? url : "(none)";
+}
+inline std::string NextOf(Word child) {
+  char url[AMS_PATH_SIZE];
+  return ams_get_next_child(root, child.c_str(), url) == 0 ? url : "(none)";
+}
+inline std::string Notified(Word path) {
+  char value[16];
+  return ams_get_attr(root, path.c_str(), value, sizeof value) == 0 ? value : "(none)";
+}
+inline std::string TextChecked(Word path) {
+  EXPECT_EQ(ams_check_node(root, path.c_str()) == 0, Text(path) != "(none)") << path;
+  return Text(path);
+}
+inline std::string AllKept(Word below) {
+  std::string all;
+  auto visit = [](const char *key, const char *value, void *context) {
+    std::string &text = *static_cast<std::string *>(context);
+    text += (text.empty() ? "" : "|") + std::string(key) + "=" + value;
+    return 0;
+  };
+  EXPECT_EQ(nvram_walk(NVTYPE_STAGING, below.c_str(), visit, &all), 0);
+  for (size_t at; (at = all.find(below)) != std::string::npos;) all.erase(at, below.size());
+  return all;
+}
+inline std::string StartAnew(std::string xml) {
+  root = Load(xml);
+  return Number(update_from_nvram(root, NVTYPE_STAGING));
+}
+inline std::string SaveAndLoad() {
+  const std::string file = testing::TempDir() + "saved.xml";
+  EXPECT_EQ(ams_save_xml(root, file.c_str()), 0);
+  return (root = LoadFile(file)) == nullptr ? "(none)" : "0";
+}
+/* The file with other ports in the template and in row 2. */
+inline std::string OtherModel() {
+  std::string model = Model();
+  for (const char *value : {">22<", ">80<"}) model.replace(model.find(value), 4, ">66<");
+  return model;
+}
+
+struct Verb {
+  const char *name;
+  std::string (*run)(Word path, Word value);
+};
+inline const Verb kVerbs[] = {
+    {"text", [](Word path, Word) { return TextChecked(path); }},
+    {"leaf", [](Word path, Word) { return Leaf(path); }},
+    {"attr", [](Word path, Word name) { return Attribute(path, name); }},
+    {"with", [](Word path, Word) { return WithAttributes(path, 0); }},
+    {"changed", [](Word path, Word) { return WithAttributes(path, 1); }},
+    {"children", [](Word path, Word) { return Children(path); }},
+    {"next", [](Word path, Word) { return NextOf(path); }},
+    {"list", [](Word path, Word) { return Indexes(path); }},
+    {"set",
+     [](Word path, Word value) {
+       return Number(ams_set_node_value(root, path.c_str(), value.c_str()));
+     }},
+    {"status",
+     [](Word path, Word value) {
+       return Number(ams_sset_node_value(root, path.c_str(), value.c_str()));
+     }},
+    {"notify",
+     [](Word path, Word value) { return Number(ams_set_attr(root, path.c_str(), value.c_str())); }},
+    {"notified", [](Word path, Word) { return Notified(path); }},
+    {"add", [](Word path, Word) { return AddedPath(path); }},
+    {"del", [](Word path, Word) { return Number(ams_del_obj(root, path.c_str())); }},
+    {"begin", [](Word, Word) { return Number(ams_write_begin()); }},
+    {"end", [](Word, Word) { return Number(ams_write_end()); }},
+    {"cancel", [](Word, Word) { return Number(ams_write_cancel()); }},
+    {"note", [](Word path, Word) { return Number(ams_undo_note(root, &undo, path.c_str())); }},
+    {"undo", [](Word, Word) { return Number(ams_undo_end(std::exchange(undo, nullptr), 1)); }},
+    {"keep",
+     [](Word path, Word value) {
+       return Number(nvram_set(path.c_str(), value.c_str(), NVTYPE_STAGING));
+     }},
+    {"kept", [](Word path, Word) { return Kept(path); }},
+    {"keeps", [](Word path, Word) { return AllKept(path); }},
+    {"forget", [](Word, Word) { return Number(nvram_clean(NVTYPE_STAGING)); }},
+    {"start", [](Word, Word) { return StartAnew(Model()); }},
+    {"start-other", [](Word, Word) { return StartAnew(OtherModel()); }},
+    {"load", [](Word file, Word) { return StartAnew(FileText(data_folder + "/" + file)); }},
+    {"reload", [](Word, Word) { return SaveAndLoad(); }},
+    {"remember", [](Word path, Word) { return remembered = Text(path), Number(0); }},
+    {"same", [](Word path, Word) { return std::string(Text(path) == remembered ? "yes" : "no"); }},
+};
+
+inline std::string RunLine(const std::string &line) {
+  std::string verb, path, value, plain;
+  for (size_t at = 0; at < line.size(); at += line[at] == '\\' ? 3 : 1)
+    plain += line[at] == '\\' ? static_cast<char>(std::stoi(line.substr(at + 1, 2), nullptr, 16))
+                              : line[at];
+  std::stringstream words(plain);
+  words >> verb >> path >> std::ws;
+  std::getline(words, value);
+  if (!path.empty() && (path[0] == '.' || path == "/"))
+    path = "InternetGatewayDevice" + (path == "/" ? "" : path);
+  for (const Verb &one : kVerbs)
+    if (verb == one.name) return one.run(path, value);
+  return "there is no verb " + verb;
+}
+
+/* At least `least` files. */
+inline void RunScripts(const std::string &folder, int least) {
+  for (const auto &entry : std::filesystem::directory_iterator(folder)) {
+    if (entry.path().extension() != ".txt") continue;
+    --least;
+    ASSERT_EQ(nvram_clean(NVTYPE_STAGING), 0);
+    ASSERT_NE(root = Load(Model()), nullptr);
+    std::istringstream lines(FileText(entry.path()));
+    for (std::string line; std::getline(lines, line);) {
+      size_t arrow = line.find(" =>");
+      if (line.empty() || line[0] == '#') continue;
+      std::string expected =
+          arrow == line.npos ? "" : line.substr(std::min(arrow + 4, line.size()));
+      if (expected[0] == '.') expected.insert(0, "InternetGatewayDevice");
+      ASSERT_EQ(RunLine(line.substr(0, arrow)), expected) << entry.path() << ": " << line;
+    }
+  }
+  EXPECT_LE(least, 0) << "scripts are missing in " << folder;
+}

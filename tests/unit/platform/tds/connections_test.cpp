@@ -1,0 +1,151 @@
+// Who may connect to a module, what a connection may send, and what a crowd of them costs.
+#include <fcntl.h>
+#include <sys/mman.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+
+#include <filesystem>
+#include <fstream>
+#include <thread>
+
+#include "desk_support.h"
+#include "tds_support.h"
+
+namespace {
+
+/* Whether unit:a closes a connection that sends `frame`. */
+bool ClosedAfter(const std::string &frame) {
+  Raw raw("unit:a");
+  raw.Send(frame);
+  return raw.Next().empty();
+}
+
+TEST_F(Tds, BadFramesCostTheirConnectionOnly) {
+  const std::string kFrames[] = {std::string("x"),
+                                 std::string(16, '\0'),
+                                 std::string(64, '\xff'),
+                                 std::string(40000, 'A'),
+                                 Frame(kPostFrame, kNote, 1, "before its name"),
+                                 Frame(kHelloFrame, 0, 0, "raw", 0xffff),
+                                 Frame(kHelloFrame, 0, 0, "", 64 * 1024 * 1024),
+                                 Frame(kHelloFrame, 0, 0, "", 64 * 1024 * 1024 + 1)};
+  for (const std::string &frame : kFrames) {
+    EXPECT_TRUE(ClosedAfter(frame)) << frame.size() << " bytes";
+    EXPECT_EQ("alive", Ask(kEcho, "alive", "unit:a"));
+  }
+}
+
+TEST_F(Tds, ForeignDescriptorsAreClosed) {
+  PeerProcess peer;
+  EXPECT_EQ("before", Ask(kEcho, "before", "peer:a"));
+  const std::filesystem::directory_iterator kEnd;
+  auto descriptors = [&] {
+    return std::distance(std::filesystem::directory_iterator(peer.File("fd")), kEnd);
+  };
+  const auto before = descriptors();
+  Raw file("deaf:a", 1);
+  int unsealed = memfd_create("unsealed", MFD_CLOEXEC);
+  ASSERT_EQ(0, ftruncate(unsealed, 100000));
+  const std::string kSmall = Frame(kPostFrame, kNote, 0, "x"),
+                    kLarge = Frame(kPostFrame, kNote, 0, "", 100000);
+  for (int round = 0; round < 20; ++round)
+    for (const std::string &frame : {kSmall, kLarge})
+      for (const std::vector<int> &passed : {std::vector<int>{file.fd},
+                                             {file.fd, unsealed},
+                                             std::vector<int>(100, unsealed),
+                                             {unsealed}}) {
+        Raw raw("peer:a");
+        raw.Send(kHello);
+        raw.Send(frame, passed);
+        ASSERT_EQ("", raw.Next()) << frame.size() << " bytes, " << passed.size() << " descriptors";
+      }
+  EXPECT_EQ("alive", Ask(kEcho, "alive", "peer:a"));
+  EXPECT_EQ(before, descriptors());
+  close(unsealed);
+}
+
+TEST_F(Tds, OwnIdsInFramesOfOthersAreRefused) {
+  Raw raw("unit:a");
+  raw.Send(kHello);
+  for (uint32_t id : {0x101U, 0x102U, 0x200U, 0x203U, 0x20fU}) {
+    raw.Send(Frame(kPostFrame, id, 0, std::string("peer:a\0", 7)));
+    raw.Send(Frame(kCallFrame, id, id, ""));
+    EXPECT_EQ(Frame(kRefusedFrame, EPERM, id, ""), raw.Next()) << std::hex << id;
+  }
+  raw.Send(Frame(kCallFrame, kEcho, 7, "goes on"));
+  EXPECT_EQ(Frame(kAnswerFrame, kEcho, 7, "goes on"), raw.Next());
+  EXPECT_TRUE(Recorded().empty());
+}
+
+/* Processor time of the process, in ticks. */
+long Ticks(const PeerProcess &peer) {
+  std::ifstream file(peer.File("stat"));
+  std::string word;
+  for (int i = 0; i < 13; ++i) file >> word;
+  long user, system;
+  file >> user >> system;
+  return user + system;
+}
+
+TEST_F(Tds, ACrowdCostsNobodyElse) {
+  testing::internal::CaptureStderr();
+  PeerProcess peer(80);
+  /* No descriptor at all: it waits, and says so once. */
+  LimitDescriptors(peer.pid, 3);
+  std::string answer;
+  std::thread client([&] { answer = Ask(kEcho, "at last", "peer:a"); });
+  tds_delay(500);
+  long before = Ticks(peer);
+  tds_delay(1500);
+  EXPECT_LT(Ticks(peer) - before, sysconf(_SC_CLK_TCK) / 4);
+  LimitDescriptors(peer.pid, 80);
+  client.join();
+  EXPECT_EQ("at last", answer);
+
+  std::vector<Raw> silent, named;
+  for (int i = 0; i < 150; ++i) silent.emplace_back("peer:a");
+  EXPECT_EQ("served", Ask(kEcho, "served", "peer:a")) << "beside 150 that say nothing";
+  Raw patient("peer:a");
+  patient.Send(kHello);
+  EXPECT_EQ("", silent.back().Next()) << "closed after a time";
+  EXPECT_EQ("silence", patient.Next(0)) << "who has a name may be silent";
+
+  /* Those with a name stay, and one too many is told why. */
+  auto refused = [&] {
+    named.emplace_back("peer:a");
+    named.back().Send(kHello);
+    named.back().Send(Frame(kCallFrame, kEcho, 1, "x"));
+    return named.back().Next() != Frame(kAnswerFrame, kEcho, 1, "x");
+  };
+  while (named.size() < 200 && !refused()) {
+  }
+  EXPECT_GT(named.size(), 30U);
+  EXPECT_LT(named.size(), 80U);
+  std::thread([] { EXPECT_EQ("EUSERS", Call(kEcho, "x", "peer:a")); }).join();
+  std::thread([] { EXPECT_EQ("EUSERS", Call(kEcho, "x", "peer")); }).join();
+  named.clear();
+  std::thread([] { EXPECT_EQ("again", Ask(kEcho, "again", "peer:a")); }).join();
+  peer.Kill();
+  std::string log = testing::internal::GetCapturedStderr();
+  const std::string kLine = "peer:a: no room for more connections: Too many open files";
+  EXPECT_NE(std::string::npos, log.find(kLine)) << log;
+  EXPECT_EQ(log.find(kLine), log.rfind(kLine)) << log;
+}
+
+TEST_F(Tds, AnotherUserIsTurnedAway) {
+  if (geteuid() != 0) GTEST_SKIP() << "needs root to become another user";
+  chmod(TDS_RUNTIME_DIR, 0755);
+  chmod("/var/run/tds/unit:a", 0777);
+  pid_t pid = fork();
+  if (pid == 0) {
+    if (setuid(65534) != 0) _exit(77);
+    _exit(ClosedAfter(kHello) ? 0 : 1);
+  }
+  int status;
+  waitpid(pid, &status, 0);
+  chmod(TDS_RUNTIME_DIR, 0700);
+  if (WEXITSTATUS(status) == 77) GTEST_SKIP() << "no second user in this name space";
+  EXPECT_EQ(0, WEXITSTATUS(status));
+}
+
+}  // namespace

@@ -1,0 +1,87 @@
+// Beyond the contract: calls with a reason, and a bare socket with frames made by hand, as a
+// stranger or an attacker sends them.
+#pragma once
+
+#include <gtest/gtest.h>
+#include <poll.h>
+#include <sys/socket.h>
+#include <sys/un.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cstring>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "tds_desk.h"
+
+/* As Ask, with the reason and a limit. */
+inline std::string Call(uint32_t id, const std::string &payload, const char *dest,
+                        uint32_t limit = 10000) {
+  void *reply;
+  uint32_t length;
+  if (tds_call(id, payload.data(), static_cast<uint32_t>(payload.size()), dest, limit, &reply,
+               &length) != 0)
+    return strerrorname_np(errno);
+  std::string text(static_cast<char *>(reply), length);
+  __tds_free(reply);
+  return text;
+}
+
+struct Raw {
+  int fd = socket(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0);
+  explicit Raw(int accepted) : fd(accepted) {}
+  explicit Raw(const std::string &name, int backlog = -1) {
+    struct sockaddr_un address = {AF_UNIX, ""};
+    snprintf(address.sun_path, sizeof address.sun_path, "%s/%s", TDS_RUNTIME_DIR, name.c_str());
+    const struct sockaddr *at = reinterpret_cast<struct sockaddr *>(&address);
+    if (backlog < 0) {
+      EXPECT_EQ(0, connect(fd, at, sizeof address)) << name << ": " << strerror(errno);
+    } else {
+      unlink(address.sun_path);
+      EXPECT_EQ(0, bind(fd, at, sizeof address) | listen(fd, backlog));
+    }
+  }
+  Raw(Raw &&other) : fd(std::exchange(other.fd, -1)) {}
+  ~Raw() {
+    if (fd >= 0) close(fd);
+  }
+  Raw Accept() { return Raw(accept4(fd, nullptr, nullptr, SOCK_CLOEXEC)); }
+  void Send(const std::string &frame, const std::vector<int> &passed = {}) {
+    struct iovec piece = {const_cast<char *>(frame.data()), frame.size()};
+    struct msghdr message = {};
+    message.msg_iov = &piece;
+    message.msg_iovlen = 1;
+    std::vector<char> control(CMSG_SPACE(passed.size() * sizeof(int)));
+    if (!passed.empty()) {
+      message.msg_control = control.data();
+      message.msg_controllen = control.size();
+      struct cmsghdr *part = CMSG_FIRSTHDR(&message);
+      *part = {CMSG_LEN(passed.size() * sizeof(int)), SOL_SOCKET, SCM_RIGHTS};
+      memcpy(CMSG_DATA(part), passed.data(), passed.size() * sizeof(int));
+    }
+    (void)sendmsg(fd, &message, MSG_NOSIGNAL); /* may be closed already */
+  }
+  /* The next record; "" at the end of the connection, "silence" when nothing comes. */
+  std::string Next(int limit_ms = 20000) {
+    char record[65536];
+    struct pollfd end = {fd, POLLIN, 0};
+    if (poll(&end, 1, limit_ms) != 1) return "silence";
+    ssize_t size = recv(fd, record, sizeof(record), MSG_DONTWAIT);
+    if (size < 0) size = recv(fd, record, sizeof(record), MSG_DONTWAIT); /* a reset comes first */
+    return std::string(record, static_cast<size_t>(std::max<ssize_t>(size, 0)));
+  }
+};
+
+enum : uint16_t { kHelloFrame, kPostFrame, kCallFrame, kAnswerFrame, kRefusedFrame };
+
+inline std::string Frame(uint16_t kind, uint32_t id, uint32_t sequence, const std::string &payload,
+                         size_t length = std::string::npos) {
+  const uint16_t start[] = {0x7d51, kind};
+  const uint32_t rest[] = {
+      id, sequence, static_cast<uint32_t>(length == std::string::npos ? payload.size() : length)};
+  return std::string(reinterpret_cast<const char *>(start), sizeof(start)) +
+         std::string(reinterpret_cast<const char *>(rest), sizeof(rest)) + payload;
+}
+inline const std::string kHello = Frame(kHelloFrame, 0, 0, std::string("raw\0", 4));
