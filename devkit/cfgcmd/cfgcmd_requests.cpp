@@ -13,11 +13,11 @@ std::string Bare(std::string path) {
 }
 
 /* The outcome of a request that was not answered in time, with the modules that are to blame. */
-Outcome NotInTime(Outcome outcome, Options options) {
+Outcome NotInTime(Outcome outcome, const std::string &url, Options options) {
   std::string reply;
   DbmgrAnswer answer;
-  options.limit_ms = 1000;
-  if (Call(DBMGR_NAME, DBMGR_MSG_WAITS, "", options, &reply).status == EXIT_DONE &&
+  options.limit_ms = 1000; /* dbmgr answers this one at once */
+  if (Call(DBMGR_NAME, DBMGR_MSG_WAITS, url, options, &reply).status == EXIT_DONE &&
       DbmgrGetAnswer(reply.data(), reply.size(), &answer) == 0 && !answer.text.empty())
     outcome.text += "; it waits for " + answer.text;
   return outcome;
@@ -31,7 +31,7 @@ Outcome Ask(uint32_t command, const std::string &url, const std::string &value,
   std::string bytes = DbmgrPutRequest({command, url, value});
   std::string reply;
   Outcome outcome = Call(DBMGR_NAME, DBMGR_MSG_REQUEST, bytes, options, &reply);
-  if (outcome.status == EXIT_NO_ANSWER) return NotInTime(outcome, options);
+  if (outcome.status == EXIT_NO_ANSWER) return NotInTime(outcome, url, options);
   if (outcome.status != EXIT_DONE) return outcome;
   if (DbmgrGetAnswer(reply.data(), reply.size(), answer) != 0)
     return {EXIT_REFUSED, "the answer is damaged: is the gateway of this client?"};

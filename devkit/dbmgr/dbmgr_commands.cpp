@@ -102,6 +102,7 @@ const Command *FindCommand(uint32_t command) {
 }
 
 std::string ValuesOf(const Plan &plan) {
+  if (plan.paths.empty()) return "";
   std::string values, value(AMS_VALUE_MAX + 1, '\0');
   for (const std::string &path : plan.paths) {
     value[0] = '\0'; /* of a leaf that is gone */
@@ -118,6 +119,14 @@ DbmgrAnswer RefusedBy(const std::string &who, const Plan &plan, const char *log,
       -1, DbmgrText::TEXT,
       who + " refused " + command->name + " of \"" + (plan.leaf.empty() ? plan.url : plan.leaf) +
           "\": " + (command->left == nullptr ? "" : command->left(plan, row)) + log + " says why"};
+}
+
+DbmgrAnswer DiedWith(const std::string &who, const Plan &plan, const char *log) {
+  std::string left = plan.command == APPT_CMD_SET   ? LeftBySet(plan, "")
+                     : plan.command == APPT_CMD_ADD ? "a row may be new, \"cfgcmd list\" shows it; "
+                                                    : "";
+  return {-1, DbmgrText::TEXT,
+          who + " died before it answered: " + left + "look at " + log + ", then ask again"};
 }
 
 DbmgrAnswer ServeFromStore(const Plan &plan) { return FindCommand(plan.command)->serve(plan); }

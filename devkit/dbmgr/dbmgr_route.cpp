@@ -3,10 +3,12 @@
 
 #include <unistd.h>
 
+#include <algorithm>
 #include <ctime>
 #include <deque>
 #include <map>
 #include <memory>
+#include <set>
 #include <string_view>
 #include <unordered_map>
 
@@ -18,6 +20,7 @@ namespace {
 
 constexpr size_t kInFlight = 32;  /* well below the bound of a module's message queue */
 constexpr size_t kWaiting = 1024; /* a module that hangs must not eat the memory */
+constexpr char kLog[] = "/var/log/devkit/sysmgr.log";
 
 /* A client's request that the store serves when several modules are done. */
 struct Whole {
@@ -153,7 +156,6 @@ std::string ReplyText(const void *data, uint32_t length) {
 DbmgrAnswer AnswerOf(const Request &request, int32_t result, uint32_t code,
                      const std::string &text) {
   const Plan &plan = request.plan;
-  constexpr char kLog[] = "/var/log/devkit/sysmgr.log";
   if (result < 0) return RefusedBy(plan.module, plan, kLog, text);
   if (code != APPT_CODE_RESULT_VALUE) {
     if ((FindCommand(plan.command)->traits & ANSWERS) == 0) return {result, DbmgrText::NONE, ""};
@@ -163,6 +165,12 @@ DbmgrAnswer AnswerOf(const Request &request, int32_t result, uint32_t code,
   }
   if (plan.leaf.empty()) return {result, DbmgrText::TEXT, text};
   return {result, DbmgrText::LEAF, plan.command == APPT_CMD_GET ? BareValue(text) : text};
+}
+
+/* Whether one of the two is the other, or lies below it. */
+bool IsRelated(const std::string &one, const std::string &other) {
+  size_t shorter = std::min(one.size(), other.size());
+  return one.compare(0, shorter, other, 0, shorter) == 0;
 }
 
 }  // namespace
@@ -185,10 +193,15 @@ void RouteRequest(int32_t, const void *data, uint32_t length) {
   Answer(request.client, ServeFromStore(request.plan));
 }
 
-void RouteWaits(int32_t, const void *, uint32_t) {
-  std::string names;
+void RouteWaits(int32_t, const void *data, uint32_t length) {
+  std::string url(static_cast<const char *>(data), length), names;
+  std::set<std::string> waited_for;
+  for (const auto &[chain, request] : in_flight)
+    if (IsRelated(request.plan.url, url)) waited_for.insert(request.plan.module);
   for (const auto &[name, module] : modules)
-    if (module.in_flight > 0) names += (names.empty() ? "" : ", ") + name;
+    for (const Request &request : module.waiting)
+      if (IsRelated(request.plan.url, url)) waited_for.insert(name);
+  for (const std::string &name : waited_for) names += (names.empty() ? "" : ", ") + name;
   uint64_t client = tds_hold_reply();
   if (client != 0) Answer(client, {0, DbmgrText::TEXT, names});
 }
@@ -231,8 +244,7 @@ void RoutePeerGone(int32_t, const void *data, uint32_t length) {
       ++it;
       continue;
     }
-    Refuse(it->second,
-           name + " died before it answered: look at /var/log/devkit/sysmgr.log, then ask again");
+    Finish(it->second, DiedWith(name, it->second.plan, kLog));
     it = in_flight.erase(it);
   }
   module->second.in_flight = 0;

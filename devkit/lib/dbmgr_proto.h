@@ -3,8 +3,8 @@
 //
 // Request: u32 command (APPT_CMD_...), u16 length of the url, url, u32 length of the value, value.
 // Answer:  i32 result, u8 kind of text, text.
-// A request without a payload, DBMGR_MSG_WAITS, is answered at once with the names of the modules
-// that have not answered a request yet.
+// DBMGR_MSG_WAITS with a url is answered at once with the names of the modules that a request for
+// it, or for what is above or below it, waits for.
 #pragma once
 
 #include <cstdint>

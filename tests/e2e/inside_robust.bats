@@ -78,7 +78,7 @@ FRAMES
   in_background second get $SERVICES.ServiceTelnet.Port # waits behind it
   kill -9 "$(pid_of sysmgr)"
   # Not "no answer in time", which would be 3; the second had been sent, too, or found the daemon gone.
-  told first 1 'sysmgr:capabinfo died before it answered'
+  told first 1 'sysmgr:capabinfo died before it answered: its parameters have changed meanwhile, "cfgcmd get"'
   told second 1 'died before|not running'
   # Without the daemon the store still answers.
   refused 1 'sysmgr:devInfo is not running.*gateway-daemon restart' cfgcmd --timeout 600 get $DEVICE.UpTime
