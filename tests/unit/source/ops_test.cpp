@@ -2,18 +2,32 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <cstring>
 #include <filesystem>
 #include <fstream>
 #include <map>
+#include <optional>
 #include <sstream>
 
+#include "appt_dispatch.h"
 #include "download_func.h"
 #include "mgtsrvr_func.h"
+#include "nvram.h"
 #include "serviceCtrl_func.h"
 #include "sup_main.h"
 #include "support.h"
 #include "voip_func.h"
+
+namespace {
+std::string no_memory_for; /* a tag; "": there is memory */
+}
+
+extern "C" char *__real___tds_strdup(const char *text, const char *tag);
+extern "C" char *__wrap___tds_strdup(const char *text, const char *tag);
+char *__wrap___tds_strdup(const char *text, const char *tag) {
+  return no_memory_for == tag ? nullptr : __real___tds_strdup(text, tag);
+}
 
 namespace {
 
@@ -27,15 +41,17 @@ struct Record {
 /* What is run, and what has to come of it; or lines that get a name. */
 struct Act {
   std::string where, let;
-  std::vector<std::function<int()>> runs; /* of each the same has to come */
+  std::vector<std::function<int(const Act &)>> runs; /* of each the same has to come */
   int result = 0;
   Lines lines;
-  std::vector<std::pair<std::string, std::string>> leaves, files;
+  std::vector<std::pair<std::string, std::string>> leaves, nodes, files;
+  std::optional<std::string> reply,
+      kept; /* a request has a reply or none; kept is looked at when told */
   std::vector<Record> records;
 };
 
 struct Script {
-  std::string model, where;
+  std::string model_file = "/etc/tr098_data_model.xml", model, where;
   Act act;
   Lines aside; /* files that the case put out of the way */
   std::map<std::string, Lines> named;
@@ -118,14 +134,53 @@ void ExpectRecords(const Act &act, const std::string &log) {
   }
 }
 
+/* Runs a request on this thread; what it answers is compared with the act's. */
+int RunRequest(const Act &act, uint32_t command, const std::string &url, const std::string &value) {
+  MsgArg arg = {};
+  const std::string frame = RequestFrame(7, command, url, value);
+  EXPECT_EQ(appt_FillMsgArg(&arg, frame.data(), static_cast<uint32_t>(frame.size())), 0);
+  const int result = appt_RunRequest(&arg);
+  std::optional<std::string> reply;
+  if (arg.rBuf != nullptr) reply = std::string(arg.rBuf, arg.rLen - 1);
+  __tds_free(arg.rBuf);
+  EXPECT_EQ(reply, act.reply) << act.where;
+  return result;
+}
+
+std::string NodeText(const std::string &path) {
+  char *text = nullptr;
+  if (ams_get_node_value(gptXmlTrees->root, path.c_str(), &text) != 0) return "(none)";
+  const std::string copy = text;
+  __tds_free(text);
+  return copy;
+}
+
+/* What nvram keeps, by path below the root, in the order of the paths. */
+std::string Kept() {
+  std::string kept;
+  auto visit = [](const char *key, const char *value, void *context) {
+    auto *all = static_cast<std::string *>(context);
+    *all += (all->empty() ? "" : " ") + std::string(key + strlen("InternetGatewayDevice.")) + "=" +
+            value;
+    return 0;
+  };
+  EXPECT_EQ(nvram_walk(NVTYPE_STAGING, "InternetGatewayDevice.", visit, &kept), 0);
+  return kept;
+}
+
 void Run(Script *script) {
   const Act act = std::exchange(script->act, {});
   if (!act.let.empty()) script->named[act.let] = act.lines;
   for (const auto &run : act.runs) {
-    const std::string log = LogOf(1, [&] { EXPECT_EQ(run(), act.result) << act.where; });
+    const std::string log = LogOf(1, [&] { EXPECT_EQ(run(act), act.result) << act.where; });
+    no_memory_for.clear();
     EXPECT_EQ(TakeCommands(), act.lines) << act.where;
     ExpectRecords(act, log);
     for (const auto &[path, value] : act.leaves) EXPECT_EQ(Leaf(path), value) << act.where << path;
+    if (act.kept) {
+      EXPECT_EQ(Kept(), *act.kept) << act.where;
+    }
+    for (const auto &[path, text] : act.nodes) EXPECT_EQ(NodeText(path), text) << act.where << path;
     for (const auto &[path, text] : act.files) EXPECT_EQ(FileText(path), text) << act.where << path;
   }
 }
@@ -149,10 +204,21 @@ void AddOps(Act *act, std::string rest) {
     for (const std::string &word : ops)
       for (const auto &[op_name, op] : kOps)
         if (op_name == word)
-          act->runs.push_back([=, op = op] {
+          act->runs.push_back([=, op = op](const Act &) {
             return RunOp(TableOf(name), name, op, Expanded(path), valued ? value.c_str() : nullptr);
           });
   EXPECT_EQ(act->runs.size(), names.size() * ops.size()) << act->where << " names no op";
+}
+
+/* request COMMAND PATH [VALUE] */
+void AddRequest(Act *act, std::string rest) {
+  static const std::map<std::string, uint32_t> kCommands = {
+      {"get", APPT_CMD_GET},         {"set", APPT_CMD_SET},   {"add", APPT_CMD_ADD},
+      {"del", APPT_CMD_DEL},         {"list", APPT_CMD_LIST}, {"attr", APPT_CMD_ATTR},
+      {"refresh", APPT_CMD_REFRESH}, {"0x40", 0x40}};
+  const uint32_t command = kCommands.at(Word(&rest));
+  const std::string path = Word(&rest), value = Expanded(rest);
+  act->runs.push_back([=](const Act &now) { return RunRequest(now, command, path, value); });
 }
 
 /* message MODULE ID [PAYLOAD] */
@@ -162,7 +228,7 @@ void AddMessage(Act *act, std::string rest) {
   const std::string payload = Expanded(rest);
   for (const ModuleEntry *module = SYSMGR_MODULES; module->name != nullptr; ++module)
     if (name == module->name)
-      act->runs.push_back([=, table = module->table] {
+      act->runs.push_back([=, table = module->table](const Act &) {
         RunMessage(table, id, payload);
         return 0;
       });
@@ -171,11 +237,12 @@ void AddMessage(Act *act, std::string rest) {
 
 /* run WHAT: what is run neither by an op nor by a message alone. */
 void AddRun(Act *act, const std::string &what) {
-  if (what == "voice start") act->runs.push_back([] { return VoipStart(), 0; });
+  if (what == "voice start") act->runs.push_back([](const Act &) { return VoipStart(), 0; });
   if (what == "save nothing")
-    act->runs.push_back([] { return SaveNodeWANPath("A", 1), DelNodeWANPath(nullptr, 2), 0; });
+    act->runs.push_back(
+        [](const Act &) { return SaveNodeWANPath("A", 1), DelNodeWANPath(nullptr, 2), 0; });
   if (what == "download")
-    act->runs.push_back([] {
+    act->runs.push_back([](const Act &) {
       int failed = tr069_download_image_thread(nullptr) != nullptr;
       AMS_PrintThreadModule("default"); /* as before: it is a thread of its own */
       return failed;
@@ -224,8 +291,9 @@ void Echo(const std::string &line) {
 /* What modules keep beside the data model is as after a start. */
 void Begin(Script *script) {
   PutBack(script);
-  script->model = FileText("/etc/tr098_data_model.xml");
+  script->model = FileText(script->model_file);
   LoadModel(script->model);
+  EXPECT_EQ(nvram_clean(NVTYPE_STAGING), 0);
   WebPortList = {1, {80}};
   WebRestartForced = 0;
 }
@@ -235,6 +303,9 @@ void Prepare(Script *script, const std::string &word, std::string rest) {
   if (word == "set") {
     const std::string path = Word(&rest);
     SetLeaf(path, Expanded(rest));
+  } else if (word == "keep") {
+    const std::string path = Word(&rest);
+    EXPECT_EQ(ams_set_node_value(gptXmlTrees->root, path.c_str(), rest.c_str()), 0);
   } else if (word == "row") {
     EXPECT_EQ(ams_add_obj(gptXmlTrees->root, Word(&rest).c_str(), url), 0) << script->where;
     for (const std::string &leaf : Split(rest, ' ')) {
@@ -249,6 +320,10 @@ void Prepare(Script *script, const std::string &word, std::string rest) {
     AnswerPopen(Expanded(rest));
   } else if (word == "no-shell") {
     FailPopen();
+  } else if (word == "no-process") {
+    AnswerSystem(-1, EAGAIN);
+  } else if (word == "no-memory") {
+    no_memory_for = rest;
   } else if (word == "no-thread") {
     FailThread();
   } else if (word == "answers") {
@@ -282,6 +357,13 @@ bool Expects(Script *script, const std::string &word, std::string rest) {
   } else if (word == "=") {
     const std::string path = Word(&rest);
     act->leaves.emplace_back(path, Expanded(rest));
+  } else if (word == "holds") {
+    const std::string path = Word(&rest);
+    act->nodes.emplace_back(path, Expanded(rest));
+  } else if (word == "reply") {
+    act->reply = Expanded(rest);
+  } else if (word == "kept") {
+    act->kept = Expanded(rest);
   } else if (word == "file=") {
     const std::string path = Word(&rest);
     act->files.emplace_back(path, Expanded(rest));
@@ -319,6 +401,10 @@ void Handle(Script *script, std::string line) {
     script->act.let = line;
   else if (word == "op")
     AddOps(&script->act, line);
+  else if (word == "request")
+    AddRequest(&script->act, line);
+  else if (word == "model")
+    script->model_file = TEST_DATA "/" + line;
   else if (word == "message")
     AddMessage(&script->act, line);
   else if (word == "run")
