@@ -58,7 +58,7 @@ double MedianNanoseconds(int count) {
     clock_gettime(CLOCK_MONOTONIC, &start);
     int result = SHORTMSG_SMS_Get(0, text, sizeof text);
     clock_gettime(CLOCK_MONOTONIC, &end);
-    if (result != 0 || shortMsgCounts.received != count) Fail("the list was not read");
+    if (result != 0 || short_msg_counts.received != count) Fail("the list was not read");
     times.push_back((end.tv_sec - start.tv_sec) * 1e9 +
                     static_cast<double>(end.tv_nsec - start.tv_nsec));
   }

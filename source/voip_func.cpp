@@ -11,9 +11,11 @@
 #include <cstring>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "ams_config_api.h"
 #include "ams_config_shell.h"
+#include "leaf_list.h"
 #include "op_rows.h"
 #include "op_values.h"
 
@@ -256,14 +258,12 @@ int FuncServVoipPhyTest(OpFuncArg *arg) {
 int FuncServAction(OpFuncArg *arg) {
   if (arg->op != TMF_SET || arg->value == nullptr) return 0;
   int line = InstanceNumber(arg->path);
+  std::vector<Leaf> leaves;
   std::string_view rest = arg->value;
-  for (size_t equals; (equals = rest.rfind('=')) != rest.npos;) {
-    bool wanted = atoi(rest.data() + equals + 1) == 1; /* ends at the separator or the NUL */
-    rest = rest.substr(0, equals);
-    size_t separator = rest.rfind(static_cast<char>(AMS_SEPARATOR));
-    std::string_view name = separator == rest.npos ? rest : rest.substr(separator + 1);
-    if (wanted && !RunAction(name, line)) break;
-    rest = separator == rest.npos ? "" : rest.substr(0, separator);
+  for (Leaf leaf; NextLeaf(&rest, &leaf);) leaves.push_back(leaf);
+  for (auto leaf = leaves.rbegin(); leaf != leaves.rend(); ++leaf) {
+    bool wanted = leaf->has_value && atoi(leaf->value.data()) == 1; /* ends at the separator */
+    if (wanted && !RunAction(leaf->name, line)) break;
   }
   return 0;
 }

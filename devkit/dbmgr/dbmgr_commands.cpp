@@ -72,15 +72,19 @@ DbmgrAnswer Refresh(const Plan &) { return {}; /* whoever had to be asked was as
 
 /* ---- what a refused one left ---- */
 
-std::string LeftBySet(const Plan &plan, const std::string &) {
+/* `row`: what an add named as its row; NULL when the module told nothing, since it died. */
+
+std::string LeftBySet(const Plan &plan, const std::string *) {
   return plan.before == ValuesOf(plan)
              ? "its parameters are as before; "
              : "its parameters have changed meanwhile, \"cfgcmd get\" shows them; ";
 }
 
-std::string LeftByAdd(const Plan &, const std::string &row) {
-  if (row.empty() || ams_check_node(gptXmlTrees->root, row.c_str()) != 0) return "no row is new; ";
-  return "\"" + row + "\" is there all the same, \"cfgcmd del\" takes it away; ";
+std::string LeftByAdd(const Plan &, const std::string *row) {
+  if (row == nullptr) return "a row may be new, \"cfgcmd list\" shows it; ";
+  if (row->empty() || ams_check_node(gptXmlTrees->root, row->c_str()) != 0)
+    return "no row is new; ";
+  return "\"" + *row + "\" is there all the same, \"cfgcmd del\" takes it away; ";
 }
 
 const Command kCommands[] = {
@@ -118,13 +122,12 @@ DbmgrAnswer RefusedBy(const std::string &who, const Plan &plan, const char *log,
   return {
       -1, DbmgrText::TEXT,
       who + " refused " + command->name + " of \"" + (plan.leaf.empty() ? plan.url : plan.leaf) +
-          "\": " + (command->left == nullptr ? "" : command->left(plan, row)) + log + " says why"};
+          "\": " + (command->left == nullptr ? "" : command->left(plan, &row)) + log + " says why"};
 }
 
 DbmgrAnswer DiedWith(const std::string &who, const Plan &plan, const char *log) {
-  std::string left = plan.command == APPT_CMD_SET   ? LeftBySet(plan, "")
-                     : plan.command == APPT_CMD_ADD ? "a row may be new, \"cfgcmd list\" shows it; "
-                                                    : "";
+  const Command *command = FindCommand(plan.command); /* a plan has one */
+  std::string left = command->left == nullptr ? "" : command->left(plan, nullptr);
   return {-1, DbmgrText::TEXT,
           who + " died before it answered: " + left + "look at " + log + ", then ask again"};
 }

@@ -24,7 +24,7 @@ struct Command {
   DbmgrAnswer (*serve)(const Plan &plan); /* from the store */
   /* Of a refused plan, what it left in the tree, where it might: whoever refuses undoes first, but
      that may fail, too. `row`: the path of the new row, if whoever refused told one. */
-  std::string (*left)(const Plan &plan, const std::string &row);
+  std::string (*left)(const Plan &plan, const std::string *row);
 };
 
 /* NULL: there is no such command. */

@@ -15,7 +15,7 @@
 #include "modem_route.h"
 
 int32_t msgResult = 0;
-ShortMsgState shortMsgState = {};
+ShortMsgState short_msg_state = {};
 
 namespace {
 
@@ -80,7 +80,7 @@ int AskFill(const Question &question, int *used, int *total) {
 
 }  // namespace
 
-bool ModemUsesMemory() { return strcmp(shortMsgState.msgStorage, "ME") == 0; }
+bool ModemUsesMemory() { return strcmp(short_msg_state.msgStorage, "ME") == 0; }
 
 /* "+CMS ERROR: 302": the number begins at the twelfth byte. A plain "ERROR" has none. */
 void ModemErrorNumber(const char *answer) {
@@ -97,25 +97,25 @@ int ModemSetServiceCentre(const char *number) {
     return -1;
   }
   if (ModemSelectGsm() != 0 || Tell("AT+CSCA=\\\"%s\\\"\r", number) != 0) return -1;
-  shortMsgState.SCA[0] = '\0';
+  short_msg_state.SCA[0] = '\0';
   return 0;
 }
 
 void ModemReadServiceCentre() {
-  if (shortMsgState.SCA[0] != '\0') return;
+  if (short_msg_state.SCA[0] != '\0') return;
   Answer answer;
   std::string_view number = AskValue(kCentre, &answer);
   number = number.substr(0, number.find('"'));
-  if (number.size() < sizeof shortMsgState.SCA && IsNumber(number, true))
-    *std::copy(number.begin(), number.end(), shortMsgState.SCA) = '\0';
+  if (number.size() < sizeof short_msg_state.SCA && IsNumber(number, true))
+    *std::copy(number.begin(), number.end(), short_msg_state.SCA) = '\0';
 }
 
 int ModemPhonebookFill() {
-  return AskFill(kPhonebook, &shortMsgState.pbUsed, &shortMsgState.pbTotal);
+  return AskFill(kPhonebook, &short_msg_state.pbUsed, &short_msg_state.pbTotal);
 }
 
 int ModemSelectStorage() {
-  return AskFill(ModemUsesMemory() ? kMemory : kSim, &shortMsgState.used, &shortMsgState.total);
+  return AskFill(ModemUsesMemory() ? kMemory : kSim, &short_msg_state.used, &short_msg_state.total);
 }
 
 int ModemSelectPhonebook() { return Tell("AT+CPBS=\\\"SM\\\"\r"); }

@@ -30,7 +30,7 @@ struct ShortMsgState {
   int pbUsed, pbTotal;
   char SCA[SHORTMSG_NUMBER_SIZE + 1]; /* as the modem gave it; "" until it was read */
 };
-extern ShortMsgState shortMsgState;
+extern ShortMsgState short_msg_state;
 
 /* Whether the short messages are those of the modem's memory. */
 bool ModemUsesMemory();

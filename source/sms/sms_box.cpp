@@ -13,7 +13,7 @@
 #include "op_values.h"
 #include "sms_list.h"
 
-ShortMsgCounts shortMsgCounts = {};
+ShortMsgCounts short_msg_counts = {};
 
 namespace {
 
@@ -140,16 +140,16 @@ void LogUnlisted(const Entries &entries, int filter, Marks &marks) {
 /* ---- the modem's list ---- */
 
 void Count(const ShortMsgEntry &entry) {
-  if (entry.stat == SHORTMSG_SENT) ++shortMsgCounts.sent;
-  if (entry.stat == SHORTMSG_UNSENT) ++shortMsgCounts.unsent;
-  if (IsReceived(entry)) ++shortMsgCounts.received;
+  if (entry.stat == SHORTMSG_SENT) ++short_msg_counts.sent;
+  if (entry.stat == SHORTMSG_UNSENT) ++short_msg_counts.unsent;
+  if (IsReceived(entry)) ++short_msg_counts.received;
 }
 
 /* A message of the provider's that asks for another cell. It is carried out and never shown. */
 bool IsCellLock(const ShortMsgEntry &entry) {
   if (!IsReceived(entry)) return false;
   bool provider = strcmp(entry.number, "907") == 0 || strcmp(entry.number, "909") == 0;
-  return provider && strstr(shortMsgDecoded.text, "1036") != nullptr && LeafInt(kCellLock) == 1;
+  return provider && strstr(short_msg_decoded.text, "1036") != nullptr && LeafInt(kCellLock) == 1;
 }
 
 void LockCell(int index) {
@@ -284,8 +284,8 @@ void ShortMsgFormatList(ShortMsgEntry *list, size_t count, int filter, Marks &ma
 void ShortMsgForget(int index) { *MarkOf(index, StorageMarks()) = {}; }
 
 int SHORTMSG_SMS_Get(int filter, char *text, size_t size) {
-  shortMsgCounts = {};
-  shortMsgDecoded = {};
+  short_msg_counts = {};
+  short_msg_decoded = {};
   SelectStorage();
   ModemReadServiceCentre();
   Listing listing;

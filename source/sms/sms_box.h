@@ -13,7 +13,7 @@
 struct ShortMsgCounts {
   int received, sent, unsent;
 };
-extern ShortMsgCounts shortMsgCounts;
+extern ShortMsgCounts short_msg_counts;
 
 /* Has the modem list its messages and writes the list into `text`, cut behind the last whole record
    that fits. `filter`: 0 received, 1 sent, 2 unsent, anything else all. 0; -1: the modem gave none.

@@ -50,14 +50,14 @@ void NoteListing() {
 }
 
 int KnowTotal() {
-  if (shortMsgState.pbTotal > 0) return 0;
+  if (short_msg_state.pbTotal > 0) return 0;
   return ModemPhonebookFill();
 }
 
 }  // namespace
 
 int ShortMsgPhonebookDelete(int index) {
-  if (KnowTotal() != 0 || index < 1 || index > shortMsgState.pbTotal) return -1;
+  if (KnowTotal() != 0 || index < 1 || index > short_msg_state.pbTotal) return -1;
   return ModemDeletePhonebookEntry(index);
 }
 
@@ -65,7 +65,7 @@ int ShortMsgPhonebookList(FILE *out) {
   NoteListing();
   if (ModemSelectPhonebook() != 0 || KnowTotal() != 0) return -1;
   int found = 0;
-  for (int start = 1; start <= shortMsgState.pbTotal && found < shortMsgState.pbUsed;
+  for (int start = 1; start <= short_msg_state.pbTotal && found < short_msg_state.pbUsed;
        start += kBlock) {
     char answer[16384] = "";
     if (ModemPhonebookUcs2() != 0) return -1;

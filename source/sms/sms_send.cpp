@@ -77,7 +77,7 @@ int SendOrStore(const char *number, const char *text, const char *country, int s
     return -1;
   }
   ModemReadServiceCentre();
-  snprintf(record.SCA, sizeof record.SCA, "%.20s", Behind(shortMsgState.SCA, '+'));
+  snprintf(record.SCA, sizeof record.SCA, "%.20s", Behind(short_msg_state.SCA, '+'));
   if (ModemPduMode() != 0 || ShortMsgDial(number, country, record.TPA) != 0) return -1;
   return count == 1 ? HandOne(&parts, &record, status) : HandMany(&parts, &record, status);
 }

@@ -16,7 +16,7 @@
 #include "sms_box.h"
 #include "sms_text.h"
 
-long shortMsgUssdTime = 0;
+long short_msg_ussd_time = 0;
 
 namespace {
 
@@ -110,8 +110,8 @@ bool HasRunResult() {
 }
 
 void ExpireMenu() {
-  if (access(kMenu, F_OK) != 0 || shortMsgUssdTime == 0) return;
-  if (UpTime() - shortMsgUssdTime < kMenuLife) return;
+  if (access(kMenu, F_OK) != 0 || short_msg_ussd_time == 0) return;
+  if (UpTime() - short_msg_ussd_time < kMenuLife) return;
   (void)unlink(kMenu); /* either may be missing */
   (void)unlink(kRunResult);
 }
@@ -149,7 +149,7 @@ void UssdSend(const char *command) {
     return;
   }
   WriteText(kMenu, MenuOf(answer));
-  shortMsgUssdTime = UpTime();
+  short_msg_ussd_time = UpTime();
 }
 
 int UssdReport() {

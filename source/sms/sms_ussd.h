@@ -4,7 +4,7 @@
 #pragma once
 
 /* Uptime in seconds when the last answer came; 0: none has. */
-extern long shortMsgUssdTime;
+extern long short_msg_ussd_time;
 
 /* Sends a USSD command, or ends the session with "cancel"; an empty one does nothing. What the
    network answers is kept for UssdReport. Waits up to 30 s for it. */

@@ -71,7 +71,7 @@ int ShortMsgParseEntry(const char *text, ShortMsgEntry *entry) {
   entry->index = record.index;
   entry->stat = record.stat;
   memcpy(entry->number, record.TPA, sizeof record.TPA);
-  ShortMsgEscape(shortMsgDecoded.text, entry->content);
+  ShortMsgEscape(short_msg_decoded.text, entry->content);
   strcpy(entry->time, " "); /* of a message that has no time stamp: it is not a received one */
   if (record.TP_SCTS[0] != '\0') FormatScts(record.TP_SCTS, entry->time);
   return 0;

@@ -7,7 +7,7 @@
 
 #include "sms_trace.h"
 
-ShortMsgDecoded shortMsgDecoded;
+ShortMsgDecoded short_msg_decoded;
 
 namespace {
 
@@ -267,7 +267,7 @@ int SHORTMSG_EncodePdu(const ShortMsgParam *record, char (&pdu)[SHORTMSG_PDU_SIZ
 }
 
 int SHORTMSG_DecodePdu(const char *pdu, ShortMsgParam *record, ShortMsgEntry *entry) {
-  ShortMsgDecoded &decoded = shortMsgDecoded;
+  ShortMsgDecoded &decoded = short_msg_decoded;
   int text_length, length = Decode(pdu, record, entry, decoded.text, &text_length);
   if (decoded.longRef[0] == '\0') memcpy(decoded.longRef, entry->concatRef, sizeof decoded.longRef);
   SMS_TRACE("pDst->SCA=[%s]\n", record->SCA);

@@ -83,7 +83,7 @@ struct ShortMsgDecoded {
   char longRef[8];               /* the first reference of a long message that was seen */
   char text[SHORTMSG_TEXT_SIZE]; /* the last message's, without a header */
 };
-extern ShortMsgDecoded shortMsgDecoded;
+extern ShortMsgDecoded short_msg_decoded;
 
 int SHORTMSG_EncodePdu(const ShortMsgParam *record, char (&pdu)[SHORTMSG_PDU_SIZE],
                        const ShortMsgHeader *header);

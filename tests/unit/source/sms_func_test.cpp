@@ -68,7 +68,7 @@ TEST_F(ShortMsg, AnswersAreReadForTheirNumbers) {
       {ModemSelectStorage, "+CPMS:", {-1, 14, 3, 250}},
       {ModemSelectStorage, "+CPMS: 7,40,7,40,7,40\r\nOK\r\n", {0, 14, 10, 290}},
   };
-  const ShortMsgState &state = shortMsgState;
+  const ShortMsgState &state = short_msg_state;
   for (const auto &one : cases) {
     answers_ = {{"at-mngr", one.answer}};
     int result = one.ask();
@@ -78,7 +78,7 @@ TEST_F(ShortMsg, AnswersAreReadForTheirNumbers) {
         << one.answer;
   }
   TakeCommands();
-  snprintf(shortMsgState.msgStorage, sizeof shortMsgState.msgStorage, "ME");
+  snprintf(short_msg_state.msgStorage, sizeof short_msg_state.msgStorage, "ME");
   EXPECT_EQ(ModemSelectStorage(), 0);
   EXPECT_EQ(TakeCommands(), Lines{AT("AT+CPMS=\\\"ME\\\",\\\"ME\\\",\\\"ME\\\"\r")});
 }
@@ -332,7 +332,7 @@ TEST_F(ShortMsg, PrintsAndTraces) {
     testing::internal::CaptureStdout();
     PrintAll();
     const std::string out = WithoutLines(testing::internal::GetCapturedStdout());
-    EXPECT_EQ(WithoutLines(ReadText("/var/sms_log")), log);
+    EXPECT_EQ(WithoutLines(FileText("/var/sms_log")), log);
     EXPECT_EQ(out.size(), printed.size() + log.size()) << out;
     EXPECT_TRUE(!log.empty() || out == printed) << out;
   }

@@ -1,5 +1,6 @@
 // The services module on its thread.
 #include "services_func.h"
+
 #include "support.h"
 
 namespace {

@@ -1,5 +1,7 @@
 // Ordered downloads beside their command lines: times, the file that is filled, what is given back,
 // two at once.
+#include "download_func.h"
+
 #include <sys/stat.h>
 #include <time.h>
 #include <unistd.h>
@@ -10,7 +12,6 @@
 #include <future>
 
 #include "devinfo_func.h"
-#include "download_func.h"
 #include "support.h"
 #include "tds_desk.h"
 #include "version_manager.h"

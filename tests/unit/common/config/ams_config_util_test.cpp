@@ -23,11 +23,6 @@ void WriteText(const std::string &file, const std::string &text) {
   std::ofstream(file, std::ios::binary | std::ios::trunc) << text;
 }
 
-std::string ReadText(const std::string &file) {
-  std::ifstream stream(file, std::ios::binary);
-  return std::string(std::istreambuf_iterator<char>(stream), {});
-}
-
 class ConfigUtilTest : public StoreTest {
   void TearDown() override { (void)unlink(kFile); /* a test may have removed it */ }
 };
@@ -176,7 +171,7 @@ TEST_F(ConfigUtilTest, RecordsFollowTheZone) {
 TEST_F(ConfigUtilTest, WaitsForTheShellAndHidesItsStatus) {
   RunCommands(true);
   EXPECT_EQ(cfgSystemCmd("echo done > %s; false", kFile), 0);
-  EXPECT_EQ(ReadText(kFile), "done\n");
+  EXPECT_EQ(FileText(kFile), "done\n");
 }
 
 #define RULE "/usr/syscfg/rule/wan.rules."
@@ -219,7 +214,7 @@ TEST_F(ConfigUtilTest, DropsLines) {
   for (const DropCase &c : kDrops) {
     WriteText(kFile, c.before);
     EXPECT_EQ(cfgFileDropLines(kFile, "abc"), 0) << c.what;
-    EXPECT_EQ(ReadText(kFile), c.after) << c.what;
+    EXPECT_EQ(FileText(kFile), c.after) << c.what;
   }
   WriteText(kFile, "b:2:x\nc:3:y\n");
   (void)TakeCommands(); /* their outcome was looked at */

@@ -67,12 +67,12 @@ TEST(SmsList, EscapesAreNotCut) {
 TEST(SmsList, TheFirstReferenceIsKept) {
   const std::string part = kPart, other = std::string(part).replace(part.find("CC0302"), 2, "DD");
   std::string seen;
-  shortMsgDecoded = {};
+  short_msg_decoded = {};
   for (const std::string &pdu : {std::string(kHello), part, other}) {
     ShortMsgParam record = {};
     ShortMsgEntry entry = {};
     SHORTMSG_DecodePdu(pdu.c_str(), &record, &entry);
-    for (const char *text : {entry.concatRef, shortMsgDecoded.longRef, shortMsgDecoded.text})
+    for (const char *text : {entry.concatRef, short_msg_decoded.longRef, short_msg_decoded.text})
       seen += std::string(text) + "|";
   }
   EXPECT_EQ(seen, "||hellohello|CC|CC|second part|DD|CC|second part|");

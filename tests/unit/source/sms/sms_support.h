@@ -27,15 +27,10 @@ inline void WriteText(const std::string &path, const std::string &text) {
   std::ofstream(path, std::ios::binary | std::ios::trunc) << text;
 }
 
-inline std::string ReadText(const std::string &path) {
-  std::ifstream stream(path, std::ios::binary);
-  return std::string(std::istreambuf_iterator<char>(stream), {});
-}
-
 /* Stands for the modem: answers by the first key that a line holds. */
 class ShortMsg : public StoreTest {
  protected:
-  std::string DataModel() const override { return ReadText("/etc/tr098_data_model.xml"); }
+  std::string DataModel() const override { return FileText("/etc/tr098_data_model.xml"); }
 
   void SetUp() override {
     StoreTest::SetUp();
@@ -44,8 +39,8 @@ class ShortMsg : public StoreTest {
           "/var/atresult_msg", "/var/tmpUssdRunResult", "/var/tmpUssdSelectMenu", "/var/nanocom",
           "/var/tmp/urc_ussd_file", "/var/sms_debug", "/var/sms_log", "/dev/ttyUSB3"})
       fs::remove(file);
-    shortMsgState = {};
-    shortMsgUssdTime = 0;
+    short_msg_state = {};
+    short_msg_ussd_time = 0;
     msgResult = 0;
     answers_.clear();
     WriteText("/var/tmp/devinfo", "2c7c 0125\n");

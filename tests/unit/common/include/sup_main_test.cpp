@@ -104,9 +104,9 @@ TEST_F(StartupTest, EachBootTypeLaysItsParametersOverTheTree) {
 }
 
 /* A check of a kept parameter stands in the middle of the bring-up. */
-std::string gSeenMeanwhile;
+std::string seen_meanwhile;
 int LookMeanwhile(const std::string &, const std::string &, std::string_view, std::string *) {
-  std::thread([] { gSeenMeanwhile = Leaf(kCode) + " " + Leaf(kPorts); }).join();
+  std::thread([] { seen_meanwhile = Leaf(kCode) + " " + Leaf(kPorts); }).join();
   return 0;
 }
 
@@ -120,7 +120,7 @@ TEST_F(StartupTest, ClientsSeeTheNewTreeInOneStep) {
     EXPECT_EQ(Leaf(kCode), start);
   }
   ams_desk_check_kept(nullptr);
-  EXPECT_EQ(gSeenMeanwhile, "first first");
+  EXPECT_EQ(seen_meanwhile, "first first");
 }
 
 TEST_F(StartupTest, ASecondAttachSucceeds) {

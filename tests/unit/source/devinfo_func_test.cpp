@@ -1,7 +1,8 @@
 // The device-info module: values that the machine gives.
+#include "devinfo_func.h"
+
 #include <sys/sysinfo.h>
 
-#include "devinfo_func.h"
 #include "devinfo_thread.h"
 #include "nvram.h"
 #include "support.h"

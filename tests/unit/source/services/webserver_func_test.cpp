@@ -1,11 +1,12 @@
 // The web server's restart when its script cannot be written, and what is not followed on the way.
+#include "webserver_func.h"
+
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <fstream>
 
 #include "support.h"
-#include "webserver_func.h"
 
 namespace {
 

@@ -1,9 +1,7 @@
-// The list of short messages for the web page, the phonebook's, and service codes.
+// The list of short messages for the web page.
 #include "sms_support.h"
 
 namespace {
-
-/* ---- lists ---- */
 
 std::string Listed(int index, int stat, const std::string &pdu) {
   return "+CMGL: " + std::to_string(index) + "," + std::to_string(stat) + ",,20\r\n" + pdu + "\r\n";
@@ -35,7 +33,7 @@ TEST_F(Box, UnreadStaysUnreadForTheUser) {
   EXPECT_EQ(TakeCommands(), Lines({kSimStorage, "echo 1 > /var/tmp/runCPMSFlag", kReadCentre,
                                    "/usr/syscfg/sms_getmsg.sh 0 &"}));
   EXPECT_EQ(Inbox(Listed(3, 1, kHello) + Listed(4, 1, kHello) + "OK\r\n"), Hello(3, 0) + Hello(4));
-  EXPECT_EQ(shortMsgCounts.received, 2);
+  EXPECT_EQ(short_msg_counts.received, 2);
   EXPECT_EQ(Set("DelIdx=3"), 0);
   EXPECT_EQ(Inbox(Listed(3, 1, kHello) + "OK\r\n"), Hello(3)) << "another message";
 }
@@ -199,86 +197,6 @@ TEST_F(Box, MoreMessagesThanTheListHolds) {
   const std::string log = LogOf(3, [&] { Inbox(list); });
   EXPECT_EQ(Unlisted(log), Lines({"128", "129"}));
   EXPECT_NE(log.find("passed over, it cannot be read: +CMGL: 7,"), log.npos) << log;
-}
-
-/* ---- phonebook and service codes ---- */
-
-TEST_F(ShortMsg, PhonebookList) {
-  const std::string number(62, '1'), name(124, '0');
-  auto line = [](const std::string &who, const std::string &what) {
-    return "+CPBR: 33,\"" + who + "\",145,\"" + what + "\"\r\n";
-  };
-  answers_ = {{"CPBS?", "+CPBS: \"SM\",3,40\r\nOK\r\n"},
-              {"CPBR=1,30", "+CPBR: 1,\"10086\",129,\"00410042\"\r\nOK\r\n"},
-              {"CPBR=31,60", line("+861", "0043") + "+CPBR: broken\r\n" + line(number + "1", "") +
-                                 line("2", name + "00") + "OK\r\n"}};
-  char *text = nullptr;
-  size_t size = 0;
-  FILE *out = open_memstream(&text, &size);
-  EXPECT_EQ(ShortMsgPhonebookList(out), 0);
-  EXPECT_EQ(ShortMsgPhonebookList(out), 0);
-  EXPECT_EQ(msgResult, SHORTMSG_NOTHING) << "so soon";
-  fclose(out);
-  Lines lines = TakeCommands();
-  lines.resize(6); /* of the first */
-  EXPECT_EQ(lines,
-            Lines({kSimBook, kBook, kUcs2, AT("AT+CPBR=1,30\r"), kUcs2, AT("AT+CPBR=31,60\r")}));
-  const std::string once = "1}-{10086}-{129}-{00410042|,|33}-{+861}-{145}-{0043|,|33}-{2}-{145}-{" +
-                           name + "00|,|PhoneNoIdx}-{PhoneNo}-{PhoneNoType}-{PhoneName|,|";
-  EXPECT_EQ(text, once + once) << "a number of 64 bytes with its quotes is passed over";
-  free(text);
-}
-
-int Ussd(int op, const char *value) {
-  return RunOp(kCapabInfoFuncTable, "FuncServShortMsgUssdSend", op, SHORT_MSG ".USSD", value);
-}
-
-TEST_F(ShortMsg, UssdAnswersBecomeTheMenu) {
-  const std::pair<const char *, const char *> cases[] = {
-      {"+CUSD: 1,\"1 Balance\r\n2 Data\",1\r\n", "1 Balance<br>2 Data"},
-      {"+CUSD: 0,\"E8329BFD4697D9EC37\",15\r\n", "hellohello"},
-      {"+CUSD: 0,\"4F60597D\",17\r\n", "\u4f60\u597d"},
-      {"+CUSD: 0,\"00410042\",72\r\n", "AB"},
-      {"+CUSD: 1,\"say \"yes\" now\",0\r\n", "say \"yes\" now"},
-      {"+CUSD: 1,\"cut", ""},
-      {"+CUSD: 0,\"41031B42\",4\r\n", "A\uFFFD\uFFFDB"},
-  };
-  const Lines lines = {"at-mngr 'AT+CSCS=\"GSM\"'",
-                       "at-mngr 'AT+CUSD=1,\"*100#\",15' > /var/tmpValue1"};
-  for (const auto &[answer, menu] : cases) {
-    SetUp();
-    answers_ = {{"urc", answer}};
-    EXPECT_EQ(Ussd(TMF_SET, "Command=*100#"), 0) << answer;
-    EXPECT_EQ(TakeCommands(), lines) << answer;
-    EXPECT_EQ(Ussd(TMF_GET, "Menu"), 0);
-    EXPECT_EQ(Leaf(SHORT_MSG ".USSD.Menu"), menu) << answer;
-    EXPECT_FALSE(fs::exists("/var/tmp/urc_ussd_file")) << answer;
-  }
-}
-
-TEST_F(ShortMsg, UssdWithoutAMenuAndWithAnOldOne) {
-  EXPECT_EQ(Ussd(TMF_SET, "Command="), 0);
-  EXPECT_EQ(TakeCommands(), Lines{});
-  WriteText("/var/tmpUssdRunResult", "old");
-  EXPECT_EQ(Ussd(TMF_SET, "Command=cancel"), 0);
-  EXPECT_EQ(TakeCommands(), Lines({"at-mngr 'AT+CUSD=2'"}));
-  EXPECT_FALSE(fs::exists("/var/tmpUssdRunResult"));
-  for (const auto &[answer, word] :
-       {std::pair("+CME ERROR: 257\r\n", "Fail"), std::pair("OK\r\n", "Success")}) {
-    answers_ = {{"urc", answer}};
-    EXPECT_EQ(Ussd(TMF_SET, "Command=*1#"), 0);
-    EXPECT_EQ(ReadText("/var/tmpUssdRunResult"), answer);
-    const std::string log = LogOf(1, [] { Ussd(TMF_GET, nullptr); });
-    EXPECT_NE(log.find(std::string("USSD command: ") + word), log.npos) << log;
-  }
-  answers_ = {{"urc", "+CUSD: 1,\"menu\",1\r\n"}};
-  EXPECT_EQ(Ussd(TMF_SET, "Command=*1#"), 0);
-  for (const auto &[seconds, menu] : {std::pair(30, "menu"), std::pair(31, "")}) {
-    shortMsgUssdTime -= seconds;
-    EXPECT_EQ(Ussd(TMF_GET, nullptr), 0);
-    EXPECT_EQ(Leaf(SHORT_MSG ".USSD.Menu"), menu) << seconds << " seconds later";
-  }
-  EXPECT_FALSE(fs::exists("/var/tmpUssdSelectMenu"));
 }
 
 }  // namespace
