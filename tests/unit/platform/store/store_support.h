@@ -131,11 +131,22 @@ class Store : public testing::Test {
    root.
    \\HH is a byte. Each file starts with a tree of Model(), and nothing kept. */
 
-inline std::string remembered; /* a node's text */
+inline std::string remembered; /* a part of the tree */
 inline AmsUndo *undo;
 
 using Word = const std::string &;
-inline std::string Number(int result) { return std::to_string(result); }
+template <int (*write)(AmsTree *, const char *, const char *)>
+std::string Write(Word path, Word value) {
+  return std::to_string(write(root, path.c_str(), value.c_str()));
+}
+template <int (*step)()>
+std::string Step(Word, Word) {
+  return std::to_string(step());
+}
+template <std::string (*read)(Word path)>
+std::string Read(Word path, Word) {
+  return read(path);
+}
 inline std::string AddedPath(Word array) {
   char url[AMS_PATH_SIZE];
   return ams_add_obj(root, array.c_str(), url) == 0 ? url : "(none)";
@@ -148,9 +159,22 @@ inline std::string Notified(Word path) {
   char value[16];
   return ams_get_attr(root, path.c_str(), value, sizeof value) == 0 ? value : "(none)";
 }
+inline std::string Unchanged(Word path) { return WithAttributes(path, 0); }
+inline std::string Changed(Word path) { return WithAttributes(path, 1); }
 inline std::string TextChecked(Word path) {
   EXPECT_EQ(ams_check_node(root, path.c_str()) == 0, Text(path) != "(none)") << path;
   return Text(path);
+}
+/* Everything that can be asked of a part of the tree. */
+inline std::string Dump(Word top) {
+  std::string all = top + " " + Attribute(top, "type") + " " + Attribute(top, "op") + " " +
+                    Notified(top) + " " + Children(top) + "\n" + WithAttributes(top, 0) + "\n";
+  std::istringstream names(Children(top));
+  for (std::string name; names >> name;) all += Dump(top + "." + name);
+  return all;
+}
+inline std::string Keep(Word path, Word value) {
+  return std::to_string(nvram_set(path.c_str(), value.c_str(), NVTYPE_STAGING));
 }
 inline std::string AllKept(Word below) {
   std::string all;
@@ -163,14 +187,35 @@ inline std::string AllKept(Word below) {
   for (size_t at; (at = all.find(below)) != std::string::npos;) all.erase(at, below.size());
   return all;
 }
-inline std::string StartAnew(std::string xml) {
+inline std::string StartAnew(Word xml) {
   root = Load(xml);
-  return Number(update_from_nvram(root, NVTYPE_STAGING));
+  return std::to_string(update_from_nvram(root, NVTYPE_STAGING));
 }
-inline std::string SaveAndLoad() {
+/* Saved with this margin for start tags, or compact ("-"). The form differs from the last one's. */
+inline std::string SaveAndLoad(Word, Word margin) {
+  static std::string last;
   const std::string file = testing::TempDir() + "saved.xml";
-  EXPECT_EQ(ams_save_xml(root, file.c_str()), 0);
+  if (isdigit(margin[0]) != 0) mxmlSetWrapMargin(std::stoi(margin));
+  EXPECT_EQ((margin == "-" ? ams_align_xml : ams_save_xml)(root, file.c_str()), 0);
+  EXPECT_NE(last, FileText(file));
+  last = FileText(file);
   return (root = LoadFile(file)) == nullptr ? "(none)" : "0";
+}
+/* The backup's file: the result, and what is said of it on standard output, or the lines that are
+   named on standard error. */
+inline std::string LoadBackup(Word, Word content) {
+  std::ofstream("/var/config/backup.conf") << content;
+  testing::internal::CaptureStdout();
+  testing::internal::CaptureStderr();
+  std::string result = std::to_string(ams_mxml_load_to_staging(3));
+  fflush(stdout);
+  std::istringstream said(testing::internal::GetCapturedStdout());
+  std::istringstream named(testing::internal::GetCapturedStderr());
+  for (std::string line; std::getline(said, line);) result += " " + line;
+  for (std::string word; named >> word;)
+    if (word.find("backup.conf:") != word.npos) result += " " + word;
+  unlink("/var/config/backup.conf");
+  return result;
 }
 /* The file with other ports in the template and in row 2. */
 inline std::string OtherModel() {
@@ -184,59 +229,55 @@ struct Verb {
   std::string (*run)(Word path, Word value);
 };
 inline const Verb kVerbs[] = {
-    {"text", [](Word path, Word) { return TextChecked(path); }},
-    {"leaf", [](Word path, Word) { return Leaf(path); }},
-    {"attr", [](Word path, Word name) { return Attribute(path, name); }},
-    {"with", [](Word path, Word) { return WithAttributes(path, 0); }},
-    {"changed", [](Word path, Word) { return WithAttributes(path, 1); }},
-    {"children", [](Word path, Word) { return Children(path); }},
-    {"next", [](Word path, Word) { return NextOf(path); }},
-    {"list", [](Word path, Word) { return Indexes(path); }},
-    {"set",
-     [](Word path, Word value) {
-       return Number(ams_set_node_value(root, path.c_str(), value.c_str()));
-     }},
-    {"status",
-     [](Word path, Word value) {
-       return Number(ams_sset_node_value(root, path.c_str(), value.c_str()));
-     }},
-    {"notify",
-     [](Word path, Word value) { return Number(ams_set_attr(root, path.c_str(), value.c_str())); }},
-    {"notified", [](Word path, Word) { return Notified(path); }},
-    {"add", [](Word path, Word) { return AddedPath(path); }},
-    {"del", [](Word path, Word) { return Number(ams_del_obj(root, path.c_str())); }},
-    {"begin", [](Word, Word) { return Number(ams_write_begin()); }},
-    {"end", [](Word, Word) { return Number(ams_write_end()); }},
-    {"cancel", [](Word, Word) { return Number(ams_write_cancel()); }},
-    {"note", [](Word path, Word) { return Number(ams_undo_note(root, &undo, path.c_str())); }},
-    {"undo", [](Word, Word) { return Number(ams_undo_end(std::exchange(undo, nullptr), 1)); }},
-    {"keep",
-     [](Word path, Word value) {
-       return Number(nvram_set(path.c_str(), value.c_str(), NVTYPE_STAGING));
-     }},
-    {"kept", [](Word path, Word) { return Kept(path); }},
-    {"keeps", [](Word path, Word) { return AllKept(path); }},
-    {"forget", [](Word, Word) { return Number(nvram_clean(NVTYPE_STAGING)); }},
+    {"text", Read<TextChecked>},
+    {"leaf", Read<Leaf>},
+    {"attr", Attribute},
+    {"with", Read<Unchanged>},
+    {"changed", Read<Changed>},
+    {"children", Read<Children>},
+    {"next", Read<NextOf>},
+    {"list", Read<Indexes>},
+    {"set", Write<ams_set_node_value>},
+    {"status", Write<ams_sset_node_value>},
+    {"notify", Write<ams_set_attr>},
+    {"notified", Read<Notified>},
+    {"add", Read<AddedPath>},
+    {"del", [](Word path, Word) { return std::to_string(ams_del_obj(root, path.c_str())); }},
+    {"begin", Step<ams_write_begin>},
+    {"end", Step<ams_write_end>},
+    {"cancel", Step<ams_write_cancel>},
+    {"note",
+     [](Word path, Word) { return std::to_string(ams_undo_note(root, &undo, path.c_str())); }},
+    {"undo",
+     [](Word, Word) { return std::to_string(ams_undo_end(std::exchange(undo, nullptr), 1)); }},
+    {"keep", Keep},
+    {"kept", Read<Kept>},
+    {"keeps", Read<AllKept>},
+    {"forget", [](Word, Word) { return std::to_string(nvram_clean(NVTYPE_STAGING)); }},
     {"start", [](Word, Word) { return StartAnew(Model()); }},
     {"start-other", [](Word, Word) { return StartAnew(OtherModel()); }},
     {"load", [](Word file, Word) { return StartAnew(FileText(data_folder + "/" + file)); }},
-    {"reload", [](Word, Word) { return SaveAndLoad(); }},
-    {"remember", [](Word path, Word) { return remembered = Text(path), Number(0); }},
-    {"same", [](Word path, Word) { return std::string(Text(path) == remembered ? "yes" : "no"); }},
+    {"reload", SaveAndLoad},
+    {"backup", LoadBackup},
+    {"remember", [](Word path, Word) { return remembered = Dump(path), std::string("0"); }},
+    {"same", [](Word path, Word) { return std::string(Dump(path) == remembered ? "yes" : "no"); }},
 };
 
+inline std::string Unescaped(std::string text) {
+  for (size_t at = 0; (at = text.find('\\', at)) != text.npos; ++at)
+    text.replace(at, 3, 1, static_cast<char>(std::stoi(text.substr(at + 1, 2), nullptr, 16)));
+  return text;
+}
+
 inline std::string RunLine(const std::string &line) {
-  std::string verb, path, value, plain;
-  for (size_t at = 0; at < line.size(); at += line[at] == '\\' ? 3 : 1)
-    plain += line[at] == '\\' ? static_cast<char>(std::stoi(line.substr(at + 1, 2), nullptr, 16))
-                              : line[at];
-  std::stringstream words(plain);
+  std::string verb, path, value;
+  std::stringstream words(line);
   words >> verb >> path >> std::ws;
   std::getline(words, value);
   if (!path.empty() && (path[0] == '.' || path == "/"))
     path = "InternetGatewayDevice" + (path == "/" ? "" : path);
   for (const Verb &one : kVerbs)
-    if (verb == one.name) return one.run(path, value);
+    if (verb == one.name) return one.run(Unescaped(path), Unescaped(value));
   return "there is no verb " + verb;
 }
 
