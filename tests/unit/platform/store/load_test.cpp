@@ -1,4 +1,4 @@
-// Data-model files: what one is refused for.
+// The scripts of the desk, and what a data-model file is refused for.
 #include <algorithm>
 #include <filesystem>
 #include <sstream>
@@ -6,6 +6,7 @@
 
 #include "../other_process.h"
 #include "store_support.h"
+#include "tds_desk.h"
 
 namespace {
 
@@ -29,6 +30,14 @@ std::string Repeated(const std::string &text, int times) {
   std::string all;
   for (int time = 0; time < times; ++time) all += text;
   return all;
+}
+
+/* Those of the contract, too, where blocks are counted. */
+TEST_F(Store, ScriptsOfTheDesk) {
+  const int64_t before = tds_malloc_count(nullptr).blocks;
+  RunScripts(data_folder + "/desk", 5);
+  RunScripts(data_folder, 11);
+  EXPECT_EQ(tds_malloc_count(nullptr).blocks, before) << "texts are the callers' only";
 }
 
 TEST_F(Store, WhatAFileIsRefusedFor) {

@@ -155,14 +155,6 @@ TEST_F(Store, NothingOfItIsInheritedByPrograms) {
   EXPECT_EQ(WEXITSTATUS(system("ls -l /proc/self/fd | grep -q mdb")), 1);
 }
 
-TEST_F(Store, TheServingModuleIsThatOfTheNearestAncestor) {
-  char mod[32], small[5];
-  EXPECT_EQ(ams_desk_mod(IGD "Services.List.9.Sub.1.Leaf", mod, sizeof mod), 0);
-  EXPECT_STREQ(mod, "sysmgr:capabinfo");
-  EXPECT_EQ(ams_desk_mod(IGD "Summary", mod, sizeof mod), -1);
-  EXPECT_EQ(ams_desk_mod(IGD "Services", small, sizeof small), -1);
-}
-
 /* Adds a row with the longest name. */
 int AddLong(char (&url)[AMS_PATH_SIZE]) {
   static const std::string name(AMS_VALUE_MAX, 'b');
@@ -213,7 +205,7 @@ TEST_F(Store, WhatIsKeptIsTakenBackWhenTheTreesCommitFails) {
     commits = fails;
     std::string told = LogOf([] { EXPECT_EQ(ams_set_node_value(root, IGD "Summary", "new"), -1); });
     EXPECT_EQ(commits + Leaf(IGD "Summary"), "sum") << fails;
-    EXPECT_EQ(Kept(IGD "Summary"), kept) << fails;
+    EXPECT_EQ(Get(IGD "Summary"), kept) << fails;
     EXPECT_NE(told.find(says), told.npos) << told;
   }
 }
@@ -230,16 +222,6 @@ TEST_F(Store, AReaderThatStandsStillIsEndedWhenThePagesRunOut) {
   EXPECT_EQ(refused, 1) << "the write that found no page";
   EXPECT_NE(told.find("process " + std::to_string(holder) + " stood still"), told.npos) << told;
   EXPECT_EQ(End(holder), SIGKILL);
-}
-
-TEST_F(Store, TextsAreTheCallersOnly) {
-  int64_t before = tds_malloc_count(nullptr).blocks;
-  for (const char *path : {"InternetGatewayDevice", IGD "Summary", IGD "None"}) {
-    (void)Text(path); /* frees what it got */
-    (void)WithAttributes(path, 0);
-    (void)WithAttributes(path, 1);
-  }
-  EXPECT_EQ(tds_malloc_count(nullptr).blocks, before);
 }
 
 }  // namespace

@@ -15,8 +15,8 @@
 #include <sstream>
 #include <string>
 
+#include "../nvram/nvram_calls.h"
 #include "ams_store.h"
-#include "nvram.h"
 #include "tds.h"
 
 #define IGD "InternetGatewayDevice."
@@ -99,18 +99,6 @@ inline std::string Children(const std::string &parent) {
   return names;
 }
 
-/* What a start makes of a file and of what is kept. */
-inline void LayKept(const std::string &xml = Model()) {
-  root = Load(xml);
-  EXPECT_EQ(update_from_nvram(root, NVTYPE_STAGING), 0);
-}
-
-/* What is kept of a leaf. */
-inline std::string Kept(const std::string &path) {
-  std::unique_ptr<char, void (*)(void *)> value(nvram_get(path.c_str(), NVTYPE_STAGING), free);
-  return value == nullptr ? "(none)" : value.get();
-}
-
 /* Each test starts with a tree of Model(), and nothing kept. */
 class Store : public testing::Test {
  protected:
@@ -139,21 +127,14 @@ template <int (*write)(AmsTree *, const char *, const char *)>
 std::string Write(Word path, Word value) {
   return std::to_string(write(root, path.c_str(), value.c_str()));
 }
-template <int (*step)()>
-std::string Step(Word, Word) {
-  return std::to_string(step());
+template <int (*find)(AmsTree *, const char *, char *)>
+std::string Find(Word path, Word) {
+  char url[AMS_PATH_SIZE];
+  return find(root, path.c_str(), url) == 0 ? url : "(none)";
 }
 template <std::string (*read)(Word path)>
 std::string Read(Word path, Word) {
   return read(path);
-}
-inline std::string AddedPath(Word array) {
-  char url[AMS_PATH_SIZE];
-  return ams_add_obj(root, array.c_str(), url) == 0 ? url : "(none)";
-}
-inline std::string NextOf(Word child) {
-  char url[AMS_PATH_SIZE];
-  return ams_get_next_child(root, child.c_str(), url) == 0 ? url : "(none)";
 }
 inline std::string Notified(Word path) {
   char value[16];
@@ -178,13 +159,8 @@ inline std::string Keep(Word path, Word value) {
 }
 inline std::string AllKept(Word below) {
   std::string all;
-  auto visit = [](const char *key, const char *value, void *context) {
-    std::string &text = *static_cast<std::string *>(context);
-    text += (text.empty() ? "" : "|") + std::string(key) + "=" + value;
-    return 0;
-  };
-  EXPECT_EQ(nvram_walk(NVTYPE_STAGING, below.c_str(), visit, &all), 0);
-  for (size_t at; (at = all.find(below)) != std::string::npos;) all.erase(at, below.size());
+  for (const auto &[key, value] : Walk(NVTYPE_STAGING, below.c_str()))
+    all += (all.empty() ? "" : "|") + key.substr(below.size()) + "=" + value;
   return all;
 }
 inline std::string StartAnew(Word xml) {
@@ -224,34 +200,30 @@ inline std::string OtherModel() {
   return model;
 }
 
-struct Verb {
-  const char *name;
-  std::string (*run)(Word path, Word value);
-};
-inline const Verb kVerbs[] = {
+inline const std::map<std::string, std::string (*)(Word path, Word value)> kVerbs = {
     {"text", Read<TextChecked>},
     {"leaf", Read<Leaf>},
     {"attr", Attribute},
     {"with", Read<Unchanged>},
     {"changed", Read<Changed>},
     {"children", Read<Children>},
-    {"next", Read<NextOf>},
+    {"next", Find<ams_get_next_child>},
     {"list", Read<Indexes>},
     {"set", Write<ams_set_node_value>},
     {"status", Write<ams_sset_node_value>},
     {"notify", Write<ams_set_attr>},
     {"notified", Read<Notified>},
-    {"add", Read<AddedPath>},
+    {"add", Find<ams_add_obj>},
     {"del", [](Word path, Word) { return std::to_string(ams_del_obj(root, path.c_str())); }},
-    {"begin", Step<ams_write_begin>},
-    {"end", Step<ams_write_end>},
-    {"cancel", Step<ams_write_cancel>},
+    {"begin", [](Word, Word) { return std::to_string(ams_write_begin()); }},
+    {"end", [](Word, Word) { return std::to_string(ams_write_end()); }},
+    {"cancel", [](Word, Word) { return std::to_string(ams_write_cancel()); }},
     {"note",
      [](Word path, Word) { return std::to_string(ams_undo_note(root, &undo, path.c_str())); }},
     {"undo",
      [](Word, Word) { return std::to_string(ams_undo_end(std::exchange(undo, nullptr), 1)); }},
     {"keep", Keep},
-    {"kept", Read<Kept>},
+    {"kept", [](Word path, Word) { return Get(path.c_str()); }},
     {"keeps", Read<AllKept>},
     {"forget", [](Word, Word) { return std::to_string(nvram_clean(NVTYPE_STAGING)); }},
     {"start", [](Word, Word) { return StartAnew(Model()); }},
@@ -270,15 +242,16 @@ inline std::string Unescaped(std::string text) {
 }
 
 inline std::string RunLine(const std::string &line) {
-  std::string verb, path, value;
+  std::string verb, path, value, result;
   std::stringstream words(line);
+  int times = 1;
+  if (isdigit(line[0]) != 0) words >> times;
   words >> verb >> path >> std::ws;
   std::getline(words, value);
   if (!path.empty() && (path[0] == '.' || path == "/"))
     path = "InternetGatewayDevice" + (path == "/" ? "" : path);
-  for (const Verb &one : kVerbs)
-    if (verb == one.name) return one.run(Unescaped(path), Unescaped(value));
-  return "there is no verb " + verb;
+  for (; times > 0; --times) result = kVerbs.at(verb)(Unescaped(path), Unescaped(value));
+  return result;
 }
 
 /* At least `least` files. */
