@@ -35,12 +35,6 @@ inline std::string Model() { return FileText(data_folder + "/model.xml"); }
 
 inline AmsTree *root; /* of the tree that is loaded */
 
-inline std::string Temporary(const std::string &content) {
-  std::string name = testing::TempDir() + "store_test." + std::to_string(getpid());
-  std::ofstream(name, std::ios::binary) << content;
-  return name;
-}
-
 inline AmsTree *LoadFile(const std::string &name) {
   FILE *file = fopen(name.c_str(), "re");
   AmsTree *tree = ams_mxmlLoadFile(nullptr, file, nullptr);
@@ -49,7 +43,8 @@ inline AmsTree *LoadFile(const std::string &name) {
 }
 
 inline AmsTree *Load(const std::string &xml) {
-  std::string name = Temporary(xml);
+  std::string name = testing::TempDir() + "store_test." + std::to_string(getpid());
+  std::ofstream(name, std::ios::binary) << xml;
   AmsTree *tree = LoadFile(name);
   unlink(name.c_str());
   return tree;

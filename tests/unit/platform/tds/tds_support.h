@@ -17,6 +17,7 @@
 using Clock = std::chrono::steady_clock;
 
 enum : uint32_t {
+  kAny = 0,         /* for Await */
   kNote = 0x110001, /* recorded */
   kEcho = 0x110002, /* answered with its payload */
   kDie = 0x110003,  /* the process dies in the handler */
@@ -41,6 +42,8 @@ int Post(const Work *work, const char *module);
 
 /* An answer's text; "refused" without one. */
 std::string Ask(uint32_t id, const std::string &payload, const char *dest);
+
+std::string Taken(void *reply, uint32_t length); /* frees it */
 
 /* Answers the call in work. 0 or -1. */
 int Answer(std::string_view text);
