@@ -28,9 +28,8 @@ void ExpectDamageFound(const std::string &what, const std::string &bytes) {
   WriteBytes("area1", bytes);
   WriteBytes("area1.1", before);
   EXPECT_TRUE(Loaded(&log) == before);
-  EXPECT_EQ(log.find(" 4 nvram: in /var/nvram area1 is damaged ("), log.find(" 4 ")) << log;
+  EXPECT_NE(log.find("area1 is damaged ("), log.npos) << log;
   EXPECT_EQ(log.find(" 4 "), log.rfind(" 4 ")) << "one line: " << log;
-  EXPECT_NE(log.find(", kept as area1.bad.1; the commit before is used"), log.npos) << log;
   EXPECT_TRUE(FileBytes("area1.bad.1") == bytes);
   EXPECT_TRUE(Loaded(&log) == before) << "at the next start, too";
   EXPECT_EQ(log, "");

@@ -9,27 +9,13 @@
 #include <sys/syscall.h>
 
 #include <cstring>
-#include <utility>
 #include <vector>
 
+#include "../failing_commit.h"
 #include "../other_process.h"
 #include "lmdb_env.h"
 #include "nvram_desk.h"
 #include "nvram_support.h"
-
-namespace {
-void (*at_commit)(); /* called once, in place of a commit of the working copy, which then fails */
-}
-
-extern "C" int __real_mdb_txn_commit(MDB_txn *txn);
-extern "C" int __wrap_mdb_txn_commit(MDB_txn *txn);
-int __wrap_mdb_txn_commit(MDB_txn *txn) {
-  void (*instead)() = std::exchange(at_commit, nullptr);
-  if (instead == nullptr) return __real_mdb_txn_commit(txn);
-  mdb_txn_abort(txn);
-  instead();
-  return ENOMEM;
-}
 
 namespace {
 
@@ -298,7 +284,8 @@ void CommitElsewhere() {
 
 TEST_F(Nvram, TakingBackACommitLeavesThoseOfOthers) {
   ASSERT_TRUE(Apply({{"a", "1"}}));
-  at_commit = CommitElsewhere;
+  commits = "-";
+  at_failure = CommitElsewhere;
   EXPECT_FALSE(Apply({{"a", "2"}}));
   EXPECT_EQ(End(committer), 0);
   EXPECT_EQ(Walk(NVTYPE_STAGING), (Settings{{"a", "1"}, {"other", "1"}}));

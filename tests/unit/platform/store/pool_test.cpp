@@ -5,6 +5,7 @@
 #include <sys/mman.h>
 #include <unistd.h>
 
+#include "../failing_commit.h"
 #include "../other_process.h"
 #include "store_desk.h"
 #include "store_support.h"
@@ -13,24 +14,13 @@
 
 namespace {
 bool fork_fails;
-std::string commits; /* what happens to the next ones: '+', or '-' for one that fails */
-}  // namespace
+}
 
 extern "C" pid_t __real_fork(void);
 extern "C" pid_t __wrap_fork(void);
 pid_t __wrap_fork(void) {
   errno = EAGAIN;
   return fork_fails ? -1 : __real_fork();
-}
-
-extern "C" int __real_mdb_txn_commit(MDB_txn *txn);
-extern "C" int __wrap_mdb_txn_commit(MDB_txn *txn);
-int __wrap_mdb_txn_commit(MDB_txn *txn) {
-  bool fails = commits[0] == '-';
-  if (!commits.empty()) commits.erase(0, 1);
-  if (!fails) return __real_mdb_txn_commit(txn);
-  mdb_txn_abort(txn);
-  return ENOMEM;
 }
 
 namespace {

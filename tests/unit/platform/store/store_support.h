@@ -51,23 +51,19 @@ inline AmsTree *Load(const std::string &xml) {
 }
 
 /* Text forms with the separator shown as "|"; "(none)" for a call that failed. */
-inline std::string Shown(int result, char *text) {
-  std::string shown = result == 0 ? text : "(none)";
-  if (result != 0 && text != nullptr) shown = "failed, with a text";
+template <typename Call>
+std::string Shown(const Call &call) {
+  char *text = nullptr;
+  std::string shown = call(&text) == 0 ? text : text == nullptr ? "(none)" : "failed, with a text";
   __tds_free(text);
-  for (char &c : shown)
-    if (c == AMS_SEPARATOR) c = '|';
+  std::replace(shown.begin(), shown.end(), char{AMS_SEPARATOR}, '|');
   return shown;
 }
 inline std::string Text(const std::string &path) {
-  char *text = nullptr;
-  int result = ams_get_node_value(root, path.c_str(), &text);
-  return Shown(result, text);
+  return Shown([&](char **text) { return ams_get_node_value(root, path.c_str(), text); });
 }
 inline std::string WithAttributes(const std::string &path, int changed) {
-  char *text = nullptr;
-  int result = ams_read_withAttr(root, path.c_str(), changed, &text);
-  return Shown(result, text);
+  return Shown([&](char **text) { return ams_read_withAttr(root, path.c_str(), changed, text); });
 }
 inline std::string Leaf(const std::string &path) {
   char value[4096];
@@ -111,8 +107,8 @@ class Store : public testing::Test {
 /* ---- scripts: a file of the folder is a case ----
 
    A line is "VERB PATH VALUE => RESULT"; a path that begins with a dot, or is "/", begins at the
-   root.
-   \\HH is a byte. Each file starts with a tree of Model(), and nothing kept. */
+   root; a number before the verb repeats it. \\HH is a byte. Each file starts with a tree of
+   Model(), and nothing kept. */
 
 inline std::string remembered; /* a part of the tree */
 inline AmsUndo *undo;

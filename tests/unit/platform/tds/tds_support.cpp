@@ -37,7 +37,6 @@ void Run(int32_t, const void *data, uint32_t) { (**static_cast<const Work *const
 
 const MsgEntry kTable[] = {
     {TDS_MSG_INIT, Record},
-    {kPeerGone, Record},
     {kNote, Record},
     {kEcho, Echo},
     {kDie, Die},

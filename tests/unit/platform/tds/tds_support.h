@@ -23,7 +23,6 @@ enum : uint32_t {
   kDie = 0x110003,  /* the process dies in the handler */
   kRun = 0x110004,  /* payload: pointer to a std::function, run on the module's thread */
   kPublished = 0x110005,
-  kPeerGone = 0x102, /* the desk's runtime sends it */
 };
 
 struct Received {
