@@ -1,7 +1,6 @@
 // The scripts of the desk, and what a data-model file is refused for.
 #include <algorithm>
 #include <filesystem>
-#include <sstream>
 #include <vector>
 
 #include "../other_process.h"

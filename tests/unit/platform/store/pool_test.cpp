@@ -1,15 +1,12 @@
-// The store in shared memory: who takes it over in which state, what a full one refuses, and what
-// the desk offers beyond the contract. Until the first test of Store this process itself is not
+// The store in shared memory: who takes it over in which state, what a full one refuses, and who is
+// ended or taken back for it. Until the first test of Store this process itself is not
 // attached, so that others can be forked from it.
 #include <signal.h>
 #include <sys/mman.h>
-#include <unistd.h>
 
 #include "../failing_commit.h"
 #include "../other_process.h"
-#include "store_desk.h"
 #include "store_support.h"
-#include "tds_desk.h"
 #include "transaction.h"
 
 namespace {
