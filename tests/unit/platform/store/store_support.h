@@ -129,8 +129,6 @@ inline std::string Notified(Word path) {
   char value[16];
   return ams_get_attr(root, path.c_str(), value, sizeof value) == 0 ? value : "(none)";
 }
-inline std::string Unchanged(Word path) { return WithAttributes(path, 0); }
-inline std::string Changed(Word path) { return WithAttributes(path, 1); }
 inline std::string TextChecked(Word path) {
   EXPECT_EQ(ams_check_node(root, path.c_str()) == 0, Text(path) != "(none)") << path;
   return Text(path);
@@ -193,8 +191,8 @@ inline const std::map<std::string, std::string (*)(Word path, Word value)> kVerb
     {"text", Read<TextChecked>},
     {"leaf", Read<Leaf>},
     {"attr", Attribute},
-    {"with", Read<Unchanged>},
-    {"changed", Read<Changed>},
+    {"with", [](Word path, Word) { return WithAttributes(path, 0); }},
+    {"changed", [](Word path, Word) { return WithAttributes(path, 1); }},
     {"children", Read<Children>},
     {"next", Find<ams_get_next_child>},
     {"list", Read<Indexes>},

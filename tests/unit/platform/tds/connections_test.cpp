@@ -73,7 +73,7 @@ TEST_F(Tds, OwnIdsInFramesOfOthersAreRefused) {
   }
   raw.Send(Frame(kCallFrame, kEcho, 7, "goes on"));
   EXPECT_EQ(Frame(kAnswerFrame, kEcho, 7, "goes on"), raw.Next());
-  EXPECT_TRUE(Recorded().empty());
+  EXPECT_TRUE(Await(kAny, 0).empty());
 }
 
 /* Processor time of a process, in milliseconds. */

@@ -64,11 +64,6 @@ std::vector<Received> Await(uint32_t id, size_t count) {
   return found;
 }
 
-std::vector<Received> Recorded() {
-  std::lock_guard<std::mutex> lock(mutex);
-  return received;
-}
-
 int Post(const Work *work, const char *module) { return SendMsg(kRun, &work, sizeof work, module); }
 
 void OnModule(const char *module, const Work &work) {

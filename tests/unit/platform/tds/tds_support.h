@@ -32,7 +32,6 @@ struct Received {
 
 /* Waits for `count` records of `id`, 10 s at most, and forgets all; returns those of `id`. */
 std::vector<Received> Await(uint32_t id, size_t count);
-std::vector<Received> Recorded(); /* so far; forgets nothing */
 
 /* Runs `work` on the module's thread: to the end; or once it has time, then `work` has to live. */
 using Work = std::function<void()>;
