@@ -1,24 +1,10 @@
 // PDUs, records and texts to send: any bytes through the decoder, the encoder and the split into
 // parts. The first byte tells the status, the rest is each of the three in turn.
-#include <cstdint>
-#include <cstring>
-#include <memory>
-
 #include "check.h"
 #include "sms_parts.h"
 #include "sms_pdu.h"
 
-extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size);
-
 namespace {
-
-/* A block that ends where the text does, so that the sanitizer sees each byte behind it. */
-std::unique_ptr<char[]> Block(const uint8_t *data, size_t size, size_t with_nul) {
-  std::unique_ptr<char[]> block(new char[size + with_nul]);
-  memcpy(block.get(), data, size);
-  if (with_nul != 0) block[size] = '\0';
-  return block;
-}
 
 struct Decoded {
   ShortMsgParam record;
@@ -31,12 +17,8 @@ void Decode(const char *pdu, int16_t stat, Decoded *to) {
   to->record.stat = stat;
   int length = PduDecode(pdu, &to->record, &to->entry, to->text);
   Check(length >= 0 && length < SHORTMSG_TEXT_SIZE, "the length is none of a text");
-  CheckText(to->record.SCA, "SCA is not terminated");
-  CheckText(to->record.TPA, "TPA is not terminated");
-  CheckText(to->record.TP_SCTS, "TP_SCTS is not terminated");
-  CheckText(to->record.TP_UD, "TP_UD is not terminated");
-  CheckText(to->text, "the text is not terminated");
-  CheckText(to->entry.concatRef, "the reference is not terminated");
+  CheckTexts(to->record.SCA, to->record.TPA, to->record.TP_SCTS, to->record.TP_UD, to->text,
+             to->entry.concatRef);
   Check(to->record.stat == stat, "the status is not the caller's");
 }
 
@@ -100,7 +82,7 @@ void SplitText(const uint8_t *data, size_t size) {
   if (total < 0) return;
   bool digits = total > 1 && parts.dcs == SHORTMSG_DCS_UCS2;
   for (; ShortMsgNextPart(&parts, &record, &header) != 0; ++given) {
-    CheckText(record.TP_UD, "a part is not terminated");
+    CheckTexts(record.TP_UD);
     if (parts.dcs == SHORTMSG_DCS_7BIT) CheckSeptets(record.TP_UD, total > 1 ? 152 : 160);
     if (digits)
       length += static_cast<size_t>(

@@ -1,40 +1,14 @@
-// Requests from outside: any bytes through the parser and the dispatch, over a small store. The op
-// functions are stand-ins; nothing is sent but what the dispatch itself sends, to nobody.
-#include <cstdio>
-#include <cstring>
-
+// Requests from outside: any bytes through the parser and the dispatch, over the small store of
+// tests/data/request_fuzz.xml. The op functions are stand-ins; nothing is sent but what the
+// dispatch itself sends, to nobody.
 #include "ams_common_api.h"
 #include "appt_dispatch.h"
 #include "check.h"
 #include "tds_desk.h"
 
 extern "C" int LLVMFuzzerInitialize(int *argc, char ***argv);
-extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size);
 
 namespace {
-
-char kModel[] = R"(<?xml version="1.0"?>
-<InternetGatewayDevice type="object" op="FuncTop">
-  <Leaf type="string" writable="0">text</Leaf>
-  <Obj type="object" op="FuncObj">
-    <On type="boolean">1</On>
-    <Inner type="object"><Deep type="int">-4</Deep></Inner>
-    <Fails type="object" op="FuncFails"><X type="string"/></Fails>
-    <None type="object" op="FuncNone"><X type="string"/></None>
-    <Nowhere type="object" op="FuncNowhere"><X type="string"/></Nowhere>
-  </Obj>
-  <ListNumberOfEntries type="unsignedInt">0</ListNumberOfEntries>
-  <List type="array" op="FuncList">
-    <Template>
-      <Name type="string">new</Name>
-      <Sub type="array"><Template><Leaf type="string">x</Leaf></Template></Sub>
-    </Template>
-    <Instance id="1"/>
-    <Instance id="2"><Name>two</Name></Instance>
-  </List>
-  <Bare type="array"/>
-</InternetGatewayDevice>
-)";
 
 /* Requests that can have grown the tree, since it was loaded; it is loaded anew after so many. */
 constexpr uint32_t kAddsMax = 64;
@@ -42,7 +16,7 @@ uint32_t adds;
 
 /* Reads all that an op function is given, so that a text that is not terminated is noticed. */
 int Count(OpFuncArg *arg) {
-  CheckText(arg->path, "the path is not terminated");
+  CheckTexts(arg->path);
   Check(arg->path[0] == '\0' || arg->path[strlen(arg->path) - 1] != '.', "a \".\" ends the path");
   Check(arg->value == nullptr || strlen(arg->value) <= 255, "the value is longer than its length");
   Check(strlen(arg->name) < sizeof MsgArg::fucName, "the name is not terminated");
@@ -56,8 +30,8 @@ const OpFuncEntry kSecond[] = {
     {"FuncList", Count}, {"FuncFails", CountAndFail}, {"FuncNone", nullptr}, {nullptr, nullptr}};
 
 void Load() {
-  FILE *file = fmemopen(kModel, sizeof kModel - 1, "r");
-  Check(file != nullptr, "no memory");
+  FILE *file = fopen(FUZZ_MODEL, "re");
+  Check(file != nullptr, "no data model");
   gptXmlTrees->root = ams_mxmlLoadFile(nullptr, file, nullptr);
   fclose(file);
   Check(gptXmlTrees->root != nullptr, "the data model does not load");

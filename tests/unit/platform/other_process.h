@@ -1,4 +1,5 @@
-// Another process of the gateway: a fork of this one, which must not be attached to anything yet.
+// Another process of the gateway: a fork of this one, which must not be attached to anything yet
+// unless it becomes this program anew; and what is logged meanwhile.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -6,6 +7,7 @@
 #include <unistd.h>
 
 #include <functional>
+#include <string>
 
 using Steps = std::function<bool()>;
 
@@ -34,3 +36,24 @@ inline int End(pid_t pid) {
 }
 
 inline bool Elsewhere(const Steps &steps) { return End(Start(steps)) == 0; }
+
+/* Becomes this program with one argument, which its main knows. */
+inline Steps Anew(const char *argument) {
+  return [=] { return execl("/proc/self/exe", "test", argument, nullptr) == 0; };
+}
+
+/* What goes to standard error meanwhile. */
+inline std::string LogOf(const std::function<void()> &work) {
+  testing::internal::CaptureStderr();
+  work();
+  return testing::internal::GetCapturedStderr();
+}
+
+/* One line says that `user`, which is ended then, keeps `steps` from a damaged file. */
+inline void ExpectInUse(pid_t user, const Steps &steps) {
+  std::string log = LogOf([&] { EXPECT_FALSE(Elsewhere(steps)) << "the user would not see it"; });
+  EXPECT_NE(log.find("process " + std::to_string(user) + " has it open"), log.npos) << log;
+  EXPECT_EQ(log.find(" 4 "), log.rfind(" 4 ")) << "one line: " << log;
+  kill(user, SIGKILL);
+  EXPECT_EQ(End(user), SIGKILL);
+}

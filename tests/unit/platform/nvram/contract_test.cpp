@@ -1,43 +1,12 @@
 // What platform/include/nvram.h promises, on any board.
-#include <gtest/gtest.h>
-
-#include <cstdlib>
 #include <cstring>
-#include <map>
-#include <memory>
 #include <random>
-#include <string>
 #include <thread>
 #include <vector>
 
-#include "nvram.h"
+#include "nvram_calls.h"
 
 namespace {
-
-using Settings = std::map<std::string, std::string>;
-
-std::string Get(const char *key, int type) {
-  std::unique_ptr<char, void (*)(void *)> value(nvram_get(key, type), free);
-  return value == nullptr ? "(none)" : value.get();
-}
-
-Settings Walk(int type, const char *prefix) {
-  Settings found;
-  auto visit = [](const char *key, const char *value, void *context) {
-    (*static_cast<Settings *>(context))[key] = value;
-    return 0;
-  };
-  EXPECT_EQ(nvram_walk(type, prefix, visit, &found), 0);
-  return found;
-}
-
-class Nvram : public testing::Test {
- protected:
-  void SetUp() override {
-    ASSERT_EQ(nvram_init_semaphore(), 0);
-    ASSERT_EQ(nvram_clean(NVTYPE_STAGING) | nvram_clean(NVTYPE_BASIC), 0);
-  }
-};
 
 TEST_F(Nvram, Refusals) {
   const std::string key(400, 'k'), value(32 * 1024, 'v');
@@ -82,7 +51,7 @@ TEST_F(Nvram, AWalkSeesASnapshot) {
   std::string seen;
   EXPECT_EQ(nvram_walk(NVTYPE_STAGING, "a.", unset, &seen), 5);
   EXPECT_EQ(seen, "a.1 a.2 ");
-  EXPECT_EQ(Walk(NVTYPE_STAGING, ""),
+  EXPECT_EQ(Walk(NVTYPE_STAGING),
             (Settings{{"a", "a"}, {"a.3", "a.3"}, {"a.4", "new"}, {"b", "b"}}));
   EXPECT_EQ(Walk(NVTYPE_STAGING, "c"), Settings{});
   EXPECT_EQ(nvram_walk(9, "", unset, &seen), -1);
@@ -102,7 +71,7 @@ TEST_F(Nvram, ThreadsDoNotLoseEachOthersSettings) {
       }
     });
   for (std::thread &thread : threads) thread.join();
-  EXPECT_EQ(Walk(NVTYPE_BASIC, "").size(), 200u);
+  EXPECT_EQ(Walk(NVTYPE_BASIC).size(), 200u);
 }
 
 /* Always the same calls: a failure can be repeated. */
@@ -125,8 +94,8 @@ TEST_F(Nvram, AreasBehaveAsPlainMaps) {
       ASSERT_EQ(nvram_clean(type), 0);
       model[type].clear();
     }
-    ASSERT_EQ(Walk(1, ""), model[1]) << step;
-    ASSERT_EQ(Walk(2, ""), model[2]) << step;
+    ASSERT_EQ(Walk(1), model[1]) << step;
+    ASSERT_EQ(Walk(2), model[2]) << step;
   }
 }
 

@@ -3,22 +3,11 @@
 #pragma once
 
 #include <cstdint>
-#include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
-#include <map>
-#include <memory>
-#include <string>
 
-#include "nvram.h"
-
-using Settings = std::map<std::string, std::string>;
-
-inline std::string Get(const char *key, int type = NVTYPE_STAGING) {
-  std::unique_ptr<char, void (*)(void *)> value(nvram_get(key, type), free);
-  return value == nullptr ? "(none)" : value.get();
-}
+#include "nvram_calls.h"
 
 inline bool Is(const char *key, const std::string &value) { return Get(key) == value; }
 inline bool Set(const std::string &key, const std::string &value) {

@@ -10,7 +10,7 @@
 
 namespace {
 
-TEST_F(Store, ScriptsOfTheContract) { RunScripts(data_folder, 10); }
+TEST_F(Store, ScriptsOfTheContract) { RunScripts(data_folder, 11); }
 
 TEST_F(Store, BuffersOfTheCallerAreNeverOverrun) {
   struct {
@@ -53,6 +53,8 @@ TEST_F(Store, TheLongestValueAndPath) {
   EXPECT_EQ(ams_mxml_sset_leaf_int(IGD "DeviceInfo.UpTime", -5), 0);
   EXPECT_EQ(Leaf(IGD "DeviceInfo.UpTime"), "-5");
   EXPECT_EQ(ams_check_node(nullptr, IGD "Summary"), -1);
+  EXPECT_EQ(ams_save_xml(root, "/nowhere/saved.xml"), -1);
+  EXPECT_EQ(ams_mxml_load_to_staging(1), -1) << "there is no such source";
 }
 
 TEST_F(Store, ASpanIsSeenWholeOrNotAtAll) {
@@ -102,7 +104,7 @@ std::string PlainText(const Plain &model) {
   return text;
 }
 
-void Step(Plain *model, int what, unsigned number, const std::string &value) {
+void PlainStep(Plain *model, int what, unsigned number, const std::string &value) {
   std::string row = IGD "Services.List." + std::to_string(number);
   auto found = model->rows.find(number);
   char url[AMS_PATH_SIZE];
@@ -137,7 +139,7 @@ TEST_F(Store, BehavesAsAPlainMap) {
       const int what = static_cast<int>(random() % 4);
       std::string value(random() % 20, ' ');
       for (char &c : value) c = static_cast<char>(' ' + random() % ('{' - ' '));
-      Step(&model, what, 9 + random() % (2 + model.highest), value);
+      PlainStep(&model, what, 9 + random() % (2 + model.highest), value);
       ASSERT_EQ(Text(IGD "Services.List"), PlainText(model));
       ASSERT_EQ(Leaf(IGD "Services.ListNumberOfEntries"), std::to_string(model.rows.size()));
     }

@@ -1,36 +1,23 @@
-// The store in shared memory: who takes it over in which state, what a full one refuses, and what
-// the desk offers beyond the contract. Until the first test of Store this process itself is not
+// The store in shared memory: who takes it over in which state, what a full one refuses, and who is
+// ended or taken back for it. Until the first test of Store this process itself is not
 // attached, so that others can be forked from it.
 #include <signal.h>
 #include <sys/mman.h>
-#include <unistd.h>
 
+#include "../failing_commit.h"
 #include "../other_process.h"
-#include "store_desk.h"
 #include "store_support.h"
-#include "tds_desk.h"
 #include "transaction.h"
 
 namespace {
 bool fork_fails;
-std::string commits; /* what happens to the next ones: '+', or '-' for one that fails */
-}  // namespace
+}
 
 extern "C" pid_t __real_fork(void);
 extern "C" pid_t __wrap_fork(void);
 pid_t __wrap_fork(void) {
   errno = EAGAIN;
   return fork_fails ? -1 : __real_fork();
-}
-
-extern "C" int __real_mdb_txn_commit(MDB_txn *txn);
-extern "C" int __wrap_mdb_txn_commit(MDB_txn *txn);
-int __wrap_mdb_txn_commit(MDB_txn *txn) {
-  bool fails = commits[0] == '-';
-  if (!commits.empty()) commits.erase(0, 1);
-  if (!fails) return __real_mdb_txn_commit(txn);
-  mdb_txn_abort(txn);
-  return ENOMEM;
 }
 
 namespace {
@@ -64,22 +51,18 @@ TEST(StoreTakeover, ADamagedStoreIsReplacedAndASoundOneKept) {
   ASSERT_EQ(gptXmlTrees, nullptr);
   EXPECT_FALSE(Elsewhere(Attach)) << "there is no store yet";
   ASSERT_TRUE(Elsewhere(Serve));
-  const struct {
-    const char *what, *command;
-  } kDamages[] = {
-      {"nothing", "true"},
-      {"cut short", "truncate -s 20000 /dev/shm/ams_store/data.mdb"},
-      {"empty", "truncate -s 0 /dev/shm/ams_store/data.mdb"},
-      {"no LMDB file", "head -c 99999 /dev/urandom > /dev/shm/ams_store/data.mdb"},
-      {"junk in the pages",
-       "head -c 99999 /dev/urandom | dd of=/dev/shm/ams_store/data.mdb bs=4096 seek=2 "
-       "conv=notrunc"},
-      {"no lock file", "rm /dev/shm/ams_store/lock.mdb"},
+  const char *const kDamages[] = {
+      "true",
+      "truncate -s 20000 data.mdb",
+      "truncate -s 0 data.mdb",
+      "head -c 99999 /dev/urandom >data.mdb",
+      "head -c 99999 /dev/urandom | dd of=data.mdb bs=4096 seek=2 conv=notrunc 2>/dev/null",
+      "rm lock.mdb",
   };
-  for (const auto &damage : kDamages) {
-    EXPECT_EQ(WEXITSTATUS(system((std::string(damage.command) + " 2>/dev/null").c_str())), 0);
-    EXPECT_TRUE(Elsewhere(Serve)) << damage.what;
-    EXPECT_TRUE(Elsewhere(Attach)) << damage.what;
+  for (const char *damage : kDamages) {
+    EXPECT_EQ(system((std::string("cd /dev/shm/ams_store; ") + damage).c_str()), 0);
+    EXPECT_TRUE(Elsewhere(Serve)) << damage;
+    EXPECT_TRUE(Elsewhere(Attach)) << damage;
   }
 }
 
@@ -93,12 +76,7 @@ TEST(StoreTakeover, ClientsStayAttached) {
   EXPECT_EQ(WEXITSTATUS(system("dd if=/dev/urandom of=/dev/shm/ams_store/data.mdb bs=4096 seek=2 "
                                "count=9 conv=notrunc 2>/dev/null")),
             0);
-  testing::internal::CaptureStderr();
-  EXPECT_FALSE(Elsewhere(Serve)) << "damaged, and in use";
-  std::string told = testing::internal::GetCapturedStderr();
-  EXPECT_NE(told.find("process " + std::to_string(watcher) + " has it open"), told.npos) << told;
-  kill(watcher, SIGKILL);
-  (void)End(watcher); /* killed */
+  ExpectInUse(watcher, Serve);
   EXPECT_TRUE(Elsewhere(Serve));
 }
 
@@ -146,9 +124,9 @@ TEST(StoreTakeover, StatusThatHasNoRoomIsPassedOver) {
       [] { return nvram_set(IGD "Kept", "longer than in the file", NVTYPE_STAGING) == 0; }));
   int before = 0;
   for (const auto &start : kStarts) {
-    testing::internal::CaptureStderr();
-    EXPECT_TRUE(Elsewhere([&] { return Crowd(start.most, counts, counts + 1); })) << start.what;
-    std::string told = testing::internal::GetCapturedStderr();
+    std::string told = LogOf([&] {
+      EXPECT_TRUE(Elsewhere([&] { return Crowd(start.most, counts, counts + 1); })) << start.what;
+    });
     size_t line = told.find(" status values passed over");
     int passed_over = line == told.npos ? 0 : atoi(told.c_str() + told.rfind(' ', line - 1));
     EXPECT_EQ(counts[0] + passed_over, before) << start.what << told;
@@ -162,14 +140,6 @@ TEST(StoreTakeover, StatusThatHasNoRoomIsPassedOver) {
 TEST_F(Store, NothingOfItIsInheritedByPrograms) {
   EXPECT_NE(nvram_init_semaphore(), -1);
   EXPECT_EQ(WEXITSTATUS(system("ls -l /proc/self/fd | grep -q mdb")), 1);
-}
-
-TEST_F(Store, TheServingModuleIsThatOfTheNearestAncestor) {
-  char mod[32], small[5];
-  EXPECT_EQ(ams_desk_mod(IGD "Services.List.9.Sub.1.Leaf", mod, sizeof mod), 0);
-  EXPECT_STREQ(mod, "sysmgr:capabinfo");
-  EXPECT_EQ(ams_desk_mod(IGD "Summary", mod, sizeof mod), -1);
-  EXPECT_EQ(ams_desk_mod(IGD "Services", small, sizeof small), -1);
 }
 
 /* Adds a row with the longest name. */
@@ -200,9 +170,7 @@ TEST_F(Store, AFullStoreRefusesAndStaysAsItWas) {
   ASSERT_EQ(ams_get_array_maxIndex(root, IGD "Services.List", last, sizeof last), 0);
   const int highest = atoi(last);
   EXPECT_GT(highest, 5800);
-  testing::internal::CaptureStderr();
-  EXPECT_EQ(AddLong(url), -1);
-  std::string told = testing::internal::GetCapturedStderr();
+  std::string told = LogOf([&] { EXPECT_EQ(AddLong(url), -1); });
   EXPECT_NE(told.find("the store is full: delete something"), told.npos) << told;
   for (int round = 0; round < 300; ++round) /* what makes it no larger goes on */
     EXPECT_EQ(ams_mxml_fset_leaf(IGD "Summary", round % 2 != 0 ? "full" : "FULL"), 0);
@@ -216,55 +184,31 @@ TEST_F(Store, AFullStoreRefusesAndStaysAsItWas) {
 
 /* The settings' commit comes first, then the tree's, then, to take it back, the settings' again. */
 TEST_F(Store, WhatIsKeptIsTakenBackWhenTheTreesCommitFails) {
-  const struct {
-    const char *commits, *kept, *says;
-  } kCases[] = {
-      {"-", "(none)", "not changed"},
-      {"+-", "(none)", "committing to the tree failed"},
-      {"+--", "new", IGD "Summary is kept, though"},
-  };
-  for (const auto &one : kCases) {
+  const char *const kCases[][3] = {{"-", "(none)", "not changed"},
+                                   {"+-", "(none)", "committing to the tree failed"},
+                                   {"+--", "new", IGD "Summary is kept, though"}};
+  for (const auto &[fails, kept, says] : kCases) {
     ASSERT_EQ(nvram_clean(NVTYPE_STAGING) | nvram_commit(NVTYPE_STAGING), 0);
-    testing::internal::CaptureStderr();
-    commits = one.commits;
-    EXPECT_EQ(ams_set_node_value(root, IGD "Summary", "new"), -1) << one.commits;
-    std::string told = testing::internal::GetCapturedStderr();
-    EXPECT_EQ(commits, "");
-    EXPECT_EQ(Leaf(IGD "Summary"), "sum") << one.commits;
-    EXPECT_EQ(Kept(IGD "Summary"), one.kept) << one.commits;
-    EXPECT_NE(told.find(one.says), told.npos) << told;
+    commits = fails;
+    std::string told = LogOf([] { EXPECT_EQ(ams_set_node_value(root, IGD "Summary", "new"), -1); });
+    EXPECT_EQ(commits + Leaf(IGD "Summary"), "sum") << fails;
+    EXPECT_EQ(Get(IGD "Summary"), kept) << fails;
+    EXPECT_NE(told.find(says), told.npos) << told;
   }
 }
 
 TEST_F(Store, AReaderThatStandsStillIsEndedWhenThePagesRunOut) {
-  int status = 0;
-  pid_t holder = fork();
-  if (holder == 0) {
-    execl("/proc/self/exe", "store_test", "hold", nullptr);
-    _exit(127);
-  }
-  ASSERT_EQ(waitpid(holder, &status, WUNTRACED), holder);
-  ASSERT_TRUE(WIFSTOPPED(status));
-  testing::internal::CaptureStderr();
+  pid_t holder = StartStopped(Anew("hold"));
   int refused = 0;
-  for (int round = 0; round < 10000; ++round) {
-    std::string value(AMS_VALUE_MAX, static_cast<char>('a' + round % 2));
-    refused += ams_mxml_fset_leaf(IGD "Summary", value.c_str()) == 0 ? 0 : 1;
-  }
-  std::string told = testing::internal::GetCapturedStderr();
+  std::string told = LogOf([&] {
+    for (int round = 0; round < 10000; ++round) {
+      std::string value(AMS_VALUE_MAX, static_cast<char>('a' + round % 2));
+      refused += ams_mxml_fset_leaf(IGD "Summary", value.c_str()) == 0 ? 0 : 1;
+    }
+  });
   EXPECT_EQ(refused, 1) << "the write that found no page";
   EXPECT_NE(told.find("process " + std::to_string(holder) + " stood still"), told.npos) << told;
-  EXPECT_EQ(waitpid(holder, &status, WNOHANG), holder);
-}
-
-TEST_F(Store, TextsAreTheCallersOnly) {
-  int64_t before = tds_malloc_count(nullptr).blocks;
-  for (const char *path : {"InternetGatewayDevice", IGD "Summary", IGD "None"}) {
-    (void)Text(path); /* frees what it got */
-    (void)WithAttributes(path, 0);
-    (void)WithAttributes(path, 1);
-  }
-  EXPECT_EQ(tds_malloc_count(nullptr).blocks, before);
+  EXPECT_EQ(End(holder), SIGKILL);
 }
 
 }  // namespace

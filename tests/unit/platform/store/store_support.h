@@ -6,17 +6,15 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
 #include <fstream>
-#include <memory>
 #include <sstream>
 #include <string>
 
+#include "../nvram/nvram_calls.h"
 #include "ams_store.h"
-#include "nvram.h"
 #include "tds.h"
 
 #define IGD "InternetGatewayDevice."
@@ -35,12 +33,6 @@ inline std::string Model() { return FileText(data_folder + "/model.xml"); }
 
 inline AmsTree *root; /* of the tree that is loaded */
 
-inline std::string Temporary(const std::string &content) {
-  std::string name = testing::TempDir() + "store_test." + std::to_string(getpid());
-  std::ofstream(name, std::ios::binary) << content;
-  return name;
-}
-
 inline AmsTree *LoadFile(const std::string &name) {
   FILE *file = fopen(name.c_str(), "re");
   AmsTree *tree = ams_mxmlLoadFile(nullptr, file, nullptr);
@@ -49,30 +41,27 @@ inline AmsTree *LoadFile(const std::string &name) {
 }
 
 inline AmsTree *Load(const std::string &xml) {
-  std::string name = Temporary(xml);
+  std::string name = testing::TempDir() + "store_test." + std::to_string(getpid());
+  std::ofstream(name, std::ios::binary) << xml;
   AmsTree *tree = LoadFile(name);
   unlink(name.c_str());
   return tree;
 }
 
 /* Text forms with the separator shown as "|"; "(none)" for a call that failed. */
-inline std::string Shown(int result, char *text) {
-  std::string shown = result == 0 ? text : "(none)";
-  if (result != 0 && text != nullptr) shown = "failed, with a text";
+template <typename Call>
+std::string Shown(const Call &call) {
+  char *text = nullptr;
+  std::string shown = call(&text) == 0 ? text : text == nullptr ? "(none)" : "failed, with a text";
   __tds_free(text);
-  for (char &c : shown)
-    if (c == AMS_SEPARATOR) c = '|';
+  std::replace(shown.begin(), shown.end(), char{AMS_SEPARATOR}, '|');
   return shown;
 }
 inline std::string Text(const std::string &path) {
-  char *text = nullptr;
-  int result = ams_get_node_value(root, path.c_str(), &text);
-  return Shown(result, text);
+  return Shown([&](char **text) { return ams_get_node_value(root, path.c_str(), text); });
 }
 inline std::string WithAttributes(const std::string &path, int changed) {
-  char *text = nullptr;
-  int result = ams_read_withAttr(root, path.c_str(), changed, &text);
-  return Shown(result, text);
+  return Shown([&](char **text) { return ams_read_withAttr(root, path.c_str(), changed, text); });
 }
 inline std::string Leaf(const std::string &path) {
   char value[4096];
@@ -99,18 +88,6 @@ inline std::string Children(const std::string &parent) {
   return names;
 }
 
-/* What a start makes of a file and of what is kept. */
-inline void LayKept(const std::string &xml = Model()) {
-  root = Load(xml);
-  EXPECT_EQ(update_from_nvram(root, NVTYPE_STAGING), 0);
-}
-
-/* What is kept of a leaf. */
-inline std::string Kept(const std::string &path) {
-  std::unique_ptr<char, void (*)(void *)> value(nvram_get(path.c_str(), NVTYPE_STAGING), free);
-  return value == nullptr ? "(none)" : value.get();
-}
-
 /* Each test starts with a tree of Model(), and nothing kept. */
 class Store : public testing::Test {
  protected:
@@ -128,21 +105,25 @@ class Store : public testing::Test {
 /* ---- scripts: a file of the folder is a case ----
 
    A line is "VERB PATH VALUE => RESULT"; a path that begins with a dot, or is "/", begins at the
-   root.
-   \\HH is a byte. Each file starts with a tree of Model(), and nothing kept. */
+   root; a number before the verb repeats it. \\HH is a byte. Each file starts with a tree of
+   Model(), and nothing kept. */
 
-inline std::string remembered; /* a node's text */
+inline std::string remembered; /* a part of the tree */
 inline AmsUndo *undo;
 
 using Word = const std::string &;
-inline std::string Number(int result) { return std::to_string(result); }
-inline std::string AddedPath(Word array) {
-  char url[AMS_PATH_SIZE];
-  return ams_add_obj(root, array.c_str(), url) == 0 ? url : "(none)";
+template <int (*write)(AmsTree *, const char *, const char *)>
+std::string Write(Word path, Word value) {
+  return std::to_string(write(root, path.c_str(), value.c_str()));
 }
-inline std::string NextOf(Word child) {
+template <int (*find)(AmsTree *, const char *, char *)>
+std::string Find(Word path, Word) {
   char url[AMS_PATH_SIZE];
-  return ams_get_next_child(root, child.c_str(), url) == 0 ? url : "(none)";
+  return find(root, path.c_str(), url) == 0 ? url : "(none)";
+}
+template <std::string (*read)(Word path)>
+std::string Read(Word path, Word) {
+  return read(path);
 }
 inline std::string Notified(Word path) {
   char value[16];
@@ -152,25 +133,52 @@ inline std::string TextChecked(Word path) {
   EXPECT_EQ(ams_check_node(root, path.c_str()) == 0, Text(path) != "(none)") << path;
   return Text(path);
 }
-inline std::string AllKept(Word below) {
-  std::string all;
-  auto visit = [](const char *key, const char *value, void *context) {
-    std::string &text = *static_cast<std::string *>(context);
-    text += (text.empty() ? "" : "|") + std::string(key) + "=" + value;
-    return 0;
-  };
-  EXPECT_EQ(nvram_walk(NVTYPE_STAGING, below.c_str(), visit, &all), 0);
-  for (size_t at; (at = all.find(below)) != std::string::npos;) all.erase(at, below.size());
+/* Everything that can be asked of a part of the tree. */
+inline std::string Dump(Word top) {
+  std::string all = top + " " + Attribute(top, "type") + " " + Attribute(top, "op") + " " +
+                    Notified(top) + " " + Children(top) + "\n" + WithAttributes(top, 0) + "\n";
+  std::istringstream names(Children(top));
+  for (std::string name; names >> name;) all += Dump(top + "." + name);
   return all;
 }
-inline std::string StartAnew(std::string xml) {
-  root = Load(xml);
-  return Number(update_from_nvram(root, NVTYPE_STAGING));
+inline std::string Keep(Word path, Word value) {
+  return std::to_string(nvram_set(path.c_str(), value.c_str(), NVTYPE_STAGING));
 }
-inline std::string SaveAndLoad() {
+inline std::string AllKept(Word below) {
+  std::string all;
+  for (const auto &[key, value] : Walk(NVTYPE_STAGING, below.c_str()))
+    all += (all.empty() ? "" : "|") + key.substr(below.size()) + "=" + value;
+  return all;
+}
+inline std::string StartAnew(Word xml) {
+  root = Load(xml);
+  return std::to_string(update_from_nvram(root, NVTYPE_STAGING));
+}
+/* Saved with this margin for start tags, or compact ("-"). The form differs from the last one's. */
+inline std::string SaveAndLoad(Word, Word margin) {
+  static std::string last;
   const std::string file = testing::TempDir() + "saved.xml";
-  EXPECT_EQ(ams_save_xml(root, file.c_str()), 0);
+  if (isdigit(margin[0]) != 0) mxmlSetWrapMargin(std::stoi(margin));
+  EXPECT_EQ((margin == "-" ? ams_align_xml : ams_save_xml)(root, file.c_str()), 0);
+  EXPECT_NE(last, FileText(file));
+  last = FileText(file);
   return (root = LoadFile(file)) == nullptr ? "(none)" : "0";
+}
+/* The backup's file: the result, and what is said of it on standard output, or the lines that are
+   named on standard error. */
+inline std::string LoadBackup(Word, Word content) {
+  std::ofstream("/var/config/backup.conf") << content;
+  testing::internal::CaptureStdout();
+  testing::internal::CaptureStderr();
+  std::string result = std::to_string(ams_mxml_load_to_staging(3));
+  fflush(stdout);
+  std::istringstream said(testing::internal::GetCapturedStdout());
+  std::istringstream named(testing::internal::GetCapturedStderr());
+  for (std::string line; std::getline(said, line);) result += " " + line;
+  for (std::string word; named >> word;)
+    if (word.find("backup.conf:") != word.npos) result += " " + word;
+  unlink("/var/config/backup.conf");
+  return result;
 }
 /* The file with other ports in the template and in row 2. */
 inline std::string OtherModel() {
@@ -179,65 +187,58 @@ inline std::string OtherModel() {
   return model;
 }
 
-struct Verb {
-  const char *name;
-  std::string (*run)(Word path, Word value);
-};
-inline const Verb kVerbs[] = {
-    {"text", [](Word path, Word) { return TextChecked(path); }},
-    {"leaf", [](Word path, Word) { return Leaf(path); }},
-    {"attr", [](Word path, Word name) { return Attribute(path, name); }},
+inline const std::map<std::string, std::string (*)(Word path, Word value)> kVerbs = {
+    {"text", Read<TextChecked>},
+    {"leaf", Read<Leaf>},
+    {"attr", Attribute},
     {"with", [](Word path, Word) { return WithAttributes(path, 0); }},
     {"changed", [](Word path, Word) { return WithAttributes(path, 1); }},
-    {"children", [](Word path, Word) { return Children(path); }},
-    {"next", [](Word path, Word) { return NextOf(path); }},
-    {"list", [](Word path, Word) { return Indexes(path); }},
-    {"set",
-     [](Word path, Word value) {
-       return Number(ams_set_node_value(root, path.c_str(), value.c_str()));
-     }},
-    {"status",
-     [](Word path, Word value) {
-       return Number(ams_sset_node_value(root, path.c_str(), value.c_str()));
-     }},
-    {"notify",
-     [](Word path, Word value) { return Number(ams_set_attr(root, path.c_str(), value.c_str())); }},
-    {"notified", [](Word path, Word) { return Notified(path); }},
-    {"add", [](Word path, Word) { return AddedPath(path); }},
-    {"del", [](Word path, Word) { return Number(ams_del_obj(root, path.c_str())); }},
-    {"begin", [](Word, Word) { return Number(ams_write_begin()); }},
-    {"end", [](Word, Word) { return Number(ams_write_end()); }},
-    {"cancel", [](Word, Word) { return Number(ams_write_cancel()); }},
-    {"note", [](Word path, Word) { return Number(ams_undo_note(root, &undo, path.c_str())); }},
-    {"undo", [](Word, Word) { return Number(ams_undo_end(std::exchange(undo, nullptr), 1)); }},
-    {"keep",
-     [](Word path, Word value) {
-       return Number(nvram_set(path.c_str(), value.c_str(), NVTYPE_STAGING));
-     }},
-    {"kept", [](Word path, Word) { return Kept(path); }},
-    {"keeps", [](Word path, Word) { return AllKept(path); }},
-    {"forget", [](Word, Word) { return Number(nvram_clean(NVTYPE_STAGING)); }},
+    {"children", Read<Children>},
+    {"next", Find<ams_get_next_child>},
+    {"list", Read<Indexes>},
+    {"set", Write<ams_set_node_value>},
+    {"status", Write<ams_sset_node_value>},
+    {"notify", Write<ams_set_attr>},
+    {"notified", Read<Notified>},
+    {"add", Find<ams_add_obj>},
+    {"del", [](Word path, Word) { return std::to_string(ams_del_obj(root, path.c_str())); }},
+    {"begin", [](Word, Word) { return std::to_string(ams_write_begin()); }},
+    {"end", [](Word, Word) { return std::to_string(ams_write_end()); }},
+    {"cancel", [](Word, Word) { return std::to_string(ams_write_cancel()); }},
+    {"note",
+     [](Word path, Word) { return std::to_string(ams_undo_note(root, &undo, path.c_str())); }},
+    {"undo",
+     [](Word, Word) { return std::to_string(ams_undo_end(std::exchange(undo, nullptr), 1)); }},
+    {"keep", Keep},
+    {"kept", [](Word path, Word) { return Get(path.c_str()); }},
+    {"keeps", Read<AllKept>},
+    {"forget", [](Word, Word) { return std::to_string(nvram_clean(NVTYPE_STAGING)); }},
     {"start", [](Word, Word) { return StartAnew(Model()); }},
     {"start-other", [](Word, Word) { return StartAnew(OtherModel()); }},
     {"load", [](Word file, Word) { return StartAnew(FileText(data_folder + "/" + file)); }},
-    {"reload", [](Word, Word) { return SaveAndLoad(); }},
-    {"remember", [](Word path, Word) { return remembered = Text(path), Number(0); }},
-    {"same", [](Word path, Word) { return std::string(Text(path) == remembered ? "yes" : "no"); }},
+    {"reload", SaveAndLoad},
+    {"backup", LoadBackup},
+    {"remember", [](Word path, Word) { return remembered = Dump(path), std::string("0"); }},
+    {"same", [](Word path, Word) { return std::string(Dump(path) == remembered ? "yes" : "no"); }},
 };
 
+inline std::string Unescaped(std::string text) {
+  for (size_t at = 0; (at = text.find('\\', at)) != text.npos; ++at)
+    text.replace(at, 3, 1, static_cast<char>(std::stoi(text.substr(at + 1, 2), nullptr, 16)));
+  return text;
+}
+
 inline std::string RunLine(const std::string &line) {
-  std::string verb, path, value, plain;
-  for (size_t at = 0; at < line.size(); at += line[at] == '\\' ? 3 : 1)
-    plain += line[at] == '\\' ? static_cast<char>(std::stoi(line.substr(at + 1, 2), nullptr, 16))
-                              : line[at];
-  std::stringstream words(plain);
+  std::string verb, path, value, result;
+  std::stringstream words(line);
+  int times = 1;
+  if (isdigit(line[0]) != 0) words >> times;
   words >> verb >> path >> std::ws;
   std::getline(words, value);
   if (!path.empty() && (path[0] == '.' || path == "/"))
     path = "InternetGatewayDevice" + (path == "/" ? "" : path);
-  for (const Verb &one : kVerbs)
-    if (verb == one.name) return one.run(path, value);
-  return "there is no verb " + verb;
+  for (; times > 0; --times) result = kVerbs.at(verb)(Unescaped(path), Unescaped(value));
+  return result;
 }
 
 /* At least `least` files. */

@@ -60,7 +60,7 @@ TEST_F(Tds, TheRuntimesOwnIdsComeFromItAlone) {
     EXPECT_EQ(-1, SendMsg(id, "x", 1, "unit:a")) << std::hex << id;
   }
   EXPECT_EQ("goes on", Ask(kEcho, "goes on", "unit:a"));
-  EXPECT_TRUE(Recorded().empty());
+  EXPECT_TRUE(Await(kAny, 0).empty());
 }
 
 TEST_F(Tds, ABurstToABusyModuleIsKept) {
@@ -98,14 +98,12 @@ TEST_F(Tds, TimersExpireOnceAndRestart) {
     EXPECT_EQ(-1, SetTimer(-1, 1));
   });
   EXPECT_EQ(1U, Await(TDS_MSG_TIMER + 3, 1).size());
-  OnModule("unit:a", [] {
+  const Work set = [] {
     SetTimer(3, 10);
     SetTimer(0, 40);
-  });
-  for (Clock::time_point end = Clock::now() + std::chrono::seconds(10);
-       Recorded().size() < 2 && Clock::now() < end;)
-    tds_delay(1);
-  std::vector<Received> fired = Recorded();
+  };
+  ASSERT_EQ(0, Post(&set, "unit:a"));
+  std::vector<Received> fired = Await(kAny, 2);
   ASSERT_EQ(2U, fired.size()) << "once, until it is set again";
   EXPECT_EQ(TDS_MSG_TIMER + 3U, fired[0].id);
   EXPECT_EQ(TDS_MSG_TIMER + 0U, fired[1].id);

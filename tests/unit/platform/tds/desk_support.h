@@ -15,18 +15,16 @@
 #include <vector>
 
 #include "tds_desk.h"
+#include "tds_support.h"
 
 /* As Ask, with the reason and a limit. */
 inline std::string Call(uint32_t id, const std::string &payload, const char *dest,
                         uint32_t limit = 10000) {
   void *reply;
   uint32_t length;
-  if (tds_call(id, payload.data(), static_cast<uint32_t>(payload.size()), dest, limit, &reply,
-               &length) != 0)
-    return strerrorname_np(errno);
-  std::string text(static_cast<char *>(reply), length);
-  __tds_free(reply);
-  return text;
+  int result = tds_call(id, payload.data(), static_cast<uint32_t>(payload.size()), dest, limit,
+                        &reply, &length);
+  return result == 0 ? Taken(reply, length) : strerrorname_np(errno);
 }
 
 struct Raw {

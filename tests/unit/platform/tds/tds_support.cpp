@@ -3,12 +3,11 @@
 
 #include <fcntl.h>
 #include <signal.h>
-#include <sys/wait.h>
-#include <unistd.h>
 
 #include <condition_variable>
 #include <mutex>
 
+#include "../other_process.h"
 #include "ams_print.h"
 
 PrtMapEntry DF_PRT_MAP[] = {{"default", 3}, {"unit:b", 3}, {nullptr, 0}};
@@ -38,7 +37,6 @@ void Run(int32_t, const void *data, uint32_t) { (**static_cast<const Work *const
 
 const MsgEntry kTable[] = {
     {TDS_MSG_INIT, Record},
-    {kPeerGone, Record},
     {kNote, Record},
     {kEcho, Echo},
     {kDie, Die},
@@ -59,16 +57,11 @@ std::vector<Received> Await(uint32_t id, size_t count) {
   arrived.wait_for(lock, std::chrono::seconds(10), [&] {
     found.clear();
     for (const Received &one : received)
-      if (one.id == id) found.push_back(one);
+      if (id == kAny || one.id == id) found.push_back(one);
     return found.size() >= count;
   });
   received.clear();
   return found;
-}
-
-std::vector<Received> Recorded() {
-  std::lock_guard<std::mutex> lock(mutex);
-  return received;
 }
 
 int Post(const Work *work, const char *module) { return SendMsg(kRun, &work, sizeof work, module); }
@@ -85,9 +78,14 @@ void OnModule(const char *module, const Work &work) {
 std::string Ask(uint32_t id, const std::string &payload, const char *dest) {
   void *reply;
   uint32_t length;
-  if (SendMsg_syn_lib(id, payload.data(), static_cast<uint32_t>(payload.size()), dest, &reply,
-                      &length) != 0)
-    return reply == nullptr && length == 0 ? "refused" : "refused, with an answer";
+  int result = SendMsg_syn_lib(id, payload.data(), static_cast<uint32_t>(payload.size()), dest,
+                               &reply, &length);
+  return result == 0                       ? Taken(reply, length)
+         : reply == nullptr && length == 0 ? "refused"
+                                           : "refused, with an answer";
+}
+
+std::string Taken(void *reply, uint32_t length) {
   std::string text(static_cast<char *>(reply), length);
   __tds_free(reply);
   return text;
@@ -102,13 +100,10 @@ int Answer(std::string_view text) {
 PeerProcess::PeerProcess(rlim_t descriptors) {
   int ready[2];
   EXPECT_EQ(0, pipe2(ready, O_CLOEXEC));
-  pid = fork();
-  if (pid == 0) {
+  pid = Start([&] {
     if (descriptors != 0) LimitDescriptors(0, descriptors);
-    dup2(ready[1], 3);
-    execl("/proc/self/exe", "tds_test", "--peer", nullptr);
-    _exit(127);
-  }
+    return dup2(ready[1], 3) == 3 && Anew("--peer")();
+  });
   close(ready[1]);
   char byte;
   EXPECT_EQ(1, read(ready[0], &byte, 1)) << "the peer did not come up";
@@ -118,8 +113,7 @@ PeerProcess::PeerProcess(rlim_t descriptors) {
 void PeerProcess::Kill() {
   if (pid <= 0) return;
   kill(pid, SIGKILL);
-  waitpid(pid, nullptr, 0);
-  pid = 0;
+  EXPECT_TRUE(WIFSIGNALED(End(std::exchange(pid, 0))));
 }
 
 void LimitDescriptors(pid_t whose, rlim_t descriptors) {

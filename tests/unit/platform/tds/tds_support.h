@@ -17,12 +17,12 @@
 using Clock = std::chrono::steady_clock;
 
 enum : uint32_t {
+  kAny = 0,         /* for Await */
   kNote = 0x110001, /* recorded */
   kEcho = 0x110002, /* answered with its payload */
   kDie = 0x110003,  /* the process dies in the handler */
   kRun = 0x110004,  /* payload: pointer to a std::function, run on the module's thread */
   kPublished = 0x110005,
-  kPeerGone = 0x102, /* the desk's runtime sends it */
 };
 
 struct Received {
@@ -32,7 +32,6 @@ struct Received {
 
 /* Waits for `count` records of `id`, 10 s at most, and forgets all; returns those of `id`. */
 std::vector<Received> Await(uint32_t id, size_t count);
-std::vector<Received> Recorded(); /* so far; forgets nothing */
 
 /* Runs `work` on the module's thread: to the end; or once it has time, then `work` has to live. */
 using Work = std::function<void()>;
@@ -41,6 +40,8 @@ int Post(const Work *work, const char *module);
 
 /* An answer's text; "refused" without one. */
 std::string Ask(uint32_t id, const std::string &payload, const char *dest);
+
+std::string Taken(void *reply, uint32_t length); /* frees it */
 
 /* Answers the call in work. 0 or -1. */
 int Answer(std::string_view text);
