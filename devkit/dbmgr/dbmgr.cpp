@@ -8,6 +8,7 @@
 #include "dbmgr_forms.h"
 #include "dbmgr_proto.h"
 #include "dbmgr_route.h"
+#include "exit_status.h"
 #include "nvram.h"
 #include "store_desk.h"
 #include "sup_main.h"
@@ -53,16 +54,16 @@ int main(int argc, char **argv) {
   AMS_PrintMgt_Init();
   if (nvram_init_semaphore() != 0) { /* else the boot would pass for one of a burnt image */
     fprintf(stderr, "dbmgr: the settings cannot be had: the line above names the reason\n");
-    return 1;
+    return EXIT_REFUSED;
   }
   ams_desk_check_kept(CheckForm); /* a backup or a file on flash may hold anything */
   if (SDB_serverInit() != 0 || gptXmlTrees == nullptr || gptXmlTrees->root == nullptr) {
     fprintf(stderr, "dbmgr: the data model did not load: the lines above name the reason\n");
-    return 1;
+    return EXIT_REFUSED;
   }
   if (SysInit(kModules) != 0) {
     fprintf(stderr, "dbmgr: cannot serve %s: does another one run?\n", DBMGR_NAME);
-    return 1;
+    return EXIT_REFUSED;
   }
   for (;;) tds_delay(5000);
 }
