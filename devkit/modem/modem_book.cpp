@@ -147,7 +147,7 @@ AtAnswer Ussd(Modem *modem, const AtCall &call) {
 
 }  // namespace
 
-const AtRow BOOK_ROWS[] = {
+const AtRow kBookRows[] = {
     {"+CPBS", AtErrors::EQUIPMENT, Phonebook, nullptr},
     {"+CPBR", AtErrors::EQUIPMENT, ReadContacts, nullptr},
     {"+CPBW", AtErrors::EQUIPMENT, WriteContact, nullptr},

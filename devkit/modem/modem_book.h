@@ -3,4 +3,4 @@
 
 #include "modem_command.h"
 
-extern const AtRow BOOK_ROWS[]; /* a row without a name ends them */
+extern const AtRow kBookRows[]; /* a row without a name ends them */

@@ -241,7 +241,7 @@ bool TakeByte(Modem *modem, char byte, time_t now, ModemOutput *output) {
 }  // namespace
 
 const AtRow *FindAtRow(const std::string &name) {
-  for (const AtRow *row : {kOwnRows, BOOK_ROWS, SMS_ROWS})
+  for (const AtRow *row : {kOwnRows, kBookRows, kSmsRows})
     for (; row->name != nullptr; ++row)
       if (name == row->name) return row;
   return nullptr;

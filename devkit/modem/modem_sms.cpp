@@ -220,7 +220,7 @@ AtAnswer Write(Modem *modem, const AtCall &call) {
 
 }  // namespace
 
-const AtRow SMS_ROWS[] = {
+const AtRow kSmsRows[] = {
     {"+CMGF", AtErrors::MESSAGE, MessageFormat, nullptr},
     {"+CSCA", AtErrors::MESSAGE, ServiceCentre, nullptr},
     {"+CPMS", AtErrors::MESSAGE, Storages, nullptr},

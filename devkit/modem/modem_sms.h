@@ -8,7 +8,7 @@
 
 #include "modem_command.h"
 
-extern const AtRow SMS_ROWS[]; /* a row without a name ends them */
+extern const AtRow kSmsRows[]; /* a row without a name ends them */
 
 /* ---- the network's side ---- */
 
