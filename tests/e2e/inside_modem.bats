@@ -1,5 +1,5 @@
 #!/usr/bin/env bats
-# shellcheck disable=SC2030,SC2031,SC2086 # the paths have no blanks; each test is a subshell
+# shellcheck disable=SC2030,SC2031,SC2034,SC2086 # each test is a subshell; sessions use them; the paths have no blanks
 # The modem simulator behind its tty, and the tools that talk to it. Runs inside the sandbox.
 load helpers
 
