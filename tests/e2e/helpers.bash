@@ -76,3 +76,39 @@ stub_reset() { rm -f /var/devkit/stub/*; }
 
 # The pid of a daemon.
 pid_of() { cat "/var/run/devkit/$1"; }
+
+# does COMMAND SAID: the command ends well and says that, all of it; with "STATUS= SAID" it ends with
+# that status, with "STATUS~ PATTERN" it is refused as above.
+does() {
+  case $2 in
+  [0-9]'~ '*) refused "${2%%'~'*}" "${2#*'~ '}" eval "$1" ;;
+  [0-9]= | [0-9]'= '*) expect "${2%%=*}" "${2:3}" eval "$1" ;;
+  *) expect 0 "$2" eval "$1" ;;
+  esac
+}
+
+# session: a session on standard input; how one is written is in tests/data/client/README.md.
+session() {
+  local line command='' said=''
+  while IFS= read -r line || [ -n "$command" ]; do
+    if [[ -z $line || $line == ['$%']' '* ]]; then
+      [ -z "$command" ] || does "$command" "$said" </dev/null || return
+      command='' said=''
+      [[ $line != '$ '* ]] || command=${line#'$ '}
+      [[ $line != '% '* ]] || eval "${line#'% '}" </dev/null || fail "$line" || return
+    elif [[ $line != '# '* ]]; then
+      while [[ $line =~ \$([A-Za-z_]+) && -n ${!BASH_REMATCH[1]:-} ]]; do
+        line=${line/"${BASH_REMATCH[0]}"/${!BASH_REMATCH[1]}}
+      done
+      said+=${said:+$'\n'}$line
+    fi
+  done
+}
+
+# sessions FOLDER: those of the folder of tests/data/client, each with a setup of its own.
+sessions() {
+  local file
+  for file in "$BATS_TEST_DIRNAME/../data/client/$1"/*.txt; do
+    setup && session <"$file" || fail "$file" || return
+  done
+}

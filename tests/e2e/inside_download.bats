@@ -245,27 +245,7 @@ $POST failed"
   rm /etc/localtime
 }
 
-@test "the version manager answers what makes no sense, and is not held by who is gone" {
-  head=$(repeat 0 384)
-  while read -r what id frame word; do
-    expect 0 $word ask $id "${frame%-}" || fail "$what" || return
-    state_has free || fail "$what" || return
-  done <<CASES
-nothing        0xfff04 -                                     other_failed
-short          0xfff04 ${head}612e00                         other_failed
-no-name        0xfff04 ${head}$(repeat 0 256)                other_failed
-not-terminated 0xfff04 ${head}$(repeat 6 256)                other_failed
-long           0xfff04 ${head}61$(repeat 0 256)              other_failed
-other-folder   0xfff04 ${head}2e2e2f61$(repeat 0 248)        other_failed
-folder         0xfff04 ${head}2e2e$(repeat 0 252)            other_failed
-new-line       0xfff04 ${head}610a61$(repeat 0 250)          other_failed
-bytes-before   0xfff04 01${head#00}61$(repeat 0 254)         other_failed
-bytes-behind   0xfff04 ${head}6100$(repeat 0 250)61          other_failed
-poll           0xfff05 $POLL              other_failed
-confirmation   0xfff05 $CONFIRM                      other_failed
-CASES
-  [[ $(ask 0x110200 '') == *'"status":2'*'no verb'* ]]
-  [[ $(ask 0x110200 7b7d) == *'"status":2'*'no verb'* ]]
+@test "the version manager is not held by who is gone" {
   answers() { [ "$(ask $1 $2)" = $3 ]; }
   # A pipe holds up nobody, and is no image.
   mkfifo /tmp/a.bin
@@ -294,24 +274,7 @@ CASES
   flashed no
 }
 
-@test "vermgtctl says what it did not do" {
-  refused 2 'no such behaviour as "well"' vermgtctl behave well
-  refused 2 'from 0 to 1000000' vermgtctl behave slow -- -1
-  refused 2 'help' vermgtctl
-  refused 1 'cannot read /none' vermgtctl image /none /tmp/a.bin
-  : >/tmp/empty.bin
-  refused 1 'has 0 bytes' vermgtctl image /tmp/empty.bin /tmp/a.bin
-  refused 1 'cannot write /none/a' vermgtctl image /tmp/content /none/a
-  refused 2 usage image-server status
-  # The last start says who may fetch.
-  code() { curl -s -o /dev/null -w '%{http_code}' --anyauth -u "$1" $WEB/$2/fw.bin; }
-  image-server start desk other
-  expect 0 401 code desk:s3cret digest
-  expect 0 200 code desk:other digest
-  expect 0 200 code desk:other basic
-  image-server start desk s3cret
-  expect 0 200 code desk:s3cret digest
-  expect 0 "behaviour normal
-free" eval 'vermgtctl state | head -n 2'
-  expect 0 normal eval 'vermgtctl state --json | python3 -c "import json, sys; print(json.load(sys.stdin)[\"behaviour\"])"'
-}
+# The code of a fetch: code USER:PASSWORD FOLDER.
+code() { curl -s -o /dev/null -w '%{http_code}' --anyauth -u "$1" $WEB/$2/fw.bin; }
+
+@test "what makes no sense, to the version manager and to the tools" { sessions download; }

@@ -19,40 +19,18 @@ connection() {
   path=$(cfgcmd add $DEVICES.1.WANIPConnection)
   cfgcmd set "$path.X_CT-COM_ServiceList" "$1"
 }
+informs() { [ "$(cat $INFORMS)" = "$1" ]; }
 
-added() { cfgcmd send sysmgr:mgtsrvr 0x100037 "$@"; }
-changed() { cfgcmd send sysmgr:mgtsrvr 0x100038 "$@"; }
-removed() { cfgcmd send sysmgr:mgtsrvr 0x100039 "$@"; }
+# tell ID PATH...: as the port manager does. The module's messages are handled in order: an answer tells
+# that all before it are through.
+tell() {
+  local path
+  for path in "${@:2}"; do cfgcmd send sysmgr:mgtsrvr $1 --text "$path" || return; done
+  cfgcmd refresh $SERVER
+}
 saved() { [ "$(cfgcmd get $SAVED)" = "$1" ]; }
 
-# The module's messages are handled in order: an answer tells that all before it are through.
-settled() { cfgcmd refresh $SERVER >/dev/null; }
-
-@test "the saved list follows the port manager's messages, and a restart of the daemon keeps it" {
-  connection TR069,INTERNET && a=$path
-  connection INTERNET,TR069 && b=$path
-  connection VOIP && other=$path
-  added --text "$a"
-  added --text "$b"
-  added --text "$b"
-  added --text "$other"
-  settled
-  saved "$b,$a,"
-  gateway-daemon restart sysmgr
-  saved "$b,$a,"
-
-  cfgcmd set "$a.X_CT-COM_ServiceList" INTERNET "$other.X_CT-COM_ServiceList" VOIP,TR069
-  changed --text "$a"
-  changed --text "$other"
-  settled
-  saved "$other,$b,"
-
-  removed --text "$a" # not there: nothing is written
-  removed --text "$b"
-  removed --text "$other"
-  settled
-  saved ""
-}
+@test "the saved list, informs by hand, the settings script" { sessions mgtsrvr; }
 
 @test "notifications arrive whichever of publisher and daemon starts first" {
   connection TR069
@@ -80,23 +58,4 @@ settled() { cfgcmd refresh $SERVER >/dev/null; }
   exec 9>&-
   wait $publisher
   answered 3
-}
-
-@test "informs by hand and the settings script" {
-  informs() { [ "$(cat $INFORMS)" = "$1" ]; }
-  expect 0 '+ /usr/sbin/cfgcmd manully_inform EV MI X_CT-COM_ManualInform &' \
-    cfgcmd --calls set $SERVER.X_CT-COM_ManualInform 1
-  until_true informs 'manully_inform EV MI X_CT-COM_ManualInform'
-  # A read works out why the server cannot be reached.
-  expect 0 1 cfgcmd get $SERVER.X_CT-COM_ManualInformState
-  expect 0 1 cfgcmd get $SERVER.X_CT-COM_InformState
-  cfgcmd sset $SERVER.X_KVO-SucessFlag 1
-  expect 0 11 cfgcmd get $SERVER.X_CT-COM_InformState
-  : >$INFORMS
-  cfgcmd set $SERVER.X_CT-COM_MaintainComplete 1
-  until_true informs 'manully_inform EV AC X_CT-COM_MaintainComplete'
-  for leaf in 'X_CT-COM_ManualInform 0' 'PeriodicInformInterval 600'; do
-    # shellcheck disable=SC2086 # a name and a value
-    expect 0 '+ /usr/syscfg/tr069.sh set' cfgcmd --calls set $SERVER.$leaf
-  done
 }

@@ -21,21 +21,7 @@ teardown() {
 samba_stops() { grep -c '^killall -q smbd$' $COMMANDS || true; }
 samba_stopped_after() { [ "$(samba_stops)" -gt "$1" ]; }
 
-@test "the start ran the scripts of the enabled services, in order of the table" {
-  grep -q '^/usr/syscfg/alg.sh set$' $COMMANDS
-  order=$(grep -n -e conn_recovery.sh -e dongle_wan_keep.sh -e status_updater.sh $COMMANDS | grep -v killall | sed 's/^[0-9]*://')
-  [ "$order" = '/usr/syscfg/conn_recovery.sh 1 &
-/usr/syscfg/conn_recovery.sh 2 &
-/usr/syscfg/dongle_wan_keep.sh &
-/usr/syscfg/status_updater.sh &' ] || fail "$order"
-}
-
-@test "a change of a user restarts the web server and re-applies samba" {
-  stops=$(samba_stops)
-  expect 0 "+ /usr/syscfg/httpd.sh restart &" cfgcmd --calls set $USERS.1.Password secret
-  expect 0 1 cfgcmd get $DEVICE.X_KVO-RestartWeb
-  until_true samba_stopped_after "$stops"
-}
+@test "the start, a change of a user" { sessions services; }
 
 @test "a busy module delays nobody else, and its own requests come in order" {
   cfgcmd set $SERVICES.ServiceIPSLA.Enable 0 # enabled, "stop" is waited for

@@ -7,7 +7,10 @@ load helpers
 readonly IPSEC=$SERVICES.X_KVO_IPSec
 readonly TUNNELS=$IPSEC.TunnelList RACOON=/var/ipsec/racoon.conf
 
-setup() { mark=$(wc -l <$COMMANDS); }
+setup() {
+  mark=$(wc -l <$COMMANDS)
+  : >$CALLS
+}
 teardown() { stub_reset; }
 
 # The daemon's command lines since the mark.
@@ -58,47 +61,6 @@ in_use() { printf 'path certificate "/c";\nremote %s {\n}\nremote 203.0.113.9 {\
   expect 0 '/usr/syscfg/led.sh internet_wan on 1' tail -n "+$((quiet + 1))" $COMMANDS
 }
 
-@test "the accelerator is switched on and off" {
-  accelerate=$IPSEC.X_KVO_IPSec_Hardware_Accelate_Enable
-  expect 0 '+ insmod /lib/ko/hi_kipsec.ko
-+ cs_cli /home/cli/api/ipsec/enable' cfgcmd --calls set $accelerate 1
-  expect 0 '+ cs_cli /home/cli/api/ipsec/disable
-+ rmmod hi_kipsec >/dev/null 2>&1' cfgcmd --calls set $accelerate 0
-}
+called() { grep -qxF -- "/usr/syscfg/$1" $CALLS; }
 
-@test "the start makes the run-time files" {
-  for file in /var/ipsec/Dbg /var/racoon /var/.ipgre /var/.l2tp/lns/user_db /tmp/.chap-secrets \
-    /tmp/.pap-secrets /var/vpnlite /var/.bw_limit; do
-    [ -e $file ] || fail "no $file"
-  done
-}
-
-@test "tunnels and limits: rows that come, change and go reach their script" {
-  : >$CALLS
-  called() { grep -qxF -- "/usr/syscfg/$1" $CALLS; }
-  lac=$(cfgcmd add $SERVICES.X_KVO_L2TP.Lac)
-  cfgcmd set $lac.ServerAddress lns.example $lac.Enable 1
-  until_true called "l2tp_cfg.sh action=set tnllist=$lac"
-  expect 0 "$lac.Stats.BytesSent=0
-$lac.Stats.BytesReceived=0
-+ /usr/syscfg/l2tp_cfg.sh action=\"stats\" tnllist=\"$lac.Stats\" " cfgcmd --calls get $lac.Stats
-  called "l2tp_cfg.sh action=stats tnllist=$lac.Stats"
-  cfgcmd del $lac
-  until_true called "l2tp_cfg.sh action=del tnllist=$lac"
-
-  user=$(cfgcmd add $SERVICES.X_KVO_L2TP.Lns.UserList)
-  until_true called "l2tp_cfg.sh action=addu tnllist=$user"
-  gre=$(cfgcmd add $SERVICES.X_KVO_GRE.TunnelList)
-  cfgcmd set $gre.Enable 1
-  until_true called "ipgre_cfg.sh action=set tnllist=$gre"
-  cfgcmd set $SERVICES.X_KVO_VpnLite.Enable 1
-  until_true called "vpnlite_cfg.sh action=set"
-  route=$(cfgcmd add $SERVICES.X_KVO_VpnLite.RouteList)
-  until_true called "vpnlite_cfg.sh action=route_add routelist=$route"
-  cfgcmd set $SERVICES.X_KVO_RateLimit.PerPort.2.UpRate 512
-  until_true called "bw_limit.sh action=set rulelist=$SERVICES.X_KVO_RateLimit.PerPort.2"
-  limit=$(cfgcmd add $SERVICES.X_KVO_RateLimit.PerIP)
-  until_true called "bw_limit.sh action=add rulelist=$limit"
-  cfgcmd del $limit
-  until_true called "bw_limit.sh action=del rulelist=$limit"
-}
+@test "the start's files, the accelerator, what reaches the scripts" { sessions tunnels; }
