@@ -3,8 +3,6 @@
 // script leaves them in the data model, from which the answer is read next.
 #include "l2tp_func.h"
 
-#define L2TP "/usr/syscfg/l2tp_cfg.sh "
-
 const Script kL2tp = {{
     {ON_INIT, "mkdir -p /var/.l2tp"},
     {ON_INIT, "mkdir -p /var/log"},
@@ -13,26 +11,28 @@ const Script kL2tp = {{
 }};
 
 const Script kL2tpLac = {{
-    {ON_SET, L2TP "action=\"set\" tnllist=\"%s\" &", ARG_PATH},
-    {ON_DEL, L2TP "action=\"del\" tnllist=\"%s\" &", ARG_PATH},
+    {ON_SET, "/usr/syscfg/l2tp_cfg.sh action=\"set\" tnllist=\"%s\" &", ARG_PATH},
+    {ON_DEL, "/usr/syscfg/l2tp_cfg.sh action=\"del\" tnllist=\"%s\" &", ARG_PATH},
 }};
 
-const Script kL2tpLacStats = {{{ON_GET, L2TP "action=\"stats\" tnllist=\"%s\" ", ARG_PATH}}};
+const Script kL2tpLacStats = {
+    {{ON_GET, "/usr/syscfg/l2tp_cfg.sh action=\"stats\" tnllist=\"%s\" ", ARG_PATH}}};
 
-const Script kL2tpLacConnInfo = {{{ON_GET, L2TP "action=\"connInfo\" tnllist=\"%s\" ", ARG_PATH}}};
+const Script kL2tpLacConnInfo = {
+    {{ON_GET, "/usr/syscfg/l2tp_cfg.sh action=\"connInfo\" tnllist=\"%s\" ", ARG_PATH}}};
 
 const Script kL2tpLns = {{
     {ON_INIT, "mkdir -p /var/.l2tp/lns"},
     {ON_INIT, "touch  /var/.l2tp/lns/user_db"},
     /* The client's call: the path tells the script which of the two changed. */
-    {ON_SET, L2TP "action=\"set\" tnllist=\"%s\" &", ARG_PATH},
+    {ON_SET, "/usr/syscfg/l2tp_cfg.sh action=\"set\" tnllist=\"%s\" &", ARG_PATH},
 }};
 
-const Script kL2tpLnsStats = {{{ON_GET, L2TP "action=\"lnsstats\" "}}};
+const Script kL2tpLnsStats = {{{ON_GET, "/usr/syscfg/l2tp_cfg.sh action=\"lnsstats\" "}}};
 
-const Script kL2tpLnsConnInfo = {{{ON_GET, L2TP "action=\"lnsconnInfo\" "}}};
+const Script kL2tpLnsConnInfo = {{{ON_GET, "/usr/syscfg/l2tp_cfg.sh action=\"lnsconnInfo\" "}}};
 
 const Script kL2tpUserList = {{
-    {ON_ADD, L2TP "action=\"addu\" tnllist=\"%s\" &", ARG_PATH},
-    {ON_DEL, L2TP "action=\"delu\" tnllist=\"%s\" &", ARG_PATH},
+    {ON_ADD, "/usr/syscfg/l2tp_cfg.sh action=\"addu\" tnllist=\"%s\" &", ARG_PATH},
+    {ON_DEL, "/usr/syscfg/l2tp_cfg.sh action=\"delu\" tnllist=\"%s\" &", ARG_PATH},
 }};
