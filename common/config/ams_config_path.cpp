@@ -6,6 +6,7 @@
 #include <string_view>
 
 #include "ams_print.h"
+#include "hex.h"
 
 namespace {
 
@@ -28,7 +29,7 @@ int32_t IndexOf(std::string_view part) {
 }  // namespace
 
 int cfgPathLastIndex(const char *path) {
-  std::string_view rest = path == nullptr ? "" : path;
+  std::string_view rest = cfgText(path);
   if (rest.size() < 2) return -1;
   int last = -1;
   while (!rest.empty()) {
@@ -89,15 +90,8 @@ int cfgHexEncode(const char *text, char *hex, size_t size) {
     AMS_PRINT(4, "cfgHexEncode: %zu bytes as hex digits need more than %zu\n", length, size);
     return -1;
   }
-  if (length > 0) cfgHexBytes(reinterpret_cast<const uint8_t *>(text), length, hex);
+  if (length == 0) return 0;
+  PutHex(reinterpret_cast<const uint8_t *>(text), length, kHexLower, hex);
+  hex[2 * length] = '\0';
   return 0;
-}
-
-void cfgHexBytes(const uint8_t *bytes, size_t length, char *hex) {
-  static const char kDigits[] = "0123456789abcdef";
-  for (size_t i = 0; i < length; ++i) {
-    *hex++ = kDigits[bytes[i] >> 4];
-    *hex++ = kDigits[bytes[i] & 15];
-  }
-  *hex = '\0';
 }

@@ -5,6 +5,9 @@
 #include <cstddef>
 #include <cstdint>
 
+/* The text, "" for NULL. */
+inline const char *cfgText(const char *text) { return text == nullptr ? "" : text; }
+
 /* The last component of a path that is all digits (one trailing "." is passed over); -1 when there
    is none or the path has less than 2 characters. Numbers that do not fit read as INT32_MAX. */
 int cfgPathLastIndex(const char *path);
@@ -29,9 +32,6 @@ int cfgIsIpv4Addr(const char *text);
 /* Two lower-case hex digits for each byte of `text`, terminated; an empty text leaves `hex` alone.
    0; -1, `hex` untouched, when it does not fit into `size` bytes. */
 int cfgHexEncode(const char *text, char *hex, size_t size);
-
-/* The same of `length` bytes whatever they are; `hex` has room for 2 * `length` + 1. */
-void cfgHexBytes(const uint8_t *bytes, size_t length, char *hex);
 
 template <size_t N>
 int cfgPathIndexes(const char *path, int32_t (&indexes)[N]) {

@@ -41,8 +41,6 @@ void DestroyItems(ConfigItem *items) {
   for (ConfigItem *item = items; item->name != nullptr; ++item) ConfigItemDestroy(item);
 }
 
-const char *Text(const char *value) { return value == nullptr ? "" : value; }
-
 /* A stored "key=value" becomes "value"; a value may hold "=" itself. */
 void DropKey(char *text) {
   char *mark = strchr(text, '=');
@@ -73,7 +71,7 @@ ConfigItem *ConfigItemsOf(ConfigInst *inst) { return Behind<ConfigItem>(inst); }
 
 const char *ConfigValue(const ConfigItem *items, const char *name) {
   for (const ConfigItem *item = items; item->name != nullptr; ++item)
-    if (strcmp(item->name, name) == 0) return Text(item->val);
+    if (strcmp(item->name, name) == 0) return cfgText(item->val);
   return "";
 }
 
@@ -189,7 +187,7 @@ int ConfigArrayGet(ConfigArray *array) {
 
 void ConfigItemDestroy(ConfigItem *item) {
   --item->refcnt;
-  CONFIG_PRINT(1, "Destroy item: path=%s, val=%s, refcnt=%d\n", item->name, Text(item->val),
+  CONFIG_PRINT(1, "Destroy item: path=%s, val=%s, refcnt=%d\n", item->name, cfgText(item->val),
                item->refcnt);
   if (item->refcnt != 0 || item->val == nullptr) return;
   __tds_free(item->val);
@@ -280,7 +278,7 @@ int ConfigInstAssign(const ConfigArray *array, ConfigInst *lhs, ConfigInst *rhs)
     char path[kPathRoom];
     snprintf(path, sizeof path, "%s%d.%s", array->path, lhs->index, to->name);
     WriteItem(path, from);
-    CONFIG_PRINT(1, "%s: %s\n", path, Text(from->val));
+    CONFIG_PRINT(1, "%s: %s\n", path, cfgText(from->val));
   }
   return 0;
 }
@@ -292,10 +290,10 @@ int ConfigObjectAssign(ConfigObject *lhs, ConfigObject *rhs) {
   const ConfigItem *to = ConfigItemsOf(lhs), *from = ConfigItemsOf(rhs);
   for (; to->name != nullptr && from->name != nullptr; ++to, ++from) {
     char path[kPathRoom];
-    CONFIG_PRINT(1, "path = %s%s= %s\n", lhs->path, to->name, Text(from->val));
+    CONFIG_PRINT(1, "path = %s%s= %s\n", lhs->path, to->name, cfgText(from->val));
     snprintf(path, sizeof path, "%s%s", lhs->path, to->name);
     WriteItem(path, from);
-    CONFIG_PRINT(1, "\t%s: %s\n", path, Text(from->val));
+    CONFIG_PRINT(1, "\t%s: %s\n", path, cfgText(from->val));
   }
   return 0;
 }
@@ -394,7 +392,7 @@ int ConfigNestedArrayFill(const ConfigArray *lhs, const ConfigArray *rhs) {
 namespace {
 
 bool HasLeaf(const char *list, const char *name) {
-  std::string_view rest = list == nullptr ? "" : list;
+  std::string_view rest = cfgText(list);
   for (Leaf leaf; NextLeaf(&rest, &leaf);)
     if (leaf.name == name) return true;
   return false;

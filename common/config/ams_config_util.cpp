@@ -8,6 +8,7 @@
 #include "ams_config_path.h"
 #include "ams_config_shell.h"
 #include "ams_print.h"
+#include "hex.h"
 #include "sha256.h"
 
 namespace {
@@ -96,7 +97,8 @@ int cfgSha256Hex(const char *input, char (&digest)[65]) {
     AMS_PRINT(4, "input is too long.\n");
     return -1;
   }
-  cfgHexBytes(Sha256(input, length).data(), 32, digest);
+  PutHex(Sha256(input, length).data(), 32, kHexLower, digest);
+  digest[64] = '\0';
   return 0;
 }
 
@@ -148,7 +150,7 @@ int cfgWanRulesClean(int reset, const char *name) {
 
 int cfgWanRulesApply(int reset, const char *name, const char *extra) {
   return cfgSystemCmd("%s %s all %s %s", "/usr/syscfg/rule/wan.rules.do.sh", RuleMode(reset), name,
-                      extra == nullptr ? "" : extra);
+                      cfgText(extra));
 }
 
 void cfgDoubleClose(FILE *first, FILE *second) {

@@ -22,29 +22,16 @@ bool ParseNumber(std::string_view text, int64_t least, int64_t most, int64_t *nu
   return Parse(hexadecimal ? text.substr(2) : text, hexadecimal ? 16 : 10, least, most, number);
 }
 
-bool IsPhoneNumber(std::string_view text, size_t most) {
-  if (!text.empty() && text[0] == '+') text.remove_prefix(1);
-  return !text.empty() && text.size() <= most && text.find_first_not_of("0123456789") == text.npos;
-}
-
 bool BytesFromHex(std::string_view hex, std::string *bytes) {
-  std::string found;
-  if (hex.size() % 2 != 0) return false;
-  for (; !hex.empty(); hex.remove_prefix(2)) {
-    int64_t byte;
-    if (hex[0] == '-' || !Parse(hex.substr(0, 2), 16, 0, 0xFF, &byte)) return false;
-    found += static_cast<char>(byte);
-  }
+  std::string found(hex.size() / 2, '\0');
+  auto *at = reinterpret_cast<uint8_t *>(found.data());
+  if (hex.size() % 2 != 0 || TakeHex(hex.data(), found.size(), at) < found.size()) return false;
   *bytes = found;
   return true;
 }
 
-std::string HexFromBytes(std::string_view bytes, HexCase letters) {
-  const char *digits = letters == UPPER_CASE ? "0123456789ABCDEF" : "0123456789abcdef";
-  std::string hex;
-  for (unsigned char byte : bytes) {
-    hex += digits[byte >> 4];
-    hex += digits[byte & 15];
-  }
+std::string HexFromBytes(std::string_view bytes, const char *digits) {
+  std::string hex(2 * bytes.size(), '\0');
+  PutHex(reinterpret_cast<const uint8_t *>(bytes.data()), bytes.size(), digits, hex.data());
   return hex;
 }

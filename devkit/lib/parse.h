@@ -5,17 +5,15 @@
 #include <string>
 #include <string_view>
 
+#include "hex.h"
+
 /* A decimal number that is all of `text`, within bounds: no blank, no "+". */
 bool ParseDecimal(std::string_view text, int64_t least, int64_t most, int64_t *number);
 
 /* The same, or with "0x" a hexadecimal one. */
 bool ParseNumber(std::string_view text, int64_t least, int64_t most, int64_t *number);
 
-/* 1 to `most` digits, with or without a "+" in front. */
-bool IsPhoneNumber(std::string_view text, size_t most);
-
 /* Two hexadecimal digits of either case a byte. False: something else; `bytes` is untouched. */
 bool BytesFromHex(std::string_view hex, std::string *bytes);
 
-enum HexCase { UPPER_CASE, LOWER_CASE };
-std::string HexFromBytes(std::string_view bytes, HexCase letters = UPPER_CASE);
+std::string HexFromBytes(std::string_view bytes, const char *digits = kHexUpper);

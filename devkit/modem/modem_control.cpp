@@ -9,6 +9,7 @@
 #include "modem_core.h"
 #include "modem_sms.h"
 #include "parse.h"
+#include "sms_text.h"
 
 namespace {
 
@@ -24,7 +25,7 @@ ModemJson Usage(const std::string &text) { return Reply(EXIT_USAGE, text); }
 
 std::string Word(const ModemJson &request, const char *name) { return request.value(name, ""); }
 
-bool IsSubscriber(const std::string &text) { return IsPhoneNumber(text, 20); }
+bool IsSubscriber(const std::string &text) { return IsNumber(text, true, 20); }
 
 /* What the sender of a message may be called. */
 bool IsName(const std::string &text) {

@@ -34,7 +34,7 @@ unsigned char NumberType(const std::string &number) {
 
 /* Of a sender; the length counts semi-octets. */
 std::string Address(const std::string &from) {
-  if (IsPhoneNumber(from, from.size())) {
+  if (IsNumber(from, true)) {
     std::string digits = Digits(from);
     return std::string{static_cast<char>(digits.size()), static_cast<char>(NumberType(from))} +
            SemiOctets(digits);

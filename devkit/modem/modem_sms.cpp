@@ -122,7 +122,7 @@ AtAnswer ServiceCentre(Modem *modem, const AtCall &call) {
     return {{"+CSCA: \"" + modem->centre + "\"," +
              (modem->centre.compare(0, 1, "+") == 0 ? "145" : "129")}};
   if (call.form != AtCall::SET || call.arguments.size() > 2) return AtMessageError(NOT_ALLOWED);
-  if (!IsPhoneNumber(call.arguments[0], 20)) return AtMessageError(NOT_ALLOWED);
+  if (!IsNumber(call.arguments[0], true, 20)) return AtMessageError(NOT_ALLOWED);
   modem->centre = call.arguments[0];
   return {};
 }

@@ -84,7 +84,7 @@ int DecodePdu(const Asked &asked) {
 /* The number without its "+" into a field of the record. */
 int TakeNumber(const char *option, const std::string &number, char (&field)[SHORTMSG_NUMBER_SIZE]) {
   std::string digits = number.substr(number.compare(0, 1, "+") == 0 ? 1 : 0);
-  if (!IsPhoneNumber(number, sizeof field - 1)) {
+  if (!IsNumber(number, true, sizeof field - 1)) {
     fprintf(stderr,
             "smspdu: %s \"%s\" is no number: give 1 to %zu digits, with or without a \"+\"\n",
             option, number.c_str(), sizeof field - 1);

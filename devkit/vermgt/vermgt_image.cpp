@@ -31,7 +31,7 @@ int Refuse(const std::string &text, std::string *why) {
 
 std::string Digits(const char *bytes, size_t length) {
   auto digest = Sha256(bytes, length);
-  return HexFromBytes({reinterpret_cast<const char *>(digest.data()), digest.size()}, LOWER_CASE);
+  return HexFromBytes({reinterpret_cast<const char *>(digest.data()), digest.size()}, kHexLower);
 }
 
 /* The digits of an image's first line; "" when it has no such line. */

@@ -8,20 +8,6 @@
 
 namespace {
 
-constexpr char kDigits[] = "0123456789ABCDEF";
-
-constexpr std::array<int8_t, 256> MakeHexValues() {
-  std::array<int8_t, 256> values{};
-  for (auto &value : values) value = -1;
-  for (int digit = 0; digit < 16; ++digit) {
-    values[static_cast<uint8_t>(kDigits[digit])] = static_cast<int8_t>(digit);
-    if (digit > 9)
-      values[static_cast<uint8_t>(kDigits[digit] - 'A' + 'a')] = values['A'] + digit - 10;
-  }
-  return values;
-}
-constexpr auto kHexValues = MakeHexValues();
-
 /* ---- GSM alphabet ---- */
 
 /* Septets and the ASCII characters that they stand for, where the two differ. Only these are
@@ -106,8 +92,6 @@ inline void Map(Unpacked *to, uint8_t code) {
 
 }  // namespace
 
-int HexValue(char digit) { return kHexValues[static_cast<uint8_t>(digit)]; }
-
 bool IsHex(std::string_view text) {
   return std::all_of(text.begin(), text.end(), [](char digit) { return HexValue(digit) >= 0; });
 }
@@ -115,10 +99,7 @@ bool IsHex(std::string_view text) {
 int BytesToHex(const uint8_t *bytes, Span<char> text, size_t n) {
   if (text.size == 0) return 0;
   n = std::min(n, (text.size - 1) / 2);
-  for (size_t at = 0; at < n; ++at) {
-    text.at[2 * at] = kDigits[bytes[at] >> 4];
-    text.at[2 * at + 1] = kDigits[bytes[at] & 0x0F];
-  }
+  PutHex(bytes, n, kHexUpper, text.at);
   text.at[2 * n] = '\0';
   return static_cast<int>(2 * n);
 }
@@ -132,18 +113,12 @@ int HexToBytes(const char *text, Span<uint8_t> bytes, size_t n) {
 }
 
 int HexRunToBytes(const char *text, Span<uint8_t> bytes) {
-  size_t most = strnlen(text, 2 * bytes.size) / 2, count = 0;
-  for (; count < most; ++count, text += 2) {
-    int value = HexValue(text[0]) * 16 | HexValue(text[1]);
-    if (value < 0) break; /* one of them is no digit */
-    bytes.at[count] = static_cast<uint8_t>(value);
-  }
-  return static_cast<int>(count);
+  return static_cast<int>(TakeHex(text, strnlen(text, 2 * bytes.size) / 2, bytes.at));
 }
 
-bool IsNumber(std::string_view text, bool plus) {
+bool IsNumber(std::string_view text, bool plus, size_t most) {
   if (plus && !text.empty() && text[0] == '+') text.remove_prefix(1);
-  return !text.empty() && text.find_first_not_of("0123456789") == text.npos;
+  return !text.empty() && text.size() <= most && text.find_first_not_of("0123456789") == text.npos;
 }
 
 int InvertNumbers(const char *digits, Span<char> text, size_t n) {

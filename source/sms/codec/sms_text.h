@@ -9,6 +9,8 @@
 #include <cstdint>
 #include <string_view>
 
+#include "hex.h"
+
 /* Where a function writes: an array, or {place, size}. */
 template <typename T>
 struct Span {
@@ -21,10 +23,7 @@ struct Span {
 
 /* ---- hexadecimal text ---- */
 
-/* The value of a hexadecimal digit of either case, else -1. */
-int HexValue(char digit);
-
-/* Whether `text` has no other characters; "" has none. */
+/* Whether `text` has no other characters than digits; "" has none. */
 bool IsHex(std::string_view text);
 
 /* Two upper-case digits for each of `n` bytes. How many digits were written. */
@@ -39,9 +38,9 @@ int HexRunToBytes(const char *text, Span<uint8_t> bytes);
 
 /* ---- numbers ---- */
 
-/* Whether `text` is digits, with one "+" before them where `plus`; "" is not. What is not must
-   not reach a command line or a PDU. */
-bool IsNumber(std::string_view text, bool plus);
+/* Whether `text` is 1 to `most` digits, with one "+" before them where `plus`. What is not must not
+   reach a command line or a PDU. */
+bool IsNumber(std::string_view text, bool plus, size_t most = SIZE_MAX);
 
 /* Swaps the `n` digits pair by pair, as semi-octets stand in a PDU; an odd last digit gets an "F"
    for its partner: "12345" becomes "2143F5". How many characters were written: n rounded up to
