@@ -18,7 +18,7 @@
 #include <cstring>
 #include <mutex>
 
-#include "ams_common_api.h"
+#include "appt_request.h"
 #include "dbmgr_proto.h"
 #include "wire.h"
 

@@ -3,6 +3,7 @@
 
 #include <cstring>
 
+#include "ams_config_path.h"
 #include "leaf_list.h"
 
 namespace {
@@ -40,6 +41,17 @@ LeafNode *CopyLeaf(Leaf piece) {
 
 }  // namespace
 
+uint32_t appt_GetWord(const void *bytes) {
+  const uint8_t *byte = static_cast<const uint8_t *>(bytes);
+  return byte[0] | static_cast<uint32_t>(byte[1]) << 8 | static_cast<uint32_t>(byte[2]) << 16 |
+         static_cast<uint32_t>(byte[3]) << 24;
+}
+
+void appt_PutWord(void *bytes, uint32_t word) {
+  uint8_t *byte = static_cast<uint8_t *>(bytes);
+  for (int i = 0; i < 4; ++i) byte[i] = static_cast<uint8_t>(word >> (8 * i));
+}
+
 int appt_FillMsgArg(MsgArg *arg, const void *frame, uint32_t len) {
   *arg = {};
   arg->recvLen = len;
@@ -73,7 +85,7 @@ int appt_FillMsgArg(MsgArg *arg, const void *frame, uint32_t len) {
 
 LeafNode *appt_ParseLeafList(const char *value) {
   LeafNode *list = nullptr, **tail = &list;
-  std::string_view rest = value == nullptr ? "" : value;
+  std::string_view rest = cfgText(value);
   for (Leaf piece; NextLeaf(&rest, &piece);) {
     LeafNode *leaf = CopyLeaf(piece);
     if (leaf == nullptr) {

@@ -1,7 +1,29 @@
-// The frame of an agent request and the leaf list in its value: bounded parsing, no store.
+// The frame of an agent request and the leaf list in its value: bounded parsing, no store. For the
+// framework, and for who speaks to it.
 #pragma once
 
 #include "ams_common_api.h"
+
+enum : uint32_t {
+  APPT_CMD_GET = 1,
+  APPT_CMD_SET = 2,
+  APPT_CMD_ADD = 4,
+  APPT_CMD_DEL = 8,
+  APPT_CMD_LIST = 0x800,       /* instance numbers of an array */
+  APPT_CMD_ATTR = 0x1000,      /* values with their attributes (change list) */
+  APPT_CMD_REFRESH = 0x800000, /* call the op functions, answer nothing */
+};
+
+enum : uint32_t { APPT_CODE_REQUEST = 1, APPT_CODE_RESULT = 3, APPT_CODE_RESULT_VALUE = 4 };
+
+enum {
+  APPT_HEAD_SIZE = 12,     /* msgChainId, cmdType, code */
+  APPT_ACK_HEAD_SIZE = 16, /* the same and ackRet */
+};
+
+/* 32-bit little-endian words of the frames, whatever the host's byte order. Any thread. */
+uint32_t appt_GetWord(const void *bytes);
+void appt_PutWord(void *bytes, uint32_t word);
 
 /* One request in work. Zeroed, then filled by appt_FillMsgArg. */
 struct MsgArg {

@@ -4,6 +4,7 @@
 #include <cstring>
 
 #include "ams_config_api.h"
+#include "ams_config_path.h"
 
 namespace {
 
@@ -16,8 +17,6 @@ void ReplyCopy(MsgArg *arg, const char *text, const char *tag) {
   else
     arg->rLen = static_cast<uint32_t>(strlen(text)) + 1;
 }
-
-const char *Text(const char *text) { return text == nullptr ? "" : text; }
 
 }  // namespace
 
@@ -66,18 +65,18 @@ int AMS_Appt_Getidxes(MsgArg *arg) {
 }
 
 int AMS_Appt_Setattr(MsgArg *arg) {
-  AMS_PRINT(1, "url:%s value:%s", Text(arg->url), Text(arg->value));
+  AMS_PRINT(1, "url:%s value:%s", cfgText(arg->url), cfgText(arg->value));
   return ams_set_attr(gptXmlTrees->root, arg->url, arg->value);
 }
 
 int AMS_Appt_Savetree(MsgArg *arg) {
-  AMS_PRINT(1, "dbagt:url:%s value:%s\n", Text(arg->url), Text(arg->value));
+  AMS_PRINT(1, "dbagt:url:%s value:%s\n", cfgText(arg->url), cfgText(arg->value));
   if (arg->value == nullptr) return -1;
   if (strstr(arg->value, ".debug") != nullptr) return ams_save_xml(gptXmlTrees->root, arg->value);
   return ams_align_xml(gptXmlTrees->root, arg->value);
 }
 
 int AMS_Appt_Setleaf(MsgArg *arg) {
-  AMS_PRINT(1, "dbagt:url:%s value:%s\n", Text(arg->url), Text(arg->value));
+  AMS_PRINT(1, "dbagt:url:%s value:%s\n", cfgText(arg->url), cfgText(arg->value));
   return ams_mxml_fset_leaf(arg->url, arg->value);
 }

@@ -1,5 +1,6 @@
 // Small wrappers over the store: each returns the store's result, and texts become the request's
-// reply.
+// reply. Adding and deleting serve the dispatch. The others are the framework's for requests that
+// no command of the frame has: for a handler of a message of its own, which fills a MsgArg itself.
 #pragma once
 
 #include "appt_request.h"

@@ -1,5 +1,6 @@
-// The agent framework as modules see it: op functions and their tables, the frames of agent
-// requests, and the receive handler, which turns a request into calls and an acknowledgement.
+// The agent framework as modules see it: op functions and their tables, and the receive handler,
+// which turns a request into calls and an acknowledgement. The frame of a request is in
+// appt_request.h.
 //
 // The calls run on the module thread that handles the request; one request is in work a thread.
 #pragma once
@@ -50,27 +51,6 @@ enum : uint32_t {
   EV_APPT_MSG_REQUEST = 0x100005,   /* agent request */
 };
 constexpr char APPT_ACK_PEER[] = "msgcenter:cAckAgt";
-
-enum : uint32_t {
-  APPT_CMD_GET = 1,
-  APPT_CMD_SET = 2,
-  APPT_CMD_ADD = 4,
-  APPT_CMD_DEL = 8,
-  APPT_CMD_LIST = 0x800,       /* instance numbers of an array */
-  APPT_CMD_ATTR = 0x1000,      /* values with their attributes (change list) */
-  APPT_CMD_REFRESH = 0x800000, /* call the op functions, answer nothing */
-};
-
-enum : uint32_t { APPT_CODE_REQUEST = 1, APPT_CODE_RESULT = 3, APPT_CODE_RESULT_VALUE = 4 };
-
-enum {
-  APPT_HEAD_SIZE = 12,     /* msgChainId, cmdType, code */
-  APPT_ACK_HEAD_SIZE = 16, /* the same and ackRet */
-};
-
-/* 32-bit little-endian words of the frames, whatever the host's byte order. */
-uint32_t appt_GetWord(const void *bytes);
-void appt_PutWord(void *bytes, uint32_t word);
 
 /* The whole of an agent module's receive handler: trace, run, acknowledge. `handler` and `source`
    are the module's own names, for the heap tag and the log records. */

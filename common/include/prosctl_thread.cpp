@@ -5,7 +5,7 @@
 #include <cstring>
 #include <string>
 
-#include "ams_common_api.h"
+#include "appt_request.h"
 
 namespace {
 

@@ -12,7 +12,7 @@
 #include <chrono>
 #include <cstring>
 
-#include "ams_common_api.h"
+#include "appt_request.h"
 #include "cfgcmd_print.h"
 #include "parse.h"
 #include "prosctl_thread.h"

@@ -1,5 +1,5 @@
 // Verbs that go to the data-base manager: each builds a request and prints the answer.
-#include "ams_common_api.h"
+#include "appt_request.h"
 #include "cfgcmd_messages.h"
 #include "cfgcmd_print.h"
 #include "dbmgr_proto.h"

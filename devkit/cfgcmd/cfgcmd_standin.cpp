@@ -6,7 +6,7 @@
 #include <cstdio>
 #include <mutex>
 
-#include "ams_common_api.h"
+#include "appt_request.h"
 #include "cfgcmd_messages.h"
 #include "cfgcmd_print.h"
 #include "escape.h"

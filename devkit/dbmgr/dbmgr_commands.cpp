@@ -4,8 +4,8 @@
 #include <cstring>
 #include <memory>
 
-#include "ams_common_api.h"
 #include "ams_config_api.h"
+#include "appt_request.h"
 #include "leaf_list.h"
 
 namespace {

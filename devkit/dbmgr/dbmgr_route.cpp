@@ -12,7 +12,7 @@
 #include <string_view>
 #include <unordered_map>
 
-#include "ams_common_api.h"
+#include "appt_request.h"
 #include "dbmgr_commands.h"
 #include "tds_desk.h"
 

@@ -1,8 +1,8 @@
 // Requests from outside: any bytes through the parser and the dispatch, over the small store of
 // tests/data/request_fuzz.xml. The op functions are stand-ins; nothing is sent but what the
 // dispatch itself sends, to nobody.
-#include "ams_common_api.h"
 #include "appt_dispatch.h"
+#include "appt_request.h"
 #include "check.h"
 #include "tds_desk.h"
 

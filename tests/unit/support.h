@@ -10,7 +10,7 @@
 #include <string>
 #include <vector>
 
-#include "ams_common_api.h"
+#include "appt_request.h"
 
 /* ---- store ---- */
 
@@ -22,6 +22,9 @@ std::string Leaf(const std::string &path);
 
 /* A status write; a failure fails the test. */
 void SetLeaf(const std::string &path, const std::string &value);
+
+/* The file's text, or "(none)". */
+std::string FileText(const std::string &path);
 
 /* Each test starts with the tree of DataModel() and with no commands, answers or messages left. */
 class StoreTest : public ::testing::Test {
@@ -35,10 +38,14 @@ class StoreTest : public ::testing::Test {
   void StartModules();
 };
 
-/* The file's text, or "(none)". */
-std::string FileText(const std::string &path);
+/* The same with the tree of the gateway. */
+class GatewayTest : public StoreTest {
+  std::string DataModel() const override { return FileText("/etc/tr098_data_model.xml"); }
+};
 
 /* ---- shell ---- */
+
+using Lines = std::vector<std::string>;
 
 /* The lines given to system() and popen() since the last call, in order, and forgets them. */
 std::vector<std::string> TakeCommands();

@@ -8,7 +8,7 @@
 #include <set>
 #include <sstream>
 
-#include "ams_common_api.h"
+#include "appt_request.h"
 #include "dbmgr_commands.h"
 #include "dbmgr_forms.h"
 #include "escape.h"

@@ -13,8 +13,6 @@
 
 namespace {
 
-using Lines = std::vector<std::string>;
-
 #define ROOT   "InternetGatewayDevice."
 #define NAME64 "TheLongestNameThatALeafOfTheDataModelMayHaveWhichIsSixtyFourByte"
 static_assert(sizeof NAME64 == 65);
@@ -102,6 +100,10 @@ TEST_F(Dispatch, StoreWrappersAnswerAsTheyShould) {
   EXPECT_EQ(0, AMS_Appt_Savetree(&arg));
   arg.value = "/nowhere/tree.xml";
   EXPECT_EQ(-1, AMS_Appt_Savetree(&arg));
+  arg.url = ROOT "Black.3.Name";
+  arg.value = "set";
+  EXPECT_EQ(0, AMS_Appt_Setleaf(&arg));
+  EXPECT_EQ("set", Leaf(arg.url));
 }
 
 }  // namespace
