@@ -8,6 +8,7 @@
 #include <utility>
 
 #include "ams_config_api.h"
+#include "ams_config_path.h"
 #include "ams_config_shell.h"
 #include "appt_store.h"
 
@@ -18,10 +19,6 @@ constexpr char kChangeList[] = "InternetGatewayDevice.ALL_CHANGED_DATA";
 AmsTree *Root() { return gptXmlTrees->root; }
 
 uint32_t CmdType(const MsgArg *arg) { return appt_GetWord(arg->raw + 4); }
-
-bool ReadsWithOp(uint32_t cmd) {
-  return cmd == APPT_CMD_GET || cmd == APPT_CMD_ATTR || cmd == APPT_CMD_REFRESH;
-}
 
 /* A text of the store becomes the request's reply. */
 int TakeReply(MsgArg *arg, int result, char *text) {
@@ -87,7 +84,7 @@ const OpFuncEntry *FindFunc(const char *name) {
 
 /* What is written can be undone: a leaf that cannot be noted is not written. */
 int WriteLeaf(const MsgArg *arg, AmsUndo **undo) {
-  AMS_PRINT(1, "Appt_Write url:%s value:%s\n", arg->url, arg->value == nullptr ? "" : arg->value);
+  AMS_PRINT(1, "Appt_Write url:%s value:%s\n", arg->url, cfgText(arg->value));
   if (ams_undo_note(Root(), undo, arg->url) != 0) return -1;
   if (ams_set_node_value(Root(), arg->url, arg->value) == 0) return 0;
   return ams_sset_node_value(Root(), arg->url, arg->value);
@@ -214,13 +211,13 @@ int WalkSubtree(MsgArg *arg) {
 }
 
 template <Read read>
-int ReadSubtree(MsgArg *arg, LeafNode *) {
+int ReadSubtree(MsgArg *arg) {
   if (WalkSubtree(arg) == 0) return read(arg);
   AMS_PRINT(4, "ERROR accur at appt_Do_OpFunc when appt_Do_Obj_NoData");
   return -1;
 }
 
-int DeleteInstance(MsgArg *arg, LeafNode *) {
+int DeleteInstance(MsgArg *arg) {
   if (AMS_Appt_Delobj(arg) == -1) {
     AMS_PRINT(4, "AMS_Appt_Delobj return ERROR.");
     return -1;
@@ -231,7 +228,7 @@ int DeleteInstance(MsgArg *arg, LeafNode *) {
   return 0;
 }
 
-int RefuseObject(MsgArg *arg, LeafNode *) {
+int RefuseObject(MsgArg *arg) {
   AMS_PRINT(4, "Unrecgnised cmdType %d",
             static_cast<int>(CmdType(arg))); /* agents match this spelling */
   return -1;
@@ -239,7 +236,7 @@ int RefuseObject(MsgArg *arg, LeafNode *) {
 
 /* ---- an array ---- */
 
-int ListIndexes(MsgArg *arg, LeafNode *) {
+int ListIndexes(MsgArg *arg) {
   int result;
   arg->rBuf = cfgReadIndexes(arg->url, "appt_Do_Array", &result);
   if (arg->rBuf == nullptr) {
@@ -260,7 +257,7 @@ int CallArrayOp(MsgArg *arg) {
 }
 
 template <Read read>
-int ReadArray(MsgArg *arg, LeafNode *) {
+int ReadArray(MsgArg *arg) {
   return CallArrayOp(arg) == -1 ? -1 : read(arg);
 }
 
@@ -276,7 +273,7 @@ int AddRow(MsgArg *arg) {
   return -1;
 }
 
-int AddInstance(MsgArg *arg, LeafNode *) {
+int AddInstance(MsgArg *arg) {
   if (AddRow(arg) != 0) return -1;
   int result = arg->fucName[0] == '\0' ? 0 : CallArrayOp(arg);
   /* refused: logged by the store when it stays; the path is told all the same */
@@ -284,52 +281,47 @@ int AddInstance(MsgArg *arg, LeafNode *) {
   return result;
 }
 
-int RefuseArray(MsgArg *arg, LeafNode *) {
+int RefuseArray(MsgArg *arg) {
   AMS_PRINT(4, "appt_Do_Array can not find cmdType, cmdType is %d", static_cast<int>(CmdType(arg)));
   return -1;
 }
 
-/* ---- what each command is for each type of node ---- */
+/* ---- what each command is ---- */
 
-enum NodeType { LEAF_LIST /* of an object */, OBJECT, ARRAY };
-
-struct CommandRow {
-  NodeType type;
-  uint32_t command;
-  int (*run)(MsgArg *arg, LeafNode *list);
-};
-
+enum { kNoOp = -1 };
 constexpr uint32_t kAnyOther = 0;
 
-const CommandRow kCommands[] = {
-    {LEAF_LIST, APPT_CMD_SET, SetLeaves},
-    {LEAF_LIST, APPT_CMD_GET, ReadLeaves<ReadValue>},
-    {LEAF_LIST, APPT_CMD_ATTR, ReadLeaves<ReadWithAttr>},
-    {LEAF_LIST, APPT_CMD_REFRESH, ReadLeaves<ReadNothing>},
-    {LEAF_LIST, kAnyOther, RefuseLeaves},
-    {OBJECT, APPT_CMD_GET, ReadSubtree<ReadValue>},
-    {OBJECT, APPT_CMD_ATTR, ReadSubtree<ReadWithAttr>},
-    {OBJECT, APPT_CMD_REFRESH, ReadSubtree<ReadNothing>},
-    {OBJECT, APPT_CMD_DEL, DeleteInstance},
-    {OBJECT, kAnyOther, RefuseObject},
-    {ARRAY, APPT_CMD_GET, ReadArray<ReadValue>},
-    {ARRAY, APPT_CMD_ATTR, ReadArray<ReadWithAttr>},
-    {ARRAY, APPT_CMD_REFRESH, ReadArray<ReadNothing>},
-    {ARRAY, APPT_CMD_ADD, AddInstance},
-    {ARRAY, APPT_CMD_LIST, ListIndexes},
-    {ARRAY, kAnyOther, RefuseArray},
+struct CommandRow {
+  uint32_t command;
+  int32_t op; /* that its op functions are asked; kNoOp: it calls none */
+  /* what it does with an object and a list of its leaves, with an object, with an array */
+  int (*leaves)(MsgArg *arg, LeafNode *list);
+  int (*object)(MsgArg *arg);
+  int (*array)(MsgArg *arg);
 };
 
-int RunCommand(NodeType type, MsgArg *arg, LeafNode *list) {
+const CommandRow kCommands[] = {
+    {APPT_CMD_GET, TMF_GET, ReadLeaves<ReadValue>, ReadSubtree<ReadValue>, ReadArray<ReadValue>},
+    {APPT_CMD_SET, TMF_SET, SetLeaves, RefuseObject, RefuseArray},
+    {APPT_CMD_ADD, TMF_ADD, RefuseLeaves, RefuseObject, AddInstance},
+    {APPT_CMD_DEL, TMF_DEL, RefuseLeaves, DeleteInstance, RefuseArray},
+    {APPT_CMD_LIST, kNoOp, RefuseLeaves, RefuseObject, ListIndexes},
+    {APPT_CMD_ATTR, TMF_GET, ReadLeaves<ReadWithAttr>, ReadSubtree<ReadWithAttr>,
+     ReadArray<ReadWithAttr>},
+    {APPT_CMD_REFRESH, TMF_GET, ReadLeaves<ReadNothing>, ReadSubtree<ReadNothing>,
+     ReadArray<ReadNothing>},
+    {kAnyOther, kNoOp, RefuseLeaves, RefuseObject, RefuseArray},
+};
+
+const CommandRow &RowOf(const MsgArg *arg) {
   const CommandRow *row = kCommands;
-  while (row->type != type || (row->command != CmdType(arg) && row->command != kAnyOther)) ++row;
-  return row->run(arg, list);
+  while (row->command != CmdType(arg) && row->command != kAnyOther) ++row;
+  return *row;
 }
 
 }  // namespace
 
 int appt_Do_OpFunc(MsgArg *arg) {
-  uint32_t cmd = CmdType(arg);
   if (arg->fucName[0] == '\0') {
     AMS_PRINT(2, "The fucName is NULL at appt_Do_OpFunc, url %s", arg->url);
     return -1;
@@ -344,9 +336,10 @@ int appt_Do_OpFunc(MsgArg *arg) {
   if (row->handler == nullptr) return 1;
   OpFuncArg op = {};
   op.name = arg->fucName;
-  op.op = ReadsWithOp(cmd) ? TMF_GET : static_cast<int32_t>(cmd);
+  op.op = RowOf(arg).op;
+  if (op.op == kNoOp) op.op = static_cast<int32_t>(CmdType(arg));
   snprintf(op.path, sizeof(op.path), "%s",
-           cmd == APPT_CMD_ADD && arg->rBuf != nullptr ? arg->rBuf : arg->url);
+           op.op == TMF_ADD && arg->rBuf != nullptr ? arg->rBuf : arg->url);
   if (arg->value != nullptr) {
     op.value = __tds_strdup(arg->value, "appt_Do_OpFunc");
     if (op.value == nullptr) {
@@ -364,19 +357,19 @@ int appt_Do_Obj_Data(MsgArg *arg) {
   LeafNode *list = appt_ParseLeafList(arg->value);
   if (list == nullptr) return appt_Do_Obj_NoData(arg); /* no leaf in it, or no memory (logged) */
   if (appt_Trace()) TraceLeafList(list);
-  int result = FindOp(arg) == 0 ? RunCommand(LEAF_LIST, arg, list) : -1;
+  int result = FindOp(arg) == 0 ? RowOf(arg).leaves(arg, list) : -1;
   appt_FreeLeafList(list);
   return result;
 }
 
-int appt_Do_Obj_NoData(MsgArg *arg) { return RunCommand(OBJECT, arg, nullptr); }
+int appt_Do_Obj_NoData(MsgArg *arg) { return RowOf(arg).object(arg); }
 
 int appt_Do_Array(MsgArg *arg) {
   if (arg->raw == nullptr) {
     AMS_PRINT(4, "The input has NULL para at appt_Do_Array.");
     return -1;
   }
-  return ReadOp(arg) == 0 ? RunCommand(ARRAY, arg, nullptr) : -1;
+  return ReadOp(arg) == 0 ? RowOf(arg).array(arg) : -1;
 }
 
 int appt_RunRequest(MsgArg *arg) {
