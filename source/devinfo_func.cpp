@@ -29,9 +29,9 @@ namespace {
 constexpr uint32_t kRestoreDelay = 1200;           /* ms; the USB storage is mounted by then */
 constexpr uint32_t kLogSettingsChanged = 0x100021; /* to "utils:logmgt" */
 
-const OpForm kNamed = {__FILE__, __LINE__, true, -1};
+const OpForm kNamed = {__FILE__, __LINE__, -1, nullptr};
 /* Unlike their neighbours these take a null argument. */
-const OpForm kLenient = {__FILE__, __LINE__, true, 0};
+const OpForm kLenient = {__FILE__, __LINE__, 0, nullptr};
 
 const Script kAlgAbility = {{{ON_INIT | ON_SET, "/usr/syscfg/alg.sh set"}}};
 
@@ -102,7 +102,7 @@ int FuncRestore(OpFuncArg *arg) {
 /* Not every board has the script. Run without the log line of cfgSystemCmd. */
 void RunNeighbour(const char *line) {
   if (access("/usr/syscfg/neigh/neigh.sh", X_OK) != 0) return;
-  (void)cfgShell(line); /* logged there */
+  cfgShell(line);
 }
 
 int FuncPortalManagement(OpFuncArg *arg) {

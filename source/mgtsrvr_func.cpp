@@ -13,7 +13,7 @@
 
 namespace {
 
-const OpForm kNamed = {__FILE__, __LINE__, true, -1};
+const OpForm kNamed = {__FILE__, __LINE__, -1, nullptr};
 
 #define SERVER "InternetGatewayDevice.ManagementServer."
 
@@ -74,18 +74,18 @@ void RefreshInformState() {
 }
 
 /* Not through cfgSystemCmd: informs are the client's to log. "manully_inform" is its spelling. */
-void RunClient(const char *line) { (void)cfgShell(line); /* logged there */ }
-
 void ApplySet(const char *value) {
-  if (strcmp(value, "X_CT-COM_MaintainComplete=1") == 0)
-    return RunClient("/usr/sbin/cfgcmd manully_inform EV AC X_CT-COM_MaintainComplete &");
+  if (strcmp(value, "X_CT-COM_MaintainComplete=1") == 0) {
+    cfgShell("/usr/sbin/cfgcmd manully_inform EV AC X_CT-COM_MaintainComplete &");
+    return;
+  }
   if (strcmp(value, "X_CT-COM_ManualInform=1") != 0) {
     cfgSystemCmd("/usr/syscfg/tr069.sh set");
     return;
   }
   int missing = MissingForInform();
   if (missing != 0) SetState(kManualInformState, missing);
-  RunClient("/usr/sbin/cfgcmd manully_inform EV MI X_CT-COM_ManualInform &");
+  cfgShell("/usr/sbin/cfgcmd manully_inform EV MI X_CT-COM_ManualInform &");
 }
 
 int FuncManagementServer(OpFuncArg *arg) {

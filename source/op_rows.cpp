@@ -6,14 +6,18 @@
 
 #include "ams_config_shell.h"
 
+namespace {
+
+/* The op in a line's sum; 0 for one that no sum has. */
+unsigned Bit(int op) { return op >= 0 && op < 32 ? 1u << op : 0; }
+
+}  // namespace
+
 void OpLog(const OpForm &form, const OpFuncArg *arg) {
-  const char *value = arg->value == nullptr ? "(null)" : arg->value;
-  if (form.named)
-    AMS_PRINT_AT(2, form.source, form.line, "%s: op: %d, path: %s, value: %s\n", arg->name, arg->op,
-                 arg->path, value);
-  else
-    AMS_PRINT_AT(2, form.source, form.line, "op: %d, path: %s, value: %s\n", arg->op, arg->path,
-                 value);
+  const char *name = form.name == nullptr ? arg->name : form.name;
+  AMS_PRINT_AT(2, form.source, form.line, "%s%sop: %d, path: %s, value: %s%s", name,
+               *name == '\0' ? "" : ": ", arg->op, arg->path,
+               arg->value == nullptr ? "(null)" : arg->value, form.end);
 }
 
 /* The formats are the rows'. */
@@ -22,7 +26,7 @@ void OpLog(const OpForm &form, const OpFuncArg *arg) {
 int RunScript(const Script &script, const OpFuncArg *arg) {
   for (const ScriptLine &line : script.lines) {
     if (line.format == nullptr) break;
-    if ((line.ops & 1u << arg->op) == 0) continue;
+    if ((line.ops & Bit(arg->op)) == 0) continue;
     if (line.arg == ARG_NONE)
       cfgSystemCmd("%s", line.format);
     else if (line.arg == ARG_PATH)

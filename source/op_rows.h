@@ -10,8 +10,9 @@
 struct OpForm {
   const char *source; /* where their log line says that it was written */
   int line;
-  bool named;      /* whether that line has the op function's name in it */
-  int without_arg; /* their result for a null argument */
+  int without_arg;  /* their result for a null argument */
+  const char *name; /* in front of that line; NULL: the op function's, "": none */
+  const char *end = "\n";
 };
 
 void OpLog(const OpForm &form, const OpFuncArg *arg);

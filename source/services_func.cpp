@@ -30,9 +30,9 @@
 
 namespace {
 
-const OpForm kPlain = {__FILE__, __LINE__, false, -1}, kNamed = {__FILE__, __LINE__, true, -1};
+const OpForm kPlain = {__FILE__, __LINE__, -1, ""}, kNamed = {__FILE__, __LINE__, -1, nullptr};
 /* Unlike their neighbours these take a null argument. */
-const OpForm kLenient = {__FILE__, __LINE__, true, 0};
+const OpForm kLenient = {__FILE__, __LINE__, 0, nullptr};
 
 const Script kStatusUpdater = {{
     {ON_INIT | ON_SET, "killall status_updater.sh >/dev/null 2>&1"},
@@ -214,9 +214,9 @@ const OpFuncEntry kCapabInfoFuncTable[] = {
     {"FuncRateLimitCfg", SCRIPTED(kNamed, kRateLimit)},
     {"FuncRateLimitPerPortCfg", SCRIPTED(kNamed, kRateLimitPerPort)},
     {"FuncRateLimitPerIPCfg", SCRIPTED(kNamed, kRateLimitPerIp)},
-    {"FuncServShortMsg", FuncServShortMsg},
-    {"FuncServShortMsgSend", FuncServShortMsgSend},
-    {"FuncServShortMsgUssdSend", FuncServShortMsgUssdSend},
+    {"FuncServShortMsg", Op<kShortMsg, FuncServShortMsg>},
+    {"FuncServShortMsgSend", Op<kShortMsgSend, FuncServShortMsgSend>},
+    {"FuncServShortMsgUssdSend", Op<kShortMsgUssdSend, FuncServShortMsgUssdSend>},
     {"FuncZabbix", SCRIPTED(kPlain, kZabbix)},
     {"FuncConnRecovery", SCRIPTED(kPlain, kConnRecovery)},
     {"FuncDongleWanKeep", SCRIPTED(kPlain, kDongleWanKeep)},

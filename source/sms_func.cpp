@@ -18,14 +18,6 @@ namespace {
 
 constexpr size_t kListRoom = 25600, kContentRoom = 4096;
 
-/* How each begins: with a log line under a name of its own, which the field's log readers know. */
-int Begin(const char *name, OpFuncArg *arg, OpFunc work) {
-  if (arg == nullptr) return -1;
-  AMS_PRINT(2, "%s: op: %d, path: %s, value: %s", name, arg->op, arg->path,
-            arg->value == nullptr ? "(null)" : arg->value);
-  return work(arg);
-}
-
 /* A list that cannot be read leaves the one that was read last; -1 when it cannot be stored. */
 int ReadBox(int filter, const char *path) {
   std::string list(kListRoom, '\0');
@@ -82,7 +74,13 @@ int RunAsked(const OpFuncArg *arg, const std::string &code) {
   return Report(ShortMsgAction(code.c_str(), argument, content, ""));
 }
 
-int ListOrAct(OpFuncArg *arg) {
+}  // namespace
+
+const OpForm kShortMsg = {__FILE__, __LINE__, -1, "FuncHandleShortMsg", ""};
+const OpForm kShortMsgSend = {__FILE__, __LINE__, -1, "FuncHandleShortMsgSend", ""};
+const OpForm kShortMsgUssdSend = {__FILE__, __LINE__, -1, nullptr, ""};
+
+int FuncServShortMsg(OpFuncArg *arg) {
   int result = 0;
   std::string text;
   if (AsksFor(arg, "MsgInbox")) result = ReadBox(0, SHORT_MSG "MsgInbox");
@@ -92,7 +90,7 @@ int ListOrAct(OpFuncArg *arg) {
 }
 
 /* One recipient's failure does not keep the message from the others; it is the result. */
-int SendToAll(OpFuncArg *arg) {
+int FuncServShortMsgSend(OpFuncArg *arg) {
   if (arg->op != TMF_SET) return 0;
   char country[32], recipients[1024], content[kContentRoom];
   if (ReadLeaf(arg, "MsgCountryCode", country) != 0 || ReadLeaf(arg, "MsgTo", recipients) != 0 ||
@@ -106,19 +104,9 @@ int SendToAll(OpFuncArg *arg) {
   return Report(result);
 }
 
-int SendOrReportUssd(OpFuncArg *arg) {
+int FuncServShortMsgUssdSend(OpFuncArg *arg) {
   if (arg->op == TMF_GET) return UssdReport();
   std::string command;
   if (SetsLeaf(arg, "Command", &command)) UssdSend(command.c_str());
   return 0;
-}
-
-}  // namespace
-
-int FuncServShortMsg(OpFuncArg *arg) { return Begin("FuncHandleShortMsg", arg, ListOrAct); }
-
-int FuncServShortMsgSend(OpFuncArg *arg) { return Begin("FuncHandleShortMsgSend", arg, SendToAll); }
-
-int FuncServShortMsgUssdSend(OpFuncArg *arg) {
-  return Begin("FuncServShortMsgUssdSend", arg, SendOrReportUssd);
 }
