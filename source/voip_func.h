@@ -12,6 +12,3 @@ int FuncServVoipLineStats(OpFuncArg *arg);
 int FuncServVoipIADDiag(OpFuncArg *arg);
 int FuncServVoipPhyTest(OpFuncArg *arg); /* FuncServVoipSimulateTest, too */
 int FuncServAction(OpFuncArg *arg);
-
-/* What FuncHandleVoip does once per process, at its first TMF_INIT. */
-void VoipStart();

@@ -17,7 +17,7 @@
 #include "serviceCtrl_func.h"
 #include "sup_main.h"
 #include "support.h"
-#include "voip_func.h"
+#include "voip_path.h"
 
 namespace {
 std::string no_memory_for; /* a tag; "": there is memory */
@@ -30,8 +30,6 @@ char *__wrap___tds_strdup(const char *text, const char *tag) {
 }
 
 namespace {
-
-using Lines = std::vector<std::string>;
 
 struct Record {
   int level; /* 0: no record, a line of its own */
