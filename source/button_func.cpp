@@ -18,6 +18,7 @@ constexpr char kKeyDriver[] = "/proc/gpio_config/key";
 constexpr char kGpioFile[] = "/usr/syscfg/gpio_cfg.sh", kEventFile[] = "/usr/syscfg/key_event.sh";
 
 enum { LAN_KEY_EVENT = 11, LAN_DELAY = 20 /* ms */ };
+constexpr uint32_t kLanKey = 0x100053; /* to "portmgr:lan": 4 zero bytes */
 
 /* What the key driver takes as one write, in the machine's byte order: an event to raise when a key
    was held for some time. Times are in the driver's unit. */
@@ -146,5 +147,5 @@ void ButtonKey(int32_t, const void *data, uint32_t len) {
 
 void ButtonLanTimer(int32_t, const void *, uint32_t) {
   static const char kZeros[4] = {};
-  (void)SendMsg(EV_LAN_KEY, kZeros, sizeof kZeros, "portmgr:lan"); /* logged; nobody to tell */
+  (void)SendMsg(kLanKey, kZeros, sizeof kZeros, "portmgr:lan"); /* logged; nobody to tell */
 }

@@ -6,7 +6,6 @@
 enum : uint32_t {
   EV_KEY = 0x100051,        /* second 32-bit word, in the machine's order: the event's number */
   EV_KEY_SWITCH = 0x100052, /* byte 0: 1 is on, else off; byte 1: not 0 means not for the keys */
-  EV_LAN_KEY = 0x100053,    /* to "portmgr:lan": 4 zero bytes */
 };
 
 enum { BUTTON_TIMER_LAN = 0 };

@@ -48,11 +48,6 @@ const char *const kMakeRoom[] = {
     kDropCaches,
 };
 
-struct HeapFree {
-  void operator()(void *block) const { __tds_free(block); }
-};
-using HeapText = std::unique_ptr<char, HeapFree>;
-
 /* The parameters of an order. `absent` stands for one that is missing or empty: the data model has
    every leaf, so what was not ordered is an empty one. */
 struct OrderLeaf {
@@ -69,33 +64,18 @@ const OrderLeaf kOrderLeaves[] = {
     {DOWNLOAD "TargetFileName", &DownloadOrder::target, ""},
     {DOWNLOAD "DelaySeconds", &DownloadOrder::delay, ""},
 };
-using OrderTexts = std::array<HeapText, std::size(kOrderLeaves)>;
-
-/* The leaf's whole value, however long; NULL when it is missing. */
-HeapText ReadLeaf(const char *path) {
-  char *text = nullptr;
-  if (ams_get_node_value(gptXmlTrees->root, path, &text) != 0) return nullptr;
-  HeapText owner(text);
-  const char *value = strchr(text, '='); /* a leaf reads as name=value */
-  if (value == nullptr) return nullptr;
-  memmove(text, value + 1, strlen(value));
-  return owner;
-}
+using OrderTexts = std::array<std::string, std::size(kOrderLeaves)>;
 
 DownloadOrder ReadOrder(OrderTexts *texts) {
   DownloadOrder order = {};
   for (size_t i = 0; i < texts->size(); ++i) {
     const OrderLeaf &leaf = kOrderLeaves[i];
-    HeapText &text = (*texts)[i];
-    text = ReadLeaf(leaf.path);
-    bool ordered = text != nullptr && *text.get() != '\0';
-    order.*leaf.text = ordered ? text.get() : leaf.absent;
+    std::string &text = (*texts)[i];
+    (void)LeafString(leaf.path, &text); /* without the leaf it stays "" */
+    order.*leaf.text = text.empty() ? leaf.absent : text.c_str();
   }
   return order;
 }
-
-/* cfgSystemCmd refuses lines of more than 511 bytes, and a URL alone may be longer. */
-void RunLong(const char *line) { (void)cfgShell(line); /* logged there */ }
 
 void RunIfThere(const char *script, const char *argument) {
   if (access(script, X_OK) == 0) cfgSystemCmd("%s%s", script, argument);
@@ -173,7 +153,7 @@ int BeginTarget(const char *name) {
 /* Whether the file came is not asked: the version manager finds out. */
 void FetchAndUpgrade(const DownloadOrder &order, const DownloadLine &line, VersionWord *result) {
   AMS_PRINT(3, "DownCmd=%s", line);
-  RunLong(line);
+  cfgShell(line);
   if (strcmp(order.file_type, kImageType) != 0) {
     AMS_PRINT(4, "unsupported TargetFileName=%s\n", order.target);
     return;
@@ -187,7 +167,7 @@ void ReportSuccess(const DownloadOrder &order, DownloadLine &line) {
   WriteResult(DOWNLOAD "FaultString", "");
   if (DownloadStrapCommand(order.command_key, line) == 0) { /* else refused before */
     AMS_PRINT(3, "cmd=%s\n", line);
-    RunLong(line);
+    cfgShell(line);
   }
   (void)nvram_commit(NVTYPE_STAGING); /* logged there; the image is flashed all the same */
   RunIfThere(kPostScript, " success");
@@ -199,7 +179,7 @@ void ReportFailure(const DownloadOrder &order, const char *result, DownloadLine 
      the server: then the inform goes without one. */
   if (DownloadInformCommand(order.command_key, line) != 0) (void)DownloadInformCommand("", line);
   AMS_PRINT(3, "cmd=%s\n", line);
-  RunLong(line);
+  cfgShell(line);
   RunIfThere(kPostScript, " failed");
 }
 
@@ -233,8 +213,8 @@ void RunOrder(const DownloadOrder &order, DownloadLine &line, Aftermath *after) 
    was read, or cannot be. */
 Aftermath CarryOutOrder(sem_t *order_read) {
   Aftermath after = {};
-  std::unique_ptr<DownloadLine, HeapFree> line(
-      static_cast<DownloadLine *>(__tds_malloc(sizeof(DownloadLine), kThreadTag)));
+  std::unique_ptr<DownloadLine, decltype(&__tds_free)> line(
+      static_cast<DownloadLine *>(__tds_malloc(sizeof(DownloadLine), kThreadTag)), __tds_free);
   OrderTexts texts;
   DownloadOrder order = {};
   if (line != nullptr) order = ReadOrder(&texts);
@@ -282,10 +262,10 @@ void *tr069_download_image_thread(void *order_read) {
 int FuncKVO_TR69Download(OpFuncArg *arg) {
   if (arg->op != TMF_SET) return 0;
   puts("FuncKVO_TR69Download ########");
-  HeapText type = ReadLeaf(DOWNLOAD "FileType");
-  if (type == nullptr)
+  std::string type;
+  if (LeafString(DOWNLOAD "FileType", &type) != 0)
     AMS_PRINT(4, "FileType is NULL\n");
-  else if (strcmp(type.get(), kConfigType) == 0)
+  else if (type == kConfigType)
     cfgSystemCmd("/usr/syscfg/tr069_proc.sh Download &");
   else if (StartThread() != 0)
     AMS_PRINT(4, "Create upgradeVer Task err!!\n");

@@ -14,23 +14,21 @@
 #include "devinfo_func.h"
 #include "support.h"
 #include "tds_desk.h"
-#include "version_manager.h"
 
 namespace {
 
 const std::string kOrder = "InternetGatewayDevice.X_TR69_Transfer.X_KVO_Download.";
 
-class Download : public StoreTest {
+class Download : public GatewayTest {
  protected:
   void SetUp() override {
-    StoreTest::SetUp();
+    GatewayTest::SetUp();
     Order("1");
   }
-  std::string DataModel() const override { return FileText("/etc/tr098_data_model.xml"); }
 
   /* A fresh order; `number` is in its key and its URL. */
   void Order(const std::string &number) {
-    LoadModel(DataModel());
+    LoadModel(FileText("/etc/tr098_data_model.xml"));
     SetLeaf(kOrder + "FileType", "2 Web Content");
     SetLeaf(kOrder + "URL", "http://s/" + number);
     SetLeaf(kOrder + "CommandKey", "k" + number);
@@ -165,15 +163,6 @@ TEST_F(Download, TwoOrdersAtOnceDoNotMix) {
   lines = AwaitCommand("cfgcmd manully_inform EV TC-k1 Dn-k1");
   EXPECT_EQ(std::count(lines.begin(), lines.end(), fetch("1")), 1);
   EXPECT_TRUE(NothingLeft());
-}
-
-TEST(VersionManager, IsNotAskedWithoutANameOrForALongOne) {
-  VersionWord result = "";
-  EXPECT_EQ(upgradeVer(nullptr, &result), -1);
-  EXPECT_EQ(upgradeVer("i", nullptr), -1);
-  EXPECT_STREQ(result, "");
-  EXPECT_EQ(upgradeVer(std::string(128, 'n').c_str(), &result), -1);
-  EXPECT_STREQ(result, "other_failed");
 }
 
 }  // namespace
