@@ -30,16 +30,23 @@ struct Box {
 };
 Box box;
 
-using Marks = ShortMsgMark[SHORTMSG_MARKS];
+/* What is known of a message by the index at which a storage has it. */
+struct Mark {
+  bool unread;   /* was unread when it was listed; the modem turns it into read, for the user it
+                    stays unread */
+  bool unlisted; /* belongs into no list, which was logged */
+};
+constexpr int kMarks = 255;
+using Marks = Mark[kMarks];
 Marks sim_marks, memory_marks;
 
 Marks &StorageMarks() { return ModemUsesMemory() ? memory_marks : sim_marks; }
 
 /* The mark of an index; of one that no storage has, a blank one. */
-ShortMsgMark *MarkOf(int index, Marks &marks) {
-  static ShortMsgMark none;
+Mark *MarkOf(int index, Marks &marks) {
+  static Mark none;
   none = {};
-  return index >= 0 && index < SHORTMSG_MARKS ? &marks[index] : &none;
+  return index >= 0 && index < kMarks ? &marks[index] : &none;
 }
 
 /* ---- records ---- */
@@ -65,7 +72,7 @@ bool Passes(const ShortMsgEntry &entry, int filter) {
 bool IsFirst(const ShortMsgEntry &entry) { return entry.hasUdh == 0 || entry.concatSeq == 1; }
 
 /* The status for the user. */
-int Status(const ShortMsgEntry &entry, ShortMsgMark *mark) {
+int Status(const ShortMsgEntry &entry, Mark *mark) {
   if (entry.stat == SHORTMSG_UNREAD) mark->unread = true;
   if (!IsReceived(entry)) mark->unread = false; /* another one */
   return mark->unread ? int{SHORTMSG_UNREAD} : entry.stat;
@@ -83,17 +90,12 @@ bool IsPart(const ShortMsgEntry &entry, const ShortMsgEntry &first, int number) 
          strcmp(entry.number, first.number) == 0;
 }
 
-struct Entries {
-  ShortMsgEntry *first;
-  size_t count;
-};
-
 /* Takes the newest of those that are not taken and match; of two with one time, the one that the
    modem lists first. NULL: there is none. */
 template <typename Matches>
-ShortMsgEntry *TakeNewest(const Entries &entries, Matches matches) {
+ShortMsgEntry *TakeNewest(Matches matches) {
   ShortMsgEntry *newest = nullptr;
-  for (ShortMsgEntry *entry = entries.first; entry < entries.first + entries.count; ++entry)
+  for (ShortMsgEntry *entry = box.entries; entry < box.entries + box.count; ++entry)
     if (entry->taken == 0 && matches(*entry) &&
         (newest == nullptr || strcmp(entry->time, newest->time) > 0))
       newest = entry;
@@ -103,11 +105,10 @@ ShortMsgEntry *TakeNewest(const Entries &entries, Matches matches) {
 
 /* Puts the further parts of a long message behind its first one. A part is of one message only: two
    of one sender may have the same reference, as all that this gateway sends have. */
-void TakeParts(const ShortMsgEntry &first, const Entries &entries, std::string *index,
-               std::string *content) {
+void TakeParts(const ShortMsgEntry &first, std::string *index, std::string *content) {
   for (int number = 2; first.hasUdh != 0 && number <= first.concatTotal; ++number) {
-    const ShortMsgEntry *part = TakeNewest(
-        entries, [&](const ShortMsgEntry &entry) { return IsPart(entry, first, number); });
+    const ShortMsgEntry *part =
+        TakeNewest([&](const ShortMsgEntry &entry) { return IsPart(entry, first, number); });
     if (part == nullptr) continue;
     *index += "," + std::to_string(part->index);
     *content += part->content;
@@ -116,7 +117,7 @@ void TakeParts(const ShortMsgEntry &first, const Entries &entries, std::string *
 
 /* Each field is followed by its mark, the last one too. */
 std::string Record(const ShortMsgEntry &entry, const std::string &index, const std::string &content,
-                   ShortMsgMark *mark) {
+                   Mark *mark) {
   mark->unlisted = false;
   std::string record;
   for (const std::string &field : {index, std::to_string(Status(entry, mark)),
@@ -126,15 +127,40 @@ std::string Record(const ShortMsgEntry &entry, const std::string &index, const s
 }
 
 /* Parts that no record took would stay in the storage unseen. */
-void LogUnlisted(const Entries &entries, int filter, Marks &marks) {
+void LogUnlisted(int filter, Marks &marks) {
   auto passes = [filter](const ShortMsgEntry &entry) { return Passes(entry, filter); };
-  while (const ShortMsgEntry *part = TakeNewest(entries, passes)) {
+  while (const ShortMsgEntry *part = TakeNewest(passes)) {
     if (!std::exchange(MarkOf(part->index, marks)->unlisted, true))
       AMS_PRINT(3,
                 "message %d is not listed: its header or reply path makes it part %d of %d, and "
                 "there is no part 1; DelIdx deletes it\n",
                 part->index, part->concatSeq, part->concatTotal);
   }
+}
+
+/* Writes the records of those of the box's entries that pass, newest first. What belongs into the
+   list and has no record is logged. */
+void FormatList(int filter, char *text, size_t size) {
+  Marks &marks = StorageMarks();
+  size_t length = 0;
+  bool full = false;
+  *text = '\0';
+  while (const ShortMsgEntry *entry = TakeNewest(IsFirst)) {
+    std::string index = std::to_string(entry->index), content = entry->content;
+    TakeParts(*entry, &index, &content); /* listed or not, they are its own */
+    if (!Passes(*entry, filter)) continue;
+    /* Marks it in a full list, too. */
+    std::string record = Record(*entry, index, content, MarkOf(entry->index, marks));
+    if (full) continue;
+    full = length + record.size() >= size;
+    if (full) {
+      AMS_PRINT(3, "the list ends before message %d: %zu bytes are full\n", entry->index, size);
+      continue;
+    }
+    memcpy(text + length, record.c_str(), record.size() + 1);
+    length += record.size();
+  }
+  LogUnlisted(filter, marks);
 }
 
 /* ---- the modem's list ---- */
@@ -257,30 +283,6 @@ std::string ShortMsgPrintable(std::string_view text) {
   return printable;
 }
 
-void ShortMsgFormatList(ShortMsgEntry *list, size_t count, int filter, Marks &marks, char *text,
-                        size_t size) {
-  const Entries entries = {list, count};
-  size_t length = 0;
-  bool full = false;
-  *text = '\0';
-  while (const ShortMsgEntry *entry = TakeNewest(entries, IsFirst)) {
-    std::string index = std::to_string(entry->index), content = entry->content;
-    TakeParts(*entry, entries, &index, &content); /* listed or not, they are its own */
-    if (!Passes(*entry, filter)) continue;
-    /* Marks it in a full list, too. */
-    std::string record = Record(*entry, index, content, MarkOf(entry->index, marks));
-    if (full) continue;
-    full = length + record.size() >= size;
-    if (full) {
-      AMS_PRINT(3, "the list ends before message %d: %zu bytes are full\n", entry->index, size);
-      continue;
-    }
-    memcpy(text + length, record.c_str(), record.size() + 1);
-    length += record.size();
-  }
-  LogUnlisted(entries, filter, marks);
-}
-
 void ShortMsgForget(int index) { *MarkOf(index, StorageMarks()) = {}; }
 
 int SHORTMSG_SMS_Get(int filter, char *text, size_t size) {
@@ -295,6 +297,6 @@ int SHORTMSG_SMS_Get(int filter, char *text, size_t size) {
   int result = ReadEntries(&listing);
   fclose(listing.file);
   (void)unlink(kListed); /* it was just there */
-  if (result == 0) ShortMsgFormatList(box.entries, box.count, filter, StorageMarks(), text, size);
+  if (result == 0) FormatList(filter, text, size);
   return result;
 }

@@ -24,20 +24,6 @@ int SHORTMSG_SMS_Get(int filter, char *text, size_t size);
  */
 void ShortMsgForget(int index);
 
-/* What is known of a message by the index at which a storage has it. */
-enum { SHORTMSG_MARKS = 255 };
-struct ShortMsgMark {
-  bool unread;   /* was unread when it was listed; the modem turns it into read, for the user it
-                    stays unread */
-  bool unlisted; /* belongs into no list, which was logged */
-};
-
-/* The part of it that asks no modem: writes the records of those of the `count` entries that pass,
-   newest first, and leaves each entry `taken` that a record has. What belongs into the list and has
-   no record is logged. */
-void ShortMsgFormatList(ShortMsgEntry *entries, size_t count, int filter,
-                        ShortMsgMark (&marks)[SHORTMSG_MARKS], char *text, size_t size);
-
 /* `text` with U+FFFD for each control character: a value of the store that has byte 0x03 would be
    refused, and none of them has a meaning to who reads it. */
 std::string ShortMsgPrintable(std::string_view text);

@@ -8,6 +8,6 @@
 /* -1 also when `index` is none of it. */
 int ShortMsgPhonebookDelete(int index);
 
-/* Writes the whole phonebook to `out`. Called again within 4 s it sets msgResult to
-   SHORTMSG_NOTHING, and reads all the same. */
+/* For who shows it beside the data model, which has no list of it: writes the whole phonebook to
+   `out`. Called again within 4 s it sets msgResult to SHORTMSG_NOTHING, and reads all the same. */
 int ShortMsgPhonebookList(FILE *out);

@@ -20,6 +20,22 @@ constexpr char kProvider[] = "10010";
 
 const char *Behind(const char *text, char first) { return *text == first ? text + 1 : text; }
 
+/* The digits that are dialled for `number` from a country with the code `country`. -1 (logged): it
+   is longer than a PDU takes. */
+int Dial(const char *number, const char *country, char (&digits)[SHORTMSG_NUMBER_SIZE]) {
+  const char *local = number;
+  if (strcmp(number, kProvider) == 0)
+    country = "";
+  else
+    local = Behind(Behind(number, '+'), '0');
+  if (*country == '+' || *country == '0') ++country;
+  int length = snprintf(digits, sizeof digits, "%s%s", country, local);
+  if (length < static_cast<int>(sizeof digits) && IsNumber(digits, false)) return 0;
+  AMS_PRINT(4, "number %s%s cannot be dialled: it has to be 1 to %zu digits\n", country, local,
+            sizeof digits - 1);
+  return -1;
+}
+
 /* Hands one PDU to the modem. `status`: as SendOrStore's. */
 int Hand(const ShortMsgParam &record, const ShortMsgHeader *header, int status) {
   char pdu[SHORTMSG_PDU_SIZE], command[48];
@@ -78,25 +94,11 @@ int SendOrStore(const char *number, const char *text, const char *country, int s
   }
   ModemReadServiceCentre();
   snprintf(record.SCA, sizeof record.SCA, "%.20s", Behind(short_msg_state.SCA, '+'));
-  if (ModemPduMode() != 0 || ShortMsgDial(number, country, record.TPA) != 0) return -1;
+  if (ModemPduMode() != 0 || Dial(number, country, record.TPA) != 0) return -1;
   return count == 1 ? HandOne(&parts, &record, status) : HandMany(&parts, &record, status);
 }
 
 }  // namespace
-
-int ShortMsgDial(const char *number, const char *country, char (&digits)[SHORTMSG_NUMBER_SIZE]) {
-  const char *local = number;
-  if (strcmp(number, kProvider) == 0)
-    country = "";
-  else
-    local = Behind(Behind(number, '+'), '0');
-  if (*country == '+' || *country == '0') ++country;
-  int length = snprintf(digits, sizeof digits, "%s%s", country, local);
-  if (length < static_cast<int>(sizeof digits) && IsNumber(digits, false)) return 0;
-  AMS_PRINT(4, "number %s%s cannot be dialled: it has to be 1 to %zu digits\n", country, local,
-            sizeof digits - 1);
-  return -1;
-}
 
 int SHORTMSG_SendMessage(const char *number, const char *text, const char *country) {
   return SendOrStore(number, text, country, -1);

@@ -9,7 +9,3 @@
 /* Sends or stores `text`, in as many messages as it takes. `status`: SHORTMSG_UNSENT or _SENT. */
 int SHORTMSG_SendMessage(const char *number, const char *text, const char *country);
 int SHORTMSG_saveMessage(const char *number, const char *text, const char *country, int status);
-
-/* The digits that are dialled for `number` from a country with the code `country`. -1 (logged): it
-   is longer than a PDU takes. */
-int ShortMsgDial(const char *number, const char *country, char (&digits)[SHORTMSG_NUMBER_SIZE]);

@@ -29,6 +29,19 @@ bool IsLineEndPair(const char *at) {
   return (at[0] == '\r' && at[1] == '\n') || (at[0] == '\n' && at[1] == '\r');
 }
 
+/* Quotes, "\", "<", ">", "%" and "&" as entities, a line end as "<br>". */
+void Escape(const char *text, char *escaped) {
+  for (; *text != '\0'; ++text) {
+    const char *piece = Piece(*text);
+    if (piece == nullptr)
+      *escaped++ = *text;
+    else
+      escaped = stpcpy(escaped, piece);
+    if (IsLineEndPair(text)) ++text;
+  }
+  *escaped = '\0';
+}
+
 /* Where the PDU begins: behind the line that has the third comma. Its length, which follows that
    comma, is not needed. Lines end in CR LF, or in LF, which may be doubled by who joined them. */
 const char *PduOf(const char *text) {
@@ -45,19 +58,6 @@ const char *PduOf(const char *text) {
 
 }  // namespace
 
-void ShortMsgEscape(const char *text, Span<char> escaped) {
-  size_t length = 0;
-  for (; escaped.size > 0 && *text != '\0'; ++text) {
-    const char *piece = Piece(*text);
-    size_t n = piece == nullptr ? 1 : strlen(piece);
-    if (length + n >= escaped.size) break;
-    memcpy(escaped.at + length, piece == nullptr ? text : piece, n);
-    length += n;
-    if (IsLineEndPair(text)) ++text;
-  }
-  if (escaped.size > 0) escaped.at[length] = '\0';
-}
-
 int ShortMsgParseEntry(const char *text, ShortMsgEntry *entry) {
   static constexpr char kPrefix[] = "+CMGL:";
   ShortMsgParam record = {};
@@ -71,7 +71,7 @@ int ShortMsgParseEntry(const char *text, ShortMsgEntry *entry) {
   entry->index = record.index;
   entry->stat = record.stat;
   memcpy(entry->number, record.TPA, sizeof record.TPA);
-  ShortMsgEscape(short_msg_decoded.text, entry->content);
+  Escape(short_msg_decoded.text, entry->content);
   strcpy(entry->time, " "); /* of a message that has no time stamp: it is not a received one */
   if (record.TP_SCTS[0] != '\0') FormatScts(record.TP_SCTS, entry->time);
   return 0;

@@ -7,10 +7,7 @@
 #include "sms_pdu.h"
 
 /* Reads the first "+CMGL:" of `text` and its PDU, which ends at its line's end, into `entry`, with
-   the content escaped. Decodes with SHORTMSG_DecodePdu, so on the services module's thread. 0; -1
-   (not logged), `entry` undefined, when index, status, the three commas or the PDU are missing. */
+   the content escaped for a web page. Decodes with SHORTMSG_DecodePdu, so on the services module's
+   thread. 0; -1 (not logged), `entry` undefined, when index, status, the three commas or the PDU
+   are missing. */
 int ShortMsgParseEntry(const char *text, ShortMsgEntry *entry);
-
-/* Escapes `text` for a web page: quotes, "\", "<", ">", "%" and "&" as entities, a line end as
-   "<br>". Cut behind the last whole piece that fits, terminated. */
-void ShortMsgEscape(const char *text, Span<char> escaped);

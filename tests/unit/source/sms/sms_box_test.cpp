@@ -16,7 +16,39 @@ std::string Hello(int index, int stat = SHORTMSG_READ) {
          "}-{27838890001}-{2099-03-29 15:16:59}-{hellohello}-{|,|";
 }
 
+std::string Hex(const std::string &bytes) {
+  std::string hex;
+  for (unsigned char byte : bytes)
+    for (int digit : {byte >> 4, byte & 15}) hex += "0123456789ABCDEF"[digit];
+  return hex;
+}
+
+/* What the modem lists for messages of 10086 in 8-bit data, each "INDEX STATUS SECOND", of a part
+   with its number and their total. Only received ones have a time. */
+std::string Listing(std::string list) {
+  std::string answer;
+  for (; !list.empty(); list.erase(0, list.find(';') + 1)) {
+    int index, stat, second, part, total;
+    bool is_part =
+        sscanf(list.c_str(), "%d %d %d %d %d", &index, &stat, &second, &part, &total) > 3;
+    std::string data = "(" + std::to_string(index) + ")";
+    if (is_part)
+      data.insert(0, {5, 0, 3, '\xCC', static_cast<char>(total), static_cast<char>(part)});
+    const std::string first = stat > 1 ? (is_part ? "5100" : "1100") : is_part ? "44" : "04";
+    const std::string time = stat > 1 ? "00" : "9930925161" + std::to_string(second) + "080";
+    answer += Listed(
+        index, stat,
+        "00" + first + "05810180F60004" + time + Hex({static_cast<char>(data.size())}) + Hex(data));
+  }
+  return answer;
+}
+
 class Box : public ShortMsg {
+  void SetUp() override {
+    ShortMsg::SetUp();
+    for (int index = 0; index < 10; ++index) ShortMsgForget(index);
+  }
+
  protected:
   /* The inbox after this answer of the modem. */
   std::string Inbox(const std::string &answer) {
@@ -24,6 +56,19 @@ class Box : public ShortMsg {
     EXPECT_EQ(RunOp(kCapabInfoFuncTable, "FuncServShortMsg", TMF_GET, SHORT_MSG, "MsgInbox"), 0);
     EXPECT_FALSE(fs::exists("/var/atresult_msg")) << answer;
     return Leaf(SHORT_MSG ".MsgInbox");
+  }
+
+  /* The list of what the modem lists (see Listing), with blanks for the marks and of the time only
+     the last digit. */
+  std::string List(const std::string &entries, int filter, size_t size = 25600) {
+    std::string text(size, 'x');
+    answers_["sms_getmsg"] = Listing(entries) + "OK\r\n";
+    EXPECT_EQ(SHORTMSG_SMS_Get(filter, text.data(), size), 0);
+    text.resize(strlen(text.c_str()));
+    for (const std::string piece : {"}-{", "2099-03-29 15:16:0"})
+      for (size_t at; (at = text.find(piece)) != text.npos;)
+        text.replace(at, piece.size(), piece[0] == '}' ? " " : "");
+    return text;
   }
 };
 
@@ -119,75 +164,44 @@ TEST_F(Box, CellLockIsCarriedOutAndNotListed) {
                                    "at-mngr AT+QCELLLOCK=1 > /dev/null", AT("AT+CMGD=5\r")}));
 }
 
-/* Messages of 10086, each "INDEX STATUS TIME", of a part with its number and their total. */
-std::vector<ShortMsgEntry> Entries(std::string list) {
-  std::vector<ShortMsgEntry> entries;
-  for (; !list.empty(); list.erase(0, list.find(';') + 1)) {
-    ShortMsgEntry entry = {};
-    int fields = sscanf(list.c_str(), "%hd %hd %31[^; ] %hhu %hhu", &entry.index, &entry.stat,
-                        entry.time, &entry.concatSeq, &entry.concatTotal);
-    snprintf(entry.number, sizeof entry.number, "10086");
-    snprintf(entry.content, sizeof entry.content, "<%d>", entry.index);
-    entry.hasUdh = fields > 3 ? 1 : 0;
-    if (fields > 3) memcpy(entry.concatRef, "770E", 4);
-    entries.push_back(entry);
-  }
-  return entries;
-}
-
-/* The list of them, with blanks for the marks. */
-std::string Format(const std::string &list, int filter, size_t size = 25600) {
-  std::vector<ShortMsgEntry> entries = Entries(list);
-  ShortMsgMark marks[SHORTMSG_MARKS] = {};
-  std::string text(size, 'x');
-  ShortMsgFormatList(entries.data(), entries.size(), filter, marks, text.data(), size);
-  text.resize(strlen(text.c_str()));
-  for (size_t at; (at = text.find("}-{")) != text.npos;) text.replace(at, 3, " ");
-  return text;
-}
-
 TEST_F(Box, FormatsLists) {
   /* Two messages of two parts, one of them sent, and two drafts. */
-  const std::string mixed = "0 3 t 1 2;1 1 t 1 2;2 3 t 2 2;3 0 t 2 2;4 2 t 1 2;5 2 t;";
-  const std::string sent = "0,2 3 10086 t <0><2> |,|", received = "1,3 1 10086 t <1><3> |,|";
-  const std::string drafts = "4 2 10086 t <4> |,|5 2 10086 t <5> |,|";
+  const std::string mixed = "0 3 0 1 2;1 1 1 1 2;2 3 0 2 2;3 0 1 2 2;4 2 0 1 2;5 2 0;";
+  const std::string sent = "0,2 3 10086   (0)(2) |,|", received = "1,3 1 10086 1 (1)(3) |,|";
+  const std::string drafts = "4 2 10086   (4) |,|5 2 10086   (5) |,|";
   const struct {
     const char *what;
     std::string entries;
     int filter;
     std::string list;
   } cases[] = {
-      {"parts in their order", "9 1 t 2 3;7 1 t 1 3;8 1 t 3 3;", 0,
-       "7,9,8 1 10086 t <7><9><8> |,|"},
-      {"one is missing", "7 1 t 1 3;8 1 t 3 3;", 0, "7,8 1 10086 t <7><8> |,|"},
-      {"the first is missing", "9 1 t 2 2;", 0, ""},
-      {"two of one number", "1 1 t 1 2;2 1 t 2 2;3 1 t 1 2;", 0,
-       "1,2 1 10086 t <1><2> |,|3 1 10086 t <3> |,|"},
-      {"no mark for these", "-5 1 t;255 0 t;", 0, "-5 1 10086 t <-5> |,|255 0 10086 t <255> |,|"},
-      {"newest first", "1 1 b;2 1 c;4 1 b;", 0,
-       "2 1 10086 c <2> |,|1 1 10086 b <1> |,|4 1 10086 b <4> |,|"},
+      {"parts in their order", "9 1 1 2 3;7 1 1 1 3;8 1 1 3 3;", 0,
+       "7,9,8 1 10086 1 (7)(9)(8) |,|"},
+      {"one is missing", "7 1 1 1 3;8 1 1 3 3;", 0, "7,8 1 10086 1 (7)(8) |,|"},
+      {"the first is missing", "9 1 1 2 2;", 0, ""},
+      {"two of one number", "1 1 1 1 2;2 1 1 2 2;3 1 1 1 2;", 0,
+       "1,2 1 10086 1 (1)(2) |,|3 1 10086 1 (3) |,|"},
+      {"no mark for these", "-5 1 1;255 0 1;", 0, "-5 1 10086 1 (-5) |,|255 0 10086 1 (255) |,|"},
+      {"newest first", "1 1 2;2 1 3;4 1 2;", 0,
+       "2 1 10086 3 (2) |,|1 1 10086 2 (1) |,|4 1 10086 2 (4) |,|"},
       {"received", mixed, 0, received},
       {"sent", mixed, 1, sent},
       {"drafts, no tail of another message", mixed, 2, drafts},
-      {"all", mixed, 9, sent + received + drafts},
+      {"all", mixed, 9, received + sent + drafts},
   };
-  for (const auto &one : cases) EXPECT_EQ(Format(one.entries, one.filter), one.list) << one.what;
-  const size_t record = strlen("1}-{1}-{10086}-{t}-{<1>}-{|,|");
+  for (const auto &one : cases) EXPECT_EQ(List(one.entries, one.filter), one.list) << one.what;
+  const size_t record = strlen("1}-{1}-{10086}-{2099-03-29 15:16:01}-{(1)}-{|,|");
   for (size_t size : {2 * record, 2 * record + 1})
-    EXPECT_EQ(Format("1 1 t;2 1 t;", 0, size).find("|,|2 ") != std::string::npos,
-              size > 2 * record);
+    EXPECT_EQ(List("1 1 1;2 1 1;", 0, size).find("|,|2 ") != std::string::npos, size > 2 * record);
 }
 
 TEST_F(Box, AFullListTellsWhatItLeavesOut) {
-  std::vector<ShortMsgEntry> entries = Entries("1 1 t;2 0 t;3 1 t 2 3;4 1 t;5 1 t 1 2;6 1 t 2 2;");
-  ShortMsgMark marks[SHORTMSG_MARKS] = {};
-  char text[40]; /* for one record */
   const std::string log = LogOf(
-      3, [&] { ShortMsgFormatList(entries.data(), entries.size(), 0, marks, text, sizeof text); });
+      3, [&] { List("1 1 1;2 0 1;3 1 1 2 3;4 1 1;5 1 1 1 2;6 1 1 2 2;", 0, 60 /* one record */); });
   EXPECT_NE(log.find("ends before message 2"), log.npos) << log;
   EXPECT_EQ(log.find("ends before"), log.rfind("ends before")) << "once: " << log;
   EXPECT_EQ(Unlisted(log), Lines{"3"}) << "6 is a part of 5: " << log;
-  EXPECT_TRUE(marks[2].unread) << "the modem calls it read from now on";
+  EXPECT_EQ(List("2 1 1;", 0), "2 0 10086 1 (2) |,|") << "the modem calls it read from now on";
 }
 
 TEST_F(Box, MoreMessagesThanTheListHolds) {

@@ -11,7 +11,6 @@
 #include <iterator>
 #include <new>
 #include <string>
-#include <utility>
 
 #include "sms_parts.h"
 
@@ -54,14 +53,6 @@ TEST(SmsList, ReadsAnEntry) {
     ++answers;
   }
   EXPECT_GE(answers, 17);
-}
-
-TEST(SmsList, EscapesAreNotCut) {
-  char small[8];
-  for (const auto &[text, escaped] : {std::pair("ab\"cd", "ab"), std::pair("a\"b", "a&quot;")}) {
-    ShortMsgEscape(text, small);
-    EXPECT_STREQ(small, escaped);
-  }
 }
 
 TEST(SmsList, TheFirstReferenceIsKept) {
