@@ -4,11 +4,7 @@
 
 namespace {
 
-class Voip : public StoreTest {
-  std::string DataModel() const override { return FileText("/etc/tr098_data_model.xml"); }
-};
-
-TEST_F(Voip, OneStartAProcess) {
+TEST_F(GatewayTest, OneStartAProcess) {
   EXPECT_EQ(RunOp(kCapabInfoFuncTable, "FuncServVoipServ", TMF_INIT), 0);
   (void)TakeCommands(); /* other tests may have been first */
   const std::string plan = "InternetGatewayDevice.Services.VoiceService.1.VoiceProfile.1.DigitMap";

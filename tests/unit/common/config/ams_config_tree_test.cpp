@@ -313,19 +313,6 @@ TEST(ConfigTreeDeathTest, NullRecordsEndTheProcess) {
   ConfigArrayDestroy(&hosts);
 }
 
-/* What the C library really gives back. The process can start no shell any more. */
-TEST(ConfigTreeDeathTest, NoCommandRunsWithoutMemory) {
-  auto run = [] {
-    const struct rlimit none = {1, 1};
-    RunCommands(true);
-    signal(SIGCHLD, SIG_IGN);
-    int before = cfgShell("exit 3");
-    setrlimit(RLIMIT_AS, &none);
-    _exit(before == 0 && cfgShell("true") == -1 ? 42 : 1);
-  };
-  EXPECT_EXIT(run(), testing::ExitedWithCode(42), "Cannot allocate memory");
-}
-
 /* ---- against a plain model ---- */
 
 struct PlainTable {

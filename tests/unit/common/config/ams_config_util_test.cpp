@@ -1,18 +1,15 @@
-// The small utilities of the op functions: digests, keys of shell-style files, command lines.
+// The small utilities of the op functions: keys of shell-style files, rule scripts, the flash type.
 #include "ams_config_util.h"
 
 #include <gtest/gtest.h>
 #include <unistd.h>
 
-#include <cerrno>
 #include <cstdio>
 #include <ctime>
 #include <filesystem>
 #include <fstream>
 #include <sstream>
 
-#include "ams_config_shell.h"
-#include "sha256.h"
 #include "support.h"
 
 namespace {
@@ -26,35 +23,6 @@ void WriteText(const std::string &file, const std::string &text) {
 class ConfigUtilTest : public StoreTest {
   void TearDown() override { (void)unlink(kFile); /* a test may have removed it */ }
 };
-
-using Commands = std::vector<std::string>;
-
-/* ---- digests ---- */
-
-/* Around the ends of a block the padding takes one block or two. */
-TEST_F(ConfigUtilTest, DigestsAreHexTexts) {
-  const std::pair<std::string, std::string> cases[] = {
-      {"", "e3b0c44298fc1c149afbf4c8996fb92427ae41e4649b934ca495991b7852b855"},
-      {"0123456789abcdef0123456789abcdef",
-       "3eb1bd439947eb762998e566ccc2e099c791118b2f40579cc4f7da2b5061b7f9"},
-      {"\xff\x80", "85c61621ebd04403f66d96fe300cf10b3844de7358184f1276cb08790fd135f1"},
-      {std::string(55, 'a'), "9f4390f8d30c2dd92ec9f095b65e2b9ae9b0a925a5258e241c9f1e910f734318"},
-      {std::string(56, 'a'), "b35439a4ac6f0948b6d6f9e3c6af0f5f590ce20f1bde7090ef7970686ec6738a"},
-      {std::string(64, 'a'), "ffe054fe7ae0cb6dc65c3af9b61d5209f439851db43d0ba5997337df154668eb"},
-      {std::string(1000000, 'a'),
-       "cdc76e5c9914fb9281a1c7e284d73e67f1809a48a497200e046d39ccc7112cd0"},
-  };
-  for (const auto &[input, digest] : cases) {
-    char hex[65] = "untouched", *at = hex;
-    const bool fits = input.size() <= 32;
-    std::string log =
-        LogOf(4, [&, text = input] { EXPECT_EQ(cfgSha256Hex(text.c_str(), hex), fits ? 0 : -1); });
-    EXPECT_EQ(log.find("input is too long.") == log.npos, fits) << log;
-    EXPECT_STREQ(hex, fits ? digest.c_str() : "untouched");
-    for (uint8_t byte : Sha256(input.data(), input.size())) at += sprintf(at, "%02x", byte);
-    EXPECT_EQ(hex, digest) << input.size();
-  }
-}
 
 /* ---- keys of shell-style files ---- */
 
@@ -106,50 +74,6 @@ TEST_F(ConfigUtilTest, NamesTheFileThatIsMissing) {
   EXPECT_NE(log.find("@P:./../common/config/ams_config_util,L:"), std::string::npos) << log;
 }
 
-/* ---- command lines ---- */
-
-TEST_F(ConfigUtilTest, RunsWhatFits) {
-  std::string most(511, 'x'), longer(512, 'x');
-  EXPECT_EQ(cfgSystemCmd("%s %d &", "/usr/syscfg/led.sh", 3), 0);
-  EXPECT_EQ(cfgSystemCmd("%s", most.c_str()), 0);
-  EXPECT_EQ(TakeCommands(), (Commands{"/usr/syscfg/led.sh 3 &", most}));
-  testing::internal::CaptureStderr();
-  EXPECT_EQ(cfgSystemCmd("%s", longer.c_str()), -1);
-  EXPECT_NE(testing::internal::GetCapturedStderr().find("511 fit"), std::string::npos);
-  EXPECT_EQ(TakeCommands(), Commands{});
-}
-
-struct StatusCase {
-  const char *what;
-  int status, error;
-  bool ran;
-};
-
-/* What the C libraries give back. */
-const StatusCase kStatuses[] = {
-    {"the child was waited for by nobody", -1, ECHILD, true},
-    {"no such command", 127 << 8, 0, true},
-    {"no process", -1, EAGAIN, false},
-    {"no process, as if the shell were missing", 127 << 8, EAGAIN, false},
-    {"no memory", -1, ENOMEM, false},
-};
-
-TEST_F(ConfigUtilTest, ACommandThatCouldNotBeRunIsAnError) {
-  for (const StatusCase &c : kStatuses) {
-    std::string log = LogOf(2, [&] {
-      errno = EINVAL; /* of an earlier call */
-      AnswerSystem(c.status, c.error);
-      EXPECT_EQ(cfgSystemCmd("telnetd &"), c.ran ? 0 : -1) << c.what;
-      AnswerSystem(c.status, c.error);
-      EXPECT_EQ(cfgShell("quiet"), c.ran ? 0 : -1) << c.what;
-    });
-    EXPECT_EQ(log.find(" 4 ") != log.npos, !c.ran) << c.what << log;
-    EXPECT_EQ(log.find("telnetd") != log.npos, !c.ran) << c.what << log;
-  }
-  const std::string log = LogOf(1, [] { EXPECT_EQ(cfgShell(std::string(600, 'x').c_str()), 0); });
-  EXPECT_EQ(log, "") << "lines of any length, without a record";
-}
-
 TEST_F(ConfigUtilTest, RecordsFollowTheZone) {
   /* the record's time as if the clock were `hours` ahead; such texts sort by time */
   auto clock = [](int hours) {
@@ -168,12 +92,6 @@ TEST_F(ConfigUtilTest, RecordsFollowTheZone) {
   SetZone("UTC0");
 }
 
-TEST_F(ConfigUtilTest, WaitsForTheShellAndHidesItsStatus) {
-  RunCommands(true);
-  EXPECT_EQ(cfgSystemCmd("echo done > %s; false", kFile), 0);
-  EXPECT_EQ(FileText(kFile), "done\n");
-}
-
 #define RULE "/usr/syscfg/rule/wan.rules."
 
 TEST_F(ConfigUtilTest, WanRuleScripts) {
@@ -183,10 +101,10 @@ TEST_F(ConfigUtilTest, WanRuleScripts) {
                cfgWanRulesApply(1, "wan1", nullptr);
   EXPECT_EQ(failed, 0);
   EXPECT_EQ(TakeCommands(),
-            (Commands{RULE "parse.awk config wan1 single x", RULE "parse.awk reset wan1 whole x",
-                      RULE "parse.awk config wan2 whole y", RULE "clean.sh config wan1",
-                      RULE "clean.sh reset wan1", RULE "do.sh config all wan1 z",
-                      RULE "do.sh reset all wan1 "}));
+            (Lines{RULE "parse.awk config wan1 single x", RULE "parse.awk reset wan1 whole x",
+                   RULE "parse.awk config wan2 whole y", RULE "clean.sh config wan1",
+                   RULE "clean.sh reset wan1", RULE "do.sh config all wan1 z",
+                   RULE "do.sh reset all wan1 "}));
 }
 
 /* ---- the line remover ---- */
@@ -219,8 +137,8 @@ TEST_F(ConfigUtilTest, DropsLines) {
   WriteText(kFile, "b:2:x\nc:3:y\n");
   (void)TakeCommands(); /* their outcome was looked at */
   EXPECT_EQ(cfgFileDropLines(kFile, "abc"), 0);
-  EXPECT_EQ(TakeCommands(), (Commands{std::string("echo b:2:x > ") + kFile,
-                                      std::string("echo c:3:y >> ") + kFile}));
+  EXPECT_EQ(TakeCommands(),
+            (Lines{std::string("echo b:2:x > ") + kFile, std::string("echo c:3:y >> ") + kFile}));
 }
 
 /* ---- flash type ---- */

@@ -10,8 +10,6 @@
 
 namespace {
 
-using Lines = std::vector<std::string>;
-
 const std::string kMark = "InternetGatewayDevice.DeviceInfo.X_KVO-RestartWeb";
 const char kScript[] = "/tmp/.kvo_restart_uhttpd";
 

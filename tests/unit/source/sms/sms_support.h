@@ -17,7 +17,6 @@
 #include "sms_ussd.h"
 #include "support.h"
 
-using Lines = std::vector<std::string>;
 namespace fs = std::filesystem;
 
 #define SHORT_MSG "InternetGatewayDevice.Services.X_KVO_ShortMsg"
@@ -28,12 +27,10 @@ inline void WriteText(const std::string &path, const std::string &text) {
 }
 
 /* Stands for the modem: answers by the first key that a line holds. */
-class ShortMsg : public StoreTest {
+class ShortMsg : public GatewayTest {
  protected:
-  std::string DataModel() const override { return FileText("/etc/tr098_data_model.xml"); }
-
   void SetUp() override {
-    StoreTest::SetUp();
+    GatewayTest::SetUp();
     for (const char *file :
          {"/var/atcmd_lock", "/var/atresult_1", "/var/atTmpResult", "/var/tmp/runCPMSFlag",
           "/var/atresult_msg", "/var/tmpUssdRunResult", "/var/tmpUssdSelectMenu", "/var/nanocom",

@@ -1,0 +1,50 @@
+// Which modem it is, and the two ways to it.
+#include "sms_support.h"
+
+namespace {
+
+std::string TtyOf(const std::string &devinfo) {
+  char path[128] = "";
+  WriteText("/var/tmp/devinfo", devinfo);
+  ModemDevicePath(path);
+  return path;
+}
+
+TEST_F(ShortMsg, ModemByItsIds) {
+  std::ifstream stream(TEST_DATA "/modems.txt");
+  std::string vendor, product, tty;
+  int modems = 0;
+  std::getline(stream, tty); /* what the file is */
+  for (; stream >> vendor >> product >> tty; ++modems) {
+    EXPECT_EQ(TtyOf(vendor + " " + product + "\n"), tty) << vendor << product;
+    EXPECT_EQ(TtyOf("0x" + vendor + "\t0x" + product), tty) << vendor << product;
+    EXPECT_EQ(TtyOf(product + " " + vendor), "") << vendor << product;
+  }
+  EXPECT_EQ(modems, 33);
+  for (const char *devinfo : {"2c7c\n", "0 0\n", "2c7c 0126\n", "", "\n2c7c 0125\n"})
+    EXPECT_EQ(TtyOf(devinfo), "") << devinfo;
+}
+
+TEST_F(ShortMsg, RoutesAreBounded) {
+  char text[64] = "";
+  EXPECT_EQ(SHORTMSG_read_file_value(nullptr, text, sizeof text), -1);
+  EXPECT_EQ(SHORTMSG_DoCommand(nullptr, 0), -1);
+  WriteText("/var/atresult_1", std::string(200, 'x'));
+  EXPECT_EQ(SHORTMSG_GetCommandResult(text, sizeof text), 63);
+  fs::remove("/var/atresult_1");
+  EXPECT_EQ(SHORTMSG_GetCommandResult(text, sizeof text), -1) << "none comes";
+  EXPECT_EQ(RunShellCapture(std::string(1003, 'x').c_str(), text, 7), -1);
+  EXPECT_EQ(RunShellCapture("ls", text, 0), -1);
+  EXPECT_EQ(RunShellCapture("ls", nullptr, 0), 0);
+  EXPECT_EQ(RunShellCapture("ls", text, 2), 2) << "no more than there is room for";
+  EXPECT_EQ(TakeCommands(), Lines(3, "ls > /var/atTmpResult"));
+  WriteText("/var/nanocom", "");
+  EXPECT_EQ(SHORTMSG_DoCommand(std::string(4096, 'x').c_str(), 7), 0);
+  EXPECT_EQ(TakeCommands(),
+            Lines({"echo \"\" > /var/atcmd_lock", "echo \"\" > /var/atcmd", "cat /var/atcmd",
+                   "/var/nanocom /dev/ttyUSB3 1 7", "rm -f /var/atcmd_lock"}));
+  (void)AtMngrCommand("AT\r", nullptr, 0); /* no shell ran, so no status */
+  EXPECT_EQ(TakeCommands(), Lines{"at-mngr  AT\r 2>/dev/null"});
+}
+
+}  // namespace
