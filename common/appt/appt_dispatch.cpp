@@ -321,6 +321,12 @@ const CommandRow &RowOf(const MsgArg *arg) {
 
 }  // namespace
 
+bool appt_HasCommand(uint32_t command) {
+  for (const CommandRow &row : kCommands)
+    if (row.command == command) return command != kAnyOther;
+  return false;
+}
+
 int appt_Do_OpFunc(MsgArg *arg) {
   if (arg->fucName[0] == '\0') {
     AMS_PRINT(2, "The fucName is NULL at appt_Do_OpFunc, url %s", arg->url);

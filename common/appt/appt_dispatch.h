@@ -3,6 +3,9 @@
 
 #include "appt_request.h"
 
+/* Whether the framework knows the command, for any type of node. Any thread. */
+bool appt_HasCommand(uint32_t command);
+
 /* Runs a filled request: the result for ackRet; the reply, if any, in rBuf and rLen. */
 int appt_RunRequest(MsgArg *arg);
 

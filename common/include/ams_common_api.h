@@ -31,9 +31,10 @@ using OpFunc = int (*)(OpFuncArg *);
 struct OpFuncEntry {
   const char *name;
   OpFunc handler;
-  const struct Script *script =
-      nullptr; /* all that the handler does, where that is a script; the
-                  framework does not need it, who describes the table does */
+  /* All that the handler does, where that is one of these; the framework does not need it, who
+     describes the table does. */
+  const struct Script *script = nullptr;
+  const struct PortDaemon *daemon = nullptr;
 };
 
 /* Exported by the program: the FUNC tables in the order in which they are searched, NULL last. */

@@ -4,7 +4,7 @@
 #include "appt_dispatch.h"
 #include "appt_request.h"
 #include "check.h"
-#include "tds_desk.h"
+#include "tds_heap.h"
 
 extern "C" int LLVMFuzzerInitialize(int *argc, char ***argv);
 
