@@ -88,7 +88,7 @@ void OnAnswer(int32_t, const void *data, uint32_t len) {
 
 constexpr uint32_t kStart = 0x110100;
 const MsgEntry kCentre[] = {{kStart, OnStart}, {EV_APPT_MSG_ACKTO_AGT, OnAnswer}, {0, nullptr}};
-const ModuleEntry kModules[] = {{APPT_ACK_PEER, {0, 0}, kCentre}, {}};
+const ModuleEntry kModules[] = {{kApptAckPeer, {0, 0}, kCentre}, {}};
 
 /* Runs `trips` requests with `window` of them under way. */
 void RunOnCentre(int trips, int window, std::vector<uint64_t> *samples) {
@@ -96,7 +96,7 @@ void RunOnCentre(int trips, int window, std::vector<uint64_t> *samples) {
   run.left = trips;
   run.window = window;
   run.samples = samples;
-  if (SendMsg(kStart, nullptr, 0, APPT_ACK_PEER) != 0) Fail("no message centre");
+  if (SendMsg(kStart, nullptr, 0, kApptAckPeer) != 0) Fail("no message centre");
   if (!finished.wait_for(lock, std::chrono::seconds(60), [] { return run.left == 0; }))
     Fail("answers are missing");
 }

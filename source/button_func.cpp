@@ -17,8 +17,9 @@ namespace {
 constexpr char kKeyDriver[] = "/proc/gpio_config/key";
 constexpr char kGpioFile[] = "/usr/syscfg/gpio_cfg.sh", kEventFile[] = "/usr/syscfg/key_event.sh";
 
-enum { LAN_KEY_EVENT = 11, LAN_DELAY = 20 /* ms */ };
-constexpr uint32_t kLanKey = 0x100053; /* to "portmgr:lan": 4 zero bytes */
+constexpr int32_t kLanKeyEvent = 11;
+constexpr uint32_t kLanDelay = 20;            /* ms */
+constexpr uint32_t kLanKeyMessage = 0x100053; /* to "portmgr:lan": 4 zero bytes */
 
 /* What the key driver takes as one write, in the machine's byte order: an event to raise when a key
    was held for some time. Times are in the driver's unit. */
@@ -141,11 +142,10 @@ void ButtonKey(int32_t, const void *data, uint32_t len) {
   if (!key_handling) return;
   memcpy(&event, static_cast<const char *>(data) + 4, sizeof event);
   (void)cfgSystemCmd("/usr/syscfg/key_press.sh %d&", event);
-  if (event == LAN_KEY_EVENT)
-    (void)SetTimer(BUTTON_TIMER_LAN, LAN_DELAY); /* a failure was logged */
+  if (event == kLanKeyEvent) (void)SetTimer(BUTTON_TIMER_LAN, kLanDelay); /* a failure was logged */
 }
 
 void ButtonLanTimer(int32_t, const void *, uint32_t) {
   static const char kZeros[4] = {};
-  (void)SendMsg(kLanKey, kZeros, sizeof kZeros, "portmgr:lan"); /* logged; nobody to tell */
+  (void)SendMsg(kLanKeyMessage, kZeros, sizeof kZeros, "portmgr:lan"); /* logged; nobody to tell */
 }

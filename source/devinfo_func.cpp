@@ -176,7 +176,7 @@ void DevInfoUpTimeRefresh(int32_t, const void *, uint32_t) {
   char seconds[16];
   int up_time = sysinfo(&info) == 0 ? static_cast<int>(info.uptime) : 0;
   snprintf(seconds, sizeof seconds, "%d", up_time);
-  (void)SetTimer(DEVINFO_TIMER_UPTIME, DEVINFO_UPTIME_PERIOD); /* both log their failures */
+  (void)SetTimer(DEVINFO_TIMER_UPTIME, kUptimePeriod); /* both log their failures */
   (void)cfgStatusSetStr(DEVICE_INFO "UpTime", seconds);
 }
 

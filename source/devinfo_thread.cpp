@@ -9,7 +9,7 @@ const ApptModule kModule = {"DevInfoMsgRevHandle", "source/devinfo_thread", true
 
 void DevInfoInit(int32_t, const void *, uint32_t) {
   appt_InitFuncTable(kDevInfoFuncTable);
-  (void)SetTimer(DEVINFO_TIMER_UPTIME, DEVINFO_UPTIME_PERIOD); /* logged by the runtime */
+  (void)SetTimer(DEVINFO_TIMER_UPTIME, kUptimePeriod); /* logged by the runtime */
   AMS_PRINT(2, "DeviceInfo init success.");
 }
 

@@ -219,8 +219,8 @@ bool HasPort(const WebPorts &web, int port) {
 
 void AddPort(WebPorts *web, int port) {
   if (HasPort(*web, port)) return;
-  if (web->count == WEB_PORT_SLOTS) {
-    AMS_PRINT(4, "web port %d left out: %u fit, delete some HTTP entries\n", port, WEB_PORT_SLOTS);
+  if (web->count == kWebPortSlots) {
+    AMS_PRINT(4, "web port %d left out: %u fit, delete some HTTP entries\n", port, kWebPortSlots);
     return;
   }
   web->ports[web->count++] = port;

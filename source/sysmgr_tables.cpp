@@ -14,14 +14,14 @@ PrtMapEntry DF_PRT_MAP[] = {
     {"sysmgr:mgtsrvr", 3}, {"sysmgr:button_proc", 3}, {nullptr, 0},
 };
 
-const OpFuncEntry *const FUNC_TABLES[] = {
+const OpFuncEntry *const kFuncTables[] = {
     kDevInfoFuncTable,
     kCapabInfoFuncTable,
     kMgtSrvrFuncTable,
     nullptr,
 };
 
-const ModuleEntry SYSMGR_MODULES[] = {
+const ModuleEntry kSysmgrModules[] = {
     {"sysmgr:devInfo", {0, 0}, kDevInfoMsgTable},
     {"sysmgr:capabinfo", {0, 0}, kCapabInfoMsgTable},
     {"sysmgr:mgtsrvr", {0, 0}, kMgtSrvrMsgTable},

@@ -76,7 +76,7 @@ int FindOp(MsgArg *arg) {
 }
 
 const OpFuncEntry *FindFunc(const char *name) {
-  for (const OpFuncEntry *const *table = FUNC_TABLES; *table != nullptr; ++table)
+  for (const OpFuncEntry *const *table = kFuncTables; *table != nullptr; ++table)
     for (const OpFuncEntry *row = *table; row->name != nullptr; ++row)
       if (strcmp(row->name, name) == 0) return row;
   return nullptr;
@@ -288,7 +288,7 @@ int RefuseArray(MsgArg *arg) {
 
 /* ---- what each command is ---- */
 
-enum { kNoOp = -1 };
+constexpr int32_t kNoOp = -1;
 constexpr uint32_t kAnyOther = 0;
 
 struct CommandRow {
@@ -389,7 +389,7 @@ int appt_RunRequest(MsgArg *arg) {
   if (strcmp(type, "array") == 0) return appt_Do_Array(arg);
   if (strcmp(type, "object") != 0) {
     AMS_PRINT(4, "URL: %s is not an Obj or array, type is %s.\n", arg->url, type);
-    (void)SendMsg(EV_APPT_MSG_NO_OBJECT, arg->raw, 4, APPT_ACK_PEER); /* the ack follows anyway */
+    (void)SendMsg(EV_APPT_MSG_NO_OBJECT, arg->raw, 4, kApptAckPeer); /* the ack follows anyway */
     return -1;
   }
   return arg->value == nullptr ? appt_Do_Obj_NoData(arg) : appt_Do_Obj_Data(arg);

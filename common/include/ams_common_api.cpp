@@ -88,8 +88,8 @@ void SendAck(const ApptModule *module, const void *frame, int32_t result, MsgArg
     memset(record + APPT_ACK_HEAD_SIZE, 0, arg->rLen);
     memcpy(record + APPT_ACK_HEAD_SIZE, arg->rBuf, text);
   }
-  (void)SendMsg(EV_APPT_MSG_ACKTO_AGT, record, size, APPT_ACK_PEER); /* logged there */
-  APPT_PRINT(1, module, "send EV_APPT_MSG_ACKTO_AGT to %s len %d.", APPT_ACK_PEER,
+  (void)SendMsg(EV_APPT_MSG_ACKTO_AGT, record, size, kApptAckPeer); /* logged there */
+  APPT_PRINT(1, module, "send EV_APPT_MSG_ACKTO_AGT to %s len %d.", kApptAckPeer,
              static_cast<int>(size));
   __tds_free(record);
 }

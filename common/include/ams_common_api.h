@@ -38,7 +38,7 @@ struct OpFuncEntry {
 };
 
 /* Exported by the program: the FUNC tables in the order in which they are searched, NULL last. */
-extern const OpFuncEntry *const FUNC_TABLES[];
+extern const OpFuncEntry *const kFuncTables[];
 
 /* Calls each row of `table` that has a handler once with TMF_INIT, in order (path "", value NULL).
  */
@@ -51,7 +51,7 @@ enum : uint32_t {
   EV_APPT_MSG_NO_OBJECT = 0x100004, /* the URL has no usable "type"; carries msgChainId only */
   EV_APPT_MSG_REQUEST = 0x100005,   /* agent request */
 };
-constexpr char APPT_ACK_PEER[] = "msgcenter:cAckAgt";
+constexpr char kApptAckPeer[] = "msgcenter:cAckAgt";
 
 /* The whole of an agent module's receive handler: trace, run, acknowledge. `handler` and `source`
    are the module's own names, for the heap tag and the log records. */

@@ -78,7 +78,7 @@ int sysmgr_main() {
   AMS_PRINT(1, "gptXmlTrees addr is %d \n",
             static_cast<int>(reinterpret_cast<intptr_t>(gptXmlTrees)));
   AMS_PrintMgt_Init();
-  int ret = SysInit(SYSMGR_MODULES);
+  int ret = SysInit(kSysmgrModules);
   if (ret == -1) {
     AMS_PRINT(2, "SysInit ret:%d\n", ret);
     return -1;

@@ -5,7 +5,7 @@
 #include "tds.h"
 
 /* Exported by the daemon: its module table. */
-extern const ModuleEntry SYSMGR_MODULES[];
+extern const ModuleEntry kSysmgrModules[];
 
 /* Attaches to the store; succeeds at once when gptXmlTrees is set. 0 or -1 (logged). */
 int SDB_clientInit();

@@ -21,8 +21,8 @@ PrtMapEntry DF_PRT_MAP[] = {{"default", 3}, {DBMGR_NAME, 3}, {nullptr, 0}};
 namespace {
 
 void Init(int32_t, const void *, uint32_t) {
-  if (tds_serve_also(APPT_ACK_PEER) != 0)
-    AMS_PRINT(4, "no acknowledgement will arrive: %s cannot be served", APPT_ACK_PEER);
+  if (tds_serve_also(kApptAckPeer) != 0)
+    AMS_PRINT(4, "no acknowledgement will arrive: %s cannot be served", kApptAckPeer);
 }
 
 const MsgEntry kMessages[] = {

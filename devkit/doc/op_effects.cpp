@@ -38,7 +38,7 @@ int ReadList(const char *file, Effects *effects) {
 /* Calls `each` with each row of the FUNC tables. */
 template <typename Each>
 void ForRows(Each each) {
-  for (const OpFuncEntry *const *table = FUNC_TABLES; *table != nullptr; ++table)
+  for (const OpFuncEntry *const *table = kFuncTables; *table != nullptr; ++table)
     for (const OpFuncEntry *row = *table; row->name != nullptr; ++row) each(*row);
 }
 

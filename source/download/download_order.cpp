@@ -11,7 +11,7 @@
 
 namespace {
 
-enum { DOWNLOAD_URL_SIZE = 1024 }; /* the URL with its NUL */
+constexpr size_t kUrlSize = 1024; /* the URL with its NUL */
 
 int FormatLine(DownloadLine &line, int length) {
   return length < 0 || static_cast<size_t>(length) >= sizeof line ? -1 : 0;
@@ -31,7 +31,7 @@ const char *DownloadRefusal(const DownloadOrder &order) {
     return "TargetFileName begins with a dot or holds a slash, order it with a plain name";
   if (strlen(order.target) >= VERSION_NAME_SIZE)
     return "TargetFileName is too long, order it with a shorter one";
-  if (strlen(order.url) >= DOWNLOAD_URL_SIZE) return "URL is too long, order it with a shorter one";
+  if (strlen(order.url) >= kUrlSize) return "URL is too long, order it with a shorter one";
   if (DownloadStrapCommand(order.command_key, line) != 0 ||
       DownloadInformCommand(order.command_key, line) != 0)
     return "CommandKey is too long, order it with a shorter one";

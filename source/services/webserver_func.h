@@ -3,13 +3,13 @@
 
 #include <cstdint>
 
-constexpr uint32_t WEB_PORT_SLOTS = 16;
+constexpr uint32_t kWebPortSlots = 16;
 
 /* Ports of the web server, in the order in which it is told them: the first `count` of the slots.
  */
 struct WebPorts {
   uint32_t count;
-  int32_t ports[WEB_PORT_SLOTS];
+  int32_t ports[kWebPortSlots];
 };
 
 /* Restarts the web server on these ports and returns before that happens: a script in the

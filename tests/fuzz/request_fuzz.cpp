@@ -46,7 +46,7 @@ void CheckReply(const MsgArg *arg) {
 
 }  // namespace
 
-const OpFuncEntry *const FUNC_TABLES[] = {kFirst, kSecond, nullptr};
+const OpFuncEntry *const kFuncTables[] = {kFirst, kSecond, nullptr};
 
 int LLVMFuzzerInitialize(int *, char ***) {
   DF_PRT_MAP[0].level = 6; /* records are made, not written */

@@ -147,9 +147,9 @@ const MsgEntry kAckTable[] = {
 /* The daemon's modules and the peers; the runtime keeps the table for ever. */
 const ModuleEntry *ModulesWithPeers() {
   static std::vector<ModuleEntry> modules;
-  for (const ModuleEntry *module = SYSMGR_MODULES; module->name != nullptr; ++module)
+  for (const ModuleEntry *module = kSysmgrModules; module->name != nullptr; ++module)
     modules.push_back(*module);
-  modules.push_back({APPT_ACK_PEER, {0, 0}, kAckTable});
+  modules.push_back({kApptAckPeer, {0, 0}, kAckTable});
   modules.push_back({nullptr, {0, 0}, nullptr});
   return modules.data();
 }

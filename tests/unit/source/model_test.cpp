@@ -30,7 +30,7 @@ TEST_F(StoreTest, TheDataModelFileAndTheFuncTablesNameTheSameOps) {
   fclose(file);
   std::set<std::string> ops, rows;
   CollectOps("InternetGatewayDevice", &ops);
-  for (const OpFuncEntry *const *table = FUNC_TABLES; *table != nullptr; ++table)
+  for (const OpFuncEntry *const *table = kFuncTables; *table != nullptr; ++table)
     for (const OpFuncEntry *row = *table; row->name != nullptr; ++row) {
       rows.insert(row->name);
       bool named = row->handler == nullptr || ops.count(row->name) == 1;
@@ -42,7 +42,7 @@ TEST_F(StoreTest, TheDataModelFileAndTheFuncTablesNameTheSameOps) {
 
 /* Calls `work` with each row that has a handler. */
 void ForEachRow(const std::function<void(const OpFuncEntry &)> &work) {
-  for (const OpFuncEntry *const *table = FUNC_TABLES; *table != nullptr; ++table)
+  for (const OpFuncEntry *const *table = kFuncTables; *table != nullptr; ++table)
     for (const OpFuncEntry *row = *table; row->name != nullptr; ++row)
       if (row->handler != nullptr) work(*row);
 }

@@ -184,11 +184,11 @@ void Run(Script *script) {
 }
 
 const OpFuncEntry *TableOf(const std::string &name) {
-  for (const OpFuncEntry *const *table = FUNC_TABLES; *table != nullptr; ++table)
+  for (const OpFuncEntry *const *table = kFuncTables; *table != nullptr; ++table)
     for (const OpFuncEntry *row = *table; row->name != nullptr; ++row)
       if (name == row->name && row->handler != nullptr) return *table;
   ADD_FAILURE() << "no op function " << name;
-  return FUNC_TABLES[0];
+  return kFuncTables[0];
 }
 
 /* op NAME[,NAME...] OP[,OP...] [PATH [VALUE]] */
@@ -227,7 +227,7 @@ void AddMessage(Act *act, std::string rest) {
   const std::string name = Word(&rest);
   const uint32_t id = static_cast<uint32_t>(std::stoul(Word(&rest), nullptr, 0));
   const std::string payload = Expanded(rest);
-  for (const ModuleEntry *module = SYSMGR_MODULES; module->name != nullptr; ++module)
+  for (const ModuleEntry *module = kSysmgrModules; module->name != nullptr; ++module)
     if (name == module->name)
       act->runs.push_back([=, table = module->table](const Act &) {
         RunMessage(table, id, payload);

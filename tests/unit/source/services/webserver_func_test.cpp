@@ -32,7 +32,7 @@ TEST_F(WebServer, RestartScriptThatCannotBeWritten) {
   };
   for (const auto &one : cases) {
     one.prepare();
-    const std::string log = LogOf(3, [] { WebServerRestart({WEB_PORT_SLOTS, {8080, 8081}}); });
+    const std::string log = LogOf(3, [] { WebServerRestart({kWebPortSlots, {8080, 8081}}); });
     LimitFiles(RLIM_INFINITY);
     remove(kScript);
     EXPECT_EQ(TakeCommands(), Lines{}) << one.what;
