@@ -1,13 +1,12 @@
 // A rebuild of service access control with a full list and the real packet filter: the whole of it
 // beside the time that it spends in its command lines. Runs in the sandbox, behind `firewall`.
-#include <time.h>
-
 #include <algorithm>
 #include <cstdio>
 #include <cstdlib>
 #include <string>
 #include <vector>
 
+#include "nanoseconds.h"
 #include "serviceCtrl_func.h"
 
 extern "C" {
@@ -22,12 +21,6 @@ namespace {
 constexpr int kRounds = 5;
 
 uint64_t command_time, commands; /* ns and count since they were set to 0 */
-
-uint64_t Nanoseconds() {
-  struct timespec now;
-  clock_gettime(CLOCK_MONOTONIC, &now);
-  return static_cast<uint64_t>(now.tv_sec) * 1000000000 + static_cast<uint64_t>(now.tv_nsec);
-}
 
 [[noreturn]] void Fail(const char *why) {
   fprintf(stderr, "access_bench: %s\n", why);

@@ -1,4 +1,6 @@
 // The floor of the bus: SOCK_SEQPACKET round trips with nothing else on the way.
+#include "bare_bus.h"
+
 #include <signal.h>
 #include <sys/epoll.h>
 #include <sys/prctl.h>
@@ -10,7 +12,7 @@
 #include <cstdlib>
 #include <vector>
 
-#include "bus_bench.h"
+#include "nanoseconds.h"
 
 namespace {
 

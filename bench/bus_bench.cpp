@@ -5,8 +5,6 @@
 //   bus_bench dbmgr             through the data-base manager of the running gateway
 //
 // Prints one line a figure: name, value.
-#include "bus_bench.h"
-
 #include <signal.h>
 #include <sys/prctl.h>
 #include <unistd.h>
@@ -19,10 +17,11 @@
 #include <mutex>
 
 #include "ams_common_api.h"
+#include "bare_bus.h"
 #include "dbmgr_proto.h"
+#include "dbus_bus.h"
+#include "nanoseconds.h"
 #include "wire.h"
-
-const OpFuncEntry *const FUNC_TABLES[] = {nullptr};
 
 namespace {
 

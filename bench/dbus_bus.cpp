@@ -1,4 +1,6 @@
 // The peer of the bus: sd-bus method calls through a private dbus-daemon.
+#include "dbus_bus.h"
+
 #include <signal.h>
 #include <spawn.h>
 #include <stdlib.h>
@@ -9,8 +11,6 @@
 
 #include <cstdio>
 #include <string>
-
-#include "bus_bench.h"
 
 namespace {
 

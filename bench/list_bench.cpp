@@ -1,7 +1,6 @@
 // Reading a list of short messages, without the time of the shell and the modem: the answers are
 // there at once. Prints the medians for 128 messages and for 32 on standard error: the routines say
 // on standard output what they do.
-#include <time.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -10,6 +9,7 @@
 #include <string>
 #include <vector>
 
+#include "nanoseconds.h"
 #include "sms_box.h"
 
 extern "C" int __wrap_system(const char *line);
@@ -54,13 +54,11 @@ double MedianNanoseconds(int count) {
   std::vector<double> times;
   listed = MakeList(count);
   for (int round = 0; round < kRounds; ++round) {
-    timespec start, end;
-    clock_gettime(CLOCK_MONOTONIC, &start);
+    uint64_t start = Nanoseconds();
     int result = SHORTMSG_SMS_Get(0, text, sizeof text);
-    clock_gettime(CLOCK_MONOTONIC, &end);
+    uint64_t end = Nanoseconds();
     if (result != 0 || short_msg_counts.received != count) Fail("the list was not read");
-    times.push_back((end.tv_sec - start.tv_sec) * 1e9 +
-                    static_cast<double>(end.tv_nsec - start.tv_nsec));
+    times.push_back(static_cast<double>(end - start));
   }
   std::sort(times.begin(), times.end());
   return times[kRounds / 2];

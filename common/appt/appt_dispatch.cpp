@@ -328,6 +328,12 @@ int RunCommand(NodeType type, MsgArg *arg, LeafNode *list) {
 
 }  // namespace
 
+bool appt_HasCommand(uint32_t command) {
+  for (const CommandRow &row : kCommands)
+    if (row.command == command) return command != kAnyOther;
+  return false;
+}
+
 int appt_Do_OpFunc(MsgArg *arg) {
   uint32_t cmd = CmdType(arg);
   if (arg->fucName[0] == '\0') {

@@ -30,9 +30,10 @@ using OpFunc = int (*)(OpFuncArg *);
 struct OpFuncEntry {
   const char *name;
   OpFunc handler;
-  const struct Script *script =
-      nullptr; /* all that the handler does, where that is a script; the
-                  framework does not need it, who describes the table does */
+  /* All that the handler does, where that is one of these; the framework does not need it, who
+     describes the table does. */
+  const struct Script *script = nullptr;
+  const struct PortDaemon *daemon = nullptr;
 };
 
 /* Exported by the program: the FUNC tables in the order in which they are searched, NULL last. */
@@ -60,6 +61,9 @@ enum : uint32_t {
   APPT_CMD_ATTR = 0x1000,      /* values with their attributes (change list) */
   APPT_CMD_REFRESH = 0x800000, /* call the op functions, answer nothing */
 };
+
+/* Whether the framework knows the command, for any type of node. Any thread. */
+bool appt_HasCommand(uint32_t command);
 
 enum : uint32_t { APPT_CODE_REQUEST = 1, APPT_CODE_RESULT = 3, APPT_CODE_RESULT_VALUE = 4 };
 

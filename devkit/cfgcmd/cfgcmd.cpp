@@ -3,13 +3,13 @@
 
 #include <unistd.h>
 
-#include <CLI/CLI.hpp>
 #include <csignal>
 #include <cstdio>
 #include <sstream>
 
 #include "ams_print.h"
 #include "cfgcmd_print.h"
+#include "command_line.h"
 
 namespace {
 
@@ -72,28 +72,19 @@ void AddVerb(CLI::App *app, const Verb &verb, Asked *asked) {
   });
 }
 
-/* 0 to go on, else the exit status + 1 (help is asked for: 1). */
-int ParseCommandLine(int argc, char **argv, Asked *asked) {
+/* None to go on, else the exit status. */
+std::optional<int> Parse(int argc, char **argv, Asked *asked) {
   CLI::App app("Reads and changes the parameters of the gateway.", "cfgcmd");
   app.footer(Footer());
   app.require_subcommand(1);
   app.add_flag("--json", asked->options.json, "Print data as JSON");
   app.add_flag("--calls", asked->options.calls,
                "Print the command lines that the request caused, too");
-  app.add_option("--timeout", asked->limit_s, "Seconds to wait for each answer")
-      ->check(CLI::Range(0.001, 86400.0))
-      ->capture_default_str();
+  AddTimeLimit(&app, &asked->limit_s);
   for (const Verb *verb : AllVerbs()) AddVerb(&app, *verb, asked);
-  try {
-    app.parse(argc, argv);
-  } catch (const CLI::CallForHelp &help) {
-    return app.exit(help) + 1;
-  } catch (const CLI::ParseError &error) {
-    fprintf(stderr, "cfgcmd: %s (see cfgcmd --help)\n", error.what());
-    return EXIT_USAGE + 1;
-  }
+  std::optional<int> end = ParseCommandLine(&app, argc, argv);
   asked->options.limit_ms = static_cast<uint32_t>(asked->limit_s * 1000);
-  return 0;
+  return end;
 }
 
 /* Command lines that were started since the file had `offset` bytes. */
@@ -130,8 +121,7 @@ int main(int argc, char **argv) {
   signal(SIGPIPE, SIG_IGN);
   DF_PRT_MAP[0].level = 100; /* what goes wrong is said once, by the outcome */
   Asked asked;
-  int parsed = ParseCommandLine(argc, argv, &asked);
-  if (parsed != 0) return parsed - 1;
+  if (auto end = Parse(argc, argv, &asked)) return *end;
 
   uint64_t offset = FileSize(kCommands);
   Outcome outcome = RunVerb(*asked.verb, asked.words, asked.options);

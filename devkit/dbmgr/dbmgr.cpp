@@ -1,15 +1,15 @@
 // The data-base manager of the desk: owns the data-model store, takes clients' requests at
 // "dbmgr:dbmgt" and modules' acknowledgements at "msgcenter:cAckAgt".
-#include <CLI/CLI.hpp>
-#include <csignal>
 #include <cstdio>
 
 #include "ams_common_api.h"
+#include "command_line.h"
 #include "dbmgr_forms.h"
 #include "dbmgr_proto.h"
 #include "dbmgr_route.h"
 #include "exit_status.h"
 #include "nvram.h"
+#include "service.h"
 #include "store_desk.h"
 #include "sup_main.h"
 #include "tds_desk.h"
@@ -17,9 +17,6 @@
 extern "C" {
 PrtMapEntry DF_PRT_MAP[] = {{"default", 3}, {DBMGR_NAME, 3}, {nullptr, 0}};
 }
-
-/* No node is served by an op function of this process. */
-const OpFuncEntry *const FUNC_TABLES[] = {nullptr};
 
 namespace {
 
@@ -48,22 +45,16 @@ const ModuleEntry kModules[] = {
 int main(int argc, char **argv) {
   CLI::App app("Data-base manager of the gateway on a desk.", "dbmgr");
   app.add_flag("--trust-values", trust_values, "Take values of any form, as the board does");
-  CLI11_PARSE(app, argc, argv);
-  signal(SIGPIPE, SIG_IGN);
-  AMS_UsrDumpInit();
-  AMS_PrintMgt_Init();
+  if (auto end = ParseCommandLine(&app, argc, argv)) return *end;
+  ServiceBegin();
   if (nvram_init_semaphore() != 0) { /* else the boot would pass for one of a burnt image */
     fprintf(stderr, "dbmgr: the settings cannot be had: the line above names the reason\n");
     return EXIT_REFUSED;
   }
-  ams_desk_check_kept(CheckForm); /* a backup or a file on flash may hold anything */
+  ams_desk_check_kept = CheckForm; /* a backup or a file on flash may hold anything */
   if (SDB_serverInit() != 0 || gptXmlTrees == nullptr || gptXmlTrees->root == nullptr) {
     fprintf(stderr, "dbmgr: the data model did not load: the lines above name the reason\n");
     return EXIT_REFUSED;
   }
-  if (SysInit(kModules) != 0) {
-    fprintf(stderr, "dbmgr: cannot serve %s: does another one run?\n", DBMGR_NAME);
-    return EXIT_REFUSED;
-  }
-  for (;;) tds_delay(5000);
+  return ServiceRun("dbmgr", kModules);
 }

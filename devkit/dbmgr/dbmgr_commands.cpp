@@ -70,6 +70,10 @@ DbmgrAnswer List(const Plan &plan) {
 
 DbmgrAnswer Refresh(const Plan &) { return {}; /* whoever had to be asked was asked before */ }
 
+DbmgrAnswer NoModule(const Plan &plan) {
+  return {-1, DbmgrText::TEXT, "no module serves \"" + plan.url + "\" with this command"};
+}
+
 /* ---- what a refused one left ---- */
 
 /* `row`: what an add named as its row; NULL when the module told nothing, since it died. */
@@ -97,12 +101,15 @@ const Command kCommands[] = {
     {APPT_CMD_REFRESH, "refresh", ANY_NODE, "", READS, Refresh, nullptr},
 };
 
+/* One that the framework alone knows is for the node's module to serve. */
+const Command kAnyOther = {0, "the command", ANY_NODE, "", 0, NoModule, nullptr};
+
 }  // namespace
 
 const Command *FindCommand(uint32_t command) {
   for (const Command &row : kCommands)
     if (row.command == command) return &row;
-  return nullptr;
+  return appt_HasCommand(command) ? &kAnyOther : nullptr;
 }
 
 std::string ValuesOf(const Plan &plan) {

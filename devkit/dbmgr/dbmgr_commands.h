@@ -27,7 +27,8 @@ struct Command {
   std::string (*left)(const Plan &plan, const std::string *row);
 };
 
-/* NULL: there is no such command. */
+/* The command's row, or that of all others that the framework knows. NULL: there is no such
+   command. */
 const Command *FindCommand(uint32_t command);
 
 /* What the leaves of a "set" hold now, in order; "" for other commands. */

@@ -14,6 +14,7 @@
 
 #include "ams_common_api.h"
 #include "dbmgr_commands.h"
+#include "leaf_list.h"
 #include "tds_desk.h"
 
 namespace {
@@ -140,10 +141,9 @@ void EnqueueParts(const Request &request) {
 
 /* "name=value" and the separator, as a module answers for one leaf: the bare value. */
 std::string BareValue(std::string_view text) {
-  size_t equals = text.find('=');
-  if (equals != std::string_view::npos) text.remove_prefix(equals + 1);
-  if (!text.empty() && text.back() == AMS_SEPARATOR) text.remove_suffix(1);
-  return std::string(text);
+  Leaf leaf = {};
+  (void)NextLeaf(&text, &leaf); /* an empty text is an empty value */
+  return std::string(leaf.has_value ? leaf.value : leaf.name);
 }
 
 /* The reply text of an acknowledgement, "" when it has none. Its NUL may be missing. */

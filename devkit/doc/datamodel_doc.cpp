@@ -151,13 +151,14 @@ int PrintPage(const char *prose, const std::vector<Section> &sections, const Eff
 int main(int argc, char **argv) {
   if (argc == 2 && strcmp(argv[1], "--programs") == 0) return PrintPrograms();
   if (argc != 4)
-    return Fail("usage: datamodel_doc DATA_MODEL.xml OP_FUNCTIONS.txt PROSE.md, or --programs");
+    return Fail("usage: datamodel_doc DATA_MODEL.xml OP_FUNCTIONS.txt PROSE.md, or --programs",
+                EXIT_USAGE);
   pugi::xml_document model;
   pugi::xml_parse_result parsed = model.load_file(argv[1]);
   if (!parsed) return Fail(std::string(argv[1]) + ": " + parsed.description());
   Nodes nodes;
   Effects effects;
   Collect(model.document_element(), "", "", &nodes);
-  if (ReadEffects(argv[2], &effects) != 0 || Compare(nodes, effects) != 0) return 1;
+  if (ReadEffects(argv[2], &effects) != 0 || Compare(nodes, effects) != 0) return EXIT_REFUSED;
   return PrintPage(argv[3], Sections(nodes), effects);
 }

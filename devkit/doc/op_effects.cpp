@@ -7,6 +7,7 @@
 #include <set>
 #include <sstream>
 
+#include "netdaemon_func.h"
 #include "op_rows.h"
 #include "sup_main.h"
 
@@ -80,10 +81,27 @@ std::vector<Effect> ScriptEffects(const Script &script) {
   return effects;
 }
 
-/* Adds what the tables say themselves to what was read. */
-int AddScripts(Effects *effects) {
+/* A daemon whose lines its row does not have is called as in the line that kills it. */
+std::vector<Effect> DaemonEffects(const PortDaemon &daemon) {
+  auto leaf = [](std::string path) { return "`" + path.substr(path.rfind('.') + 1) + "`"; };
+  const std::string enable = leaf(daemon.enable), ports = leaf(daemon.ports);
+  const std::string kill = LineText({0, daemon.kill});
+  const std::string program = "`" + kill.substr(kill.rfind(' ') + 1);
+  const std::string start = daemon.each == nullptr ? program + " on the ports of " + ports
+                                                   : LineText({0, daemon.each, ARG_INSTANCE}) +
+                                                         " for each port N of " + ports;
+  return {{"start", "while " + enable + " is 1: " + start},
+          {"set", "when " + enable + " is 0 or 1: " + kill + "; then as at the start"}};
+}
+
+/* Adds what the tables say themselves to what was read: of a daemon that may be more than its row
+   tells. */
+int AddRows(Effects *effects) {
   int result = 0;
   ForRows([&](const OpFuncEntry &row) {
+    if (row.daemon != nullptr)
+      for (const Effect &effect : DaemonEffects(*row.daemon))
+        (*effects)[row.name].push_back(effect);
     if (row.script == nullptr) return;
     if (!effects->emplace(row.name, ScriptEffects(*row.script)).second)
       result =
@@ -94,13 +112,13 @@ int AddScripts(Effects *effects) {
 
 }  // namespace
 
-int Fail(const std::string &what) {
+int Fail(const std::string &what, ExitStatus status) {
   std::cerr << "datamodel_doc: " << what << '\n';
-  return 1;
+  return status;
 }
 
 int ReadEffects(const char *file, Effects *effects) {
-  return ReadList(file, effects) == 0 && AddScripts(effects) == 0 ? 0 : 1;
+  return ReadList(file, effects) == 0 && AddRows(effects) == 0 ? EXIT_DONE : EXIT_REFUSED;
 }
 
 std::map<std::string, bool> TableNames() {
@@ -112,14 +130,16 @@ std::map<std::string, bool> TableNames() {
 
 int PrintPrograms() {
   std::set<std::string> programs;
+  auto add = [&programs](const char *format) {
+    std::istringstream words(format == nullptr ? "" : format);
+    for (std::string word; words >> word;)
+      if (word.compare(0, 5, "/usr/") == 0)
+        programs.insert(word.substr(0, word.find_first_of("&;")));
+  };
   ForRows([&](const OpFuncEntry &row) {
+    if (row.daemon != nullptr) add(row.daemon->each);
     if (row.script == nullptr) return;
-    for (const ScriptLine &line : row.script->lines) {
-      std::istringstream words(line.format == nullptr ? "" : line.format);
-      for (std::string word; words >> word;)
-        if (word.compare(0, 5, "/usr/") == 0)
-          programs.insert(word.substr(0, word.find_first_of("&;")));
-    }
+    for (const ScriptLine &line : row.script->lines) add(line.format);
   });
   for (const std::string &program : programs) std::cout << program << '\n';
   return std::cout.flush() ? 0 : Fail("cannot write");

@@ -4,12 +4,12 @@
 #include <sys/un.h>
 #include <unistd.h>
 
-#include <CLI/CLI.hpp>
 #include <chrono>
 #include <csignal>
 #include <cstdio>
 #include <cstring>
 
+#include "command_line.h"
 #include "modem_control.h"
 
 namespace {
@@ -197,18 +197,9 @@ int main(int argc, char **argv) {
   CLI::App app("The network and the hardware around the simulated modem.", "modemctl");
   app.footer(kFooter);
   app.require_subcommand(1);
-  app.add_option("--timeout", asked.limit_s, "Seconds to wait for an answer")
-      ->check(CLI::Range(0.001, 86400.0))
-      ->capture_default_str();
+  AddTimeLimit(&app, &asked.limit_s);
   AddVerbs(&app, &asked, &request);
-  try {
-    app.parse(argc, argv);
-  } catch (const CLI::CallForHelp &help) {
-    return app.exit(help);
-  } catch (const CLI::ParseError &error) {
-    fprintf(stderr, "modemctl: %s (see modemctl --help)\n", error.what());
-    return EXIT_USAGE;
-  }
+  if (auto end = ParseCommandLine(&app, argc, argv)) return *end;
   FillIn(asked, &request);
   bool waits = request["verb"] == "wait";
   return Print(waits ? AskUntilItServes(request, asked.limit_s) : Ask(request, asked.limit_s),

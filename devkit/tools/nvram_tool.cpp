@@ -1,11 +1,11 @@
 // nvram: looks at and changes the non-volatile settings by hand, with or without a running gateway.
-#include <CLI/CLI.hpp>
 #include <cstdio>
 #include <cstdlib>
 #include <memory>
 #include <string>
 
 #include "ams_print.h"
+#include "command_line.h"
 #include "exit_status.h"
 #include "nvram.h"
 
@@ -70,11 +70,7 @@ int main(int argc, char **argv) {
   verb("unset", "Remove a key", Unset)->add_option("KEY", asked.key)->required();
   verb("commit", "Make the area survive a restart", Commit);
   verb("show", "Print every setting of the area", Show);
-  try {
-    app.parse(argc, argv);
-  } catch (const CLI::ParseError &error) {
-    return app.exit(error) == 0 ? EXIT_DONE : EXIT_USAGE;
-  }
+  if (auto end = ParseCommandLine(&app, argc, argv)) return *end;
   /* Settings that cannot be opened are not settings that are not set. */
   return nvram_init_semaphore() == 0 && run(asked) == 0 ? EXIT_DONE : EXIT_REFUSED;
 }

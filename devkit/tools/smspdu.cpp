@@ -1,11 +1,11 @@
 // smspdu: reads a short message's PDU and makes those of a text, with the gateway's own codec. It
 // needs no gateway and runs anywhere.
-#include <CLI/CLI.hpp>
 #include <cstdio>
 #include <cstring>
 #include <nlohmann/json.hpp>
 #include <string>
 
+#include "command_line.h"
 #include "escape.h"
 #include "exit_status.h"
 #include "parse.h"
@@ -143,10 +143,6 @@ int main(int argc, char **argv) {
   encode->add_option("--sca", asked.centre, "Number of the service centre")->required();
   encode->add_option("--tpa", asked.number, "Number of the receiver")->required();
   encode->add_option("--text", asked.text, "The text, in UTF-8")->required();
-  try {
-    app.parse(argc, argv);
-  } catch (const CLI::ParseError &error) {
-    return app.exit(error) == 0 ? EXIT_DONE : EXIT_USAGE;
-  }
+  if (auto end = ParseCommandLine(&app, argc, argv)) return *end;
   return run(asked);
 }

@@ -2,13 +2,8 @@
 // what vermgtctl asks, which makes it misbehave.
 #include "vermgt.h"
 
-#include <unistd.h>
-
-#include <CLI/CLI.hpp>
-#include <csignal>
-#include <cstdio>
-
-#include "ams_common_api.h"
+#include "command_line.h"
+#include "service.h"
 #include "vermgt_image.h"
 #include "vermgt_order.h"
 
@@ -68,14 +63,8 @@ int main(int argc, char **argv) {
                  "Seconds without a word of its orderer after which an order makes way for another")
       ->check(CLI::Range(0, 86400))
       ->capture_default_str();
-  CLI11_PARSE(app, argc, argv);
-  signal(SIGPIPE, SIG_IGN);
-  AMS_UsrDumpInit();
-  AMS_PrintMgt_Init();
+  if (auto end = ParseCommandLine(&app, argc, argv)) return *end;
+  ServiceBegin();
   ImageDrop(); /* of one that died half-way */
-  if (SysInit(kModules) != 0) {
-    fprintf(stderr, "vermgt: cannot serve %s: does another one run?\n", kVersionManager);
-    return EXIT_REFUSED;
-  }
-  for (;;) pause();
+  return ServiceRun("vermgt", kModules);
 }

@@ -7,7 +7,9 @@
 #include <algorithm>
 #include <atomic>
 #include <cctype>
+#include <cerrno>
 #include <chrono>
+#include <csignal>
 #include <cstring>
 #include <functional>
 
@@ -28,11 +30,12 @@ struct Order {
 };
 Order order;
 
-enum Kind { NORMAL, OCCUPIED, SLOW, REJECT, FAIL, HANG, DIE };
-const char *const kKinds[] = {"normal", "occupied", "slow", "reject", "fail", "hang", "die"};
+enum Kind { NORMAL, OCCUPIED, SLOW, REJECT, FAIL, HANG, DIE, HALT };
+const char *const kKinds[] = {"normal", "occupied", "slow", "reject",
+                              "fail",   "hang",     "die",  "halt"};
 struct {
   Kind kind;
-  int amount; /* polls that are answered before it matters */
+  int amount; /* polls that are answered before it matters; of HALT the process */
 } behaviour;
 
 /* The flashing thread: alone with `work_name` until it has set `outcome`, the word for its end. */
@@ -138,9 +141,10 @@ const char *Poll() {
   const char *word = outcome;
   if (behaviour.kind == DIE && !early) {
     AMS_PRINT(4, "%s: dies, as it was told\n", order.name.c_str());
-    _exit(1);
+    _exit(EXIT_REFUSED);
   }
-  if (word == nullptr || behaviour.kind == HANG || early) return "downloading";
+  bool hangs = behaviour.kind == HANG || behaviour.kind == HALT;
+  if (word == nullptr || hangs || early) return "downloading";
   if (behaviour.kind == REJECT) return "fwchk_failed";
   if (behaviour.kind == FAIL) return "upg_failed";
   return word;
@@ -215,16 +219,18 @@ void TakeWord(int32_t, const void *data, uint32_t length) {
   else
     AMS_PRINT(3, "\"%.20s\" of %s is about no order\n", said.c_str(), sender);
   (void)AnswerSender(kVersionState, word); /* an orderer that is gone is missed by the next order */
+  if (behaviour.kind == HALT && order.runs && kill(behaviour.amount, SIGSTOP) != 0)
+    AMS_PRINT(4, "process %d is not halted: %s\n", behaviour.amount, strerror(errno));
 }
 
 std::string OrderBehave(const std::string &how, int64_t amount) {
-  bool counts = how == "slow" || how == "die";
+  bool counts = how == "slow" || how == "die" || how == "halt";
   auto kind = std::find(std::begin(kKinds), std::end(kKinds), how);
   if (kind == std::end(kKinds))
     return "no such behaviour as \"" + how +
-           "\": normal, occupied, slow N, reject, fail, hang, die N";
-  if (amount < 0 || amount > (counts ? 1000000 : 0))
-    return "slow and die take a number from 0 to 1000000, the others none";
+           "\": normal, occupied, slow N, reject, fail, hang, die N, halt PID";
+  if (amount < (how == "halt" ? 1 : 0) || amount > (counts ? 1000000 : 0))
+    return "slow and die take a number from 0 to 1000000, halt a process's, the others none";
   behaviour = {static_cast<Kind>(kind - std::begin(kKinds)), static_cast<int>(amount)};
   return "";
 }

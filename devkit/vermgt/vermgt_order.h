@@ -24,7 +24,7 @@ void TakeWord(int32_t id, const void *data, uint32_t length);
 int AnswerSender(uint32_t id, const std::string &text);
 
 /* How orders go from now on: "" or why there is no such behaviour. `amount`: the polls that are
-   answered before it matters. */
+   answered before it matters; of "halt" the process. */
 std::string OrderBehave(const std::string &how, int64_t amount);
 
 /* The behaviour, the last order, and what is flashed. */

@@ -1,12 +1,12 @@
 // vermgtctl: makes images, makes the version manager misbehave, and looks at what it does. What is
 // done is decided in vermgt.cpp; here are words and printing.
-#include <CLI/CLI.hpp>
 #include <cerrno>
 #include <csignal>
 #include <cstdio>
 #include <cstring>
 
 #include "ams_print.h"
+#include "command_line.h"
 #include "tds_desk.h"
 #include "vermgt_image.h"
 
@@ -19,7 +19,8 @@ constexpr char kFooter[] =
     "and keeps it in /var/persist/firmware/image.\n"
     "Behaviours, until another one is told: normal; occupied; slow N (\"downloading\" for N "
     "polls);\n"
-    "reject; fail (to flash); hang (\"downloading\" for ever); die N (at the poll after N).\n"
+    "reject; fail (to flash); hang (\"downloading\" for ever); die N (at the poll after N);\n"
+    "halt PID (as hang, and each poll stops that process, as a breakpoint would).\n"
     "Exit status: 0 done, 1 it said no, 2 wrong usage, 3 no answer in time.\n"
     "Examples:\n"
     "  vermgtctl image /etc/passwd /var/www/firmware.bin\n"
@@ -101,9 +102,10 @@ void AddVerbs(CLI::App *app, Asked *asked) {
   image->add_option("FILE", asked->content, "What it holds")->required();
   image->add_option("IMAGE", asked->image, "The file to write it to")->required();
   CLI::App *behave = verb("behave", "How it behaves from now on");
-  behave->add_option("HOW", asked->how, "normal, occupied, slow, reject, fail, hang, die")
+  behave->add_option("HOW", asked->how, "normal, occupied, slow, reject, fail, hang, die, halt")
       ->required();
-  behave->add_option("N", asked->amount, "slow, die: polls that are answered before");
+  behave->add_option("N", asked->amount,
+                     "slow, die: polls that are answered before; halt: a process");
   verb("state", "Its behaviour, the last order, and what is flashed")
       ->add_flag("--json", asked->json, "As a JSON object");
 }
@@ -117,16 +119,8 @@ int main(int argc, char **argv) {
   CLI::App app("The hand on the version manager of the gateway on a desk.", "vermgtctl");
   app.footer(kFooter);
   app.require_subcommand(1);
-  app.add_option("--timeout", asked.limit_s, "Seconds to wait for an answer")
-      ->check(CLI::Range(0.001, 86400.0))
-      ->capture_default_str();
+  AddTimeLimit(&app, &asked.limit_s);
   AddVerbs(&app, &asked);
-  try {
-    app.parse(argc, argv);
-  } catch (const CLI::CallForHelp &help) {
-    return app.exit(help);
-  } catch (const CLI::ParseError &error) {
-    return Say(EXIT_USAGE, std::string(error.what()) + " (see vermgtctl --help)");
-  }
+  if (auto end = ParseCommandLine(&app, argc, argv)) return *end;
   return asked.verb == "image" ? MakeImage(asked) : Ask(asked);
 }

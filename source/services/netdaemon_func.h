@@ -35,4 +35,7 @@ int FuncPortDaemon(OpFuncArg *arg) {
   return IsInitOrSet(arg->op) ? ApplyPortDaemon(Daemon, arg->op) : 0;
 }
 
+/* The rest of a row {NAME, PORT_DAEMON(FORM, DAEMON)}. */
+#define PORT_DAEMON(form, row) Op<form, FuncPortDaemon<row>>, nullptr, &(row)
+
 int FuncServPrinter(OpFuncArg *arg);

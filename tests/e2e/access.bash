@@ -4,9 +4,6 @@
 
 readonly ACCESS=$SERVICES.ServiceAccessControl
 
-# A rebuild is some forty commands: on a busy machine they take longer than a client waits.
-cfgcmd() { command cfgcmd --timeout 60 "$@"; }
-
 # access_entries [ENTRY...]: switches access control off and makes these the entries of the list.
 # ENTRY: "SERVICE DIRECTION RANGE ACTION IPMODE PORT", "-" for an empty text. Rows that are there are
 # used again: each request costs a flush.

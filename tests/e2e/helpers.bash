@@ -7,6 +7,9 @@ readonly SERVICES=InternetGatewayDevice.Services
 readonly USERS=InternetGatewayDevice.X_CT-COM_UserInfo.UserList
 readonly FILES=$DEVICE.VendorConfigFile COMMANDS=/var/log/devkit/commands CALLS=/var/log/devkit/calls
 
+# No outcome hangs on how fast the machine is: a request that has an answer may take a minute for it.
+export GATEWAY_TIMEOUT=60
+
 # fail TEXT: ends the test with the text.
 fail() {
   printf '%s\n' "$*" >&2
@@ -73,6 +76,19 @@ listens() { [ "$(listeners "$1")" -eq "$2" ]; }
 # Stubs: stub_sleep NAME SECONDS makes the script of that name take as long; stub_reset forgets it.
 stub_sleep() { echo "$2" >"/var/devkit/stub/$1.sleep"; }
 stub_reset() { rm -f /var/devkit/stub/*; }
+
+# hold SCRIPT: it stands until it is let go; release, for teardown, lets go and puts its stub back.
+hold() {
+  held=/usr/syscfg/$1
+  rm -f /tmp/go "$held"
+  printf '#!/bin/sh\nuntil [ -e /tmp/go ]; do sleep 0.02; done\n' >"$held"
+  chmod +x "$held"
+}
+let_go() { touch /tmp/go; }
+release() {
+  let_go
+  [ -z "${held:-}" ] || ln -sf "$DEVKIT_BUILD/bin/stub" "$held"
+}
 
 # The pid of a daemon.
 pid_of() { cat "/var/run/devkit/$1"; }

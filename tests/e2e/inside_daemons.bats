@@ -51,10 +51,11 @@ shells() { [ "$(calls /usr/sbin/ams_cli)" -eq "$1" ]; }
 
 readonly SNMP_CONFIG=/var/snmpd.conf SNMP=$SERVICES.ServiceSNMP
 export MIBS= # the clients need no names, and Debian lacks most of their files
-# The agent's answer: query COMMUNITY OID (below 1.3.6.1.2.1.1).
-query() { snmpget -v 2c -r 0 -t 1 -Oqv -c "$1" 127.0.0.1 1.3.6.1.2.1.1.$2; }
-answers() { [ "$(query "$1" "$2" 2>/dev/null)" = "\"$3\"" ]; }
-write() { snmpset -v 2c -r 0 -t 5 -Oqv -c "$1" 127.0.0.1 1.3.6.1.2.1.1.5.0 s other; }
+# The agent's answer: query COMMUNITY OID (below 1.3.6.1.2.1.1); silent: to who gets none.
+query() { snmpget -v 2c -r 0 -t "${limit:-60}" -Oqv -c "$1" 127.0.0.1 1.3.6.1.2.1.1.$2; }
+silent() { limit=1 query "$@"; }
+answers() { [ "$(silent "$1" "$2" 2>/dev/null)" = "\"$3\"" ]; }
+write() { snmpset -v 2c -r 0 -t 60 -Oqv -c "$1" 127.0.0.1 1.3.6.1.2.1.1.5.0 s other; }
 
 # ---- Samba ----
 

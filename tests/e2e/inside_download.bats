@@ -32,6 +32,8 @@ setup() {
   rm -rf $FLASHED /tmp/*.bin
 }
 
+teardown() { release; }
+
 free_memory() { printf '       total used free\nMem: 900000 1 %s 2\nSwap: 0 0 1\n' "$1" >/var/devkit/stub/free.out; }
 field() { cfgcmd get $ORDER.$1; }
 # state_has TEXT: the version manager's state, such as "order NAME of WHOM: WORD after N polls".
@@ -201,25 +203,21 @@ stopped() { ! grep -h '^State:' /proc/$daemon/task/*/status | grep -qv '(stopped
 
 @test "the order of a daemon that stands still, as at a breakpoint, is nobody else's, and goes on" {
   daemon=$(pid_of sysmgr)
-  vermgtctl behave hang
-  for name in still1.bin still2.bin still3.bin; do
-    order TargetFileName=$name
-    until_true state_has "order $name of sysmgr: "
-    kill -STOP $daemon
-    until_true stopped
-    ! state_has "$name of sysmgr: downloading" || break
-    kill -CONT $daemon # a busy machine came here after the 201st poll
-    until_true given_back
-  done
+  hold ${PRE##*/}
+  order
+  vermgtctl behave halt $daemon
+  let_go
+  until_true stopped
+  state_has 'order zorp_image.bin of sysmgr: downloading'
   for word in $POLL $CONFIRM $GIVE_UP; do expect 0 occupied ask 0xfff05 $word; done
   expect 0 occupied ask 0xfff04 $OF_OTHERS
-  holds "$name of sysmgr keeps another order waiting" /var/log/devkit/vermgt.log
+  holds 'zorp_image.bin of sysmgr keeps another order waiting' /var/log/devkit/vermgt.log
   vermgtctl behave normal
   kill -CONT $daemon
   ended "$PRE
 $DROP
 $FREE
-$(plain $WEB/open/fw.bin '' $name)
+$(plain $WEB/open/fw.bin)
 nvram set Tr069strap=\"BT  TC- Dn-\"
 $POST success
 reboot"

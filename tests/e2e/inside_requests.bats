@@ -14,7 +14,7 @@ json() { python3 -c 'import json,sys; d = json.load(sys.stdin); print(eval(sys.a
   [[ $calls == *"cpuState.sh path=$DEVICE.ProcessStatus"* && $calls == *'l2tp_cfg.sh action="lnsstats"'* ]] || fail "$calls"
   [ "$(cfgcmd tree $DEVICE.MemoryStatus.Total | awk '{print $3}')" -gt 0 ]
   cfgcmd sset $DEVICE.MemoryStatus.Total 0
-  all=$(cfgcmd --timeout 60 get InternetGatewayDevice)
+  all=$(cfgcmd get InternetGatewayDevice)
   grep -Eq "^$DEVICE.MemoryStatus.Total=[1-9]" <<<"$all" && [ "$(wc -l <<<"$all")" -gt 150 ] || fail "$all"
 
   stub_sleep l2tp_cfg.sh 600
@@ -28,7 +28,7 @@ json() { python3 -c 'import json,sys; d = json.load(sys.stdin); print(eval(sys.a
   refused 3 'no answer in 100 ms.* waits for sysmgr:capabinfo' cfgcmd --timeout 0.1 get InternetGatewayDevice
   kill -9 "$(pid_of sysmgr)"
   told all 1 '^cfgcmd: sysmgr:[a-zA-Z]+ died before it answered'
-  refused 1 'sysmgr:devInfo is not running' cfgcmd --timeout 600 attr InternetGatewayDevice
+  refused 1 'sysmgr:devInfo is not running' cfgcmd attr InternetGatewayDevice
   gateway-daemon restart sysmgr
 }
 
@@ -36,7 +36,7 @@ json() { python3 -c 'import json,sys; d = json.load(sys.stdin); print(eval(sys.a
   gateway-daemon stop sysmgr
   cfgcmd listen sysmgr:mgtsrvr >"$BATS_TEST_TMPDIR/heard" 3>&- &
   module=$!
-  cfgcmd --timeout 60 wait sysmgr:mgtsrvr
+  cfgcmd wait sysmgr:mgtsrvr
   in_background answer get InternetGatewayDevice.ManagementServer.URL
   until_true grep -q 0x100005 "$BATS_TEST_TMPDIR/heard"
   # Its chain id, "get", "result without a text", 0.

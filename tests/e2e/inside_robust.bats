@@ -6,7 +6,7 @@ load helpers
 # What the data-base manager answers to these bytes.
 answer() { cfgcmd send dbmgr:dbmgt 0x110000 --wait --hex "$1" | tr -d '\0'; }
 
-teardown() { stub_reset; }
+teardown() { stub_reset; release; }
 
 alive() { expect 0 V2.3.1 cfgcmd get $DEVICE.X_KVO_FWVersion; }
 
@@ -45,14 +45,15 @@ alive() { expect 0 V2.3.1 cfgcmd get $DEVICE.X_KVO_FWVersion; }
 
 @test "a killed client disturbs nobody" {
   cfgcmd set $SERVICES.ServiceVRRP.Enable 0
-  stub_sleep vrrp.sh 1
-  cfgcmd --timeout 60 set $SERVICES.ServiceVRRP.Enable 1 3>&- &
+  hold vrrp.sh
+  cfgcmd set $SERVICES.ServiceVRRP.Enable 1 3>&- &
   client=$!
   until_true grep -q '^/usr/syscfg/vrrp.sh stop$' $COMMANDS
   kill -9 $client
   alive
+  let_go
   # Its change is done all the same.
-  expect 0 1 cfgcmd --timeout 60 get $SERVICES.ServiceVRRP.Enable
+  expect 0 1 cfgcmd get $SERVICES.ServiceVRRP.Enable
 }
 
 @test "a request in flight learns at once that the daemon was killed, those behind are refused" {
@@ -66,7 +67,7 @@ alive() { expect 0 V2.3.1 cfgcmd get $DEVICE.X_KVO_FWVersion; }
   told first 1 'sysmgr:capabinfo died before it answered: its parameters have changed meanwhile, "cfgcmd get"'
   told second 1 'died before|not running'
   # Without the daemon the store still answers.
-  refused 1 'sysmgr:devInfo is not running.*gateway-daemon restart' cfgcmd --timeout 600 get $DEVICE.UpTime
+  refused 1 'sysmgr:devInfo is not running.*gateway-daemon restart' cfgcmd get $DEVICE.UpTime
   refused 1 'sysmgr is not running' cfgcmd level all 3
   expect 0 1 cfgcmd list InternetGatewayDevice.LANDevice
   stub_reset
@@ -115,7 +116,7 @@ alive() { expect 0 V2.3.1 cfgcmd get $DEVICE.X_KVO_FWVersion; }
     mode=$(cfgcmd tree $DEVICE.X_CT-COM_IPProtocolVersion.Mode | awk '{print $3}')
     preferred=$(cfgcmd tree $DEVICE.X_CT-COM_IPProtocolVersion.PreferredIP | awk '{print $3}')
     [ "$mode" = "$preferred" ] || fail "half a change: $mode and $preferred"
-    expect 0 "" cfgcmd --timeout 20 sset $DEVICE.DeviceLog after
+    expect 0 "" cfgcmd sset $DEVICE.DeviceLog after
     gateway-daemon restart sysmgr
   done
   alive

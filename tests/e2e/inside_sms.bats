@@ -7,8 +7,6 @@ load helpers
 # Sessions use them.
 # shellcheck disable=SC2034
 readonly SMS=$SERVICES.X_KVO_ShortMsg OWN=13800138000
-# Sends and lists wait for the modem.
-cfgcmd() { command cfgcmd --timeout 60 "$@"; }
 
 setup() {
   modemctl reset

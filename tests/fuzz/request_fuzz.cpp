@@ -4,7 +4,7 @@
 #include "ams_common_api.h"
 #include "appt_dispatch.h"
 #include "check.h"
-#include "tds_desk.h"
+#include "tds_heap.h"
 
 extern "C" int LLVMFuzzerInitialize(int *argc, char ***argv);
 

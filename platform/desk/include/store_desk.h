@@ -16,5 +16,5 @@ using AmsDeskCheck = int (*)(const std::string &path, const std::string &form,
                              std::string_view value, std::string *why);
 
 /* What update_from_nvram asks before it lays a kept value over the tree; NULL (at first): nobody.
-   Before the tree is loaded. */
-void ams_desk_check_kept(AmsDeskCheck check);
+   Set before the tree is loaded, by the process that loads it. */
+extern AmsDeskCheck ams_desk_check_kept;

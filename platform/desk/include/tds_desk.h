@@ -2,7 +2,6 @@
 // command-line client, the stand-ins) and to tests, beside the board's interface.
 #pragma once
 
-#include <cstddef>
 #include <cstdint>
 
 #include "tds.h"
@@ -37,10 +36,3 @@ uint64_t tds_hold_reply();
 /* Gives the answer that was put off; same thread. Never waits. 0, or -1: the sender is gone, or the
    answer could not be sent (logged), then the sender is refused with the reason. */
 int tds_reply_held(uint64_t token, const void *data, uint32_t len);
-
-/* Live blocks and bytes of `tag`, or of all tags when it is NULL. */
-struct TdsMallocCount {
-  int64_t blocks;
-  int64_t bytes;
-};
-TdsMallocCount tds_malloc_count(const char *tag);

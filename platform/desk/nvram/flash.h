@@ -1,7 +1,7 @@
 // The settings on flash: for each area the last commit and the one before, each a file that is
 // checked from end to end before anything of it is used. The callers see to it, with FlashLock,
 // that one thread of one process at a time is in here. The working copy in shared memory:
-// nvram.cpp.
+// nvram_desk.cpp.
 #pragma once
 
 #include <cstddef>

@@ -30,27 +30,14 @@ int CopyUrl(const uint8_t *key, size_t length, char url[AMS_PATH_SIZE]) {
   return 0;
 }
 
-/* Reads the rows that are children of `parent`, stepping over what is below them. */
-int GatherChildren(MDB_txn *txn, const Key &parent, std::vector<Found> *children) {
-  MDB_cursor *cursor;
-  MDB_val key, data;
-  Key from = parent;
-  if (TreeCursor(txn, &cursor) != 0) return -1;
-  from.bytes[from.length++] = KEY_LEAF;
-  while (TreeSeek(cursor, from, parent, &key, &data) == 0 && key.mv_size < kKeyMax) {
-    Found child = {0, static_cast<uint8_t *>(key.mv_data), key.mv_size, {}};
-    if (RecordParse(data, &child.record) == 0) children->push_back(child);
-    memcpy(from.bytes, child.key, child.key_length);
-    from.bytes[child.key_length] = KEY_END;
-    from.length = child.key_length + 1;
-  }
-  TreeCursorEnd(cursor);
-  return 0;
-}
-
 int FillList(MDB_txn *txn, const Key &parent, size_t skip, ChildList *list) {
   std::vector<Found> children;
-  if (GatherChildren(txn, parent, &children) != 0) return -1;
+  int failed = TreeChildren(txn, parent, [&](const MDB_val &key, const MDB_val &data) {
+    Found child = {0, static_cast<uint8_t *>(key.mv_data), key.mv_size, {}};
+    if (RecordParse(data, &child.record) == 0) children.push_back(child);
+    return true;
+  });
+  if (failed != 0) return -1;
   TreeSort(&children, skip);
   list->keys.clear();
   for (const Found &child : children)

@@ -153,22 +153,13 @@ int DeleteOne(MDB_txn *txn, const char *instance) {
 }  // namespace
 
 int TreeInstances(MDB_txn *txn, const Key &array, std::vector<uint32_t> *numbers) {
-  MDB_cursor *cursor;
-  MDB_val key, data;
-  Key from = array;
-  if (TreeCursor(txn, &cursor) != 0) return -1;
-  from.bytes[from.length++] = KEY_NODE;
-  while (TreeSeek(cursor, from, array, &key, &data) == 0 && key.mv_size < kKeyMax) {
-    const uint8_t *bytes = static_cast<uint8_t *>(key.mv_data);
-    uint32_t number = KeyNumber(bytes + array.length + 1, key.mv_size - array.length - 1);
-    if (number == 0) break; /* the objects beside the instances */
+  return TreeChildren(txn, array, [&](const MDB_val &key, const MDB_val &) {
+    const uint8_t *component = static_cast<uint8_t *>(key.mv_data) + array.length + 1;
+    uint32_t number = KeyNumber(component, key.mv_size - array.length - 1);
+    if (number == 0) return false; /* the objects beside the instances */
     numbers->push_back(number);
-    memcpy(from.bytes, bytes, key.mv_size); /* the instance's own row stands first */
-    from.bytes[key.mv_size] = KEY_END;
-    from.length = key.mv_size + 1;
-  }
-  TreeCursorEnd(cursor);
-  return 0;
+    return true;
+  });
 }
 
 int TreePutCounts(MDB_txn *txn, const Key &array, const ArrayCounts &counts) {

@@ -20,8 +20,6 @@ struct Kept {
 
 constexpr char kNoRoom[] = "there is no room beside the tree that is replaced";
 
-AmsDeskCheck kept_check; /* set before any thread reads it */
-
 int Collect(const char *key, const char *value, void *context) {
   static_cast<std::vector<Kept> *>(context)->push_back({key, value});
   return 0;
@@ -131,10 +129,11 @@ int LayRows(MDB_txn *txn, const Kept &entry) {
 /* Whether the check of the leaf's form, or else of its type, takes the value; else why not. */
 int CheckKept(MDB_txn *txn, const Kept &entry, const Record &leaf, std::string *why) {
   std::string_view set;
-  if (kept_check == nullptr || TreeAttributes(txn, leaf.head.attributes, &set) != 0) return 0;
+  if (ams_desk_check_kept == nullptr || TreeAttributes(txn, leaf.head.attributes, &set) != 0)
+    return 0;
   std::string form(AttributeIn(set, "check"));
   if (form.empty()) form = AttributeIn(set, "type");
-  return form == "string" ? 0 : kept_check(entry.key, form, entry.value, why);
+  return form == "string" ? 0 : ams_desk_check_kept(entry.key, form, entry.value, why);
 }
 
 bool IsCount(MDB_txn *txn, const Key &leaf) {
@@ -191,5 +190,3 @@ int update_from_nvram(struct AmsTree *root, int area) {
     return StatusLay(txn);
   });
 }
-
-void ams_desk_check_kept(AmsDeskCheck check) { kept_check = check; }

@@ -42,3 +42,22 @@ int TreeSetLeaf(MDB_txn *txn, const Key &key, std::string_view value, unsigned h
 
 /* First row at or behind `from`: 0, or -1 when it is not below `top` (or there is none). */
 int TreeSeek(MDB_cursor *cursor, const Key &from, const Key &top, MDB_val *key, MDB_val *data);
+
+/* Calls `each(key, data)` with the row of each child of `parent`, in key order, until it returns
+   false; what is below a child is stepped over. 0 or -1 (logged). */
+template <class Each>
+int TreeChildren(MDB_txn *txn, const Key &parent, Each each) {
+  MDB_cursor *cursor;
+  MDB_val key, data;
+  Key from = parent;
+  if (TreeCursor(txn, &cursor) != 0) return -1;
+  from.bytes[from.length++] = KEY_LEAF;
+  while (TreeSeek(cursor, from, parent, &key, &data) == 0 && key.mv_size < kKeyMax) {
+    if (!each(key, data)) break;
+    memcpy(from.bytes, key.mv_data, key.mv_size);
+    from.bytes[key.mv_size] = KEY_END;
+    from.length = key.mv_size + 1;
+  }
+  TreeCursorEnd(cursor);
+  return 0;
+}

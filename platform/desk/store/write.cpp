@@ -4,9 +4,7 @@
 
 #include "ams_print.h"
 #include "ams_store.h"
-#include "attributes.h"
 #include "keep.h"
-#include "store_desk.h"
 #include "tree.h"
 
 namespace {
@@ -146,27 +144,5 @@ int ams_set_attr(struct AmsTree *root, const char *path, const char *value) {
       return PutNotify(txn, key, record, value);
     AMS_PRINT(4, "store: no node %.255s\n", path);
     return -1;
-  });
-}
-
-int ams_desk_mod(const char *path, char *mod, size_t size) {
-  if (path == nullptr || mod == nullptr || size == 0) return -1;
-  mod[0] = '\0';
-  return TreeRead([=](MDB_txn *txn) {
-    Key key;
-    Record record;
-    int rc = TreeFindPath(txn, path, false, &key, &record);
-    while (rc == 0 && (record.head.flags & RECORD_MOD) == 0) {
-      Key parent;
-      rc = KeyParent(key, &parent);
-      if (rc == 0) rc = TreeFind(txn, key = parent, &record);
-    }
-    std::string_view set;
-    if (rc != 0 || TreeAttributes(txn, record.head.attributes, &set) != 0) return -1;
-    std::string_view value = AttributeIn(set, "mod");
-    if (value.size() >= size) return -1;
-    memcpy(mod, value.data(), value.size());
-    mod[value.size()] = '\0';
-    return 0;
   });
 }

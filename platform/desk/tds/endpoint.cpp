@@ -37,11 +37,15 @@ int StartThread(std::unique_ptr<Module> *module) {
   return 0;
 }
 
-}  // namespace
-
 const std::string &ProcessName() {
   static const std::string unnamed = program_invocation_short_name;
   return process_name.empty() ? unnamed : process_name;
+}
+
+}  // namespace
+
+const std::string &ThreadName(const Thread *thread) {
+  return thread->name.empty() ? ProcessName() : thread->name;
 }
 
 Thread::~Thread() {
@@ -80,10 +84,7 @@ int SysInit(const ModuleEntry *modules) {
   return 0;
 }
 
-void tds_self(char *name, size_t size) {
-  const Thread *thread = ThisThread();
-  CopyName(thread->name.empty() ? ProcessName() : thread->name, name, size);
-}
+void tds_self(char *name, size_t size) { CopyName(ThreadName(ThisThread()), name, size); }
 
 void tds_self_thread_name(char *name, size_t size) { tds_self(name, size); }
 

@@ -12,7 +12,7 @@ struct Module;
 
 /* One a thread. */
 struct Thread {
-  std::string name; /* as Sender shows it; empty: the process's name */
+  std::string name; /* of a module; empty: the process's */
   Module *module;   /* NULL on a thread that is no module */
   std::vector<Peer> peers;
   WireFrame answer; /* of calls; a message in work has its own frame */
@@ -20,7 +20,7 @@ struct Thread {
 };
 Thread *ThisThread();
 
-/* The process's endpoint name. */
-const std::string &ProcessName();
+/* The name that a thread sends under. */
+const std::string &ThreadName(const Thread *thread);
 
 uint64_t MonotonicMs();

@@ -118,36 +118,6 @@ int SleepLimit(const Module *module) {
   return next <= now ? 0 : static_cast<int>(std::min<uint64_t>(next - now, INT32_MAX));
 }
 
-/* 0, or -1 with errno (logged). */
-int SendAnswer(const Connection *connection, uint32_t id, uint32_t sequence, const void *data,
-               uint32_t length) {
-  if (WireSend(WatchFd(connection->key), WireKind::ANSWER, id, sequence, data, length,
-               MSG_DONTWAIT) == 0)
-    return 0;
-  int reason = errno;
-  int level = reason == EPIPE || reason == ECONNRESET ? 2 : 4; /* a caller may have given up */
-  AMS_PRINT(level, "answer to %s: %s", connection->sender.c_str(), WireFault(reason));
-  errno = reason;
-  return -1;
-}
-
-Module *OwnModule(const char *call) {
-  Module *module = ThisThread()->module;
-  if (module == nullptr) AMS_PRINT(4, "%s: only a module thread may call it", call);
-  return module;
-}
-
-int SetDeadline(const char *call, int timer, uint64_t deadline) {
-  Module *module = OwnModule(call);
-  if (module == nullptr) return -1;
-  if (timer < 0 || timer >= TDS_TIMERS) {
-    AMS_PRINT(4, "%s: timer %d, a module has 0 to %d", call, timer, TDS_TIMERS - 1);
-    return -1;
-  }
-  module->deadlines[static_cast<size_t>(timer)] = deadline;
-  return 0;
-}
-
 }  // namespace
 
 const MsgEntry *ModuleRow(const Module *module, uint32_t id) {
@@ -165,9 +135,7 @@ WatchKey ModuleWatch(Module *module, WatchKind kind, int fd) {
   return 0;
 }
 
-namespace {
-
-int Listen(Module *module, const char *name) {
+int ModuleServe(Module *module, const char *name) {
   int fd = WireListen(name);
   if (fd < 0) {
     AMS_PRINT(4, "cannot serve %s: %s", name,
@@ -184,8 +152,6 @@ int Listen(Module *module, const char *name) {
   return 0;
 }
 
-}  // namespace
-
 Module::~Module() {
   for (WatchKey key : listeners) close(WatchFd(key));
   if (epoll > 0) close(epoll);
@@ -200,7 +166,7 @@ int ModuleOpen(Module *module, const char *name, const MsgEntry *table) {
     AMS_PRINT(4, "%s: epoll_create1: %s", name, strerror(errno));
     return -1;
   }
-  return Listen(module, name);
+  return ModuleServe(module, name);
 }
 
 void *ModuleThread(void *argument) {
@@ -224,55 +190,4 @@ void *ModuleThread(void *argument) {
     }
   }
   return nullptr;
-}
-
-int tds_serve_also(const char *name) {
-  Module *module = OwnModule("tds_serve_also");
-  return module == nullptr ? -1 : Listen(module, name);
-}
-
-int SetTimer(int timer, uint32_t ms) {
-  /* A part of the clock's millisecond is over, so one more, lest it fire early. */
-  return SetDeadline("SetTimer", timer, MonotonicMs() + ms + 1);
-}
-
-int KillTimer(int timer) { return SetDeadline("KillTimer", timer, 0); }
-
-int SynAckData_lib(const void *data, uint32_t len, uint32_t id, const char *dest) {
-  Module *module = OwnModule("SynAckData_lib");
-  if (module == nullptr) return -1;
-  MessageInWork *work = &module->work;
-  if (!work->wants_answer || dest == nullptr || strcmp(dest, work->sender) != 0) {
-    AMS_PRINT(2, "SynAckData_lib: no call of %s is in work", dest == nullptr ? "(null)" : dest);
-    return -1;
-  }
-  if (SendAnswer(work->connection, id, work->sequence, data, len) != 0) {
-    work->fault = errno;
-    return -1;
-  }
-  work->wants_answer = false;
-  return 0;
-}
-
-uint64_t tds_hold_reply() {
-  Module *module = OwnModule("tds_hold_reply");
-  if (module == nullptr || !module->work.wants_answer) return 0;
-  MessageInWork *work = &module->work;
-  work->wants_answer = false;
-  module->held[++module->last_token] = {work->connection->key, work->id, work->sequence};
-  return module->last_token;
-}
-
-int tds_reply_held(uint64_t token, const void *data, uint32_t len) {
-  Module *module = OwnModule("tds_reply_held");
-  if (module == nullptr) return -1;
-  auto found = module->held.find(token);
-  if (found == module->held.end()) return -1;
-  HeldAnswer answer = found->second;
-  module->held.erase(found);
-  const Connection *connection = ConnectionOf(module, answer.key);
-  if (connection == nullptr) return -1;
-  if (SendAnswer(connection, answer.id, answer.sequence, data, len) == 0) return 0;
-  ConnectionRefuse(connection, answer.sequence, errno);
-  return -1;
 }

@@ -55,6 +55,9 @@ struct Module {
 /* Makes the module's epoll set and its listening socket. 0 or -1 (logged). */
 int ModuleOpen(Module *module, const char *name, const MsgEntry *table);
 
+/* Serves one more endpoint name. 0 or -1 (logged). */
+int ModuleServe(Module *module, const char *name);
+
 /* The module's thread: init message, then messages and timers for ever. */
 void *ModuleThread(void *module);
 

@@ -31,12 +31,6 @@ bool MakeFolders(const std::string &folder) {
   return mkdir(folder.c_str(), 0700) == 0 || errno == EEXIST;
 }
 
-std::string OwnName() {
-  char name[TDS_NAME_SIZE];
-  Self(name);
-  return name;
-}
-
 }  // namespace
 
 int TDS_RegisterNotifyList(uint32_t id, const char *publisher) {
@@ -49,7 +43,8 @@ int TDS_RegisterNotifyList(uint32_t id, const char *publisher) {
   std::string folder = NotifyFolder(publisher, id);
   int fd = -1;
   if (MakeFolders(folder))
-    fd = open((folder + "/" + OwnName()).c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, 0600);
+    fd = open((folder + "/" + ThreadName(ThisThread())).c_str(), O_WRONLY | O_CREAT | O_CLOEXEC,
+              0600);
   if (fd < 0) {
     AMS_PRINT(4, "TDS_RegisterNotifyList: %s: %s", folder.c_str(), strerror(errno));
     return -1;
@@ -60,7 +55,7 @@ int TDS_RegisterNotifyList(uint32_t id, const char *publisher) {
 
 int TDS_NotifyRegistrant(uint32_t id, const void *data, uint32_t len) {
   const Module *module = ThisThread()->module;
-  std::string own = OwnName();
+  const std::string &own = ThreadName(ThisThread());
   int result = 0;
   if (module != nullptr && ModuleRow(module, id) != nullptr)
     result = SendMsg(id, data, len, own.c_str());

@@ -1,4 +1,4 @@
-// Sending: posts and calls; see peers.h.
+// Connections to others, and frames on them; see peers.h.
 #include "peers.h"
 
 #include <errno.h>
@@ -14,12 +14,6 @@
 #include "wire.h"
 
 namespace {
-
-constexpr size_t kLocalBound = 1024; /* messages that a module may have waiting from itself */
-
-const std::string &ThreadName(const Thread *thread) {
-  return thread->name.empty() ? ProcessName() : thread->name;
-}
 
 Peer *FindPeer(Thread *thread, const char *name) {
   for (Peer &peer : thread->peers)
@@ -63,9 +57,20 @@ int WhyTurnedAway(Thread *thread, const Peer *peer) {
   return 0;
 }
 
-/* Sends a frame to `name`. A connection whose other side was restarted is opened anew, once. */
-Peer *SendTo(Thread *thread, const char *name, WireKind kind, uint32_t id, const void *data,
-             uint32_t length) {
+/* A wait that is a little longer than it should be is not worth a system call a message. */
+void SetReceiveLimit(Peer *peer, uint32_t ms) {
+  constexpr uint32_t kSlack = 10;
+  if (peer->receive_limit >= ms && peer->receive_limit < ms + kSlack) return;
+  struct timeval wait = {static_cast<time_t>(ms / 1000),
+                         static_cast<suseconds_t>(ms % 1000) * 1000};
+  setsockopt(peer->fd, SOL_SOCKET, SO_RCVTIMEO, &wait, sizeof(wait));
+  peer->receive_limit = ms;
+}
+
+}  // namespace
+
+Peer *PeerSend(Thread *thread, const char *name, WireKind kind, uint32_t id, const void *data,
+               uint32_t length) {
   bool call = kind == WireKind::CALL;
   for (int attempt = 0; attempt < 2; ++attempt) {
     Peer *peer = OpenPeer(thread, name, call);
@@ -85,19 +90,7 @@ Peer *SendTo(Thread *thread, const char *name, WireKind kind, uint32_t id, const
   return nullptr;
 }
 
-/* A wait that is a little longer than it should be is not worth a system call a message. */
-void SetReceiveLimit(Peer *peer, uint32_t ms) {
-  constexpr uint32_t kSlack = 10;
-  if (peer->receive_limit >= ms && peer->receive_limit < ms + kSlack) return;
-  struct timeval wait = {static_cast<time_t>(ms / 1000),
-                         static_cast<suseconds_t>(ms % 1000) * 1000};
-  setsockopt(peer->fd, SOL_SOCKET, SO_RCVTIMEO, &wait, sizeof(wait));
-  peer->receive_limit = ms;
-}
-
-/* Waits for the answer with the peer's present sequence number; answers to calls that were given
-   up before are dropped here. 0, or -1 with errno. */
-int AwaitAnswer(Thread *thread, Peer *peer, uint64_t end) {
+int PeerAwait(Thread *thread, Peer *peer, uint64_t end) {
   const WireHead &head = thread->answer.head;
   for (uint64_t now = MonotonicMs(); now < end; now = MonotonicMs()) {
     SetReceiveLimit(peer, static_cast<uint32_t>(end - now));
@@ -118,43 +111,6 @@ int AwaitAnswer(Thread *thread, Peer *peer, uint64_t end) {
   return -1;
 }
 
-/* The answer as a block of the caller's. */
-int CopyAnswer(const WireFrame &answer, void **reply, uint32_t *reply_len) {
-  uint32_t length = answer.head.length;
-  if (length == 0) return 0;
-  *reply = __tds_strndup(static_cast<const char *>(answer.data), length, "SendMsg_syn_lib");
-  if (*reply == nullptr) {
-    errno = ENOMEM;
-    return -1;
-  }
-  *reply_len = length;
-  return 0;
-}
-
-bool IsOwnName(const Thread *thread, const char *name) {
-  if (thread->module == nullptr) return false;
-  const std::vector<std::string> &names = thread->module->names;
-  return std::find(names.begin(), names.end(), name) != names.end();
-}
-
-bool MaySend(uint32_t id, const char *dest) {
-  errno = dest == nullptr ? ENOENT : EPERM;
-  return dest != nullptr && !IsRuntimeId(id);
-}
-
-/* A message to the module itself never waits for room in a socket that only it can empty. */
-int PostToSelf(Thread *thread, uint32_t id, const void *data, uint32_t length) {
-  std::deque<LocalMessage> &local = thread->module->local;
-  if (length > TDS_PAYLOAD_MAX || local.size() >= kLocalBound) {
-    errno = length > TDS_PAYLOAD_MAX ? EMSGSIZE : EAGAIN;
-    return -1;
-  }
-  local.push_back({id, std::string(static_cast<const char *>(data), length), ThreadName(thread)});
-  return 0;
-}
-
-}  // namespace
-
 void PeerReadable(Thread *thread, WatchKey key) {
   auto peer = std::find_if(thread->peers.begin(), thread->peers.end(),
                            [key](const Peer &one) { return one.key == key; });
@@ -166,41 +122,4 @@ void PeerReadable(Thread *thread, WatchKey key) {
     AMS_PRINT(4, "%s has dropped what was sent to it: %s", peer->name.c_str(),
               WireFault(static_cast<int>(head.id)));
   if (got == 0) PeerLost(thread, &*peer);
-}
-
-int tds_call(uint32_t id, const void *data, uint32_t len, const char *dest, uint32_t limit_ms,
-             void **reply, uint32_t *reply_len) {
-  Thread *thread = ThisThread();
-  uint64_t end = MonotonicMs() + std::max(limit_ms, 1U);
-  *reply = nullptr;
-  *reply_len = 0;
-  if (!MaySend(id, dest)) return -1;
-  if (IsOwnName(thread, dest)) {
-    errno = EDEADLK;
-    return -1;
-  }
-  Peer *peer = SendTo(thread, dest, WireKind::CALL, id, data, len);
-  bool answered = peer != nullptr && AwaitAnswer(thread, peer, end) == 0;
-  int result = answered ? CopyAnswer(thread->answer, reply, reply_len) : -1;
-  thread->answer.large.reset();
-  return result;
-}
-
-int SendMsg_syn_lib(uint32_t id, const void *data, uint32_t len, const char *dest, void **reply,
-                    uint32_t *reply_len) {
-  if (tds_call(id, data, len, dest, TDS_SYN_LIMIT, reply, reply_len) == 0) return 0;
-  AMS_PRINT(4, "message 0x%x to %s: %s", id, dest == nullptr ? "(null)" : dest, WireFault(errno));
-  return -1;
-}
-
-int SendMsg(uint32_t id, const void *data, uint32_t len, const char *dest) {
-  Thread *thread = ThisThread();
-  bool sent = MaySend(id, dest);
-  if (sent && IsOwnName(thread, dest))
-    sent = PostToSelf(thread, id, data, len) == 0;
-  else if (sent)
-    sent = SendTo(thread, dest, WireKind::POST, id, data, len) != nullptr;
-  if (sent) return 0;
-  AMS_PRINT(4, "message 0x%x to %s: %s", id, dest == nullptr ? "(null)" : dest, WireFault(errno));
-  return -1;
 }

@@ -8,13 +8,6 @@
 using WatchKey = uint64_t;
 enum class WatchKind : uint8_t { LISTENER, CONNECTION, PEER };
 
-constexpr int kFdBits = 24, kSerialBits = 38;
-
-constexpr WatchKey WatchKeyOf(WatchKind kind, uint64_t serial, int fd) {
-  return static_cast<uint64_t>(kind) << (kFdBits + kSerialBits) |
-         (serial & ((UINT64_C(1) << kSerialBits) - 1)) << kFdBits | static_cast<uint64_t>(fd);
-}
-constexpr int WatchFd(WatchKey key) { return static_cast<int>(key & ((1U << kFdBits) - 1)); }
-constexpr WatchKind WatchKindOf(WatchKey key) {
-  return static_cast<WatchKind>(key >> (kFdBits + kSerialBits));
-}
+WatchKey WatchKeyOf(WatchKind kind, uint64_t serial, int fd);
+int WatchFd(WatchKey key);
+WatchKind WatchKindOf(WatchKey key);

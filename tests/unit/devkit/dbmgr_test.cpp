@@ -5,6 +5,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <fstream>
+#include <regex>
 #include <set>
 #include <sstream>
 
@@ -12,8 +13,6 @@
 #include "dbmgr_commands.h"
 #include "dbmgr_forms.h"
 #include "escape.h"
-
-const OpFuncEntry *const FUNC_TABLES[] = {nullptr};
 
 namespace {
 
@@ -75,7 +74,8 @@ TEST(Printable, WhatMaySteerATerminalIsShownAsItsCode) {
 
 /* ---- the file and the documentation ---- */
 
-using Checks = std::set<std::string>; /* "path form", rows as {i} */
+using Checks =
+    std::set<std::string>; /* "path form", rows as {i}, a service with ports as {service} */
 
 /* The path with "{i}" for each number. */
 std::string WithoutNumbers(const std::string &path) {
@@ -87,6 +87,13 @@ std::string WithoutNumbers(const std::string &path) {
   return result;
 }
 
+/* "PATH FORM" as the documentation has it. */
+std::string Documented(const std::string &path, const std::string &form) {
+  static const std::regex kPorts("Services[.][^.]*[.]Port port list");
+  return std::regex_replace(WithoutNumbers(path) + " " + form, kPorts,
+                            "Services.{service}.Port port list");
+}
+
 /* Also expects of each parameter that may be set that it can be set back to what it has. */
 void CollectChecks(const std::string &url, Checks *checks) {
   char form[64] = "", type[32] = "", writable[4] = "", child[AMS_PATH_SIZE];
@@ -94,7 +101,7 @@ void CollectChecks(const std::string &url, Checks *checks) {
   (void)ams_get_node_attr(root, url.c_str(), "type", type);  /* every node of a tree has one */
   (void)ams_get_node_attr(root, url.c_str(), "check", form); /* most have none */
   (void)ams_get_node_attr(root, url.c_str(), "writable", writable);
-  if (*form != '\0') checks->insert(WithoutNumbers(url.substr(url.find('.') + 1)) + " " + form);
+  if (*form != '\0') checks->insert(Documented(url.substr(url.find('.') + 1), form));
   std::string why, value(AMS_VALUE_MAX + 1, '\0');
   bool leaf = strcmp(type, "array") != 0 && strcmp(type, "object") != 0 && *writable != '0';
   if (leaf) {

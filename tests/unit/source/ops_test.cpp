@@ -213,10 +213,13 @@ void AddOps(Act *act, std::string rest) {
 /* request COMMAND PATH [VALUE] */
 void AddRequest(Act *act, std::string rest) {
   static const std::map<std::string, uint32_t> kCommands = {
-      {"get", APPT_CMD_GET},         {"set", APPT_CMD_SET},   {"add", APPT_CMD_ADD},
-      {"del", APPT_CMD_DEL},         {"list", APPT_CMD_LIST}, {"attr", APPT_CMD_ATTR},
-      {"refresh", APPT_CMD_REFRESH}, {"0x40", 0x40}};
-  const uint32_t command = kCommands.at(Word(&rest));
+      {"get", APPT_CMD_GET},        {"set", APPT_CMD_SET},   {"add", APPT_CMD_ADD},
+      {"del", APPT_CMD_DEL},        {"list", APPT_CMD_LIST}, {"attr", APPT_CMD_ATTR},
+      {"refresh", APPT_CMD_REFRESH}};
+  const std::string word = Word(&rest);
+  const bool number = word.compare(0, 2, "0x") == 0;
+  const auto command =
+      number ? static_cast<uint32_t>(std::stoul(word, nullptr, 16)) : kCommands.at(word);
   const std::string path = Word(&rest), value = Expanded(rest);
   act->runs.push_back([=](const Act &now) { return RunRequest(now, command, path, value); });
 }

@@ -16,7 +16,7 @@
 #include "ams_config_api.h"
 #include "ams_config_shell.h"
 #include "support.h"
-#include "tds_desk.h"
+#include "tds_heap.h"
 
 namespace {
 

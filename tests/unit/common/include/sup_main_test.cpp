@@ -115,11 +115,11 @@ TEST_F(StartupTest, ClientsSeeTheNewTreeInOneStep) {
   for (const char *start : {"first", "second"}) {
     Set(kCode, start, NVTYPE_STAGING);
     Set(kPorts, start, NVTYPE_STAGING);
-    ams_desk_check_kept(start[0] == 's' ? LookMeanwhile : nullptr);
+    ams_desk_check_kept = start[0] == 's' ? LookMeanwhile : nullptr;
     EXPECT_EQ(SDB_serverInit(), 0);
     EXPECT_EQ(Leaf(kCode), start);
   }
-  ams_desk_check_kept(nullptr);
+  ams_desk_check_kept = nullptr;
   EXPECT_EQ(seen_meanwhile, "first first");
 }
 

@@ -5,7 +5,7 @@
 
 #include "../other_process.h"
 #include "store_support.h"
-#include "tds_desk.h"
+#include "tds_heap.h"
 
 namespace {
 

@@ -13,7 +13,7 @@
 
 #include "devinfo_func.h"
 #include "support.h"
-#include "tds_desk.h"
+#include "tds_heap.h"
 #include "version_manager.h"
 
 namespace {

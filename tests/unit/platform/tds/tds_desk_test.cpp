@@ -7,6 +7,7 @@
 #include <thread>
 
 #include "desk_support.h"
+#include "tds_heap.h"
 #include "tds_support.h"
 
 namespace {

@@ -1,7 +1,7 @@
 // The settings store on a desk: a working copy in shared memory, which every process reads and
 // writes; a commit writes an area of it to flash (flash.cpp). What the keys mean is its users'
 // affair.
-#include "nvram.h"
+#include "nvram_desk.h"
 
 #include <lmdb.h>
 
@@ -16,7 +16,7 @@
 #include "flash.h"
 #include "lmdb_env.h"
 #include "lmdb_readers.h"
-#include "nvram_desk.h"
+#include "nvram.h"
 
 /* Keys of the working copy: the area's digit, then the setting's key; and kLoaded. */
 namespace {

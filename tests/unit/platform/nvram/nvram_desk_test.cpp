@@ -1,6 +1,8 @@
 // The desk's settings between processes: what survives a power cut or a crash, and what full or
 // damaged memory does. Until the last two tests this process itself is not attached, so that others
 // can be forked from it.
+#include "nvram_desk.h"
+
 #include <pthread.h>
 #include <signal.h>
 #include <sys/mount.h>
@@ -14,7 +16,6 @@
 #include "../failing_commit.h"
 #include "../other_process.h"
 #include "lmdb_env.h"
-#include "nvram_desk.h"
 #include "nvram_support.h"
 
 namespace {

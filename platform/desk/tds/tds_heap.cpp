@@ -1,4 +1,6 @@
 // The counted heap: each block carries the row of its tag, and each row its live blocks and bytes.
+#include "tds_heap.h"
+
 #include <atomic>
 #include <cinttypes>
 #include <cstdio>
@@ -6,7 +8,6 @@
 #include <cstring>
 
 #include "tds.h"
-#include "tds_desk.h"
 
 namespace {
 
