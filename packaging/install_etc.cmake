@@ -8,6 +8,7 @@ endif()
 # A program that runs as a service: its init script and its unit.
 function(install_service name description after)
   set(daemon ${CMAKE_INSTALL_PREFIX}/sbin/${name})
+  string(REGEX REPLACE "([^ ]+)" "\\1.service" wants "${after}")
   configure_file(${source}/init.in ${build}/${name} @ONLY)
   configure_file(${source}/service.in ${build}/${name}.service @ONLY)
   file(INSTALL DESTINATION ${etc}/init.d TYPE PROGRAM FILES ${build}/${name})
