@@ -89,7 +89,8 @@ void Run(int signals, int listener) {
 }  // namespace
 
 int main(int argc, char **argv) {
-  CLI::App app("Modem of the gateway on a desk; modemctl --help tells what its network does.", "modem");
+  CLI::App app("Modem of the gateway on a desk; modemctl --help tells what its network does.",
+               "modem");
   if (auto end = ParseCommandLine(&app, argc, argv)) return *end;
   signal(SIGPIPE, SIG_IGN);
   sigset_t ends;
