@@ -5,8 +5,8 @@ if(CMAKE_INSTALL_PREFIX STREQUAL "/usr")
   set(etc /etc)
 endif()
 
-# A program that runs as a service: its init script and its unit.
-function(install_service name description after)
+# A program that runs as a service: its init script and its unit. ready: ends when it serves others.
+function(install_service name description after ready)
   set(daemon ${CMAKE_INSTALL_PREFIX}/sbin/${name})
   string(REGEX REPLACE "([^ ]+)" "\\1.service" wants "${after}")
   configure_file(${source}/init.in ${build}/${name} @ONLY)
