@@ -5,6 +5,7 @@
 #include <fcntl.h>
 #include <poll.h>
 #include <sys/inotify.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -166,6 +167,7 @@ Outcome Mem(const Words &, const Options &options) {
 }
 
 Outcome Wait(const Words &words, const Options &options) {
+  (void)mkdir(TDS_RUNTIME_DIR, 0700); /* as the first endpoint does; else the watch fails */
   int watch = inotify_init1(IN_NONBLOCK | IN_CLOEXEC);
   if (watch < 0 || inotify_add_watch(watch, TDS_RUNTIME_DIR, IN_CREATE | IN_MOVED_TO) < 0) {
     Outcome outcome = {EXIT_REFUSED,

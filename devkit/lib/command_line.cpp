@@ -13,11 +13,12 @@ void AddTimeLimit(CLI::App *app, double *limit_s) {
 }
 
 std::optional<int> ParseCommandLine(CLI::App *app, int argc, char **argv) {
+  app->set_version_flag("--version", app->get_name() + " " SYSMGR_VERSION);
   try {
     app->parse(argc, argv);
     return std::nullopt;
-  } catch (const CLI::CallForHelp &help) {
-    return app->exit(help);
+  } catch (const CLI::Success &asked_for) {
+    return app->exit(asked_for);
   } catch (const CLI::ParseError &error) {
     const char *program = app->get_name().c_str();
     fprintf(stderr, "%s: %s (see %s --help)\n", program, error.what(), program);

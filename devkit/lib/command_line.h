@@ -7,6 +7,6 @@
 /* "--timeout", in seconds, or what the environment has as GATEWAY_TIMEOUT. */
 void AddTimeLimit(CLI::App *app, double *limit_s);
 
-/* None: the program goes on. Else its exit status: help was printed, or wrong usage was told in one
-   line. */
+/* None: the program goes on. Else its exit status: help or "NAME VERSION" was printed, or wrong
+   usage was told in one line. */
 std::optional<int> ParseCommandLine(CLI::App *app, int argc, char **argv);

@@ -11,6 +11,7 @@
 #include <cstdio>
 #include <cstring>
 
+#include "command_line.h"
 #include "modem_control.h"
 #include "modem_tty.h"
 
@@ -87,7 +88,10 @@ void Run(int signals, int listener) {
 
 }  // namespace
 
-int main() {
+int main(int argc, char **argv) {
+  CLI::App app("Modem of the gateway on a desk; modemctl --help tells what its network does.",
+               "modem");
+  if (auto end = ParseCommandLine(&app, argc, argv)) return *end;
   signal(SIGPIPE, SIG_IGN);
   sigset_t ends;
   sigemptyset(&ends);

@@ -198,6 +198,10 @@ end" gateway bash -c "$show && cfgcmd get $server.X_KVO_TR069WANSAVE && echo end
   [[ $output == *'sysmgr ended while it started; the end of'*'initShmPool failed'* ]] || fail "$output"
 }
 
+@test "who waits for a gateway that has not made the message bus yet, waits" {
+  refused 3 'early is not there in time' sandbox --bare -- bash -c 'rmdir /var/run/tds && cfgcmd --timeout 0.1 wait early'
+}
+
 @test "values of any form are taken when they are to be trusted, as on the board" {
   sandbox --trust-values -- cfgcmd --calls set $SERVICES.ServiceWOL.MACAddr 1\;id >"$log"
   [ "$(cat "$log")" = '+ etherwake -i br0 -b 1;id &' ] || fail "$(cat "$log")"
