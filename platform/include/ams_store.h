@@ -2,11 +2,12 @@
 // process of the gateway.
 //
 // Paths are dotted, from the root object; one trailing "." is accepted everywhere. Limits: 255
-// bytes a path, 64 a name, 32 KiB a value; what does not fit is refused with -1 and a level-4
-// record. Readers never wait and never see half a change. Calls may come from any thread. A process
-// that is stopped inside a read (by a signal, in a debugger) holds on to all pages that are written
-// over; when the store has no others left, that process is ended.
-// Texts that a call hands out are heap blocks for __tds_free and belong to the caller.
+// bytes a path, 64 a name, 32 KiB a value, which has no byte 0x03; what does not fit is refused
+// with -1 and a level-4 record. The file's form: docs/porting.md. Readers never wait and never see
+// half a change. Calls may come from any thread. A process that is stopped inside a read (by a
+// signal, in a debugger) holds on to all pages that are written over; when the store has no others
+// left, that process is ended. Texts that a call hands out are heap blocks for __tds_free and
+// belong to the caller.
 //
 // Text forms: a leaf reads as "name=value"; an object or array as "relative.path=value" of every
 // leaf below it in the file's order, joined by byte 0x03 ("" when there is none).
@@ -48,9 +49,10 @@ struct XmlTreeSet *ShmPoolSrvInit(void);
 struct XmlTreeSet *ShmPoolCliInit(void);
 
 /* Replaces the tree by the content of an open data-model file, in one step for every reader, and
-   returns its root. NULL, and one line on standard error with file, line and reason, when the file
-   does not parse or breaks a limit; the tree is then as it was, and a span of writes around the
-   call is spoilt. `top` and `callback` are NULL. Server only. */
+   returns its root; those handed out before stand for the new tree, too. NULL, and one line on
+   standard error with file, line and reason, when the file does not parse or breaks a limit; the
+   tree is then as it was, and a span of writes around the call is spoilt. `top` and `callback` are
+   NULL. Server only. */
 struct AmsTree *ams_mxmlLoadFile(void *top, FILE *file, void *callback);
 
 /* Column after which ams_save_xml breaks a start tag into lines; 0: never (the default is 72). */
@@ -73,22 +75,25 @@ int ams_mxml_load_to_staging(int source);
 int ams_check_node(struct AmsTree *root, const char *path);
 
 /* Copies an attribute of the file ("type", "op", "writable", "mod", ...) into `value`, cut and
-   terminated. 0; -1 when the node does not exist or has no such attribute ("" then). Logs nothing.
+   terminated. An instance has those of its array's Template, and the type "object". 0; -1 when the
+   node does not exist or has no such attribute ("" then). Logs nothing.
  */
 int ams_get_node_attr(struct AmsTree *root, const char *path, const char *name, char *value,
                       size_t size);
 
 /* URL of the first child of `parent`, and of the child after `child` (leaves included, file order;
-   instances by number). -1 after the last one. */
+   of an array the instances by number, then what lies beside them). -1 after the last one. The
+   instance `child` may be gone by then. */
 int ams_get_first_child(struct AmsTree *root, const char *parent, char url[AMS_PATH_SIZE]);
 int ams_get_next_child(struct AmsTree *root, const char *child, char url[AMS_PATH_SIZE]);
 
 /* The node's text form. -1 (and NULL) when the node does not exist or there is no memory. */
 int ams_get_node_value(struct AmsTree *root, const char *path, char **text);
 
-/* As ams_get_node_value; each leaf is followed by ` attr="value"` pairs. With `change_list`, only
-   the leaves whose notify attribute (ams_set_attr) is not "0" and whose value changed since they
-   were last read so; reading empties that list. */
+/* As ams_get_node_value; each leaf is followed by ` attr="value"` pairs, `"` in a value being
+   `&quot;`. With `change_list`, only the leaves whose notify attribute (ams_set_attr) is not "0"
+   and whose value a write changed since they were last read so; reading takes them off that list.
+   The list of the node ALL_CHANGED_DATA in the root is that of the whole tree. */
 int ams_read_withAttr(struct AmsTree *root, const char *path, int change_list, char **text);
 
 /* Instance numbers of an array as "1,3,7" ("" when it is empty). -1 when it is not an array or the
@@ -126,18 +131,21 @@ int ams_mxml_fset_leaf(const char *path, const char *value);
 int ams_mxml_sset_leaf_int(const char *path, int value);
 
 /* Configuration. Adds an instance: the highest number ever used plus one, leaves as in the array's
-   template. `url` gets its path without a trailing ".". Deleting never renumbers. A sibling leaf
-   named after the array with "NumberOfEntries" behind follows both. 0 or -1 (logged). */
+   Template. `url` gets its path without a trailing ".". Deleting never renumbers. A sibling leaf
+   named after the array with "NumberOfEntries" behind counts the instances, from the load on; that
+   is no status, but a change. 0 or -1 (logged). */
 int ams_add_obj(struct AmsTree *root, const char *array, char url[AMS_PATH_SIZE]);
 int ams_del_obj(struct AmsTree *root, const char *instance);
 
-/* The node's notify attribute ("0" when never set). 0 or -1 (logged). */
+/* The node's notify attribute ("0" when it has none), until a file is loaded; "0" takes a leaf off
+   the change list. 0 or -1 (logged). */
 int ams_get_attr(struct AmsTree *root, const char *path, char *value, size_t size);
 int ams_set_attr(struct AmsTree *root, const char *path, const char *value);
 
 /* Between these two, the calling thread's writes become visible and are kept together, at the end,
-   or not at all (-1, logged). The thread itself reads what it wrote; other writers wait, so the
-   span must be short and free of commands and messages. Spans do not nest. */
+   or not at all (-1, logged); a write that is refused spoils nothing. The thread itself reads what
+   it wrote, but not yet in nvram; other writers wait, so the span must be short and free of
+   commands and messages. Spans do not nest: -1. */
 int ams_write_begin(void);
 int ams_write_end(void);
 
@@ -156,7 +164,8 @@ int ams_undo_note(struct AmsTree *root, struct AmsUndo **undo, const char *path)
    0, or -1 (logged): nothing was put back. */
 int ams_undo_end(struct AmsUndo *undo, int put_back);
 
-/* Writes the tree to `file` (through a temporary beside it): ams_save_xml laid out for reading,
+/* Writes the tree to `file` (through a temporary beside it), so that it loads as the same tree, the
+   highest number of each array and any byte of a value included: ams_save_xml laid out for reading,
    ams_align_xml as compact as the file that is loaded at start. 0 or -1 (logged). */
 int ams_save_xml(struct AmsTree *root, const char *file);
 int ams_align_xml(struct AmsTree *root, const char *file);

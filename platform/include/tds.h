@@ -1,9 +1,10 @@
 // The board's message runtime: named endpoints, module threads, messages, timers, notifications,
 // and the counted heap.
 //
-// An endpoint is a module ("sysmgr:devInfo") or a process as a whole ("sysmgr"). Messages carry an
-// id and 0 to TDS_PAYLOAD_MAX bytes, arrive whole, and in the order in which one thread sent them.
-// Unless told otherwise, a call may come from any thread.
+// An endpoint is a module ("sysmgr:devInfo") or a process as a whole ("sysmgr"); its name has 1 to
+// 63 bytes, no "/", and no "." in front: what is none is nobody's name. Messages carry an id and 0
+// to TDS_PAYLOAD_MAX bytes, arrive whole, and in the order in which one thread sent them. Unless
+// told otherwise, a call may come from any thread.
 #pragma once
 
 #include <stddef.h>
@@ -60,9 +61,9 @@ int SendMsg(uint32_t id, const void *data, uint32_t len, const char *dest);
 /* As SendMsg, but always waits for room, then waits for the answer that the receiver gives with
    SynAckData_lib, TDS_SYN_LIMIT from the start at most. On 0 `*reply` is a heap block of
    `*reply_len` bytes with one zero byte behind them, which the caller gives back with __tds_free
-   (NULL when the answer is empty). On -1 (logged) they are NULL and 0: no such endpoint, it died
-   while it was waited for, no handler answered, the answer could not be sent, or the time is over.
-   A late answer is dropped. */
+   (NULL when the answer is empty). On -1 (logged) they are NULL and 0, at once but for the last: no
+   such endpoint, it is the calling thread's own, it died while it was waited for, no handler
+   answered, the answer could not be sent, or the time is over. A late answer is dropped. */
 int SendMsg_syn_lib(uint32_t id, const void *data, uint32_t len, const char *dest, void **reply,
                     uint32_t *reply_len);
 
@@ -87,7 +88,8 @@ int SetTimer(int timer, uint32_t ms);
 int KillTimer(int timer);
 
 /* Asks for notification `id` of endpoint `publisher` for the calling module; holds for this and
-   later runs of both sides, whichever starts first. Module threads only. 0 or -1 (logged). */
+   later runs of both sides, whichever starts first. Module threads only. 0, or -1 (logged): also
+   when `publisher` can be no name. */
 int TDS_RegisterNotifyList(uint32_t id, const char *publisher);
 
 /* Sends a notification of the calling module or process to everyone who asked for it, and to the
