@@ -35,13 +35,12 @@ bool IsName(const std::string &text) {
          });
 }
 
-/* "2024-11-25 09:30:15"; "" is `now`. */
-bool Time(const std::string &text, time_t now, time_t *when) {
-  struct tm parts = {};
-  *when = now;
-  if (text.empty()) return true;
-  const char *end = strptime(text.c_str(), "%Y-%m-%d %H:%M:%S", &parts);
-  *when = timegm(&parts);
+/* "2024-11-25 09:30:15"; "" is `now`. By parts: messages know later years than the seconds of a
+ * board. */
+bool Time(const std::string &text, time_t now, struct tm *when) {
+  if (text.empty()) return gmtime_r(&now, when) != nullptr;
+  *when = {};
+  const char *end = strptime(text.c_str(), "%Y-%m-%d %H:%M:%S", when);
   return end != nullptr && *end == '\0';
 }
 
@@ -61,7 +60,7 @@ ModemJson ReceivePdus(Modem *modem, const std::vector<std::string> &pdus) {
 ModemJson Receive(Modem *modem, const ModemJson &request, time_t now) {
   std::string pdu = Word(request, "pdu"), from = Word(request, "from"),
               text = Word(request, "message"), octets;
-  time_t when;
+  struct tm when;
   if (!pdu.empty()) {
     if (pdu.size() > kPduMax || !BytesFromHex(pdu, &octets))
       return Usage("no PDU: give 2 to 400 hexadecimal digits, two an octet");

@@ -53,11 +53,9 @@ std::string CentreAddress(const std::string &centre) {
 }
 
 /* Year to zone, two swapped digits each; the zone is Greenwich's. */
-std::string TimeStamp(time_t when) {
+std::string TimeStamp(const struct tm &when) {
   char text[20];
-  struct tm parts;
-  gmtime_r(&when, &parts);
-  size_t length = strftime(text, sizeof text, "%Y%m%d%H%M%S00", &parts);
+  size_t length = strftime(text, sizeof text, "%Y%m%d%H%M%S00", &when);
   return SemiOctets(std::string(text, length).substr(2)); /* without the century */
 }
 
@@ -144,7 +142,7 @@ const char *ParseSubmit(const std::string &octets, SubmitPdu *submit) {
 }
 
 std::string DeliverPdu(const SubmitPdu &submit, const std::string &centre, const std::string &from,
-                       time_t when) {
+                       const struct tm &when) {
   /* SMS-DELIVER, no more messages wait; the header's mark comes along. */
   char first = static_cast<char>(0x04 | (submit.first & 0x40));
   return HexFromBytes(CentreAddress(centre) + first + Address(from) + submit.fields +

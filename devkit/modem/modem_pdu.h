@@ -29,6 +29,6 @@ const char *ParseSubmit(const std::string &octets, SubmitPdu *submit);
 size_t CentreOctets(const std::string &octets);
 
 /* The SMS-DELIVER, as hexadecimal text, that comes of it at the other end. `from` is a number, with
-   a "+" when it is international, or a name of 11 characters. */
+   a "+" when it is international, or a name of 11 characters; `when` is Greenwich's. */
 std::string DeliverPdu(const SubmitPdu &submit, const std::string &centre, const std::string &from,
-                       time_t when);
+                       const struct tm &when);

@@ -188,9 +188,10 @@ AtAnswer Send(Modem *modem, const AtCall &call) {
   if (submit.centre_octets == 1 && modem->centre.empty()) return AtMessageError(NO_CENTRE);
   modem->sent.push_back({submit.number, call.pdu});
   if (modem->sent.size() > kSentMax) modem->sent.pop_front();
+  struct tm now;
   if (LastDigits(submit.number) == LastDigits(modem->number) &&
-      modem->waiting.size() < kModemWaitingMax)
-    (void)ModemReceive(modem, DeliverPdu(submit, modem->centre, modem->number, call.now));
+      modem->waiting.size() < kModemWaitingMax && gmtime_r(&call.now, &now) != nullptr)
+    (void)ModemReceive(modem, DeliverPdu(submit, modem->centre, modem->number, now));
   int reference = modem->reference;
   modem->reference = (reference + 1) % 256;
   return {{"+CMGS: " + std::to_string(reference)}};
@@ -252,7 +253,7 @@ std::string ModemReceive(Modem *modem, const std::string &pdu) {
 
 /* The codec makes what would be sent, and the network's other end makes of it what is received. */
 const char *ModemDeliverText(Modem *modem, const std::string &from, const std::string &text,
-                             time_t when, std::vector<std::string> *pdus) {
+                             const struct tm &when, std::vector<std::string> *pdus) {
   ShortMsgParts parts;
   ShortMsgHeader header;
   ShortMsgParam record = {};

@@ -21,4 +21,4 @@ std::string ModemDeliverWaiting(Modem *modem); /* the same of the last one that 
 /* A text from a number or name, in as many parts as it needs: their PDUs into `pdus`. NULL, or why
    there are none. */
 const char *ModemDeliverText(Modem *modem, const std::string &from, const std::string &text,
-                             time_t when, std::vector<std::string> *pdus);
+                             const struct tm &when, std::vector<std::string> *pdus);
