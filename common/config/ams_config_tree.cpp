@@ -21,9 +21,22 @@ namespace {
 
 constexpr int kPathRoom = 1024; /* what is longer than the store's limit is refused there */
 
+/* C libraries differ in the line's type and in whether their `__assert` takes the function's name.
+ */
+template <typename Line>
+void Stop(void (*stop)(const char *, const char *, Line), const char *text, int line,
+          const char *) {
+  stop(text, __FILE__, static_cast<Line>(line));
+}
+template <typename Line>
+void Stop(void (*stop)(const char *, const char *, Line, const char *), const char *text, int line,
+          const char *function) {
+  stop(text, __FILE__, static_cast<Line>(line), function);
+}
+
 /* Ends the process. The text is what the board's headers make of the expression, NULL included. */
 #define CONFIG_ASSERT(holds, text) \
-  if (!(holds)) __assert(text, __FILE__, __LINE__)
+  if (!(holds)) Stop(__assert, text, __LINE__, __func__)
 
 /* What follows a record's head. The layouts are those that the declaration helpers make. */
 template <typename Next, typename Head>

@@ -73,7 +73,7 @@ void Compress(State &state, const uint8_t *block) {
     for (int n = 0; n < 8; ++n) in[n] = kRound[i + n] + (i < 16 ? w[i + n] : Extend(w, i + n));
     EightRounds(s, in);
   }
-  for (int i = 0; i < 8; ++i) state[i] += s[i];
+  for (size_t i = 0; i < state.size(); ++i) state[i] += s[i];
 }
 
 }  // namespace

@@ -9,22 +9,22 @@ namespace {
 
 constexpr size_t kAnswerHead = 5; /* result and kind */
 
-void PutNumber(std::string *bytes, uint32_t number, int width) {
-  for (int i = 0; i < width; ++i) *bytes += static_cast<char>(number >> (8 * i));
+void PutNumber(std::string *bytes, uint32_t number, size_t width) {
+  for (size_t i = 0; i < width; ++i) *bytes += static_cast<char>(number >> (8 * i));
 }
 
 /* Takes a number of `width` bytes off the front. False when there are not that many. */
-bool TakeNumber(std::string_view *bytes, int width, uint32_t *number) {
-  if (bytes->size() < static_cast<size_t>(width)) return false;
+bool TakeNumber(std::string_view *bytes, size_t width, uint32_t *number) {
+  if (bytes->size() < width) return false;
   *number = 0;
-  for (int i = 0; i < width; ++i)
+  for (size_t i = 0; i < width; ++i)
     *number |= static_cast<uint32_t>(static_cast<uint8_t>((*bytes)[i])) << (8 * i);
   bytes->remove_prefix(width);
   return true;
 }
 
 /* Takes a text with its length in front. A NUL inside is refused: the store's calls end there. */
-bool TakeText(std::string_view *bytes, int width, std::string *text) {
+bool TakeText(std::string_view *bytes, size_t width, std::string *text) {
   uint32_t length;
   if (!TakeNumber(bytes, width, &length) || length > bytes->size()) return false;
   *text = bytes->substr(0, length);

@@ -20,7 +20,7 @@ size_t Utf8Size(std::string_view text) {
   for (size_t at = 1; at < size; ++at)
     if ((byte(at) & 0xC0) != 0x80) return 0;
   /* longer forms than a character needs, surrogates, and what is above U+10FFFF */
-  unsigned begin = byte(0) << 8 | byte(1);
+  const int begin = byte(0) << 8 | byte(1);
   bool none = (begin >= 0xE080 && begin < 0xE0A0) || (begin >= 0xEDA0 && begin < 0xEE00) ||
               (begin >= 0xF080 && begin < 0xF090) || begin >= 0xF490;
   return none ? 0 : size;

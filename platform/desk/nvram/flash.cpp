@@ -52,7 +52,7 @@ constexpr std::array<uint32_t, 256> CrcTable() {
 std::string Tail(std::string_view all_before) {
   static constexpr std::array<uint32_t, 256> kTable = CrcTable();
   uint32_t crc = ~0u;
-  for (unsigned char byte : all_before) crc = kTable[(crc ^ byte) & 0xff] ^ crc >> 8;
+  for (char byte : all_before) crc = kTable[(crc ^ static_cast<uint8_t>(byte)) & 0xff] ^ crc >> 8;
   char text[16];
   snprintf(text, sizeof text, "%08x\n", ~crc);
   return text;

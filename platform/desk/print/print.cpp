@@ -1,12 +1,14 @@
 // The desk's print service: builds a record a thread and writes it to standard error in one piece.
 // Where standard error goes is the launcher's business.
-#include <execinfo.h>
+#include <dlfcn.h>
 #include <signal.h>
 #include <sys/uio.h>
 #include <time.h>
 #include <unistd.h>
+#include <unwind.h>
 
 #include <algorithm>
+#include <cinttypes>
 #include <cstdarg>
 #include <cstdio>
 #include <cstring>
@@ -47,12 +49,23 @@ size_t RecordHead(int level, char *head, size_t size) {
   return std::min(length + static_cast<size_t>(std::max(more, 0)), size - 1);
 }
 
-/* Only async-signal-safe calls; the default action, restored by SA_RESETHAND, ends the process. */
+/* One frame: the file that holds the code, and where in it, as addr2line takes it. */
+_Unwind_Reason_Code DumpFrame(struct _Unwind_Context *context, void *) {
+  const auto at = static_cast<uintptr_t>(_Unwind_GetIP(context));
+  Dl_info object;
+  char line[512];
+  if (dladdr(reinterpret_cast<void *>(at), &object) == 0) object = {"?", nullptr, nullptr, nullptr};
+  int length = snprintf(line, sizeof line, "%s(+0x%" PRIxPTR ")\n", object.dli_fname,
+                        at - reinterpret_cast<uintptr_t>(object.dli_fbase));
+  (void)!write(STDERR_FILENO, line, std::min(static_cast<size_t>(length), sizeof line - 1));
+  return _URC_NO_REASON;
+}
+
+/* Nothing here takes memory; the default action, restored by SA_RESETHAND, ends the process. */
 void DumpAndDie(int signal_number) {
   static const char kTitle[] = "fatal signal, back trace:\n";
-  void *frames[64];
   (void)!write(STDERR_FILENO, kTitle, sizeof(kTitle) - 1); /* nothing left to do when it fails */
-  backtrace_symbols_fd(frames, backtrace(frames, 64), STDERR_FILENO);
+  _Unwind_Backtrace(DumpFrame, nullptr);
   raise(signal_number);
 }
 
@@ -61,14 +74,12 @@ void DumpAndDie(int signal_number) {
 void AMS_PrintMgt_Init(void) { setvbuf(stdout, nullptr, _IOLBF, 0); }
 
 void AMS_UsrDumpInit(void) {
-  void *frame;
-  backtrace(&frame, 1); /* loads the unwinder now: it allocates, which the handler must not */
   for (int number : {SIGSEGV, SIGBUS, SIGILL, SIGFPE, SIGABRT}) {
     struct sigaction present, dump = {};
     sigaction(number, nullptr, &present);
     if (present.sa_handler != SIG_DFL) continue; /* a debugging tool's handler knows more */
     dump.sa_handler = DumpAndDie;
-    dump.sa_flags = static_cast<int>(SA_RESETHAND | SA_NODEFER);
+    dump.sa_flags = static_cast<decltype(dump.sa_flags)>(SA_RESETHAND | SA_NODEFER);
     sigaction(number, &dump, nullptr);
   }
 }

@@ -2,7 +2,8 @@
 #include "tds_heap.h"
 
 #include <atomic>
-#include <cinttypes>
+#include <cstddef>
+#include <cstdint>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -16,10 +17,10 @@ constexpr uint32_t kRows = 512; /* a power of two; the last one counts what find
 
 struct TagRow {
   std::atomic<const char *> tag;
-  std::atomic<int64_t> blocks, bytes;
+  std::atomic<ptrdiff_t> blocks, bytes; /* a word: not every processor adds more at once */
 };
 
-struct alignas(16) BlockHead {
+struct alignas(max_align_t) BlockHead {
   uint32_t magic;
   uint32_t row;
   size_t size;
@@ -45,9 +46,9 @@ uint32_t RowOf(const char *tag) {
   return kRows - 1;
 }
 
-void Count(const BlockHead *head, int64_t sign) {
+void Count(const BlockHead *head, ptrdiff_t sign) {
   rows[head->row].blocks.fetch_add(sign, std::memory_order_relaxed);
-  rows[head->row].bytes.fetch_add(sign * static_cast<int64_t>(head->size),
+  rows[head->row].bytes.fetch_add(sign * static_cast<ptrdiff_t>(head->size),
                                   std::memory_order_relaxed);
 }
 
@@ -110,12 +111,11 @@ void tds_show_malloc(void) {
   for (const TagRow &row : rows) {
     const char *tag = row.tag.load(std::memory_order_acquire);
     if (tag == nullptr) tag = &row == &rows[kRows - 1] ? "(other)" : nullptr;
-    int64_t blocks = row.blocks.load(std::memory_order_relaxed);
+    ptrdiff_t blocks = row.blocks.load(std::memory_order_relaxed);
     if (tag == nullptr || blocks == 0) continue;
-    printf("%-40s %10" PRId64 " %12" PRId64 "\n", tag, blocks,
-           row.bytes.load(std::memory_order_relaxed));
+    printf("%-40s %10td %12td\n", tag, blocks, row.bytes.load(std::memory_order_relaxed));
   }
-  printf("%-40s %10" PRId64 " %12" PRId64 "\n", "total", sum.blocks, sum.bytes);
+  printf("%-40s %10td %12td\n", "total", sum.blocks, sum.bytes);
   fflush(stdout);
 }
 

@@ -80,7 +80,7 @@ TEST_F(Nvram, AreasBehaveAsPlainMaps) {
   Settings model[3];
   for (int step = 0; step < 2000; ++step) {
     const int type = random() % 2 == 0 ? NVTYPE_STAGING : NVTYPE_BASIC;
-    const unsigned what = random() % 100;
+    const auto what = random() % 100;
     const std::string key = "k" + std::to_string(random() % 6), value(random() % 9, 'v');
     if (what < 55) {
       ASSERT_EQ(nvram_set(key.c_str(), value.c_str(), type), 0);

@@ -39,7 +39,7 @@ TEST(Flash, DamageAnywhereIsFound) {
   const std::string whole = FlashFile(1, kLast);
   const size_t kHead = 34, kTail = 9, kPage = 4096;
   for (size_t at = 0; at < whole.size();
-       at += at < kHead || at + kTail + 1 > whole.size() ? 1 : 97) {
+       at += at < kHead || at + kTail + 1 > whole.size() ? size_t{1} : 97) {
     std::string bytes = whole;
     bytes[at] = static_cast<char>(bytes[at] ^ 1 << at % 8);
     ExpectDamageFound("a bit of byte " + std::to_string(at), bytes);
@@ -47,7 +47,7 @@ TEST(Flash, DamageAnywhereIsFound) {
   for (size_t at = 0; at < whole.size(); at += kPage) {
     std::string bytes = whole;
     for (size_t each = at; each < std::min(at + kPage, bytes.size()); ++each)
-      bytes[each] ^= each * 7;
+      bytes[each] = static_cast<char>(bytes[each] ^ static_cast<char>(each * 7));
     ExpectDamageFound("the page at " + std::to_string(at), bytes);
     bytes.replace(at, kPage, std::min(kPage, whole.size() - at), '\0');
     ExpectDamageFound("zeroes at " + std::to_string(at), bytes);

@@ -25,8 +25,8 @@ inline void NewBoard() {
 
 inline std::string WithSum(std::string bytes) {
   uint32_t crc = ~0u;
-  for (unsigned char byte : bytes) {
-    crc ^= byte;
+  for (char byte : bytes) {
+    crc ^= static_cast<uint8_t>(byte);
     for (int bit = 0; bit < 8; ++bit) crc = (crc >> 1) ^ (crc & 1 ? 0xEDB88320 : 0);
   }
   char sum[16];

@@ -1,6 +1,9 @@
-// What a board's print library promises beyond records: the parent of a node's path.
+// What a board's print library promises beyond records: the parent of a node's path, and a back
+// trace.
 #include <gtest/gtest.h>
 
+#include <csignal>
+#include <cstdlib>
 #include <utility>
 
 #include "ams_print.h"
@@ -18,4 +21,13 @@ TEST(ParentNode, IsThePathBeforeTheLastName) {
   EXPECT_EQ(COMMON_GetParentNode("A.B.2", small), 0);
   EXPECT_EQ(COMMON_GetParentNode("A.BC.2", small), -1);
   EXPECT_STREQ(small, "");
+}
+
+TEST(UsrDump, SaysWhereTheProcessDied) {
+  const auto die = [] {
+    AMS_UsrDumpInit();
+    abort();
+  };
+  EXPECT_EXIT(die(), testing::KilledBySignal(SIGABRT),
+              "back trace:\n.*contract_print\\(\\+0x[0-9a-f]+\\)");
 }

@@ -135,11 +135,11 @@ TEST_F(Store, BehavesAsAPlainMap) {
       ASSERT_EQ(ams_del_obj(root, (std::string(IGD "Services.List.") + row).c_str()), 0);
     const bool span = random() % 2 == 0;
     ASSERT_EQ(span ? ams_write_begin() : 0, 0);
-    for (unsigned steps = random() % 40; steps > 0; --steps) {
+    for (auto steps = random() % 40; steps > 0; --steps) {
       const int what = static_cast<int>(random() % 4);
       std::string value(random() % 20, ' ');
       for (char &c : value) c = static_cast<char>(' ' + random() % ('{' - ' '));
-      PlainStep(&model, what, 9 + random() % (2 + model.highest), value);
+      PlainStep(&model, what, static_cast<unsigned>(9 + random() % (2 + model.highest)), value);
       ASSERT_EQ(Text(IGD "Services.List"), PlainText(model));
       ASSERT_EQ(Leaf(IGD "Services.ListNumberOfEntries"), std::to_string(model.rows.size()));
     }

@@ -33,7 +33,7 @@ std::string Repeated(const std::string &text, int times) {
 
 /* Those of the contract, too, where blocks are counted. */
 TEST_F(Store, ScriptsOfTheDesk) {
-  const int64_t before = tds_malloc_count(nullptr).blocks;
+  const ptrdiff_t before = tds_malloc_count(nullptr).blocks;
   RunScripts(data_folder + "/desk", 5);
   RunScripts(data_folder, 11);
   EXPECT_EQ(tds_malloc_count(nullptr).blocks, before) << "texts are the callers' only";

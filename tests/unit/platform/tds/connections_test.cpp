@@ -35,6 +35,10 @@ TEST_F(Tds, BadFramesCostTheirConnectionOnly) {
 }
 
 TEST_F(Tds, ForeignDescriptorsAreClosed) {
+#ifdef UNDER_EMULATOR
+  GTEST_SKIP()
+      << "an emulator, which keeps the descriptors that its program's buffer has no room for";
+#endif
   PeerProcess peer;
   EXPECT_EQ("before", Ask(kEcho, "before", "peer:a"));
   const std::filesystem::directory_iterator kEnd;
@@ -43,7 +47,8 @@ TEST_F(Tds, ForeignDescriptorsAreClosed) {
   };
   const auto before = descriptors();
   Raw file("deaf:a", 1);
-  int unsealed = memfd_create("unsealed", MFD_CLOEXEC);
+  FILE *plain = tmpfile();
+  const int unsealed = fileno(plain);
   ASSERT_EQ(0, ftruncate(unsealed, 100000));
   const std::string kSmall = Frame(kPostFrame, kNote, 0, "x"),
                     kLarge = Frame(kPostFrame, kNote, 0, "", 100000);
@@ -60,7 +65,7 @@ TEST_F(Tds, ForeignDescriptorsAreClosed) {
       }
   EXPECT_EQ("alive", Ask(kEcho, "alive", "peer:a"));
   EXPECT_EQ(before, descriptors());
-  close(unsealed);
+  fclose(plain);
 }
 
 TEST_F(Tds, OwnIdsInFramesOfOthersAreRefused) {
@@ -118,8 +123,8 @@ TEST_F(Tds, ACrowdCostsNobodyElse) {
   }
   EXPECT_GT(named.size(), 30U);
   EXPECT_LT(named.size(), 80U);
-  std::thread([] { EXPECT_EQ("EUSERS", Call(kEcho, "x", "peer:a")); }).join();
-  std::thread([] { EXPECT_EQ("EUSERS", Call(kEcho, "x", "peer")); }).join();
+  std::thread([] { EXPECT_EQ(Failed(EUSERS), Call(kEcho, "x", "peer:a")); }).join();
+  std::thread([] { EXPECT_EQ(Failed(EUSERS), Call(kEcho, "x", "peer")); }).join();
   named.clear();
   std::thread([] { EXPECT_EQ("again", Ask(kEcho, "again", "peer:a")); }).join();
   peer.Kill();

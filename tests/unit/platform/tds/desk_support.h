@@ -17,6 +17,9 @@
 #include "tds_desk.h"
 #include "tds_support.h"
 
+/* What Call says of one that failed. */
+inline std::string Failed(int reason) { return std::string("failed: ") + strerror(reason); }
+
 /* As Ask, with the reason and a limit. */
 inline std::string Call(uint32_t id, const std::string &payload, const char *dest,
                         uint32_t limit = 10000) {
@@ -24,7 +27,7 @@ inline std::string Call(uint32_t id, const std::string &payload, const char *des
   uint32_t length;
   int result = tds_call(id, payload.data(), static_cast<uint32_t>(payload.size()), dest, limit,
                         &reply, &length);
-  return result == 0 ? Taken(reply, length) : strerrorname_np(errno);
+  return result == 0 ? Taken(reply, length) : Failed(errno);
 }
 
 struct Raw {

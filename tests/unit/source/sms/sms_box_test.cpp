@@ -18,8 +18,8 @@ std::string Hello(int index, int stat = SHORTMSG_READ) {
 
 std::string Hex(const std::string &bytes) {
   std::string hex;
-  for (unsigned char byte : bytes)
-    for (int digit : {byte >> 4, byte & 15}) hex += "0123456789ABCDEF"[digit];
+  for (char byte : bytes)
+    for (int digit : {byte >> 4 & 15, byte & 15}) hex += "0123456789ABCDEF"[digit];
   return hex;
 }
 
