@@ -8,7 +8,6 @@
 #include <sys/mount.h>
 #include <sys/ptrace.h>
 #include <sys/resource.h>
-#include <sys/syscall.h>
 
 #include <cstring>
 #include <vector>
@@ -272,12 +271,12 @@ pid_t committer;
 /* Another process commits; returns when that is done, or waits for this one's lock of flash. */
 void CommitElsewhere() {
   committer = Start(Anew("commit"));
-  const std::string waits = std::to_string(SYS_flock) + " ";
+  const std::string waiter = " " + std::to_string(committer) + " ";
   for (int tries = 0; tries < 10000; ++tries, usleep(1000)) {
     siginfo_t info = {};
-    std::string call;
-    std::getline(std::ifstream("/proc/" + std::to_string(committer) + "/syscall"), call);
-    if (call.compare(0, waits.size(), waits) == 0) return;
+    std::ifstream locks("/proc/locks");
+    for (std::string line; std::getline(locks, line);)
+      if (line.find("->") != line.npos && line.find(waiter) != line.npos) return;
     if (waitid(P_PID, static_cast<id_t>(committer), &info, WEXITED | WNOHANG | WNOWAIT) == 0 &&
         info.si_pid != 0)
       return;
