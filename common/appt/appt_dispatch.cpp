@@ -293,7 +293,7 @@ constexpr uint32_t kAnyOther = 0;
 
 struct CommandRow {
   uint32_t command;
-  int32_t op; /* that its op functions are asked; kNoOp: it calls none */
+  int32_t op; /* that op functions are given; kNoOp: the command's own number */
   /* what it does with an object and a list of its leaves, with an object, with an array */
   int (*leaves)(MsgArg *arg, LeafNode *list);
   int (*object)(MsgArg *arg);
