@@ -5,7 +5,6 @@
 #include <cstdlib>
 #include <cstring>
 #include <fstream>
-#include <regex>
 #include <set>
 #include <sstream>
 
@@ -89,9 +88,7 @@ std::string WithoutNumbers(const std::string &path) {
 
 /* "PATH FORM" as the documentation has it. */
 std::string Documented(const std::string &path, const std::string &form) {
-  static const std::regex kPorts("Services[.][^.]*[.]Port port list");
-  return std::regex_replace(WithoutNumbers(path) + " " + form, kPorts,
-                            "Services.{service}.Port port list");
+  return (form == "port list" ? "Services.{service}.Port" : WithoutNumbers(path)) + " " + form;
 }
 
 /* Also expects of each parameter that may be set that it can be set back to what it has. */
