@@ -11,6 +11,7 @@
 #include "ams_common_api.h"
 #include "ams_config_shell.h"
 #include "ams_config_util.h"
+#include "button_thread.h"
 
 namespace {
 
@@ -32,15 +33,11 @@ struct KeyTiming {
 };
 static_assert(sizeof(KeyTiming) == 20, "the driver takes records of 20 bytes");
 
-/* A key function's texts as the files have them; NULL: not in the file. */
-struct KeyTexts {
-  const char *gpio, *event, *trigger_type, *trigger_time, *abandon_time;
-};
-
 /* Whether key events are acted on; touched by the module's thread alone. */
 bool key_handling = true;
 
-/* Keys of a key function: the event's in the event file, the others in the GPIO file. */
+/* The keys of a key function, the event's in the event file, the others in the GPIO file; or the
+   texts that the files have for them, NULL without. */
 struct KeyFunction {
   const char *gpio, *event, *trigger_type, *trigger_time, *abandon_time;
 };
@@ -73,7 +70,7 @@ const char *Find(const char *file, const char *key, KeyText &text) {
 }
 
 /* The timings that `texts` ask for in `timings`; their number. None is logged. */
-int KeyTimings(const KeyTexts &texts, KeyTiming (&timings)[2]) {
+int KeyTimings(const KeyFunction &texts, KeyTiming (&timings)[2]) {
   const char *comma = texts.trigger_time == nullptr ? nullptr : strchr(texts.trigger_time, ',');
   const uint32_t times[2] = {Number(texts.trigger_time),
                              Number(comma == nullptr ? nullptr : comma + 1)};

@@ -8,8 +8,6 @@ enum : uint32_t {
   EV_KEY_SWITCH = 0x100052, /* byte 0: 1 is on, else off; byte 1: not 0 means not for the keys */
 };
 
-enum { BUTTON_TIMER_LAN = 0 };
-
 /* Handlers of the module: the key driver is programmed; keys are switched on and off; a key event
    runs the key script; the LAN key is told to the port manager. */
 void ButtonInit(int32_t id, const void *data, uint32_t len);

@@ -10,11 +10,6 @@ namespace {
 
 const ApptModule kModule = {"CapabInfoMsgRevHandle", "source/capabinfo_thread", false};
 
-void CapabInfoInit(int32_t, const void *, uint32_t) {
-  appt_InitFuncTable(kCapabInfoFuncTable);
-  AMS_PRINT(2, "CapabInfo init success.");
-}
-
 void CapabInfoMsgRevHandle(int32_t id, const void *data, uint32_t len) {
   appt_MsgRevHandle(&kModule, id, data, len);
 }

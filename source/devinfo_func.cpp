@@ -26,6 +26,7 @@ namespace {
 #define DEVICE_INFO "InternetGatewayDevice.DeviceInfo."
 #define USB_DEVICE  "InternetGatewayDevice.X_CT-COM_USBDevice."
 
+constexpr uint32_t kUptimePeriod = 1000;           /* ms */
 constexpr uint32_t kRestoreDelay = 1200;           /* ms; the USB storage is mounted by then */
 constexpr uint32_t kLogSettingsChanged = 0x100021; /* to "utils:logmgt" */
 
@@ -209,3 +210,9 @@ const OpFuncEntry kDevInfoFuncTable[] = {
     {"FuncMemoryState", SCRIPTED(kNamed, kMemoryState)},
     {nullptr, nullptr},
 };
+
+void DevInfoInit(int32_t, const void *, uint32_t) {
+  appt_InitFuncTable(kDevInfoFuncTable);
+  (void)SetTimer(DEVINFO_TIMER_UPTIME, kUptimePeriod); /* logged by the runtime */
+  AMS_PRINT(2, "DeviceInfo init success.");
+}

@@ -7,12 +7,6 @@ namespace {
 
 const ApptModule kModule = {"DevInfoMsgRevHandle", "source/devinfo_thread", true};
 
-void DevInfoInit(int32_t, const void *, uint32_t) {
-  appt_InitFuncTable(kDevInfoFuncTable);
-  (void)SetTimer(DEVINFO_TIMER_UPTIME, kUptimePeriod); /* logged by the runtime */
-  AMS_PRINT(2, "DeviceInfo init success.");
-}
-
 void DevInfoMsgRevHandle(int32_t id, const void *data, uint32_t len) {
   appt_MsgRevHandle(&kModule, id, data, len);
 }

@@ -6,4 +6,3 @@
 extern const MsgEntry kDevInfoMsgTable[];
 
 enum { DEVINFO_TIMER_RESTORE = 0, DEVINFO_TIMER_UPTIME = 1 };
-constexpr uint32_t kUptimePeriod = 1000; /* ms */

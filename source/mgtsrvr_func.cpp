@@ -4,6 +4,7 @@
 
 #include <cstdlib>
 #include <cstring>
+#include <initializer_list>
 #include <string>
 #include <string_view>
 
@@ -185,3 +186,10 @@ const OpFuncEntry kMgtSrvrFuncTable[] = {
     {"FuncManagementServerCTUserIPAddressI", nullptr},
     {nullptr, nullptr},
 };
+
+void MgtSrvrInit(int32_t, const void *, uint32_t) {
+  appt_InitFuncTable(kMgtSrvrFuncTable);
+  for (uint32_t id : {EV_WAN_ADDED, EV_WAN_CHANGED, EV_WAN_REMOVED})
+    (void)TDS_RegisterNotifyList(id, "portmgr:wan"); /* logged; the list then stays as it is */
+  AMS_PRINT(2, "MgtSrvr init success.");
+}

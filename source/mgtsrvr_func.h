@@ -11,6 +11,8 @@ extern const OpFuncEntry kMgtSrvrFuncTable[];
 /* What the port manager says of connections. */
 enum : uint32_t { EV_WAN_ADDED = 0x100037, EV_WAN_CHANGED = 0x100038, EV_WAN_REMOVED = 0x100039 };
 
+void MgtSrvrInit(int32_t id, const void *data, uint32_t len);
+
 /* A connection that is added or changed is saved when it carries management; one that has changed
    and no longer does is dropped. */
 void MgtSrvrWanPresent(int32_t id, const void *data, uint32_t len);

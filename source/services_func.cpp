@@ -1,5 +1,7 @@
-// The op functions of "InternetGatewayDevice.Services." and of the user list that are a script call
-// or two, and the FUNC table of the module. Daemons, tunnels and voice have files of their own.
+// The FUNC table of the module, the rows of its daemons with ports, and the op functions of
+// "InternetGatewayDevice.Services." and of the user list that are a script call or two. How a
+// daemon is started is in services/netdaemon_func.cpp; the others, tunnels and voice have files of
+// their own.
 //
 // A handler reads what it needs back from the data model, which has the new values already. What it
 // starts is not watched. A line without "&" holds the module until its command is over: that is
@@ -226,3 +228,8 @@ const OpFuncEntry kCapabInfoFuncTable[] = {
     {"FuncIpSla", Op<kPlain, FuncSwitch<kIpSla>>},
     {nullptr, nullptr},
 };
+
+void CapabInfoInit(int32_t, const void *, uint32_t) {
+  appt_InitFuncTable(kCapabInfoFuncTable);
+  AMS_PRINT(2, "CapabInfo init success.");
+}

@@ -1,13 +1,13 @@
 // The op functions of short messages; see sms_func.h. What they have done is in sms/.
 #include "sms_func.h"
 
-#include <cstring>
 #include <string>
 #include <string_view>
 
 #include "ams_config_api.h"
 #include "leaf_list.h"
 #include "modem_at.h"
+#include "op_values.h"
 #include "sms_actions.h"
 #include "sms_box.h"
 #include "sms_ussd.h"
@@ -50,15 +50,12 @@ int Report(int result) {
   return result == SHORTMSG_DONE || result == SHORTMSG_NOTHING ? 0 : -1;
 }
 
-/* 0; -1 (logged) when the value may be cut: half a list of recipients has another last one. */
+/* Half a list of recipients has another last one, so a value that would be cut is refused: 0, or -1
+   (logged). Without the node `value` is empty. */
 template <size_t N>
 int ReadLeaf(const OpFuncArg *arg, const char *name, char (&value)[N]) {
-  std::string path = std::string(arg->path) + "." + name;
   *value = '\0';
-  (void)ams_mxml_get_leaf_value(path.c_str(), value); /* without the node it stays "" */
-  if (strlen(value) < N - 1) return 0;
-  AMS_PRINT(4, "%s has more than %zu bytes, nothing done: make it shorter\n", path.c_str(), N - 2);
-  return -1;
+  return LeafText((std::string(arg->path) + "." + name).c_str(), value);
 }
 
 /* Runs the action that the request's leaves say. */

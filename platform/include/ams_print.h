@@ -26,8 +26,8 @@ extern struct PrtMapEntry DF_PRT_MAP[];
 void AMS_PrintMgt_Init(void);
 
 /* Installs handlers that write a back trace to standard error when the process dies of SIGSEGV,
-   SIGBUS, SIGILL, SIGFPE or SIGABRT, and then lets it die of that: "back trace:", then a line a
-   frame as backtrace_symbols_fd makes them, "program(+0xOFFSET)[0xADDRESS]". Call once at start. */
+   SIGBUS, SIGILL, SIGFPE or SIGABRT, and then lets it die of that: a line "back trace:", then a
+   line a frame with the program's name and the address. Call once at start. */
 void AMS_UsrDumpInit(void);
 
 /* Whether a record of this level is printed: when it is at or above the level that DF_PRT_MAP has
@@ -40,8 +40,9 @@ void __AMS_PrintHead(int level);
 /* Adds text to the open record. A record holds 4095 bytes; what is beyond is cut. */
 void __AMS_Print(int level, const char *format, ...) __attribute__((format(printf, 2, 3)));
 
-/* Writes the record to standard error: time, module, level and text with a space between, and a
-   line feed where it lacks one. */
+/* Writes the record to standard error: local time, module ("default" of a thread without one),
+   level and text, as in "2026-11-24 21:35:21.123 sysmgr:devInfo 4 text", and a line feed where it
+   lacks one. */
 void __AMS_PrintEnd(int level);
 
 /* Names the module of the calling thread for the print service; the message runtime calls it when

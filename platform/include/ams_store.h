@@ -3,11 +3,12 @@
 //
 // Paths are dotted, from the root object; one trailing "." is accepted everywhere. Limits: 255
 // bytes a path, 64 a name, 32 KiB a value, which has no byte 0x03; what does not fit is refused
-// with -1 and a level-4 record. The file's form: docs/porting.md. Readers never wait and never see
-// half a change. Calls may come from any thread. A process that is stopped inside a read (by a
-// signal, in a debugger) holds on to all pages that are written over; when the store has no others
-// left, that process is ended. Texts that a call hands out are heap blocks for __tds_free and
-// belong to the caller.
+// with -1 and a level-4 record. An instance is named by its number in decimal, from 1, without
+// leading zeros. The file's form: docs/porting.md. Readers never wait and never see half a change.
+// Calls may come from any thread. A process that is stopped inside a read (by a signal, in a
+// debugger) holds on to all pages that are written over; when the store has no others left, that
+// process is ended. Texts that a call hands out are heap blocks for __tds_free and belong to the
+// caller.
 //
 // Text forms: a leaf reads as "name=value"; an object or array as "relative.path=value" of every
 // leaf below it in the file's order, joined by byte 0x03 ("" when there is none).
@@ -58,15 +59,18 @@ struct AmsTree *ams_mxmlLoadFile(void *top, FILE *file, void *callback);
 /* Column after which ams_save_xml breaks a start tag into lines; 0: never (the default is 72). */
 void mxmlSetWrapMargin(int column);
 
-/* Lays the kept parameters of nvram area `area` over the tree, instances included, and then the
-   status that the tree before the last load had, in one step. 0 or -1 (logged). Entries that do not
-   fit the tree are logged and passed over. */
+/* Lays the kept parameters of nvram area `area`, the keys that begin with the root's name and a
+   dot, over the tree, instances included, and then the status that the tree before the last load
+   had, in one step, which is no change for the change list. 0 or -1 (logged). Entries that do not
+   fit the tree, read-only leaves too, are logged and passed over. */
 int update_from_nvram(struct AmsTree *root, int area);
 
-/* Loads a staging source into nvram area 1 and commits it. Sources: 0 factory defaults (drops the
-   parameters that are there first), 2 factory defaults of the customer, 3 backup (drops first),
-   4 burnt image. 0, or -1 with a line on standard output that names the file: it is missing or has
-   nothing. */
+/* Loads a staging source into nvram area 1 and commits it: a file of "path=value" lines, where "#"
+   begins a remark and another line is logged and passed over. Sources: 0 factory defaults (drops
+   the parameters that are there first, also when it has nothing itself), 2 factory defaults of the
+   customer, 3 backup (drops first, unless it has nothing), 4 burnt image. 0; -1 with a line on
+   standard output that names the file when it is missing or has nothing; -1 (logged) for another
+   number. */
 int ams_mxml_load_to_staging(int source);
 
 /* ---- reading ---- */

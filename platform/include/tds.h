@@ -75,7 +75,8 @@ int SynAckData_lib(const void *data, uint32_t len, uint32_t id, const char *dest
 
 /* Copies a name into `name` (`size` bytes, cut and terminated): Self the endpoint of the calling
    thread, Self_ThreadName the same (a module's endpoint and its thread share the name), Sender that
-   of the sender of the message in work ("" outside a handler). */
+   of the sender of the message in work ("" outside a handler). A thread that is no module's has
+   the process's. */
 void tds_self(char *name, size_t size);
 void tds_self_thread_name(char *name, size_t size);
 void tds_sender(char *name, size_t size);
@@ -93,8 +94,8 @@ int KillTimer(int timer);
 int TDS_RegisterNotifyList(uint32_t id, const char *publisher);
 
 /* Sends a notification of the calling module or process to everyone who asked for it, and to the
-   calling module itself when its own table has a row for `id`. Receivers that are gone or full are
-   logged and passed over. 0 or -1 (logged). */
+   calling module itself, once, when its own table has a row for `id`. Receivers that are gone or
+   full are logged and passed over. 0 or -1 (logged). */
 int TDS_NotifyRegistrant(uint32_t id, const void *data, uint32_t len);
 
 /* Sleeps. */
@@ -112,7 +113,7 @@ void __tds_free(void *block);
 char *__tds_strdup(const char *text, const char *tag);
 char *__tds_strndup(const char *text, size_t length, const char *tag);
 
-/* Prints the live blocks and bytes by tag, and their sums, on standard output. */
+/* Prints the live blocks and bytes by tag on standard output, and their sums as "total". */
 void tds_show_malloc(void);
 
 #ifdef __cplusplus

@@ -1,7 +1,7 @@
-// The gateway's own network daemons: those with a list of ports, such as Telnet, TFTP and SSH, and
-// the printer server. They are not watched: one that dies is started again by the next set of its
-// node. SNMP is in snmp_func.cpp, FTP in ftpd_func.cpp, Samba, with its holes in the firewall, in
-// samba_func.cpp.
+// The gateway's own network daemons: those with a list of ports (Telnet, TFTP and SSH, whose rows
+// are in services_func.cpp), and the printer server. They are not watched: one that dies is started
+// again by the next set of its node. SNMP is in snmp_func.cpp, FTP in ftpd_func.cpp, Samba, with
+// its holes in the firewall, in samba_func.cpp.
 //
 // Texts of the parameters go into the command lines as they are: who may write them may run
 // commands as the daemon does.

@@ -48,7 +48,7 @@ WRAPPED(int, TDS_NotifyRegistrant, uint32_t id, const void *data, uint32_t len);
 
 namespace {
 
-constexpr auto kLimit = std::chrono::seconds(10);
+constexpr auto kLimit = std::chrono::minutes(1);
 
 /* What the stand-ins were asked; module threads fill it. */
 std::mutex mutex;

@@ -22,10 +22,10 @@ TEST_F(ShortMsg, RequestsAreReadLeafByLeaf) {
     EXPECT_EQ(Set(one.value), one.result) << one.what;
     EXPECT_EQ(TakeCommands(), one.lines) << one.what;
   }
-  for (size_t digits : {254u, 255u}) { /* a list that would be cut */
+  for (size_t digits : {255u, 256u}) { /* a list that would be cut */
     SetLeaf(SHORT_MSG ".ActionArgument", std::string(digits, '1'));
-    EXPECT_EQ(Set("ActionCode=3"), digits == 254 ? 0 : -1);
-    EXPECT_EQ(TakeCommands().size(), digits == 254 ? 1U : 0U);
+    EXPECT_EQ(Set("ActionCode=3"), digits == 255 ? 0 : -1);
+    EXPECT_EQ(TakeCommands().size(), digits == 255 ? 1U : 0U);
   }
 }
 

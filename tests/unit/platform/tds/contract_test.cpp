@@ -1,4 +1,6 @@
 // What platform/include/tds.h and ams_print.h promise, on any board.
+#include <algorithm>
+#include <cctype>
 #include <cstring>
 #include <thread>
 
@@ -165,7 +167,9 @@ TEST_F(Tds, RecordsAreFilteredByTheModulesLevelAndCut) {
   std::string text = testing::internal::GetCapturedStderr();
   EXPECT_EQ(std::string::npos, text.find("below"));
   EXPECT_EQ(std::string::npos, text.find("never seen"));
-  EXPECT_NE(std::string::npos, text.find(" default 4 yyy"));
+  std::string head = text.substr(0, text.find("yyyy"));
+  std::replace_if(head.begin(), head.end(), isdigit, '0');
+  EXPECT_EQ("0000-00-00 00:00:00.000 default 0 ", head);
   EXPECT_EQ('\n', text.back());
 }
 

@@ -39,7 +39,7 @@ class Download : public GatewayTest {
 /* Whether what an order had is given back: its command buffer, the values read and the answers.
    Other threads have such blocks for moments only, a block that is left over stays. */
 bool NothingLeft() {
-  auto end = std::chrono::steady_clock::now() + std::chrono::seconds(10);
+  auto end = std::chrono::steady_clock::now() + std::chrono::minutes(1);
   for (;; usleep(1000)) {
     int64_t blocks = 0;
     for (const char *tag : {"tr069_download_image_thread", "ams_text", "SendMsg_syn_lib"})
