@@ -35,7 +35,7 @@ struct Raw {
   explicit Raw(int accepted) : fd(accepted) {}
   explicit Raw(const std::string &name, int backlog = -1) {
     struct sockaddr_un address = {AF_UNIX, ""};
-    snprintf(address.sun_path, sizeof address.sun_path, "%s/%s", TDS_RUNTIME_DIR, name.c_str());
+    snprintf(address.sun_path, sizeof address.sun_path, "%s/%s", kTdsFolder, name.c_str());
     const struct sockaddr *at = reinterpret_cast<struct sockaddr *>(&address);
     if (backlog < 0) {
       EXPECT_EQ(0, connect(fd, at, sizeof address)) << name << ": " << strerror(errno);
@@ -75,7 +75,8 @@ struct Raw {
   }
 };
 
-enum : uint16_t { kHelloFrame, kPostFrame, kCallFrame, kAnswerFrame, kRefusedFrame };
+constexpr uint16_t kHelloFrame = 0, kPostFrame = 1, kCallFrame = 2, kAnswerFrame = 3,
+                   kRefusedFrame = 4;
 
 inline std::string Frame(uint16_t kind, uint32_t id, uint32_t sequence, const std::string &payload,
                          size_t length = std::string::npos) {

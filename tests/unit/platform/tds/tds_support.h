@@ -16,14 +16,12 @@
 
 using Clock = std::chrono::steady_clock;
 
-enum : uint32_t {
-  kAny = 0,         /* for Await */
-  kNote = 0x110001, /* recorded */
-  kEcho = 0x110002, /* answered with its payload */
-  kDie = 0x110003,  /* the process dies in the handler */
-  kRun = 0x110004,  /* payload: pointer to a std::function, run on the module's thread */
-  kPublished = 0x110005,
-};
+constexpr uint32_t kAny = 0, /* for Await */
+    kNote = 0x110001,        /* recorded */
+    kEcho = 0x110002,        /* answered with its payload */
+    kDie = 0x110003,         /* the process dies in the handler */
+    kRun = 0x110004,         /* payload: pointer to a std::function, run on the module's thread */
+    kPublished = 0x110005;
 
 struct Received {
   uint32_t id;
