@@ -1,4 +1,6 @@
 // Verbs that go to the data-base manager: each builds a request and prints the answer.
+#include <algorithm>
+
 #include "appt_request.h"
 #include "cfgcmd_messages.h"
 #include "cfgcmd_print.h"
@@ -11,7 +13,8 @@ namespace {
 Outcome NotInTime(Outcome outcome, const std::string &url, Options options) {
   std::string reply;
   DbmgrAnswer answer;
-  options.limit_ms = 1000; /* dbmgr answers this one at once */
+  /* dbmgr answers this one at once, however little time the request was given */
+  options.limit_ms = std::max(options.limit_ms, Options().limit_ms);
   if (Call(kDbmgrName, kDbmgrWaits, url, options, &reply).status == EXIT_DONE &&
       DbmgrGetAnswer(reply.data(), reply.size(), &answer) == 0 && !answer.text.empty())
     outcome.text += "; it waits for " + answer.text;
