@@ -22,7 +22,7 @@ inline std::string Failed(int reason) { return std::string("failed: ") + strerro
 
 /* As Ask, with the reason and a limit. */
 inline std::string Call(uint32_t id, const std::string &payload, const char *dest,
-                        uint32_t limit = 10000) {
+                        uint32_t limit = Patience() * 1000) {
   void *reply;
   uint32_t length;
   int result = tds_call(id, payload.data(), static_cast<uint32_t>(payload.size()), dest, limit,
@@ -65,7 +65,7 @@ struct Raw {
     (void)sendmsg(fd, &message, MSG_NOSIGNAL); /* may be closed already */
   }
   /* The next record; "" at the end of the connection, "silence" when nothing comes. */
-  std::string Next(int limit_ms = 20000) {
+  std::string Next(int limit_ms = static_cast<int>(Patience()) * 1000) {
     char record[65536];
     struct pollfd end = {fd, POLLIN, 0};
     if (poll(&end, 1, limit_ms) != 1) return "silence";

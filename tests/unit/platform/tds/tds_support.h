@@ -28,7 +28,10 @@ struct Received {
   std::string payload, sender, self;
 };
 
-/* Waits for `count` records of `id`, 10 s at most, and forgets all; returns those of `id`. */
+/* Seconds for what is sure to come: GATEWAY_TIMEOUT, 60 without it. */
+uint32_t Patience();
+
+/* Waits for `count` records of `id`, Patience at most, and forgets all; returns those of `id`. */
 std::vector<Received> Await(uint32_t id, size_t count);
 
 /* Runs `work` on the module's thread: to the end; or once it has time, then `work` has to live. */
