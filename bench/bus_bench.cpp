@@ -205,8 +205,8 @@ int ThroughDbmgr() {
   auto ours = [&] {
     void *reply;
     uint32_t length;
-    if (tds_call(DBMGR_MSG_REQUEST, request.data(), static_cast<uint32_t>(request.size()),
-                 DBMGR_NAME, 10000, &reply, &length) != 0)
+    if (tds_call(kDbmgrRequest, request.data(), static_cast<uint32_t>(request.size()), kDbmgrName,
+                 10000, &reply, &length) != 0)
       Fail("dbmgr does not answer: is the gateway running?");
     __tds_free(reply);
   };

@@ -22,8 +22,8 @@ constexpr char kFooter[] =
     "  cfgcmd --calls set InternetGatewayDevice.Services.ServiceTelnet.Enable 1\n"
     "  cfgcmd tree InternetGatewayDevice.Services --json\n";
 
-const Verb *const kTables[] = {REQUEST_VERBS, STORE_VERBS, MESSAGE_VERBS, STANDIN_VERBS,
-                               BATCH_VERBS};
+const Verb *const kTables[] = {kRequestVerbs, kStoreVerbs, kMessageVerbs, kStandinVerbs,
+                               kBatchVerbs};
 
 std::string Usage(const Verb &verb) {
   return std::string("cfgcmd ") + verb.name + " " + verb.arguments;

@@ -34,7 +34,7 @@ struct Verb {
 };
 
 /* The rows of the files; one without a name ends them. */
-extern const Verb REQUEST_VERBS[], STORE_VERBS[], MESSAGE_VERBS[], STANDIN_VERBS[], BATCH_VERBS[];
+extern const Verb kRequestVerbs[], kStoreVerbs[], kMessageVerbs[], kStandinVerbs[], kBatchVerbs[];
 
 std::vector<const Verb *> AllVerbs();
 

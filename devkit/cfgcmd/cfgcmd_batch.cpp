@@ -81,7 +81,7 @@ Outcome Batch(const Words &words, const Options &options) {
 
 }  // namespace
 
-const Verb BATCH_VERBS[] = {
+const Verb kBatchVerbs[] = {
     {"batch", "[FILE]", "Requests from FILE or standard input, one a line", 0, 1, false, false,
      Batch},
     {},

@@ -121,8 +121,7 @@ Outcome WaitForOne(int watch, const std::string &name, Clock::time_point end) {
     pollfd change = {watch, POLLIN, 0};
     char events[4096];
     if (poll(&change, 1, 20) > 0 && read(watch, events, sizeof events) < 0 && errno != EAGAIN)
-      return {EXIT_REFUSED,
-              std::string("cannot watch ") + TDS_RUNTIME_DIR + ": " + strerror(errno)};
+      return {EXIT_REFUSED, std::string("cannot watch ") + kTdsFolder + ": " + strerror(errno)};
   }
 }
 
@@ -167,11 +166,11 @@ Outcome Mem(const Words &, const Options &options) {
 }
 
 Outcome Wait(const Words &words, const Options &options) {
-  (void)mkdir(TDS_RUNTIME_DIR, 0700); /* as the first endpoint does; else the watch fails */
+  (void)mkdir(kTdsFolder, 0700); /* as the first endpoint does; else the watch fails */
   int watch = inotify_init1(IN_NONBLOCK | IN_CLOEXEC);
-  if (watch < 0 || inotify_add_watch(watch, TDS_RUNTIME_DIR, IN_CREATE | IN_MOVED_TO) < 0) {
+  if (watch < 0 || inotify_add_watch(watch, kTdsFolder, IN_CREATE | IN_MOVED_TO) < 0) {
     Outcome outcome = {EXIT_REFUSED,
-                       std::string("cannot watch ") + TDS_RUNTIME_DIR + ": " + strerror(errno)};
+                       std::string("cannot watch ") + kTdsFolder + ": " + strerror(errno)};
     if (watch >= 0) close(watch);
     return outcome;
   }
@@ -200,7 +199,7 @@ Outcome Inform(const Words &words, const Options &) {
 
 }  // namespace
 
-const Verb MESSAGE_VERBS[] = {
+const Verb kMessageVerbs[] = {
     {"send", "NAME ID [--wait] [--text T | --hex H]", "Send any message to any endpoint", 2, 5,
      true, true, Send},
     {"level", "MODULE N", "Print level of a module of the daemon, or of all", 2, 2, false, true,

@@ -1,23 +1,21 @@
 // Verbs that go to the data-base manager: each builds a request and prints the answer.
+#include <algorithm>
+
 #include "appt_request.h"
 #include "cfgcmd_messages.h"
 #include "cfgcmd_print.h"
 #include "dbmgr_proto.h"
+#include "nodes.h"
 
 namespace {
-
-/* As paths are shown; dbmgr takes a "." at the end. */
-std::string Bare(std::string path) {
-  if (!path.empty() && path.back() == '.') path.pop_back();
-  return path;
-}
 
 /* The outcome of a request that was not answered in time, with the modules that are to blame. */
 Outcome NotInTime(Outcome outcome, const std::string &url, Options options) {
   std::string reply;
   DbmgrAnswer answer;
-  options.limit_ms = 1000; /* dbmgr answers this one at once */
-  if (Call(DBMGR_NAME, DBMGR_MSG_WAITS, url, options, &reply).status == EXIT_DONE &&
+  /* dbmgr answers this one at once, however little time the request was given */
+  options.limit_ms = std::max(options.limit_ms, Options().limit_ms);
+  if (Call(kDbmgrName, kDbmgrWaits, url, options, &reply).status == EXIT_DONE &&
       DbmgrGetAnswer(reply.data(), reply.size(), &answer) == 0 && !answer.text.empty())
     outcome.text += "; it waits for " + answer.text;
   return outcome;
@@ -30,7 +28,7 @@ Outcome Ask(uint32_t command, const std::string &url, const std::string &value,
     return {EXIT_REFUSED, "the path is longer than 65535 bytes: check it"};
   std::string bytes = DbmgrPutRequest({command, url, value});
   std::string reply;
-  Outcome outcome = Call(DBMGR_NAME, DBMGR_MSG_REQUEST, bytes, options, &reply);
+  Outcome outcome = Call(kDbmgrName, kDbmgrRequest, bytes, options, &reply);
   if (outcome.status == EXIT_NO_ANSWER) return NotInTime(outcome, url, options);
   if (outcome.status != EXIT_DONE) return outcome;
   if (DbmgrGetAnswer(reply.data(), reply.size(), answer) != 0)
@@ -121,7 +119,7 @@ Outcome Refresh(const Words &words, const Options &options) {
 
 }  // namespace
 
-const Verb REQUEST_VERBS[] = {
+const Verb kRequestVerbs[] = {
     {"get", "PATH", "Value of a parameter; path=value lines of anything else", 1, 1, false, true,
      Get},
     {"set", "PATH VALUE...", "Set parameters; those of one object travel together", 2, 200, true,

@@ -101,7 +101,7 @@ Outcome Publish(const Words &words, const Options &options) {
 
 }  // namespace
 
-const Verb STANDIN_VERBS[] = {
+const Verb kStandinVerbs[] = {
     {"listen", "NAME [COUNT]", "Be an endpoint and print the messages it gets, COUNT of them", 1, 2,
      false, false, Listen},
     {"publish", "NAME ID [--text T | --hex H]",

@@ -6,6 +6,7 @@
 #include "ams_store.h"
 #include "cfgcmd.h"
 #include "cfgcmd_print.h"
+#include "nodes.h"
 
 namespace {
 
@@ -18,12 +19,6 @@ bool Attach() {
 
 const Outcome kNoStore = {EXIT_REFUSED,
                           "there is no data-model store: start the gateway with script/gateway"};
-
-std::string Attribute(const std::string &path, const char *name) {
-  char value[512];
-  if (ams_get_node_attr(gptXmlTrees->root, path.c_str(), name, value) != 0) return "";
-  return value;
-}
 
 /* One node as the tree shows it. */
 struct Row {
@@ -39,18 +34,6 @@ Row ReadRow(const std::string &path) {
   if (ams_mxml_get_leaf(path.c_str(), row.value.data(), row.value.size()) != 0) row.value[0] = '\0';
   row.value.resize(strlen(row.value.c_str()));
   return row;
-}
-
-std::vector<std::string> Children(const std::string &path) {
-  std::vector<std::string> children;
-  char url[AMS_PATH_SIZE], next[AMS_PATH_SIZE];
-  int result = ams_get_first_child(gptXmlTrees->root, path.c_str(), url);
-  while (result == 0) {
-    children.push_back(url);
-    result = ams_get_next_child(gptXmlTrees->root, url, next);
-    memcpy(url, next, sizeof url);
-  }
-  return children;
 }
 
 void Walk(const std::string &path, std::vector<Row> *rows) {
@@ -94,8 +77,7 @@ std::string RowsAsJson(const std::vector<Row> &rows) {
 
 Outcome Tree(const Words &words, const Options &options) {
   if (!Attach()) return kNoStore;
-  std::string path = words.empty() ? kRoot : words[0];
-  if (!path.empty() && path.back() == '.') path.pop_back();
+  std::string path = words.empty() ? kRoot : Bare(words[0]);
   if (ams_check_node(gptXmlTrees->root, path.c_str()) != 0)
     return {EXIT_REFUSED, "no parameter \"" + path + "\": \"cfgcmd tree\" lists what there is"};
   std::vector<Row> rows;
@@ -138,7 +120,7 @@ Outcome Complete(const Words &words, const Options &) {
 
 }  // namespace
 
-const Verb STORE_VERBS[] = {
+const Verb kStoreVerbs[] = {
     {"tree", "[PATH]", "List what there is: path, type, value, description", 0, 1, false, true,
      Tree},
     {"sset", "PATH VALUE", "Write a status straight to the store, read-only ones too", 2, 2, true,

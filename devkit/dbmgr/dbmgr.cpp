@@ -15,7 +15,7 @@
 #include "tds_desk.h"
 
 extern "C" {
-PrtMapEntry DF_PRT_MAP[] = {{"default", 3}, {DBMGR_NAME, 3}, {nullptr, 0}};
+PrtMapEntry DF_PRT_MAP[] = {{"default", 3}, {kDbmgrName, 3}, {nullptr, 0}};
 }
 
 namespace {
@@ -27,8 +27,8 @@ void Init(int32_t, const void *, uint32_t) {
 
 const MsgEntry kMessages[] = {
     {TDS_MSG_INIT, Init},
-    {DBMGR_MSG_REQUEST, RouteRequest},
-    {DBMGR_MSG_WAITS, RouteWaits},
+    {kDbmgrRequest, RouteRequest},
+    {kDbmgrWaits, RouteWaits},
     {EV_APPT_MSG_ACKTO_AGT, RouteAcknowledgement},
     {EV_APPT_MSG_NO_OBJECT, RouteNoObject},
     {TDS_MSG_PEER_GONE, RoutePeerGone},
@@ -36,7 +36,7 @@ const MsgEntry kMessages[] = {
 };
 
 const ModuleEntry kModules[] = {
-    {DBMGR_NAME, {0, 0}, kMessages},
+    {kDbmgrName, {0, 0}, kMessages},
     {nullptr, {0, 0}, nullptr},
 };
 

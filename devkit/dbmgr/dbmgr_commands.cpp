@@ -91,18 +91,20 @@ std::string LeftByAdd(const Plan &, const std::string *row) {
   return "\"" + *row + "\" is there all the same, \"cfgcmd del\" takes it away; ";
 }
 
+constexpr unsigned kAnyNode = LEAF | OBJECT | ARRAY | INSTANCE;
+
 const Command kCommands[] = {
-    {APPT_CMD_GET, "get", ANY_NODE, "", READS | ANSWERS, Get, nullptr},
+    {APPT_CMD_GET, "get", kAnyNode, "", READS | ANSWERS, Get, nullptr},
     {APPT_CMD_SET, "set", OBJECT | INSTANCE, "a parameter", SETS, Set, LeftBySet},
     {APPT_CMD_ADD, "add", ARRAY, "an array", 0, Add, LeftByAdd},
     {APPT_CMD_DEL, "del", INSTANCE, "an instance of an array", 0, Delete, nullptr},
     {APPT_CMD_LIST, "list", ARRAY, "an array", STORE_ONLY, List, nullptr},
-    {APPT_CMD_ATTR, "attr", ANY_NODE, "", READS | ANSWERS, Attributes, nullptr},
-    {APPT_CMD_REFRESH, "refresh", ANY_NODE, "", READS, Refresh, nullptr},
+    {APPT_CMD_ATTR, "attr", kAnyNode, "", READS | ANSWERS, Attributes, nullptr},
+    {APPT_CMD_REFRESH, "refresh", kAnyNode, "", READS, Refresh, nullptr},
 };
 
 /* One that the framework alone knows is for the node's module to serve. */
-const Command kAnyOther = {0, "the command", ANY_NODE, "", 0, NoModule, nullptr};
+const Command kAnyOther = {0, "the command", kAnyNode, "", 0, NoModule, nullptr};
 
 }  // namespace
 

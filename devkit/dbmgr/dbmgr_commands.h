@@ -5,7 +5,7 @@
 #include "dbmgr_plan.h"
 
 /* What a node is. */
-enum : unsigned { LEAF = 1, OBJECT = 2, ARRAY = 4, INSTANCE = 8, ANY_NODE = 15 };
+enum : unsigned { LEAF = 1, OBJECT = 2, ARRAY = 4, INSTANCE = 8 };
 
 /* How a command is planned, as a sum. */
 enum : unsigned {

@@ -1,25 +1,20 @@
 // Checks of requests; see dbmgr_plan.h.
 #include "dbmgr_plan.h"
 
+#include <algorithm>
 #include <cctype>
-#include <cstring>
 #include <string_view>
 
 #include "ams_common_api.h"
 #include "dbmgr_commands.h"
 #include "dbmgr_forms.h"
 #include "leaf_list.h"
+#include "nodes.h"
 #include "store_desk.h"
 
 namespace {
 
 constexpr size_t kFrameText = 255; /* a frame's lengths are one byte */
-
-std::string Attribute(const std::string &path, const char *name) {
-  char value[256];
-  if (ams_get_node_attr(gptXmlTrees->root, path.c_str(), name, value) != 0) return "";
-  return value;
-}
 
 std::string Parent(const std::string &path) {
   size_t dot = path.rfind('.');
@@ -104,15 +99,9 @@ bool NeedsOp(const Plan &plan, const Command &command, unsigned kind) {
 
 /* The objects and arrays right below `url`. */
 std::vector<std::string> NodesBelow(const std::string &url) {
-  std::vector<std::string> nodes;
-  char child[AMS_PATH_SIZE];
-  AmsTree *root = gptXmlTrees->root;
-  int more = ams_get_first_child(root, url.c_str(), child);
-  while (more == 0) {
-    std::string node = child;
-    if (KindOf(node) != LEAF) nodes.push_back(node);
-    more = ams_get_next_child(root, node.c_str(), child);
-  }
+  std::vector<std::string> nodes = Children(url);
+  auto is_leaf = [](const std::string &node) { return KindOf(node) == LEAF; };
+  nodes.erase(std::remove_if(nodes.begin(), nodes.end(), is_leaf), nodes.end());
   return nodes;
 }
 
@@ -162,8 +151,7 @@ int PlanRequest(const DbmgrRequest &request, Plan *plan, std::string *why) {
     return Refuse(why, "unknown command " + std::to_string(request.command) +
                            ": is the client of this gateway?");
   plan->command = request.command;
-  plan->url = request.url;
-  if (!plan->url.empty() && plan->url.back() == '.') plan->url.pop_back();
+  plan->url = Bare(request.url);
   if (plan->url.size() > kFrameText)
     return Refuse(why, "the path is " + std::to_string(plan->url.size()) +
                            " bytes, at most 255 can be: check it");

@@ -3,16 +3,16 @@
 //
 // Request: u32 command (APPT_CMD_...), u16 length of the url, url, u32 length of the value, value.
 // Answer:  i32 result, u8 kind of text, text.
-// DBMGR_MSG_WAITS with a url is answered at once with the names of the modules that a request for
+// kDbmgrWaits with a url is answered at once with the names of the modules that a request for
 // it, or for what is above or below it, waits for.
 #pragma once
 
 #include <cstdint>
 #include <string>
 
-constexpr char DBMGR_NAME[] = "dbmgr:dbmgt";
-constexpr uint32_t DBMGR_MSG_REQUEST = 0x110000;
-constexpr uint32_t DBMGR_MSG_WAITS = 0x110001;
+constexpr char kDbmgrName[] = "dbmgr:dbmgt";
+constexpr uint32_t kDbmgrRequest = 0x110000;
+constexpr uint32_t kDbmgrWaits = 0x110001;
 
 /* "set": `url` is the object and `value` its leaves, "a=1\x03b=2". All others: `url` alone. */
 struct DbmgrRequest {

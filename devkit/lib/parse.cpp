@@ -22,6 +22,12 @@ bool ParseNumber(std::string_view text, int64_t least, int64_t most, int64_t *nu
   return Parse(hexadecimal ? text.substr(2) : text, hexadecimal ? 16 : 10, least, most, number);
 }
 
+bool ParseFraction(std::string_view text, double least, double most, double *number) {
+  const char *end = text.data() + text.size();
+  auto [stop, error] = std::from_chars(text.data(), end, *number, std::chars_format::fixed);
+  return error == std::errc() && stop == end && *number >= least && *number <= most;
+}
+
 bool BytesFromHex(std::string_view hex, std::string *bytes) {
   std::string found(hex.size() / 2, '\0');
   auto *at = reinterpret_cast<uint8_t *>(found.data());

@@ -13,6 +13,9 @@ bool ParseDecimal(std::string_view text, int64_t least, int64_t most, int64_t *n
 /* The same, or with "0x" a hexadecimal one. */
 bool ParseNumber(std::string_view text, int64_t least, int64_t most, int64_t *number);
 
+/* A decimal number, with a fraction or not, that is all of `text`. */
+bool ParseFraction(std::string_view text, double least, double most, double *number);
+
 /* Two hexadecimal digits of either case a byte. False: something else; `bytes` is untouched. */
 bool BytesFromHex(std::string_view hex, std::string *bytes);
 

@@ -17,12 +17,12 @@
 #include <chrono>
 #include <csignal>
 #include <cstdio>
-#include <cstdlib>
 #include <cstring>
 #include <string>
 
 #include "exit_status.h"
 #include "modem_tty.h"
+#include "parse.h"
 
 namespace {
 
@@ -152,6 +152,11 @@ int Exchange(const Line &line, const std::string &sent, std::string *answer) {
   }
 }
 
+int NoTimeLimit(const char *tool, const char *given, const char *wanted) {
+  fprintf(stderr, "%s: \"%s\" is no time limit: give %s\n", tool, given, wanted);
+  return EXIT_USAGE;
+}
+
 /* A command that wants a PDU, where none is. */
 int WithoutPdu(const Line &line) {
   (void)Write(line, {kEscape}); /* it was there just now */
@@ -167,12 +172,13 @@ int AtMngr(int argc, char **argv) {
   double limit = kQueryLimit;
   int at = 1;
   if (argc > 2 && strcmp(argv[1], "-t") == 0) {
-    limit = atof(argv[2]);
+    if (!ParseFraction(argv[2], 0.001, 3600, &limit))
+      return NoTimeLimit(line.tool, argv[2], "seconds from 0.001 to 3600");
     at = 3;
   }
   std::string text, answer;
   for (; at < argc; ++at) text += (text.empty() ? "" : " ") + std::string(argv[at]);
-  if (text.empty() || !(limit > 0 && limit <= 3600)) {
+  if (text.empty()) {
     fprintf(stderr, "usage: at-mngr [-t SECONDS] TEXT...\n");
     return EXIT_USAGE;
   }
@@ -226,8 +232,10 @@ int Nanocom(int argc, char **argv) {
     fprintf(stderr, "usage: nanocom TTY 1 SECONDS (0: %d), run with the tty locked\n", kSendLimit);
     return EXIT_USAGE;
   }
-  int seconds = atoi(argv[3]);
+  int64_t seconds;
   Line line = {"nanocom", argv[1], -1, {}};
+  if (!ParseDecimal(argv[3], INT32_MIN, INT32_MAX, &seconds))
+    return NoTimeLimit(line.tool, argv[3], "whole seconds");
   line.end = Clock::now() + std::chrono::seconds(seconds > 0 ? seconds : kSendLimit);
   if (!ReadCommand(&command, &pdu)) {
     fprintf(stderr, "nanocom: %s has no command: write \"AT+CMGS=LENGTH|PDU\" there\n",

@@ -59,12 +59,12 @@ void Serve(int listener) {
   if (client < 0) return;                                                  /* it has gone already */
   (void)setsockopt(client, SOL_SOCKET, SO_RCVTIMEO, &limit, sizeof limit); /* cannot fail */
   (void)setsockopt(client, SOL_SOCKET, SO_SNDTIMEO, &limit, sizeof limit);
-  ModemJson request = ModemJson::parse(ReadRequest(client), nullptr, false);
-  ModemJson reply = ModemControl(&modem, request, time(nullptr));
+  Json request = Json::parse(ReadRequest(client), nullptr, false);
+  Json reply = ModemControl(&modem, request, time(nullptr));
   if (TtyFollow(&modem) != 0)
-    reply = {{"status", EXIT_REFUSED},
-             {"text", "the tty did not come back: /var/log/devkit/modem.log names the reason"}};
-  std::string text = reply.dump(-1, ' ', false, ModemJson::error_handler_t::replace);
+    reply = ControlReply(EXIT_REFUSED,
+                         "the tty did not come back: /var/log/devkit/modem.log names the reason");
+  std::string text = ControlBytes(reply);
   for (size_t sent = 0; sent < text.size();) {
     ssize_t length = write(client, text.data() + sent, text.size() - sent);
     if (length <= 0) break; /* it does not want to know */

@@ -15,15 +15,11 @@ namespace {
 
 constexpr size_t kPduMax = 2 * 200, kCodeMax = 64;
 
-ModemJson Reply(int status, const std::string &text) {
-  return {{"status", status}, {"text", text}};
-}
+Json Done(const std::string &text = "") { return ControlReply(EXIT_DONE, text); }
+Json Refused(const std::string &text) { return ControlReply(EXIT_REFUSED, text); }
+Json Usage(const std::string &text) { return ControlReply(EXIT_USAGE, text); }
 
-ModemJson Done(const std::string &text = "") { return Reply(EXIT_DONE, text); }
-ModemJson Refused(const std::string &text) { return Reply(EXIT_REFUSED, text); }
-ModemJson Usage(const std::string &text) { return Reply(EXIT_USAGE, text); }
-
-std::string Word(const ModemJson &request, const char *name) { return request.value(name, ""); }
+std::string Word(const Json &request, const char *name) { return request.value(name, ""); }
 
 bool IsSubscriber(const std::string &text) { return IsNumber(text, true, 20); }
 
@@ -46,7 +42,7 @@ bool Time(const std::string &text, time_t now, struct tm *when) {
 
 /* ---- messages ---- */
 
-ModemJson ReceivePdus(Modem *modem, const std::vector<std::string> &pdus) {
+Json ReceivePdus(Modem *modem, const std::vector<std::string> &pdus) {
   std::string text;
   if (modem->waiting.size() + pdus.size() > kModemWaitingMax)
     return Refused("1000 messages wait for room: have some deleted, or modemctl reset");
@@ -57,7 +53,7 @@ ModemJson ReceivePdus(Modem *modem, const std::vector<std::string> &pdus) {
   return Done(text);
 }
 
-ModemJson Receive(Modem *modem, const ModemJson &request, time_t now) {
+Json Receive(Modem *modem, const Json &request, time_t now) {
   std::string pdu = Word(request, "pdu"), from = Word(request, "from"),
               text = Word(request, "message"), octets;
   struct tm when;
@@ -82,11 +78,11 @@ ModemJson Receive(Modem *modem, const ModemJson &request, time_t now) {
 
 const char *const kKinds[] = {"normal", "slow", "refuse", "garbage", "drop"};
 
-ModemJson State(Modem *modem, const ModemJson &, time_t) {
-  ModemJson storages = ModemJson::object(), contacts = ModemJson::array(),
-            sent = ModemJson::array(), calls = ModemJson::array(), ussd = ModemJson::object();
+Json State(Modem *modem, const Json &, time_t) {
+  Json storages = Json::object(), contacts = Json::array(), sent = Json::array(),
+       calls = Json::array(), ussd = Json::object();
   for (const auto &[name, storage] : modem->storages) {
-    ModemJson list = ModemJson::array();
+    Json list = Json::array();
     for (const auto &[index, message] : storage.messages)
       list.push_back({{"index", index}, {"status", message.stat}, {"pdu", message.pdu}});
     storages[name] = {{"size", storage.size}, {"messages", list}};
@@ -102,7 +98,7 @@ ModemJson State(Modem *modem, const ModemJson &, time_t) {
     calls.push_back({{"command", call.command}, {"result", call.result}});
   for (const auto &[code, answer] : modem->ussd)
     ussd[code] = {{"text", answer.text}, {"dcs", answer.dcs}};
-  ModemJson reply = Done();
+  Json reply = Done();
   reply["state"] = {{"number", modem->number},
                     {"centre", modem->centre},
                     {"charset", modem->charset},
@@ -123,7 +119,7 @@ ModemJson State(Modem *modem, const ModemJson &, time_t) {
 
 /* ---- what it is told to be ---- */
 
-ModemJson Behave(Modem *modem, const ModemJson &request, time_t) {
+Json Behave(Modem *modem, const Json &request, time_t) {
   std::string how = Word(request, "how"), only = Word(request, "only");
   if (how == "vanish" || how == "return") {
     modem->attached = how == "return";
@@ -145,7 +141,7 @@ ModemJson Behave(Modem *modem, const ModemJson &request, time_t) {
   return Done();
 }
 
-ModemJson Number(Modem *modem, const ModemJson &request, time_t) {
+Json Number(Modem *modem, const Json &request, time_t) {
   std::string number = Word(request, "number");
   if (number.empty()) return Done(modem->number + "\n");
   if (!IsSubscriber(number)) return Usage("\"" + number + "\" is no number: give 1 to 20 digits");
@@ -153,7 +149,7 @@ ModemJson Number(Modem *modem, const ModemJson &request, time_t) {
   return Done();
 }
 
-ModemJson Size(Modem *modem, const ModemJson &request, time_t) {
+Json Size(Modem *modem, const Json &request, time_t) {
   std::string what = Word(request, "what");
   int places = request.value("places", 0);
   bool contacts = what == "phonebook";
@@ -172,7 +168,7 @@ ModemJson Size(Modem *modem, const ModemJson &request, time_t) {
   return Done();
 }
 
-ModemJson Ussd(Modem *modem, const ModemJson &request, time_t) {
+Json Ussd(Modem *modem, const Json &request, time_t) {
   std::string code = Word(request, "code");
   int dcs = request.value("dcs", 0);
   if (code.empty() || code.size() > kCodeMax || modem->ussd.size() >= 1000 ||
@@ -187,16 +183,16 @@ ModemJson Ussd(Modem *modem, const ModemJson &request, time_t) {
   return Done();
 }
 
-ModemJson Reset(Modem *modem, const ModemJson &, time_t) {
+Json Reset(Modem *modem, const Json &, time_t) {
   *modem = Modem();
   return Done();
 }
 
-ModemJson Wait(Modem *, const ModemJson &, time_t) { return Done(); }
+Json Wait(Modem *, const Json &, time_t) { return Done(); }
 
 const struct {
   const char *name;
-  ModemJson (*run)(Modem *modem, const ModemJson &request, time_t now);
+  Json (*run)(Modem *modem, const Json &request, time_t now);
 } kVerbs[] = {
     {"receive", Receive}, {"state", State}, {"behave", Behave}, {"number", Number},
     {"size", Size},       {"ussd", Ussd},   {"reset", Reset},   {"wait", Wait},
@@ -204,13 +200,13 @@ const struct {
 
 }  // namespace
 
-ModemJson ModemControl(Modem *modem, const ModemJson &request, time_t now) {
+Json ModemControl(Modem *modem, const Json &request, time_t now) {
   try {
     std::string name = request.is_object() ? Word(request, "verb") : "";
     for (const auto &verb : kVerbs)
       if (name == verb.name) return verb.run(modem, request, now);
     return Usage("no verb \"" + name + "\": see modemctl --help");
-  } catch (const ModemJson::exception &error) {
+  } catch (const Json::exception &error) {
     return Usage(std::string("a request that is none of modemctl's: ") + error.what());
   }
 }

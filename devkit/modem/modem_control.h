@@ -3,16 +3,13 @@
 #pragma once
 
 #include <ctime>
-#include <nlohmann/json.hpp>
 
-#include "exit_status.h"
+#include "control.h"
 #include "modem_state.h"
 
 /* Where both meet. */
 constexpr char kModemSocket[] = "/var/run/devkit/modem.sock";
 
-using ModemJson = nlohmann::ordered_json;
-
 /* {"verb": ..., its arguments} -> {"status": N, "text": what to print, or the reason}, of "state"
    the "state" too. Plugging in and out is only noted in `attached`: the caller acts on it. */
-ModemJson ModemControl(Modem *modem, const ModemJson &request, time_t now);
+Json ModemControl(Modem *modem, const Json &request, time_t now);

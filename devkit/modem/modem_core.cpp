@@ -156,7 +156,7 @@ void MakeGarbage(AtAnswer *answer) {
   }
 }
 
-std::string Text(const AtAnswer &answer) {
+std::string AnswerText(const AtAnswer &answer) {
   std::string text;
   if (!answer.lines.empty()) text = "\r\n";
   for (const std::string &line : answer.lines) text += line + "\r\n";
@@ -173,7 +173,7 @@ std::string Finish(Modem *modem, const AtRow &row, AtAnswer answer) {
   if (Misbehaves(*modem, row, ModemBehaviour::GARBAGE)) MakeGarbage(&answer);
   modem->calls.back().result = answer.result + (answer.why.empty() ? "" : ": " + answer.why);
   (void)ModemDeliverWaiting(modem); /* if room has come */
-  return Text(answer);
+  return AnswerText(answer);
 }
 
 std::string RunLine(Modem *modem, time_t now, ModemOutput *output) {
@@ -187,7 +187,7 @@ std::string RunLine(Modem *modem, time_t now, ModemOutput *output) {
   if (line.size() < kLineMax && ParseCommand(line.substr(2), &name, &call)) row = FindAtRow(name);
   if (row == nullptr) {
     modem->calls.back().result = "ERROR";
-    return Text(AtError());
+    return AnswerText(AtError());
   }
   output->misbehaves = Misbehaves(*modem, *row, modem->behaviour.kind);
   AtAnswer answer;
@@ -222,7 +222,7 @@ bool TakeByte(Modem *modem, char byte, time_t now, ModemOutput *output) {
     modem->line.clear();
     if (!cancelled) return false;
     modem->calls.back().result = "OK";
-    output->answer = Text({});
+    output->answer = AnswerText({});
     return true;
   }
   if (modem->wants_pdu != nullptr && byte == kEndOfPdu) {

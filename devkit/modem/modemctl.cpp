@@ -49,9 +49,9 @@ int Connect(double limit_s) {
   return -1;
 }
 
-/* The reply, or one without a status. */
-ModemJson Ask(const ModemJson &request, double limit_s) {
-  std::string text = request.dump(-1, ' ', false, ModemJson::error_handler_t::replace), answer;
+/* The reply; null when none came. */
+Json Ask(const Json &request, double limit_s) {
+  std::string text = ControlBytes(request), answer;
   int end = Connect(limit_s);
   if (end < 0) return {};
   ssize_t length = -1;
@@ -62,14 +62,13 @@ ModemJson Ask(const ModemJson &request, double limit_s) {
       answer.append(bytes, static_cast<size_t>(length));
   }
   close(end);
-  ModemJson reply = ModemJson::parse(length == 0 ? answer : "", nullptr, false);
-  return reply.is_object() && reply.contains("status") ? reply : ModemJson();
+  return ControlReplyIn(length == 0 ? answer : "");
 }
 
 /* Again and again until it serves. */
-ModemJson AskUntilItServes(const ModemJson &request, double limit_s) {
+Json AskUntilItServes(const Json &request, double limit_s) {
   auto end = Clock::now() + std::chrono::duration<double>(limit_s);
-  ModemJson reply = Ask(request, limit_s);
+  Json reply = Ask(request, limit_s);
   while (reply.is_null() && Clock::now() < end) {
     usleep(10000);
     reply = Ask(request, limit_s);
@@ -81,71 +80,60 @@ ModemJson AskUntilItServes(const ModemJson &request, double limit_s) {
 
 const char *const kStats[] = {"unread", "read", "unsent", "sent"};
 
-std::string Text(const ModemJson &value) { return value.get<std::string>(); }
+std::string String(const Json &value) { return value.get<std::string>(); }
 
-void PrintState(const ModemJson &state) {
-  printf("number %s\ncentre %s\ncharacter set %s\n", Text(state["number"]).c_str(),
-         Text(state["centre"]).c_str(), Text(state["charset"]).c_str());
+void PrintState(const Json &state) {
+  printf("number %s\ncentre %s\ncharacter set %s\n", String(state["number"]).c_str(),
+         String(state["centre"]).c_str(), String(state["charset"]).c_str());
   printf("%s, behaviour %s", state["attached"].get<bool>() ? "attached" : "vanished",
-         Text(state["behaviour"]).c_str());
+         String(state["behaviour"]).c_str());
   if (state["amount"] != 0) printf(" %d", state["amount"].get<int>());
-  if (state["only"] != "") printf(" only %s", Text(state["only"]).c_str());
-  printf("\nreads %s, writes %s, receives %s\n", Text(state["memory"][0]).c_str(),
-         Text(state["memory"][1]).c_str(), Text(state["memory"][2]).c_str());
+  if (state["only"] != "") printf(" only %s", String(state["only"]).c_str());
+  printf("\nreads %s, writes %s, receives %s\n", String(state["memory"][0]).c_str(),
+         String(state["memory"][1]).c_str(), String(state["memory"][2]).c_str());
   for (const auto &[name, storage] : state["storages"].items()) {
     printf("%s: %zu of %d messages\n", name.c_str(), storage["messages"].size(),
            storage["size"].get<int>());
-    for (const ModemJson &message : storage["messages"])
+    for (const Json &message : storage["messages"])
       printf("  %d %s %s\n", message["index"].get<int>(),
-             kStats[message["status"].get<unsigned>() & 3], Text(message["pdu"]).c_str());
+             kStats[message["status"].get<unsigned>() & 3], String(message["pdu"]).c_str());
   }
   if (state["waiting"] != 0) printf("  %d more wait for room\n", state["waiting"].get<int>());
   printf("phonebook: %zu of %d contacts\n", state["phonebook"]["entries"].size(),
          state["phonebook"]["size"].get<int>());
-  for (const ModemJson &contact : state["phonebook"]["entries"])
-    printf("  %d %s %d %s\n", contact["index"].get<int>(), Text(contact["number"]).c_str(),
-           contact["type"].get<int>(), Text(contact["name"]).c_str());
+  for (const Json &contact : state["phonebook"]["entries"])
+    printf("  %d %s %d %s\n", contact["index"].get<int>(), String(contact["number"]).c_str(),
+           contact["type"].get<int>(), String(contact["name"]).c_str());
   puts("ussd:");
   for (const auto &[code, answer] : state["ussd"].items())
     printf("  %s %s\n", code.c_str(), answer["text"].dump().c_str());
   puts("sent:");
-  for (const ModemJson &message : state["sent"])
-    printf("  %s %s\n", Text(message["to"]).c_str(), Text(message["pdu"]).c_str());
+  for (const Json &message : state["sent"])
+    printf("  %s %s\n", String(message["to"]).c_str(), String(message["pdu"]).c_str());
   puts("last commands:");
-  for (const ModemJson &call : state["commands"])
-    printf("  %s -> %s\n", Text(call["command"]).c_str(), Text(call["result"]).c_str());
+  for (const Json &call : state["commands"])
+    printf("  %s -> %s\n", String(call["command"]).c_str(), String(call["result"]).c_str());
 }
 
 /* The status to end with. */
-int Print(const ModemJson &reply, const Asked &asked) {
+int Print(const Json &reply, const Asked &asked) {
   if (reply.is_null()) {
     fprintf(stderr, "modemctl: no answer at %s: gateway-daemon start modem starts the simulator\n",
             kModemSocket);
     return EXIT_NO_ANSWER;
   }
-  int status = reply["status"];
-  std::string text = reply.value("text", "");
-  if (status != EXIT_DONE) {
-    fprintf(stderr, "modemctl: %s\n", text.c_str());
-  } else if (reply.contains("state") && asked.json) {
-    puts(reply["state"].dump(2).c_str());
-  } else if (reply.contains("state")) {
-    PrintState(reply["state"]);
-  } else {
-    fputs(text.c_str(), stdout);
-  }
-  return status;
+  return ControlPrint("modemctl", reply, asked.json, PrintState);
 }
 
 /* ---- verbs ---- */
 
-CLI::App *AddVerb(CLI::App *app, const char *name, const char *help, ModemJson *request) {
+CLI::App *AddVerb(CLI::App *app, const char *name, const char *help, Json *request) {
   CLI::App *sub = app->add_subcommand(name, help)->fallthrough();
   sub->callback([request, name] { (*request)["verb"] = name; });
   return sub;
 }
 
-void AddVerbs(CLI::App *app, Asked *asked, ModemJson *request) {
+void AddVerbs(CLI::App *app, Asked *asked, Json *request) {
   CLI::App *receive = AddVerb(app, "receive", "A message from the network", request);
   CLI::Option *from = receive->add_option("--from", asked->from, "Number or name of the sender");
   CLI::Option *text = receive->add_option("--text", asked->message, "Its text, in UTF-8");
@@ -176,7 +164,7 @@ void AddVerbs(CLI::App *app, Asked *asked, ModemJson *request) {
   AddVerb(app, "wait", "Wait until it serves", request);
 }
 
-void FillIn(const Asked &asked, ModemJson *request) {
+void FillIn(const Asked &asked, Json *request) {
   const std::pair<const char *, const std::string &> texts[] = {
       {"from", asked.from},     {"message", asked.message}, {"pdu", asked.pdu},
       {"time", asked.time},     {"how", asked.how},         {"only", asked.only},
@@ -193,7 +181,7 @@ void FillIn(const Asked &asked, ModemJson *request) {
 int main(int argc, char **argv) {
   signal(SIGPIPE, SIG_IGN);
   Asked asked;
-  ModemJson request;
+  Json request;
   CLI::App app("The network and the hardware around the simulated modem.", "modemctl");
   app.footer(kFooter);
   app.require_subcommand(1);

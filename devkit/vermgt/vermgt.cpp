@@ -9,43 +9,40 @@
 
 namespace {
 
-VersionJson Reply(int status, const std::string &text) {
-  return {{"status", status}, {"text", text}};
-}
-
-VersionJson State(const VersionJson &) {
-  VersionJson reply = Reply(EXIT_DONE, "");
+Json State(const Json &) {
+  Json reply = ControlReply(EXIT_DONE, "");
   reply["state"] = OrderState();
   return reply;
 }
 
-VersionJson Behave(const VersionJson &request) {
+Json Behave(const Json &request) {
   std::string why = OrderBehave(request.value("how", ""), request.value("amount", int64_t{0}));
-  return Reply(why.empty() ? EXIT_DONE : EXIT_USAGE, why);
+  return ControlReply(why.empty() ? EXIT_DONE : EXIT_USAGE, why);
 }
 
-VersionJson RunVerb(const VersionJson &request) {
+Json RunVerb(const Json &request) {
   try {
     std::string verb = request.is_object() ? request.value("verb", "") : "";
     if (verb == "state") return State(request);
     if (verb == "behave") return Behave(request);
-    return Reply(EXIT_USAGE, "no verb \"" + verb + "\": see vermgtctl --help");
-  } catch (const VersionJson::exception &error) {
-    return Reply(EXIT_USAGE, std::string("a request that is none of vermgtctl's: ") + error.what());
+    return ControlReply(EXIT_USAGE, "no verb \"" + verb + "\": see vermgtctl --help");
+  } catch (const Json::exception &error) {
+    return ControlReply(EXIT_USAGE,
+                        std::string("a request that is none of vermgtctl's: ") + error.what());
   }
 }
 
 void TakeControl(int32_t, const void *data, uint32_t length) {
   const char *text = static_cast<const char *>(data);
-  VersionJson request = VersionJson::parse(text, text + length, nullptr, false);
-  (void)AnswerSender(kVersionControl, /* it does not want to know */
-                     RunVerb(request).dump(-1, ' ', false, VersionJson::error_handler_t::replace));
+  Json request = Json::parse(text, text + length, nullptr, false);
+  (void)AnswerSender(VERSION_CONTROL, /* it does not want to know */
+                     ControlBytes(RunVerb(request)));
 }
 
 const MsgEntry kMessages[] = {
-    {kVersionOrder, TakeOrder},
-    {kVersionState, TakeWord},
-    {kVersionControl, TakeControl},
+    {VERSION_ORDER, TakeOrder},
+    {VERSION_STATE, TakeWord},
+    {VERSION_CONTROL, TakeControl},
     {0, nullptr},
 };
 

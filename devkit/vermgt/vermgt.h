@@ -2,16 +2,12 @@
 #pragma once
 
 #include <cstdint>
-#include <nlohmann/json.hpp>
 
-#include "exit_status.h"
+#include "control.h"
 
 constexpr char kVersionManager[] = "tdsmgr:vermgt";
 enum : uint32_t {
-  kVersionOrder = 0xfff04, /* 320 bytes, the image's name at 192; answered with a state word */
-  kVersionState = 0xfff05, /* a state word with its NUL; answered with one */
-  /* of vermgtctl: a JSON object each way, in the answer the "status" that it ends with */
-  kVersionControl = 0x110200,
+  VERSION_ORDER = 0xfff04,    /* 320 bytes, the image's name at 192; answered with a state word */
+  VERSION_STATE = 0xfff05,    /* a state word with its NUL; answered with one */
+  VERSION_CONTROL = 0x110200, /* of vermgtctl; see control.h */
 };
-
-using VersionJson = nlohmann::ordered_json;

@@ -123,7 +123,7 @@ int ImageSwitch(std::string *why) {
 
 void ImageDrop() { (void)unlink(kPrepared); /* it is seldom there */ }
 
-VersionJson ImageFlashed() {
+Json ImageFlashed() {
   std::string image, why;
   if (ImageRead(kImageFlashed, &image, &why) != 0 || HeadDigits(image).empty()) return nullptr;
   return {{"sha256", HeadDigits(image)}, {"bytes", image.size() - kHead}};

@@ -28,4 +28,4 @@ int ImageSwitch(std::string *why);
 void ImageDrop();
 
 /* {"sha256": digits, "bytes": of the content} of the image that is flashed, or null. */
-VersionJson ImageFlashed();
+Json ImageFlashed();

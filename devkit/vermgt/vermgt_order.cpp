@@ -195,13 +195,13 @@ void TakeOrder(int32_t, const void *data, uint32_t length) {
   if (name.empty()) {
     AMS_PRINT(4, "order refused: %u bytes; send %zu that are zero but for a file's name at %zu\n",
               length, kRequestSize, kRequestName);
-    (void)AnswerSender(kVersionOrder,
+    (void)AnswerSender(VERSION_ORDER,
                        "other_failed"); /* nothing was started for who does not wait */
   } else if (Occupied()) {
-    (void)AnswerSender(kVersionOrder, "occupied");
+    (void)AnswerSender(VERSION_ORDER, "occupied");
   } else {
     const char *word = Start(name);
-    if (AnswerSender(kVersionOrder, word) != 0 && order.runs) Abandon();
+    if (AnswerSender(VERSION_ORDER, word) != 0 && order.runs) Abandon();
   }
 }
 
@@ -218,7 +218,7 @@ void TakeWord(int32_t, const void *data, uint32_t length) {
     word = "occupied";
   else
     AMS_PRINT(3, "\"%.20s\" of %s is about no order\n", said.c_str(), sender);
-  (void)AnswerSender(kVersionState, word); /* an orderer that is gone is missed by the next order */
+  (void)AnswerSender(VERSION_STATE, word); /* an orderer that is gone is missed by the next order */
   if (behaviour.kind == HALT && order.runs && kill(behaviour.amount, SIGSTOP) != 0)
     AMS_PRINT(4, "process %d is not halted: %s\n", behaviour.amount, strerror(errno));
 }
@@ -235,7 +235,7 @@ std::string OrderBehave(const std::string &how, int64_t amount) {
   return "";
 }
 
-VersionJson OrderState() {
+Json OrderState() {
   return {{"behaviour", kKinds[behaviour.kind]},
           {"amount", behaviour.amount},
           {"occupied", Occupied()},

@@ -16,7 +16,7 @@
 /* Seconds; an orderer that runs asks each 100 ms. */
 extern int order_patience;
 
-/* Message handlers of kVersionOrder and kVersionState. */
+/* Message handlers of VERSION_ORDER and VERSION_STATE. */
 void TakeOrder(int32_t id, const void *data, uint32_t length);
 void TakeWord(int32_t id, const void *data, uint32_t length);
 
@@ -28,4 +28,4 @@ int AnswerSender(uint32_t id, const std::string &text);
 std::string OrderBehave(const std::string &how, int64_t amount);
 
 /* The behaviour, the last order, and what is flashed. */
-VersionJson OrderState();
+Json OrderState();

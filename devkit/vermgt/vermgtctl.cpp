@@ -51,7 +51,7 @@ int MakeImage(const Asked &asked) {
   return ImageWrite(asked.image.c_str(), image, &why) == 0 ? EXIT_DONE : Say(EXIT_REFUSED, why);
 }
 
-void PrintState(const VersionJson &state) {
+void PrintState(const Json &state) {
   int amount = state["amount"];
   printf("behaviour %s%s\n%s\n", state["behaviour"].get<std::string>().c_str(),
          amount == 0 ? "" : (" " + std::to_string(amount)).c_str(),
@@ -60,7 +60,7 @@ void PrintState(const VersionJson &state) {
     printf("order %s of %s: %s after %d polls\n", state["name"].get<std::string>().c_str(),
            state["orderer"].get<std::string>().c_str(), state["word"].get<std::string>().c_str(),
            state["polls"].get<int>());
-  const VersionJson &flashed = state["flashed"];
+  const Json &flashed = state["flashed"];
   if (flashed.is_null())
     puts("flashed nothing");
   else
@@ -69,27 +69,19 @@ void PrintState(const VersionJson &state) {
 }
 
 int Ask(const Asked &asked) {
-  VersionJson request = {{"verb", asked.verb}, {"how", asked.how}, {"amount", asked.amount}};
-  std::string text = request.dump(-1, ' ', false, VersionJson::error_handler_t::replace);
+  Json request = {{"verb", asked.verb}, {"how", asked.how}, {"amount", asked.amount}};
+  std::string text = ControlBytes(request);
   void *bytes = nullptr;
   uint32_t length = 0;
-  if (tds_call(kVersionControl, text.data(), static_cast<uint32_t>(text.size()), kVersionManager,
+  if (tds_call(VERSION_CONTROL, text.data(), static_cast<uint32_t>(text.size()), kVersionManager,
                static_cast<uint32_t>(asked.limit_s * 1000), &bytes, &length) != 0)
     return Say(EXIT_NO_ANSWER, std::string("no answer of ") + kVersionManager + ", " +
                                    strerror(errno) + ": gateway-daemon start vermgt starts it");
-  VersionJson reply =
-      VersionJson::parse(bytes == nullptr ? "" : static_cast<char *>(bytes), nullptr, false);
+  Json reply = ControlReplyIn(bytes == nullptr ? "" : static_cast<char *>(bytes));
   __tds_free(bytes);
-  if (!reply.is_object() || !reply.contains("status"))
+  if (reply.is_null())
     return Say(EXIT_NO_ANSWER, std::string(kVersionManager) + " is no version manager");
-  int status = reply["status"];
-  if (status != EXIT_DONE) return Say(status, reply.value("text", ""));
-  if (!reply.contains("state")) return status;
-  if (asked.json)
-    puts(reply["state"].dump(2).c_str());
-  else
-    PrintState(reply["state"]);
-  return status;
+  return ControlPrint("vermgtctl", reply, asked.json, PrintState);
 }
 
 void AddVerbs(CLI::App *app, Asked *asked) {

@@ -308,14 +308,14 @@ int ams_get_next_child(struct AmsTree *root, const char *child, char url[AMS_PAT
 
 namespace {
 
-enum class Form { kPlain, kWithAttributes, kChanged };
+enum class Form { PLAIN, WITH_ATTRIBUTES, CHANGED };
 
 void AppendLeaf(const Node &leaf, const std::string &name, Form form, std::string *text) {
-  if (form == Form::kChanged && !leaf.attribute(".changed")) return;
+  if (form == Form::CHANGED && !leaf.attribute(".changed")) return;
   if (!text->empty()) *text += char{AMS_SEPARATOR};
   *text += name + "=" + leaf.child_value();
   for (const pugi::xml_attribute &attribute : leaf.attributes())
-    if (form != Form::kPlain && attribute.name()[0] != '.') *text += AttributeText(attribute);
+    if (form != Form::PLAIN && attribute.name()[0] != '.') *text += AttributeText(attribute);
 }
 
 /* `prefix`: the path of `node` from where the reading begins, with its dot. */
@@ -341,7 +341,7 @@ int ReadChanges(struct AmsTree *root, const char *path, char **text) {
   return Writing([&] {
     Place place = At(root, path);
     if (strcmp(place.node.name(), "ALL_CHANGED_DATA") == 0) place.node = place.node.parent();
-    if (HandOut(place.node, Form::kChanged, text) != 0) return -1;
+    if (HandOut(place.node, Form::CHANGED, text) != 0) return -1;
     ForgetChanges(place.node);
     return 0;
   });
@@ -351,14 +351,14 @@ int ReadChanges(struct AmsTree *root, const char *path, char **text) {
 
 int ams_get_node_value(struct AmsTree *root, const char *path, char **text) {
   const Place place = At(root, path);
-  return HandOut(place.node, Form::kPlain, text);
+  return HandOut(place.node, Form::PLAIN, text);
 }
 
 int ams_read_withAttr(struct AmsTree *root, const char *path, int change_list, char **text) {
   *text = nullptr;
   if (change_list != 0) return ReadChanges(root, path, text);
   const Place place = At(root, path);
-  return HandOut(place.node, Form::kWithAttributes, text);
+  return HandOut(place.node, Form::WITH_ATTRIBUTES, text);
 }
 
 int ams_get_idxes(struct AmsTree *root, const char *array, char *list, size_t size) {

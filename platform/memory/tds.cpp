@@ -26,7 +26,7 @@ namespace {
 using Clock = std::chrono::steady_clock;
 using Ms = std::chrono::milliseconds;
 
-enum { kQueueMessages = 1000 }; /* of one endpoint; their bytes: TDS_PAYLOAD_MAX */
+constexpr size_t kQueueMessages = 1000; /* of one endpoint; their bytes: TDS_PAYLOAD_MAX */
 
 /* What a caller of SendMsg_syn_lib waits for. */
 struct Call {

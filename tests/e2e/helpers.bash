@@ -73,6 +73,13 @@ needs_filter() {
 listeners() { ss -Hltn "sport = :$1" | wc -l; }
 listens() { [ "$(listeners "$1")" -eq "$2" ]; }
 
+# called LINE: a stub was, with these words.
+called() { grep -qxF -- "$1" "$CALLS"; }
+
+# Samba's apply ends with these; it comes a timer's period after the change.
+samba_stops() { grep -c '^killall -q smbd$' "$COMMANDS" || true; }
+samba_stopped_after() { [ "$(samba_stops)" -gt "$1" ]; }
+
 # Stubs: stub_sleep NAME SECONDS makes the script of that name take as long; stub_reset forgets it.
 stub_sleep() { echo "$2" >"/var/devkit/stub/$1.sleep"; }
 stub_reset() { rm -f /var/devkit/stub/*; }

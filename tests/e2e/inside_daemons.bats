@@ -6,7 +6,6 @@ load helpers
 
 setup() { : >$CALLS; }
 
-called() { grep -qxF -- "$1" $CALLS; }
 calls() { grep -cxF -- "$1" $CALLS || true; }
 gone() { ! pgrep -x "$1" >/dev/null; }
 # runs NAME COUNT
@@ -64,8 +63,6 @@ applies() { calls '/usr/syscfg/media.sh samba'; }
 applied() { [ "$(applies)" -ge "$1" ]; }
 # What the kernel has for an interface, in its order.
 holes() { for table in filter nat; do iptables -t $table -S | grep -e "-i $1 " || true; done; }
-stops() { grep -c '^killall -q smbd$' $COMMANDS || true; }
-stopped_after() { [ "$(stops)" -gt "$1" ]; }
 
 @test "servers of real clients" { sessions daemons; }
 

@@ -72,8 +72,6 @@ is_time() { [[ $1 =~ ^20[0-9]{2}-[01][0-9]-[0-3][0-9]T[0-2][0-9]:[0-5][0-9]:[0-6
 
 ran() { until_true ran_is "$1" || fail "it ran: $(cat $COMMANDS)"$'\n'"it should run: $1"; }
 
-called() { grep -qx -- "$1" $CALLS; }
-
 # ended LINES: the order comes to its end, which is when it has run exactly these command lines, the
 # reboot to its end, and has given back all it had.
 ended() { ran "$1" && until_true given_back && { [[ $1 != *reboot ]] || until_true called /usr/sbin/reboot; }; }

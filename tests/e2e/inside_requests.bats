@@ -4,6 +4,8 @@
 # Runs inside the sandbox.
 load helpers
 
+teardown() { stub_reset; }
+
 json() { python3 -c 'import json,sys; d = json.load(sys.stdin); print(eval(sys.argv[1]))' "$1"; }
 
 @test "sessions of the client" { sessions requests; }
@@ -22,13 +24,13 @@ json() { python3 -c 'import json,sys; d = json.load(sys.stdin); print(eval(sys.a
   in_background all get InternetGatewayDevice
   waits() { tail -n +$((before + 1)) $COMMANDS | grep -q lnsstats; }
   until_true waits
-  stub_reset
   expect 0 V2.3.1 cfgcmd get $DEVICE.X_KVO_FWVersion
   [ ! -e "$BATS_TEST_TMPDIR/all.status" ]
   refused 3 'no answer in 100 ms.* waits for sysmgr:capabinfo' cfgcmd --timeout 0.1 get InternetGatewayDevice
   kill -9 "$(pid_of sysmgr)"
   told all 1 '^cfgcmd: sysmgr:[a-zA-Z]+ died before it answered'
   refused 1 'sysmgr:devInfo is not running' cfgcmd attr InternetGatewayDevice
+  stub_reset
   gateway-daemon restart sysmgr
 }
 

@@ -5,10 +5,6 @@ load helpers
 
 teardown() { release; }
 
-# Samba's apply ends with these; it comes a timer's period after the change.
-samba_stops() { grep -c '^killall -q smbd$' $COMMANDS || true; }
-samba_stopped_after() { [ "$(samba_stops)" -gt "$1" ]; }
-
 @test "the start, a change of a user" { sessions services; }
 
 @test "a busy module delays nobody else, and its own requests come in order" {

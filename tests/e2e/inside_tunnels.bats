@@ -61,6 +61,4 @@ in_use() { printf 'path certificate "/c";\nremote %s {\n}\nremote 203.0.113.9 {\
   expect 0 '/usr/syscfg/led.sh internet_wan on 1' tail -n "+$((quiet + 1))" $COMMANDS
 }
 
-called() { grep -qxF -- "/usr/syscfg/$1" $CALLS; }
-
 @test "the start's files, the accelerator, what reaches the scripts" { sessions tunnels; }

@@ -15,7 +15,7 @@ enum : uint32_t {
   TDS_MSG_ANY = 0xffffffff,
 };
 
-constexpr char TDS_RUNTIME_DIR[] = "/var/run/tds";
+constexpr char kTdsFolder[] = "/var/run/tds";
 
 /* Serves another endpoint name on the calling module's thread, with the same message table. Module
    threads only. 0 or -1 (logged). */

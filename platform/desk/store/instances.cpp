@@ -104,7 +104,7 @@ int DeleteRun(MDB_txn *txn, const Key &top) {
 int FindInstance(MDB_txn *txn, const char *path, Key *array, uint32_t *number) {
   Key key;
   Record record;
-  if (path == nullptr || KeyOfPath(path, KEY_NODE, &key) != KEY_OK) return -1;
+  if (path == nullptr || KeyOfPath(path, KEY_NODE, &key) != 0) return -1;
   if (KeyParent(key, array) != 0 || TreeFind(txn, key, &record) != 0) return -1;
   *number = KeyNumber(key.bytes + key.last + 1, key.length - key.last - 1);
   return *number == 0 ? -1 : 0;
@@ -113,7 +113,7 @@ int FindInstance(MDB_txn *txn, const char *path, Key *array, uint32_t *number) {
 int AddNext(MDB_txn *txn, const char *path, char *url) {
   Key array;
   Record record;
-  if (path == nullptr || KeyOfPath(path, KEY_NODE, &array) != KEY_OK ||
+  if (path == nullptr || KeyOfPath(path, KEY_NODE, &array) != 0 ||
       TreeFind(txn, array, &record) != 0 || record.head.kind != KIND_ARRAY) {
     AMS_PRINT(4, "store: nothing added: %.255s is no array\n", path == nullptr ? "" : path);
     return -1;

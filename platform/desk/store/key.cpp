@@ -54,9 +54,9 @@ int KeyOfPath(const char *path, uint8_t last_separator, Key *key) {
   uint8_t *out = key->bytes; /* has room for the words that CopyName copies too many */
   key->last = 0;
   for (;;) {
-    if (path == end || *path == '.') return KEY_BAD_PATH;
+    if (path == end || *path == '.') return -1;
     path = Digit(*path) ? CopyNumber(path, end, &out) : CopyName(path, end, &out);
-    if (path == nullptr) return KEY_BAD_PATH;
+    if (path == nullptr) return -1;
     if (path == end) break;
     key->last = static_cast<size_t>(out - key->bytes);
     *out++ = KEY_NODE;
@@ -64,7 +64,7 @@ int KeyOfPath(const char *path, uint8_t last_separator, Key *key) {
   }
   key->length = static_cast<size_t>(out - key->bytes);
   if (key->last != 0) key->bytes[key->last] = last_separator;
-  return KEY_OK;
+  return 0;
 }
 
 size_t KeyToPath(const uint8_t *bytes, size_t length, char *path) {

@@ -45,10 +45,10 @@ struct Key {
   uint8_t bytes[kKeyMax + 1];
 };
 
-enum { KEY_OK = 0, KEY_BAD_PATH = -1, KEY_TOO_LONG = -2 };
+enum { KEY_TOO_LONG = -2 };
 
 /* Makes the key of a leaf (separator KEY_LEAF at the end) or of another node. One trailing dot is
-   left out. KEY_BAD_PATH: no node can have this path. */
+   left out. 0; -1: no node can have this path; KEY_TOO_LONG. */
 int KeyOfPath(const char *path, uint8_t last_separator, Key *key);
 
 /* Writes the dotted form of a key, or of its part behind some node, with a NUL; a separator at

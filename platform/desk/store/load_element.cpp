@@ -50,7 +50,7 @@ int CheckName(Loader *loader, pugi::xml_node node, std::string_view name) {
 void FindCounted(std::vector<Element> *children) {
   constexpr size_t tail = sizeof kEntriesName - 1;
   for (Element &leaf : *children) {
-    if (leaf.name.size() <= tail || leaf.kind < KIND_STRING) continue;
+    if (leaf.name.size() <= tail || leaf.kind < KIND_LEAF) continue;
     if (leaf.name.substr(leaf.name.size() - tail) != kEntriesName) continue;
     std::string_view wanted = leaf.name.substr(0, leaf.name.size() - tail);
     for (const Element &array : *children)
@@ -66,7 +66,7 @@ int SortChildren(Loader *loader, std::vector<Element> *children) {
     if ((*children)[at - 1].name == (*children)[at].name)
       return LoadRefuse(loader, (*children)[at].node, "its name stands here twice");
   std::stable_partition(children->begin(), children->end(),
-                        [](const Element &child) { return child.kind >= KIND_STRING; });
+                        [](const Element &child) { return child.kind >= KIND_LEAF; });
   return 0;
 }
 
@@ -83,7 +83,7 @@ int ChildElements(Loader *loader, Element *element) {
     children.back().place = static_cast<uint16_t>(children.size() - 1);
     if (CheckName(loader, node, node.name()) != 0) return -1;
     if (LoadElement(loader, node, false, &children.back()) != 0) return -1;
-    if (array && children.back().kind >= KIND_STRING)
+    if (array && children.back().kind >= KIND_LEAF)
       return LoadRefuse(loader, node, "an array holds one Template, Instances and objects only");
   }
   if (SortChildren(loader, &children) != 0) return -1;
@@ -143,7 +143,7 @@ int LoadCheckLeaf(Loader *loader, pugi::xml_node leaf) {
 
 int LoadElement(Loader *loader, pugi::xml_node node, bool row, Element *element) {
   if (LoadAttributes(loader, node, row, element) != 0) return -1;
-  if (element->kind >= KIND_STRING) return LoadCheckLeaf(loader, node);
+  if (element->kind >= KIND_LEAF) return LoadCheckLeaf(loader, node);
   if (loader->depth == kMostDepth)
     return LoadRefuse(loader, node, "its path has more than 255 bytes");
   ++loader->depth;

@@ -207,13 +207,13 @@ int EmitObject(Loader *loader, const Element &object, pugi::xml_node instance) {
   for (size_t at = 0; at < object.children.size(); ++at) {
     const Element &child = object.children[at];
     pugi::xml_node laid = instance ? given[at] : pugi::xml_node();
-    uint8_t separator = child.kind >= KIND_STRING ? KEY_LEAF : KEY_NODE;
+    uint8_t separator = child.kind >= KIND_LEAF ? KEY_LEAF : KEY_NODE;
     auto append = [&] {
       loader->path_length += child.name.size() + 1;
       return KeyAppendName(&loader->key, separator, child.name);
     };
     auto emit = [&] {
-      if (child.kind < KIND_STRING) return Emit(loader, child, laid, false);
+      if (child.kind < KIND_LEAF) return Emit(loader, child, laid, false);
       if (child.counts == nullptr) return EmitLeaf(loader, child, laid, false, {});
       size_t array = static_cast<size_t>(child.counts - object.children.data());
       pugi::xml_node listed = instance ? given[array] : pugi::xml_node();

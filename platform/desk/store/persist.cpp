@@ -115,7 +115,7 @@ bool IsArray(MDB_txn *txn, const Key &key) {
 /* Only a write that fails ends it. */
 int LayRows(MDB_txn *txn, const Kept &entry) {
   Key key, above;
-  if (KeyOfPath(entry.key.c_str(), KEY_NODE, &key) != KEY_OK)
+  if (KeyOfPath(entry.key.c_str(), KEY_NODE, &key) != 0)
     PassOver(entry, "its path is none");
   else if (IsArray(txn, key))
     LayArray(txn, entry, key);
@@ -154,7 +154,7 @@ int LayLeaf(MDB_txn *txn, const Kept &entry) {
   if (entry.value.size() > AMS_VALUE_MAX ||
       entry.value.find(static_cast<char>(AMS_SEPARATOR)) != std::string::npos)
     PassOver(entry, "its value is too long or holds byte 0x03");
-  else if (KeyOfPath(entry.key.c_str(), KEY_LEAF, &key) != KEY_OK || TreeFind(txn, key, &leaf) != 0)
+  else if (KeyOfPath(entry.key.c_str(), KEY_LEAF, &key) != 0 || TreeFind(txn, key, &leaf) != 0)
     PassOver(entry, "there is no such leaf");
   else if (CheckKept(txn, entry, leaf, &why) != 0)
     PassOver(entry, why.c_str());

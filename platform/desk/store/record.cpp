@@ -1,9 +1,6 @@
 // Records of the stored tree taken apart and put together; see record.h.
 #include "record.h"
 
-const char *const kKindNames[KIND_COUNT] = {"object",      "array",   "string",  "int",
-                                            "unsignedInt", "boolean", "dateTime"};
-
 ArrayCounts RecordCounts(const Record &record) {
   ArrayCounts counts = {};
   if (record.length == sizeof counts) memcpy(&counts, record.value, sizeof counts);

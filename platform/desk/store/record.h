@@ -6,21 +6,20 @@
 
 #include <cstdint>
 #include <cstring>
+#include <iterator>
 #include <string_view>
 
 #include "key.h"
 
-enum NodeKind : uint8_t {
+/* The kinds of nodes by their numbers, as in the "type" attribute. */
+inline constexpr const char *kKindNames[] = {"object",      "array",   "string",  "int",
+                                             "unsignedInt", "boolean", "dateTime"};
+enum : uint8_t {
   KIND_OBJECT, /* instances too */
   KIND_ARRAY,
-  KIND_STRING, /* this and all that follow are leaves */
-  KIND_INT,
-  KIND_UNSIGNED,
-  KIND_BOOLEAN,
-  KIND_DATETIME,
-  KIND_COUNT,
+  KIND_LEAF, /* the first of the leaves' kinds, which are the rest */
+  KIND_COUNT = std::size(kKindNames),
 };
-extern const char *const kKindNames[KIND_COUNT]; /* as in the "type" attribute */
 
 enum : uint8_t {
   RECORD_READONLY = 1, /* writable="0" */
@@ -50,7 +49,7 @@ struct Record {
   size_t length; /* of value */
 };
 
-inline bool RecordIsLeaf(const Record &record) { return record.head.kind >= KIND_STRING; }
+inline bool RecordIsLeaf(const Record &record) { return record.head.kind >= KIND_LEAF; }
 ArrayCounts RecordCounts(const Record &record);
 
 /* Takes a stored record apart. -1 when it is none. */

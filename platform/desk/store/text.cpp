@@ -11,15 +11,6 @@ namespace {
 
 constexpr char kChangedData[] = ".ALL_CHANGED_DATA";
 constexpr char kTag[] = "ams_text"; /* of the heap's table */
-constexpr size_t kKeptRows = 4096;  /* of the thread's list; a larger one is given back */
-
-/* The list for gathering is kept by the thread: a small object should not pay for its memory. */
-std::vector<Found> *ThreadRows() {
-  thread_local std::vector<Found> rows;
-  if (rows.capacity() > kKeptRows) std::vector<Found>().swap(rows);
-  rows.clear();
-  return &rows;
-}
 
 char *WriteLeaf(char *out, const Found &leaf, size_t top_length) {
   out += KeyToPath(leaf.key + top_length, leaf.key_length - top_length, out);
@@ -173,8 +164,8 @@ int ams_get_node_value(struct AmsTree *root, const char *path, char **text) {
   return TreeRead([=](MDB_txn *txn) {
     Key key;
     size_t top;
-    std::vector<Found> *leaves = ThreadRows();
-    return LeavesOf(txn, path, &key, leaves, &top) == 0 ? JoinLeaves(*leaves, top, text) : -1;
+    std::vector<Found> leaves;
+    return LeavesOf(txn, path, &key, &leaves, &top) == 0 ? JoinLeaves(leaves, top, text) : -1;
   });
 }
 

@@ -21,13 +21,13 @@ int TreeKey(const char *path, uint8_t last_separator, Key *key) {
   int rc = KeyOfPath(path, last_separator, key);
   if (rc == KEY_TOO_LONG)
     AMS_PRINT(4, "store: path \"%.64s...\" has more than %d bytes\n", path, AMS_PATH_SIZE - 1);
-  return rc == KEY_OK ? 0 : -1;
+  return rc == 0 ? 0 : -1;
 }
 
 int TreeFindPath(MDB_txn *txn, const char *path, bool log, Key *key, Record *record) {
   if (path == nullptr) return -1;
   int rc = log ? TreeKey(path, KEY_NODE, key) : KeyOfPath(path, KEY_NODE, key);
-  if (rc != KEY_OK) return -1;
+  if (rc != 0) return -1;
   if (TreeFind(txn, *key, record) == 0) return 0;
   if (key->last == 0) return -1;
   key->bytes[key->last] = KEY_LEAF;

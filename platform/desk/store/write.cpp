@@ -34,7 +34,7 @@ int Set(struct AmsTree *root, const char *path, const char *value, bool status) 
     return -1;
   }
   if (CheckValue(path, value == nullptr ? "" : value, &checked) != 0) return -1;
-  if (KeyOfPath(path, KEY_LEAF, &key) != KEY_OK) key.last = key.length = 0; /* logged as no leaf */
+  if (KeyOfPath(path, KEY_LEAF, &key) != 0) key.last = key.length = 0; /* logged as no leaf */
   return TreeWrite([&](MDB_txn *txn) {
     int result = TreeSetLeaf(txn, key, checked, status ? kStatus : kConfiguration);
     if (result == LEAF_NONE)
@@ -93,7 +93,7 @@ int ams_undo_note(struct AmsTree *root, struct AmsUndo **undo, const char *path)
   return TreeRead([=](MDB_txn *txn) {
     AmsUndo::Leaf leaf = {};
     Record record;
-    if (KeyOfPath(path, KEY_LEAF, &leaf.key) != KEY_OK || TreeFind(txn, leaf.key, &record) != 0 ||
+    if (KeyOfPath(path, KEY_LEAF, &leaf.key) != 0 || TreeFind(txn, leaf.key, &record) != 0 ||
         !RecordIsLeaf(record)) {
       AMS_PRINT(4, "store: %.255s is no leaf of the tree\n", path);
       return -1;

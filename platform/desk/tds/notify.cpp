@@ -20,13 +20,12 @@ namespace {
 std::string NotifyFolder(const std::string &publisher, uint32_t id) {
   char number[16];
   snprintf(number, sizeof(number), "/%x", id);
-  return std::string(TDS_RUNTIME_DIR) + "/notify/" + publisher + number;
+  return std::string(kTdsFolder) + "/notify/" + publisher + number;
 }
 
 /* Makes every folder of the path below the runtime's own. */
 bool MakeFolders(const std::string &folder) {
-  for (size_t end = strlen(TDS_RUNTIME_DIR); end != std::string::npos;
-       end = folder.find('/', end + 1))
+  for (size_t end = strlen(kTdsFolder); end != std::string::npos; end = folder.find('/', end + 1))
     if (mkdir(folder.substr(0, end).c_str(), 0700) != 0 && errno != EEXIST) return false;
   return mkdir(folder.c_str(), 0700) == 0 || errno == EEXIST;
 }

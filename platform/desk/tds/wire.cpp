@@ -25,6 +25,8 @@
 
 namespace {
 
+constexpr uint16_t kMagic = 0x7D51;
+constexpr uint32_t kInline = 32 * 1024;      /* most that travels in the record itself */
 constexpr int kSendBuffer = 1024 * 1024;     /* a queue's bound; the kernel may grant less */
 constexpr struct timeval kSendWait = {2, 0}; /* how long a sender waits for room */
 constexpr struct timeval kNoWait = {0, 1};   /* 0 would be for ever */
@@ -38,8 +40,7 @@ union ControlBuffer {
 bool SocketAddress(const char *name, struct sockaddr_un *address) {
   *address = {};
   address->sun_family = AF_UNIX;
-  int length =
-      snprintf(address->sun_path, sizeof(address->sun_path), "%s/%s", TDS_RUNTIME_DIR, name);
+  int length = snprintf(address->sun_path, sizeof(address->sun_path), "%s/%s", kTdsFolder, name);
   return WireNameFits(name) && length < static_cast<int>(sizeof(address->sun_path));
 }
 
@@ -110,8 +111,8 @@ bool OpenFrame(WireFrame *frame, size_t size, Passed passed) {
   if (size < sizeof(WireHead) || passed.foreign) return false;
   memcpy(&frame->head, frame->record.data(), sizeof(WireHead));
   const WireHead &head = frame->head;
-  bool large = head.length > kWireInline;
-  if (head.magic != kWireMagic || head.kind > WireKind::REFUSED || head.length > TDS_PAYLOAD_MAX ||
+  bool large = head.length > kInline;
+  if (head.magic != kMagic || head.kind > WireKind::REFUSED || head.length > TDS_PAYLOAD_MAX ||
       large != (passed.file >= 0))
     return false;
   if (size - sizeof(WireHead) != (large ? 0 : head.length)) return false;
@@ -142,7 +143,7 @@ int WireListen(const char *name) {
     errno = EINVAL;
     return -1;
   }
-  if (mkdir(TDS_RUNTIME_DIR, 0700) != 0 && errno != EEXIST) return -1;
+  if (mkdir(kTdsFolder, 0700) != 0 && errno != EEXIST) return -1;
   int probe = WireConnect(name, false);
   if (probe >= 0) close(probe);
   if (probe >= 0 || errno != ENOENT) {
@@ -187,14 +188,14 @@ int WireSend(int fd, WireKind kind, uint32_t id, uint32_t sequence, const void *
     errno = EMSGSIZE;
     return -1;
   }
-  WireHead head = {kWireMagic, kind, id, sequence, length};
+  WireHead head = {kMagic, kind, id, sequence, length};
   struct iovec pieces[] = {{&head, sizeof(head)}, {const_cast<void *>(data), length}};
   struct msghdr message = {};
   message.msg_iov = pieces;
-  message.msg_iovlen = length == 0 || length > kWireInline ? 1 : 2;
+  message.msg_iovlen = length == 0 || length > kInline ? 1 : 2;
   ControlBuffer control;
   int file = -1;
-  if (length > kWireInline) {
+  if (length > kInline) {
     file = PayloadFile(data, length);
     if (file < 0) return -1;
     message.msg_control = control.bytes;
@@ -214,7 +215,7 @@ int WireSend(int fd, WireKind kind, uint32_t id, uint32_t sequence, const void *
 }
 
 int WireReceive(int fd, WireFrame *frame, int flags) {
-  if (frame->record.empty()) frame->record.resize(sizeof(WireHead) + kWireInline + 1);
+  if (frame->record.empty()) frame->record.resize(sizeof(WireHead) + kInline + 1);
   frame->large.reset();
   struct iovec piece = {frame->record.data(), frame->record.size()};
   ControlBuffer control;

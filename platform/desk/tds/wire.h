@@ -25,9 +25,6 @@ struct WireHead {
   uint32_t length; /* of the payload */
 };
 
-constexpr uint16_t kWireMagic = 0x7D51;
-constexpr uint32_t kWireInline = 32 * 1024; /* largest payload that travels in the record itself */
-
 struct WireUnmap {
   size_t size;
   void operator()(void *map) const;

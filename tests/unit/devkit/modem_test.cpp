@@ -29,9 +29,7 @@ std::string Hear(const std::string &bytes, Modem *modem) {
   return said;
 }
 
-ModemJson Control(Modem *modem, const ModemJson &request) {
-  return ModemControl(modem, request, kNow);
-}
+Json Control(Modem *modem, const Json &request) { return ModemControl(modem, request, kNow); }
 
 /* ---- dialogues ---- */
 
@@ -66,8 +64,8 @@ std::string Framed(const std::vector<std::string> &lines) {
 void RunStep(const Step &step, bool pieces, Modem *modem) {
   modem->unsolicited.clear();
   if (step.who == '!') {
-    ModemJson state = Control(modem, {{"verb", "state"}}), reply;
-    reply = Control(modem, ModemJson::parse(step.say));
+    Json state = Control(modem, {{"verb", "state"}}), reply;
+    reply = Control(modem, Json::parse(step.say));
     std::string want, text = reply["text"];
     for (const std::string &line : step.hear) want += line + "\n";
     std::string got = reply["status"].dump() + (text.empty() ? "" : " ") + text;
@@ -162,7 +160,7 @@ TEST(Modem, TheLongestTextIsReceivedInParts) {
   std::string most;
   for (int at = 0; at < 255 * 65; ++at) most += "\u4f60";
   Modem modem;
-  ModemJson text = {{"verb", "receive"}, {"from", "907"}, {"message", most}};
+  Json text = {{"verb", "receive"}, {"from", "907"}, {"message", most}};
   const std::string places = Control(&modem, text)["text"];
   EXPECT_EQ(std::count(places.begin(), places.end(), '\n'), 255);
   text["message"] = most + "x";
@@ -173,11 +171,11 @@ TEST(Modem, StateTellsTheLastCommandsAndWhatWasSent) {
   Modem modem;
   for (int i = 0; i < 1000; ++i) Hear("AT+CMGS=23\r" + kElsewhere + "\x1a", &modem);
   Hear("AT+C\001\r", &modem);
-  ModemJson state = Control(&modem, {{"verb", "state"}})["state"];
+  Json state = Control(&modem, {{"verb", "state"}})["state"];
   EXPECT_EQ(state["commands"].size(), 20u);
-  EXPECT_EQ(state["commands"].back(), (ModemJson{{"command", "AT+C\\x01"}, {"result", "ERROR"}}));
+  EXPECT_EQ(state["commands"].back(), (Json{{"command", "AT+C\\x01"}, {"result", "ERROR"}}));
   EXPECT_EQ(state["sent"].size(), 100u);
-  EXPECT_EQ(state["sent"].back(), (ModemJson{{"to", "+46708251358"}, {"pdu", kElsewhere}}));
+  EXPECT_EQ(state["sent"].back(), (Json{{"to", "+46708251358"}, {"pdu", kElsewhere}}));
   Control(&modem, {{"verb", "reset"}});
   EXPECT_TRUE(modem.sent.empty());
 }

@@ -5,6 +5,7 @@
 #include <sys/mman.h>
 
 #include "../failing_commit.h"
+#include "../nvram/nvram_calls.h"
 #include "../other_process.h"
 #include "store_support.h"
 #include "transaction.h"

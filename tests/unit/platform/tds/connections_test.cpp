@@ -136,13 +136,13 @@ TEST_F(Tds, ACrowdCostsNobodyElse) {
 
 TEST_F(Tds, AnotherUserIsTurnedAway) {
   if (geteuid() != 0) GTEST_SKIP() << "needs root to become another user";
-  chmod(TDS_RUNTIME_DIR, 0755);
+  chmod(kTdsFolder, 0755);
   chmod("/var/run/tds/unit:a", 0777);
   int status = End(Start([] {
     if (setuid(65534) != 0) _exit(77);
     return ClosedAfter(kHello);
   }));
-  chmod(TDS_RUNTIME_DIR, 0700);
+  chmod(kTdsFolder, 0700);
   if (WEXITSTATUS(status) == 77) GTEST_SKIP() << "no second user in this name space";
   EXPECT_EQ(0, WEXITSTATUS(status));
 }

@@ -22,7 +22,7 @@ inline std::string Failed(int reason) { return std::string("failed: ") + strerro
 
 /* As Ask, with the reason and a limit. */
 inline std::string Call(uint32_t id, const std::string &payload, const char *dest,
-                        uint32_t limit = 10000) {
+                        uint32_t limit = Patience() * 1000) {
   void *reply;
   uint32_t length;
   int result = tds_call(id, payload.data(), static_cast<uint32_t>(payload.size()), dest, limit,
@@ -35,7 +35,7 @@ struct Raw {
   explicit Raw(int accepted) : fd(accepted) {}
   explicit Raw(const std::string &name, int backlog = -1) {
     struct sockaddr_un address = {AF_UNIX, ""};
-    snprintf(address.sun_path, sizeof address.sun_path, "%s/%s", TDS_RUNTIME_DIR, name.c_str());
+    snprintf(address.sun_path, sizeof address.sun_path, "%s/%s", kTdsFolder, name.c_str());
     const struct sockaddr *at = reinterpret_cast<struct sockaddr *>(&address);
     if (backlog < 0) {
       EXPECT_EQ(0, connect(fd, at, sizeof address)) << name << ": " << strerror(errno);
@@ -65,7 +65,7 @@ struct Raw {
     (void)sendmsg(fd, &message, MSG_NOSIGNAL); /* may be closed already */
   }
   /* The next record; "" at the end of the connection, "silence" when nothing comes. */
-  std::string Next(int limit_ms = 20000) {
+  std::string Next(int limit_ms = static_cast<int>(Patience()) * 1000) {
     char record[65536];
     struct pollfd end = {fd, POLLIN, 0};
     if (poll(&end, 1, limit_ms) != 1) return "silence";
@@ -75,7 +75,8 @@ struct Raw {
   }
 };
 
-enum : uint16_t { kHelloFrame, kPostFrame, kCallFrame, kAnswerFrame, kRefusedFrame };
+constexpr uint16_t kHelloFrame = 0, kPostFrame = 1, kCallFrame = 2, kAnswerFrame = 3,
+                   kRefusedFrame = 4;
 
 inline std::string Frame(uint16_t kind, uint32_t id, uint32_t sequence, const std::string &payload,
                          size_t length = std::string::npos) {

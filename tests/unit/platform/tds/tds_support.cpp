@@ -5,6 +5,7 @@
 #include <signal.h>
 
 #include <condition_variable>
+#include <cstdlib>
 #include <mutex>
 
 #include "../other_process.h"
@@ -51,10 +52,15 @@ const ModuleEntry kPeerModules[] = {{"peer:a", {0, 0}, kTable}, {}};
 
 }  // namespace
 
+uint32_t Patience() {
+  const char *seconds = getenv("GATEWAY_TIMEOUT");
+  return seconds == nullptr ? 60 : static_cast<uint32_t>(atoi(seconds));
+}
+
 std::vector<Received> Await(uint32_t id, size_t count) {
   std::unique_lock<std::mutex> lock(mutex);
   std::vector<Received> found;
-  arrived.wait_for(lock, std::chrono::seconds(10), [&] {
+  arrived.wait_for(lock, std::chrono::seconds(Patience()), [&] {
     found.clear();
     for (const Received &one : received)
       if (id == kAny || one.id == id) found.push_back(one);

@@ -16,21 +16,22 @@
 
 using Clock = std::chrono::steady_clock;
 
-enum : uint32_t {
-  kAny = 0,         /* for Await */
-  kNote = 0x110001, /* recorded */
-  kEcho = 0x110002, /* answered with its payload */
-  kDie = 0x110003,  /* the process dies in the handler */
-  kRun = 0x110004,  /* payload: pointer to a std::function, run on the module's thread */
-  kPublished = 0x110005,
-};
+constexpr uint32_t kAny = 0, /* for Await */
+    kNote = 0x110001,        /* recorded */
+    kEcho = 0x110002,        /* answered with its payload */
+    kDie = 0x110003,         /* the process dies in the handler */
+    kRun = 0x110004,         /* payload: pointer to a std::function, run on the module's thread */
+    kPublished = 0x110005;
 
 struct Received {
   uint32_t id;
   std::string payload, sender, self;
 };
 
-/* Waits for `count` records of `id`, 10 s at most, and forgets all; returns those of `id`. */
+/* Seconds for what is sure to come: GATEWAY_TIMEOUT, 60 without it. */
+uint32_t Patience();
+
+/* Waits for `count` records of `id`, Patience at most, and forgets all; returns those of `id`. */
 std::vector<Received> Await(uint32_t id, size_t count);
 
 /* Runs `work` on the module's thread: to the end; or once it has time, then `work` has to live. */

@@ -1,0 +1,24 @@
+// What a simulator and the program that drives it say to each other: a JSON object each way. The
+// request has the "verb" and its arguments; the reply has the "status" to end with, the "text" to
+// print, or the reason, and the "state" where that was asked for. Any thread.
+#pragma once
+
+#include <nlohmann/json.hpp>
+#include <string>
+
+#include "exit_status.h"
+
+using Json = nlohmann::ordered_json;
+
+Json ControlReply(int status, const std::string &text);
+
+/* As it travels; what is no UTF-8 in it is replaced. */
+std::string ControlBytes(const Json &json);
+
+/* The reply in what arrived; null: that is none. */
+Json ControlReplyIn(const std::string &bytes);
+
+/* Prints a reply, which is not null, for `program`: the state as JSON or through `print`. The
+   status to end with. */
+int ControlPrint(const char *program, const Json &reply, bool json,
+                 void (*print)(const Json &state));
