@@ -384,7 +384,7 @@ void ExpectRecords(const std::string &source, const Lines &records,
   const std::string log = LogOf(1, work);
   size_t at = 0;
   for (const std::string &record : records) {
-    const std::string whole = " default " + record + "  @P:" + source + ",L:";
+    const std::string whole = " " + record + "  @P:" + source + ",L:";
     const size_t found = log.find(whole, at);
     ASSERT_NE(found, log.npos) << "no" << whole << "\n" << log.substr(at);
     at = found + whole.size();
