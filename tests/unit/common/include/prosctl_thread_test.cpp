@@ -113,10 +113,11 @@ TEST_F(ProsCtl, TheTraceShowsTheFrameAndNothingBehindIt) {
   appt_SetTrace(0);
   std::string text = testing::internal::GetCapturedStdout();
   for (const char *line :
-       {"\t#####MSGCENTER MESSAGE TRACE#####\n", "\t#selfSpid: sysmgr:capabinfo\n",
-        "\t#senderSpid: sysmgr\n", "\t#timeStamp:  ", "\t#msgChainId: 0X34333231\n",
-        "\t#ackRet: -2\n", "\t#ackRet: 7\n\t#AckValue: text\n", "\t#eventId: 0X100005\n",
-        "\t#cmdType: 0X2\n", "\t#code: 0X1\n",
+       {"\t#####MSGCENTER MESSAGE TRACE#####\n",
+        "\t#selfSpid: sysmgr:capabinfo\n\t#senderSpid: sysmgr\n\t#timeStamp:  ",
+        "\t#eventId: 0X100005\n\t#msgChainId: 0X34333231\n\t#cmdType: 0X38373635\n"
+        "\t#code: 0X3\n\t#ackRet: -2\n\t###",
+        "\t#cmdType: 0X2\n\t#code: 0X1\n", "\t#ackRet: 7\n\t#AckValue: text\n",
         "\t#url: InternetGatewayDevice.Services.ServiceTelnet\n", "\t#value: Port=24\n",
         "\t####LeafList start####\n\t#leafName is Port.\n\t#leafValue is 24.\n\t####LeafList  "
         "end####\n",
