@@ -5,7 +5,7 @@
 #include <cstring>
 #include <string_view>
 
-#include "ams_print.h"
+#include "ams_config_print.h"
 #include "hex.h"
 
 namespace {
@@ -56,7 +56,7 @@ int cfgWanConnName(const char *path, char *name, size_t size) {
   int length = snprintf(name, size, "%s_%d_%d_%d", strstr(path, "PPP") != nullptr ? "PPP" : "IP",
                         part[0], part[1], part[2]);
   if (static_cast<size_t>(length) >= size)
-    AMS_PRINT(4, "cfgWanConnName: name of %s cut to %zu bytes\n", path, size);
+    CONFIG_PRINT(4, "cfgWanConnName: name of %s cut to %zu bytes\n", path, size);
   return 0;
 }
 
@@ -66,7 +66,7 @@ int cfgPathCut(char *path, size_t size, const char *name, int flag) {
   end += strlen(name);
   if (flag != 0) end += strcspn(end, ".");
   if (static_cast<size_t>(end - path) + 2 > size) {
-    AMS_PRINT(4, "cfgPathCut: no room for the \".\" behind %s\n", path);
+    CONFIG_PRINT(4, "cfgPathCut: no room for the \".\" behind %s\n", path);
     return -1;
   }
   strcpy(end, ".");
@@ -75,7 +75,7 @@ int cfgPathCut(char *path, size_t size, const char *name, int flag) {
 
 int cfgIsIpv4Addr(const char *text) {
   if (text == nullptr) return 0;
-  AMS_PRINT(1, "cfgIsIpv4Addr: %s\n", text);
+  CONFIG_PRINT(1, "cfgIsIpv4Addr: %s\n", text);
   unsigned part[4]; /* as unsigned numbers the negative ones are too large; 9 digits always fit */
   if (sscanf(text, "%9d.%9d.%9d.%9d", reinterpret_cast<int *>(&part[0]),
              reinterpret_cast<int *>(&part[1]), reinterpret_cast<int *>(&part[2]),
@@ -87,7 +87,7 @@ int cfgIsIpv4Addr(const char *text) {
 int cfgHexEncode(const char *text, char *hex, size_t size) {
   size_t length = strlen(text);
   if (2 * length + 1 > size) {
-    AMS_PRINT(4, "cfgHexEncode: %zu bytes as hex digits need more than %zu\n", length, size);
+    CONFIG_PRINT(4, "cfgHexEncode: %zu bytes as hex digits need more than %zu\n", length, size);
     return -1;
   }
   if (length == 0) return 0;

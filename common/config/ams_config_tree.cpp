@@ -10,14 +10,10 @@
 
 #include "ams_config_api.h"
 #include "ams_config_path.h"
+#include "ams_config_print.h"
 #include "leaf_list.h"
 
 namespace {
-
-/* Records of the views have always named the library's main file: whoever reads the logs looks for
-   it. */
-#define CONFIG_PRINT(level, ...) \
-  AMS_PRINT_AT(level, "./../common/include/ams_config_api", __LINE__, __VA_ARGS__)
 
 constexpr int kPathRoom = 1024; /* what is longer than the store's limit is refused there */
 

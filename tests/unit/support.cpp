@@ -379,6 +379,18 @@ std::string LogOf(int32_t level, const std::function<void()> &work) {
   return testing::internal::GetCapturedStderr();
 }
 
+void ExpectRecords(const std::string &source, const Lines &records,
+                   const std::function<void()> &work) {
+  const std::string log = LogOf(1, work);
+  size_t at = 0;
+  for (const std::string &record : records) {
+    const std::string whole = " " + record + "  @P:" + source + ",L:";
+    const size_t found = log.find(whole, at);
+    ASSERT_NE(found, log.npos) << "no" << whole << "\n" << log.substr(at);
+    at = found + whole.size();
+  }
+}
+
 void SetZone(const char *zone) { EXPECT_EQ(setenv("TZ", zone, 1) + first_zone, 0); }
 
 void RunMessage(const MsgEntry *table, uint32_t id, const std::string &payload) {

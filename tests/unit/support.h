@@ -98,6 +98,11 @@ int RunOp(const OpFuncEntry *table, const std::string &name, int op, const std::
 /* What goes to standard error while `work` runs with records of this level and above. */
 std::string LogOf(int32_t level, const std::function<void()> &work);
 
+/* What `work` logs has to have the records, "LEVEL TEXT", whole, in this order and from `source`.
+ */
+void ExpectRecords(const std::string &source, const Lines &records,
+                   const std::function<void()> &work);
+
 /* Gives the process another time zone, as the C library spells it. At its start it has "UTC0". */
 void SetZone(const char *zone);
 

@@ -1,6 +1,7 @@
 // The services module on its thread.
 #include "services_func.h"
 
+#include "capabinfo_thread.h"
 #include "support.h"
 
 namespace {
@@ -15,6 +16,13 @@ TEST_F(StoreTest, AChangeOfTheUserListAppliesSamba) {
   EXPECT_EQ(AwaitCommand("killall -q smbd"),
             (std::vector<std::string>{"/usr/syscfg/httpd.sh restart &", "killall -q nmbd",
                                       "killall -q smbd"}));
+}
+
+/* What each row runs then is in tests/data/ops. */
+TEST_F(StoreTest, TheStartOfTheModuleIsLogged) {
+  RecordRuntime();
+  ExpectRecords("source/capabinfo_thread", {"2 CapabInfo init success."},
+                [] { RunMessage(kCapabInfoMsgTable, TDS_MSG_INIT); });
 }
 
 }  // namespace

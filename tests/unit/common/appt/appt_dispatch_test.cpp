@@ -54,6 +54,62 @@ TEST_F(Dispatch, NamesThatAreCutAreLogged) {
   EXPECT_NE(log.find(NAME64 "s"), log.npos) << log;
 }
 
+/* The calls themselves: the requests' cases are in tests/data/ops/requests.txt. */
+TEST_F(Dispatch, EachCallLogsWhatIsWrong) {
+  const struct {
+    int (*call)(MsgArg *);
+    uint32_t command;
+    const char *url, *value;
+    int result;
+    Lines records;
+  } cases[] = {
+      {appt_Do_OpFunc,
+       kGet,
+       ROOT "Top",
+       nullptr,
+       -1,
+       {"2 The fucName is NULL at appt_Do_OpFunc, url " ROOT "Top"}},
+      {appt_Do_Obj_Data,
+       kSet,
+       ROOT "Top",
+       "A=9",
+       0,
+       {"1 Appt_Write url:" ROOT "Top.A value:9\n", "1 *pFunc->name is FuncCPUState"}},
+      {appt_Do_Obj_Data, kSet, ROOT "None", "A=9", -1, {"4 Url " ROOT "None get op failed."}},
+      {appt_Do_Obj_NoData,
+       kGet,
+       ROOT "None",
+       nullptr,
+       -1,
+       {"4 Url " ROOT "None get op failed.",
+        "4 ERROR accur at appt_Do_OpFunc when appt_Do_Obj_NoData"}},
+      /* the array above is not found behind the dot */
+      {appt_Do_Obj_NoData,
+       APPT_CMD_DEL,
+       ROOT "Black.3.",
+       nullptr,
+       0,
+       {"4 appt_GetArrayOPFunc return ERROR."}},
+      {appt_Do_Array, kGet, ROOT "None", nullptr, -1, {"4 Url " ROOT "None get op failed."}},
+      {appt_Do_Array,
+       0,
+       ROOT "Black",
+       nullptr,
+       -1,
+       {"4 The input has NULL para at appt_Do_Array."}},
+  };
+  for (const auto &one : cases) {
+    const std::string frame = RequestFrame(7, one.command, one.url);
+    MsgArg arg = {};
+    if (one.command != 0) arg.raw = reinterpret_cast<const uint8_t *>(frame.data());
+    arg.url = one.url;
+    arg.value = one.value;
+    ExpectRecords("./../common/appt/appt_dispatch", one.records,
+                  [&] { EXPECT_EQ(one.call(&arg), one.result) << one.records[0]; });
+    EXPECT_EQ(arg.rBuf, nullptr);
+  }
+}
+
 TEST_F(Dispatch, AnAnswerThatNoMessageHoldsIsRefused) {
   const std::string longest(AMS_VALUE_MAX, 'x');
   StartModules();
@@ -90,19 +146,23 @@ TEST_F(Dispatch, StoreWrappersAnswerAsTheyShould) {
   EXPECT_EQ(2U, arg.rLen);
   __tds_free(arg.rBuf);
   arg.value = "2";
-  EXPECT_EQ(0, AMS_Appt_Setattr(&arg));
+  const std::string source = "./../common/appt/appt_store";
+  ExpectRecords(source, {"1 url:" ROOT "Silent value:2"},
+                [&] { EXPECT_EQ(0, AMS_Appt_Setattr(&arg)); });
   EXPECT_EQ(0, AMS_Appt_Getattr(&arg));
   EXPECT_STREQ("2", arg.rBuf);
   __tds_free(arg.rBuf);
   MsgArg none = {};
   EXPECT_EQ(-1, AMS_Appt_Addobj(&none) & AMS_Appt_Delobj(&none));
   arg.value = "/tmp/tree.debug.xml";
-  EXPECT_EQ(0, AMS_Appt_Savetree(&arg));
+  ExpectRecords(source, {"1 dbagt:url:" ROOT "Silent value:/tmp/tree.debug.xml\n"},
+                [&] { EXPECT_EQ(0, AMS_Appt_Savetree(&arg)); });
   arg.value = "/nowhere/tree.xml";
   EXPECT_EQ(-1, AMS_Appt_Savetree(&arg));
   arg.url = ROOT "Black.3.Name";
   arg.value = "set";
-  EXPECT_EQ(0, AMS_Appt_Setleaf(&arg));
+  ExpectRecords(source, {"1 dbagt:url:" ROOT "Black.3.Name value:set\n"},
+                [&] { EXPECT_EQ(0, AMS_Appt_Setleaf(&arg)); });
   EXPECT_EQ("set", Leaf(arg.url));
 }
 

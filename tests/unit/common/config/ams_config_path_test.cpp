@@ -2,11 +2,14 @@
 // digits.
 #include "ams_config_path.h"
 
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <cstdio>
 #include <string>
 #include <vector>
+
+#include "support.h"
 
 namespace {
 
@@ -79,6 +82,27 @@ TEST(ConfigPath, AddressesAndHexDigits) {
   EXPECT_STREQ(hex, "as it is");
   EXPECT_EQ(cfgHexEncode("\xff\x01 a", hex), 0);
   EXPECT_STREQ(hex, "ff012061");
+}
+
+/* Whoever reads the logs looks for the library by its main file. */
+TEST(ConfigPath, RecordsNameTheLibrary) {
+  void (*const cases[])() = {
+      [] { cfgIsIpv4Addr("1.2.3.4"); },
+      [] {
+        char name[4];
+        cfgWanConnName("A.1", name);
+      },
+      [] {
+        char path[] = "A";
+        cfgPathCut(path, "A", 0);
+      },
+      [] {
+        char hex[2];
+        cfgHexEncode("1", hex);
+      },
+  };
+  for (void (*one)() : cases)
+    EXPECT_THAT(LogOf(1, one), testing::HasSubstr("  @P:./../common/include/ams_config_api,L:"));
 }
 
 }  // namespace

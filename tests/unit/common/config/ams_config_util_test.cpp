@@ -62,16 +62,49 @@ TEST_F(ConfigUtilTest, FindsKeys) {
   }
 }
 
-TEST_F(ConfigUtilTest, NamesTheFileThatIsMissing) {
-  char value[16] = "old";
-  const std::string log = LogOf(4, [&] {
-    EXPECT_EQ(cfgFileKeyGet("/tmp/no_such_file", "KEY=", value), -1);
-    EXPECT_EQ(cfgFileDropLines("/tmp/no_such_file", "abc"), -1);
-  });
-  size_t first = log.find("Failed /tmp/no_such_file open failed");
-  ASSERT_NE(first, std::string::npos) << log;
-  EXPECT_NE(log.find("Failed /tmp/no_such_file open failed", first + 1), std::string::npos) << log;
-  EXPECT_NE(log.find("@P:./../common/config/ams_config_util,L:"), std::string::npos) << log;
+constexpr char kSource[] = "./../common/config/ams_config_util";
+
+int Key(const char *file) {
+  char value[16];
+  return cfgFileKeyGet(file, "KEY=", value);
+}
+
+TEST_F(ConfigUtilTest, WhatIsLogged) {
+  const struct {
+    const char *text; /* the file's */
+    Lines records;
+    int result;
+    int (*work)();
+  } cases[] = {
+      {"", {"4 Failed /nowhere open failed"}, -1, [] { return Key("/nowhere"); }},
+      {"",
+       {std::string("4 failed ") + kFile + " read", "1 buf is \n"},
+       -1,
+       [] { return Key(kFile); }},
+      {"KEY=1\n", {"1 buf is KEY=1\n"}, 0, [] { return Key(kFile); }},
+      {"A=1\n", {std::string("2 can not find KEY= at ") + kFile}, -1, [] { return Key(kFile); }},
+      {"#KEY=1\n", {std::string("2 error, find KEY= at ") + kFile}, -1, [] { return Key(kFile); }},
+      {"",
+       {"4 Failed /nowhere open failed\n"},
+       -1,
+       [] { return cfgFileDropLines("/nowhere", "abc"); }},
+      {"a\n",
+       {std::string("1 failed ") + kFile + " read\r\n", "1 buf[1] is \n"},
+       0,
+       [] { return cfgFileDropLines(kFile, "abc"); }},
+      {"",
+       {"4 input is too long.\n"},
+       -1,
+       [] {
+         char digest[65];
+         return cfgSha256Hex("123456789012345678901234567890123", digest);
+       }},
+  };
+  for (const auto &one : cases) {
+    WriteText(kFile, one.text);
+    ExpectRecords(kSource, one.records,
+                  [&] { EXPECT_EQ(one.work(), one.result) << one.records[0]; });
+  }
 }
 
 TEST_F(ConfigUtilTest, RecordsFollowTheZone) {
@@ -154,7 +187,8 @@ TEST_F(ConfigUtilTest, FlashTypeComesFromTheFile) {
   EXPECT_EQ(cfgFlashIsNand(), -1) << "no file";
   for (const auto &[text, result] : cases) {
     WriteText(file, text);
-    EXPECT_EQ(cfgFlashIsNand(), result) << text;
+    const Lines records = text[0] == '\0' ? Lines{} : Lines{"1 Flash type is nor \n"};
+    ExpectRecords(kSource, records, [&] { EXPECT_EQ(cfgFlashIsNand(), result) << text; });
   }
   std::filesystem::remove(file);
 }

@@ -32,6 +32,14 @@ class ProsCtl : public StoreTest {
     return text;
   }
 
+  /* The same, with a record of level 3. */
+  static std::string Logged(const std::string &record, uint32_t id, const std::string &payload) {
+    std::string reply;
+    ExpectRecords("./../common/include/prosctl_thread", {"3 " + record},
+                  [&] { reply = Control(id, payload); });
+    return reply;
+  }
+
   static std::string Level(const std::string &name, int32_t level) {
     std::string payload = name;
     payload.resize(36);
@@ -65,6 +73,7 @@ TEST_F(ProsCtl, PrintLevels) {
     EXPECT_EQ(one.reply, Control(PROSCTL_PRINT_LEVEL, one.payload)) << one.what;
     EXPECT_EQ(one.levels, Levels()) << one.what;
   }
+  EXPECT_EQ("change prt level failed!", Logged("senderSPid is sysmgr", PROSCTL_PRINT_LEVEL, "all"));
 }
 
 TEST_F(ProsCtl, Trace) {
@@ -81,6 +90,8 @@ TEST_F(ProsCtl, Trace) {
     EXPECT_EQ(one.reply, Control(PROSCTL_TRACE, one.word + '\0')) << one.word;
     EXPECT_EQ(one.on, appt_Trace()) << one.word;
   }
+  EXPECT_EQ("trace status not write:o",
+            Logged("The trace status you input is o, not correct.", PROSCTL_TRACE, "o"));
   EXPECT_EQ("trace switch on", Control(PROSCTL_TRACE, "on")) << "a missing NUL is no harm";
 }
 
@@ -89,17 +100,24 @@ TEST_F(ProsCtl, TheTraceShowsTheFrameAndNothingBehindIt) {
   testing::internal::CaptureStdout();
   Request("sysmgr:capabinfo", APPT_CMD_SET, "InternetGatewayDevice.Services.ServiceTelnet",
           "Port=24");
-  const std::string kOdd[] = {"", "x", std::string("12345678\1\0\0\0\xff", 13),
-                              std::string("12345678\3\0\0\0ab", 14)};
+  const std::string kOdd[] = {"",
+                              "x",
+                              std::string("12345678\1\0\0\0\xff", 13),
+                              std::string("12345678\3\0\0\0ab", 14),
+                              std::string("12345678\3\0\0\0\xfe\xff\xff\xff", 16),
+                              std::string("12345678\4\0\0\0\7\0\0\0text", 20)};
   for (const std::string &frame : kOdd) Send("sysmgr:capabinfo", EV_APPT_MSG_REQUEST, frame);
-  for (int acknowledged = 0; acknowledged < 2; ++acknowledged)
+  for (int acknowledged = 0; acknowledged < 4; ++acknowledged)
     EXPECT_EQ(-1, ParseAck(AwaitMessage(EV_APPT_MSG_ACKTO_AGT).payload).result);
   Request("sysmgr:capabinfo", APPT_CMD_GET, "InternetGatewayDevice.Services.ServiceTelnet", "Port");
   appt_SetTrace(0);
   std::string text = testing::internal::GetCapturedStdout();
   for (const char *line :
-       {"\t#####MSGCENTER MESSAGE TRACE#####\n", "\t#selfSpid: sysmgr:capabinfo\n",
-        "\t#eventId: 0X100005\n", "\t#cmdType: 0X2\n", "\t#code: 0X1\n",
+       {"\t#####MSGCENTER MESSAGE TRACE#####\n",
+        "\t#selfSpid: sysmgr:capabinfo\n\t#senderSpid: sysmgr\n\t#timeStamp:  ",
+        "\t#eventId: 0X100005\n\t#msgChainId: 0X34333231\n\t#cmdType: 0X38373635\n"
+        "\t#code: 0X3\n\t#ackRet: -2\n\t###",
+        "\t#cmdType: 0X2\n\t#code: 0X1\n", "\t#ackRet: 7\n\t#AckValue: text\n",
         "\t#url: InternetGatewayDevice.Services.ServiceTelnet\n", "\t#value: Port=24\n",
         "\t####LeafList start####\n\t#leafName is Port.\n\t#leafValue is 24.\n\t####LeafList  "
         "end####\n",

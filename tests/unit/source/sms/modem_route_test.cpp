@@ -1,4 +1,8 @@
 // Which modem it is, and the two ways to it.
+#include <unistd.h>
+
+#include <thread>
+
 #include "sms_support.h"
 
 namespace {
@@ -45,6 +49,32 @@ TEST_F(ShortMsg, RoutesAreBounded) {
                    "/var/nanocom /dev/ttyUSB3 1 7", "rm -f /var/atcmd_lock"}));
   (void)AtMngrCommand("AT\r", nullptr, 0); /* no shell ran, so no status */
   EXPECT_EQ(TakeCommands(), Lines{"at-mngr  AT\r 2>/dev/null"});
+}
+
+/* Who has the lock gives it back once it is told that somebody waits. */
+TEST_F(ShortMsg, TheLockIsWaitedFor) {
+  int ends[2];
+  std::string told;
+  WriteText("/var/atcmd_lock", "");
+  ASSERT_EQ(pipe(ends), 0);
+  fflush(stdout);
+  const int before = dup(STDOUT_FILENO);
+  dup2(ends[1], STDOUT_FILENO);
+  close(ends[1]);
+  std::thread holder([&] {
+    char text[4096];
+    for (ssize_t length; (length = read(ends[0], text, sizeof text)) > 0;) {
+      told.append(text, static_cast<size_t>(length));
+      fs::remove("/var/atcmd_lock");
+    }
+  });
+  EXPECT_EQ(SHORTMSG_DoCommand("AT", 2), 0);
+  fflush(stdout);
+  dup2(before, STDOUT_FILENO);
+  close(before);
+  holder.join();
+  close(ends[0]);
+  EXPECT_EQ(told.find("shortmsg card is lockd\n"), 0U) << told;
 }
 
 }  // namespace

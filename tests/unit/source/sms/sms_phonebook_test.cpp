@@ -29,4 +29,13 @@ TEST_F(ShortMsg, PhonebookList) {
   free(text);
 }
 
+TEST_F(ShortMsg, AnEmptyPhonebook) {
+  answers_ = {{"CPBS?", "+CPBS: \"SM\",0,40\r\nOK\r\n"}};
+  char text[128];
+  FILE *out = fmemopen(text, sizeof text, "w");
+  EXPECT_EQ(ShortMsgPhonebookList(out), 0);
+  fclose(out);
+  EXPECT_STREQ(text, "not foundPhoneNoIdx}-{PhoneNo}-{PhoneNoType}-{PhoneName|,|");
+}
+
 }  // namespace
