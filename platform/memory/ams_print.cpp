@@ -53,7 +53,7 @@ void __AMS_PrintHead(int level) {
   tm local;
   clock_gettime(CLOCK_REALTIME, &now);
   localtime_r(&now.tv_sec, &local);
-  used = strftime(record, sizeof record, "%H:%M:%S", &local);
+  used = strftime(record, sizeof record, "%Y-%m-%d %H:%M:%S", &local);
   const char *name = module_name != nullptr ? module_name : DF_PRT_MAP[0].name;
   __AMS_Print(level, ".%03ld %s %d ", now.tv_nsec / 1000000, name, level);
 }

@@ -21,7 +21,7 @@ TEST_F(StoreTest, AChangeOfTheUserListAppliesSamba) {
 /* What each row runs then is in tests/data/ops. */
 TEST_F(StoreTest, TheStartOfTheModuleIsLogged) {
   RecordRuntime();
-  ExpectRecords("source/capabinfo_thread", {"2 CapabInfo init success."},
+  ExpectRecords("source/services_func", {"2 CapabInfo init success."},
                 [] { RunMessage(kCapabInfoMsgTable, TDS_MSG_INIT); });
 }
 
