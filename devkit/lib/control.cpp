@@ -13,7 +13,8 @@ std::string ControlBytes(const Json &json) {
 
 Json ControlReplyIn(const std::string &bytes) {
   Json reply = Json::parse(bytes, nullptr, false);
-  return reply.is_object() && reply.contains("status") ? reply : Json();
+  bool whole = reply.is_object() && reply.contains("status") && reply["status"].is_number_integer();
+  return whole ? reply : Json();
 }
 
 int ControlPrint(const char *program, const Json &reply, bool json,

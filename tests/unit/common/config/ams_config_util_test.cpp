@@ -185,10 +185,10 @@ TEST_F(ConfigUtilTest, FlashTypeComesFromTheFile) {
   if (!std::filesystem::create_directories(folder, error) && error)
     GTEST_SKIP() << folder << ": " << error.message() << "; run the test in the sandbox";
   EXPECT_EQ(cfgFlashIsNand(), -1) << "no file";
-  for (const auto &[text, result] : cases) {
-    WriteText(file, text);
-    const Lines records = text[0] == '\0' ? Lines{} : Lines{"1 Flash type is nor \n"};
-    ExpectRecords(kSource, records, [&] { EXPECT_EQ(cfgFlashIsNand(), result) << text; });
+  for (const auto &one : cases) {
+    WriteText(file, one.first);
+    const Lines records = *one.first == '\0' ? Lines{} : Lines{"1 Flash type is nor \n"};
+    ExpectRecords(kSource, records, [&] { EXPECT_EQ(cfgFlashIsNand(), one.second) << one.first; });
   }
   std::filesystem::remove(file);
 }
