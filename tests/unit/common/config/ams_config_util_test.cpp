@@ -112,8 +112,10 @@ TEST_F(ConfigUtilTest, RecordsFollowTheZone) {
   auto clock = [](int hours) {
     char text[32];
     struct tm parts;
-    time_t now = time(nullptr) + hours * 3600;
-    strftime(text, sizeof text, "%Y-%m-%d %H:%M:%S", gmtime_r(&now, &parts));
+    timespec now; /* time() is of a coarser clock, which lags behind the records' */
+    clock_gettime(CLOCK_REALTIME, &now);
+    now.tv_sec += hours * 3600;
+    strftime(text, sizeof text, "%Y-%m-%d %H:%M:%S", gmtime_r(&now.tv_sec, &parts));
     return std::string(text);
   };
   for (const auto &[zone, hours] : {std::pair("UTC0", 0), {"EAST-9", 9}, {"WEST7", -7}}) {
