@@ -59,8 +59,10 @@ void Carry() {
 std::string TimeIn(time_t seconds) {
   char text[32];
   struct tm parts;
-  time_t then = time(nullptr) + seconds;
-  strftime(text, sizeof text, "%Y-%m-%dT%H:%M:%S", gmtime_r(&then, &parts));
+  timespec then; /* time() is of a coarser clock, which may lag behind the order's */
+  clock_gettime(CLOCK_REALTIME, &then);
+  then.tv_sec += seconds;
+  strftime(text, sizeof text, "%Y-%m-%dT%H:%M:%S", gmtime_r(&then.tv_sec, &parts));
   return text;
 }
 
