@@ -50,8 +50,8 @@ void Fail(const char *what) {
 
 std::string RequestFrame() {
   std::string url = kObject, value = kLeaf, text(APPT_HEAD_SIZE, '\0');
-  appt_PutWord(&text[4], APPT_CMD_GET);
-  appt_PutWord(&text[8], APPT_CODE_REQUEST);
+  appt_PutWord(&text[APPT_AT_COMMAND], APPT_CMD_GET);
+  appt_PutWord(&text[APPT_AT_CODE], APPT_CODE_REQUEST);
   text += static_cast<char>(url.size());
   text += url + '\0';
   text += static_cast<char>(value.size());
@@ -59,7 +59,7 @@ std::string RequestFrame() {
 }
 
 void SendOne(uint32_t chain) {
-  appt_PutWord(&frame[0], chain);
+  appt_PutWord(&frame[APPT_AT_CHAIN], chain);
   uint32_t size = static_cast<uint32_t>(frame.size());
   run.sent_at = Nanoseconds();
   int sent = run.clients.empty() ? SendMsg(EV_APPT_MSG_REQUEST, frame.data(), size, kModule)
@@ -74,7 +74,8 @@ void OnStart(int32_t, const void *, uint32_t) {
 
 void OnAnswer(int32_t, const void *data, uint32_t len) {
   uint64_t now = Nanoseconds();
-  if (len < APPT_ACK_HEAD_SIZE || appt_GetWord(static_cast<const char *>(data) + 12) != 0)
+  if (len < APPT_ACK_HEAD_SIZE ||
+      appt_GetWord(static_cast<const char *>(data) + APPT_AT_RESULT) != 0)
     Fail("the module refused the request");
   if (run.samples != nullptr) run.samples->push_back(now - run.sent_at);
   run.answer_size = len;

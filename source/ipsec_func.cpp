@@ -130,9 +130,10 @@ int FuncServIPSecTunnelList(OpFuncArg *arg) {
 void IpsecPollTunnels(int32_t, const void *, uint32_t) {
   Address in_use = "", resolved = "";
   std::set<std::string> refused;
-  char row[AMS_PATH_SIZE];
-  for (int more = ams_get_first_child(gptXmlTrees->root, IPSEC "TunnelList", row); more == 0;
-       more = ams_get_next_child(gptXmlTrees->root, row, row)) {
+  char row[AMS_PATH_SIZE], next[AMS_PATH_SIZE];
+  for (int more = ams_get_first_child(gptXmlTrees->root, IPSEC "TunnelList", next); more == 0;
+       more = ams_get_next_child(gptXmlTrees->root, row, next)) {
+    memcpy(row, next, sizeof row);
     cfgSystemCmd("/usr/syscfg/ipsec_cfg.sh get %s ", row);
     std::string name = NameOfLostPeer(row), command = ResolveCommand(name);
     if (name.empty()) continue;

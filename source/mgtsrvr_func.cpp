@@ -49,16 +49,18 @@ bool WithoutEntry(std::string_view list, std::string_view path, std::string *wit
   return false;
 }
 
+/* A leaf that cannot be read counts as empty. */
+bool IsEmpty(const char *path) {
+  std::string value;
+  (void)LeafString(path, &value);
+  return value.empty();
+}
+
 /* Why the server cannot be reached, from what is configured; 0 when nothing is missing. */
 int MissingForInform() {
-  SavedList saved = "";
-  char up[AMS_PATH_SIZE] = "", url[100] = "";
-  (void)ams_mxml_get_leaf_value(kSaved, saved); /* what is missing counts as empty */
-  if (saved[0] == '\0') return INFORM_NO_WAN;
-  (void)ams_mxml_get_leaf_value(SERVER "X_KVO_TR069UpWAN", up);
-  if (up[0] == '\0') return INFORM_NO_WAN_UP;
-  (void)ams_mxml_get_leaf_value(SERVER "URL", url);
-  return url[0] == '\0' ? INFORM_NO_URL : 0;
+  if (IsEmpty(kSaved)) return INFORM_NO_WAN;
+  if (IsEmpty(SERVER "X_KVO_TR069UpWAN")) return INFORM_NO_WAN_UP;
+  return IsEmpty(SERVER "URL") ? INFORM_NO_URL : 0;
 }
 
 /* The flag of the last inform counts only while nothing is saved; else the management client, which

@@ -15,6 +15,7 @@ struct OpForm {
   const char *end = "\n";
 };
 
+/* Writes that line. On the thread that runs the op function. */
 void OpLog(const OpForm &form, const OpFuncArg *arg);
 
 /* The handler of a row: the beginning, then what the op function does. */

@@ -34,6 +34,18 @@ int LeafText(const char *path, char *value, size_t size) {
   return 0;
 }
 
+std::string PrintableText(std::string_view text) {
+  std::string printable;
+  for (char character : text) {
+    auto byte = static_cast<unsigned char>(character);
+    if (byte < 0x20 || byte == 0x7F)
+      printable += "\uFFFD";
+    else
+      printable += character;
+  }
+  return printable;
+}
+
 int WriteOwnFile(const char *path, const std::string &text) {
   (void)unlink(path); /* may not exist yet; what stays in the way fails the open */
   int fd = open(path, O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0600);

@@ -3,6 +3,7 @@
 
 #include <cstddef>
 #include <string>
+#include <string_view>
 
 /* The leaf's value as atoi reads it; `without` when there is no such leaf. */
 int LeafInt(const char *path, int without = 0);
@@ -18,6 +19,10 @@ template <size_t N>
 int LeafText(const char *path, char (&value)[N]) {
   return LeafText(path, value, N);
 }
+
+/* `text` with U+FFFD for each control character: a value of the store that has byte 0x03 would be
+   refused, and none of them has a meaning to who reads it. */
+std::string PrintableText(std::string_view text);
 
 /* Makes `path` a new file with this text, which only the daemon's user may open. What had the name
    is removed: a link that somebody left there is not followed. 0, or -1 with errno, and no file.

@@ -1,6 +1,6 @@
 // The FUNC table of the module, the rows of its daemons with ports, and the op functions of
 // "InternetGatewayDevice.Services." and of the user list that are a script call or two. How a
-// daemon is started is in services/netdaemon_func.cpp; the others, tunnels and voice have files of
+// daemon is started is in services/port_daemon.cpp; the others, tunnels and voice have files of
 // their own.
 //
 // A handler reads what it needs back from the data model, which has the new values already. What it

@@ -59,16 +59,17 @@ int ReadLeaf(const OpFuncArg *arg, const char *name, char (&value)[N]) {
 }
 
 /* Runs the action that the request's leaves say. */
-int RunAsked(const OpFuncArg *arg, const std::string &code) {
+int RunAsked(const OpFuncArg *arg, const std::string &text) {
   char argument[256], content[kContentRoom];
-  if (!IsNumber(code, false)) {
-    AMS_PRINT(4, "action \"%s\" refused: give the number of one\n", code.c_str());
+  int code = ShortMsgNumber(text);
+  if (code < 0) {
+    AMS_PRINT(4, "action \"%s\" refused: give the number of one\n", text.c_str());
     return -1;
   }
   if (ReadLeaf(arg, "ActionArgument", argument) != 0 ||
       ReadLeaf(arg, "ActionContent", content) != 0)
     return -1;
-  return Report(ShortMsgAction(code.c_str(), argument, content, ""));
+  return Report(ShortMsgAction(code, argument, content, ""));
 }
 
 }  // namespace
@@ -82,7 +83,8 @@ int FuncServShortMsg(OpFuncArg *arg) {
   std::string text;
   if (AsksFor(arg, "MsgInbox")) result = ReadBox(0, SHORT_MSG "MsgInbox");
   if (AsksFor(arg, "MsgOutbox")) result |= ReadBox(1, SHORT_MSG "MsgOutbox");
-  if (SetsLeaf(arg, "DelIdx", &text)) return Report(ShortMsgAction("3", text.c_str(), "", ""));
+  if (SetsLeaf(arg, "DelIdx", &text))
+    return Report(ShortMsgAction(ACTION_DELETE, text.c_str(), "", ""));
   return SetsLeaf(arg, "ActionCode", &text) ? RunAsked(arg, text) : result;
 }
 
@@ -95,7 +97,7 @@ int FuncServShortMsgSend(OpFuncArg *arg) {
     return -1;
   int result = SHORTMSG_NOTHING;
   for (const std::string &recipient : ShortMsgPieces(recipients, ';')) {
-    int sent = ShortMsgAction("7", recipient.c_str(), content, country);
+    int sent = ShortMsgAction(ACTION_STORE_AND_SEND, recipient.c_str(), content, country);
     if (result == SHORTMSG_NOTHING || result == SHORTMSG_DONE) result = sent;
   }
   return Report(result);

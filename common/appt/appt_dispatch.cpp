@@ -18,7 +18,7 @@ constexpr char kChangeList[] = "InternetGatewayDevice.ALL_CHANGED_DATA";
 
 AmsTree *Root() { return gptXmlTrees->root; }
 
-uint32_t CmdType(const MsgArg *arg) { return appt_GetWord(arg->raw + 4); }
+uint32_t CmdType(const MsgArg *arg) { return appt_GetWord(arg->raw + APPT_AT_COMMAND); }
 
 /* A text of the store becomes the request's reply. */
 int TakeReply(MsgArg *arg, int result, char *text) {

@@ -13,6 +13,8 @@ int appt_RunRequest(MsgArg *arg);
    empty or in no table, and when a command of the op function was not run (see cfgSystemCmd). */
 int appt_Do_OpFunc(MsgArg *arg);
 
+/* Steps of it, on the request's thread: a node that is no array, with leaves in the request and
+   without; an array. 0 or the result of what failed. */
 int appt_Do_Obj_Data(MsgArg *arg);
 int appt_Do_Obj_NoData(MsgArg *arg);
 int appt_Do_Array(MsgArg *arg);

@@ -16,9 +16,14 @@ enum : uint32_t {
 
 enum : uint32_t { APPT_CODE_REQUEST = 1, APPT_CODE_RESULT = 3, APPT_CODE_RESULT_VALUE = 4 };
 
+/* Where a head has its words: 12 bytes of a request, 16 of an acknowledgement, with ackRet. */
 enum {
-  APPT_HEAD_SIZE = 12,     /* msgChainId, cmdType, code */
-  APPT_ACK_HEAD_SIZE = 16, /* the same and ackRet */
+  APPT_AT_CHAIN = 0,
+  APPT_AT_COMMAND = 4,
+  APPT_AT_CODE = 8,
+  APPT_HEAD_SIZE = 12,
+  APPT_AT_RESULT = APPT_HEAD_SIZE,
+  APPT_ACK_HEAD_SIZE = 16,
 };
 
 /* 32-bit little-endian words of the frames, whatever the host's byte order. Any thread. */

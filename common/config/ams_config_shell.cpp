@@ -18,11 +18,16 @@ namespace {
 thread_local bool command_failed = false;
 
 /* -1, noted for the framework. The rest of the line may hold a password. */
-int NotRun(const char *line, int error) {
-  AMS_PRINT(4, "\"%.*s ...\" not run: %s; try again when less is running",
-            static_cast<int>(strcspn(line, " ")), line, strerror(error));
+int NotRun(const char *line, const char *why) {
+  AMS_PRINT(4, "\"%.*s ...\" not run%s", static_cast<int>(strcspn(line, " ")), line, why);
   command_failed = true;
   return -1;
+}
+
+int NotRunNow(const char *line, int error) {
+  char why[128];
+  snprintf(why, sizeof why, ": %s; try again when less is running", strerror(error));
+  return NotRun(line, why);
 }
 
 }  // namespace
@@ -34,9 +39,10 @@ int cfgSystemCmd(const char *format, ...) {
   int length = vsnprintf(line, sizeof line, format, args);
   va_end(args);
   if (length < 0 || static_cast<size_t>(length) >= sizeof line) {
-    AMS_PRINT(4, "command not run, it has %d bytes and 511 fit: %s", length, line);
-    command_failed = true;
-    return -1;
+    char why[128];
+    snprintf(why, sizeof why, ", it has %d bytes and %zu fit: set shorter values", length,
+             sizeof line - 1);
+    return NotRun(line, why);
   }
   AMS_PRINT(1, "system(%s)\n", line);
   return cfgShell(line);
@@ -48,13 +54,13 @@ int cfgSystemCmd(const char *format, ...) {
 int cfgShell(const char *line) {
   errno = 0;
   if (system(line) == 0 || errno == 0 || errno == ECHILD) return 0;
-  return NotRun(line, errno);
+  return NotRunNow(line, errno);
 }
 
 int cfgShellRead(const char *line, char *text, size_t size) {
   text[0] = '\0';
   FILE *pipe = popen(line, "re");
-  if (pipe == nullptr) return NotRun(line, errno);
+  if (pipe == nullptr) return NotRunNow(line, errno);
   size_t length = fread(text, 1, size - 1, pipe);
   text[length] = '\0';
   (void)pclose(pipe); /* there is no status */

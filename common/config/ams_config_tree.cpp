@@ -420,7 +420,8 @@ int cfgCopyNodeValue(const OpFuncArg *arg, const char *object, const char *sourc
   if (!HasLeaf(arg->value, source)) return 0;
   std::string to = PathBelow(object, target);
   ConfigItem item = {0, source, nullptr};
-  if (cfgNodeExists(to.c_str()) != 0 || ConfigItemGet(&item, object) != 0) return 0;
+  if (cfgNodeExists(to.c_str()) != 0) return 0;
+  if (ConfigItemGet(&item, object) != 0) return -1;
   char number[16];
   snprintf(number, sizeof number, "%d", atoi(item.val));
   const char *value = type != nullptr && strcmp(type, "string") == 0 ? item.val : number;

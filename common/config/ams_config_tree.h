@@ -86,6 +86,6 @@ int ConfigPathExpand(ConfigArray *sub, int index, char *path, size_t size);
 
 /* When the request's value has the leaf `source`: copies the value of `source` below `object` to
    `target` below it, where that exists (a status write if a plain one is refused). Unless `type` is
-   "string" it is written as a decimal integer. 0, or the store's result. */
+   "string" it is written as a decimal integer. 0, or the store's result; -1 without memory. */
 int cfgCopyNodeValue(const OpFuncArg *arg, const char *object, const char *source,
                      const char *target, const char *type);

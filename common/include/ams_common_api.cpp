@@ -33,7 +33,7 @@ void TraceBody(const uint8_t *data, uint32_t len, uint32_t code) {
   }
   if (code != APPT_CODE_RESULT && code != APPT_CODE_RESULT_VALUE) return;
   if (len >= APPT_ACK_HEAD_SIZE)
-    printf("\t#ackRet: %d\n", static_cast<int>(appt_GetWord(data + APPT_HEAD_SIZE)));
+    printf("\t#ackRet: %d\n", static_cast<int>(appt_GetWord(data + APPT_AT_RESULT)));
   if (code == APPT_CODE_RESULT_VALUE) TraceText("AckValue", data, len, APPT_ACK_HEAD_SIZE);
 }
 
@@ -49,9 +49,9 @@ void TraceMessage(int32_t id, const uint8_t *data, uint32_t len) {
   printf("\t#timeStamp:  %d:%d \n", seconds, milliseconds);
   printf("\t#eventId: 0X%x\n", static_cast<unsigned>(id));
   if (len >= APPT_HEAD_SIZE) {
-    uint32_t code = appt_GetWord(data + 8);
-    printf("\t#msgChainId: 0X%x\n", appt_GetWord(data));
-    printf("\t#cmdType: 0X%x\n", appt_GetWord(data + 4));
+    uint32_t code = appt_GetWord(data + APPT_AT_CODE);
+    printf("\t#msgChainId: 0X%x\n", appt_GetWord(data + APPT_AT_CHAIN));
+    printf("\t#cmdType: 0X%x\n", appt_GetWord(data + APPT_AT_COMMAND));
     printf("\t#code: 0X%x\n", code);
     TraceBody(data, len, code);
   }
@@ -77,11 +77,11 @@ void SendAck(const ApptModule *module, const void *frame, int32_t result, MsgArg
     return;
   }
   memcpy(record, frame, APPT_HEAD_SIZE);
-  appt_PutWord(record + 8, arg->rLen == 0 ? APPT_CODE_RESULT : APPT_CODE_RESULT_VALUE);
-  appt_PutWord(record + APPT_HEAD_SIZE, static_cast<uint32_t>(result));
+  appt_PutWord(record + APPT_AT_CODE, arg->rLen == 0 ? APPT_CODE_RESULT : APPT_CODE_RESULT_VALUE);
+  appt_PutWord(record + APPT_AT_RESULT, static_cast<uint32_t>(result));
   if (module->logs_result)
     APPT_PRINT(1, module, "*((int *)pReturnMsg->data)=%d ;  ret= %d \n",
-               static_cast<int>(appt_GetWord(record + APPT_HEAD_SIZE)), result);
+               static_cast<int>(appt_GetWord(record + APPT_AT_RESULT)), result);
   if (arg->rLen != 0) {
     /* an empty list answers one byte more than its text holds */
     size_t text = strnlen(arg->rBuf, arg->rLen);

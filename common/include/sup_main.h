@@ -25,6 +25,7 @@ enum {
   BOOT_RESTORE = 3,    /* "true": from the backup configuration */
   BOOT_CLEAN = 4,      /* "clean": factory defaults */
 };
+/* Without the key it is kept in nvram that the image is new (X_KVO-UserChange). */
 int get_boot_type();
 
 /* Clears the trace switch and records the firmware's build time. Returns 0. */

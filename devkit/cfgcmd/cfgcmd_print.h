@@ -2,10 +2,9 @@
 #pragma once
 
 #include <cstdint>
-#include <nlohmann/json.hpp>
 #include <string>
 
-using Json = nlohmann::ordered_json;
+#include "control.h"
 
 std::string JsonText(const Json &json);
 

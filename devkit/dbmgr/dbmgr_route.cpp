@@ -81,9 +81,9 @@ void Refuse(const Request &request, const std::string &why) {
 /* Head, url and value as the framework reads them; the plan's texts fit in one-byte lengths. */
 std::string Frame(uint32_t chain, const Plan &plan) {
   std::string frame(APPT_HEAD_SIZE, '\0');
-  appt_PutWord(&frame[0], chain);
-  appt_PutWord(&frame[4], plan.command);
-  appt_PutWord(&frame[8], APPT_CODE_REQUEST);
+  appt_PutWord(&frame[APPT_AT_CHAIN], chain);
+  appt_PutWord(&frame[APPT_AT_COMMAND], plan.command);
+  appt_PutWord(&frame[APPT_AT_CODE], APPT_CODE_REQUEST);
   frame += static_cast<char>(plan.url.size());
   frame.append(plan.url.c_str(), plan.url.size() + 1);
   frame += static_cast<char>(plan.value.size());
@@ -223,9 +223,9 @@ void RouteAcknowledgement(int32_t, const void *data, uint32_t length) {
   in_flight.erase(found);
   --modules[request.plan.module].in_flight;
 
-  int32_t result = static_cast<int32_t>(appt_GetWord(bytes + 12));
+  int32_t result = static_cast<int32_t>(appt_GetWord(bytes + APPT_AT_RESULT));
   std::string text = ReplyText(data, length);
-  Finish(request, AnswerOf(request, result, appt_GetWord(bytes + 8), text));
+  Finish(request, AnswerOf(request, result, appt_GetWord(bytes + APPT_AT_CODE), text));
   Pump(request.plan.module);
 }
 

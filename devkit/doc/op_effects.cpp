@@ -7,13 +7,13 @@
 #include <set>
 #include <sstream>
 
-#include "netdaemon_func.h"
 #include "op_rows.h"
+#include "port_daemon.h"
 #include "sup_main.h"
 
 namespace {
 
-/* "NAME OPS: TEXT" or "NAME = OTHER". */
+/* "NAME OPS: TEXT". */
 int ReadList(const char *file, Effects *effects) {
   std::ifstream lines(file);
   if (!lines) return Fail(std::string("cannot read ") + file);
@@ -21,16 +21,8 @@ int ReadList(const char *file, Effects *effects) {
     if (line.empty() || line[0] == '#') continue;
     size_t blank = line.find(' '), colon = line.find(": ");
     std::string name = line.substr(0, blank);
-    if (line.compare(blank, 3, " = ") == 0) {
-      auto other = effects->find(line.substr(blank + 3));
-      if (other == effects->end()) return Fail("no such function before: " + line);
-      (*effects)[name] = {{"", other->first}};
-    } else if (colon != std::string::npos && blank < colon) {
-      (*effects)[name].push_back(
-          {line.substr(blank + 1, colon - blank - 1), line.substr(colon + 2)});
-    } else {
-      return Fail("neither NAME OPS: TEXT nor NAME = OTHER: " + line);
-    }
+    if (colon == std::string::npos || colon <= blank) return Fail("no NAME OPS: TEXT: " + line);
+    (*effects)[name].push_back({line.substr(blank + 1, colon - blank - 1), line.substr(colon + 2)});
   }
   return 0;
 }
@@ -94,6 +86,19 @@ std::vector<Effect> DaemonEffects(const PortDaemon &daemon) {
           {"set", "when " + enable + " is 0 or 1: " + kill + "; then as at the start"}};
 }
 
+/* A row whose handler another one has, too, of which something was read, does the same. */
+void AddTwins(Effects *effects) {
+  std::map<OpFunc, std::string> told;
+  ForRows([&](const OpFuncEntry &row) {
+    if (effects->count(row.name) != 0) told.emplace(row.handler, row.name);
+  });
+  ForRows([&](const OpFuncEntry &row) {
+    auto twin = told.find(row.handler);
+    if (row.handler != nullptr && twin != told.end())
+      effects->emplace(row.name, std::vector<Effect>{{"", twin->second}});
+  });
+}
+
 /* Adds what the tables say themselves to what was read: of a daemon that may be more than its row
    tells. */
 int AddRows(Effects *effects) {
@@ -118,7 +123,9 @@ int Fail(const std::string &what, ExitStatus status) {
 }
 
 int ReadEffects(const char *file, Effects *effects) {
-  return ReadList(file, effects) == 0 && AddRows(effects) == 0 ? EXIT_DONE : EXIT_REFUSED;
+  if (ReadList(file, effects) != 0) return EXIT_REFUSED;
+  AddTwins(effects);
+  return AddRows(effects) == 0 ? EXIT_DONE : EXIT_REFUSED;
 }
 
 std::map<std::string, bool> TableNames() {

@@ -22,6 +22,7 @@
 
 #include "exit_status.h"
 #include "modem_tty.h"
+#include "new_file.h"
 #include "parse.h"
 
 namespace {
@@ -31,7 +32,6 @@ using Clock = std::chrono::steady_clock;
 constexpr char kCommandFile[] = "/var/atcmd", kResultFile[] = "/var/atresult_1";
 constexpr int kQueryLimit = 10, kSendLimit = 30; /* seconds, unless the caller says */
 constexpr size_t kAnswerMax = 1 << 20;
-constexpr char kEndOfPdu = 0x1A, kEscape = 0x1B;
 constexpr int kQuietMs = 100; /* see Exchange */
 
 /* A tty, and until when everything has to be done. */
@@ -215,13 +215,8 @@ bool ReadCommand(std::string *command, std::string *pdu) {
   return any;
 }
 
-/* Complete under another name first: its reader looks at any time. */
 int WriteResult(const std::string &answer) {
-  std::string fresh = std::string(kResultFile) + ".new";
-  FILE *file = fopen(fresh.c_str(), "we");
-  bool written = file != nullptr && fwrite(answer.data(), 1, answer.size(), file) == answer.size();
-  if (file != nullptr && fclose(file) != 0) written = false;
-  if (written && rename(fresh.c_str(), kResultFile) == 0) return 0;
+  if (WriteNewFile(kResultFile, answer) == 0) return 0;
   fprintf(stderr, "nanocom: cannot write %s: %s\n", kResultFile, strerror(errno));
   return -1;
 }

@@ -8,12 +8,12 @@
 #include "escape.h"
 #include "modem_book.h"
 #include "modem_sms.h"
+#include "modem_tty.h"
 
 namespace {
 
 constexpr size_t kLineMax = 1024; /* bytes of a command or a PDU */
 constexpr size_t kCallsMax = 20;
-constexpr char kEndOfPdu = 0x1A, kEscape = 0x1B;
 
 std::string Upper(std::string text) {
   for (char &letter : text) letter = static_cast<char>(toupper(static_cast<unsigned char>(letter)));

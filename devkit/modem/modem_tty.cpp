@@ -15,6 +15,7 @@
 #include <cstring>
 
 #include "modem_core.h"
+#include "new_file.h"
 
 namespace {
 
@@ -44,14 +45,8 @@ int Failed(const char *what, const char *path) {
   return -1;
 }
 
-/* Written complete under another name first, since its reader may look at any time. */
 int WriteFile(const char *path, const std::string &text) {
-  std::string fresh = std::string(path) + ".new";
-  FILE *file = fopen(fresh.c_str(), "we");
-  if (file == nullptr) return Failed("write", fresh.c_str());
-  bool written = fwrite(text.data(), 1, text.size(), file) == text.size();
-  if (fclose(file) != 0 || !written) return Failed("write", fresh.c_str());
-  return rename(fresh.c_str(), path) == 0 ? 0 : Failed("make", path);
+  return WriteNewFile(path, text) == 0 ? 0 : Failed("write", path);
 }
 
 /* ---- plugged in, plugged out ---- */

@@ -7,6 +7,9 @@
 /* The tty that the daemon's table of USB modems has for "2c7c 0125". */
 constexpr char kModemTty[] = "/dev/ttyUSB3";
 
+/* What ends the text of a PDU, and what gives it up. */
+constexpr char kEndOfPdu = 0x1A, kEscape = 0x1B;
+
 /* Plugged in or out, as the state says. 0, or -1 (said on standard error): it is out. */
 int TtyFollow(Modem *modem);
 void TtyDetach();

@@ -17,7 +17,9 @@ struct Asked {
   std::string key, setting;
 };
 
-int Get(const Asked &asked) {
+ExitStatus Done(int result) { return result == 0 ? EXIT_DONE : EXIT_REFUSED; }
+
+ExitStatus Get(const Asked &asked) {
   std::unique_ptr<char, decltype(&free)> value(nvram_get(asked.key.c_str(), asked.area), free);
   if (!value) {
     fprintf(stderr, "nvram: \"%s\" is not set in area %d: nvram show lists what is\n",
@@ -25,42 +27,42 @@ int Get(const Asked &asked) {
     return EXIT_REFUSED;
   }
   puts(value.get());
-  return 0;
+  return EXIT_DONE;
 }
 
-int Set(const Asked &asked) {
+ExitStatus Set(const Asked &asked) {
   size_t equals = asked.setting.find('=');
   if (equals == std::string::npos || equals == 0) {
     fprintf(stderr, "nvram: \"%s\" is no KEY=VALUE\n", asked.setting.c_str());
     return EXIT_USAGE;
   }
-  return nvram_set(asked.setting.substr(0, equals).c_str(),
-                   asked.setting.substr(equals + 1).c_str(), asked.area);
+  return Done(nvram_set(asked.setting.substr(0, equals).c_str(),
+                        asked.setting.substr(equals + 1).c_str(), asked.area));
 }
 
-int Unset(const Asked &asked) { return nvram_unset(asked.key.c_str(), asked.area); }
+ExitStatus Unset(const Asked &asked) { return Done(nvram_unset(asked.key.c_str(), asked.area)); }
 
-int Commit(const Asked &asked) { return nvram_commit(asked.area); }
+ExitStatus Commit(const Asked &asked) { return Done(nvram_commit(asked.area)); }
 
 int ShowOne(const char *key, const char *value, void *) {
   printf("%s=%s\n", key, value);
   return 0;
 }
 
-int Show(const Asked &asked) { return nvram_walk(asked.area, "", ShowOne, nullptr); }
+ExitStatus Show(const Asked &asked) { return Done(nvram_walk(asked.area, "", ShowOne, nullptr)); }
 
 }  // namespace
 
 int main(int argc, char **argv) {
   AMS_PrintMgt_Init();
   Asked asked;
-  int (*run)(const Asked &) = nullptr;
+  ExitStatus (*run)(const Asked &) = nullptr;
   CLI::App app("Non-volatile settings of the gateway.", "nvram");
   app.require_subcommand(1)->fallthrough();
   app.add_option("--area", asked.area, "1: changed parameters, 2: basic settings")
       ->check(CLI::Range(1, 2))
       ->capture_default_str();
-  auto verb = [&](const char *name, const char *help, int (*handler)(const Asked &)) {
+  auto verb = [&](const char *name, const char *help, ExitStatus (*handler)(const Asked &)) {
     CLI::App *sub = app.add_subcommand(name, help);
     sub->callback([&run, handler] { run = handler; });
     return sub->fallthrough();
@@ -72,5 +74,5 @@ int main(int argc, char **argv) {
   verb("show", "Print every setting of the area", Show);
   if (auto end = ParseCommandLine(&app, argc, argv)) return *end;
   /* Settings that cannot be opened are not settings that are not set. */
-  return nvram_init_semaphore() == 0 && run(asked) == 0 ? EXIT_DONE : EXIT_REFUSED;
+  return nvram_init_semaphore() == 0 ? run(asked) : EXIT_REFUSED;
 }

@@ -22,7 +22,7 @@ struct PrtMapEntry {
 extern struct PrtMapEntry DF_PRT_MAP[];
 
 /* Prepares the service for this process (stdout becomes line buffered, so that plain printf texts
-   reach the log in order). Call once, before the first record. */
+   reach the log in order). Call once. Records of before it are printed, too. */
 void AMS_PrintMgt_Init(void);
 
 /* Installs handlers that write a back trace to standard error when the process dies of SIGSEGV,

@@ -86,8 +86,8 @@ int ams_get_node_attr(struct AmsTree *root, const char *path, const char *name, 
                       size_t size);
 
 /* URL of the first child of `parent`, and of the child after `child` (leaves included, file order;
-   of an array the instances by number, then what lies beside them). -1 after the last one. The
-   instance `child` may be gone by then. */
+   of an array the instances by number, then what lies beside them), in a buffer of its own. 0, or
+   -1 after the last one. The instance `child` may be gone by then. */
 int ams_get_first_child(struct AmsTree *root, const char *parent, char url[AMS_PATH_SIZE]);
 int ams_get_next_child(struct AmsTree *root, const char *child, char url[AMS_PATH_SIZE]);
 
@@ -104,14 +104,16 @@ int ams_read_withAttr(struct AmsTree *root, const char *path, int change_list, c
    list does not fit (then "", logged). */
 int ams_get_idxes(struct AmsTree *root, const char *array, char *list, size_t size);
 
-/* Highest instance number in the array now, as decimal text ("0" when empty). */
+/* Highest instance number in the array now, as decimal text ("0" when empty). -1 when it is not an
+   array or the text does not fit (then "", logged). */
 int ams_get_array_maxIndex(struct AmsTree *root, const char *array, char *text, size_t size);
 
 /* The bare value of a leaf, copied into `value`, cut (logged) and terminated. -1, `value`
    untouched, when there is no such leaf. */
 int ams_mxml_get_leaf(const char *path, char *value, size_t size);
 
-/* The instances of an array: paths ending in ".", at most AMS_LIST_SLOTS (more are logged). */
+/* The instances of an array: paths ending in ".", at most AMS_LIST_SLOTS (more are logged). 0; -1,
+   count 0, when it is not an array. */
 struct AmsArrayList {
   uintptr_t count;
   char (*slots)[AMS_LIST_SLOT_SIZE]; /* the caller's, AMS_LIST_SLOTS of them */
@@ -141,8 +143,8 @@ int ams_mxml_sset_leaf_int(const char *path, int value);
 int ams_add_obj(struct AmsTree *root, const char *array, char url[AMS_PATH_SIZE]);
 int ams_del_obj(struct AmsTree *root, const char *instance);
 
-/* The node's notify attribute ("0" when it has none), until a file is loaded; "0" takes a leaf off
-   the change list. 0 or -1 (logged). */
+/* The node's notify attribute, 1 to 64 bytes ("0" when it has none), until a file is loaded; "0"
+   takes a leaf off the change list. 0 or -1 (logged). */
 int ams_get_attr(struct AmsTree *root, const char *path, char *value, size_t size);
 int ams_set_attr(struct AmsTree *root, const char *path, const char *value);
 

@@ -106,7 +106,8 @@ void tds_gettime(int32_t *seconds, int32_t *milliseconds);
 
 /* The counted heap: live blocks and bytes are kept by tag, a string that lives for ever. NULL when
    there is no memory. __tds_realloc keeps the block's first tag unless `block` is NULL; __tds_free
-   takes NULL. */
+   takes NULL; __tds_strndup copies `length` bytes, whatever they are, and puts a NUL behind them.
+ */
 void *__tds_malloc(size_t size, const char *tag);
 void *__tds_realloc(void *block, size_t size, const char *tag);
 void __tds_free(void *block);

@@ -183,7 +183,8 @@ bool LayInstances(Node array, const char *list) {
 
 int LayKept(const char *key, const char *value, void *) {
   Node node = Find(*shared.draft.tree, key);
-  const bool is_value = IsLeaf(node) && strchr(value, AMS_SEPARATOR) == nullptr;
+  const bool is_value = IsLeaf(node) && strchr(value, AMS_SEPARATOR) == nullptr &&
+                        strcmp(node.attribute("writable").value(), "0") != 0;
   if (is_value) SetValue(node, value);
   if (!is_value && !(IsArray(node) && LayInstances(node, value)))
     AMS_PRINT(3, "store: what is kept as %s does not fit the tree\n", key);
@@ -256,7 +257,8 @@ void mxmlSetWrapMargin(int column) { shared.margin = std::max(column, 0); }
 int update_from_nvram(struct AmsTree *root, int area) {
   if (root == nullptr) return Refuse("update_from_nvram", "nothing is loaded");
   return Writing([&] {
-    if (nvram_walk(area, "", LayKept, nullptr) != 0) return -1;
+    const std::string below = std::string(shared.draft.tree->document_element().name()) + ".";
+    if (nvram_walk(area, below.c_str(), LayKept, nullptr) != 0) return -1;
     LayStatus(shared.draft.before->document_element());
     ForgetChanges(shared.draft.tree->document_element());
     return 0;
@@ -463,9 +465,12 @@ int ams_get_attr(struct AmsTree *root, const char *path, char *value, size_t siz
 }
 
 int ams_set_attr(struct AmsTree *root, const char *path, const char *value) {
+  constexpr size_t kLongest = 64;
   return Writing([&] {
     Node node = At(root, path).node;
     if (!node || value == nullptr) return Refuse(path, "there is no such node, or no value");
+    if (*value == '\0' || strnlen(value, kLongest + 1) > kLongest)
+      return Refuse(path, "the notify attribute has 1 to 64 bytes");
     SetAttribute(node, "notify", value);
     if (!IsNotified(node)) node.remove_attribute(".changed");
     return 0;

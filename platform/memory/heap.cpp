@@ -69,7 +69,6 @@ char *__tds_strdup(const char *text, const char *tag) {
 }
 
 char *__tds_strndup(const char *text, size_t length, const char *tag) {
-  length = strnlen(text, length);
   auto *copy = static_cast<char *>(__tds_malloc(length + 1, tag));
   if (copy == nullptr) return nullptr;
   memcpy(copy, text, length);

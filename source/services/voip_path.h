@@ -1,5 +1,6 @@
-// The voice path: on gateways with an LTE modem it moves between the firmware's voice stack and the
-// modem's own voice. On the thread of "sysmgr:capabinfo".
+// The voice service: its start, and its voice path: on gateways with an LTE modem that moves
+// between the firmware's voice stack and the modem's own voice. On the thread of
+// "sysmgr:capabinfo".
 #pragma once
 
 #define VOIP_SERVICE "InternetGatewayDevice.Services.VoiceService."

@@ -1,5 +1,5 @@
-// What the LTE modem is told and asked by AT commands, what it answers, and what is known of it.
-// How the commands reach it is in modem_route.h.
+// What the LTE modem is asked about itself and its storage, what it answers, and what is known of
+// it. How the commands reach it is in modem_route.h.
 //
 // All on the thread of "sysmgr:capabinfo".
 #pragma once

@@ -17,11 +17,12 @@ enum { MODEM_LINE_LIMIT = 1003 }; /* bytes that a line whose answer is captured 
 
 /* Asks with one AT text, written as the shell has to read it (see modem_at.cpp). With a buffer: the
    bytes of the answer, at most `size` and not terminated, or -1. Without one (NULL, or size 0 or
-   less): the shell's status. */
+   less), which nothing here asks for: 0, or -1 (logged), it was not run. */
 int AtMngrCommand(const char *command, char *reply, int size);
 
-/* Runs a shell line and captures what it prints: bytes read, at most `size` and not terminated;
-   -1 (on standard output) when the line is NULL, is too long, or nothing was captured. */
+/* Runs a shell line and captures what it prints: bytes read, at most `size` and not terminated, 0
+   without a buffer; -1 (on standard output) when the line is NULL, is too long, or nothing was
+   captured. */
 int RunShellCapture(const char *line, char *buffer, int size);
 
 /* ---- interactive route ---- */

@@ -13,16 +13,10 @@
 
 namespace {
 
-/* -1 when it is none: 0 would be the first message of a modem, and the action that deletes. */
-int NumberOf(const std::string &text) {
-  if (!IsNumber(text, false)) return -1;
-  return static_cast<int>(std::min(strtol(text.c_str(), nullptr, 10), long{INT32_MAX}));
-}
-
 int DeleteEach(const char *list, int (*remove)(int)) {
   std::vector<std::string> pieces = ShortMsgPieces(list, ',');
   for (const std::string &piece : pieces) {
-    int index = NumberOf(piece);
+    int index = ShortMsgNumber(piece);
     if (index < 0 || remove(index) != 0) return SHORTMSG_DELETE_FAILED;
   }
   return pieces.empty() ? SHORTMSG_NOTHING : SHORTMSG_DONE;
@@ -82,17 +76,27 @@ int AddPhonebook(const ActionArg &arg) {
   return added == 0 ? SHORTMSG_DONE : SHORTMSG_PHONEBOOK_FAILED;
 }
 
-int Nothing(const ActionArg &) { return SHORTMSG_NOTHING; }
-
 int SetServiceCentre(const ActionArg &arg) {
   return ModemSetServiceCentre(arg.argument) == 0 ? SHORTMSG_DONE : SHORTMSG_CENTRE_FAILED;
 }
 
-/* By action code. */
-int (*const kActions[])(const ActionArg &) = {
-    DeleteMessages,  DeleteMessages, DeleteMessages, DeleteMessages, SelectOnly,
-    SelectOnly,      Send,           StoreAndSend,   StoreUnsent,    DeletePhonebook,
-    DeletePhonebook, AddPhonebook,   Nothing,        Nothing,        SetServiceCentre,
+const struct {
+  int code;
+  int (*run)(const ActionArg &);
+} kActions[] = {
+    {0, DeleteMessages},
+    {1, DeleteMessages},
+    {2, DeleteMessages},
+    {ACTION_DELETE, DeleteMessages},
+    {4, SelectOnly},
+    {5, SelectOnly},
+    {ACTION_SEND, Send},
+    {ACTION_STORE_AND_SEND, StoreAndSend},
+    {ACTION_STORE, StoreUnsent},
+    {ACTION_DELETE_PHONEBOOK, DeletePhonebook},
+    {10, DeletePhonebook},
+    {ACTION_ADD_PHONEBOOK, AddPhonebook},
+    {ACTION_SET_CENTRE, SetServiceCentre},
 };
 
 }  // namespace
@@ -107,10 +111,14 @@ std::vector<std::string> ShortMsgPieces(std::string_view list, char separator) {
   return pieces;
 }
 
-int ShortMsgAction(const char *code, const char *argument, const char *content,
-                   const char *country) {
-  int action = NumberOf(code);
-  bool known = action >= 0 && action < static_cast<int>(std::size(kActions));
-  msgResult = known ? kActions[action]({argument, content, country}) : SHORTMSG_NOTHING;
+int ShortMsgNumber(const std::string &text) {
+  if (!IsNumber(text, false)) return -1;
+  return static_cast<int>(std::min(strtol(text.c_str(), nullptr, 10), long{INT32_MAX}));
+}
+
+int ShortMsgAction(int code, const char *argument, const char *content, const char *country) {
+  auto row = std::find_if(std::begin(kActions), std::end(kActions),
+                          [code](const auto &action) { return action.code == code; });
+  msgResult = row == std::end(kActions) ? SHORTMSG_NOTHING : row->run({argument, content, country});
   return msgResult;
 }

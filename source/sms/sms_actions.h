@@ -6,13 +6,24 @@
 #include <string_view>
 #include <vector>
 
-/* Runs action `code` (decimal text; anything else is no action): 0 to 3 delete the messages of a
-   list "1,2,3", 6 sends, 7 stores and sends, 8 stores, 9 and 10 delete phonebook entries of a list,
-   11 adds one (`argument` the number, `content` the name), 14 sets the service centre. Returns its
-   result (modem_at.h), which is in msgResult too. `content` and `country` may be "". Texts are
-   UTF-8 and stay the caller's. On the thread of "sysmgr:capabinfo"; it waits for the modem. */
-int ShortMsgAction(const char *code, const char *argument, const char *content,
-                   const char *country);
+enum {
+  ACTION_DELETE = 3, /* the messages of a list "1,2,3"; so do 0, 1 and 2 */
+  ACTION_SEND = 6,
+  ACTION_STORE_AND_SEND = 7,
+  ACTION_STORE = 8,
+  ACTION_DELETE_PHONEBOOK = 9, /* the entries of a list; so does 10 */
+  ACTION_ADD_PHONEBOOK = 11,   /* `argument` the number, `content` the name */
+  ACTION_SET_CENTRE = 14,      /* the service centre */
+};
+
+/* Runs an action; other codes do nothing. Returns its result (modem_at.h), which is in msgResult
+   too. `content` and `country` may be "". Texts are UTF-8 and stay the caller's. On the thread of
+   "sysmgr:capabinfo"; it waits for the modem. */
+int ShortMsgAction(int code, const char *argument, const char *content, const char *country);
+
+/* The number that `text` is in decimal digits, INT32_MAX for a larger one; -1 when it is none: 0
+   would be the first message of a modem, and the action that deletes. Any thread. */
+int ShortMsgNumber(const std::string &text);
 
 /* The pieces of a list, empty ones left out. */
 std::vector<std::string> ShortMsgPieces(std::string_view list, char separator);

@@ -123,7 +123,7 @@ std::string Record(const ShortMsgEntry &entry, const std::string &index, const s
   for (const std::string &field : {index, std::to_string(Status(entry, mark)),
                                    std::string(entry.number), std::string(entry.time), content})
     record += field + "}-{";
-  return ShortMsgPrintable(record + "|,|");
+  return PrintableText(record + "|,|");
 }
 
 /* Parts that no record took would stay in the storage unseen. */
@@ -270,18 +270,6 @@ void AskForList(int filter, Listing *listing) {
 }
 
 }  // namespace
-
-std::string ShortMsgPrintable(std::string_view text) {
-  std::string printable;
-  for (char character : text) {
-    auto byte = static_cast<unsigned char>(character);
-    if (byte < 0x20 || byte == 0x7F)
-      printable += "\uFFFD";
-    else
-      printable += character;
-  }
-  return printable;
-}
 
 void ShortMsgForget(int index) { *MarkOf(index, StorageMarks()) = {}; }
 

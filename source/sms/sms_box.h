@@ -5,7 +5,6 @@
 
 #include <cstddef>
 #include <string>
-#include <string_view>
 
 #include "sms_pdu.h"
 
@@ -23,7 +22,3 @@ int SHORTMSG_SMS_Get(int filter, char *text, size_t size);
 /* Forgets what is known of the message at `index` of the storage: another one may take its place.
  */
 void ShortMsgForget(int index);
-
-/* `text` with U+FFFD for each control character: a value of the store that has byte 0x03 would be
-   refused, and none of them has a meaning to who reads it. */
-std::string ShortMsgPrintable(std::string_view text);

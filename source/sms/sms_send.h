@@ -6,6 +6,7 @@
 
 #include "sms_pdu.h"
 
-/* Sends or stores `text`, in as many messages as it takes. `status`: SHORTMSG_UNSENT or _SENT. */
+/* Sends or stores `text`, in as many messages as it takes. `country`: the code that `number` is
+   dialled from, "+86", "0086", or "". `status`: SHORTMSG_UNSENT or _SENT. */
 int SHORTMSG_SendMessage(const char *number, const char *text, const char *country);
 int SHORTMSG_saveMessage(const char *number, const char *text, const char *country, int status);

@@ -13,7 +13,7 @@
 #include "ams_common_api.h"
 #include "ams_config_api.h"
 #include "ams_config_shell.h"
-#include "sms_box.h"
+#include "op_values.h"
 #include "sms_text.h"
 
 long short_msg_ussd_time = 0;
@@ -124,7 +124,7 @@ std::string JoinedMenu() {
   if (file == nullptr) return menu;
   for (bool first = true; fgets(line, sizeof line, file) != nullptr; first = false) {
     line[strcspn(line, "\r\n")] = '\0';
-    menu += (first ? "" : "<br>") + ShortMsgPrintable(line);
+    menu += (first ? "" : "<br>") + PrintableText(line);
   }
   fclose(file);
   return menu.substr(0, kAnswerRoom - 1);

@@ -20,7 +20,7 @@ lines() {
   done
 }
 
-# load COUNT: eight clients with as many requests each, checked.
+# load_all COUNT: eight clients with as many requests each, checked.
 load_all() {
   local client pids=()
   for client in 1 2 3 4 5 6 7 8; do

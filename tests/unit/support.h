@@ -50,7 +50,7 @@ using Lines = std::vector<std::string>;
 /* The lines given to system() and popen() since the last call, in order, and forgets them. */
 std::vector<std::string> TakeCommands();
 
-/* As TakeCommands, once the line `last` has been run; 10 s later the test fails. */
+/* As TakeCommands, once the line `last` has been run; a minute later the test fails. */
 std::vector<std::string> AwaitCommand(const std::string &last);
 
 /* Output of the next popen() that has none yet; without any, output is empty. */
@@ -117,7 +117,8 @@ struct PeerMessage {
   uint32_t id;
 };
 
-/* Takes out the oldest message `id` that a peer got, waiting for it; 10 s later the test fails. */
+/* Takes out the oldest message `id` that a peer got, waiting for it; a minute later the test fails.
+ */
 PeerMessage AwaitMessage(uint32_t id);
 
 /* A request frame as the data-base manager sends it, and its way to a module. */

@@ -63,7 +63,7 @@ _Unwind_Reason_Code DumpFrame(struct _Unwind_Context *context, void *) {
 
 /* Nothing here takes memory; the default action, restored by SA_RESETHAND, ends the process. */
 void DumpAndDie(int signal_number) {
-  static const char kTitle[] = "fatal signal, back trace:\n";
+  static const char kTitle[] = "back trace:\n";
   (void)!write(STDERR_FILENO, kTitle, sizeof(kTitle) - 1); /* nothing left to do when it fails */
   _Unwind_Backtrace(DumpFrame, nullptr);
   raise(signal_number);

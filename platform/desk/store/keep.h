@@ -11,7 +11,7 @@
 #include "nvram_desk.h"
 
 /* What the open write changes of the configuration; `highest` is the highest number that the array
-   ever used. 0 or -1 (logged). */
+   ever used. 0 or -1 (logged): what is kept of the row cannot be read. */
 void KeepLeaf(const Key &key, std::string_view value);
 int KeepAdded(const Key &array, uint32_t number);
 int KeepDeleted(const Key &array, uint32_t number, uint32_t highest);
@@ -20,10 +20,10 @@ int KeepDeleted(const Key &array, uint32_t number, uint32_t highest);
 int KeepRead(const Key &key, std::optional<std::string> *value); /* 0 or -1 (logged) */
 int KeepAgain(const Key &key, const std::optional<std::string> &value);
 
-/* Makes these changes in nvram, all or none, and forgets them, as does the other. `before` gets
-   what they replace. 0, also when there are none, or -1 (logged). */
+/* Makes these changes in nvram, all or none, and forgets them. `before` gets what they replace. 0,
+   also when there are none, or -1 (logged). */
 int KeepApply(std::vector<NvramChange> *before);
-void KeepNothing();
+void KeepNothing(); /* forgets them only */
 
 /* Takes back what KeepApply did; what cannot be taken back is logged. */
 void KeepTakeBack(const std::vector<NvramChange> &before);

@@ -44,7 +44,7 @@ struct ShortMsgParam {
 struct ShortMsgEntry {
   int16_t index, stat;
   char number[32];
-  char parts[128]; /* indexes of a long message's parts */
+  char parts[128]; /* for the indexes of a long message's parts; nobody here needs them */
   char content[2048];
   char time[32];
   uint8_t taken;
@@ -85,6 +85,7 @@ struct ShortMsgDecoded {
 };
 extern ShortMsgDecoded short_msg_decoded;
 
+/* As PduEncode and PduDecode; the text and the first reference go into short_msg_decoded. */
 int SHORTMSG_EncodePdu(const ShortMsgParam *record, char (&pdu)[SHORTMSG_PDU_SIZE],
                        const ShortMsgHeader *header);
 int SHORTMSG_DecodePdu(const char *pdu, ShortMsgParam *record, ShortMsgEntry *entry);

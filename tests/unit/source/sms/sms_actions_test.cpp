@@ -42,7 +42,8 @@ TEST_F(ShortMsg, Actions) {
   for (const ActionCase &one : kActions) {
     SetUp();
     answers_ = one.answers;
-    EXPECT_EQ(ShortMsgAction(one.code, one.argument, one.content, ""), one.result) << one.what;
+    EXPECT_EQ(ShortMsgAction(ShortMsgNumber(one.code), one.argument, one.content, ""), one.result)
+        << one.what;
     EXPECT_EQ(msgResult, one.result) << one.what;
     EXPECT_EQ(TakeCommands(), one.lines) << one.what;
   }
