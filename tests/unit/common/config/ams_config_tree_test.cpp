@@ -16,7 +16,7 @@
 #include "ams_config_shell.h"
 #include "support.h"
 #include "tds_heap.h"
-#if __has_include(<rapidcheck.h>)
+#ifdef HAVE_RAPIDCHECK
 #include <rapidcheck.h>
 #endif
 
@@ -351,7 +351,7 @@ TEST(ConfigTreeDeathTest, NullRecordsEndTheProcess) {
 
 /* ---- against a plain model ---- */
 
-#if __has_include(<rapidcheck.h>) /* a board's tool chain may have none */
+#ifdef HAVE_RAPIDCHECK /* a board's tool chain may have none */
 
 struct PlainTable {
   std::map<int, Values> rows;
