@@ -17,6 +17,7 @@ else()
   # Position-independent code of this machine keeps a table of addresses a file, and so all that a file names.
   set(CMAKE_CXX_FLAGS_INIT "-fno-pie -isystem ${SYSMGR_TOOLCHAIN}/sysroot/usr/include")
   set(CMAKE_EXE_LINKER_FLAGS_INIT "-no-pie -L${SYSMGR_TOOLCHAIN}/sysroot/usr/lib")
+  string(APPEND CMAKE_EXE_LINKER_FLAGS_INIT " -Wl,--disable-new-dtags") # the path is for what libraries need, too
   set(loader ld.so.1)
 endif()
 if(SYSMGR_RUNTIME)
