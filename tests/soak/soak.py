@@ -1,0 +1,176 @@
+#!/usr/bin/env python3
+"""The long run: drives the gateway in which it runs with cfgcmd alone, and checks it against a plain model."""
+import argparse
+import collections
+import random
+import sys
+import threading
+import time
+import zlib
+
+import gateway
+import mix
+import model as plain
+import specials
+from gateway import NAMES, Wrong
+
+CLIENTS = 4
+ERA = 40  # steps: in every other era nothing of the gateway is killed, so that what grows can be seen
+WARM = 10  # steps of such an era before the first look
+# What a process may use more at the end of an era: KiB of its own, descriptors, threads.
+LIMITS = (512, 0, 0)
+FAULTS = (("sysmgr",), ("dbmgr",), ("dbmgr", "sysmgr"), ("modem",), ("vermgt",), NAMES)
+
+
+class Run:
+    def __init__(self, options):
+        self.options = options
+        self.counts = collections.Counter()
+        self.lock = threading.Lock()
+        self.answered = 0
+        self.moved = threading.Condition(self.lock)
+        self.warm, self.growth = {}, {name: [0, 0, 0, 0] for name in NAMES}
+        self.clients = [gateway.Client() for _ in range(CLIENTS + 1)]
+        self.model = plain.Model(gateway.snapshot())
+
+    def count(self, what, number=1):
+        with self.moved:
+            self.counts[what] += number
+            self.moved.notify_all()
+
+    def rng(self, step, who):
+        return random.Random(f"{self.options.seed}/{step}/{who}")
+
+    def own(self, number):
+        """The paths of a client: they are its own, so that parallel clients cannot be in each other's way."""
+        home = self.model.home
+        return lambda paths: sorted(p for p in paths if zlib.crc32(home(p).encode()) % CLIENTS == number)
+
+    def ask_many(self, step, number, faulty):
+        rng = self.rng(step, number)
+        for _ in range(rng.randint(10, 40)):
+            came_to = mix.one(self.clients[number], rng, self.model, self.own(number), faulty)
+            self.count("requests")
+            self.count(came_to)
+            if came_to == "unsent":
+                time.sleep(0.02)  # as a client that tries again
+
+    def fault(self, step):
+        """Some of the gateway dies or is restarted at a moment in the midst of the requests."""
+        rng = self.rng(step, "fault")
+        names, dies = rng.choice(FAULTS), rng.random() < 0.75
+        begun = self.counts["requests"]
+        with self.moved:
+            wanted = begun + rng.randint(1, 40)
+            self.moved.wait_for(lambda: self.counts["requests"] >= wanted, 5)
+        time.sleep(rng.random() / 200)  # within a request, not between two
+        if dies:
+            gateway.kill(*names)
+        gateway.daemon("start" if dies else "restart", *names)
+        self.count("faults" if dies else "restarts")
+
+    def step(self, step):
+        rng = self.rng(step, "step")
+        faulty = step // ERA % 2 == 0 and rng.random() < 0.5
+        others = [lambda: self.fault(step)] if faulty else []
+        if not faulty and rng.random() < 0.6:
+            name, special = rng.choice(specials.SPECIALS)
+            others = [lambda: special(self.clients[CLIENTS], rng)]
+            self.count(name)
+        together([lambda n=n: self.ask_many(step, n, faulty) for n in range(CLIENTS)] + others)
+        if faulty:
+            mix.fence(self.clients[0])
+            self.model.settle(gateway.snapshot())
+        if faulty or step % 5 == 4:
+            self.audit()
+
+    def audit(self):
+        lost = self.model.differences(gateway.snapshot())
+        if lost:
+            self.counts["lost writes"] += len(lost)
+            raise Wrong("; ".join(lost[:5]))
+
+    def measure(self, step):
+        """At the end of a step nothing is asked: what is used now is kept, or compared with what was."""
+        if step // ERA % 2 == 0 or step % ERA < WARM:
+            self.warm = {}
+            return
+        for name in NAMES:
+            process = (name, gateway.pid(name))
+            now = (gateway.blocks() if name == "sysmgr" else 0, *gateway.used(name))
+            warm = self.warm.setdefault(process, now)
+            self.growth[name] = [max(g, n - w) for g, n, w in zip(self.growth[name], now, warm)]
+
+    def grown(self):
+        """What is beyond the limits."""
+        limits = LIMITS if not gateway.os.environ.get("GATEWAY_SANITIZE") else (float("inf"), *LIMITS[1:])
+        return [name for name in NAMES if any(g > l for g, l in zip(self.growth[name], (0, *limits)))]
+
+
+def together(tasks):
+    """Runs them side by side; raises what one of them raised."""
+    raised = []
+
+    def guarded(task):
+        try:
+            task()
+        except Exception as error:  # in a thread of its own it would be printed and forgotten
+            raised.append(error)
+
+    threads = [threading.Thread(target=guarded, args=(task,)) for task in tasks]
+    for thread in threads:
+        thread.start()
+    for thread in threads:
+        thread.join()
+    if raised:
+        raise raised[0]
+
+
+def table(run, steps, seconds):
+    counts = run.counts
+    rows = [("steps", steps), ("seconds", round(seconds)), ("requests", counts["requests"]),
+            ("answers", counts["answered"]), ("not begun, in a fault", counts["unsent"]),
+            ("died with a fault", counts["lost"]), ("confirmed changes", run.model.confirmed)]
+    rows += [(name, counts[name]) for name in sorted({name for name, _ in specials.SPECIALS})]
+    rows += [("faults injected", counts["faults"]), ("restarts", counts["restarts"]),
+             ("lost writes", counts["lost writes"]), ("wrong answers", counts["wrong answers"]),
+             ("leaked blocks", run.growth["sysmgr"][0])]
+    lines = [f"{name:24}{number:>10}" for name, number in rows]
+    lines += [f"growth of {name:14}{kib:>10} KiB, {fds} descriptors, {threads} threads"
+              for name, (_, kib, fds, threads) in run.growth.items()]
+    return "\n".join(lines)
+
+
+def main():
+    parser = argparse.ArgumentParser()
+    parser.add_argument("--minutes", type=float, default=1e9)
+    parser.add_argument("--steps", type=int, default=1 << 60)
+    parser.add_argument("--seed", type=int, required=True)
+    parser.add_argument("--from", type=int, default=0, dest="first")
+    options = parser.parse_args()
+    run, begin, step, wrong = Run(options), time.monotonic(), options.first, None
+    gateway.until(lambda: "\nkillall -q smbd\n" in gateway.text_of(gateway.COMMANDS), "the last of the start")
+    said = begin
+    try:
+        while step - options.first < options.steps and time.monotonic() - begin < options.minutes * 60:
+            run.step(step)
+            run.measure(step)
+            step += 1
+            if time.monotonic() - said > 10:
+                said = time.monotonic()
+                print(f"soak: step {step}, {run.counts['requests']} requests, {run.counts['faults']} faults, "
+                      f"{said - begin:.0f} s", file=sys.stderr)
+        run.audit()
+    except Wrong as error:
+        wrong = error
+        run.counts["wrong answers"] += 1 if not run.counts["lost writes"] else 0
+    print(table(run, step - options.first, time.monotonic() - begin))
+    if wrong:
+        sys.exit(f"soak: seed {options.seed}, step {step}: {wrong}\n"
+                 f"soak: again: script/soak --seed {options.seed} --from {step} --steps 1")
+    if run.grown():
+        sys.exit(f"soak: seed {options.seed}: grown beyond the limits: {', '.join(run.grown())}")
+
+
+if __name__ == "__main__":
+    main()
