@@ -74,6 +74,14 @@ def until(true, what):
     return value
 
 
+def settled(look, is_so):
+    """The last look, when it is so at last or the patience is at its end."""
+    limit = time.monotonic() + PATIENCE
+    while not is_so(seen := look()) and time.monotonic() < limit:
+        time.sleep(0.05)
+    return seen
+
+
 def text_of(path):
     with open(path, encoding="utf-8", errors="replace") as file:
         return file.read()
@@ -107,8 +115,10 @@ def used(name):
 
 
 def blocks():
-    """Live blocks of the daemon's counted heap: the table's last line is the total."""
-    return int(run("cfgcmd", "--timeout", str(PATIENCE), "mem").split()[-2])
+    """Live blocks of the daemon's counted heap by tag; the table's last line is the total."""
+    lines = run("cfgcmd", "--timeout", str(PATIENCE), "mem").splitlines()
+    rows = [line.split() for line in lines[lines.index(next(x for x in lines if x.startswith("tag "))) + 1 :]]
+    return {row[0]: int(row[-2]) for row in rows if len(row) > 2 and row[-2].isdigit()}
 
 
 def snapshot():

@@ -2,6 +2,8 @@
 
 An operation is a list: ["set", OBJECT, {LEAF: VALUE}], ["add", ARRAY], ["del", ROW]. One whose answer was lost
 is unsure until the store is read: then all of it is there, or nothing. Nothing else is asked of its object."""
+import json
+import os
 import re
 import xml.etree.ElementTree as ElementTree
 
@@ -66,7 +68,7 @@ class Model:
         arrays = {path[:-4] for path in self.shapes if path.endswith(".{i}")}
         deep = {path.rpartition(".{i}.")[0] for path in self.shapes if ".{i}." in path}
         self.objects, self.rows, self.highest, self.unsure = {}, {}, {}, {}
-        self.confirmed = 0
+        self.confirmed, self.journal = 0, None
         for path, text in values.items():
             above, _, leaf = path.rpartition(".")
             if leaf in self.shapes.get(generic(above), {}):
@@ -88,7 +90,13 @@ class Model:
             return f"{op[0]} {op[1]}"
         return "set " + " ".join(f"{op[1]}.{leaf} {word(text)}" for leaf, text in op[2].items())
 
+    def note(self, *entry):
+        """One line of the journal, if one is kept; it is outside when the power goes."""
+        if self.journal is not None:
+            os.write(self.journal, json.dumps(entry).encode() + b"\n")
+
     def begin(self, op):
+        self.note("begin", op)
         self.unsure[self.home(op[1])] = op
 
     def unsent(self, op):
@@ -96,6 +104,7 @@ class Model:
 
     def done(self, op, answer):
         """It was confirmed."""
+        self.note("done", op, answer)
         array, _, last = answer.rpartition(".")
         if op[0] == "add":
             if array != op[1] or not last.isdigit() or int(last) <= max(self.rows[array], default=0):

@@ -127,8 +127,8 @@ def inform(client, _):
 
 def timer(client, rng):
     """Samba is applied a timer's period after the set."""
-    samba = f"set {ROOT}.Services.ServiceSamba.Enable {rng.choice('01')}"
-    grows(COMMANDS, "\nkillall -q smbd\n", lambda: client.done(samba))
+    on, line = rng.choice((("0", "\nkillall -q smbd\n"), ("1", "\n/usr/syscfg/media.sh samba &\n")))
+    grows(COMMANDS, line, lambda: client.done(f"set {ROOT}.Services.ServiceSamba.Enable {on}"))
 
 
 def download(client, rng):

@@ -1,0 +1,102 @@
+#!/usr/bin/env python3
+"""Inside the sandbox, between two power cuts: starts the gateway, sees that what was confirmed before the last cut
+is there or its loss said, then changes parameters until the power goes. A line of standard output is an event:
+"up", "confirmed", or "wrong" with what."""
+import itertools
+import json
+import os
+import random
+import sys
+import threading
+
+import gateway
+import mix
+from model import Model
+from soak import own_of, together
+
+CLIENTS = 3
+JOURNAL = "/var/persist/journal"  # no part of the gateway
+LOSS = {"none": "", "area1": "the commit before is used", "all": "the area's settings are lost"}
+
+
+def say(*words):
+    os.write(1, " ".join(words).encode() + b"\n")
+
+
+def replay(store, without=()):
+    """The model as the journal has it; `without` some of its changes."""
+    with open(JOURNAL, encoding="utf-8") as file:
+        entries = [json.loads(line) for line in file if line.endswith("\n")]
+    model = Model(store)
+    model.objects, rows, model.highest = entries[0]
+    model.rows = {array: set(numbers) for array, numbers in rows.items()}
+    for entry in entries[1:]:
+        if entry[1] not in without:
+            getattr(model, entry[0])(*entry[1:])
+    return model, [entry[1] for entry in entries if entry[0] == "done"]
+
+
+def differences(store, damage):
+    """What is not as it was, and the model of what is. A damaged last commit may cost one change."""
+    model, done = replay(store)
+    tries = [()] + [(op,) for op in done[-CLIENTS:] if damage == "area1"]
+    first = None
+    for without in tries:
+        model, _ = replay(store, without)
+        in_flight = len(model.unsure)
+        model.settle(store)
+        found = model.differences(store)
+        first = first or found
+        if not found:
+            say("checked", str(len(done)), str(in_flight), str(len(without)))
+            return [], model
+    return first, model
+
+
+def begin(damage):
+    store = gateway.snapshot()
+    model = Model(store)
+    if os.path.exists(JOURNAL):
+        log = gateway.text_of("/var/log/devkit/dbmgr.log")
+        said = [line for line in log.splitlines() if " 4 nvram: " in line]
+        maybe, damage = damage.endswith("?"), damage.rstrip("?")
+        if (LOSS[damage] not in "".join(said) and not maybe) or (said and damage == "none"):
+            return say("wrong", f"after damage to {damage} the log says {said}")
+        if damage != "all":
+            found, seen = differences(store, damage)
+            if found:
+                return say("wrong", "; ".join(found[:5]))
+            model.highest = seen.highest
+    with open(JOURNAL, "w", encoding="utf-8") as file:
+        rows = {array: sorted(numbers) for array, numbers in model.rows.items()}
+        file.write(json.dumps([model.objects, rows, model.highest]) + "\n")
+    model.journal = os.open(JOURNAL, os.O_WRONLY | os.O_APPEND)
+    return model
+
+
+def change(model, number, seed):
+    client, rng = gateway.Client(), random.Random(f"{seed}/{number}")
+    own = own_of(model, number, CLIENTS)
+    for _ in itertools.count():
+        before = model.confirmed
+        mix.one(client, rng, model, own, False)
+        if model.confirmed > before:
+            say("confirmed")
+
+
+def main():
+    damage, seed = sys.argv[1:]
+    os.symlink(f"{os.environ['DEVKIT_BUILD']}/bin/stub", "/usr/sbin/dropbearkey")  # a key takes seconds
+    gateway.daemon("start", "dbmgr", "sysmgr")
+    model = begin(damage)
+    if model:
+        say("up")
+        together([lambda n=n: change(model, n, seed) for n in range(CLIENTS)])
+
+
+if __name__ == "__main__":
+    try:
+        main()
+    except (gateway.Wrong, OSError) as error:
+        say("wrong", str(error).replace("\n", " "))
+    threading.Event().wait(gateway.PATIENCE)  # for the cut
