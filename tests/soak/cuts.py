@@ -13,9 +13,9 @@ import tempfile
 import time
 
 HERE = os.path.dirname(os.path.realpath(__file__))
-# What becomes of the files at a cut, and how often: nothing; a commit that was begun is torn; the last commit;
-# it and the one before.
-DAMAGES = {"none": 10, "new": 5, "area1": 4, "all": 1}
+# What becomes of the files at a cut, and how often: nothing; a commit that was begun is torn; the last commit,
+# when none was begun; it and the one before.
+DAMAGES = {"none": 8, "new": 4, "area1": 7, "all": 1}
 TEARS = ("cut", "zeros", "junk", "empty")
 PAGE = 4096
 
@@ -40,8 +40,9 @@ def tear(rng, flash, damage):
 
     if damage == "none" or not os.path.exists(f"{flash}/area1"):
         return "none"
-    if damage == "new":
-        rewrite("area1.new", "area1.new" if os.path.exists(f"{flash}/area1.new") else "area1")
+    begun = os.path.exists(f"{flash}/area1.new")
+    if damage == "new" or (damage == "area1" and begun):  # what was written last is what is torn
+        rewrite("area1.new", "area1.new" if begun else "area1")
         return "none"
     before = os.path.exists(f"{flash}/area1.1")
     rewrite("area1", "area1")
@@ -100,7 +101,7 @@ def main():
     parser = argparse.ArgumentParser()
     parser.add_argument("--cuts", type=int, required=True)
     parser.add_argument("--seed", type=int, required=True)
-    parser.add_argument("sandbox", nargs="+")
+    parser.add_argument("sandbox", nargs="+", help="its command line, behind --")
     options = parser.parse_args()
     counts, expected, begin = collections.Counter(), "none", time.monotonic()
     folder = tempfile.mkdtemp(prefix="soak_cuts_")

@@ -15,11 +15,14 @@ import specials
 from gateway import NAMES, Wrong
 
 CLIENTS = 4
-ERA = 40  # steps: in every other era nothing of the gateway is killed, so that what grows can be seen
-WARM = 10  # steps of such an era before the first look
-# What a process may use more at the end of an era: KiB of its own, descriptors, threads.
+# What a process may use more at the end of a calm time: KiB of its own, descriptors, threads.
 LIMITS = (512, 0, 0)
 FAULTS = (("sysmgr",), ("dbmgr",), ("dbmgr", "sysmgr"), ("modem",), ("vermgt",), NAMES)
+
+
+def calm(step):
+    """Faults and calm take turns, each time twice as long: in a calm time nothing is killed, and what grows is seen."""
+    return step.bit_length() % 2 == 0
 
 
 def own_of(model, number, clients):
@@ -71,7 +74,7 @@ class Run:
 
     def step(self, step):
         rng = self.rng(step, "step")
-        faulty = step // ERA % 2 == 0 and rng.random() < 0.5
+        faulty = not calm(step) and rng.random() < 0.5
         others = [lambda: self.fault(step)] if faulty else []
         if not faulty and rng.random() < 0.6:
             name, special = rng.choice(specials.SPECIALS)
@@ -92,7 +95,8 @@ class Run:
 
     def measure(self, step):
         """At the end of a step nothing is asked: what is used now is kept, or compared with what was."""
-        if step // ERA % 2 == 0 or step % ERA < WARM:
+        era = 1 << step.bit_length() >> 1
+        if not calm(step) or era < 8 or step < era + era // 4:
             self.warm = {}
             return
         for name in NAMES:
