@@ -22,7 +22,7 @@ PAGE = 4096
 
 def torn(rng, data):
     """The bytes of a file as a write that was torn leaves them: its last pages are missing or are others."""
-    start = rng.randrange(max(0, len(data) - 2 * PAGE), len(data)) // 512 * 512
+    start = rng.randrange(max(0, len(data) - 2 * PAGE), len(data) + 1) // 512 * 512
     tear = rng.choice(TEARS)
     if tear in ("cut", "empty"):
         return data[: start if tear == "cut" else 0]

@@ -74,14 +74,6 @@ def until(true, what):
     return value
 
 
-def settled(look, is_so):
-    """The last look, when it is so at last or the patience is at its end."""
-    limit = time.monotonic() + PATIENCE
-    while not is_so(seen := look()) and time.monotonic() < limit:
-        time.sleep(0.05)
-    return seen
-
-
 def text_of(path):
     with open(path, encoding="utf-8", errors="replace") as file:
         return file.read()
@@ -115,10 +107,9 @@ def used(name):
 
 
 def blocks():
-    """Live blocks of the daemon's counted heap by tag; the table's last line is the total."""
-    lines = run("cfgcmd", "--timeout", str(PATIENCE), "mem").splitlines()
-    rows = [line.split() for line in lines[lines.index(next(x for x in lines if x.startswith("tag "))) + 1 :]]
-    return {row[0]: int(row[-2]) for row in rows if len(row) > 2 and row[-2].isdigit()}
+    """Live blocks of the daemon's counted heap by tag; "total" is one."""
+    rows = [line.rsplit(maxsplit=2) for line in run("cfgcmd", "--timeout", str(PATIENCE), "mem").splitlines()]
+    return {row[0]: int(row[1]) for row in rows if len(row) == 3 and row[1].isdigit() and row[2].isdigit()}
 
 
 def snapshot():

@@ -1,6 +1,7 @@
 """What acts beyond the store: modem, keys, notifications, timers, informs, downloads, access control. One of them
 runs beside the parallel clients, on parameters that are nobody else's."""
 import os
+import subprocess
 import threading
 import time
 
@@ -154,13 +155,9 @@ def download(client, rng):
 
 def access(client, rng):
     """An entry is made, changed, removed; the packet filter follows, where the machine has one."""
-    def lets_in(port):
-        return f"--dport {port} -j ACCEPT" in run("iptables", "-S", "SCL_IP_ACCEPT")
-
     def is_so(port, open_now):
-        if os.path.exists("/tmp/no_filter"):
-            return
-        if lets_in(port) != open_now:
+        rules = subprocess.run(["iptables", "-S"], stdout=subprocess.PIPE, stderr=subprocess.DEVNULL, text=True, check=False)
+        if rules.returncode == 0 and (f"--dport {port} -j ACCEPT" in rules.stdout) != open_now:
             raise Wrong(f"port {port} is {'not ' if open_now else ''}let in")
 
     ports = rng.sample(range(5000, 6000), 2)
