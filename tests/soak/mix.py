@@ -75,12 +75,11 @@ def one(client, rng, model, own, faulty):
         line = model.line(op)
     answer = client.ask(line)
     if UNSENT.match(answer) or LOST.match(answer):
-        sent = LOST.match(answer) is not None
         if not faulty:
             raise Wrong(f"{line}: {answer}")
-        if op is not None and not sent:
-            model.unsent(op)
-        return "lost" if sent else "unsent"
+        if op is not None:
+            model.died(op, answer, UNSENT.match(answer) or "parameters are as before" in answer)
+        return "lost" if LOST.match(answer) else "unsent"
     if op is not None:
         model.done(op, answer)
     elif not expected(model, line)(answer):

@@ -99,8 +99,12 @@ class Model:
         self.note("begin", op)
         self.unsure[self.home(op[1])] = op
 
-    def unsent(self, op):
-        del self.unsure[self.home(op[1])]
+    def died(self, op, answer, not_done):
+        """Somebody died before the answer; it may say what became of the change."""
+        if not_done or "parameters have changed" in answer:
+            del self.unsure[self.home(op[1])]
+        if not not_done and "parameters have changed" in answer:
+            self.make_so(op)
 
     def done(self, op, answer):
         """It was confirmed."""
@@ -113,7 +117,7 @@ class Model:
                 raise Wrong(f"add {op[1]}: {answer}, the highest number so far is {self.highest[array]}")
         elif answer != "ok":
             raise Wrong(f"{self.line(op)}: {answer}")
-        self.unsent(op)
+        del self.unsure[self.home(op[1])]
         self.confirmed += 1
         self.make_so(op, int(last) if last.isdigit() else 0)
 
