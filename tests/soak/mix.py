@@ -67,7 +67,9 @@ def one(client, rng, model, own, faulty):
     if isinstance(line, tuple):
         line, why = line
         answer = client.ask(line)
-        if not (answer.startswith("error: ") and why in answer) and not (faulty and UNSENT.match(answer)):
+        if not (answer.startswith("error: ") and why in answer) and not (
+            faulty and (UNSENT.match(answer) or LOST.match(answer))
+        ):
             raise Wrong(f"{line}: {answer}: not refused because it {why}")
         return "answered"
     if op is not None:
