@@ -84,8 +84,8 @@ def power(rng, sandbox, state, expected, counts):
             if what == "wrong":
                 return line[6:-1]
             if what == "checked":
-                counts["changes in flight"] += int(words[1])
-                counts["changes lost, and said"] += int(words[2])
+                counts["changes in flight"] += int(words[0])
+                counts["changes lost, and said"] += int(words[1])
             if what == "confirmed":
                 wanted -= 1
             if wanted == 0:

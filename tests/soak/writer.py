@@ -23,34 +23,45 @@ def say(*words):
     os.write(1, " ".join(words).encode() + b"\n")
 
 
-def replay(store, without=()):
-    """The model as the journal has it; `without` some of its changes."""
-    with open(JOURNAL, encoding="utf-8") as file:
-        entries = [json.loads(line) for line in file if line.endswith("\n")]
+def replay(store, entries, without=()):
+    """The model as the journal has it, without some of its lines."""
     model = Model(store)
-    model.objects, rows, model.highest = entries[0]
+    model.objects, rows, model.highest = json.loads(json.dumps(entries[0]))
     model.rows = {array: set(numbers) for array, numbers in rows.items()}
-    for entry in entries[1:]:
-        if entry[1] not in without:
-            getattr(model, entry[0])(*entry[1:])
-    return model, [entry[1] for entry in entries if entry[0] == "done"]
+    for number, (what, *words) in enumerate(entries[1:], 1):
+        if number not in without:
+            getattr(model, what)(*words)
+    return model
+
+
+def omissible(entries, home):
+    """Lines of changes that the last commit may be: the last one that was confirmed of its object."""
+    found, seen = [], set()
+    for number in range(len(entries) - 1, 0, -1):
+        what, op, *_ = entries[number]
+        if what == "done" and home(op[1]) not in seen:
+            begun = max(i for i in range(1, number) if entries[i] == ["begin", op])
+            found.append((begun, number))
+            seen.add(home(op[1]))
+    return found[:CLIENTS]
 
 
 def differences(store, damage):
     """What is not as it was, and the model of what is. A damaged last commit may cost one change."""
-    model, done = replay(store)
-    tries = [()] + [(op,) for op in done[-CLIENTS:] if damage == "area1"]
-    first = None
-    for without in tries:
-        model, _ = replay(store, without)
+    with open(JOURNAL, encoding="utf-8") as file:
+        entries = [json.loads(line) for line in file if line.endswith("\n")]
+    whole = replay(store, entries)
+    wrong = []
+    for without in [()] + (omissible(entries, whole.home) if damage == "area1" else []):
+        model = replay(store, entries, without)
         in_flight = len(model.unsure)
         model.settle(store)
         found = model.differences(store)
-        first = first or found
         if not found:
-            say("checked", str(len(done)), str(in_flight), str(len(without)))
+            say("checked", str(in_flight), str(len(without) // 2))
             return [], model
-    return first, model
+        wrong = wrong or found
+    return wrong, whole
 
 
 def begin(damage):
