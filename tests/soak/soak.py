@@ -27,7 +27,7 @@ def calm(step):
 
 def own_of(model, number, clients):
     """The paths of a client: they are its own, so that parallel clients cannot be in each other's way."""
-    return lambda paths: sorted(p for p in paths if zlib.crc32(model.home(p).encode()) % clients == number)
+    return lambda paths: sorted(p for p in list(paths) if zlib.crc32(model.home(p).encode()) % clients == number)
 
 
 class Grown(Wrong):
@@ -191,6 +191,8 @@ def main():
         run.counts["wrong answers"] += not (run.counts["lost writes"] or isinstance(error, Grown))
     print(table(run, step - options.first, time.monotonic() - begin))
     if wrong:
+        for name in NAMES:
+            print(f"--- {name}.log", *gateway.text_of(f"/var/log/devkit/{name}.log").splitlines()[-15:], sep="\n", file=sys.stderr)
         sys.exit(f"soak: seed {options.seed}, step {step}: {wrong}\n"
                  f"soak: again: script/soak --seed {options.seed} --from {step} --steps 1")
 
