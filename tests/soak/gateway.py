@@ -58,7 +58,7 @@ class Client:
 
 
 def run(*words):
-    done = subprocess.run(words, stdout=subprocess.PIPE, stderr=subprocess.PIPE, text=True, check=False)
+    done = subprocess.run(words, capture_output=True, text=True, check=False)
     if done.returncode != 0:
         raise Wrong(f"{' '.join(words)}: status {done.returncode}: {done.stderr}")
     return done.stdout

@@ -62,7 +62,7 @@ def expected(model, line):
 
 
 def one(client, rng, model, own, faulty):
-    """One request. What it came to: "answered", "lost" or "unsent"; the last two only while a fault is due."""
+    """One request. What it came to: "confirmed" (a change), "answered", "lost", "unsent"; the last two in a fault alone."""
     line, op = pick(rng, model, own)
     if isinstance(line, tuple):
         line, why = line
@@ -84,7 +84,8 @@ def one(client, rng, model, own, faulty):
         return "lost" if LOST.match(answer) else "unsent"
     if op is not None:
         model.done(op, answer)
-    elif not expected(model, line)(answer):
+        return "confirmed"
+    if not expected(model, line)(answer):
         raise Wrong(f"{line}: {answer!r}")
     return "answered"
 

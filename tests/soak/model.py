@@ -68,7 +68,7 @@ class Model:
         arrays = {path[:-4] for path in self.shapes if path.endswith(".{i}")}
         deep = {path.rpartition(".{i}.")[0] for path in self.shapes if ".{i}." in path}
         self.objects, self.rows, self.highest, self.unsure = {}, {}, {}, {}
-        self.confirmed, self.journal = 0, None
+        self.journal = None
         for path, text in values.items():
             above, _, leaf = path.rpartition(".")
             if leaf in self.shapes.get(generic(above), {}):
@@ -101,9 +101,10 @@ class Model:
 
     def died(self, op, answer, not_done):
         """Somebody died before the answer; it may say what became of the change."""
-        if not_done or "parameters have changed" in answer:
+        changed = "parameters have changed" in answer
+        if changed or not_done:
             del self.unsure[self.home(op[1])]
-        if not not_done and "parameters have changed" in answer:
+        if changed:
             self.make_so(op)
 
     def done(self, op, answer):
@@ -118,7 +119,6 @@ class Model:
         elif answer != "ok":
             raise Wrong(f"{self.line(op)}: {answer}")
         del self.unsure[self.home(op[1])]
-        self.confirmed += 1
         self.make_so(op, int(last) if last.isdigit() else 0)
 
     def make_so(self, op, number=0):

@@ -100,7 +100,7 @@ class Run:
         if not calm(step) or era < 8 or step < era + era // 4:
             self.warm = {}
             return
-        if not self.warm:  # the connection to the keys' module stays; the answer, that it has none, says that it is there
+        if not self.warm:  # the connection to the keys' module stays; that it refuses to answer says that it is there
             self.clients[CLIENTS].ask("send sysmgr:button_proc 0x100052 --wait --hex 0100")
         for name in NAMES:
             warm = self.warm.setdefault((name, gateway.pid(name)), look(name))
@@ -152,8 +152,8 @@ def together(tasks):
 def table(run, steps, seconds):
     counts = run.counts
     rows = [("steps", steps), ("seconds", round(seconds)), ("requests", counts["requests"]),
-            ("answers", counts["answered"]), ("not begun, in a fault", counts["unsent"]),
-            ("died with a fault", counts["lost"]), ("confirmed changes", run.model.confirmed)]
+            ("answers", counts["answered"] + counts["confirmed"]), ("not begun, in a fault", counts["unsent"]),
+            ("died with a fault", counts["lost"]), ("confirmed changes", counts["confirmed"])]
     rows += [(name, counts[name]) for name in sorted({name for name, _ in specials.SPECIALS})]
     rows += [("faults injected", counts["faults"]), ("restarts", counts["restarts"]),
              ("lost writes", counts["lost writes"]), ("wrong answers", counts["wrong answers"]),
@@ -192,7 +192,8 @@ def main():
     print(table(run, step - options.first, time.monotonic() - begin))
     if wrong:
         for name in NAMES:
-            print(f"--- {name}.log", *gateway.text_of(f"/var/log/devkit/{name}.log").splitlines()[-15:], sep="\n", file=sys.stderr)
+            last = gateway.text_of(f"/var/log/devkit/{name}.log").splitlines()[-15:]
+            print(f"--- the end of {name}.log", *last, sep="\n", file=sys.stderr)
         sys.exit(f"soak: seed {options.seed}, step {step}: {wrong}\n"
                  f"soak: again: script/soak --seed {options.seed} --from {step} --steps 1")
 

@@ -156,7 +156,7 @@ def download(client, rng):
 def access(client, rng):
     """An entry is made, changed, removed; the packet filter follows, where the machine has one."""
     def is_so(port, open_now):
-        rules = subprocess.run(["iptables", "-S"], stdout=subprocess.PIPE, stderr=subprocess.DEVNULL, text=True, check=False)
+        rules = subprocess.run(["iptables", "-S"], capture_output=True, text=True, check=False)
         if rules.returncode == 0 and (f"--dport {port} -j ACCEPT" in rules.stdout) != open_now:
             raise Wrong(f"port {port} is {'not ' if open_now else ''}let in")
 
