@@ -56,5 +56,6 @@ int main(int argc, char **argv) {
     fprintf(stderr, "dbmgr: the data model did not load: the lines above name the reason\n");
     return EXIT_REFUSED;
   }
+  (void)nvram_commit(NVTYPE_STAGING); /* an earlier run may have died between flash and settings */
   return ServiceRun("dbmgr", kModules);
 }

@@ -12,9 +12,11 @@
 #include <string_view>
 #include <unordered_map>
 
+#include "ams_store.h"
 #include "appt_request.h"
 #include "dbmgr_commands.h"
 #include "leaf_list.h"
+#include "nvram.h"
 #include "tds_desk.h"
 
 namespace {
@@ -167,6 +169,14 @@ DbmgrAnswer AnswerOf(const Request &request, int32_t result, uint32_t code,
   return {result, DbmgrText::LEAF, plan.command == APPT_CMD_GET ? BareValue(text) : text};
 }
 
+/* A change goes to the flash, to the settings in use, to the tree. Whoever died between two of them
+   left one that the next start would bring: the settings in use decide, before anybody is told what
+   is. */
+void FinishKeeping() {
+  (void)nvram_commit(NVTYPE_STAGING); /* both log what they cannot do */
+  (void)update_from_nvram(gptXmlTrees->root, NVTYPE_STAGING);
+}
+
 /* Whether one of the two is the other, or lies below it. */
 bool IsRelated(const std::string &one, const std::string &other) {
   size_t shorter = std::min(one.size(), other.size());
@@ -239,6 +249,7 @@ void RoutePeerGone(int32_t, const void *data, uint32_t length) {
   name.resize(name.find('\0') == std::string::npos ? name.size() : name.find('\0'));
   auto module = modules.find(name);
   if (module == modules.end()) return;
+  FinishKeeping();
   for (auto it = in_flight.begin(); it != in_flight.end();) {
     if (it->second.plan.module != name) {
       ++it;

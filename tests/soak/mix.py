@@ -1,0 +1,97 @@
+"""Requests of all seven commands from one of the parallel clients, each answer judged by the model."""
+from gateway import LOST, UNSENT, Wrong
+from model import ROOT, value
+
+SERVED = (f"{ROOT}.DeviceInfo.UpTime", f"{ROOT}.Services.ServiceTelnet.Port", f"{ROOT}.ManagementServer.URL")
+# What has to be refused, and why.
+REFUSED = (
+    (f"get {ROOT}.Nothing", "no parameter"),
+    (f"get {ROOT}.DeviceInfo.VendorConfigFile.4294967295", "no parameter"),
+    (f"set {ROOT}.DeviceInfo.UpTime 5", "is read-only"),
+    (f"set {ROOT}.Services.ServiceSSH.Port 22;id", "goes into a shell line"),
+    (f"set {ROOT}.DeviceInfo.X_CT-COM_UPNP.Enable maybe", "is of type boolean"),
+    (f"add {ROOT}.DeviceInfo", "add needs an array"),
+    (f"del {ROOT}.DeviceInfo.UpTime", "del needs an instance"),
+    (f"list {ROOT}.Services", "list needs an array"),
+    (f"set {ROOT}.DeviceInfo.ProvisioningCode {'x' * 300}", "carries 255"),
+)
+
+
+def pick(rng, model, own):
+    """The next request: its line, and the operation that it is or None."""
+    free = [path for path in own(model.objects) if model.home(path) not in model.unsure]
+    arrays = [path for path in own(model.rows) if path not in model.unsure]
+    path, command = rng.choice(free), rng.choices(
+        ("get", "whole", "set", "attr", "refresh", "list", "add", "del", "refused"), (6, 3, 8, 2, 1, 1, 2, 2, 1)
+    )[0]
+    leaf = rng.choice(sorted(model.objects[path]))
+    if command == "refused":
+        return rng.choice(REFUSED), None
+    if command in ("list", "add", "del") and arrays:
+        path = rng.choice(arrays)
+        rows = sorted(model.rows[path])
+        if command == "list":
+            return f"list {path}", None
+        if len(rows) > 4 or (command == "del" and len(rows) > 1):
+            return None, ["del", f"{path}.{rng.choice(rows)}"]
+        return None, ["add", path]
+    if command == "set":
+        kinds = model.kinds(path)
+        leaves = rng.sample(sorted(model.objects[path]), rng.randint(1, min(3, len(model.objects[path]))))
+        return None, ["set", path, {each: value(rng, kinds[each]) for each in leaves}]
+    if command == "whole":
+        return f"get {path}", None
+    return f"{'get' if command not in ('attr', 'refresh') else command} {path}.{leaf}", None
+
+
+def expected(model, line):
+    """Whether an answer to a read is right."""
+    command, path = line.split(" ")
+    above, _, leaf = path.rpartition(".")
+    if command == "list":
+        wanted = ",".join(str(row) for row in sorted(model.rows[path]))
+        return lambda answer: answer == wanted
+    if command == "refresh":
+        return lambda answer: answer == "ok"
+    if command == "attr":
+        return lambda answer: answer.startswith(f'{path}={model.objects[above][leaf]} type="')
+    if path in model.objects:
+        lines = {f"{path}.{leaf}={text}" for leaf, text in model.objects[path].items()}
+        return lambda answer: lines <= set(answer.split("\n"))
+    return lambda answer: answer == model.objects[above][leaf]
+
+
+def one(client, rng, model, own, faulty):
+    """One request. What it came to: "confirmed" (a change), "answered", "lost", "unsent"; the last two in a fault alone."""
+    line, op = pick(rng, model, own)
+    if isinstance(line, tuple):
+        line, why = line
+        answer = client.ask(line)
+        if not (answer.startswith("error: ") and why in answer) and not (
+            faulty and (UNSENT.match(answer) or LOST.match(answer))
+        ):
+            raise Wrong(f"{line}: {answer}: not refused because it {why}")
+        return "answered"
+    if op is not None:
+        model.begin(op)
+        line = model.line(op)
+    answer = client.ask(line)
+    if UNSENT.match(answer) or LOST.match(answer):
+        if not faulty:
+            raise Wrong(f"{line}: {answer}")
+        if op is not None:
+            model.died(op, answer, UNSENT.match(answer) or "parameters are as before" in answer)
+        return "lost" if LOST.match(answer) else "unsent"
+    if op is not None:
+        model.done(op, answer)
+        return "confirmed"
+    if not expected(model, line)(answer):
+        raise Wrong(f"{line}: {answer!r}")
+    return "answered"
+
+
+def fence(client):
+    """Everything that modules were asked before has been done: each takes turns among those who ask."""
+    for path in SERVED:
+        for _ in range(16):
+            client.done(f"get {path}")

@@ -1,0 +1,202 @@
+#!/usr/bin/env python3
+"""The long run: drives the gateway in which it runs with cfgcmd alone, and checks it against a plain model."""
+import argparse
+import collections
+import os
+import random
+import sys
+import threading
+import time
+import zlib
+
+import gateway
+import mix
+import model as plain
+import specials
+from gateway import NAMES, Wrong
+
+CLIENTS = 4
+LIMIT_KIB = 512  # what a process may have more of its own memory at the end of a calm time; of all else nothing
+FAULTS = (("sysmgr",), ("dbmgr",), ("dbmgr", "sysmgr"), ("modem",), ("vermgt",), NAMES)
+
+
+def calm(step):
+    """Faults and calm take turns, each time twice as long: in a calm time nothing is killed, and what grows is seen."""
+    return step.bit_length() % 2 == 0
+
+
+def own_of(model, number, clients):
+    """The paths of a client: they are its own, so that parallel clients cannot be in each other's way."""
+    return lambda paths: sorted(p for p in list(paths) if zlib.crc32(model.home(p).encode()) % clients == number)
+
+
+class Grown(Wrong):
+    pass
+
+
+class Run:
+    def __init__(self, options):
+        self.options = options
+        self.counts = collections.Counter()
+        self.moved = threading.Condition()
+        self.warm, self.growth = {}, {name: [0, 0, 0] for name in NAMES}
+        self.clients = [gateway.Client() for _ in range(CLIENTS + 1)]
+        self.model = plain.Model(gateway.snapshot())
+
+    def count(self, what):
+        with self.moved:
+            self.counts[what] += 1
+            self.moved.notify_all()
+
+    def rng(self, step, who):
+        return random.Random(f"{self.options.seed}/{step}/{who}")
+
+    def ask_many(self, step, number, faulty):
+        rng = self.rng(step, number)
+        for _ in range(rng.randint(10, 40)):
+            came_to = mix.one(self.clients[number], rng, self.model, own_of(self.model, number, CLIENTS), faulty)
+            self.count("requests")
+            self.count(came_to)
+            if came_to == "unsent":
+                time.sleep(0.02)  # as a client that tries again
+
+    def fault(self, step):
+        """Some of the gateway dies or is restarted at a moment in the midst of the requests."""
+        rng = self.rng(step, "fault")
+        names, dies = rng.choice(FAULTS), rng.random() < 0.75
+        with self.moved:
+            wanted = self.counts["requests"] + rng.randint(1, 40)
+            self.moved.wait_for(lambda: self.counts["requests"] >= wanted, 5)
+        time.sleep(rng.random() / 200)  # within a request, not between two
+        if dies:
+            gateway.kill(*names)
+        gateway.daemon("start" if dies else "restart", *names)
+        self.count("faults" if dies else "restarts")
+
+    def step(self, step):
+        rng = self.rng(step, "step")
+        faulty = not calm(step) and rng.random() < 0.75
+        others = [lambda: self.fault(step)] if faulty else []
+        if not faulty and rng.random() < 0.6:
+            name, special = rng.choice(specials.SPECIALS)
+            others = [lambda: special(self.clients[CLIENTS], rng)]
+            self.count(name)
+        together([lambda n=n: self.ask_many(step, n, faulty) for n in range(CLIENTS)] + others)
+        if faulty:
+            mix.fence(self.clients[0])
+            self.model.settle(gateway.snapshot())
+        if faulty or step % 5 == 4:
+            self.audit()
+
+    def audit(self):
+        lost = self.model.differences(gateway.snapshot())
+        if lost:
+            self.counts["lost writes"] += len(lost)
+            raise Wrong("; ".join(lost[:5]))
+
+    def measure(self, step):
+        """At the end of a step nothing is asked: what is used now is kept, or compared with what was."""
+        era = 1 << step.bit_length() >> 1
+        if not calm(step) or era < 8 or step < era + era // 4:
+            self.warm = {}
+            return
+        if not self.warm:  # the connection to the keys' module stays; that it refuses to answer says that it is there
+            self.clients[CLIENTS].ask("send sysmgr:button_proc 0x100052 --wait --hex 0100")
+        for name in NAMES:
+            warm = self.warm.setdefault((name, gateway.pid(name)), look(name))
+            self.compare(name, warm)
+
+    def compare(self, name, warm):
+        """Timers work at any time, so it looks until only memory is more than it was, if ever."""
+        limit = time.monotonic() + gateway.PATIENCE
+        while True:
+            used, heap = look(name)
+            kib, *others = [now - before for now, before in zip(used, warm[0])]
+            leaked = {tag: n - warm[1].get(tag, 0) for tag, n in heap.items() if n > warm[1].get(tag, 0)}
+            if max(others) <= 0 and not leaked:
+                break
+            if time.monotonic() > limit:
+                self.counts["leaked blocks"] = leaked.get("total", 0)
+                self.growth[name] = [kib, *others]
+                raise Grown(f"{name} has {others[0]} descriptors and {others[1]} threads more than when it was warm, "
+                            f"and of blocks of its counted heap {leaked}")
+            time.sleep(0.05)
+        self.growth[name][0] = max(kib, self.growth[name][0])
+        if kib > LIMIT_KIB and not os.environ.get("GATEWAY_SANITIZE"):  # sanitizers keep what was freed
+            raise Grown(f"{name} has {kib} KiB more than when it was warm")
+
+
+def look(name):
+    return gateway.used(name), gateway.blocks() if name == "sysmgr" else {}
+
+
+def together(tasks):
+    """Runs them side by side; raises what one of them raised."""
+    raised = []
+
+    def guarded(task):
+        try:
+            task()
+        except Exception as error:  # in a thread of its own it would be printed and forgotten
+            raised.append(error)
+
+    threads = [threading.Thread(target=guarded, args=(task,)) for task in tasks]
+    for thread in threads:
+        thread.start()
+    for thread in threads:
+        thread.join()
+    if raised:
+        raise raised[0]
+
+
+def table(run, steps, seconds):
+    counts = run.counts
+    rows = [("steps", steps), ("seconds", round(seconds)), ("requests", counts["requests"]),
+            ("answers", counts["answered"] + counts["confirmed"]), ("not begun, in a fault", counts["unsent"]),
+            ("died with a fault", counts["lost"]), ("confirmed changes", counts["confirmed"])]
+    rows += [(name, counts[name]) for name in sorted({name for name, _ in specials.SPECIALS})]
+    rows += [("faults injected", counts["faults"]), ("restarts", counts["restarts"]),
+             ("lost writes", counts["lost writes"]), ("wrong answers", counts["wrong answers"]),
+             ("leaked blocks", counts["leaked blocks"])]
+    lines = [f"{name:24}{number:>10}" for name, number in rows]
+    lines += [f"growth of {name:14}{kib:>10} KiB, {fds} descriptors, {threads} threads"
+              for name, (kib, fds, threads) in run.growth.items()]
+    return "\n".join(lines)
+
+
+def main():
+    parser = argparse.ArgumentParser()
+    parser.add_argument("--minutes", type=float, default=1e9)
+    parser.add_argument("--steps", type=int, default=1 << 60)
+    parser.add_argument("--seed", type=int, required=True)
+    parser.add_argument("--from", type=int, default=0, dest="first")
+    options = parser.parse_args()
+    run, begin, step, wrong = Run(options), time.monotonic(), options.first, None
+    gateway.until(lambda: "\nkillall -q smbd\n" in gateway.text_of(gateway.COMMANDS), "the last of the start")
+    said = begin
+    with open(gateway.INFORMS, "a", encoding="utf-8"):
+        pass
+    try:
+        while step - options.first < options.steps and time.monotonic() - begin < options.minutes * 60:
+            run.step(step)
+            run.measure(step)
+            step += 1
+            if time.monotonic() - said > 10:
+                said = time.monotonic()
+                print(f"soak: step {step}, {run.counts['requests']} requests, {run.counts['faults']} faults, "
+                      f"{said - begin:.0f} s", file=sys.stderr)
+        run.audit()
+    except (Wrong, OSError) as error:  # a process that is gone has no files
+        wrong = error
+        run.counts["wrong answers"] += not (run.counts["lost writes"] or isinstance(error, Grown))
+    print(table(run, step - options.first, time.monotonic() - begin))
+    if wrong:
+        for name in NAMES:
+            last = gateway.text_of(f"/var/log/devkit/{name}.log").splitlines()[-15:]
+            print(f"--- the end of {name}.log", *last, sep="\n", file=sys.stderr)
+        sys.exit(f"soak: seed {options.seed}, step {step}: {wrong}\n"
+                 f"soak: again: script/soak --seed {options.seed} --from {step} --steps 1")
+
+
+if __name__ == "__main__":
+    main()
