@@ -48,6 +48,9 @@ void *operator new(size_t size) {
   if (block == nullptr) throw std::bad_alloc();
   return block;
 }
+void *operator new(size_t size, const std::nothrow_t &) noexcept {
+  return Refused() ? nullptr : REAL(malloc)(size);
+}
 void operator delete(void *block) noexcept { free(block); }
 void operator delete(void *block, size_t) noexcept { free(block); }
 #endif
