@@ -6,6 +6,7 @@
 #include <cstring>
 #include <fstream>
 #include <future>
+#include <mutex>
 #include <set>
 #include <sstream>
 
@@ -237,10 +238,12 @@ TEST_F(Model, ASetWithALeafThatIsGoneChangesNothing) {
 
 /* ---- the way of a request ---- */
 
-bool silent; /* the next request that the module gets stays without an acknowledgement */
+std::mutex in_work; /* of who shares something with the router, which ends with the program */
+bool silent;        /* the next request that the module gets stays without an acknowledgement */
 
 void Acknowledge(int32_t, const void *data, uint32_t) {
   char ack[APPT_ACK_HEAD_SIZE] = {};
+  const std::lock_guard<std::mutex> lock(in_work);
   if (std::exchange(silent, false)) return;
   memcpy(ack, data, APPT_HEAD_SIZE);
   appt_PutWord(ack + 8, APPT_CODE_RESULT);
@@ -252,6 +255,7 @@ constexpr uint32_t kCount = 0x110100; /* refuses the router's allocation of the 
 void CountFrom(int32_t, const void *data, uint32_t) {
   size_t turn = 0, had = refusals.count;
   char sender[TDS_NAME_SIZE];
+  const std::lock_guard<std::mutex> lock(in_work);
   refusals.counting = false;
   memcpy(&turn, data, sizeof turn);
   Sender(sender);
@@ -305,7 +309,10 @@ class Route : public Model {
 };
 
 TEST_F(Route, AnAcknowledgementThatIsMissingHoldsUpNobody) {
-  silent = true;
+  {
+    const std::lock_guard<std::mutex> lock(in_work);
+    silent = true;
+  }
   std::future<std::string> one = std::async(std::launch::async, Refreshed);
   const std::set<std::string> answers = {Refreshed(), one.get()};
   EXPECT_EQ(answers.size(), 2U);
@@ -331,6 +338,8 @@ TEST_F(Route, EachRequestThatLacksMemoryIsAnswered) {
     EXPECT_TRUE(answer == "done" || answer.find("memory") != answer.npos) << turn << answer;
     EXPECT_EQ(Refreshed(), "done") << turn;
   }
+  (void)count_from(0);
+  const std::lock_guard<std::mutex> lock(in_work);
 }
 
 TEST_F(Model, TheDocumentationListsEveryCheckedParameter) {
