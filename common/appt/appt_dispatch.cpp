@@ -4,7 +4,7 @@
 
 #include <cstdio>
 #include <cstring>
-#include <string>
+#include <new>
 #include <utility>
 
 #include "ams_config_api.h"
@@ -58,15 +58,15 @@ int ReadOp(MsgArg *arg) {
 
 /* The op of the array that an instance belongs to: instances share it. */
 int ReadArrayOp(MsgArg *arg) {
-  char type[16] = "";
-  std::string father = arg->url;
-  size_t dot = father.rfind('.');
-  father.resize(dot == std::string::npos ? 0 : dot);
-  if (!TypeIs(father.c_str(), "array", type)) {
-    AMS_PRINT(4, "Father URL:%s typeAttr:%s is not an array", father.c_str(), type);
+  char type[16] = "", father[AMS_PATH_SIZE];
+  const char *dot = strrchr(arg->url, '.');
+  snprintf(father, sizeof father, "%.*s", dot == nullptr ? 0 : static_cast<int>(dot - arg->url),
+           arg->url);
+  if (!TypeIs(father, "array", type)) {
+    AMS_PRINT(4, "Father URL:%s typeAttr:%s is not an array", father, type);
     return -1;
   }
-  if (ams_get_node_attr(Root(), father.c_str(), "op", arg->fucName) != 0) arg->fucName[0] = '\0';
+  if (ams_get_node_attr(Root(), father, "op", arg->fucName) != 0) arg->fucName[0] = '\0';
   return 0;
 }
 
@@ -95,17 +95,17 @@ int WriteLeaf(const MsgArg *arg, AmsUndo **undo) {
 template <typename Each>
 size_t DoLeaves(const MsgArg *arg, LeafNode *list, Each each) {
   size_t total = 0;
-  const std::string object = std::string(arg->url) + ".";
+  char url[AMS_PATH_SIZE + AMS_NAME_SIZE];
   for (LeafNode *leaf = list; leaf != nullptr; leaf = leaf->next) {
-    std::string url = object + leaf->leafName;
+    snprintf(url, sizeof url, "%s.%s", arg->url, leaf->leafName);
     MsgArg child = {};
     child.raw = arg->raw;
     child.recvLen = arg->recvLen;
-    child.url = url.c_str();
+    child.url = url;
     child.value = leaf->leafValue;
     /* a piece without a name would be the object itself */
     if (leaf->leafName[0] == '\0' || each(&child) != 0)
-      AMS_PRINT(4, "do leaf: url %s error occur", url.c_str());
+      AMS_PRINT(4, "do leaf: url %s error occur", url);
     if (child.rBuf == nullptr) continue;
     total += strlen(child.rBuf) + 1;
     leaf->rBuf = child.rBuf;
@@ -327,6 +327,15 @@ bool appt_HasCommand(uint32_t command) {
   return false;
 }
 
+int appt_CallHandler(OpFunc handler, OpFuncArg *op) {
+  try {
+    return handler(op);
+  } catch (const std::bad_alloc &) {
+    AMS_PRINT(5, "no memory for %s of \"%s\": ask again when less is running", op->name, op->path);
+    return -1;
+  }
+}
+
 int appt_Do_OpFunc(MsgArg *arg) {
   if (arg->fucName[0] == '\0') {
     AMS_PRINT(2, "The fucName is NULL at appt_Do_OpFunc, url %s", arg->url);
@@ -354,14 +363,15 @@ int appt_Do_OpFunc(MsgArg *arg) {
     }
   }
   (void)cfgCommandFailed(); /* what failed before is not this one's */
-  int result = row->handler(&op);
+  int result = appt_CallHandler(row->handler, &op);
   __tds_free(op.value);
   return cfgCommandFailed() ? -1 : result;
 }
 
 int appt_Do_Obj_Data(MsgArg *arg) {
-  LeafNode *list = appt_ParseLeafList(arg->value);
-  if (list == nullptr) return appt_Do_Obj_NoData(arg); /* no leaf in it, or no memory (logged) */
+  LeafNode *list = nullptr;
+  if (appt_ParseLeafList(arg->value, &list) != 0) return -1;
+  if (list == nullptr) return appt_Do_Obj_NoData(arg); /* no leaf is in it */
   if (appt_Trace()) TraceLeafList(list);
   int result = FindOp(arg) == 0 ? RowOf(arg).leaves(arg, list) : -1;
   appt_FreeLeafList(list);

@@ -83,21 +83,23 @@ int appt_FillMsgArg(MsgArg *arg, const void *frame, uint32_t len) {
   return 0;
 }
 
-LeafNode *appt_ParseLeafList(const char *value) {
-  LeafNode *list = nullptr, **tail = &list;
+int appt_ParseLeafList(const char *value, LeafNode **list) {
+  LeafNode **tail = list;
+  *list = nullptr;
   std::string_view rest = cfgText(value);
   for (Leaf piece; NextLeaf(&rest, &piece);) {
     LeafNode *leaf = CopyLeaf(piece);
     if (leaf == nullptr) {
       AMS_PRINT(5, "tds_malloc failed size is %d.",
                 static_cast<int>(piece.name.size() + piece.has_value + piece.value.size()));
-      appt_FreeLeafList(list);
-      return nullptr;
+      appt_FreeLeafList(*list);
+      *list = nullptr;
+      return -1;
     }
     *tail = leaf;
     tail = &leaf->next;
   }
-  return list;
+  return 0;
 }
 
 void appt_FreeLeafList(LeafNode *list) {

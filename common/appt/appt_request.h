@@ -58,7 +58,7 @@ struct LeafNode {
   LeafNode *next;
 };
 
-/* Parses pieces separated by byte 0x03. NULL when there is no piece or no memory; released with
-   appt_FreeLeafList. */
-LeafNode *appt_ParseLeafList(const char *value);
+/* Parses pieces separated by byte 0x03. 0: `*list` has them, NULL when there is none; released with
+   appt_FreeLeafList. -1 (logged): there is no memory. */
+int appt_ParseLeafList(const char *value, LeafNode **list);
 void appt_FreeLeafList(LeafNode *list);

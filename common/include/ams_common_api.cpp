@@ -101,7 +101,8 @@ void appt_InitFuncTable(const OpFuncEntry *table) {
     OpFuncArg arg = {};
     arg.name = row->name;
     arg.op = TMF_INIT;
-    if (row->handler != nullptr) (void)row->handler(&arg); /* one failing row stops no other */
+    /* one failing row stops no other */
+    if (row->handler != nullptr) (void)appt_CallHandler(row->handler, &arg);
   }
 }
 

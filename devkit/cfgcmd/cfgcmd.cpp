@@ -5,6 +5,7 @@
 
 #include <csignal>
 #include <cstdio>
+#include <new>
 #include <sstream>
 
 #include "ams_print.h"
@@ -117,7 +118,7 @@ Outcome RunVerb(const Verb &verb, const Words &words, const Options &options) {
   return outcome;
 }
 
-int main(int argc, char **argv) {
+int main(int argc, char **argv) try {
   signal(SIGPIPE, SIG_IGN);
   DF_PRT_MAP[0].level = 100; /* what goes wrong is said once, by the outcome */
   Asked asked;
@@ -136,4 +137,7 @@ int main(int argc, char **argv) {
     return EXIT_REFUSED;
   }
   return outcome.status;
+} catch (const std::bad_alloc &) {
+  fputs("cfgcmd: no memory for what was asked or answered: ask for less, or later\n", stderr);
+  return EXIT_REFUSED;
 }

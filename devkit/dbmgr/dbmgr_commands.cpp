@@ -134,11 +134,10 @@ DbmgrAnswer RefusedBy(const std::string &who, const Plan &plan, const char *log,
           "\": " + (command->left == nullptr ? "" : command->left(plan, &row)) + log + " says why"};
 }
 
-DbmgrAnswer DiedWith(const std::string &who, const Plan &plan, const char *log) {
+DbmgrAnswer NoAnswerTo(const Plan &plan, const std::string &why, const char *log) {
   const Command *command = FindCommand(plan.command); /* a plan has one */
   std::string left = command->left == nullptr ? "" : command->left(plan, nullptr);
-  return {-1, DbmgrText::TEXT,
-          who + " died before it answered: " + left + "look at " + log + ", then ask again"};
+  return {-1, DbmgrText::TEXT, why + ": " + left + "look at " + log + ", then ask again"};
 }
 
 DbmgrAnswer ServeFromStore(const Plan &plan) { return FindCommand(plan.command)->serve(plan); }

@@ -39,8 +39,8 @@ std::string ValuesOf(const Plan &plan);
 DbmgrAnswer RefusedBy(const std::string &who, const Plan &plan, const char *log,
                       const std::string &row = "");
 
-/* That module `who` died with it: what it had written stands. */
-DbmgrAnswer DiedWith(const std::string &who, const Plan &plan, const char *log);
+/* That its module will not answer it, and `why`: what it had written stands. */
+DbmgrAnswer NoAnswerTo(const Plan &plan, const std::string &why, const char *log);
 
 /* Serves a plan that has no module. */
 DbmgrAnswer ServeFromStore(const Plan &plan);

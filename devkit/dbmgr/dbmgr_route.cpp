@@ -8,6 +8,7 @@
 #include <deque>
 #include <map>
 #include <memory>
+#include <new>
 #include <set>
 #include <string_view>
 #include <unordered_map>
@@ -36,6 +37,7 @@ struct Request {
   uint64_t client = 0; /* token of the answer that was put off */
   Plan plan;
   std::shared_ptr<Whole> whole; /* what it is a part of, instead of a client's own */
+  uint64_t sent = 0;            /* its place among all that were sent, once it was */
 };
 
 struct Module {
@@ -65,9 +67,17 @@ void Answer(uint64_t client, const DbmgrAnswer &answer) {
 
 void Refuse(uint64_t client, const std::string &why) { Answer(client, {-1, DbmgrText::TEXT, why}); }
 
+/* Takes no memory; a client that has its answer gets no other. */
+void RefuseWithoutMemory(uint64_t client) {
+  static const char kAnswer[] =
+      "\xff\xff\xff\xff\x01the data-base manager has no memory for it: ask again later";
+  AMS_PRINT(5, "no memory for a request or its answer: the client is told to ask again");
+  (void)tds_reply_held(client, kAnswer, sizeof kAnswer - 1);
+}
+
 /* The first part that is refused ends the whole, the last one that is done lets the store serve it.
  */
-void Finish(const Request &request, const DbmgrAnswer &answer) {
+void HandOut(const Request &request, const DbmgrAnswer &answer) {
   if (request.whole == nullptr) return Answer(request.client, answer);
   Whole &whole = *request.whole;
   --whole.missing;
@@ -76,8 +86,24 @@ void Finish(const Request &request, const DbmgrAnswer &answer) {
   whole.client = 0;
 }
 
-void Refuse(const Request &request, const std::string &why) {
-  Finish(request, {-1, DbmgrText::TEXT, why});
+void FinishWithoutMemory(const Request &request) {
+  RefuseWithoutMemory(request.whole == nullptr ? request.client : request.whole->client);
+  if (request.whole != nullptr) request.whole->client = 0;
+}
+
+/* `make` makes the answer. */
+template <class Make>
+void Finish(const Request &request, Make make) {
+  try {
+    HandOut(request, make());
+  } catch (const std::bad_alloc &) {
+    FinishWithoutMemory(request);
+  }
+}
+
+template <class Make>
+void Refuse(const Request &request, Make why) {
+  Finish(request, [=] { return DbmgrAnswer{-1, DbmgrText::TEXT, why()}; });
 }
 
 /* Head, url and value as the framework reads them; the plan's texts fit in one-byte lengths. */
@@ -93,25 +119,39 @@ std::string Frame(uint32_t chain, const Plan &plan) {
   return frame;
 }
 
+/* 0, or -1 (logged) when the module does not take it: the request is no longer in flight then. */
+int Send(const std::string &name, uint32_t chain, Request *request) {
+  static uint64_t last_sent = 0;
+  request->plan.before = ValuesOf(request->plan);
+  std::string frame = Frame(chain, request->plan);
+  request->sent = ++last_sent;
+  auto sent = in_flight.emplace(chain, std::move(*request)).first;
+  if (SendMsg(EV_APPT_MSG_REQUEST, frame.data(), static_cast<uint32_t>(frame.size()),
+              name.c_str()) == 0)
+    return 0;
+  *request = std::move(sent->second);
+  in_flight.erase(sent);
+  return -1;
+}
+
 /* Sends what waits while there is room. A module that does not take them fails them at once. */
 void Pump(const std::string &name) {
   Module &module = modules[name];
   while (!module.waiting.empty() && module.in_flight < kInFlight) {
     Request request = std::move(module.waiting.front());
     module.waiting.pop_front();
-    uint32_t chain = NextChainId();
-    request.plan.before = ValuesOf(request.plan);
-    std::string frame = Frame(chain, request.plan);
-    if (SendMsg(EV_APPT_MSG_REQUEST, frame.data(), static_cast<uint32_t>(frame.size()),
-                name.c_str()) != 0) {
-      Refuse(
-          request,
-          name +
-              " is not running or takes no messages: \"gateway-daemon restart sysmgr\" starts it");
-      continue;
+    try {
+      if (Send(name, NextChainId(), &request) == 0)
+        ++module.in_flight;
+      else
+        Refuse(request, [&] {
+          return name +
+                 " is not running or takes no messages: "
+                 "\"gateway-daemon restart sysmgr\" starts it";
+        });
+    } catch (const std::bad_alloc &) {
+      FinishWithoutMemory(request);
     }
-    ++module.in_flight;
-    in_flight.emplace(chain, std::move(request));
   }
 }
 
@@ -119,9 +159,9 @@ void Enqueue(Request request) {
   std::string name = request.plan.module;
   Module &module = modules[name];
   if (module.waiting.size() >= kWaiting) {
-    Refuse(request,
-           name + " is busy, " + std::to_string(kWaiting) + " requests wait for it: try later");
-    return;
+    return Refuse(request, [&] {
+      return name + " is busy, " + std::to_string(kWaiting) + " requests wait for it: try later";
+    });
   }
   module.waiting.push_back(std::move(request));
   Pump(name);
@@ -183,17 +223,25 @@ bool IsRelated(const std::string &one, const std::string &other) {
   return one.compare(0, shorter, other, 0, shorter) == 0;
 }
 
-}  // namespace
+/* Nobody waits for the module any more: for all that it has, or for what it got before `end`. */
+void GiveUp(const std::string &name, uint64_t end, const std::string &why) {
+  for (auto it = in_flight.begin(); it != in_flight.end();) {
+    const Request &request = it->second;
+    if (request.plan.module != name || request.sent >= end) {
+      ++it;
+      continue;
+    }
+    Finish(request, [&] { return NoAnswerTo(request.plan, name + why, kLog); });
+    it = in_flight.erase(it);
+    --modules[name].in_flight;
+  }
+}
 
-void RouteRequest(int32_t, const void *data, uint32_t length) {
+void Route(uint64_t client, const void *data, uint32_t length) {
   Request request;
   DbmgrRequest asked;
   std::string why;
-  request.client = tds_hold_reply();
-  if (request.client == 0) {
-    AMS_PRINT(2, "a request that waits for no answer is dropped: use a synchronous message");
-    return;
-  }
+  request.client = client;
   if (DbmgrGetRequest(data, length, &asked) != 0)
     return Refuse(request.client, "the request is damaged: is the client of this gateway?");
   if (PlanRequest(asked, &request.plan, &why) != 0) return Refuse(request.client, why);
@@ -201,6 +249,21 @@ void RouteRequest(int32_t, const void *data, uint32_t length) {
   if (!request.plan.asks.empty()) return EnqueueParts(request);
   request.plan.before = ValuesOf(request.plan);
   Answer(request.client, ServeFromStore(request.plan));
+}
+
+}  // namespace
+
+void RouteRequest(int32_t, const void *data, uint32_t length) {
+  uint64_t client = tds_hold_reply();
+  if (client == 0) {
+    AMS_PRINT(2, "a request that waits for no answer is dropped: use a synchronous message");
+    return;
+  }
+  try {
+    Route(client, data, length);
+  } catch (const std::bad_alloc &) {
+    RefuseWithoutMemory(client);
+  }
 }
 
 void RouteWaits(int32_t, const void *data, uint32_t length) {
@@ -234,8 +297,11 @@ void RouteAcknowledgement(int32_t, const void *data, uint32_t length) {
   --modules[request.plan.module].in_flight;
 
   int32_t result = static_cast<int32_t>(appt_GetWord(bytes + APPT_AT_RESULT));
-  std::string text = ReplyText(data, length);
-  Finish(request, AnswerOf(request, result, appt_GetWord(bytes + APPT_AT_CODE), text));
+  Finish(request, [&] {
+    return AnswerOf(request, result, appt_GetWord(bytes + APPT_AT_CODE), ReplyText(data, length));
+  });
+  /* A module answers in order: an acknowledgement that it could not send does not come any more. */
+  GiveUp(request.plan.module, request.sent, " could not acknowledge it");
   Pump(request.plan.module);
 }
 
@@ -247,17 +313,8 @@ void RouteNoObject(int32_t, const void *data, uint32_t length) {
 void RoutePeerGone(int32_t, const void *data, uint32_t length) {
   std::string name(static_cast<const char *>(data), length);
   name.resize(name.find('\0') == std::string::npos ? name.size() : name.find('\0'));
-  auto module = modules.find(name);
-  if (module == modules.end()) return;
+  if (modules.count(name) == 0) return;
   FinishKeeping();
-  for (auto it = in_flight.begin(); it != in_flight.end();) {
-    if (it->second.plan.module != name) {
-      ++it;
-      continue;
-    }
-    Finish(it->second, DiedWith(name, it->second.plan, kLog));
-    it = in_flight.erase(it);
-  }
-  module->second.in_flight = 0;
+  GiveUp(name, UINT64_MAX, " died before it answered");
   Pump(name);
 }

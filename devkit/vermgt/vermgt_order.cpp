@@ -12,6 +12,7 @@
 #include <csignal>
 #include <cstring>
 #include <functional>
+#include <new>
 
 #include "ams_common_api.h"
 #include "vermgt_image.h"
@@ -44,7 +45,7 @@ bool worker_started;
 std::string work_name;
 std::atomic<const char *> outcome;
 
-const char *Flash(const std::string &path) {
+const char *Flash(const std::string &path) try {
   std::string image, why;
   if (ImageRead(path.c_str(), &image, &why) != 0 || ImageCheck(image, &why) != 0) {
     AMS_PRINT(4, "%s is not flashed: %s\n", path.c_str(), why.c_str());
@@ -55,6 +56,9 @@ const char *Flash(const std::string &path) {
     return "upg_failed";
   }
   return "downloaded";
+} catch (const std::bad_alloc &) {
+  AMS_PRINT(5, "%s is not flashed: no memory for it\n", path.c_str());
+  return "upg_failed";
 }
 
 void *Work(void *) {

@@ -24,7 +24,8 @@ extern "C" {
 #endif
 
 /* Handles one message. `data` (8-byte aligned, NULL when `len` is 0) belongs to the runtime and is
-   valid until the handler returns. */
+   valid until the handler returns. One that std::bad_alloc leaves is over there: a level-5 record,
+   and a call is refused; the module goes on. */
 typedef void (*MsgHandler)(int32_t id, const void *data, uint32_t len);
 
 /* One row of a message table; {0, NULL} ends the table. */

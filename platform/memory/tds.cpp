@@ -125,7 +125,12 @@ void Handle(Message *message) {
   if (Stale(*message)) return;
   if (const MsgEntry *row = RowOf(*self, message->id)) {
     in_work = message;
-    row->handler(static_cast<int32_t>(message->id), message->data.get(), message->length);
+    try {
+      row->handler(static_cast<int32_t>(message->id), message->data.get(), message->length);
+    } catch (const std::bad_alloc &) {
+      AMS_PRINT(5, "%s: no memory to handle message 0x%x of %s\n", self->name.c_str(), message->id,
+                message->sender.c_str());
+    }
     in_work = nullptr;
   } else {
     AMS_PRINT(2, "%s: no row for message 0x%x of %s\n", self->name.c_str(), message->id,

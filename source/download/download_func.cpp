@@ -9,12 +9,14 @@
 #include <time.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <memory>
 #include <mutex>
+#include <new>
 #include <set>
 #include <string>
 
@@ -130,7 +132,7 @@ std::multiset<std::string> targets_in_work;
 
 void EndTarget(const char *name) {
   std::lock_guard<std::mutex> lock(targets_mutex);
-  targets_in_work.erase(targets_in_work.find(name));
+  targets_in_work.erase(std::find(targets_in_work.begin(), targets_in_work.end(), name));
 }
 
 /* Makes the file that curl fills, which is a new and empty one of our own: curl follows a link and
@@ -183,6 +185,21 @@ void ReportFailure(const DownloadOrder &order, const char *result, DownloadLine 
   RunIfThere(kPostScript, " failed");
 }
 
+void NoMemory() { AMS_PRINT(5, "no memory for a download: order it again when less is running\n"); }
+
+/* The result of an order that is not refused; "" when it was not even fetched. */
+void CarryOut(const DownloadOrder &order, DownloadLine &line, Aftermath *after,
+              VersionWord *result) try {
+  for (unsigned left = DownloadDelay(order.delay); left != 0;) left = sleep(left);
+  FreeMemory(after);
+  if (DownloadFetchCommand(order, line) == 0 /* else refused */ && BeginTarget(order.target) == 0) {
+    FetchAndUpgrade(order, line, result);
+    EndTarget(order.target);
+  }
+} catch (const std::bad_alloc &) {
+  NoMemory();
+}
+
 /* An order that cannot be carried out whole stops nothing and fetches nothing, and is reported as
    any that failed. */
 void RunOrder(const DownloadOrder &order, DownloadLine &line, Aftermath *after) {
@@ -190,17 +207,10 @@ void RunOrder(const DownloadOrder &order, DownloadLine &line, Aftermath *after) 
   const char *refusal = DownloadRefusal(order);
   WriteTime(DOWNLOAD "StartTime");
   RunIfThere(kPreScript, "");
-  if (refusal != nullptr) {
+  if (refusal != nullptr)
     AMS_PRINT(4, "download refused: %s\n", refusal);
-  } else {
-    for (unsigned left = DownloadDelay(order.delay); left != 0;) left = sleep(left);
-    FreeMemory(after);
-    if (DownloadFetchCommand(order, line) == 0 /* else refused */ &&
-        BeginTarget(order.target) == 0) {
-      FetchAndUpgrade(order, line, &result);
-      EndTarget(order.target);
-    }
-  }
+  else
+    CarryOut(order, line, after, &result);
   WriteTime(DOWNLOAD "CompleteTime");
   after->reboot = strcmp(result, "success") == 0;
   if (after->reboot)
@@ -211,23 +221,27 @@ void RunOrder(const DownloadOrder &order, DownloadLine &line, Aftermath *after) 
 
 /* All that an order holds is given back when this returns. `order_read` is posted once the order
    was read, or cannot be. */
-Aftermath CarryOutOrder(sem_t *order_read) {
-  Aftermath after = {};
+void CarryOutOrder(sem_t *order_read, Aftermath *after) try {
   std::unique_ptr<DownloadLine, decltype(&__tds_free)> line(
       static_cast<DownloadLine *>(__tds_malloc(sizeof(DownloadLine), kThreadTag)), __tds_free);
   OrderTexts texts;
   DownloadOrder order = {};
-  if (line != nullptr) order = ReadOrder(&texts);
+  try {
+    if (line != nullptr) order = ReadOrder(&texts);
+  } catch (const std::bad_alloc &) {
+    line.reset();
+  }
   if (order_read != nullptr) sem_post(order_read);
-  if (line == nullptr) return after;
+  if (line == nullptr) return NoMemory();
   if (order.url[0] != '\0') {
     if (order.target[0] == '\0') order.target = kDefaultTarget;
-    RunOrder(order, *line, &after);
+    RunOrder(order, *line, after);
   }
   /* Only the bare name, in the daemon's own folder, on purpose: the image below /tmp stays for
      whoever has to find out why it was not taken, until a boot clears it. */
   if (DownloadIsPlainName(order.target)) (void)unlink(order.target); /* it is seldom there */
-  return after;
+} catch (const std::bad_alloc &) {
+  NoMemory();
 }
 
 /* The next order comes by way of this module, so it cannot reach the store, and mix with this one,
@@ -249,7 +263,8 @@ int StartThread() {
 
 void *tr069_download_image_thread(void *order_read) {
   AMS_PrintThreadModule("sysmgr:devInfo"); /* its records follow the module's print level */
-  Aftermath after = CarryOutOrder(static_cast<sem_t *>(order_read));
+  Aftermath after = {};
+  CarryOutOrder(static_cast<sem_t *>(order_read), &after);
   if (after.reboot) {
     sleep(kRebootDelay);
     cfgSystemCmd("reboot");

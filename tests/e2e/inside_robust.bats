@@ -122,6 +122,60 @@ alive() { expect 0 V2.3.1 cfgcmd get $DEVICE.X_KVO_FWVersion; }
   alive
 }
 
+# each_command CHECK: one of each, given to CHECK.
+each_command() {
+  local row
+  "$1" get $SERVICES.ServiceTelnet
+  "$1" set $SERVICES.ServiceTelnet.Port 2300
+  "$1" add $USERS
+  row=$(grep . "$BATS_TEST_TMPDIR/said" || echo $USERS.4711)
+  "$1" set "$row.Username" x
+  "$1" list $USERS
+  "$1" attr $SERVICES.ServiceTelnet.Port
+  "$1" refresh $SERVICES.ServiceTelnet
+  "$1" del "$row"
+}
+is_done() { cfgcmd "$@" >"$BATS_TEST_TMPDIR/said" || fail "$*"; }
+is_clear() {
+  local status=0
+  cfgcmd --timeout 1 "$@" >"$BATS_TEST_TMPDIR/said" 2>"$BATS_TEST_TMPDIR/error" || status=$?
+  [ $status -ne 2 ] && [ "$(wc -l <"$BATS_TEST_TMPDIR/error")" -eq $((status != 0)) ] ||
+    fail "$*: status $status: $(cat "$BATS_TEST_TMPDIR/error")"
+}
+
+@test "what lacks something is told so in a line, and served when that is there again" {
+  lacks_flash() { mount -t tmpfs -o size=64k flash /var/nvram && ! head -c 1M /dev/zero >/var/nvram/filler; }
+  has_flash() { rm /var/nvram/filler; }
+  lacks_folder() { mv /var/run/tds "$BATS_TEST_TMPDIR"; }
+  has_folder() { until_true cfgcmd get $SERVICES.ServiceTelnet; }
+  lacks_descriptors() { prlimit --pid "$(pid_of "$1")" --nofile=3:; }
+  has_descriptors() { prlimit --pid "$(pid_of "$1")" --nofile=1024:; }
+  # What it has is all that it gets; a sanitizer ends the process for that.
+  kilobytes() { awk '/^VmSize:/ {print $2}' "/proc/$(pid_of "$1")/status"; }
+  lacks_memory() { [ "$(kilobytes "$1")" -gt 2000000 ] || prlimit --pid "$(pid_of "$1")" --as=$(($(kilobytes "$1") * 1024)):; }
+  has_memory() { prlimit --pid "$(pid_of "$1")" --as=unlimited; }
+  for fault in flash folder {descriptors,memory}' '{sysmgr,dbmgr}; do
+    lacks_$fault 2>/dev/null
+    each_command is_clear
+    has_$fault
+    each_command is_done
+    expect 0 2300 cfgcmd get $SERVICES.ServiceTelnet.Port
+  done
+  umount /var/nvram
+  is_done set $SERVICES.ServiceTelnet.Port 23
+}
+
+@test "a client without memory says so in a line" {
+  local kb error=$BATS_TEST_TMPDIR/error
+  # Less and less beside the map of the store, until the tree does not fit.
+  (ulimit -v 900000 && cfgcmd tree) >/dev/null 2>&1 || skip "the sanitizer's client takes more than that"
+  for ((kb = 400000; kb > 270000; kb -= 1000)); do
+    (ulimit -v $kb && exec cfgcmd tree) >/dev/null 2>"$error" || break
+  done
+  [ "$(cat "$error")" = "cfgcmd: no memory for what was asked or answered: ask for less, or later" ] ||
+    fail "$kb KiB: $(cat "$error")"
+}
+
 # Whether every thread of a process is traced.
 traced() { ! grep -q '^TracerPid:[[:blank:]]*0$' /proc/"$1"/task/*/status; }
 

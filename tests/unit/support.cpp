@@ -22,6 +22,7 @@
 #include <sstream>
 #include <utility>
 
+#include "refusals.h"
 #include "sup_main.h"
 
 /* A call that the linker leads here, and where it led. */
@@ -118,6 +119,7 @@ void RecordMessage(int32_t id, const void *data, uint32_t len) {
 /* A call of the runtime as a line of text, printf's. */
 int RecordCall(const char *format, ...) __attribute__((format(printf, 1, 2)));
 int RecordCall(const char *format, ...) {
+  MemoryOfTheTest own;
   char line[4096];
   va_list args;
   va_start(args, format);
@@ -165,6 +167,7 @@ void AwaitStart() {
 }  // namespace
 
 int __wrap_system(const char *line) {
+  MemoryOfTheTest own;
   if (RecordCommand(line)) return __real_system(line);
   std::function<void(const std::string &)> answer;
   std::pair<int, int> result = {0, errno};
@@ -182,6 +185,7 @@ int __wrap_system(const char *line) {
 }
 
 FILE *__wrap_popen(const char *line, const char *mode) {
+  MemoryOfTheTest own;
   if (RecordCommand(line)) return __real_popen(line, mode);
   std::optional<std::string> answer = "";
   {
@@ -229,12 +233,14 @@ int __wrap_KillTimer(int timer) {
 
 int __wrap_SendMsg(uint32_t id, const void *data, uint32_t len, const char *dest) {
   if (!runtime_recorded) return __real_SendMsg(id, data, len, dest);
+  MemoryOfTheTest own;
   return RecordCall("SendMsg(%#x, %s, %s)", id, Shown(data, len).c_str(), dest);
 }
 
 int __wrap_SendMsg_syn_lib(uint32_t id, const void *data, uint32_t len, const char *dest,
                            void **reply, uint32_t *reply_len) {
   if (!runtime_recorded) return __real_SendMsg_syn_lib(id, data, len, dest, reply, reply_len);
+  MemoryOfTheTest own;
   RecordCall("SendMsg_syn_lib(%#x, %s, %s)", id, Shown(data, len).c_str(), dest);
   std::lock_guard<std::mutex> lock(mutex);
   if (replies.empty()) return -1;
@@ -253,6 +259,7 @@ int __wrap_TDS_RegisterNotifyList(uint32_t id, const char *publisher) {
 
 int __wrap_TDS_NotifyRegistrant(uint32_t id, const void *data, uint32_t len) {
   if (!runtime_recorded) return __real_TDS_NotifyRegistrant(id, data, len);
+  MemoryOfTheTest own;
   return RecordCall("TDS_NotifyRegistrant(%#x, %s)", id, Shown(data, len).c_str());
 }
 
@@ -333,6 +340,14 @@ void FailPopen() {
 void AnswerSystem(int status, int error) {
   std::lock_guard<std::mutex> lock(mutex);
   statuses.emplace_back(status, error);
+}
+
+void ForgetAnswers() {
+  std::lock_guard<std::mutex> lock(mutex);
+  answers.clear();
+  statuses.clear();
+  replies.clear();
+  no_thread = false;
 }
 
 void OnSystem(std::function<void(const std::string &)> answer) {

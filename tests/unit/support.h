@@ -67,6 +67,9 @@ void OnSystem(std::function<void(const std::string &line)> answer);
    gives 0 and leaves errno alone. */
 void AnswerSystem(int status, int error);
 
+/* What was said of next ones (AnswerPopen to FailThread) and nothing has asked for. */
+void ForgetAnswers();
+
 /* Called in place of each tds_delay() of this thread from now on, so that what it waits for comes
    when the test says, and time decides nothing. Until the end of the test. */
 void OnDelay(std::function<void()> instead);

@@ -33,6 +33,14 @@ struct AreaFile {
   std::string bytes;  // head and tail included
 };
 
+/* Closed at the end, whatever ends it. */
+struct Descriptor {
+  int fd;
+  ~Descriptor() {
+    if (fd >= 0) close(fd);
+  }
+};
+
 std::string Head(int area, size_t size) {
   char text[64];
   snprintf(text, sizeof text, "nvram 1, area %d, %010zu bytes\n", area, size);
@@ -112,10 +120,9 @@ int OpenToRead(int folder, const std::string &name, AreaFile *file, size_t *size
 AreaFile ReadFile(int folder, const std::string &name) {
   AreaFile file = {};
   size_t size = 0;
-  int fd = OpenToRead(folder, name, &file, &size);
-  if (fd < 0) return file;
-  file.error = ReadBytes(fd, size, &file.bytes);
-  close(fd);
+  const Descriptor opened = {OpenToRead(folder, name, &file, &size)};
+  if (opened.fd < 0) return file;
+  file.error = ReadBytes(opened.fd, size, &file.bytes);
   if (file.error != 0) file.wrong = strerror(file.error);
   return file;
 }
@@ -313,7 +320,8 @@ int FlashLoad(int area, std::string *records) {
   const std::string name = AreaName(area), before = name + ".1";
   AreaFile file = {};
   std::string lost;
-  int missing = 0, folder = OpenFolder();
+  const Descriptor opened = {OpenFolder()};
+  int missing = 0, folder = opened.fd;
   records->clear();
   if (folder < 0) return NoFolder(errno);
   for (const std::string &each : {name, before}) {
@@ -327,7 +335,6 @@ int FlashLoad(int area, std::string *records) {
   if (file.error == 0) *records = Records(file.bytes);
   if (file.error == 0 && !lost.empty())
     (void)Rename(folder, before, name); /* else the next start says the same again */
-  close(folder);
   if (IsShortage(file.error)) return file.error;
   if (!lost.empty() && missing < 2) /* a new board has neither */
     AMS_PRINT(4, "nvram: in %s %s%s\n", kFolder, lost.c_str(),
@@ -339,7 +346,8 @@ int FlashStore(int area, const std::string &records) {
   const std::string name = AreaName(area);
   std::string bytes = Head(area, kHeadSize + records.size() + kTailSize) + records;
   bytes += Tail(bytes);
-  int folder = OpenFolder(), rc = folder < 0 ? errno : 0;
+  const Descriptor opened = {OpenFolder()};
+  int folder = opened.fd, rc = folder < 0 ? errno : 0;
   AreaFile last = {};
   if (rc == 0) last = ReadFile(folder, name);
   if (IsShortage(last.error)) rc = last.error;
@@ -349,7 +357,6 @@ int FlashStore(int area, const std::string &records) {
     bool sound = last.error == 0 && WrongBytes(area, last.bytes).empty();
     rc = Store(folder, name, sound, bytes);
   }
-  if (folder >= 0) close(folder);
   if (rc == 0) return same ? 0 : 1;
   AMS_PRINT(4, "nvram: writing %s/%s failed: %s; the last commit stands: make room for %zu bytes\n",
             kFolder, name.c_str(), strerror(rc), bytes.size());
@@ -357,9 +364,8 @@ int FlashStore(int area, const std::string &records) {
 }
 
 void FlashUndo(int area) {
-  int folder = OpenFolder();
-  int rc = folder < 0 ? errno : PutBack(folder, AreaName(area));
-  if (folder >= 0) close(folder);
+  const Descriptor opened = {OpenFolder()};
+  int rc = opened.fd < 0 ? errno : PutBack(opened.fd, AreaName(area));
   if (rc != 0)
     AMS_PRINT(4, "nvram: taking back a change of %s/%s failed: %s\n", kFolder,
               AreaName(area).c_str(), strerror(rc));

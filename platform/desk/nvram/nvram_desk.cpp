@@ -8,9 +8,12 @@
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
+#include <memory>
 #include <mutex>
+#include <new>
 #include <string>
 #include <string_view>
+#include <utility>
 
 #include "ams_print.h"
 #include "flash.h"
@@ -39,6 +42,26 @@ int Failed(const char *what, const char *where, int rc) {
   return -1;
 }
 
+/* What `work` returns; an ENOMEM of `work` where it is for memory of its own. */
+template <class Work>
+int OrNoMemory(Work work) {
+  try {
+    return work();
+  } catch (const std::bad_alloc &) {
+    return ENOMEM;
+  }
+}
+
+/* A transaction of the working copy, given up unless it is committed. */
+struct Transaction {
+  MDB_txn *txn = nullptr;
+  int Begin(unsigned flags) { return LmdbBegin(work_copy, flags, &txn); }
+  int Commit() { return mdb_txn_commit(std::exchange(txn, nullptr)); } /* ends it in any case */
+  ~Transaction() {
+    if (txn != nullptr) mdb_txn_abort(txn);
+  }
+};
+
 std::string RowKey(int type, std::string_view key) {
   return std::string(1, static_cast<char>('0' + type)).append(key);
 }
@@ -65,9 +88,10 @@ int Delete(MDB_txn *txn, std::string_view row) {
 template <class Each>
 int ForSettings(MDB_txn *txn, int type, std::string_view prefix, Each each) {
   MDB_cursor *cursor = nullptr;
+  const std::string rows = RowKey(type, prefix);
   int rc = mdb_cursor_open(txn, work_copy.dbi, &cursor);
   if (rc != 0) return rc;
-  const std::string rows = RowKey(type, prefix);
+  const std::unique_ptr<MDB_cursor, decltype(&mdb_cursor_close)> owned(cursor, mdb_cursor_close);
   MDB_val row = LmdbVal(rows.data(), rows.size()), value;
   MDB_cursor_op op = MDB_SET_RANGE;
   while ((rc = mdb_cursor_get(cursor, &row, &value, op)) == 0 &&
@@ -75,7 +99,6 @@ int ForSettings(MDB_txn *txn, int type, std::string_view prefix, Each each) {
     if ((rc = each(cursor, Text(row).substr(1), Text(value))) != 0) break;
     op = MDB_NEXT;
   }
-  mdb_cursor_close(cursor);
   return rc == MDB_NOTFOUND ? 0 : rc;
 }
 
@@ -98,19 +121,16 @@ int LoadArea(MDB_txn *txn, int type) {
 
 /* The first process loads from flash; the write transaction makes the others wait for it. */
 int LoadOnce() {
-  MDB_txn *txn = nullptr;
+  Transaction write;
   MDB_val key = LmdbVal(kLoaded, sizeof kLoaded - 1), value;
-  int rc = LmdbBegin(work_copy, 0, &txn);
+  int rc = write.Begin(0);
   if (rc != 0) return rc;
-  rc = mdb_get(txn, work_copy.dbi, &key, &value);
-  if (rc == MDB_NOTFOUND) {
-    rc = LoadArea(txn, NVTYPE_STAGING);
-    if (rc == 0) rc = LoadArea(txn, NVTYPE_BASIC);
-    if (rc == 0) rc = Put(txn, kLoaded, kLoadedValue);
-    if (rc == 0) return mdb_txn_commit(txn);
-  }
-  mdb_txn_abort(txn);
-  return rc;
+  rc = mdb_get(write.txn, work_copy.dbi, &key, &value);
+  if (rc != MDB_NOTFOUND) return rc;
+  rc = LoadArea(write.txn, NVTYPE_STAGING);
+  if (rc == 0) rc = LoadArea(write.txn, NVTYPE_BASIC);
+  if (rc == 0) rc = Put(write.txn, kLoaded, kLoadedValue);
+  return rc == 0 ? write.Commit() : rc;
 }
 
 /* A working copy that somebody has open is not taken away: his changes and ours would part. 0 or -1
@@ -128,13 +148,14 @@ int RemoveDamaged() {
 
 /* 0 or -1 (logged). */
 int OpenWork() {
-  int rc = LmdbOpen(kWorkPlace, true, &work_copy);
+  auto open = [] { return LmdbOpen(kWorkPlace, true, &work_copy); };
+  int rc = OrNoMemory(open);
   if (rc == MDB_INVALID || rc == MDB_VERSION_MISMATCH || rc == MDB_CORRUPTED) {
     if (RemoveDamaged() != 0) return -1;
-    rc = LmdbOpen(kWorkPlace, true, &work_copy);
+    rc = OrNoMemory(open);
   }
   if (rc == 0) rc = mdb_reader_check(work_copy.env, nullptr); /* the dead would keep old pages */
-  if (rc == 0) rc = LoadOnce();
+  if (rc == 0) rc = OrNoMemory(LoadOnce);
   if (rc == 0) return 0;
   LmdbClose(&work_copy);
   return Failed("opening", kWorkPlace.folder, rc);
@@ -199,11 +220,12 @@ int WithRoom(Attempt attempt) {
 template <class Work>
 int Write(const char *what, Work work) {
   int rc = WithRoom([&work] {
-    MDB_txn *txn = nullptr;
-    int failed = LmdbBegin(work_copy, 0, &txn);
-    if (failed == 0 && (failed = work(txn)) == 0) return mdb_txn_commit(txn);
-    mdb_txn_abort(txn);
-    return failed;
+    return OrNoMemory([&work] {
+      Transaction write;
+      int failed = write.Begin(0);
+      if (failed == 0) failed = work(write.txn);
+      return failed == 0 ? write.Commit() : failed;
+    });
   });
   return rc == 0 ? 0 : Failed(what, kWorkPlace.folder, rc);
 }
@@ -218,32 +240,49 @@ int ChangeOne(int type, const NvramChange &change) {
 int nvram_init_semaphore(void) { return Attach(); }
 
 int nvram_desk_read(int type, const std::string &key, std::optional<std::string> *value) {
-  MDB_txn *txn = nullptr;
   value->reset();
   if (CheckKey(key) != 0 || CheckArea(type) != 0) return -1;
-  int rc = LmdbBegin(work_copy, MDB_RDONLY, &txn);
-  if (rc == 0) {
-    std::string row = RowKey(type, key);
-    MDB_val found = LmdbVal(row.data(), row.size()), data;
-    rc = mdb_get(txn, work_copy.dbi, &found, &data);
-    if (rc == 0) *value = Text(data);
-    mdb_txn_abort(txn);
-  }
+  int rc = OrNoMemory([&] {
+    Transaction read;
+    MDB_val found, data;
+    const std::string row = RowKey(type, key);
+    int failed = read.Begin(MDB_RDONLY);
+    found = LmdbVal(row.data(), row.size());
+    if (failed == 0) failed = mdb_get(read.txn, work_copy.dbi, &found, &data);
+    if (failed == 0) *value = Text(data);
+    return failed;
+  });
   return rc == 0 || rc == MDB_NOTFOUND ? 0 : Failed("reading", key.c_str(), rc);
 }
 
 char *nvram_get(const char *key, int type) {
   std::optional<std::string> value;
-  if (nvram_desk_read(type, Bounded(key, kNvramKeyMax), &value) != 0 || !value) return nullptr;
-  return strndup(value->data(), value->size());
+  int rc = OrNoMemory([&] { return nvram_desk_read(type, Bounded(key, kNvramKeyMax), &value); });
+  char *copy = rc == 0 && value ? strndup(value->data(), value->size()) : nullptr;
+  if (rc == ENOMEM || (rc == 0 && value && copy == nullptr))
+    Failed("reading", kWorkPlace.folder, ENOMEM);
+  return copy;
 }
 
+namespace {
+
+/* `make` makes the change: it needs memory. */
+template <class Make>
+int ChangeMade(int type, Make make) {
+  int rc = OrNoMemory([&] { return ChangeOne(type, make()); });
+  return rc == ENOMEM ? Failed("writing", kWorkPlace.folder, rc) : rc;
+}
+
+}  // namespace
+
 int nvram_set(const char *key, const char *value, int type) {
-  return ChangeOne(type, {Bounded(key, kNvramKeyMax), Bounded(value, kNvramValueMax)});
+  return ChangeMade(type, [=] {
+    return NvramChange{Bounded(key, kNvramKeyMax), Bounded(value, kNvramValueMax)};
+  });
 }
 
 int nvram_unset(const char *key, int type) {
-  return ChangeOne(type, {Bounded(key, kNvramKeyMax), std::nullopt});
+  return ChangeMade(type, [=] { return NvramChange{Bounded(key, kNvramKeyMax), std::nullopt}; });
 }
 
 int nvram_commit(int type) { return nvram_desk_apply(type, {}); }
@@ -260,15 +299,15 @@ int nvram_clean(int type) {
 /* What is visited is a copy: a visitor may wait for long, and old pages would be kept for it. */
 int nvram_walk(int type, const char *prefix,
                int (*visit)(const char *key, const char *value, void *context), void *context) {
-  MDB_txn *txn = nullptr;
   std::string records;
   int result = 0;
   if (CheckArea(type) != 0) return -1;
-  int rc = LmdbBegin(work_copy, MDB_RDONLY, &txn);
-  if (rc == 0) {
-    rc = ReadRecords(txn, type, prefix == nullptr ? "" : prefix, &records);
-    mdb_txn_abort(txn);
-  }
+  int rc = OrNoMemory([&] {
+    Transaction read;
+    int failed = read.Begin(MDB_RDONLY);
+    return failed == 0 ? ReadRecords(read.txn, type, prefix == nullptr ? "" : prefix, &records)
+                       : failed;
+  });
   if (rc != 0) return Failed("reading", kWorkPlace.folder, rc);
   std::string_view rest = records, key, value; /* each ends with a NUL */
   while (result == 0 && FlashNext(&rest, &key, &value))
@@ -282,17 +321,14 @@ constexpr int kLogged = -1; /* an error of neither the system nor the library */
 
 /* Flash first: what it cannot take is changed nowhere. */
 int ApplyLocked(int type, const std::vector<NvramChange> &changes) {
-  MDB_txn *txn = nullptr;
+  Transaction write;
   std::string records;
-  int stored = 0, rc = LmdbBegin(work_copy, 0, &txn);
-  for (size_t at = 0; rc == 0 && at < changes.size(); ++at) rc = Change(txn, type, changes[at]);
-  if (rc == 0) rc = ReadRecords(txn, type, "", &records);
+  int stored = 0, rc = write.Begin(0);
+  for (size_t at = 0; rc == 0 && at < changes.size(); ++at)
+    rc = Change(write.txn, type, changes[at]);
+  if (rc == 0) rc = ReadRecords(write.txn, type, "", &records);
   if (rc == 0 && (stored = FlashStore(type, records)) < 0) rc = kLogged;
-  if (rc != 0) {
-    mdb_txn_abort(txn);
-    return rc;
-  }
-  rc = mdb_txn_commit(txn); /* ends the transaction also when it fails */
+  if (rc == 0) rc = write.Commit();
   if (rc != 0 && stored == 1) FlashUndo(type);
   return rc;
 }
@@ -305,7 +341,9 @@ int nvram_desk_apply(int type, const std::vector<NvramChange> &changes) {
   if (CheckArea(type) != 0) return -1;
   int lock = FlashLock();
   if (lock < 0) return Failed("locking", "flash", errno);
-  int rc = WithRoom([type, &changes] { return ApplyLocked(type, changes); });
+  int rc = WithRoom([type, &changes] {
+    return OrNoMemory([type, &changes] { return ApplyLocked(type, changes); });
+  });
   FlashUnlock(lock);
   return rc == 0 || rc == kLogged ? rc : Failed("writing", kWorkPlace.folder, rc);
 }

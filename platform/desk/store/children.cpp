@@ -39,6 +39,7 @@ int FillList(MDB_txn *txn, const Key &parent, size_t skip, ChildList *list) {
   });
   if (failed != 0) return -1;
   TreeSort(&children, skip);
+  list->parent.length = 0; /* nobody's until it is whole */
   list->keys.clear();
   for (const Found &child : children)
     list->keys.emplace_back(reinterpret_cast<const char *>(child.key), child.key_length);
@@ -81,14 +82,14 @@ int FirstBeside(MDB_txn *txn, const Key &array, char url[AMS_PATH_SIZE]) {
 
 /* The first row of an array at or behind `from` is an instance's own, or behind them all. */
 int NextInstance(MDB_txn *txn, const Key &from, const Key &array, char url[AMS_PATH_SIZE]) {
-  MDB_cursor *cursor;
+  TreeCursor cursor;
   MDB_val key, data;
-  if (TreeCursor(txn, &cursor) != 0) return -1;
-  int result = TreeSeek(cursor, from, array, &key, &data);
+  if (TreeOpenCursor(txn, &cursor) != 0) return -1;
+  int result = TreeSeek(cursor.get(), from, array, &key, &data);
   const uint8_t *bytes = static_cast<uint8_t *>(key.mv_data);
   bool beside = result == 0 && !IsInstance(bytes, key.mv_size, array);
   if (result == 0 && !beside) result = CopyUrl(bytes, key.mv_size, url);
-  TreeCursorEnd(cursor);
+  cursor.reset();
   return beside ? FirstBeside(txn, array, url) : result;
 }
 

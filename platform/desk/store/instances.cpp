@@ -57,14 +57,14 @@ bool OfNestedTemplate(const MDB_val &key, size_t behind) {
 int RowsOfTemplate(MDB_txn *txn, const Key &array, const Record &record, uint32_t number,
                    std::vector<NewRow> *rows) {
   Key top, instance = array;
-  MDB_cursor *cursor;
+  TreeCursor cursor;
   MDB_val key, data;
   const uint8_t each = KEY_EACH;
   KeyGeneral(array.bytes, array.length, &top);
   if (KeyAppendNumber(&instance, number) != 0) return -1;
   if (KeyAppendName(&top, KEY_NODE, {reinterpret_cast<const char *>(&each), 1}) != 0) return -1;
-  if (TreeCursor(txn, &cursor) != 0) return -1;
-  int rc = TreeSeek(cursor, top, top, &key, &data), result = 0;
+  if (TreeOpenCursor(txn, &cursor) != 0) return -1;
+  int rc = TreeSeek(cursor.get(), top, top, &key, &data), result = 0;
   while (result == 0 && rc == 0 && KeyBelow(key, top.bytes, top.length)) {
     Record row;
     Key from;
@@ -77,9 +77,8 @@ int RowsOfTemplate(MDB_txn *txn, const Key &array, const Record &record, uint32_
       made.record = InstanceRecord(record, number, row);
       rows->push_back(std::move(made));
     }
-    rc = mdb_cursor_get(cursor, &key, &data, MDB_NEXT);
+    rc = mdb_cursor_get(cursor.get(), &key, &data, MDB_NEXT);
   }
-  TreeCursorEnd(cursor);
   return result;
 }
 
@@ -91,13 +90,13 @@ int PutRow(MDB_txn *txn, const NewRow &row) {
 
 /* Deletes the run of rows whose keys are `top` or lie below it. */
 int DeleteRun(MDB_txn *txn, const Key &top) {
-  MDB_cursor *cursor;
+  TreeCursor cursor;
   MDB_val key, data;
-  if (TreeCursor(txn, &cursor) != 0) return -1;
+  if (TreeOpenCursor(txn, &cursor) != 0) return -1;
   int rc = 0, room = 0;
-  while (rc == 0 && TreeSeek(cursor, top, top, &key, &data) == 0 && (room = TreeRoom(txn, 0)) == 0)
-    rc = mdb_cursor_del(cursor, 0);
-  TreeCursorEnd(cursor);
+  while (rc == 0 && TreeSeek(cursor.get(), top, top, &key, &data) == 0 &&
+         (room = TreeRoom(txn, 0)) == 0)
+    rc = mdb_cursor_del(cursor.get(), 0);
   return rc == 0 ? room : TreeFailed("writing", rc);
 }
 
@@ -125,8 +124,8 @@ int AddNext(MDB_txn *txn, const char *path, char *url) {
   }
   int rc = TreeMayGrow(txn, 0, false);
   if (rc != 0) return TreeFailed("adding to", rc);
-  if (TreeAddInstance(txn, array, highest + 1) != 0 || KeepAdded(array, highest + 1) != 0)
-    return -1;
+  if (TreeAddInstance(txn, array, highest + 1) != 0) return -1;
+  if (KeepAdded(array, highest + 1) != 0) return TreeGivenUp(); /* the row is there already */
   char text[kKeyMax + 16];
   size_t length = KeyToPath(array.bytes, array.length, text);
   snprintf(text + length, sizeof text - length, ".%u", highest + 1);
@@ -146,8 +145,7 @@ int DeleteOne(MDB_txn *txn, const char *instance) {
   if (TreeDeleteInstance(txn, array, number) != 0) return -1;
   if (TreeFind(txn, array, &record) != 0) return TreeFailed("reading", MDB_NOTFOUND);
   if (KeepDeleted(array, number, RecordCounts(record).highest) == 0) return 0;
-  TreeThread()->failed = true; /* the row is gone already, so a span around this cannot go on */
-  return -1;
+  return TreeGivenUp(); /* the row is gone already */
 }
 
 }  // namespace

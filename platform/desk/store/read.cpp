@@ -111,13 +111,16 @@ int ams_get_idxes(struct AmsTree *root, const char *array, char *list, size_t si
   if (list == nullptr || size == 0) return -1;
   list[0] = '\0';
   if (root == nullptr) return -1;
-  std::vector<uint32_t> numbers;
+  std::string text;
   int result = TreeRead([&](MDB_txn *txn) {
     Key key;
     Record record;
-    return FindArray(txn, array, &key, &record) != 0 ? -1 : TreeInstances(txn, key, &numbers);
+    std::vector<uint32_t> numbers;
+    if (FindArray(txn, array, &key, &record) != 0) return -1;
+    int failed = TreeInstances(txn, key, &numbers);
+    text = JoinNumbers(numbers);
+    return failed;
   });
-  std::string text = JoinNumbers(numbers);
   if (result == 0 && text.size() >= size) {
     AMS_PRINT(4, "store: the instances of %s do not fit %zu bytes\n", array, size);
     return -1;
@@ -132,10 +135,9 @@ int ams_get_array_maxIndex(struct AmsTree *root, const char *array, char *text, 
   int result = TreeRead([&](MDB_txn *txn) {
     Key key;
     Record record;
-    MDB_cursor *cursor;
-    if (FindArray(txn, array, &key, &record) != 0 || TreeCursor(txn, &cursor) != 0) return -1;
-    highest = HighestInstance(cursor, key);
-    TreeCursorEnd(cursor);
+    TreeCursor cursor;
+    if (FindArray(txn, array, &key, &record) != 0 || TreeOpenCursor(txn, &cursor) != 0) return -1;
+    highest = HighestInstance(cursor.get(), key);
     return 0;
   });
   if (result == 0 && !CopyOut(std::to_string(highest), text, size)) {

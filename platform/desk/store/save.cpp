@@ -211,11 +211,11 @@ void SaveRow(Saver *saver, const Found &row) {
 
 /* All rows of the tree and of the templates; their orders put each template into its array. */
 int GatherAll(MDB_txn *txn, std::vector<Found> *rows) {
-  MDB_cursor *cursor;
+  TreeCursor cursor;
   MDB_val key = LmdbVal(nullptr, 0), data;
-  if (TreeCursor(txn, &cursor) != 0) return -1;
-  int rc = mdb_cursor_get(cursor, &key, &data, MDB_FIRST);
-  for (; rc == 0; rc = mdb_cursor_get(cursor, &key, &data, MDB_NEXT)) {
+  if (TreeOpenCursor(txn, &cursor) != 0) return -1;
+  int rc = mdb_cursor_get(cursor.get(), &key, &data, MDB_FIRST);
+  for (; rc == 0; rc = mdb_cursor_get(cursor.get(), &key, &data, MDB_NEXT)) {
     Found row = {0, static_cast<uint8_t *>(key.mv_data), key.mv_size, {}};
     if (row.key[0] >= KEY_FORMAT && row.key[0] != KEY_TEMPLATE) continue;
     if (row.key[0] == KEY_TEMPLATE) {
@@ -224,7 +224,6 @@ int GatherAll(MDB_txn *txn, std::vector<Found> *rows) {
     }
     if (RecordParse(data, &row.record) == 0) rows->push_back(row);
   }
-  TreeCursorEnd(cursor);
   if (rc != MDB_NOTFOUND) return TreeFailed("reading", rc);
   TreeSort(rows, 0);
   return 0;

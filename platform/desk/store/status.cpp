@@ -25,18 +25,17 @@ bool HasStatus(const MDB_val &data) {
 }  // namespace
 
 int StatusTake(MDB_txn *txn) {
-  MDB_cursor *cursor;
+  TreeCursor cursor;
   MDB_val key, data;
   Record row;
   taken_values.clear();
-  if (TreeCursor(txn, &cursor) != 0) return -1;
-  int rc = mdb_cursor_get(cursor, &key, &data, MDB_FIRST);
+  if (TreeOpenCursor(txn, &cursor) != 0) return -1;
+  int rc = mdb_cursor_get(cursor.get(), &key, &data, MDB_FIRST);
   for (; rc == 0 && static_cast<uint8_t *>(key.mv_data)[0] < KEY_FORMAT;
-       rc = mdb_cursor_get(cursor, &key, &data, MDB_NEXT))
+       rc = mdb_cursor_get(cursor.get(), &key, &data, MDB_NEXT))
     if (HasStatus(data) && RecordParse(data, &row) == 0)
       taken_values.push_back(
           {{static_cast<char *>(key.mv_data), key.mv_size}, {row.value, row.length}});
-  TreeCursorEnd(cursor);
   return rc == 0 || rc == MDB_NOTFOUND ? 0 : TreeFailed("reading", rc);
 }
 

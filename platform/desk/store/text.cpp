@@ -48,19 +48,18 @@ int LeafAlone(MDB_txn *txn, Key *key, std::vector<Found> *leaves) {
 /* The leaves below the node `top`, as the file has them, with one look-up: they stand right behind
    it. -1: there is no such node. */
 int Gather(MDB_txn *txn, const Key &top, std::vector<Found> *leaves) {
-  MDB_cursor *cursor;
+  TreeCursor cursor;
   MDB_val key = KeyVal(top), data;
   Record record;
-  if (TreeCursor(txn, &cursor) != 0) return -1;
-  int rc = mdb_cursor_get(cursor, &key, &data, MDB_SET);
+  if (TreeOpenCursor(txn, &cursor) != 0) return -1;
+  int rc = mdb_cursor_get(cursor.get(), &key, &data, MDB_SET);
   int result = rc == 0 ? RecordParse(data, &record) : -1;
   size_t skip = result == 0 ? record.head.order_length : 0;
-  while (result == 0 && (rc = mdb_cursor_get(cursor, &key, &data, MDB_NEXT)) == 0 &&
+  while (result == 0 && (rc = mdb_cursor_get(cursor.get(), &key, &data, MDB_NEXT)) == 0 &&
          KeyBelow(key, top.bytes, top.length)) {
     Found one = {0, static_cast<uint8_t *>(key.mv_data), key.mv_size, {}};
     if (RecordParse(data, &one.record) == 0 && RecordIsLeaf(one.record)) leaves->push_back(one);
   }
-  TreeCursorEnd(cursor);
   if (rc != 0 && rc != MDB_NOTFOUND) return TreeFailed("reading", rc);
   TreeSort(leaves, skip);
   return result;
@@ -121,17 +120,16 @@ int ReadAttributes(MDB_txn *txn, const char *path, char **text) {
 
 /* Takes the marks of changed leaves below `top` off the list; returns their keys. */
 int TakeChanged(MDB_txn *txn, const Key &top, std::vector<std::string> *changed) {
-  MDB_cursor *cursor;
+  TreeCursor cursor;
   MDB_val key, data;
   Key marked = KeyMarked(KEY_CHANGED, top);
-  if (TreeCursor(txn, &cursor) != 0) return -1;
+  if (TreeOpenCursor(txn, &cursor) != 0) return -1;
   int rc = 0, room = 0;
-  while (rc == 0 && TreeSeek(cursor, marked, marked, &key, &data) == 0 &&
+  while (rc == 0 && TreeSeek(cursor.get(), marked, marked, &key, &data) == 0 &&
          (room = TreeRoom(txn, 0)) == 0) {
     changed->emplace_back(static_cast<char *>(key.mv_data) + 1, key.mv_size - 1);
-    rc = mdb_cursor_del(cursor, 0);
+    rc = mdb_cursor_del(cursor.get(), 0);
   }
-  TreeCursorEnd(cursor);
   return rc == 0 ? room : TreeFailed("writing", rc);
 }
 
@@ -176,10 +174,12 @@ int ams_read_withAttr(struct AmsTree *root, const char *path, int change_list, c
   if (root == nullptr || path == nullptr) return -1;
   if (change_list == 0)
     return TreeRead([=](MDB_txn *txn) { return ReadAttributes(txn, path, text); });
-  std::string scope(path, strnlen(path, AMS_PATH_SIZE));
-  size_t tail = scope.rfind(kChangedData);
-  if (tail != std::string::npos) scope.resize(tail);
-  int result = TreeWrite([&](MDB_txn *txn) { return ReadChanged(txn, scope.c_str(), text); });
+  int result = TreeWrite([=](MDB_txn *txn) {
+    std::string scope(path, strnlen(path, AMS_PATH_SIZE));
+    size_t tail = scope.rfind(kChangedData);
+    if (tail != std::string::npos) scope.resize(tail);
+    return ReadChanged(txn, scope.c_str(), text);
+  });
   if (result != 0) {
     __tds_free(*text);
     *text = nullptr;

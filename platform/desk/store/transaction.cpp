@@ -63,23 +63,25 @@ void TreeReadEnd(MDB_txn *txn) {
   if (txn == thread_txns.read) mdb_txn_reset(txn);
 }
 
-int TreeCursor(MDB_txn *txn, MDB_cursor **cursor) {
+int TreeOpenCursor(MDB_txn *txn, TreeCursor *cursor) {
   ThreadTxns &mine = thread_txns;
+  MDB_cursor *opened = mine.cursor;
   int rc = 0;
   bool keep = txn == mine.read && !mine.cursor_lent;
-  if (keep && mine.cursor != nullptr)
-    rc = mdb_cursor_renew(txn, *cursor = mine.cursor);
+  if (keep && opened != nullptr)
+    rc = mdb_cursor_renew(txn, opened);
   else
-    rc = mdb_cursor_open(txn, shared_tree.lmdb.dbi, cursor);
+    rc = mdb_cursor_open(txn, shared_tree.lmdb.dbi, &opened);
   if (rc != 0) return TreeFailed("reading", rc);
   if (keep) {
-    mine.cursor = *cursor;
+    mine.cursor = opened;
     mine.cursor_lent = true;
   }
+  cursor->reset(opened);
   return 0;
 }
 
-void TreeCursorEnd(MDB_cursor *cursor) {
+void TreeCursorEnd::operator()(MDB_cursor *cursor) const {
   if (cursor == thread_txns.cursor)
     thread_txns.cursor_lent = false;
   else
@@ -133,12 +135,16 @@ void EndPinningReaders() {
 
 }  // namespace
 
-int TreeFailed(const char *what, int rc) {
+int TreeGivenUp() {
   thread_txns.failed = true;
+  return -1;
+}
+
+int TreeFailed(const char *what, int rc) {
   if (rc == MDB_MAP_FULL) EndPinningReaders();
   const char *reason = rc == ENOSPC         ? "no memory is left below /dev/shm: free some there"
                        : rc == MDB_MAP_FULL ? "the store is full: delete something"
                                             : mdb_strerror(rc);
   AMS_PRINT(4, "store: %s the tree failed: %s\n", what, reason);
-  return -1;
+  return TreeGivenUp();
 }

@@ -3,6 +3,9 @@
 
 #include <lmdb.h>
 
+#include <cerrno>
+#include <memory>
+#include <new>
 #include <vector>
 
 #include "lmdb_env.h"
@@ -15,6 +18,9 @@ extern AmsTree shared_tree; /* open from ShmPoolSrvInit or ShmPoolCliInit on, fo
 
 /* Logs an LMDB error of a write (and gives up the span, if there is one). Returns -1. */
 int TreeFailed(const char *what, int rc);
+
+/* The same for an error that was logged: a span cannot go on after it. Returns -1. */
+int TreeGivenUp();
 
 /* What one thread keeps: its read transaction between calls, and its span of writes. */
 struct ThreadTxns {
@@ -32,20 +38,33 @@ ThreadTxns *TreeThread();
 int TreeReadBegin(MDB_txn **txn);
 void TreeReadEnd(MDB_txn *txn);
 
-/* Opens a cursor on a transaction of TreeReadBegin or TreeWrite; reading ones are kept. */
-int TreeCursor(MDB_txn *txn, MDB_cursor **cursor);
-void TreeCursorEnd(MDB_cursor *cursor);
+/* Opens a cursor on a transaction of TreeReadBegin or TreeWrite; reading ones are kept. 0 or -1
+   (logged). */
+struct TreeCursorEnd {
+  void operator()(MDB_cursor *cursor) const;
+};
+using TreeCursor = std::unique_ptr<MDB_cursor, TreeCursorEnd>;
+int TreeOpenCursor(MDB_txn *txn, TreeCursor *cursor);
 
 /* The write transaction: the span's, else a new one. TreeWriteEnd commits (result 0) or drops it,
    and first nvram's part of it; in a span it leaves it open. 0 or -1 (logged). */
 int TreeWriteBegin(MDB_txn **txn);
 int TreeWriteEnd(MDB_txn *txn, int result);
 
+/* Without memory for the work it has failed; a span around it is given up then. */
+template <class Work>
+int TreeWork(const char *what, MDB_txn *txn, Work work) {
+  try {
+    return work(txn);
+  } catch (const std::bad_alloc &) {
+    return TreeFailed(what, ENOMEM);
+  }
+}
 template <class Work>
 int TreeRead(Work work) {
   MDB_txn *txn;
   if (TreeReadBegin(&txn) != 0) return -1;
-  int result = work(txn);
+  int result = TreeWork("reading", txn, work);
   TreeReadEnd(txn);
   return result;
 }
@@ -53,5 +72,5 @@ template <class Work>
 int TreeWrite(Work work) {
   MDB_txn *txn;
   if (TreeWriteBegin(&txn) != 0) return -1;
-  return TreeWriteEnd(txn, work(txn));
+  return TreeWriteEnd(txn, TreeWork("writing", txn, work));
 }

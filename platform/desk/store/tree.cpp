@@ -100,10 +100,9 @@ int SetAt(MDB_txn *txn, MDB_cursor *cursor, const Key &key, std::string_view val
 }  // namespace
 
 int TreeSetLeaf(MDB_txn *txn, const Key &key, std::string_view value, unsigned how) {
-  MDB_cursor *cursor;
+  TreeCursor cursor;
   if (key.last == 0 || key.bytes[key.last] != KEY_LEAF) return LEAF_NONE;
-  if (TreeCursor(txn, &cursor) != 0) return -1;
-  int result = SetAt(txn, cursor, key, value, how);
-  TreeCursorEnd(cursor);
+  if (TreeOpenCursor(txn, &cursor) != 0) return -1;
+  int result = SetAt(txn, cursor.get(), key, value, how);
   return result;
 }

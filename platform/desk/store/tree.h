@@ -47,17 +47,16 @@ int TreeSeek(MDB_cursor *cursor, const Key &from, const Key &top, MDB_val *key, 
    false; what is below a child is stepped over. 0 or -1 (logged). */
 template <class Each>
 int TreeChildren(MDB_txn *txn, const Key &parent, Each each) {
-  MDB_cursor *cursor;
+  TreeCursor cursor;
   MDB_val key, data;
   Key from = parent;
-  if (TreeCursor(txn, &cursor) != 0) return -1;
+  if (TreeOpenCursor(txn, &cursor) != 0) return -1;
   from.bytes[from.length++] = KEY_LEAF;
-  while (TreeSeek(cursor, from, parent, &key, &data) == 0 && key.mv_size < kKeyMax) {
+  while (TreeSeek(cursor.get(), from, parent, &key, &data) == 0 && key.mv_size < kKeyMax) {
     if (!each(key, data)) break;
     memcpy(from.bytes, key.mv_data, key.mv_size);
     from.bytes[key.mv_size] = KEY_END;
     from.length = key.mv_size + 1;
   }
-  TreeCursorEnd(cursor);
   return 0;
 }

@@ -100,7 +100,7 @@ int ams_undo_note(struct AmsTree *root, struct AmsUndo **undo, const char *path)
     }
     leaf.status = (record.head.flags & RECORD_STATUS) != 0;
     leaf.value.assign(record.value, record.length);
-    if (KeepRead(leaf.key, &leaf.kept) != 0) return -1;
+    if (KeepRead(leaf.key, &leaf.kept) != 0) return TreeGivenUp(); /* else it would stay unset */
     if (*undo == nullptr) *undo = new AmsUndo;
     (*undo)->leaves.push_back(std::move(leaf));
     return 0;

@@ -12,6 +12,7 @@
 
 #include "ams_print.h"
 #include "endpoint.h"
+#include "folder.h"
 #include "module.h"
 #include "wire.h"
 
@@ -29,10 +30,6 @@ rlim_t DescriptorBound() {
   if (getrlimit(RLIMIT_NOFILE, &limit) != 0 || limit.rlim_cur <= kSpareDescriptors)
     return kMostDescriptors;
   return std::min(kMostDescriptors, limit.rlim_cur - kSpareDescriptors);
-}
-
-void TidyBy(Module *module, uint64_t time) {
-  if (module->tidy_at == 0 || time < module->tidy_at) module->tidy_at = time;
 }
 
 /* Logged once, until there was room for a while. */
@@ -95,7 +92,30 @@ void AcceptFailed(Module *module, int reason) {
   if (!CloseOldestSilent(module)) PauseAccept(module, true);
 }
 
+/* Takes a connection in. 0 or -1 with errno. */
+int Admit(Module *module, int fd) {
+  size_t at = static_cast<size_t>(fd);
+  uint64_t now = MonotonicMs();
+  std::unique_ptr<Connection> connection(new Connection{0, ""});
+  connection->sender.reserve(TDS_NAME_SIZE); /* its hello is not to fail for that */
+  if (at >= module->connections.size()) module->connections.resize(at + 1);
+  module->newcomers.push_back({0, now});
+  WatchKey key = ModuleWatch(module, WatchKind::CONNECTION, fd);
+  if (key == 0) {
+    module->newcomers.pop_back();
+    return -1;
+  }
+  module->newcomers.back().key = connection->key = key;
+  module->connections[at] = std::move(connection);
+  TidyBy(module, now + kTidyPeriod);
+  return 0;
+}
+
 }  // namespace
+
+void TidyBy(Module *module, uint64_t time) {
+  if (module->tidy_at == 0 || time < module->tidy_at) module->tidy_at = time;
+}
 
 Connection *ConnectionOf(const Module *module, WatchKey key) {
   size_t at = static_cast<size_t>(WatchFd(key));
@@ -110,7 +130,8 @@ void ConnectionClose(Module *module, WatchKey key) {
 }
 
 void ConnectionNamed(Module *module) {
-  if (OldestSilent(module) == nullptr && !module->accept_paused) module->tidy_at = 0;
+  if (OldestSilent(module) == nullptr && !module->accept_paused && !module->folder_gone)
+    module->tidy_at = 0;
 }
 
 void ConnectionRefuse(const Connection *connection, uint32_t sequence, int reason) {
@@ -120,33 +141,27 @@ void ConnectionRefuse(const Connection *connection, uint32_t sequence, int reaso
     shutdown(fd, SHUT_RDWR); /* the end of the connection tells it, too, and comes back as event */
 }
 
-void ConnectionAccept(Module *module, int listener) {
+int ConnectionAccept(Module *module, int listener) {
   int fd = accept4(listener, nullptr, nullptr, SOCK_CLOEXEC);
-  if (fd < 0) return AcceptFailed(module, errno);
+  if (fd < 0) {
+    AcceptFailed(module, errno);
+    return -1;
+  }
   if (!WirePeerIsOurs(fd)) {
     AMS_PRINT(3, "%s: connection refused: not a process of our own user", module->name.c_str());
     close(fd);
-    return;
+    return 0;
   }
-  size_t at = static_cast<size_t>(fd);
-  if (at >= DescriptorBound()) {
+  int reason = 0;
+  if (static_cast<size_t>(fd) >= DescriptorBound()) {
     Crowded(module, "too many are open");
-    if (!CloseOldestSilent(module)) {
-      TurnAway(fd, EUSERS);
-      close(fd);
-      return;
-    }
+    if (!CloseOldestSilent(module)) reason = EUSERS;
   }
-  WatchKey key = ModuleWatch(module, WatchKind::CONNECTION, fd);
-  if (key == 0) {
-    close(fd);
-    return;
-  }
-  if (at >= module->connections.size()) module->connections.resize(at + 1);
-  module->connections[at].reset(new Connection{key, ""});
-  uint64_t now = MonotonicMs();
-  module->newcomers.push_back({key, now});
-  TidyBy(module, now + kTidyPeriod);
+  if (reason == 0 && OrNoMemory([=] { return Admit(module, fd); }) == 0) return 0;
+  if (reason == 0 && (reason = errno) == ENOMEM) Crowded(module, strerror(reason));
+  TurnAway(fd, reason);
+  close(fd);
+  return 0;
 }
 
 void ConnectionsTidy(Module *module) {
@@ -154,6 +169,7 @@ void ConnectionsTidy(Module *module) {
   if (now < module->tidy_at) return;
   module->tidy_at = 0;
   if (module->accept_paused) PauseAccept(module, false);
+  if (module->folder_gone) FolderServe(module);
   while (const Newcomer *oldest = OldestSilent(module)) {
     if (now - oldest->since < kHelloLimit) return TidyBy(module, now + kTidyPeriod);
     AMS_PRINT(2, "%s: a connection that never said its name is closed", module->name.c_str());

@@ -18,8 +18,8 @@ struct Newcomer {
   uint64_t since; /* ms of the monotonic clock */
 };
 
-/* Takes the next connection of a listening socket. */
-void ConnectionAccept(Module *module, int listener);
+/* Takes the next connection of a listening socket. 0, or -1: there was none to take. */
+int ConnectionAccept(Module *module, int listener);
 
 /* The connection, or NULL when it is closed. */
 Connection *ConnectionOf(const Module *module, WatchKey key);

@@ -1,7 +1,9 @@
 // Who the calling thread is, and whom it has sent to.
 #pragma once
 
+#include <cerrno>
 #include <cstdint>
+#include <new>
 #include <string>
 #include <vector>
 
@@ -24,3 +26,14 @@ Thread *ThisThread();
 const std::string &ThreadName(const Thread *thread);
 
 uint64_t MonotonicMs();
+
+/* What `work` returns, 0 or -1 with errno; without memory for it -1 with ENOMEM. */
+template <class Work>
+int OrNoMemory(Work work) {
+  try {
+    return work();
+  } catch (const std::bad_alloc &) {
+    errno = ENOMEM;
+    return -1;
+  }
+}

@@ -9,12 +9,27 @@
 
 #include <algorithm>
 #include <cstring>
+#include <new>
 
 #include "ams_print.h"
 #include "endpoint.h"
+#include "folder.h"
 #include "wire.h"
 
 namespace {
+
+constexpr uint32_t kNoMemoryPause = 100; /* ms */
+
+/* A handler that lacks memory is over. */
+void CallRow(Module *module, const MsgEntry &row, const void *data, uint32_t length) {
+  try {
+    row.handler(static_cast<int32_t>(module->work.id), data, length);
+  } catch (const std::bad_alloc &) {
+    AMS_PRINT(5, "%s: no memory to handle message 0x%x from %s", module->name.c_str(),
+              module->work.id, module->work.sender);
+    module->work.fault = ENOMEM;
+  }
+}
 
 /* Calls the handler of the message in work; a call that it neither answers nor holds is refused at
    once, so that its sender does not wait in vain. */
@@ -23,7 +38,7 @@ void Dispatch(Module *module, const MessageInWork &work, const void *data, uint3
   if (row == nullptr && work.connection != nullptr) row = ModuleRow(module, TDS_MSG_ANY);
   module->work = work;
   if (row != nullptr) {
-    row->handler(static_cast<int32_t>(work.id), data, length);
+    CallRow(module, *row, data, length);
   } else if (!work.wants_answer) {
     AMS_PRINT(2, "%s: message 0x%x from %s has no row, dropped", module->name.c_str(), work.id,
               work.sender);
@@ -73,12 +88,15 @@ void HandleEvent(Thread *thread, WatchKey key, WireFrame *frame) {
   Module *module = thread->module;
   switch (WatchKindOf(key)) {
     case WatchKind::LISTENER:
-      return ConnectionAccept(module, WatchFd(key));
+      (void)ConnectionAccept(module, WatchFd(key)); /* somebody may have gone before his turn */
+      return;
     case WatchKind::CONNECTION:
       if (Connection *connection = ConnectionOf(module, key)) Receive(module, connection, frame);
       return;
     case WatchKind::PEER:
       return PeerReadable(thread, key);
+    case WatchKind::FOLDER:
+      return FolderChanged(module, WatchFd(key));
   }
 }
 
@@ -118,6 +136,20 @@ int SleepLimit(const Module *module) {
   return next <= now ? 0 : static_cast<int>(std::min<uint64_t>(next - now, INT32_MAX));
 }
 
+/* What is due, then what has come. */
+void Turn(Thread *thread, WireFrame *frame) {
+  Module *module = thread->module;
+  HandleLocal(module);
+  FireTimers(module);
+  if (module->tidy_at != 0) ConnectionsTidy(module);
+  struct epoll_event events[16];
+  int count = epoll_wait(module->epoll, events, 16, SleepLimit(module));
+  for (int i = 0; i < count; ++i) {
+    HandleEvent(thread, events[i].data.u64, frame);
+    frame->large.reset();
+  }
+}
+
 }  // namespace
 
 const MsgEntry *ModuleRow(const Module *module, uint32_t id) {
@@ -154,6 +186,7 @@ int ModuleServe(Module *module, const char *name) {
 
 Module::~Module() {
   for (WatchKey key : listeners) close(WatchFd(key));
+  if (folder > 0) close(folder);
   if (epoll > 0) close(epoll);
 }
 
@@ -166,7 +199,10 @@ int ModuleOpen(Module *module, const char *name, const MsgEntry *table) {
     AMS_PRINT(4, "%s: epoll_create1: %s", name, strerror(errno));
     return -1;
   }
-  return ModuleServe(module, name);
+  module->folder = -1;
+  if (ModuleServe(module, name) != 0) return -1;
+  FolderWatch(module);
+  return 0;
 }
 
 void *ModuleThread(void *argument) {
@@ -178,16 +214,11 @@ void *ModuleThread(void *argument) {
   WireFrame frame;
   if (ModuleRow(module, TDS_MSG_INIT) != nullptr)
     Dispatch(module, {module->name.c_str(), nullptr, TDS_MSG_INIT, 0, false, 0}, nullptr, 0);
-  for (;;) {
-    HandleLocal(module);
-    FireTimers(module);
-    if (module->tidy_at != 0) ConnectionsTidy(module);
-    struct epoll_event events[16];
-    int count = epoll_wait(module->epoll, events, 16, SleepLimit(module));
-    for (int i = 0; i < count; ++i) {
-      HandleEvent(thread, events[i].data.u64, &frame);
-      frame.large.reset();
+  for (;;) try {
+      for (;;) Turn(thread, &frame);
+    } catch (const std::bad_alloc &) { /* what was not read yet waits in its socket */
+      AMS_PRINT(5, "%s: no memory for messages, waiting for some", module->name.c_str());
+      tds_delay(kNoMemoryPause);
     }
-  }
   return nullptr;
 }

@@ -7,6 +7,7 @@
 #include <memory>
 #include <string>
 #include <unordered_map>
+#include <utility>
 #include <vector>
 
 #include "connections.h"
@@ -43,6 +44,9 @@ struct Module {
   uint64_t tidy_at;    /* ms of the monotonic clock when ConnectionsTidy is due; 0: nothing to do */
   uint64_t crowded_at; /* when there was last no room for one more; 0: never */
   bool accept_paused;
+  int folder;       /* the watch of the sockets' folder; -1: none */
+  bool folder_gone; /* and it could not be made again yet */
+  std::vector<std::pair<uint32_t, std::string>> asked; /* for notifications: id and publisher */
   uint64_t last_serial;
   std::array<uint64_t, TDS_TIMERS> deadlines; /* ms of the monotonic clock; 0: not running */
   std::deque<LocalMessage> local;
@@ -63,6 +67,12 @@ void *ModuleThread(void *module);
 
 /* Puts a descriptor into the module's epoll set. Its key, or 0 (logged). */
 WatchKey ModuleWatch(Module *module, WatchKind kind, int fd);
+
+/* At the latest then, ms of the monotonic clock, the module's ConnectionsTidy is due. */
+void TidyBy(Module *module, uint64_t time);
+
+/* Asks once more for all that the module has asked for. */
+void NotifyAskAgain(Module *module);
 
 /* The table's row for `id`, or NULL. */
 const MsgEntry *ModuleRow(const Module *module, uint32_t id);

@@ -6,6 +6,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstdio>
 #include <cstring>
 #include <string>
@@ -32,14 +33,11 @@ bool MakeFolders(const std::string &folder) {
 
 }  // namespace
 
-int TDS_RegisterNotifyList(uint32_t id, const char *publisher) {
-  if (ThisThread()->module == nullptr || !WireNameFits(publisher)) {
-    AMS_PRINT(
-        4, "TDS_RegisterNotifyList: %s",
-        publisher == nullptr ? "no publisher" : "a module thread and a plain name are needed");
-    return -1;
-  }
-  std::string folder = NotifyFolder(publisher, id);
+namespace {
+
+/* 0 or -1 (logged). */
+int MakeFile(uint32_t id, const std::string &publisher) {
+  const std::string folder = NotifyFolder(publisher, id);
   int fd = -1;
   if (MakeFolders(folder))
     fd = open((folder + "/" + ThreadName(ThisThread())).c_str(), O_WRONLY | O_CREAT | O_CLOEXEC,
@@ -52,17 +50,62 @@ int TDS_RegisterNotifyList(uint32_t id, const char *publisher) {
   return 0;
 }
 
-int TDS_NotifyRegistrant(uint32_t id, const void *data, uint32_t len) {
+int Register(uint32_t id, const char *publisher) {
+  if (ThisThread()->module == nullptr || !WireNameFits(publisher)) {
+    AMS_PRINT(
+        4, "TDS_RegisterNotifyList: %s",
+        publisher == nullptr ? "no publisher" : "a module thread and a plain name are needed");
+    return -1;
+  }
+  std::vector<std::pair<uint32_t, std::string>> &asked = ThisThread()->module->asked;
+  const std::pair<uint32_t, std::string> wanted(id, publisher);
+  if (MakeFile(id, wanted.second) != 0) return -1;
+  if (std::find(asked.begin(), asked.end(), wanted) == asked.end()) asked.push_back(wanted);
+  return 0;
+}
+
+int Notify(uint32_t id, const void *data, uint32_t len) {
   const Module *module = ThisThread()->module;
   const std::string &own = ThreadName(ThisThread());
   int result = 0;
   if (module != nullptr && ModuleRow(module, id) != nullptr)
     result = SendMsg(id, data, len, own.c_str());
-  DIR *folder = opendir(NotifyFolder(own, id).c_str());
-  if (folder == nullptr) return result; /* nobody has asked yet */
+  const std::string name = NotifyFolder(own, id);
+  DIR *folder = opendir(name.c_str());
+  if (folder == nullptr) {
+    if (errno == ENOENT) return result; /* nobody has asked yet */
+    AMS_PRINT(4, "TDS_NotifyRegistrant: %s: %s, nobody else is told", name.c_str(),
+              strerror(errno));
+    return -1;
+  }
   while (const struct dirent *entry = readdir(folder))
     if (entry->d_name[0] != '.' && own != entry->d_name)
       (void)SendMsg(id, data, len, entry->d_name); /* logged there; the others still get theirs */
   closedir(folder);
   return result;
+}
+
+/* The result of `work`, or -1 (logged) when there is no memory for it. */
+template <class Work>
+int Logged(const char *call, Work work) {
+  try {
+    return work();
+  } catch (const std::bad_alloc &) {
+    AMS_PRINT(4, "%s: %s", call, strerror(ENOMEM));
+    return -1;
+  }
+}
+
+}  // namespace
+
+void NotifyAskAgain(Module *module) {
+  for (const auto &[id, publisher] : module->asked) (void)MakeFile(id, publisher); /* logged */
+}
+
+int TDS_RegisterNotifyList(uint32_t id, const char *publisher) {
+  return Logged("TDS_RegisterNotifyList", [=] { return Register(id, publisher); });
+}
+
+int TDS_NotifyRegistrant(uint32_t id, const void *data, uint32_t len) {
+  return Logged("TDS_NotifyRegistrant", [=] { return Notify(id, data, len); });
 }

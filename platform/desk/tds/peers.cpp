@@ -34,10 +34,13 @@ void PeerLost(Thread *thread, Peer *peer) {
 Peer *OpenPeer(Thread *thread, const char *name, bool wait) {
   Peer *peer = FindPeer(thread, name);
   if (peer != nullptr && peer->fd >= 0) return peer;
+  Peer fresh = {peer == nullptr ? name : "", -1, 0, 0, 0, false}; /* a failure holds no socket */
+  if (peer == nullptr) thread->peers.reserve(thread->peers.size() + 1);
   int fd = WireConnect(name, wait || peer == nullptr);
   if (fd < 0 && errno != EAGAIN) return nullptr;
   if (peer == nullptr) {
-    thread->peers.push_back({name, -1, 0, 0, 0, fd < 0});
+    fresh.full = fd < 0;
+    thread->peers.push_back(std::move(fresh));
     peer = &thread->peers.back();
   }
   if (fd < 0) return nullptr;

@@ -94,8 +94,10 @@ int tds_call(uint32_t id, const void *data, uint32_t len, const char *dest, uint
     errno = EDEADLK;
     return -1;
   }
-  Peer *peer = PeerSend(thread, dest, WireKind::CALL, id, data, len);
-  bool answered = peer != nullptr && PeerAwait(thread, peer, end) == 0;
+  bool answered = OrNoMemory([=] {
+                    Peer *peer = PeerSend(thread, dest, WireKind::CALL, id, data, len);
+                    return peer == nullptr ? -1 : PeerAwait(thread, peer, end);
+                  }) == 0;
   int result = answered ? CopyAnswer(thread->answer, reply, reply_len) : -1;
   thread->answer.large.reset();
   return result;
@@ -110,12 +112,12 @@ int SendMsg_syn_lib(uint32_t id, const void *data, uint32_t len, const char *des
 
 int SendMsg(uint32_t id, const void *data, uint32_t len, const char *dest) {
   Thread *thread = ThisThread();
-  bool sent = MaySend(id, dest);
-  if (sent && IsOwnName(thread, dest))
-    sent = PostToSelf(thread, id, data, len) == 0;
-  else if (sent)
-    sent = PeerSend(thread, dest, WireKind::POST, id, data, len) != nullptr;
-  if (sent) return 0;
+  int result = OrNoMemory([=] {
+    if (!MaySend(id, dest)) return -1;
+    if (IsOwnName(thread, dest)) return PostToSelf(thread, id, data, len);
+    return PeerSend(thread, dest, WireKind::POST, id, data, len) == nullptr ? -1 : 0;
+  });
+  if (result == 0) return 0;
   AMS_PRINT(4, "message 0x%x to %s: %s", id, dest == nullptr ? "(null)" : dest, WireFault(errno));
   return -1;
 }
@@ -152,8 +154,8 @@ uint64_t tds_hold_reply() {
   Module *module = OwnModule("tds_hold_reply");
   if (module == nullptr || !module->work.wants_answer) return 0;
   MessageInWork *work = &module->work;
-  work->wants_answer = false;
   module->held[++module->last_token] = {work->connection->key, work->id, work->sequence};
+  work->wants_answer = false;
   return module->last_token;
 }
 

@@ -6,7 +6,7 @@
 #include <cstdint>
 
 using WatchKey = uint64_t;
-enum class WatchKind : uint8_t { LISTENER, CONNECTION, PEER };
+enum class WatchKind : uint8_t { LISTENER, CONNECTION, PEER, FOLDER };
 
 WatchKey WatchKeyOf(WatchKind kind, uint64_t serial, int fd);
 int WatchFd(WatchKey key);

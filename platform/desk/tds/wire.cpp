@@ -137,6 +137,12 @@ bool WirePeerIsOurs(int fd) {
   return getsockopt(fd, SOL_SOCKET, SO_PEERCRED, &peer, &size) == 0 && peer.uid == geteuid();
 }
 
+bool WireIsServed(const char *name) {
+  struct sockaddr_un address;
+  struct stat status;
+  return SocketAddress(name, &address) && (stat(address.sun_path, &status) == 0 || errno != ENOENT);
+}
+
 int WireListen(const char *name) {
   struct sockaddr_un address;
   if (!SocketAddress(name, &address)) {

@@ -55,6 +55,9 @@ int WireListen(const char *name);
 int WireConnect(const char *name, bool wait);
 bool WirePeerIsOurs(int fd);
 
+/* Whether the name has its file, whoever made that. */
+bool WireIsServed(const char *name);
+
 /* Whether `name` can be an endpoint's name. */
 bool WireNameFits(const char *name);
 

@@ -5,13 +5,19 @@
 #include <cstdlib>
 #include <cstring>
 #include <fstream>
+#include <future>
+#include <mutex>
 #include <set>
 #include <sstream>
 
 #include "appt_request.h"
 #include "dbmgr_commands.h"
 #include "dbmgr_forms.h"
+#include "dbmgr_proto.h"
+#include "dbmgr_route.h"
 #include "escape.h"
+#include "refusals.h"
+#include "tds_desk.h"
 
 namespace {
 
@@ -228,6 +234,112 @@ TEST_F(Model, ASetWithALeafThatIsGoneChangesNothing) {
   EXPECT_EQ(ServeFromStore(plan).result, -1);
   ASSERT_EQ(ams_mxml_get_leaf_value(plan.paths[0].c_str(), after), 0);
   EXPECT_STREQ(after, before);
+}
+
+/* ---- the way of a request ---- */
+
+std::mutex in_work; /* of who shares something with the router, which ends with the program */
+bool silent;        /* the next request that the module gets stays without an acknowledgement */
+
+void Acknowledge(int32_t, const void *data, uint32_t) {
+  char ack[APPT_ACK_HEAD_SIZE] = {};
+  const std::lock_guard<std::mutex> lock(in_work);
+  if (std::exchange(silent, false)) return;
+  memcpy(ack, data, APPT_HEAD_SIZE);
+  appt_PutWord(ack + 8, APPT_CODE_RESULT);
+  EXPECT_EQ(SendMsg(EV_APPT_MSG_ACKTO_AGT, ack, sizeof ack, kApptAckPeer), 0);
+}
+
+constexpr uint32_t kCount = 0x110100; /* refuses the router's allocation of the payload's number */
+
+void CountFrom(int32_t, const void *data, uint32_t) {
+  size_t turn = 0, had = refusals.count;
+  char sender[TDS_NAME_SIZE];
+  const std::lock_guard<std::mutex> lock(in_work);
+  refusals.counting = false;
+  memcpy(&turn, data, sizeof turn);
+  Sender(sender);
+  EXPECT_EQ(SynAckData_lib(&had, sizeof had, kCount, sender), 0);
+  refusals = {true, 0, turn, turn};
+}
+
+/* The answer's text; "timeout" and the like without one. */
+std::string Asked(uint32_t id, const std::string &message) {
+  void *reply;
+  uint32_t length;
+  if (tds_call(id, message.data(), static_cast<uint32_t>(message.size()), kDbmgrName, 60000, &reply,
+               &length) != 0)
+    return strerror(errno);
+  std::string bytes(static_cast<char *>(reply), length);
+  __tds_free(reply);
+  return bytes;
+}
+
+/* The answer to a request for the module's node. */
+std::string Refreshed() {
+  DbmgrAnswer answer;
+  std::string bytes = Asked(kDbmgrRequest, DbmgrPutRequest({APPT_CMD_REFRESH, IGD ".A", ""}));
+  return DbmgrGetAnswer(bytes.data(), bytes.size(), &answer) != 0 ? bytes
+         : answer.result == 0                                     ? "done"
+                                                                  : answer.text;
+}
+
+class Route : public Model {
+ protected:
+  void SetUp() override {
+    char model[] = "<" IGD " type=\"object\"><A type=\"object\" mod=\"dbmgr:module\"/></" IGD ">";
+    Load(fmemopen(model, sizeof model - 1, "r"));
+    static const int started = Start();
+    ASSERT_EQ(started, 0);
+  }
+
+ private:
+  static int Start() {
+    static const MsgEntry kRoute[] = {
+        {TDS_MSG_INIT, [](int32_t, const void *, uint32_t) { tds_serve_also(kApptAckPeer); }},
+        {kDbmgrRequest, RouteRequest},
+        {kCount, CountFrom},
+        {EV_APPT_MSG_ACKTO_AGT, RouteAcknowledgement},
+        {0, nullptr}};
+    static const MsgEntry kServe[] = {{EV_APPT_MSG_REQUEST, Acknowledge}, {0, nullptr}};
+    static const ModuleEntry kModules[] = {
+        {kDbmgrName, {0, 0}, kRoute}, {"dbmgr:module", {0, 0}, kServe}, {nullptr, {0, 0}, nullptr}};
+    return SysInit(kModules);
+  }
+};
+
+TEST_F(Route, AnAcknowledgementThatIsMissingHoldsUpNobody) {
+  {
+    const std::lock_guard<std::mutex> lock(in_work);
+    silent = true;
+  }
+  std::future<std::string> one = std::async(std::launch::async, Refreshed);
+  const std::set<std::string> answers = {Refreshed(), one.get()};
+  EXPECT_EQ(answers.size(), 2U);
+  EXPECT_EQ(answers.begin()->find("dbmgr:module could not acknowledge it: look at "), 0U)
+      << *answers.begin();
+  EXPECT_EQ(*answers.rbegin(), "done");
+}
+
+TEST_F(Route, EachRequestThatLacksMemoryIsAnswered) {
+  auto count_from = [](size_t turn) {
+    size_t had = 0;
+    const std::string bytes =
+        Asked(kCount, std::string(reinterpret_cast<char *>(&turn), sizeof turn));
+    EXPECT_EQ(bytes.size(), sizeof had) << bytes;
+    memcpy(&had, bytes.data(), std::min(sizeof had, bytes.size()));
+    return had;
+  };
+  (void)count_from(0);
+  for (size_t turn = 1, had = turn; had >= turn; ++turn) {
+    (void)count_from(turn);
+    const std::string answer = Refreshed();
+    had = count_from(0);
+    EXPECT_TRUE(answer == "done" || answer.find("memory") != answer.npos) << turn << answer;
+    EXPECT_EQ(Refreshed(), "done") << turn;
+  }
+  (void)count_from(0);
+  const std::lock_guard<std::mutex> lock(in_work);
 }
 
 TEST_F(Model, TheDocumentationListsEveryCheckedParameter) {

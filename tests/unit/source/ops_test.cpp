@@ -1,4 +1,5 @@
 // Runs the case files of tests/data/ops, whose README tells their form: a file there is a test.
+#include <gtest/gtest-spi.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -14,9 +15,11 @@
 #include "download_func.h"
 #include "mgtsrvr_func.h"
 #include "nvram.h"
+#include "refusals.h"
 #include "serviceCtrl_func.h"
 #include "sup_main.h"
 #include "support.h"
+#include "tds_heap.h"
 #include "voip_path.h"
 
 namespace {
@@ -46,6 +49,7 @@ struct Record {
 struct Act {
   std::string where, let;
   std::vector<std::function<int(const Act &)>> runs; /* of each the same has to come */
+  bool caught = true; /* whoever calls what is run catches what it throws */
   int result = 0;
   Lines lines;
   std::vector<std::pair<std::string, std::string>> leaves, nodes, files;
@@ -56,9 +60,11 @@ struct Act {
 
 struct Script {
   std::string model_file = "/etc/tr098_data_model.xml", model, where;
-  Act act;
+  Act act = {};
   Lines aside; /* files that the case put out of the way */
   std::map<std::string, Lines> named;
+  size_t refused = 0; /* not 0: the acts lack this allocation of theirs, and nothing is compared */
+  size_t allocated = 0; /* how many they had so far then */
 };
 
 /* ---- texts ---- */
@@ -143,9 +149,12 @@ void ExpectRecords(const Act &act, const std::string &log) {
 /* Runs a request on this thread; what it answers is compared with the act's. */
 int RunRequest(const Act &act, uint32_t command, const std::string &url, const std::string &value) {
   MsgArg arg = {};
+  const bool counting = std::exchange(refusals.counting, false);
   const std::string frame = RequestFrame(7, command, url, value);
   EXPECT_EQ(appt_FillMsgArg(&arg, frame.data(), static_cast<uint32_t>(frame.size())), 0);
+  refusals.counting = counting;
   const int result = appt_RunRequest(&arg);
+  const MemoryOfTheTest own;
   std::optional<std::string> reply;
   if (arg.rBuf != nullptr) reply = std::string(arg.rBuf, arg.rLen - 1);
   __tds_free(arg.rBuf);
@@ -174,9 +183,42 @@ std::string Kept() {
   return kept;
 }
 
+size_t OpenDescriptors() {
+  const auto all = std::filesystem::directory_iterator("/proc/self/fd");
+  return static_cast<size_t>(std::distance(begin(all), end(all)));
+}
+
+/* What is refused to an act costs that act, and nothing that is held stays behind. */
+void RunRefused(Script *script, const Act &act) {
+  testing::TestPartResultArray ignored;
+  const ptrdiff_t blocks = tds_malloc_count(nullptr).blocks;
+  const size_t descriptors = OpenDescriptors();
+  bool threw = false;
+  for (const auto &run : act.runs) {
+    const testing::ScopedFakeTestPartResultReporter reporter(
+        testing::ScopedFakeTestPartResultReporter::INTERCEPT_ONLY_CURRENT_THREAD, &ignored);
+    const size_t at = script->refused - std::min(script->refused, script->allocated);
+    (void)LogOf(5, [&] {
+      script->allocated += WithoutMemory(at, at, [&] {
+        try {
+          (void)run(act);
+        } catch (const std::bad_alloc &) {
+          threw = true;
+        }
+      });
+    });
+    no_memory_for.clear();
+  }
+  (void)TakeCommands();
+  EXPECT_EQ(tds_malloc_count(nullptr).blocks, blocks) << act.where;
+  EXPECT_EQ(OpenDescriptors(), descriptors) << act.where;
+  EXPECT_TRUE(!threw || act.caught) << act.where;
+}
+
 void Run(Script *script) {
   const Act act = std::exchange(script->act, {});
   if (!act.let.empty()) script->named[act.let] = act.lines;
+  if (script->refused != 0) return RunRefused(script, act);
   for (const auto &run : act.runs) {
     testing::internal::CaptureStdout();
     std::string log = LogOf(1, [&] { EXPECT_EQ(run(act), act.result) << act.where; });
@@ -230,6 +272,7 @@ void AddRequest(Act *act, std::string rest) {
       number ? static_cast<uint32_t>(std::stoul(word, nullptr, 16)) : kCommands.at(word);
   const std::string path = Word(&rest), value = Expanded(rest);
   act->runs.push_back([=](const Act &now) { return RunRequest(now, command, path, value); });
+  act->caught = false;
 }
 
 /* message MODULE ID [PAYLOAD] */
@@ -256,6 +299,7 @@ void AddRun(Act *act, const std::string &what) {
       DelNodeWANPath(nullptr, 2);
       return 0;
     });
+  act->caught = what != "download"; /* a thread of its own */
   if (what == "download")
     act->runs.push_back([](const Act &) {
       int failed = tr069_download_image_thread(nullptr) != nullptr;
@@ -452,6 +496,49 @@ TEST_P(Ops, DoWhatTheirCasesTell) {
   }
   Handle(&script, "case end");
   PutBack(&script);
+}
+
+/* Runs the lines of a case. How many allocations its acts had, when one is refused. */
+size_t Replay(Script *script, const Lines &lines, size_t refused) {
+  script->refused = refused;
+  script->allocated = 0;
+  for (const std::string &line : lines) {
+    script->where = "without allocation " + std::to_string(refused) + ": " + line + " ";
+    Handle(script, line);
+  }
+  Run(script);
+  ForgetAnswers();
+  return script->allocated;
+}
+
+/* Each case without one of the allocations of its acts, and then as it is told. GATEWAY_MEMORY_STEP
+   says how far one that is tried is from the next: 1 for all of them, which takes long. */
+TEST_P(Ops, LackMemoryInTurn) {
+  const char *wanted = getenv("GATEWAY_MEMORY_STEP");
+  const size_t step = wanted == nullptr ? 41 : std::max(1UL, strtoul(wanted, nullptr, 10));
+  Script script;
+  Lines lines;
+  size_t turns = 0;
+  std::ifstream file(TEST_DATA "/ops/" + GetParam() + ".txt");
+  RecordRuntime();
+  OnSystem(Echo);
+  for (std::string line; !HasFailure();) {
+    const bool more = static_cast<bool>(std::getline(file, line));
+    if (!more || line.compare(0, 5, "case ") == 0) {
+      for (size_t refused = 1, last = 1; refused <= last && !HasFailure();
+           refused += step, ++turns) {
+        SCOPED_TRACE(GetParam() + ".txt: " + (lines.empty() ? "" : lines[0]));
+        last = Replay(&script, lines, refused);
+        Replay(&script, lines, 0);
+      }
+      lines.clear();
+    }
+    if (!more) break;
+    if (!line.empty() && line[0] != '#') lines.push_back(line);
+  }
+  Handle(&script, "case end");
+  PutBack(&script);
+  printf("%zu turns\n", turns);
 }
 
 std::string FileOf(const testing::TestParamInfo<std::string> &file) { return file.param; }

@@ -49,7 +49,8 @@ TEST_F(StoreTest, FramesThatAreNone) {
 
 TEST(LeafList, PiecesNamesAndValues) {
   const std::string longest(80, 'n');
-  LeafNode *list = appt_ParseLeafList(("a=1\3b\3c=\3d=x=y\3" + longest + "\3\3=v").c_str());
+  LeafNode *list;
+  EXPECT_EQ(0, appt_ParseLeafList(("a=1\3b\3c=\3d=x=y\3" + longest + "\3\3=v").c_str(), &list));
   const std::pair<std::string, const char *> kExpected[] = {
       {"a", "1"},    {"b", nullptr}, {"c", nullptr}, {"d", "x=y"}, {std::string(64, 'n'), nullptr},
       {"", nullptr}, {"", "v"}};
@@ -62,8 +63,10 @@ TEST(LeafList, PiecesNamesAndValues) {
   }
   EXPECT_EQ(nullptr, leaf);
   appt_FreeLeafList(list);
-  EXPECT_EQ(nullptr, appt_ParseLeafList(""));
-  EXPECT_EQ(nullptr, appt_ParseLeafList(nullptr));
+  for (const char *none : {"", static_cast<const char *>(nullptr)}) {
+    EXPECT_EQ(0, appt_ParseLeafList(none, &list));
+    EXPECT_EQ(nullptr, list);
+  }
 }
 
 }  // namespace

@@ -2,6 +2,7 @@
 #include <algorithm>
 #include <cctype>
 #include <cstring>
+#include <new>
 #include <thread>
 
 #include "ams_print.h"
@@ -78,6 +79,14 @@ TEST_F(Tds, TheRuntimesOwnIdsComeFromItAlone) {
   }
   EXPECT_EQ("goes on", Ask(kEcho, "goes on", "unit:a"));
   EXPECT_TRUE(Await(kAny, 0).empty());
+}
+
+TEST_F(Tds, AHandlerWithoutMemoryEndsAlone) {
+  const Work lacks = [] { throw std::bad_alloc(); };
+  const Work *work = &lacks;
+  EXPECT_EQ("refused", Ask(kRun, {reinterpret_cast<const char *>(&work), sizeof work}, "unit:b"));
+  EXPECT_EQ(0, Post(work, "unit:b"));
+  EXPECT_EQ("goes on", Ask(kEcho, "goes on", "unit:b"));
 }
 
 TEST_F(Tds, ABurstToABusyModuleIsKept) {

@@ -1,16 +1,34 @@
 // The runtime's calls with their reasons and limits, answers that are put off, senders that nobody
 // listens to, and the counted heap.
 #include <fcntl.h>
+#include <time.h>
 
+#include <atomic>
+#include <filesystem>
 #include <fstream>
 #include <future>
 #include <thread>
 
 #include "desk_support.h"
+#include "refusals.h"
 #include "tds_heap.h"
 #include "tds_support.h"
 
 namespace {
+std::atomic<time_t> jumped; /* seconds that somebody has set the time of day on */
+}
+
+extern "C" int __real_clock_gettime(clockid_t clock, struct timespec *now);
+extern "C" int __wrap_clock_gettime(clockid_t clock, struct timespec *now);
+int __wrap_clock_gettime(clockid_t clock, struct timespec *now) {
+  const int result = __real_clock_gettime(clock, now);
+  if (clock == CLOCK_REALTIME) now->tv_sec += jumped;
+  return result;
+}
+
+namespace {
+
+using Lines = std::vector<std::string>;
 
 /* Call of a handler that does `work` on unit:b. */
 std::string CallRun(const Work &work, uint32_t limit = Patience() * 1000) {
@@ -47,6 +65,101 @@ TEST_F(Tds, AHeldAnswerComesLaterAndOnlyToItsCaller) {
             }));
   releaser.join();
   OnModule("unit:b", [] { EXPECT_EQ(-1, tds_reply_held(4711, "", 0)) << "of nobody"; });
+}
+
+TEST_F(Tds, AClockThatJumpsMovesNoTimer) {
+  const Work hold = [] { (void)tds_hold_reply(); };
+  for (time_t jump : {100000, -200000, 100000}) {
+    Clock::time_point set;
+    int32_t before, after, milliseconds;
+    tds_gettime(&before, &milliseconds);
+    OnModule("unit:b", [&] {
+      set = Clock::now();
+      EXPECT_EQ(0, SetTimer(3, 50));
+      jumped += jump;
+    });
+    EXPECT_EQ(Failed(ETIMEDOUT), CallRun(hold, 20));
+    EXPECT_EQ(1U, Await(TDS_MSG_TIMER + 3, 1).size());
+    EXPECT_GE(Clock::now() - set, std::chrono::milliseconds(50));
+    tds_gettime(&after, &milliseconds);
+    EXPECT_GE((after - before) / (jump / 1000), 99) << "it did jump";
+  }
+}
+
+/* Whether a client that is new reaches all of them, soon enough. */
+void ExpectReached(const Lines &names) {
+  std::thread([&] {
+    const Clock::time_point end = Clock::now() + std::chrono::seconds(Patience());
+    for (const std::string &name : names)
+      while (Call(kEcho, "x", name.c_str()) != "x")
+        if (Clock::now() > end) FAIL() << name;
+  }).join();
+}
+
+TEST_F(Tds, AFolderThatGoesIsMadeAnew) {
+  const Lines names = {"unit:a", "unit:b", "peer:a"};
+  PeerProcess peer;
+  OnModule("unit:a", [] { EXPECT_EQ(0, TDS_RegisterNotifyList(kPublished, "unit:b")); });
+  for (const char *goes : {"mv /var/run/tds /tmp/moved && rm -r /tmp/moved",
+                           "rm -rf /var/run/tds; true", "rm /var/run/tds/*:*"}) {
+    SCOPED_TRACE(goes);
+    ASSERT_EQ(system(goes), 0);
+    ExpectReached(names);
+    const Work publish = [] { EXPECT_EQ(0, TDS_NotifyRegistrant(kPublished, "news", 5)); };
+    ASSERT_EQ(0, Post(&publish, "unit:b"));
+    EXPECT_EQ(2U, Await(kPublished, 2).size()) << "who had asked, and unit:b itself";
+  }
+}
+
+size_t OpenDescriptors() {
+  const auto all = std::filesystem::directory_iterator("/proc/self/fd");
+  return static_cast<size_t>(std::distance(begin(all), end(all)));
+}
+
+TEST_F(Tds, WithoutMemoryACallFailsAndTheNextWorks) {
+  PeerProcess peer;
+  const std::pair<const char *, std::function<int()>> calls[] = {
+      {"to another", [] { return SendMsg(kNote, "x", 1, "peer:a"); }},
+      {"asking another", [] { return Call(kEcho, "x", "peer:a") == "x" ? 0 : -1; }},
+      {"to itself", [] { return SendMsg(kNote, "x", 1, "unit:a"); }},
+      {"asking for news", [] { return TDS_RegisterNotifyList(kPublished, "unit:b"); }},
+      {"news", [] { return TDS_NotifyRegistrant(kPublished, "x", 1); }},
+  };
+  for (const auto &[what, call] : calls)
+    for (size_t turn = 1, had = turn; had >= turn; ++turn) {
+      SCOPED_TRACE(std::string(what) + " " + std::to_string(turn));
+      const size_t open = OpenDescriptors();
+      auto lacking = [&, &run = call] {
+        char name[TDS_NAME_SIZE];
+        Self(name); /* without memory for a thread's end the C library ends the process */
+        had = WithoutMemory(turn, turn, [&] { (void)run(); }); /* may succeed all the same */
+        EXPECT_EQ(0, run());
+      };
+      OnModule("unit:a", lacking);
+      if (strstr(what, "another") != nullptr) std::thread(lacking).join();
+      EXPECT_LE(OpenDescriptors(), open + 1) << "the connection to the other";
+    }
+}
+
+/* The module that is sent to lacks an allocation, of those for the connection or for the message.
+ */
+TEST_F(Tds, WithoutMemoryAModuleStillTakesTheNextClient) {
+  auto client = [] {
+    std::string answer;
+    std::thread([&] { answer = Call(kEcho, "x", "unit:b"); }).join();
+    return answer;
+  };
+  for (size_t turn = 1, had = turn; had >= turn; ++turn) {
+    SCOPED_TRACE(turn);
+    OnModule("unit:b", [=] { refusals = {true, 0, turn, turn}; });
+    const std::string answer = client();
+    EXPECT_TRUE(answer == "x" || answer == Failed(ENOMEM)) << answer;
+    OnModule("unit:b", [&] {
+      refusals.counting = false;
+      had = refusals.count;
+    });
+    EXPECT_EQ(client(), "x");
+  }
 }
 
 TEST_F(Tds, APeerThatTakesNothingCostsItsSendersOneWait) {
