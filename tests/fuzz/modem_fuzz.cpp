@@ -61,9 +61,8 @@ void Inbox() {
   CheckTexts(text);
   Check(text[0] == '\0' || std::string_view(text).substr(strlen(text) - 3) == "|,|",
         "the last record is cut");
-  for (const char *at = text; *at != '\0'; ++at)
-    Check(static_cast<uint8_t>(*at) >= 0x20 && *at != 0x7F && strchr("\"'\\%", *at) == nullptr,
-          "a character that does harm in a page or in the store");
+  for (const char *at = text; *at != '\0'; ++at) /* cmgl_fuzz looks at what a page must not get */
+    Check(static_cast<uint8_t>(*at) >= 0x20 && *at != 0x7F, "a character that the store refuses");
 }
 
 void ServiceCode() {
