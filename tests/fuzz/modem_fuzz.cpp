@@ -1,8 +1,6 @@
 // The modem's answers: any bytes where at-mngr, nanocom and the scripts leave what the modem said.
 // The first byte tells who asks, the rest are the answers, one to each question; the last one to
 // all that follow.
-#include <iterator>
-
 #include "ams_common_api.h"
 #include "check.h"
 #include "modem_at.h"
@@ -18,6 +16,7 @@ namespace {
 constexpr char kDeviceInfo[] = "/var/tmp/devinfo";
 constexpr char kAnswerEnd = '\xFE'; /* no modem has it in a text */
 std::string_view answers;
+int filter; /* of a list */
 
 /* What the commands leave, in place of the shell. */
 struct Left {
@@ -27,6 +26,10 @@ constexpr Left kLeft[] = {{"AT+CUSD=1", "/var/tmp/urc_ussd_file"},
                           {"> /var/atTmpResult", "/var/atTmpResult"},
                           {"sms_getmsg.sh", "/var/atresult_msg"},
                           {"nanocom", "/var/atresult_1"}};
+
+/* What the daemon itself keeps from one question to the next. */
+constexpr const char *kKept[] = {"/var/tmp/runCPMSFlag", "/var/tmpUssdRunResult",
+                                 "/var/tmpUssdSelectMenu"};
 
 void Fill() {
   ShortMsgState &state = short_msg_state;
@@ -57,7 +60,7 @@ void Phonebook() {
 void Inbox() {
   char text[4096];
   memset(text, 'z', sizeof text); /* what stays of it is not terminated */
-  if (SHORTMSG_SMS_Get(9, text, sizeof text) != 0) return;
+  if (SHORTMSG_SMS_Get(filter, text, sizeof text) != 0) return;
   CheckTexts(text);
   Check(text[0] == '\0' || std::string_view(text).substr(strlen(text) - 3) == "|,|",
         "the last record is cut");
@@ -70,10 +73,12 @@ void ServiceCode() {
   (void)UssdReport(); /* there is no leaf to take the menu */
 }
 
-void Send() {
+void Send(const std::string &text) {
   PutFile(kDeviceInfo, "2c7c 0125"); /* its tty is a file: it is opened for its lock alone */
-  (void)SHORTMSG_SendMessage("13800138000", "text", "86");
+  (void)SHORTMSG_SendMessage("13800138000", text.c_str(), "86");
 }
+void SendShort() { Send("text"); }
+void SendLong() { Send(std::string(300, 'x')); }
 
 /* The hot-plug scripts tell which modem there is. */
 void Device() {
@@ -113,11 +118,13 @@ extern "C" int LLVMFuzzerInitialize(int *, char ***) {
 
 int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
   if (size == 0) return 0;
-  void (*const asked[])() = {Fill, Centre, Phonebook, Inbox, ServiceCode, Send, Device};
+  void (*const asked[])() = {Fill,        Centre,    Phonebook, Inbox,
+                             ServiceCode, SendShort, Device,    SendLong};
   short_msg_state = {};
   answers = TextOf(data + 1, size - 1);
-  asked[data[0] % std::size(asked)]();
+  filter = data[0] / 8 % 4;
+  asked[data[0] % 8]();
   for (const Left &left : kLeft) (void)unlink(left.file); /* most are gone already */
-  (void)unlink("/var/tmp/runCPMSFlag");
+  for (const char *kept : kKept) (void)unlink(kept);
   return 0;
 }

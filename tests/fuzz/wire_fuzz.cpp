@@ -13,7 +13,7 @@
 
 namespace {
 
-int ends[2], lowest_free;
+int ends[2];
 
 /* F_ADD_SEALS, and against shrinking, growing and writing: some C libraries do not know them. */
 constexpr int kAddSeals = 1033, kSeals = 2 | 4 | 8;
@@ -101,7 +101,6 @@ void CheckName(std::string_view name) {
 
 extern "C" int LLVMFuzzerInitialize(int *, char ***) {
   Check(socketpair(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0, ends) == 0, "no sockets");
-  lowest_free = LowestFree();
   return 0;
 }
 
@@ -109,6 +108,7 @@ int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
   static WireFrame frame; /* as a module has it, from message to message */
   if (size < 2) return 0;
   const uint8_t *record = data + 1;
+  const int lowest_free = LowestFree();
   uint32_t length = 0; /* of the payload, as the head has it, but no more than is made at once */
   if (--size >= sizeof(WireHead))
     memcpy(&length, record + offsetof(WireHead, length), sizeof length);
