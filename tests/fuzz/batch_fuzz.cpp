@@ -27,9 +27,8 @@ void Quote(const Words &words) {
 }  // namespace
 
 /* tds_call: what dbmgr is asked is a request for it. No answer: nobody is there. */
-extern "C" int __wrap__Z8tds_calljPKvjPKcjPPvPj(uint32_t id, const void *data, uint32_t length,
-                                                const char *, uint32_t, void **reply,
-                                                uint32_t *reply_length) {
+WRAPPED(int, _Z8tds_calljPKvjPKcjPPvPj, uint32_t id, const void *data, uint32_t length,
+        const char *, uint32_t, void **reply, uint32_t *reply_length) {
   DbmgrRequest request;
   if (id == kDbmgrRequest)
     Check(DbmgrGetRequest(data, length, &request) == 0, "the client's request is none");
@@ -42,7 +41,7 @@ extern "C" int __wrap__Z8tds_calljPKvjPKcjPPvPj(uint32_t id, const void *data, u
   memcpy(*reply, answer.data(), answer.size());
   return 0;
 }
-extern "C" int __wrap_SendMsg(uint32_t, const void *, uint32_t, const char *) { return 0; }
+WRAPPED(int, SendMsg, uint32_t, const void *, uint32_t, const char *) { return 0; }
 
 extern "C" int LLVMFuzzerInitialize(int *, char ***) {
   DF_PRT_MAP[0].level = 100; /* as the client has it */

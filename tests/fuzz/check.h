@@ -15,6 +15,11 @@
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size);
 extern "C" int LLVMFuzzerInitialize(int *argc, char ***argv);
 
+/* Declares and begins a function that stands in the place of the real one. */
+#define WRAPPED(result, name, ...)              \
+  extern "C" result __wrap_##name(__VA_ARGS__); \
+  extern "C" result __wrap_##name(__VA_ARGS__)
+
 /* Past the stream, which a target may have silenced. */
 inline void Check(bool holds, const char *what) {
   if (holds) return;

@@ -45,7 +45,7 @@ void Drop(const std::string &tag, const std::string &file) {
 }  // namespace
 
 /* A line that is kept: "echo TEXT > FILE", and ">>" after the first. */
-extern "C" int __wrap_system(const char *line) {
+WRAPPED(int, system, const char *line) {
   const std::string text = line, end = std::string(written++ == 0 ? " > " : " >> ") + kFile;
   Check(text.compare(0, 5, "echo ") == 0 && text.find_first_of("\r\n") == text.npos &&
             text.size() > 5 + end.size() &&

@@ -93,7 +93,7 @@ void Device() {
 
 }  // namespace
 
-extern "C" int __wrap_system(const char *line) {
+WRAPPED(int, system, const char *line) {
   for (const Left &left : kLeft) {
     if (strstr(line, left.command) == nullptr) continue;
     std::string_view rest = answers, answer = TakePiece(&rest, kAnswerEnd);
@@ -103,9 +103,9 @@ extern "C" int __wrap_system(const char *line) {
   }
   return 0;
 }
-extern "C" int __wrap_usleep(useconds_t) { return 0; }
-extern "C" unsigned __wrap_sleep(unsigned) { return 0; }
-extern "C" void __wrap_tds_delay(uint32_t) {}
+WRAPPED(int, usleep, useconds_t) { return 0; }
+WRAPPED(unsigned, sleep, unsigned) { return 0; }
+WRAPPED(void, tds_delay, uint32_t) {}
 
 extern "C" int LLVMFuzzerInitialize(int *, char ***) {
   for (PrtMapEntry *row = DF_PRT_MAP; row->name != nullptr; ++row) row->level = 6;
