@@ -9,17 +9,13 @@ namespace {
 
 constexpr char kRoot[] = "InternetGatewayDevice", kSaved[] = "/tmp/saved.xml";
 
-std::string Take(int result, char *text) {
-  Check(result == 0, "the tree cannot be read");
+/* All of the tree, values and attributes. */
+std::string TreeText() {
+  char *text = nullptr;
+  Check(ams_read_withAttr(gptXmlTrees->root, kRoot, 0, &text) == 0, "the tree cannot be read");
   std::string whole = text;
   __tds_free(text);
   return whole;
-}
-
-/* All of the tree but what its instances were: values and attributes. */
-std::string TreeText() {
-  char *text = nullptr;
-  return Take(ams_read_withAttr(gptXmlTrees->root, kRoot, 0, &text), text);
 }
 
 bool Load(FILE *file) {
