@@ -23,17 +23,6 @@ constexpr char kFooter[] =
     "  cfgcmd --calls set InternetGatewayDevice.Services.ServiceTelnet.Enable 1\n"
     "  cfgcmd tree InternetGatewayDevice.Services --json\n";
 
-const Verb *const kTables[] = {kRequestVerbs, kStoreVerbs, kMessageVerbs, kStandinVerbs,
-                               kBatchVerbs};
-
-std::string Usage(const Verb &verb) {
-  return std::string("cfgcmd ") + verb.name + " " + verb.arguments;
-}
-
-bool TakesAsMany(const Verb &verb, const Words &words) {
-  return words.size() >= verb.least && words.size() <= verb.most;
-}
-
 std::string Footer() {
   std::string names;
   for (const Verb *verb : AllVerbs())
@@ -101,22 +90,6 @@ std::string CallsText(uint64_t offset, bool json) {
 }
 
 }  // namespace
-
-std::vector<const Verb *> AllVerbs() {
-  std::vector<const Verb *> verbs;
-  for (const Verb *row : kTables)
-    for (; row->name != nullptr; ++row) verbs.push_back(row);
-  return verbs;
-}
-
-Outcome RunVerb(const Verb &verb, const Words &words, const Options &options) {
-  Outcome outcome = {EXIT_USAGE, ""};
-  if (TakesAsMany(verb, words)) outcome = verb.run(words, options);
-  if (outcome.status == EXIT_USAGE)
-    outcome.text =
-        "usage: " + Usage(verb) + (outcome.text.empty() ? "" : " (" + outcome.text + ")");
-  return outcome;
-}
 
 int main(int argc, char **argv) try {
   signal(SIGPIPE, SIG_IGN);

@@ -38,5 +38,15 @@ extern const Verb kRequestVerbs[], kStoreVerbs[], kMessageVerbs[], kStandinVerbs
 
 std::vector<const Verb *> AllVerbs();
 
+std::string Usage(const Verb &verb);
+bool TakesAsMany(const Verb &verb, const Words &words);
+
 /* Runs the verb; wrong usage becomes its usage line. */
 Outcome RunVerb(const Verb &verb, const Words &words, const Options &options);
+
+/* One line of a batch: splits it as a shell would (blanks, '...', "...", and a backslash outside of
+   '...'). False when a quote is left open. */
+bool SplitLine(const std::string &line, Words *words);
+
+/* Splits it and runs its verb, if that may stand in a batch. */
+Outcome RunLine(const std::string &line, const Options &options);

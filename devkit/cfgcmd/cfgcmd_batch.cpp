@@ -7,10 +7,6 @@
 #include "cfgcmd.h"
 #include "cfgcmd_print.h"
 
-namespace {
-
-/* Splits a line as a shell would: blanks, '...', "...", and a backslash outside of '...'. False
-   when a quote is left open. */
 bool SplitLine(const std::string &line, Words *words) {
   std::string word;
   bool started = false;
@@ -50,6 +46,8 @@ Outcome RunLine(const std::string &line, const Options &options) {
   }
   return {EXIT_USAGE, "no request: \"" + line + "\""};
 }
+
+namespace {
 
 /* 0, or 1 when a request was refused. */
 int RunLines(std::istream &lines, const Options &options) {

@@ -108,7 +108,7 @@ Outcome Attr(const Words &words, const Options &options) {
   if (outcome.status != EXIT_DONE) return outcome;
   std::string path = Bare(words[0]);
   if (answer.kind == DbmgrText::LEAF)
-    path.resize(path.rfind('.')); /* its own name is in the text */
+    path = path.substr(0, path.rfind('.')); /* its own name is in the text */
   return {EXIT_DONE, AttributeText(path, answer.text, options.json)};
 }
 

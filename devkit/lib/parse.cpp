@@ -7,6 +7,7 @@ namespace {
 
 bool Parse(std::string_view text, int base, int64_t least, int64_t most, int64_t *number) {
   const char *end = text.data() + text.size();
+  if (least >= 0 && !text.empty() && text[0] == '-') return false; /* else "-0" would be one */
   auto [stop, error] = std::from_chars(text.data(), end, *number, base);
   return error == std::errc() && stop == end && *number >= least && *number <= most;
 }

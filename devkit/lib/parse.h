@@ -7,7 +7,8 @@
 
 #include "hex.h"
 
-/* A decimal number that is all of `text`, within bounds: no blank, no "+". */
+/* A decimal number that is all of `text`, within bounds: no blank, no "+", and a "-" only where
+   they have negative ones. */
 bool ParseDecimal(std::string_view text, int64_t least, int64_t most, int64_t *number);
 
 /* The same, or with "0x" a hexadecimal one. */

@@ -68,13 +68,14 @@ constexpr int AmsSourceLength(const char *source) {
 /* Makes one whole record; the format and its arguments are printf's. They must have no side
    effects: they are not evaluated when the record is not printed. `source` and `line` say who
    writes it. */
-#define AMS_PRINT_AT(level, source, line, ...)                                          \
-  do {                                                                                  \
-    if (!AMS_PrintWanted(level)) break;                                                 \
-    __AMS_PrintHead(level);                                                             \
-    __AMS_Print(level, __VA_ARGS__);                                                    \
-    __AMS_Print(level, "  @P:%.*s,L:%d.\n", AmsSourceLength(source), (source), (line)); \
-    __AMS_PrintEnd(level);                                                              \
+#define AMS_PRINT_AT(level, source, line, ...)                                            \
+  do {                                                                                    \
+    if (AMS_PrintWanted(level)) {                                                         \
+      __AMS_PrintHead(level);                                                             \
+      __AMS_Print(level, __VA_ARGS__);                                                    \
+      __AMS_Print(level, "  @P:%.*s,L:%d.\n", AmsSourceLength(source), (source), (line)); \
+      __AMS_PrintEnd(level);                                                              \
+    }                                                                                     \
   } while (0)
 
 /* The same from where it stands. */

@@ -3,6 +3,7 @@
 
 #include <time.h>
 
+#include <algorithm>
 #include <cstring>
 #include <string>
 
@@ -10,8 +11,9 @@
 
 namespace {
 
-constexpr int kBlock = 30; /* entries a query */
-constexpr int kPause = 4;  /* s between two listings */
+constexpr int kBlock = 30;         /* entries a query */
+constexpr int kMostPlaces = 10000; /* no SIM has so many: what a modem says beyond is a mistake */
+constexpr int kPause = 4;          /* s between two listings */
 
 /* The text between the first two double quotes. */
 std::string Unquoted(const char *text) {
@@ -65,8 +67,8 @@ int ShortMsgPhonebookList(FILE *out) {
   NoteListing();
   if (ModemSelectPhonebook() != 0 || KnowTotal() != 0) return -1;
   int found = 0;
-  for (int start = 1; start <= short_msg_state.pbTotal && found < short_msg_state.pbUsed;
-       start += kBlock) {
+  const int last = std::min(short_msg_state.pbTotal, kMostPlaces);
+  for (int start = 1; start <= last && found < short_msg_state.pbUsed; start += kBlock) {
     char answer[16384] = "";
     if (ModemPhonebookUcs2() != 0) return -1;
     if (ModemReadPhonebook(start, start + kBlock - 1, answer, sizeof answer) == 0)

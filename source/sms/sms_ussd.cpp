@@ -4,9 +4,7 @@
 #include <sys/sysinfo.h>
 #include <unistd.h>
 
-#include <algorithm>
 #include <cstdio>
-#include <cstdlib>
 #include <cstring>
 #include <string>
 
@@ -14,7 +12,7 @@
 #include "ams_config_api.h"
 #include "ams_config_shell.h"
 #include "op_values.h"
-#include "sms_text.h"
+#include "sms_cusd.h"
 
 long short_msg_ussd_time = 0;
 
@@ -60,41 +58,6 @@ std::string AwaitAnswer() {
     sleep(kTestPause);
   }
   return "";
-}
-
-/* ---- +CUSD: 1,"TEXT",DCS ---- */
-
-enum Coding { CODING_PLAIN, CODING_7BIT, CODING_8BIT, CODING_UCS2 };
-
-/* Data coding of the cell broadcast kind, as modems give it. */
-Coding CodingOf(int dcs) {
-  int low = dcs & 0x0f;
-  if (dcs == 17 || (low >= 8 && low <= 11)) return CODING_UCS2;
-  if (dcs == 1) return CODING_PLAIN;
-  if (dcs == 15 || (low >= 1 && low <= 3)) return CODING_7BIT;
-  return low >= 4 && low <= 7 ? CODING_8BIT : CODING_PLAIN;
-}
-
-std::string Decode(const std::string &digits, int dcs) {
-  uint8_t bytes[kAnswerRoom];
-  char text[2 * kAnswerRoom] = "";
-  Coding coding = CodingOf(dcs);
-  if (coding == CODING_PLAIN) return digits;
-  size_t length = static_cast<size_t>(HexToBytes(digits.c_str(), bytes, digits.size()));
-  if (coding == CODING_8BIT) return std::string(reinterpret_cast<char *>(bytes), length);
-  if (coding == CODING_UCS2)
-    Ucs2ToUtf8(bytes, text, length);
-  else
-    Decode7bit(bytes, text, length, length * 8 / 7);
-  return text;
-}
-
-/* The text between the first quote and the next one with a comma behind it; quotes inside stay. */
-std::string MenuOf(const std::string &answer) {
-  size_t start = answer.find('"');
-  size_t end = start == answer.npos ? start : answer.find("\",", start + 1);
-  if (end == answer.npos) return "";
-  return Decode(answer.substr(start + 1, end - start - 1), atoi(answer.c_str() + end + 2));
 }
 
 /* ---- the menu ---- */
@@ -148,7 +111,7 @@ void UssdSend(const char *command) {
     WriteText(kRunResult, answer);
     return;
   }
-  WriteText(kMenu, MenuOf(answer));
+  WriteText(kMenu, CusdText(answer));
   short_msg_ussd_time = UpTime();
 }
 

@@ -1,18 +1,29 @@
-// What the fuzz targets share: their entry, a check that ends the process with its reason, and
-// blocks that end where their bytes do.
+// What the fuzz targets share: their entry, a check that ends the process with its reason, blocks
+// that end where their bytes do, and the files that a parser reads.
 #pragma once
+
+#include <unistd.h>
 
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <memory>
+#include <string>
+#include <string_view>
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size);
+extern "C" int LLVMFuzzerInitialize(int *argc, char ***argv);
 
+/* Declares and begins a function that stands in the place of the real one. */
+#define WRAPPED(result, name, ...)              \
+  extern "C" result __wrap_##name(__VA_ARGS__); \
+  extern "C" result __wrap_##name(__VA_ARGS__)
+
+/* Past the stream, which a target may have silenced. */
 inline void Check(bool holds, const char *what) {
   if (holds) return;
-  fprintf(stderr, "fuzz: %s\n", what);
+  dprintf(STDERR_FILENO, "fuzz: %s\n", what);
   abort();
 }
 
@@ -27,4 +38,28 @@ inline std::unique_ptr<char[]> Block(const uint8_t *data, size_t size, size_t wi
   memcpy(block.get(), data, size);
   if (with_nul != 0) block[size] = '\0';
   return block;
+}
+
+inline std::string_view TextOf(const uint8_t *data, size_t size) {
+  return {reinterpret_cast<const char *>(data), size};
+}
+
+/* Takes what stands before the next `end` off an input; all of it without one. */
+inline std::string_view TakePiece(std::string_view *input, char end) {
+  std::string_view piece = input->substr(0, input->find(end));
+  input->remove_prefix(piece.size() < input->size() ? piece.size() + 1 : piece.size());
+  return piece;
+}
+
+/* A stream that takes and forgets all. */
+inline FILE *Nowhere() {
+  cookie_io_functions_t nothing = {};
+  return fopencookie(nullptr, "w", nothing);
+}
+
+inline void PutFile(const char *path, std::string_view text) {
+  FILE *file = fopen(path, "we");
+  Check(file != nullptr, "no file to write: run it through script/fuzz");
+  fwrite(text.data(), 1, text.size(), file);
+  Check(fclose(file) == 0, "the file system is full");
 }

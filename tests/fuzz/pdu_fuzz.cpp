@@ -1,7 +1,6 @@
-// PDUs, records and texts to send: any bytes through the decoder, the encoder and the split into
-// parts. The first byte tells the status, the rest is each of the three in turn.
+// PDUs and records: any bytes through the decoder and the encoder. The first byte tells the status,
+// the rest is either in turn.
 #include "check.h"
-#include "sms_parts.h"
 #include "sms_pdu.h"
 
 namespace {
@@ -62,40 +61,6 @@ void EncodeRecord(const uint8_t *data, size_t size) {
   }
 }
 
-/* Counted by hand: two for a character behind an escape. */
-void CheckSeptets(const char *text, size_t most) {
-  size_t septets = strlen(text);
-  for (; *text != '\0'; ++text) septets += strchr("[]{}|\\^~", *text) != nullptr ? 1 : 0;
-  Check(septets <= most, "a part has more septets than a message");
-}
-
-/* Each part is a message with its escapes and header. The parts are all of the text; joined, the
- * units of a long UCS2 text's parts are its own. */
-void SplitText(const uint8_t *data, size_t size) {
-  auto text = Block(data, size, 0);
-  size_t room = 2 * size + 2, length = 0;
-  std::unique_ptr<uint8_t[]> units(new uint8_t[room]), joined(new uint8_t[room]);
-  ShortMsgParts parts;
-  ShortMsgParam record;
-  ShortMsgHeader header;
-  int total = ShortMsgPartsOf(text.get(), size, &parts), given = 0;
-  if (total < 0) return;
-  bool digits = total > 1 && parts.dcs == SHORTMSG_DCS_UCS2;
-  for (; ShortMsgNextPart(&parts, &record, &header) != 0; ++given) {
-    CheckTexts(record.TP_UD);
-    if (parts.dcs == SHORTMSG_DCS_7BIT) CheckSeptets(record.TP_UD, total > 1 ? 152 : 160);
-    if (digits)
-      length += static_cast<size_t>(
-          HexToBytes(record.TP_UD, {joined.get() + length, room - length}, strlen(record.TP_UD)));
-  }
-  Check(given == total, "there are more or fewer parts than were told");
-  Check(parts.at == parts.end, "the parts are not all of the text");
-  if (!digits) return;
-  Check(length == static_cast<size_t>(Utf8ToUcs2(text.get(), {units.get(), room}, size)) &&
-            memcmp(units.get(), joined.get(), length) == 0,
-        "the parts are another text");
-}
-
 }  // namespace
 
 int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
@@ -103,6 +68,5 @@ int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
   auto stat = static_cast<int16_t>(data[0] & 3);
   DecodePdu(data + 1, size - 1, stat);
   EncodeRecord(data + 1, size - 1);
-  SplitText(data + 1, size - 1);
   return 0;
 }

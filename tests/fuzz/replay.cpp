@@ -7,7 +7,6 @@
 
 #include "check.h"
 
-extern "C" int LLVMFuzzerInitialize(int *argc, char ***argv);
 extern "C" [[gnu::weak]] int LLVMFuzzerInitialize(int *, char ***) { return 0; }
 
 int main(int argc, char **argv) {

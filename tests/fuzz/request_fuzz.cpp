@@ -6,8 +6,6 @@
 #include "check.h"
 #include "tds_heap.h"
 
-extern "C" int LLVMFuzzerInitialize(int *argc, char ***argv);
-
 namespace {
 
 /* Requests that can have grown the tree, since it was loaded; it is loaded anew after so many. */

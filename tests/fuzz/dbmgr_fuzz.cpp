@@ -1,0 +1,47 @@
+// What clients and the data-base manager say to each other, and the forms of values. The first byte
+// tells which of them the rest is.
+#include "check.h"
+#include "dbmgr_forms.h"
+#include "dbmgr_proto.h"
+
+namespace {
+
+/* What is a message is put together as the same bytes. */
+void Request(const std::string &bytes) {
+  DbmgrRequest request;
+  if (DbmgrGetRequest(bytes.data(), bytes.size(), &request) != 0) return;
+  Check(DbmgrPutRequest(request) == bytes, "a request changes");
+}
+
+void Answer(const std::string &bytes) {
+  DbmgrAnswer answer;
+  if (DbmgrGetAnswer(bytes.data(), bytes.size(), &answer) != 0) return;
+  Check(DbmgrPutAnswer(answer) == bytes, "an answer changes");
+}
+
+/* Whatever the form: what is taken keeps to one line, and quotes, expands and redirects nothing. */
+void Value(const std::string &value) {
+  for (const char *form :
+       {"port", "port list", "numbers", "service code", "path", "name", "text", "address", "range",
+        "interface", "url", "boolean", "int", "unsignedInt"}) {
+    std::string why;
+    if (CheckForm("A.B", form, value, &why) != 0) {
+      Check(!why.empty() && why.find('\n') == why.npos, "why it is refused is not one line");
+      continue;
+    }
+    for (char byte : value)
+      Check(byte >= ' ' && byte <= '~' && strchr("\"'`$\\<>|&(){}!", byte) == nullptr,
+            "a byte that means something to a shell is taken");
+    Check(value.empty() || value[0] != '-' || strstr("int", form) != nullptr,
+          "a value that is an option is taken");
+  }
+}
+
+}  // namespace
+
+int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
+  if (size == 0) return 0;
+  void (*const parts[])(const std::string &) = {Request, Answer, Value};
+  parts[data[0] % 3](std::string(TextOf(data + 1, size - 1)));
+  return 0;
+}

@@ -1,0 +1,125 @@
+// Frames on the runtime's sockets: any record, with what may come beside it. The first byte tells
+// what comes beside it, the rest is the record, and an endpoint's name as well.
+#include <fcntl.h>
+#include <linux/memfd.h>
+#include <sys/socket.h>
+#include <sys/syscall.h>
+
+#include <cerrno>
+#include <vector>
+
+#include "check.h"
+#include "wire.h"
+
+namespace {
+
+int ends[2];
+
+/* F_ADD_SEALS, and against shrinking, growing and writing: some C libraries do not know them. */
+constexpr int kAddSeals = 1033, kSeals = 2 | 4 | 8;
+
+int LowestFree() {
+  int file = dup(STDIN_FILENO);
+  close(file);
+  return file;
+}
+
+/* What is passed: files of which not each is one that the receiver may trust. */
+enum : uint8_t {
+  PASS_NOTHING,
+  PASS_SEALED,
+  PASS_OPEN,
+  PASS_SHORT,
+  PASS_TWO,
+  PASS_DEVICE,
+  PASS_KINDS
+};
+
+std::vector<int> FilesOf(uint8_t kind, size_t length) {
+  std::vector<int> files;
+  if (kind == PASS_DEVICE) files.push_back(open("/dev/null", O_RDONLY | O_CLOEXEC));
+  if (kind == PASS_NOTHING || kind == PASS_DEVICE) return files;
+  for (int count = kind == PASS_TWO ? 2 : 1; count > 0; --count) {
+    int file = static_cast<int>(syscall(SYS_memfd_create, "fuzz", MFD_CLOEXEC | MFD_ALLOW_SEALING));
+    Check(ftruncate(file, static_cast<off_t>(kind == PASS_SHORT ? length / 2 : length)) == 0,
+          "no memory file");
+    if (kind != PASS_OPEN) fcntl(file, kAddSeals, kSeals);
+    files.push_back(file);
+  }
+  return files;
+}
+
+/* As any other process of our user might send it. */
+void Send(const uint8_t *record, size_t size, const std::vector<int> &files) {
+  alignas(cmsghdr) char control[CMSG_SPACE(2 * sizeof(int))] = {};
+  iovec piece = {const_cast<uint8_t *>(record), size};
+  msghdr message = {};
+  message.msg_iov = &piece;
+  message.msg_iovlen = 1;
+  if (!files.empty()) {
+    size_t bytes = files.size() * sizeof(int);
+    message.msg_control = control;
+    message.msg_controllen = CMSG_SPACE(bytes);
+    cmsghdr *part = CMSG_FIRSTHDR(&message);
+    part->cmsg_level = SOL_SOCKET;
+    part->cmsg_type = SCM_RIGHTS;
+    part->cmsg_len = CMSG_LEN(bytes);
+    memcpy(CMSG_DATA(part), files.data(), bytes);
+  }
+  Check(sendmsg(ends[0], &message, MSG_NOSIGNAL | MSG_DONTWAIT) >= 0, "the record is not sent");
+}
+
+/* The frame is what the record says, and what the runtime itself sends of it is the same. */
+void CheckFrame(const WireFrame &frame, const uint8_t *record, size_t size) {
+  const WireHead &head = frame.head;
+  WireFrame again;
+  Check(memcmp(&head, record, sizeof head) == 0, "the head is another one");
+  Check(head.length <= TDS_PAYLOAD_MAX, "the payload is larger than may be");
+  Check((frame.data == nullptr) == (head.length == 0), "a payload without bytes, or none with");
+  Check(reinterpret_cast<uintptr_t>(frame.data) % 8 == 0, "the payload is not aligned");
+  if (frame.large == nullptr)
+    Check(size - sizeof head == head.length &&
+              (head.length == 0 || memcmp(frame.data, record + sizeof head, head.length) == 0),
+          "the payload is another one");
+  Check(WireSend(ends[0], head.kind, head.id, head.sequence, frame.data, head.length,
+                 MSG_DONTWAIT) == 0,
+        "the frame cannot be sent on");
+  Check(WireReceive(ends[1], &again, MSG_DONTWAIT) == 1, "its own frame is refused");
+  Check(memcmp(&again.head, &head, sizeof head) == 0, "the head changes");
+  Check(head.length == 0 || memcmp(again.data, frame.data, head.length) == 0,
+        "the payload changes");
+}
+
+void CheckName(std::string_view name) {
+  const std::string text(name);
+  bool fits = !text.empty() && text[0] != '.' && strlen(text.c_str()) < TDS_NAME_SIZE &&
+              text[0] != '\0' && strchr(text.c_str(), '/') == nullptr;
+  Check(WireNameFits(text.c_str()) == fits, "what is no name is taken for one, or the reverse");
+}
+
+}  // namespace
+
+extern "C" int LLVMFuzzerInitialize(int *, char ***) {
+  Check(socketpair(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0, ends) == 0, "no sockets");
+  return 0;
+}
+
+int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
+  static WireFrame frame; /* as a module has it, from message to message */
+  if (size < 2) return 0;
+  const uint8_t *record = data + 1;
+  const int lowest_free = LowestFree();
+  uint32_t length = 0; /* of the payload, as the head has it, but no more than is made at once */
+  if (--size >= sizeof(WireHead))
+    memcpy(&length, record + offsetof(WireHead, length), sizeof length);
+  std::vector<int> files = FilesOf(data[0] % PASS_KINDS, length > 1 << 20 ? 1 << 16 : length);
+  Send(record, size, files);
+  for (int file : files) close(file);
+  int got = WireReceive(ends[1], &frame, MSG_DONTWAIT);
+  Check(got == 1 || (got == -1 && errno == EBADMSG), "a record is taken for the end, or an error");
+  if (got == 1) CheckFrame(frame, record, size);
+  frame.large.reset();
+  Check(LowestFree() == lowest_free, "a descriptor is left open");
+  CheckName(TextOf(record, size));
+  return 0;
+}
