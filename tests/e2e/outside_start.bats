@@ -95,13 +95,14 @@ $USERS.4" gateway bash -c "cfgcmd list $USERS; cfgcmd get $USERS.3.Username; cfg
 }
 
 @test "damaged flash: the commit before is used, the file kept aside, a line says what is lost" {
+  local flash=$state/nvram/area1 value
   gateway bash -c "cfgcmd set $DEVICE.ProvisioningCode before; cfgcmd set $DEVICE.ProvisioningCode last"
-  flash=$state/nvram/area1
-  printf '\377\377\377\377' | dd of="$flash" bs=1 seek=$(($(stat -c %s "$flash") / 2)) conv=notrunc status=none
+  value=$(grep -abo =last "$flash")
+  printf '\377' | dd of="$flash" bs=1 seek=${value%%:*} conv=notrunc status=none
   cp "$flash" "$BATS_TEST_TMPDIR/damaged"
   run gateway bash -c "cfgcmd get $DEVICE.ProvisioningCode; grep -h ' 4 nvram: ' /var/log/devkit/*.log"
   [ "$status" -eq 0 ] && [ ${#lines[@]} -eq 2 ] && [ "${lines[0]}" = before ] || fail "$output"
-  [[ ${lines[1]} == *'area1 is damaged ('*'), kept as area1.bad.1; the commit before is used' ]] || fail "$output"
+  [[ ${lines[1]} == *'area1 is damaged (its checksum is wrong), kept as area1.bad.1; its last '*' bytes of changes are lost' ]] || fail "$output"
   cmp "$state/nvram/area1.bad.1" "$BATS_TEST_TMPDIR/damaged"
   expect 0 before gateway cfgcmd get $DEVICE.ProvisioningCode
 }
