@@ -4,6 +4,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <cstring>
 #include <fstream>
 #include <sstream>
 #include <string_view>
@@ -36,17 +37,26 @@ Json WithAttributes(std::string_view value) {
   return {{"value", std::string(value)}, {"attributes", attributes}};
 }
 
-/* "path=value" lines, or a JSON object of what `entry` makes of the values. */
-template <typename Entry>
-std::string LeavesText(const std::string &path, std::string_view text, bool json, Entry entry) {
-  Json object = Json::object();
+std::string LinesText(const std::string &path, std::string_view text) {
   std::string lines;
   for (Leaf leaf; NextLeaf(&text, &leaf);) {
-    std::string name = path + "." + std::string(leaf.name);
-    lines += name + (leaf.has_value ? "=" : "") + std::string(leaf.value) + "\n";
-    object[name] = entry(leaf.value);
+    lines.append(path).append(".").append(leaf.name);
+    lines.append(leaf.has_value ? "=" : "").append(leaf.value).append("\n");
   }
-  return json ? JsonText(object) : lines;
+  return lines;
+}
+
+/* An object of what `entry` makes of the values. Each is written by itself: the library's ordered
+   objects look through all that they have for each that comes. */
+template <typename Entry>
+std::string ObjectText(const std::string &path, std::string_view text, Entry entry) {
+  std::string object;
+  for (Leaf leaf; NextLeaf(&text, &leaf);) {
+    const std::string member = JsonText({{path + "." + std::string(leaf.name), entry(leaf.value)}});
+    const size_t end = member.size() - strlen("\n}\n"); /* of the "{" and the member's own lines */
+    object.append(object.empty() ? "{" : ",").append(member, 1, end - 1);
+  }
+  return object.empty() ? JsonText(Json::object()) : object + "\n}\n";
 }
 
 }  // namespace
@@ -56,11 +66,12 @@ std::string JsonText(const Json &json) {
 }
 
 std::string NodeText(const std::string &path, const std::string &text, bool json) {
-  return LeavesText(path, text, json, [](std::string_view value) { return std::string(value); });
+  if (!json) return LinesText(path, text);
+  return ObjectText(path, text, [](std::string_view value) { return std::string(value); });
 }
 
 std::string AttributeText(const std::string &path, const std::string &text, bool json) {
-  return LeavesText(path, text, json, WithAttributes);
+  return json ? ObjectText(path, text, WithAttributes) : LinesText(path, text);
 }
 
 std::string TerminalText(const std::string &text, int descriptor) {

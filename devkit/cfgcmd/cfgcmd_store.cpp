@@ -1,12 +1,12 @@
 // Verbs that read or write the data-model store without asking anybody: the tree, status writes,
 // and the candidates of the shell's completion.
 #include <algorithm>
-#include <cstring>
 
 #include "ams_store.h"
 #include "cfgcmd.h"
 #include "cfgcmd_print.h"
 #include "nodes.h"
+#include "store_desk.h"
 
 namespace {
 
@@ -27,19 +27,11 @@ struct Row {
 
 bool IsLeaf(const Row &row) { return row.type != "object" && row.type != "array"; }
 
-Row ReadRow(const std::string &path) {
-  Row row = {path, Attribute(path, "type"), "", Attribute(path, "description")};
-  if (!IsLeaf(row)) return row;
-  row.value.resize(AMS_VALUE_MAX + 1);
-  if (ams_mxml_get_leaf(path.c_str(), row.value.data(), row.value.size()) != 0) row.value[0] = '\0';
-  row.value.resize(strlen(row.value.c_str()));
-  return row;
-}
-
-void Walk(const std::string &path, std::vector<Row> *rows) {
-  rows->push_back(ReadRow(path));
-  if (IsLeaf(rows->back())) return;
-  for (const std::string &child : Children(path)) Walk(child, rows);
+int AddRow(const AmsDeskNode &node, void *rows) {
+  static_cast<std::vector<Row> *>(rows)->push_back({std::string(node.path), node.type,
+                                                    std::string(node.value),
+                                                    std::string(node.description)});
+  return 0;
 }
 
 std::string Columns(const std::vector<Row> &rows) {
@@ -52,7 +44,7 @@ std::string Columns(const std::vector<Row> &rows) {
   std::string text;
   for (const Row &row : rows) {
     auto cell = [&text](const std::string &value, size_t width) {
-      text += value + std::string(width > value.size() ? width - value.size() : 0, ' ') + "  ";
+      text.append(value).append(std::max(width, value.size()) - value.size() + 2, ' ');
     };
     cell(row.path, paths);
     cell(row.type, types);
@@ -78,10 +70,9 @@ std::string RowsAsJson(const std::vector<Row> &rows) {
 Outcome Tree(const Words &words, const Options &options) {
   if (!Attach()) return kNoStore;
   std::string path = words.empty() ? kRoot : Bare(words[0]);
-  if (ams_check_node(gptXmlTrees->root, path.c_str()) != 0)
-    return {EXIT_REFUSED, "no parameter \"" + path + "\": \"cfgcmd tree\" lists what there is"};
   std::vector<Row> rows;
-  Walk(path, &rows);
+  if (ams_desk_walk(path.c_str(), true, AddRow, &rows) != 0)
+    return {EXIT_REFUSED, "no parameter \"" + path + "\": \"cfgcmd tree\" lists what there is"};
   return {EXIT_DONE, options.json ? RowsAsJson(rows) : Columns(rows)};
 }
 
@@ -114,7 +105,10 @@ Outcome Complete(const Words &words, const Options &) {
   size_t dot = typed.rfind('.');
   std::vector<std::string> paths = {kRoot};
   if (dot != std::string::npos) paths = Children(typed.substr(0, dot));
-  for (const std::string &path : paths) offer(IsLeaf(ReadRow(path)) ? path : path + ".");
+  for (const std::string &path : paths) {
+    const std::string type = Attribute(path, "type");
+    offer(type == "object" || type == "array" ? path + "." : path);
+  }
   return {EXIT_DONE, text};
 }
 

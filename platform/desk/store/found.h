@@ -13,5 +13,10 @@ struct Found {
   Record record;
 };
 
+/* The nodes below `top` of these kinds, as the file has them, with one look-up: they stand right behind
+   it. 0, or -1: there is no such node, or it cannot be read (logged). */
+enum TreeKinds { TREE_LEAVES, TREE_OBJECTS, TREE_NODES };
+int TreeGather(MDB_txn *txn, const Key &top, TreeKinds kinds, std::vector<Found> *found);
+
 /* Sorts rows as the file has them; `skip` bytes at the start of their orders are the same. */
 void TreeSort(std::vector<Found> *found, size_t skip);

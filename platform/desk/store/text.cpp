@@ -45,33 +45,12 @@ int LeafAlone(MDB_txn *txn, Key *key, std::vector<Found> *leaves) {
   return 0;
 }
 
-/* The leaves below the node `top`, as the file has them, with one look-up: they stand right behind
-   it. -1: there is no such node. */
-int Gather(MDB_txn *txn, const Key &top, std::vector<Found> *leaves) {
-  MDB_cursor *cursor;
-  MDB_val key = KeyVal(top), data;
-  Record record;
-  if (TreeCursor(txn, &cursor) != 0) return -1;
-  int rc = mdb_cursor_get(cursor, &key, &data, MDB_SET);
-  int result = rc == 0 ? RecordParse(data, &record) : -1;
-  size_t skip = result == 0 ? record.head.order_length : 0;
-  while (result == 0 && (rc = mdb_cursor_get(cursor, &key, &data, MDB_NEXT)) == 0 &&
-         KeyBelow(key, top.bytes, top.length)) {
-    Found one = {0, static_cast<uint8_t *>(key.mv_data), key.mv_size, {}};
-    if (RecordParse(data, &one.record) == 0 && RecordIsLeaf(one.record)) leaves->push_back(one);
-  }
-  TreeCursorEnd(cursor);
-  if (rc != 0 && rc != MDB_NOTFOUND) return TreeFailed("reading", rc);
-  TreeSort(leaves, skip);
-  return result;
-}
-
 /* The leaves that a node's text has, in the file's order; the node itself when it is a leaf. Their
    keys share `top` bytes that the text leaves out. */
 int LeavesOf(MDB_txn *txn, const char *path, Key *key, std::vector<Found> *leaves, size_t *top) {
   if (TreeKey(path, KEY_NODE, key) != 0) return -1;
   *top = key->length;
-  if (Gather(txn, *key, leaves) == 0) return 0;
+  if (TreeGather(txn, *key, TREE_LEAVES, leaves) == 0) return 0;
   *top = key->last;
   return LeafAlone(txn, key, leaves);
 }
