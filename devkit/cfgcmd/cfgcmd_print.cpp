@@ -39,6 +39,7 @@ Json WithAttributes(std::string_view value) {
 
 std::string LinesText(const std::string &path, std::string_view text) {
   std::string lines;
+  lines.reserve(2 * text.size());
   for (Leaf leaf; NextLeaf(&text, &leaf);) {
     lines.append(path).append(".").append(leaf.name);
     lines.append(leaf.has_value ? "=" : "").append(leaf.value).append("\n");
@@ -74,8 +75,8 @@ std::string AttributeText(const std::string &path, const std::string &text, bool
   return json ? ObjectText(path, text, WithAttributes) : LinesText(path, text);
 }
 
-std::string TerminalText(const std::string &text, int descriptor) {
-  return isatty(descriptor) == 1 ? Printable(text) : text;
+std::string TerminalText(std::string text, int descriptor) {
+  return isatty(descriptor) == 1 ? Printable(text) : std::move(text);
 }
 
 uint64_t FileSize(const char *path) {

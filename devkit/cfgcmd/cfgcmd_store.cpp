@@ -1,6 +1,8 @@
 // Verbs that read or write the data-model store without asking anybody: the tree, status writes,
 // and the candidates of the shell's completion.
 #include <algorithm>
+#include <cstring>
+#include <memory_resource>
 
 #include "ams_store.h"
 #include "cfgcmd.h"
@@ -22,28 +24,36 @@ const Outcome kNoStore = {EXIT_REFUSED,
 
 /* One node as the tree shows it. */
 struct Row {
-  std::string path, type, value, description;
+  std::pmr::string path, value, description;
+  const char *type;
+  bool is_leaf;
 };
 
-bool IsLeaf(const Row &row) { return row.type != "object" && row.type != "array"; }
+/* The texts of all rows lie one behind the other: there are many of them. */
+struct Rows {
+  std::pmr::monotonic_buffer_resource texts;
+  std::pmr::vector<Row> rows{&texts};
+};
 
-int AddRow(const AmsDeskNode &node, void *rows) {
-  static_cast<std::vector<Row> *>(rows)->push_back({std::string(node.path), node.type,
-                                                    std::string(node.value),
-                                                    std::string(node.description)});
+int AddRow(const AmsDeskNode &node, void *context) {
+  Rows *all = static_cast<Rows *>(context);
+  auto text = [all](std::string_view view) { return std::pmr::string(view, &all->texts); };
+  all->rows.push_back({text(node.path), text(node.value), text(node.description), node.type,
+                       node.is_leaf});
   return 0;
 }
 
-std::string Columns(const std::vector<Row> &rows) {
+std::string Columns(const std::pmr::vector<Row> &rows) {
   size_t paths = 0, types = 0, values = 0;
   for (const Row &row : rows) {
     paths = std::max(paths, row.path.size());
-    types = std::max(types, row.type.size());
+    types = std::max(types, strlen(row.type));
     if (row.value.size() <= 40) values = std::max(values, row.value.size());
   }
   std::string text;
+  text.reserve(rows.size() * (paths + types + values));
   for (const Row &row : rows) {
-    auto cell = [&text](const std::string &value, size_t width) {
+    auto cell = [&text](std::string_view value, size_t width) {
       text.append(value).append(std::max(width, value.size()) - value.size() + 2, ' ');
     };
     cell(row.path, paths);
@@ -56,13 +66,13 @@ std::string Columns(const std::vector<Row> &rows) {
   return text;
 }
 
-std::string RowsAsJson(const std::vector<Row> &rows) {
+std::string RowsAsJson(const std::pmr::vector<Row> &rows) {
   Json list = Json::array();
   for (const Row &row : rows) {
-    Json entry = {{"path", row.path}, {"type", row.type}};
-    if (IsLeaf(row)) entry["value"] = row.value;
-    if (!row.description.empty()) entry["description"] = row.description;
-    list.push_back(entry);
+    Json entry = {{"path", row.path.c_str()}, {"type", row.type}};
+    if (row.is_leaf) entry["value"] = row.value.c_str();
+    if (!row.description.empty()) entry["description"] = row.description.c_str();
+    list.push_back(std::move(entry));
   }
   return JsonText(list);
 }
@@ -70,10 +80,10 @@ std::string RowsAsJson(const std::vector<Row> &rows) {
 Outcome Tree(const Words &words, const Options &options) {
   if (!Attach()) return kNoStore;
   std::string path = words.empty() ? kRoot : Bare(words[0]);
-  std::vector<Row> rows;
-  if (ams_desk_walk(path.c_str(), true, AddRow, &rows) != 0)
+  Rows all;
+  if (ams_desk_walk(path.c_str(), true, AddRow, &all) != 0)
     return {EXIT_REFUSED, "no parameter \"" + path + "\": \"cfgcmd tree\" lists what there is"};
-  return {EXIT_DONE, options.json ? RowsAsJson(rows) : Columns(rows)};
+  return {EXIT_DONE, options.json ? RowsAsJson(all.rows) : Columns(all.rows)};
 }
 
 Outcome Sset(const Words &words, const Options &) {

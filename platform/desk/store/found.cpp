@@ -30,23 +30,66 @@ void TreeSort(std::vector<Found> *found, size_t skip) {
   });
 }
 
+namespace {
+
+/* A node with all that is below it: rows `at` to before `end`. */
+struct Subtree {
+  uint64_t place; /* among the nodes beside it */
+  size_t at, end;
+};
+
+/* Of a node's order, what is behind that of the node above it. */
+uint32_t PlaceOf(const Record &record, size_t above) {
+  uint32_t place = 0;
+  memcpy(&place, record.order + above,
+         std::min(sizeof place, static_cast<size_t>(record.head.order_length - above)));
+  return be32toh(place);
+}
+
+/* Appends the subtrees in rows `at` to before `end`, which stand in key order and have their places as
+   rank, as the file has them: only nodes beside one another need to be sorted. */
+void AppendOrdered(const std::vector<Found> &rows, size_t at, size_t end, bool leaves_only,
+                   std::vector<Found> *found) {
+  std::vector<Subtree> subtrees;
+  while (at < end) {
+    const size_t first = at, length = rows[at].record.head.order_length;
+    do ++at;
+    while (at < end && rows[at].record.head.order_length > length);
+    subtrees.push_back({rows[first].rank, first, at});
+  }
+  std::sort(subtrees.begin(), subtrees.end(),
+            [](const Subtree &left, const Subtree &right) { return left.place < right.place; });
+  for (const Subtree &one : subtrees) {
+    if (!leaves_only || RecordIsLeaf(rows[one.at].record)) found->push_back(rows[one.at]);
+    if (one.end > one.at + 1) AppendOrdered(rows, one.at + 1, one.end, leaves_only, found);
+  }
+}
+
+}  // namespace
+
 int TreeGather(MDB_txn *txn, const Key &top, TreeKinds kinds, std::vector<Found> *found) {
   MDB_cursor *cursor;
   MDB_val key = KeyVal(top), data;
   Record record;
+  std::vector<Found> rows;
   if (TreeCursor(txn, &cursor) != 0) return -1;
   int rc = mdb_cursor_get(cursor, &key, &data, MDB_SET);
   int result = rc == 0 ? RecordParse(data, &record) : -1;
-  size_t skip = result == 0 ? record.head.order_length : 0;
+  std::vector<size_t> above = {result == 0 ? record.head.order_length : size_t{0}}; /* orders' bytes */
   while (result == 0 && (rc = mdb_cursor_get(cursor, &key, &data, MDB_NEXT)) == 0 &&
          KeyBelow(key, top.bytes, top.length)) {
     Found one = {0, static_cast<uint8_t *>(key.mv_data), key.mv_size, {}};
-    if (RecordParse(data, &one.record) == 0 &&
-        (kinds == TREE_NODES || RecordIsLeaf(one.record) == (kinds == TREE_LEAVES)))
-      found->push_back(one);
+    if (RecordParse(data, &one.record) != 0 || one.record.head.order_length <= above.front() ||
+        (kinds == TREE_OBJECTS && RecordIsLeaf(one.record)))
+      continue;
+    while (above.back() >= one.record.head.order_length) above.pop_back();
+    one.rank = PlaceOf(one.record, above.back());
+    if (!RecordIsLeaf(one.record)) above.push_back(one.record.head.order_length);
+    rows.push_back(one);
   }
   TreeCursorEnd(cursor);
   if (rc != 0 && rc != MDB_NOTFOUND) return TreeFailed("reading", rc);
-  TreeSort(found, skip);
+  found->reserve(rows.size());
+  AppendOrdered(rows, 0, rows.size(), kinds == TREE_LEAVES, found);
   return result;
 }

@@ -7,7 +7,7 @@
 #include "record.h"
 
 struct Found {
-  uint64_t rank; /* first bytes of the order behind the top node's, big-endian */
+  uint64_t rank; /* first bytes of the order behind that of a node above, as a number */
   const uint8_t *key;
   size_t key_length;
   Record record;
