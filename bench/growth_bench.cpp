@@ -4,11 +4,13 @@
 // and the data-base manager took. Time that others take of a shared machine does not count.
 //
 //   growth_bench PID
+#include <lmdb.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
 #include <ctime>
 #include <string>
 #include <vector>
@@ -81,6 +83,43 @@ std::vector<std::string> LeafPaths() {
   return paths;
 }
 
+/* What no look-up can be without: the same ones, of keys of the same length, in bare LMDB. It grows with
+   the depth of its tree and with what the processor's caches do not hold. */
+void BareReads(const std::vector<std::string> &all, const std::vector<std::string> &paths) {
+  char folder[] = "/dev/shm/growth_bench.XXXXXX", out[64];
+  MDB_env *env;
+  MDB_txn *txn;
+  MDB_dbi dbi;
+  if (mkdtemp(folder) == nullptr || mdb_env_create(&env) != 0 ||
+      mdb_env_set_mapsize(env, 256 << 20) != 0 ||
+      mdb_env_open(env, folder, MDB_WRITEMAP | MDB_NOSYNC | MDB_NOTLS, 0600) != 0 ||
+      mdb_txn_begin(env, nullptr, 0, &txn) != 0 || mdb_dbi_open(txn, nullptr, 0, &dbi) != 0)
+    Fail("LMDB does not open");
+  auto val = [](const std::string &text) {
+    return MDB_val{text.size(), const_cast<char *>(text.data())};
+  };
+  const std::string value = "20 bytes before it, and its text";
+  for (const std::string &path : all) {
+    MDB_val key = val(path), data = val(value);
+    if (mdb_put(txn, dbi, &key, &data, 0) != 0) Fail("LMDB takes no more");
+  }
+  if (mdb_txn_commit(txn) != 0 || mdb_txn_begin(env, nullptr, MDB_RDONLY, &txn) != 0)
+    Fail("LMDB does not commit");
+  Print("lmdb/leaf", Least([&](int) {
+          for (const std::string &path : paths) {
+            MDB_val key = val(path), data;
+            mdb_txn_reset(txn);
+            if (mdb_txn_renew(txn) != 0 || mdb_get(txn, dbi, &key, &data) != 0) Fail(path);
+            memcpy(out, data.mv_data, data.mv_size);
+          }
+        }),
+        paths.size());
+  mdb_txn_abort(txn);
+  mdb_env_close(env);
+  for (const char *name : {"/data.mdb", "/lock.mdb"}) unlink((folder + std::string(name)).c_str());
+  rmdir(folder);
+}
+
 std::string Row(size_t number) { return kTable + "." + std::to_string(number); }
 
 void Reads(size_t leaves, size_t rows, const std::vector<std::string> &paths) {
@@ -151,6 +190,7 @@ int main(int argc, char **argv) {
   for (size_t at = 0; at < kCalls; ++at) some.push_back(all[at * 7919 % all.size()]);
   while (ams_check_node(gptXmlTrees->root, Row(rows + 1).c_str()) == 0) ++rows;
   printf("leaves %zu\n", all.size());
+  BareReads(all, some);
   Reads(all.size(), rows, some);
   Writes(all.size(), rows);
   return 0;

@@ -107,6 +107,22 @@ $USERS.4" gateway bash -c "cfgcmd list $USERS; cfgcmd get $USERS.3.Username; cfg
   expect 0 before gateway cfgcmd get $DEVICE.ProvisioningCode
 }
 
+@test "a tree of megabytes is answered whole, as lines and as JSON, and listed" {
+  # shellcheck disable=SC2016
+  run sandbox --bare -- bash -c '"$DEVKIT_SOURCE/bench/model" --rows 4 >/tmp/model.xml
+    mount --bind /tmp/model.xml /etc/tr098_data_model.xml && gateway-daemon start dbmgr || exit
+    cfgcmd get InternetGatewayDevice >/tmp/lines
+    cfgcmd tree | awk "\$2 != \"object\" && \$2 != \"array\" { print \$1 }" >/tmp/leaves
+    cut -d= -f1 /tmp/lines | cmp - /tmp/leaves
+    cfgcmd --json get InternetGatewayDevice |
+      python3 -c "import json, sys; [print(*leaf, sep=\"=\") for leaf in json.load(sys.stdin).items()]" |
+      cmp - /tmp/lines
+    stat -c "%s bytes" /tmp/lines; grep -c "" /tmp/lines
+    gateway-daemon stop dbmgr'
+  [ "$status" -eq 0 ] && [ ${#lines[@]} -eq 2 ] || fail "$output"
+  [ "${lines[0]% bytes}" -gt 2000000 ] && [ "${lines[1]}" -eq 28993 ] || fail "$output"
+}
+
 @test "what the daemon itself sets is kept: the restore is asked for once, and stays done" {
   local enable=$DEVICE.X_CT-COM_Restore.Enable
   expect 0 "0

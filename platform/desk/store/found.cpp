@@ -32,6 +32,8 @@ void TreeSort(std::vector<Found> *found, size_t skip) {
 
 namespace {
 
+constexpr size_t kFew = 32; /* rows of an object: its leaves, mostly */
+
 /* A node with all that is below it: rows `at` to before `end`. */
 struct Subtree {
   uint64_t place; /* among the nodes beside it */
@@ -46,23 +48,34 @@ uint32_t PlaceOf(const Record &record, size_t above) {
   return be32toh(place);
 }
 
+struct Ordering {
+  const std::vector<Found> &rows;
+  bool leaves_only;
+  std::vector<Found> *found;
+  std::vector<Subtree> beside; /* those of each level that is open */
+};
+
 /* Appends the subtrees in rows `at` to before `end`, which stand in key order and have their places as
    rank, as the file has them: only nodes beside one another need to be sorted. */
-void AppendOrdered(const std::vector<Found> &rows, size_t at, size_t end, bool leaves_only,
-                   std::vector<Found> *found) {
-  std::vector<Subtree> subtrees;
+void AppendOrdered(Ordering *ordering, size_t at, size_t end) {
+  const std::vector<Found> &rows = ordering->rows;
+  std::vector<Subtree> &beside = ordering->beside;
+  const size_t open = beside.size();
   while (at < end) {
-    const size_t first = at, length = rows[at].record.head.order_length;
+    const size_t top = at, length = rows[at].record.head.order_length;
     do ++at;
     while (at < end && rows[at].record.head.order_length > length);
-    subtrees.push_back({rows[first].rank, first, at});
+    beside.push_back({rows[top].rank, top, at});
   }
-  std::sort(subtrees.begin(), subtrees.end(),
+  std::sort(beside.begin() + static_cast<ptrdiff_t>(open), beside.end(),
             [](const Subtree &left, const Subtree &right) { return left.place < right.place; });
-  for (const Subtree &one : subtrees) {
-    if (!leaves_only || RecordIsLeaf(rows[one.at].record)) found->push_back(rows[one.at]);
-    if (one.end > one.at + 1) AppendOrdered(rows, one.at + 1, one.end, leaves_only, found);
+  for (size_t one = open; one < beside.size(); ++one) {
+    const Subtree subtree = beside[one];
+    const Found &top = rows[subtree.at];
+    if (!ordering->leaves_only || RecordIsLeaf(top.record)) ordering->found->push_back(top);
+    if (subtree.end > subtree.at + 1) AppendOrdered(ordering, subtree.at + 1, subtree.end);
   }
+  beside.resize(open);
 }
 
 }  // namespace
@@ -72,24 +85,29 @@ int TreeGather(MDB_txn *txn, const Key &top, TreeKinds kinds, std::vector<Found>
   MDB_val key = KeyVal(top), data;
   Record record;
   std::vector<Found> rows;
+  rows.reserve(kFew);
   if (TreeCursor(txn, &cursor) != 0) return -1;
   int rc = mdb_cursor_get(cursor, &key, &data, MDB_SET);
   int result = rc == 0 ? RecordParse(data, &record) : -1;
-  std::vector<size_t> above = {result == 0 ? record.head.order_length : size_t{0}}; /* orders' bytes */
+  size_t above[AMS_PATH_SIZE], depth = 0; /* the bytes of the orders of the nodes above */
+  above[0] = result == 0 ? record.head.order_length : 0;
   while (result == 0 && (rc = mdb_cursor_get(cursor, &key, &data, MDB_NEXT)) == 0 &&
          KeyBelow(key, top.bytes, top.length)) {
     Found one = {0, static_cast<uint8_t *>(key.mv_data), key.mv_size, {}};
-    if (RecordParse(data, &one.record) != 0 || one.record.head.order_length <= above.front() ||
+    if (RecordParse(data, &one.record) != 0 || one.record.head.order_length <= above[0] ||
         (kinds == TREE_OBJECTS && RecordIsLeaf(one.record)))
       continue;
-    while (above.back() >= one.record.head.order_length) above.pop_back();
-    one.rank = PlaceOf(one.record, above.back());
-    if (!RecordIsLeaf(one.record)) above.push_back(one.record.head.order_length);
+    while (above[depth] >= one.record.head.order_length) --depth;
+    one.rank = PlaceOf(one.record, above[depth]);
+    if (!RecordIsLeaf(one.record) && depth + 1 < std::size(above))
+      above[++depth] = one.record.head.order_length;
     rows.push_back(one);
   }
   TreeCursorEnd(cursor);
   if (rc != 0 && rc != MDB_NOTFOUND) return TreeFailed("reading", rc);
+  Ordering ordering = {rows, kinds == TREE_LEAVES, found, {}};
   found->reserve(rows.size());
-  AppendOrdered(rows, 0, rows.size(), kinds == TREE_LEAVES, found);
+  ordering.beside.reserve(kFew);
+  AppendOrdered(&ordering, 0, rows.size());
   return result;
 }

@@ -28,9 +28,10 @@ int JoinLeaves(const std::vector<Found> &leaves, size_t top_length, char **text)
     AMS_PRINT(4, "store: no memory for a text of %zu bytes\n", size);
     return -1;
   }
-  for (const Found &leaf : leaves) {
-    if (out != *text) *out++ = AMS_SEPARATOR;
-    out = WriteLeaf(out, leaf, top_length);
+  for (size_t at = 0; at < leaves.size(); ++at) {
+    FoundFetch(leaves, at);
+    if (at != 0) *out++ = AMS_SEPARATOR;
+    out = WriteLeaf(out, leaves[at], top_length);
   }
   *out = '\0';
   return 0;

@@ -47,8 +47,10 @@ int Walk(MDB_txn *txn, const char *path, bool leaves, AmsDeskVisit visit, void *
   if (!RecordIsLeaf(record) && TreeGather(txn, top, leaves ? TREE_NODES : TREE_OBJECTS, &found) != 0)
     return -1;
   int result = Visit(&sets, top.bytes, top.length, record, visit, context);
-  for (size_t at = 0; at < found.size() && result == 0; ++at)
+  for (size_t at = 0; at < found.size() && result == 0; ++at) {
+    FoundFetch(found, at);
     result = Visit(&sets, found[at].key, found[at].key_length, found[at].record, visit, context);
+  }
   return result;
 }
 
