@@ -165,7 +165,7 @@ end" gateway bash -c "$show && cfgcmd get $server.X_KVO_TR069WANSAVE && echo end
 
 @test "a full flash: what cannot be kept is refused, what was confirmed is there after the boot" {
   run sandbox --bare -- bash -c "$CRASH
-    mount -t tmpfs -o size=24k tmpfs /var/nvram && gateway-daemon start dbmgr && gateway-daemon start sysmgr || exit 1
+    mount -t tmpfs -o size=16k tmpfs /var/nvram && gateway-daemon start dbmgr && gateway-daemon start sysmgr || exit 1
     value=$(printf '%200s' '' | tr ' ' v) refused=0
     for i in {1..30}; do
       row=\$(cfgcmd add $FILES) && cfgcmd set \$row.Name \$value\$i || : \$((++refused))
