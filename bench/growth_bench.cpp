@@ -1,7 +1,7 @@
 // What requests cost in the tree that the data-base manager of the process PID serves, whatever its
 // size: each of them asked by this process, and the store's own calls. bench/growth starts it, with
-// trees of bench/model. Prints one line a figure: name, nanoseconds of the processor that this process
-// and the data-base manager took. Time that others take of a shared machine does not count.
+// trees of bench/model. Prints one line a figure: name, nanoseconds of the processor that this
+// process and the data-base manager took. Time that others take of a shared machine does not count.
 //
 //   growth_bench PID
 #include <lmdb.h>
@@ -83,8 +83,8 @@ std::vector<std::string> LeafPaths() {
   return paths;
 }
 
-/* What no look-up can be without: the same ones, of keys of the same length, in bare LMDB. It grows with
-   the depth of its tree and with what the processor's caches do not hold. */
+/* What no look-up can be without: the same ones, of keys of the same length, in bare LMDB. It grows
+   with the depth of its tree and with what the processor's caches do not hold. */
 void BareReads(const std::vector<std::string> &all, const std::vector<std::string> &paths) {
   char folder[] = "/dev/shm/growth_bench.XXXXXX", out[64];
   MDB_env *env;

@@ -38,8 +38,8 @@ struct Rows {
 int AddRow(const AmsDeskNode &node, void *context) {
   Rows *all = static_cast<Rows *>(context);
   auto text = [all](std::string_view view) { return std::pmr::string(view, &all->texts); };
-  all->rows.push_back({text(node.path), text(node.value), text(node.description), node.type,
-                       node.is_leaf});
+  all->rows.push_back(
+      {text(node.path), text(node.value), text(node.description), node.type, node.is_leaf});
   return 0;
 }
 

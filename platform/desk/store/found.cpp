@@ -55,8 +55,8 @@ struct Ordering {
   std::vector<Subtree> beside; /* those of each level that is open */
 };
 
-/* Appends the subtrees in rows `at` to before `end`, which stand in key order and have their places as
-   rank, as the file has them: only nodes beside one another need to be sorted. */
+/* Appends the subtrees in rows `at` to before `end`, which stand in key order and have their places
+   as rank, as the file has them: only nodes beside one another need to be sorted. */
 void AppendOrdered(Ordering *ordering, size_t at, size_t end) {
   const std::vector<Found> &rows = ordering->rows;
   std::vector<Subtree> &beside = ordering->beside;

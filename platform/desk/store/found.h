@@ -15,14 +15,16 @@ struct Found {
 
 /* Whoever reads all rows in turn has the processor fetch those that come, with this at each one. */
 inline void FoundFetch(const std::vector<Found> &found, size_t at) {
-  constexpr size_t kAhead = 8, kLine = 64;
+  constexpr size_t kAhead = 12, kLine = 64;
   if (at + kAhead >= found.size()) return;
-  __builtin_prefetch(found[at + kAhead].key);
-  __builtin_prefetch(found[at + kAhead].key + kLine);
+  const Found &coming = found[at + kAhead];
+  for (size_t from = 0; from < coming.key_length; from += kLine)
+    __builtin_prefetch(coming.key + from);
+  __builtin_prefetch(coming.record.value);
 }
 
-/* The nodes below `top` of these kinds, as the file has them, with one look-up: they stand right behind
-   it. 0, or -1: there is no such node, or it cannot be read (logged). */
+/* The nodes below `top` of these kinds, as the file has them, with one look-up: they stand right
+   behind it. 0, or -1: there is no such node, or it cannot be read (logged). */
 enum TreeKinds { TREE_LEAVES, TREE_OBJECTS, TREE_NODES };
 int TreeGather(MDB_txn *txn, const Key &top, TreeKinds kinds, std::vector<Found> *found);
 

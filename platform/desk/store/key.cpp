@@ -28,8 +28,9 @@ size_t FirstOf(uint64_t marks) {
 /* Marks the first byte that is below ' ', and maybe others behind it. */
 uint64_t MarkControl(uint64_t word) { return (word - kOnes * ' ') & ~word & kHigh; }
 
-/* Copies up to the next byte that no name has: the dot, control bytes, which are the keys' own marks,
-   and bytes from 0x80 on, their first bytes. Eight at a time: every look-up pays for this. */
+/* Copies up to the next byte that no name has: the dot, control bytes, which are the keys' own
+   marks, and bytes from 0x80 on, their first bytes. Eight at a time: every look-up pays for this.
+ */
 const char *CopyName(const char *from, uint8_t **out) {
   for (;;) {
     const uint64_t word = Word(from), dots = word ^ (kOnes * '.');

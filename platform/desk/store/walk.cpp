@@ -23,8 +23,8 @@ std::string_view SetOf(Sets *sets, uint32_t number) {
   return sets->by_number[number] = set;
 }
 
-int Visit(Sets *sets, const uint8_t *key, size_t length, const Record &record,
-          AmsDeskVisit visit, void *context) {
+int Visit(Sets *sets, const uint8_t *key, size_t length, const Record &record, AmsDeskVisit visit,
+          void *context) {
   char path[kKeyMax + 1];
   AmsDeskNode node = {};
   const std::string_view set = SetOf(sets, record.head.attributes);
@@ -44,7 +44,8 @@ int Walk(MDB_txn *txn, const char *path, bool leaves, AmsDeskVisit visit, void *
   std::vector<Found> found;
   Sets sets = {txn, {}};
   if (TreeFindPath(txn, path, false, &top, &record) != 0) return -1;
-  if (!RecordIsLeaf(record) && TreeGather(txn, top, leaves ? TREE_NODES : TREE_OBJECTS, &found) != 0)
+  if (!RecordIsLeaf(record) &&
+      TreeGather(txn, top, leaves ? TREE_NODES : TREE_OBJECTS, &found) != 0)
     return -1;
   int result = Visit(&sets, top.bytes, top.length, record, visit, context);
   for (size_t at = 0; at < found.size() && result == 0; ++at) {
