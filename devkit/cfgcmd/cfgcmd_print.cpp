@@ -52,6 +52,7 @@ std::string LinesText(const std::string &path, std::string_view text) {
 template <typename Entry>
 std::string ObjectText(const std::string &path, std::string_view text, Entry entry) {
   std::string object;
+  object.reserve(2 * text.size());
   for (Leaf leaf; NextLeaf(&text, &leaf);) {
     const std::string member = JsonText({{path + "." + std::string(leaf.name), entry(leaf.value)}});
     const size_t end = member.size() - strlen("\n}\n"); /* of the "{" and the member's own lines */

@@ -44,14 +44,15 @@ int AddRow(const AmsDeskNode &node, void *context) {
 }
 
 std::string Columns(const std::pmr::vector<Row> &rows) {
-  size_t paths = 0, types = 0, values = 0;
+  size_t paths = 0, types = 0, values = 0, others = 0;
   for (const Row &row : rows) {
     paths = std::max(paths, row.path.size());
     types = std::max(types, strlen(row.type));
     if (row.value.size() <= 40) values = std::max(values, row.value.size());
+    others += row.description.size() + (row.value.size() <= 40 ? 0 : row.value.size());
   }
   std::string text;
-  text.reserve(rows.size() * (paths + types + values));
+  text.reserve(others + rows.size() * (paths + types + values + sizeof "      \n"));
   for (const Row &row : rows) {
     auto cell = [&text](std::string_view value, size_t width) {
       text.append(value).append(std::max(width, value.size()) - value.size() + 2, ' ');

@@ -30,6 +30,22 @@ void TreeSort(std::vector<Found> *found, size_t skip) {
   });
 }
 
+size_t FoundPath(const uint8_t *key, size_t length, FoundObject *object, char *path) {
+  const void *mark = memrchr(key, KEY_LEAF, length);
+  if (mark == nullptr || mark == key) return KeyToPath(key, length, path);
+  const size_t above = static_cast<size_t>(static_cast<const uint8_t *>(mark) - key);
+  if (above != object->key_length || memcmp(key, object->key, above) != 0) {
+    object->key = key;
+    object->key_length = above;
+    object->length = KeyToPath(key, above, object->path);
+  }
+  memcpy(path, object->path, object->length);
+  path[object->length] = '.';
+  memcpy(path + object->length + 1, key + above + 1, length - above - 1);
+  path[object->length + length - above] = '\0';
+  return object->length + length - above;
+}
+
 namespace {
 
 constexpr size_t kFew = 32; /* rows of an object: its leaves, mostly */

@@ -13,6 +13,16 @@ struct Found {
   Record record;
 };
 
+/* The object of the last leaf whose path was made; {} at first. */
+struct FoundObject {
+  const uint8_t *key;
+  size_t key_length, length;
+  char path[kKeyMax + 1];
+};
+
+/* KeyToPath of rows that come in turn: leaves of one object mostly stand one behind the other. */
+size_t FoundPath(const uint8_t *key, size_t length, FoundObject *object, char *path);
+
 /* Whoever reads all rows in turn has the processor fetch those that come, with this at each one. */
 inline void FoundFetch(const std::vector<Found> &found, size_t at) {
   constexpr size_t kAhead = 12, kLine = 64;

@@ -14,30 +14,8 @@ namespace {
 constexpr char kChangedData[] = ".ALL_CHANGED_DATA";
 constexpr char kTag[] = "ams_text"; /* of the heap's table */
 
-/* The object of the leaf that was written last: its key, and its path in the text. */
-struct Object {
-  const uint8_t *key;
-  size_t key_length;
-  const char *path;
-  size_t length;
-};
-
-/* Leaves of one object mostly come one after the other. */
-char *WriteLeaf(char *out, const Found &leaf, size_t top_length, Object *object) {
-  const void *name = memrchr(leaf.key, KEY_LEAF, leaf.key_length);
-  if (name == nullptr) return out; /* no leaf is stored so */
-  const size_t above = static_cast<size_t>(static_cast<const uint8_t *>(name) - leaf.key);
-  if (above > top_length) {
-    if (above != object->key_length || memcmp(leaf.key, object->key, above) != 0)
-      *object = {leaf.key, above, out, KeyToPath(leaf.key + top_length, above - top_length, out)};
-    else
-      memcpy(out, object->path, object->length);
-    out += object->length;
-    *out++ = '.';
-  }
-  const size_t length = leaf.key_length - above - 1;
-  memcpy(out, leaf.key + above + 1, length);
-  out += length;
+char *WriteLeaf(char *out, const Found &leaf, size_t top_length, FoundObject *object) {
+  out += FoundPath(leaf.key + top_length, leaf.key_length - top_length, object, out);
   *out++ = '=';
   if (leaf.record.length != 0) memcpy(out, leaf.record.value, leaf.record.length);
   return out + leaf.record.length;
@@ -52,7 +30,7 @@ int JoinLeaves(const std::vector<Found> &leaves, size_t top_length, char **text)
     AMS_PRINT(4, "store: no memory for a text of %zu bytes\n", size);
     return -1;
   }
-  Object object = {};
+  FoundObject object = {};
   for (size_t at = 0; at < leaves.size(); ++at) {
     FoundFetch(leaves, at);
     if (at != 0) *out++ = AMS_SEPARATOR;

@@ -9,26 +9,27 @@
 
 namespace {
 
-/* What the attribute sets of a tree say; many nodes share one. They lie in the map. */
-struct Sets {
+/* What many nodes share: attribute sets, which lie in the map, and the object above. */
+struct Shared {
   MDB_txn *txn;
-  std::unordered_map<uint32_t, std::string_view> by_number;
+  std::unordered_map<uint32_t, std::string_view> sets;
+  FoundObject object;
 };
 
-std::string_view SetOf(Sets *sets, uint32_t number) {
-  auto at = sets->by_number.find(number);
-  if (at != sets->by_number.end()) return at->second;
+std::string_view SetOf(Shared *shared, uint32_t number) {
+  auto at = shared->sets.find(number);
+  if (at != shared->sets.end()) return at->second;
   std::string_view set;
-  (void)TreeAttributes(sets->txn, number, &set); /* logged; then it has none */
-  return sets->by_number[number] = set;
+  (void)TreeAttributes(shared->txn, number, &set); /* logged; then it has none */
+  return shared->sets[number] = set;
 }
 
-int Visit(Sets *sets, const uint8_t *key, size_t length, const Record &record, AmsDeskVisit visit,
-          void *context) {
+int Visit(Shared *shared, const uint8_t *key, size_t length, const Record &record,
+          AmsDeskVisit visit, void *context) {
   char path[kKeyMax + 1];
   AmsDeskNode node = {};
-  const std::string_view set = SetOf(sets, record.head.attributes);
-  node.path = {path, KeyToPath(key, length, path)};
+  const std::string_view set = SetOf(shared, record.head.attributes);
+  node.path = {path, FoundPath(key, length, &shared->object, path)};
   node.type = kKindNames[record.head.kind];
   node.is_leaf = RecordIsLeaf(record);
   if (node.is_leaf) node.value = {record.value, record.length};
@@ -42,15 +43,15 @@ int Walk(MDB_txn *txn, const char *path, bool leaves, AmsDeskVisit visit, void *
   Key top;
   Record record;
   std::vector<Found> found;
-  Sets sets = {txn, {}};
+  Shared shared = {txn, {}, {}};
   if (TreeFindPath(txn, path, false, &top, &record) != 0) return -1;
   if (!RecordIsLeaf(record) &&
       TreeGather(txn, top, leaves ? TREE_NODES : TREE_OBJECTS, &found) != 0)
     return -1;
-  int result = Visit(&sets, top.bytes, top.length, record, visit, context);
+  int result = Visit(&shared, top.bytes, top.length, record, visit, context);
   for (size_t at = 0; at < found.size() && result == 0; ++at) {
     FoundFetch(found, at);
-    result = Visit(&sets, found[at].key, found[at].key_length, found[at].record, visit, context);
+    result = Visit(&shared, found[at].key, found[at].key_length, found[at].record, visit, context);
   }
   return result;
 }
