@@ -23,7 +23,7 @@
 
 namespace {
 
-constexpr int kRounds = 9, kCalls = 512, kRowCalls = 40;
+constexpr int kRounds = 15, kCalls = 512, kRowCalls = 40;
 constexpr char kRoot[] = "InternetGatewayDevice";
 const std::string kTable = std::string(kRoot) + ".Table";
 

@@ -47,18 +47,30 @@ std::string LinesText(const std::string &path, std::string_view text) {
   return lines;
 }
 
-/* An object of what `entry` makes of the values. Each is written by itself: the library's ordered
-   objects look through all that they have for each that comes. */
-template <typename Entry>
-std::string ObjectText(const std::string &path, std::string_view text, Entry entry) {
+std::string Compact(const Json &json) {
+  return json.dump(-1, ' ', false, Json::error_handler_t::replace);
+}
+
+/* An object whose members `member(name, value)` writes, each with its line's indent: the library's
+   ordered objects look through all that they have for each that comes. */
+template <typename Member>
+std::string ObjectText(const std::string &path, std::string_view text, Member member) {
   std::string object;
   object.reserve(2 * text.size());
   for (Leaf leaf; NextLeaf(&text, &leaf);) {
-    const std::string member = JsonText({{path + "." + std::string(leaf.name), entry(leaf.value)}});
-    const size_t end = member.size() - strlen("\n}\n"); /* of the "{" and the member's own lines */
-    object.append(object.empty() ? "{" : ",").append(member, 1, end - 1);
+    object += object.empty() ? "{\n" : ",\n";
+    object += member(path + "." + std::string(leaf.name), leaf.value);
   }
   return object.empty() ? JsonText(Json::object()) : object + "\n}\n";
+}
+
+std::string StringMember(const std::string &name, std::string_view value) {
+  return "  " + Compact(name) + ": " + Compact(std::string(value));
+}
+
+std::string AttributesMember(const std::string &name, std::string_view value) {
+  const std::string object = JsonText({{name, WithAttributes(value)}});
+  return object.substr(2, object.size() - strlen("{\n\n}\n")); /* without the braces' lines */
 }
 
 }  // namespace
@@ -69,11 +81,11 @@ std::string JsonText(const Json &json) {
 
 std::string NodeText(const std::string &path, const std::string &text, bool json) {
   if (!json) return LinesText(path, text);
-  return ObjectText(path, text, [](std::string_view value) { return std::string(value); });
+  return ObjectText(path, text, StringMember);
 }
 
 std::string AttributeText(const std::string &path, const std::string &text, bool json) {
-  return json ? ObjectText(path, text, WithAttributes) : LinesText(path, text);
+  return json ? ObjectText(path, text, AttributesMember) : LinesText(path, text);
 }
 
 std::string TerminalText(std::string text, int descriptor) {
