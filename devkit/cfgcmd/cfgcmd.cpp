@@ -100,9 +100,9 @@ int main(int argc, char **argv) try {
   uint64_t offset = FileSize(kCommands);
   Outcome outcome = RunVerb(*asked.verb, asked.words, asked.options);
   if (outcome.status == EXIT_DONE || outcome.text.empty())
-    fputs(TerminalText(outcome.text, STDOUT_FILENO).c_str(), stdout);
+    fputs(TerminalText(std::move(outcome.text), STDOUT_FILENO).c_str(), stdout);
   else
-    fprintf(stderr, "cfgcmd: %s\n", TerminalText(outcome.text, STDERR_FILENO).c_str());
+    fprintf(stderr, "cfgcmd: %s\n", TerminalText(std::move(outcome.text), STDERR_FILENO).c_str());
   if (asked.options.calls)
     fputs(TerminalText(CallsText(offset, asked.options.json), STDOUT_FILENO).c_str(), stdout);
   if (fflush(stdout) != 0) {

@@ -62,7 +62,7 @@ int RunLines(std::istream &lines, const Options &options) {
     } else if (outcome.text.empty()) {
       outcome.text = "ok\n"; /* each request has its answer */
     }
-    std::cout << TerminalText(outcome.text, STDOUT_FILENO);
+    std::cout << TerminalText(std::move(outcome.text), STDOUT_FILENO);
     if (lines.rdbuf()->in_avail() <= 0) std::cout.flush(); /* whoever asks may wait for it */
   }
   std::cout.flush();

@@ -4,6 +4,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <cstring>
 #include <fstream>
 #include <sstream>
 #include <string_view>
@@ -36,17 +37,40 @@ Json WithAttributes(std::string_view value) {
   return {{"value", std::string(value)}, {"attributes", attributes}};
 }
 
-/* "path=value" lines, or a JSON object of what `entry` makes of the values. */
-template <typename Entry>
-std::string LeavesText(const std::string &path, std::string_view text, bool json, Entry entry) {
-  Json object = Json::object();
+std::string LinesText(const std::string &path, std::string_view text) {
   std::string lines;
+  lines.reserve(2 * text.size());
   for (Leaf leaf; NextLeaf(&text, &leaf);) {
-    std::string name = path + "." + std::string(leaf.name);
-    lines += name + (leaf.has_value ? "=" : "") + std::string(leaf.value) + "\n";
-    object[name] = entry(leaf.value);
+    lines.append(path).append(".").append(leaf.name);
+    lines.append(leaf.has_value ? "=" : "").append(leaf.value).append("\n");
   }
-  return json ? JsonText(object) : lines;
+  return lines;
+}
+
+std::string Compact(const Json &json) {
+  return json.dump(-1, ' ', false, Json::error_handler_t::replace);
+}
+
+/* An object whose members `member(name, value)` writes, each with its line's indent: the library's
+   ordered objects look through all that they have for each that comes. */
+template <typename Member>
+std::string ObjectText(const std::string &path, std::string_view text, Member member) {
+  std::string object;
+  object.reserve(2 * text.size());
+  for (Leaf leaf; NextLeaf(&text, &leaf);) {
+    object += object.empty() ? "{\n" : ",\n";
+    object += member(path + "." + std::string(leaf.name), leaf.value);
+  }
+  return object.empty() ? JsonText(Json::object()) : object + "\n}\n";
+}
+
+std::string StringMember(const std::string &name, std::string_view value) {
+  return "  " + Compact(name) + ": " + Compact(std::string(value));
+}
+
+std::string AttributesMember(const std::string &name, std::string_view value) {
+  const std::string object = JsonText({{name, WithAttributes(value)}});
+  return object.substr(2, object.size() - strlen("{\n\n}\n")); /* without the braces' lines */
 }
 
 }  // namespace
@@ -56,15 +80,16 @@ std::string JsonText(const Json &json) {
 }
 
 std::string NodeText(const std::string &path, const std::string &text, bool json) {
-  return LeavesText(path, text, json, [](std::string_view value) { return std::string(value); });
+  if (!json) return LinesText(path, text);
+  return ObjectText(path, text, StringMember);
 }
 
 std::string AttributeText(const std::string &path, const std::string &text, bool json) {
-  return LeavesText(path, text, json, WithAttributes);
+  return json ? ObjectText(path, text, AttributesMember) : LinesText(path, text);
 }
 
-std::string TerminalText(const std::string &text, int descriptor) {
-  return isatty(descriptor) == 1 ? Printable(text) : text;
+std::string TerminalText(std::string text, int descriptor) {
+  return isatty(descriptor) == 1 ? Printable(text) : std::move(text);
 }
 
 uint64_t FileSize(const char *path) {

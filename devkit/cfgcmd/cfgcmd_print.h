@@ -16,7 +16,7 @@ std::string AttributeText(const std::string &path, const std::string &text, bool
 
 /* `text`; with its control characters escaped when `descriptor` is a terminal: values come from
    strangers, too. */
-std::string TerminalText(const std::string &text, int descriptor);
+std::string TerminalText(std::string text, int descriptor);
 
 /* Size of a file, 0 when there is none; and what was written behind `offset` since. */
 uint64_t FileSize(const char *path);

@@ -2,11 +2,13 @@
 // and the candidates of the shell's completion.
 #include <algorithm>
 #include <cstring>
+#include <memory_resource>
 
 #include "ams_store.h"
 #include "cfgcmd.h"
 #include "cfgcmd_print.h"
 #include "nodes.h"
+#include "store_desk.h"
 
 namespace {
 
@@ -22,37 +24,38 @@ const Outcome kNoStore = {EXIT_REFUSED,
 
 /* One node as the tree shows it. */
 struct Row {
-  std::string path, type, value, description;
+  std::pmr::string path, value, description;
+  const char *type;
+  bool is_leaf;
 };
 
-bool IsLeaf(const Row &row) { return row.type != "object" && row.type != "array"; }
+/* The texts of all rows lie one behind the other: there are many of them. */
+struct Rows {
+  std::pmr::monotonic_buffer_resource texts;
+  std::pmr::vector<Row> rows{&texts};
+};
 
-Row ReadRow(const std::string &path) {
-  Row row = {path, Attribute(path, "type"), "", Attribute(path, "description")};
-  if (!IsLeaf(row)) return row;
-  row.value.resize(AMS_VALUE_MAX + 1);
-  if (ams_mxml_get_leaf(path.c_str(), row.value.data(), row.value.size()) != 0) row.value[0] = '\0';
-  row.value.resize(strlen(row.value.c_str()));
-  return row;
+int AddRow(const AmsDeskNode &node, void *context) {
+  Rows *all = static_cast<Rows *>(context);
+  auto text = [all](std::string_view view) { return std::pmr::string(view, &all->texts); };
+  all->rows.push_back(
+      {text(node.path), text(node.value), text(node.description), node.type, node.is_leaf});
+  return 0;
 }
 
-void Walk(const std::string &path, std::vector<Row> *rows) {
-  rows->push_back(ReadRow(path));
-  if (IsLeaf(rows->back())) return;
-  for (const std::string &child : Children(path)) Walk(child, rows);
-}
-
-std::string Columns(const std::vector<Row> &rows) {
-  size_t paths = 0, types = 0, values = 0;
+std::string Columns(const std::pmr::vector<Row> &rows) {
+  size_t paths = 0, types = 0, values = 0, others = 0;
   for (const Row &row : rows) {
     paths = std::max(paths, row.path.size());
-    types = std::max(types, row.type.size());
+    types = std::max(types, strlen(row.type));
     if (row.value.size() <= 40) values = std::max(values, row.value.size());
+    others += row.description.size() + (row.value.size() <= 40 ? 0 : row.value.size());
   }
   std::string text;
+  text.reserve(others + rows.size() * (paths + types + values + sizeof "      \n"));
   for (const Row &row : rows) {
-    auto cell = [&text](const std::string &value, size_t width) {
-      text += value + std::string(width > value.size() ? width - value.size() : 0, ' ') + "  ";
+    auto cell = [&text](std::string_view value, size_t width) {
+      text.append(value).append(std::max(width, value.size()) - value.size() + 2, ' ');
     };
     cell(row.path, paths);
     cell(row.type, types);
@@ -64,13 +67,13 @@ std::string Columns(const std::vector<Row> &rows) {
   return text;
 }
 
-std::string RowsAsJson(const std::vector<Row> &rows) {
+std::string RowsAsJson(const std::pmr::vector<Row> &rows) {
   Json list = Json::array();
   for (const Row &row : rows) {
-    Json entry = {{"path", row.path}, {"type", row.type}};
-    if (IsLeaf(row)) entry["value"] = row.value;
-    if (!row.description.empty()) entry["description"] = row.description;
-    list.push_back(entry);
+    Json entry = {{"path", row.path.c_str()}, {"type", row.type}};
+    if (row.is_leaf) entry["value"] = row.value.c_str();
+    if (!row.description.empty()) entry["description"] = row.description.c_str();
+    list.push_back(std::move(entry));
   }
   return JsonText(list);
 }
@@ -78,11 +81,10 @@ std::string RowsAsJson(const std::vector<Row> &rows) {
 Outcome Tree(const Words &words, const Options &options) {
   if (!Attach()) return kNoStore;
   std::string path = words.empty() ? kRoot : Bare(words[0]);
-  if (ams_check_node(gptXmlTrees->root, path.c_str()) != 0)
+  Rows all;
+  if (ams_desk_walk(path.c_str(), true, AddRow, &all) != 0)
     return {EXIT_REFUSED, "no parameter \"" + path + "\": \"cfgcmd tree\" lists what there is"};
-  std::vector<Row> rows;
-  Walk(path, &rows);
-  return {EXIT_DONE, options.json ? RowsAsJson(rows) : Columns(rows)};
+  return {EXIT_DONE, options.json ? RowsAsJson(all.rows) : Columns(all.rows)};
 }
 
 Outcome Sset(const Words &words, const Options &) {
@@ -114,7 +116,10 @@ Outcome Complete(const Words &words, const Options &) {
   size_t dot = typed.rfind('.');
   std::vector<std::string> paths = {kRoot};
   if (dot != std::string::npos) paths = Children(typed.substr(0, dot));
-  for (const std::string &path : paths) offer(IsLeaf(ReadRow(path)) ? path : path + ".");
+  for (const std::string &path : paths) {
+    const std::string type = Attribute(path, "type");
+    offer(type == "object" || type == "array" ? path + "." : path);
+  }
   return {EXIT_DONE, text};
 }
 

@@ -1,8 +1,8 @@
 // Checks of requests; see dbmgr_plan.h.
 #include "dbmgr_plan.h"
 
-#include <algorithm>
 #include <cctype>
+#include <cstring>
 #include <string_view>
 
 #include "ams_common_api.h"
@@ -97,33 +97,53 @@ bool NeedsOp(const Plan &plan, const Command &command, unsigned kind) {
   return !plan.leaf.empty() || (command.traits & SETS) != 0 || kind == ARRAY;
 }
 
-/* The objects and arrays right below `url`. */
-std::vector<std::string> NodesBelow(const std::string &url) {
-  std::vector<std::string> nodes = Children(url);
-  auto is_leaf = [](const std::string &node) { return KindOf(node) == LEAF; };
-  nodes.erase(std::remove_if(nodes.begin(), nodes.end(), is_leaf), nodes.end());
-  return nodes;
+/* A node on the way down; `ask`: that of the module that serves it, or -1. */
+struct Above {
+  std::string path, module;
+  int ask;
+};
+
+/* What a walk over objects and arrays finds, in the file's order. */
+struct Asks {
+  std::vector<Above> way;
+  std::vector<Ask> found;
+  std::vector<bool> has_op; /* of each of these */
+};
+
+bool IsBelow(std::string_view path, const std::string &above) {
+  return path.size() > above.size() && path[above.size()] == '.' &&
+         path.substr(0, above.size()) == above;
 }
 
-bool HasOpBelow(const std::string &url) {
-  if (!Attribute(url, "op").empty()) return true;
-  for (const std::string &node : NodesBelow(url))
-    if (HasOpBelow(node)) return true;
-  return false;
-}
-
-/* The topmost nodes below `url` that a module serves by op functions. An array without one of its
-   own is passed over for its rows, as modules refuse such arrays. */
-void FindAsks(const std::string &url, const std::string &inherited, std::vector<Ask> *asks) {
-  for (const std::string &node : NodesBelow(url)) {
-    std::string module = Attribute(node, "mod");
-    if (module.empty()) module = inherited;
-    bool bare_array = KindOf(node) == ARRAY && Attribute(node, "op").empty();
-    if (module.empty() || bare_array)
-      FindAsks(node, module, asks);
-    else if (HasOpBelow(node))
-      asks->push_back({module, node});
+/* An array without an op function of its own is passed over for its rows, as modules refuse such
+   arrays. */
+int VisitForAsks(const AmsDeskNode &node, void *context) {
+  Asks *asks = static_cast<Asks *>(context);
+  while (!asks->way.empty() && !IsBelow(node.path, asks->way.back().path)) asks->way.pop_back();
+  Above here = {std::string(node.path), std::string(node.mod), -1};
+  if (!asks->way.empty()) {
+    const Above &above = asks->way.back();
+    if (above.ask >= 0) {
+      if (node.op) asks->has_op[static_cast<size_t>(above.ask)] = true;
+      return 0;
+    }
+    if (here.module.empty()) here.module = above.module;
+    if (!here.module.empty() && (node.op || strcmp(node.type, "array") != 0)) {
+      here.ask = static_cast<int>(asks->found.size());
+      asks->found.push_back({here.module, here.path});
+      asks->has_op.push_back(node.op);
+    }
   }
+  asks->way.push_back(std::move(here));
+  return 0;
+}
+
+/* The topmost nodes below `url`, which no module serves itself, that one serves by op functions. */
+void FindAsks(const std::string &url, std::vector<Ask> *asks) {
+  Asks all;
+  (void)ams_desk_walk(url.c_str(), false, VisitForAsks, &all); /* the node was found before */
+  for (size_t at = 0; at < all.found.size(); ++at)
+    if (all.has_op[at]) asks->push_back(std::move(all.found[at]));
 }
 
 void FindModule(Plan *plan, const Command &command, unsigned kind) {
@@ -133,7 +153,7 @@ void FindModule(Plan *plan, const Command &command, unsigned kind) {
   if (ams_desk_mod(plan->url.c_str(), module, sizeof module) == 0)
     plan->module = module;
   else if (plan->leaf.empty() && (command.traits & READS) != 0)
-    FindAsks(plan->url, "", &plan->asks);
+    FindAsks(plan->url, &plan->asks);
 }
 
 int CheckFrame(const Plan &plan, std::string *why) {

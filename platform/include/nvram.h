@@ -14,7 +14,7 @@ enum {
 };
 
 /* Attaches this process to the settings, and loads them from flash when it is the first since the
-   gateway started. A flash that is damaged does not stop it: the commit before is used, or none,
+   gateway started. A flash that is damaged does not stop it: an earlier commit is used, or none,
    and the log says what is lost. 0, or -1 (logged) when there is no room for the settings in use.
    The other calls attach by themselves. */
 int nvram_init_semaphore(void);

@@ -95,15 +95,32 @@ $USERS.4" gateway bash -c "cfgcmd list $USERS; cfgcmd get $USERS.3.Username; cfg
 }
 
 @test "damaged flash: the commit before is used, the file kept aside, a line says what is lost" {
+  local flash=$state/nvram/area1 value
   gateway bash -c "cfgcmd set $DEVICE.ProvisioningCode before; cfgcmd set $DEVICE.ProvisioningCode last"
-  flash=$state/nvram/area1
-  printf '\377\377\377\377' | dd of="$flash" bs=1 seek=$(($(stat -c %s "$flash") / 2)) conv=notrunc status=none
+  value=$(grep -abo =last "$flash")
+  printf '\377' | dd of="$flash" bs=1 seek=${value%%:*} conv=notrunc status=none
   cp "$flash" "$BATS_TEST_TMPDIR/damaged"
   run gateway bash -c "cfgcmd get $DEVICE.ProvisioningCode; grep -h ' 4 nvram: ' /var/log/devkit/*.log"
   [ "$status" -eq 0 ] && [ ${#lines[@]} -eq 2 ] && [ "${lines[0]}" = before ] || fail "$output"
-  [[ ${lines[1]} == *'area1 is damaged ('*'), kept as area1.bad.1; the commit before is used' ]] || fail "$output"
+  [[ ${lines[1]} == *'area1 is damaged (its checksum is wrong), kept as area1.bad.1; its last '*' bytes of changes are lost' ]] || fail "$output"
   cmp "$state/nvram/area1.bad.1" "$BATS_TEST_TMPDIR/damaged"
   expect 0 before gateway cfgcmd get $DEVICE.ProvisioningCode
+}
+
+@test "a tree of megabytes is answered whole, as lines and as JSON, and listed" {
+  # shellcheck disable=SC2016
+  run sandbox --bare -- bash -c '"$DEVKIT_SOURCE/bench/model" --rows 4 >/tmp/model.xml
+    mount --bind /tmp/model.xml /etc/tr098_data_model.xml && gateway-daemon start dbmgr || exit
+    cfgcmd get InternetGatewayDevice >/tmp/lines
+    cfgcmd tree | awk "\$2 != \"object\" && \$2 != \"array\" { print \$1 }" >/tmp/leaves
+    cut -d= -f1 /tmp/lines | cmp - /tmp/leaves
+    cfgcmd --json get InternetGatewayDevice |
+      python3 -c "import json, sys; [print(*leaf, sep=\"=\") for leaf in json.load(sys.stdin).items()]" |
+      cmp - /tmp/lines
+    stat -c "%s bytes" /tmp/lines; grep -c "" /tmp/lines
+    gateway-daemon stop dbmgr'
+  [ "$status" -eq 0 ] && [ ${#lines[@]} -eq 2 ] || fail "$output"
+  [ "${lines[0]% bytes}" -gt 2000000 ] && [ "${lines[1]}" -eq 28993 ] || fail "$output"
 }
 
 @test "what the daemon itself sets is kept: the restore is asked for once, and stays done" {
@@ -148,7 +165,7 @@ end" gateway bash -c "$show && cfgcmd get $server.X_KVO_TR069WANSAVE && echo end
 
 @test "a full flash: what cannot be kept is refused, what was confirmed is there after the boot" {
   run sandbox --bare -- bash -c "$CRASH
-    mount -t tmpfs -o size=24k tmpfs /var/nvram && gateway-daemon start dbmgr && gateway-daemon start sysmgr || exit 1
+    mount -t tmpfs -o size=16k tmpfs /var/nvram && gateway-daemon start dbmgr && gateway-daemon start sysmgr || exit 1
     value=$(printf '%200s' '' | tr ' ' v) refused=0
     for i in {1..30}; do
       row=\$(cfgcmd add $FILES) && cfgcmd set \$row.Name \$value\$i || : \$((++refused))

@@ -1,5 +1,5 @@
-// What the desk's data-base manager needs of the store beside the board's interface: who serves a
-// node, and its check of what nvram kept.
+// What the desk's data-base manager and client need of the store beside the board's interface: who
+// serves a node, all nodes below one, and a check of what nvram kept.
 #pragma once
 
 #include <cstddef>
@@ -9,6 +9,20 @@
 /* The "mod" attribute of the node or its nearest ancestor that has one, whole. 0, or -1: none, or
    `size` is too small. */
 int ams_desk_mod(const char *path, char *mod, size_t size);
+
+/* A node as the walk shows it; the texts are good until `visit` returns. */
+struct AmsDeskNode {
+  std::string_view path, value, description;
+  const char *type;
+  std::string_view mod; /* of its own; "": none */
+  bool op, is_leaf;
+};
+using AmsDeskVisit = int (*)(const AmsDeskNode &node, void *context);
+
+/* Calls `visit` for the node and all below it, in the file's order, without its leaves or with
+   them, on a snapshot, which is kept meanwhile: `visit` must not wait, nor write. It ends the walk
+   by returning non-zero. Returns that value, else 0; -1: there is no such node. Any thread. */
+int ams_desk_walk(const char *path, bool leaves, AmsDeskVisit visit, void *context);
 
 /* Whether the leaf `path` may have `value`: its "check" attribute names `form`, or, without one,
    its type is that (but "string": such a leaf may have any). 0, or -1 with one line in `why`. */

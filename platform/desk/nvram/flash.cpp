@@ -1,9 +1,6 @@
-// The files of the settings on flash. In /var/nvram: "area1", the last commit; "area1.1", the
-// commit before it; "area1.new" and "area1.old" while a commit is under way; "area1.bad.1" and so
-// on, damaged files kept to look at. Likewise for area 2.
-//
-// A file is a line that names the area and the file's length, the records, and a line with the
-// CRC-32 (that of gzip) of all before it in hexadecimal digits.
+// The files of the settings on flash. In /var/nvram: "area1", to which commits are added;
+// "area1.1", a copy of its first part; "area1.new" while one of them is written anew; "area1.bad.1"
+// and so on, damaged files kept to look at. Likewise for area 2. What is in a file: flash_form.h.
 #include "flash.h"
 
 #include <fcntl.h>
@@ -11,11 +8,12 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <array>
+#include <algorithm>
 #include <cerrno>
-#include <cstdint>
 #include <cstdio>
 #include <cstring>
+#include <string>
+#include <utility>
 #include <vector>
 
 #include "ams_print.h"
@@ -24,13 +22,14 @@ namespace {
 
 constexpr char kFolder[] = "/var/nvram";
 constexpr int kBadMax = 4; /* damaged files that are kept, of an area */
-constexpr size_t kHeadSize = sizeof "nvram 1, area 1, 0123456789 bytes\n" - 1;
-constexpr size_t kTailSize = sizeof "01234567\n" - 1;
 
-struct AreaFile {
-  int error;          // 0: sound; ENOENT: not there; else an errno, and `wrong` says more
-  std::string wrong;  // for people
-  std::string bytes;  // head and tail included
+/* A file is written anew when it is twice as long as it need be, and this. */
+constexpr size_t kOutgrown = 16 << 10;
+
+struct AreaBytes {
+  int error;  // 0; ENOENT: it is not there; else an errno
+  std::string bytes;
+  FlashContent file;  // points into `bytes`; its `wrong` says more
 };
 
 /* Closed at the end, whatever ends it. */
@@ -40,49 +39,6 @@ struct Descriptor {
     if (fd >= 0) close(fd);
   }
 };
-
-std::string Head(int area, size_t size) {
-  char text[64];
-  snprintf(text, sizeof text, "nvram 1, area %d, %010zu bytes\n", area, size);
-  return text;
-}
-
-constexpr std::array<uint32_t, 256> CrcTable() {
-  std::array<uint32_t, 256> table = {};
-  for (uint32_t byte = 0; byte < 256; ++byte) {
-    table[byte] = byte;
-    for (int bit = 0; bit < 8; ++bit)
-      table[byte] = table[byte] >> 1 ^ (table[byte] & 1 ? 0xedb88320u : 0);
-  }
-  return table;
-}
-
-std::string Tail(std::string_view all_before) {
-  static constexpr std::array<uint32_t, 256> kTable = CrcTable();
-  uint32_t crc = ~0u;
-  for (char byte : all_before) crc = kTable[(crc ^ static_cast<uint8_t>(byte)) & 0xff] ^ crc >> 8;
-  char text[16];
-  snprintf(text, sizeof text, "%08x\n", ~crc);
-  return text;
-}
-
-std::string_view Records(const std::string &bytes) {
-  return std::string_view(bytes).substr(kHeadSize, bytes.size() - kHeadSize - kTailSize);
-}
-
-/* What is wrong with the bytes of a file; empty: nothing. */
-std::string WrongBytes(int area, const std::string &bytes) {
-  if (bytes.size() < kHeadSize + kTailSize) return "it is cut";
-  if (bytes.compare(0, kHeadSize, Head(area, bytes.size())) != 0)
-    return "its head is not that of " + std::to_string(bytes.size()) + " bytes of this area";
-  size_t tail = bytes.size() - kTailSize;
-  if (bytes.compare(tail, kTailSize, Tail(std::string_view(bytes).substr(0, tail))) != 0)
-    return "its checksum is wrong";
-  std::string_view rest = Records(bytes), key, value;
-  while (!rest.empty())
-    if (!FlashNext(&rest, &key, &value)) return "one of its records is longer than may be";
-  return "";
-}
 
 /* Reads `size` bytes, or what there is. 0 or an errno. */
 int ReadBytes(int fd, size_t size, std::string *bytes) {
@@ -99,39 +55,33 @@ int ReadBytes(int fd, size_t size, std::string *bytes) {
   return 0;
 }
 
-/* The descriptor of a regular file and its size, or -1 with `file` saying why. */
-int OpenToRead(int folder, const std::string &name, AreaFile *file, size_t *size) {
+/* The descriptor of a regular file and its size; or -1 with an errno, and `wrong` saying more. */
+int OpenToRead(int folder, const std::string &name, size_t *size, std::string *wrong) {
   struct stat info = {};
-  int fd = openat(folder, name.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC);
-  if (fd < 0 || fstat(fd, &info) != 0) {
-    *file = {errno, strerror(errno), ""};
-  } else if (!S_ISREG(info.st_mode)) {
-    *file = {EBADMSG, "it is no regular file", ""};
-  } else if (info.st_size > static_cast<off_t>(kFlashMax)) {
-    *file = {EBADMSG, "it is longer than may be", ""};
-  } else {
-    *size = static_cast<size_t>(info.st_size);
-    return fd;
-  }
-  if (fd >= 0) close(fd);
+  Descriptor opened = {
+      openat(folder, name.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC)};
+  int error = opened.fd < 0 || fstat(opened.fd, &info) != 0 ? errno : 0;
+  if (error != 0)
+    *wrong = strerror(error);
+  else if (!S_ISREG(info.st_mode))
+    error = EBADMSG, *wrong = "it is no regular file";
+  else if (info.st_size > static_cast<off_t>(kFlashFileMax))
+    error = EBADMSG, *wrong = "it is longer than may be";
+  *size = static_cast<size_t>(info.st_size);
+  if (error == 0) return std::exchange(opened.fd, -1);
+  errno = error;
   return -1;
 }
 
-AreaFile ReadFile(int folder, const std::string &name) {
-  AreaFile file = {};
+void ReadArea(int folder, int area, const std::string &name, AreaBytes *read) {
   size_t size = 0;
-  const Descriptor opened = {OpenToRead(folder, name, &file, &size)};
-  if (opened.fd < 0) return file;
-  file.error = ReadBytes(opened.fd, size, &file.bytes);
-  if (file.error != 0) file.wrong = strerror(file.error);
-  return file;
-}
-
-AreaFile ReadArea(int folder, int area, const std::string &name) {
-  AreaFile file = ReadFile(folder, name);
-  if (file.error == 0) file.wrong = WrongBytes(area, file.bytes);
-  if (file.error == 0 && !file.wrong.empty()) file.error = EBADMSG;
-  return file;
+  *read = {0, "", {FLASH_DAMAGED, "", {}, {}}};
+  const Descriptor opened = {OpenToRead(folder, name, &size, &read->file.wrong)};
+  read->error = opened.fd < 0 ? errno : ReadBytes(opened.fd, size, &read->bytes);
+  if (read->error == 0)
+    read->file = FlashParse(area, read->bytes);
+  else if (read->file.wrong.empty())
+    read->file.wrong = strerror(read->error);
 }
 
 /* Says nothing about the file itself. */
@@ -159,21 +109,25 @@ int NoFolder(int error) {
 
 std::string AreaName(int area) { return "area" + std::to_string(area); }
 
+std::string CopyName(const std::string &area) { return area + ".1"; }
+
 std::string BadName(const std::string &area, int number) {
   return area + ".bad." + std::to_string(number);
 }
 
-/* Moves a damaged file out of the way. Returns what became of it, for people. */
-std::string MoveAside(int folder, const std::string &area, const std::string &name) {
+/* Gives a damaged file a second name, before another takes its own; a folder, which has but one,
+   is moved. Returns what became of it, for people. */
+std::string KeepAside(int folder, const std::string &area, const std::string &name) {
   struct stat info;
   for (int number = 1; number <= kBadMax; ++number) {
     const std::string aside = BadName(area, number);
     if (fstatat(folder, aside.c_str(), &info, AT_SYMLINK_NOFOLLOW) == 0) continue;
-    if (renameat(folder, name.c_str(), folder, aside.c_str()) == 0) return "kept as " + aside;
+    if (linkat(folder, name.c_str(), folder, aside.c_str(), 0) == 0 ||
+        renameat(folder, name.c_str(), folder, aside.c_str()) == 0)
+      return "kept as " + aside;
     return std::string("left where it is: ") + strerror(errno);
   }
-  if (unlinkat(folder, name.c_str(), 0) == 0) return "removed, as others are kept already";
-  return std::string("left where it is: ") + strerror(errno);
+  return "not kept, as others are already";
 }
 
 int WriteBytes(int fd, std::string_view bytes) {
@@ -186,11 +140,11 @@ int WriteBytes(int fd, std::string_view bytes) {
   return fsync(fd) == 0 ? 0 : errno;
 }
 
-/* Makes way for a file of a commit: unlike what a commit that was cut off leaves, a folder would
-   stop every commit. */
+/* Makes way for a file: unlike what a commit that was cut off leaves, a folder would stop every
+   commit. */
 void Clear(int folder, const std::string &area, const std::string &name) {
   if (unlinkat(folder, name.c_str(), 0) == 0 || errno != EISDIR) return;
-  const std::string moved = MoveAside(folder, area, name);
+  const std::string moved = KeepAside(folder, area, name);
   AMS_PRINT(4, "nvram: %s/%s is a folder, %s\n", kFolder, name.c_str(), moved.c_str());
 }
 
@@ -219,83 +173,152 @@ size_t RoomOf(int folder, const std::string &name) {
   return static_cast<size_t>(info.st_blocks) * 512;
 }
 
-/* Without room for three files nothing could be deleted any more. What is worth least goes first;
-   the commit before goes only when the last one is sound; and nothing goes where it would not do.
- */
-int WriteNew(int folder, const std::string &area, bool last_is_sound, std::string_view bytes) {
-  const std::string fresh = area + ".new";
-  int rc = WriteFile(folder, area, fresh, bytes);
-  if (!IsFull(rc)) return rc;
-  size_t room = RoomOf(folder, fresh); /* all that was left */
+/* Without room for two files more nothing could be deleted any more. What is worth least goes
+   first; the copy goes only when the file itself is sound; and nothing goes where it would not do.
+   `room` is there already. 0: there may be room now. */
+int GiveUp(int folder, const std::string &area, bool sound, size_t room, size_t wanted) {
   std::vector<std::string> worth_less;
   for (int number = 1; number <= kBadMax; ++number)
     for (int each : {1, 2}) worth_less.push_back(BadName(AreaName(each), number));
   for (const std::string &name : worth_less) room += RoomOf(folder, name);
-  if (room < bytes.size() && last_is_sound) {
-    worth_less.push_back(area + ".1");
+  if (room < wanted && sound) {
+    worth_less.push_back(CopyName(area));
     room += RoomOf(folder, worth_less.back());
   }
-  if (room < bytes.size()) return rc;
+  if (room < wanted) return -1;
   std::string removed;
   for (const std::string &name : worth_less) Remove(folder, name, &removed);
-  rc = WriteFile(folder, area, fresh, bytes);
   if (!removed.empty())
     AMS_PRINT(4, "nvram: %s is full: removed%s to write %s\n", kFolder, removed.c_str(),
               area.c_str());
+  return 0;
+}
+
+int WriteNew(int folder, const std::string &area, bool sound, std::string_view bytes) {
+  const std::string fresh = area + ".new";
+  int rc = WriteFile(folder, area, fresh, bytes);
+  if (IsFull(rc) && GiveUp(folder, area, sound, RoomOf(folder, fresh), bytes.size()) == 0)
+    rc = WriteFile(folder, area, fresh, bytes);
+  if (rc != 0) (void)unlinkat(folder, fresh.c_str(), 0); /* gives back its room, if it has any */
   return rc;
 }
 
-int Rename(int folder, const std::string &from, const std::string &to) {
-  return renameat(folder, from.c_str(), folder, to.c_str()) == 0 ? 0 : errno;
-}
-
-/* At each instant there is a last commit, and one before it if there was one: the last becomes the
-   one before under a second name. */
-int Replace(int folder, const std::string &name, bool keep_last) {
-  const std::string old = name + ".old", before = name + ".1";
-  int rc = 0;
-  if (keep_last) {
-    Clear(folder, name, old);
-    rc = linkat(folder, name.c_str(), folder, old.c_str(), 0) == 0 ? 0 : errno;
-    if (rc == 0 && (rc = Rename(folder, old, before)) == EISDIR) {
-      Clear(folder, name, before);
-      rc = Rename(folder, old, before);
-    }
+/* Puts "area1.new" in the place of `name`. 0 or an errno. */
+int Replace(int folder, const std::string &area, const std::string &name) {
+  const std::string fresh = area + ".new";
+  int rc = renameat(folder, fresh.c_str(), folder, name.c_str()) == 0 ? 0 : errno;
+  if (rc == EISDIR) {
+    Clear(folder, area, name);
+    rc = renameat(folder, fresh.c_str(), folder, name.c_str()) == 0 ? 0 : errno;
   }
-  return rc != 0 ? rc : Rename(folder, name + ".new", name);
-}
-
-int PutBack(int folder, const std::string &name) {
-  int rc = Rename(folder, name + ".1", name);
-  if (rc == ENOENT) rc = unlinkat(folder, name.c_str(), 0) == 0 ? 0 : errno;
   if (rc == 0 && fsync(folder) != 0) rc = errno;
   return rc;
 }
 
-/* 0 or an errno; the last commit then stands. */
-int Store(int folder, const std::string &name, bool keep_last, const std::string &bytes) {
-  int rc = WriteNew(folder, name, keep_last, bytes);
-  if (rc == 0) rc = Replace(folder, name, keep_last);
-  if (rc != 0) {
-    (void)unlinkat(folder, (name + ".new").c_str(), 0); /* gives back its room, if it has any */
-  } else if (fsync(folder) != 0) {
-    rc = errno;
-    (void)PutBack(folder, name); /* the error is told in any case */
+/* The file, then its copy, each in one step for a power cut. 0 or an errno: the file is as it was.
+   Without its copy the file is none the worse. */
+int StoreBytes(int folder, const std::string &area, bool sound, std::string_view bytes) {
+  int rc = WriteNew(folder, area, sound, bytes);
+  if (rc == 0) rc = Replace(folder, area, area);
+  if (rc != 0) return rc;
+  int copied = WriteNew(folder, area, true, bytes);
+  if (copied == 0) copied = Replace(folder, area, CopyName(area));
+  if (copied != 0)
+    AMS_PRINT(4, "nvram: %s/%s has no copy: %s\n", kFolder, area.c_str(), strerror(copied));
+  return 0;
+}
+
+int Failed(const std::string &area, int rc, size_t wanted) {
+  AMS_PRINT(4, "nvram: writing %s/%s failed: %s; the last commit stands: make room for %zu bytes\n",
+            kFolder, area.c_str(), strerror(rc), wanted);
+  return -1;
+}
+
+/* What is wrong with a file that is of no use, and what became of it. */
+std::string Tell(int folder, const std::string &area, const std::string &name,
+                 const AreaBytes &read) {
+  if (read.error == ENOENT) return name + " is missing; ";
+  return name + " is damaged (" + read.file.wrong + "), " + KeepAside(folder, area, name) + "; ";
+}
+
+/* The copy, and behind it what stands in the file behind its first part: that fits, unless the
+   power went between the writing of the two. 0 or an errno, as ReadBest. */
+int UseCopy(int folder, int area, AreaBytes *last, std::string *lost) {
+  const std::string name = AreaName(area), copy_name = CopyName(name);
+  AreaBytes copy;
+  ReadArea(folder, area, copy_name, &copy);
+  if (IsShortage(copy.error)) return copy.error;
+  if (last->error == ENOENT && copy.error == ENOENT) return 0; /* a new board */
+  *lost = Tell(folder, name, name, *last);
+  if (copy.file.state == FLASH_DAMAGED) {
+    *lost += Tell(folder, name, copy_name, copy) + "the area's settings are lost";
+    return 0;
   }
+  const size_t first = copy.bytes.size();
+  last->bytes.replace(0, std::min(first, last->bytes.size()), copy.bytes);
+  last->file = FlashParse(area, last->bytes);
+  const size_t used = std::max(last->file.end.size, first) - first;
+  *lost += copy_name + " is used, with " + std::to_string(used) + " of " +
+           std::to_string(last->bytes.size() - first) + " bytes of changes made since";
+  return 0;
+}
+
+/* Reads an area's file as far as it can be used. 0, or an errno that says nothing about the file.
+   `lost` is what there is to tell; `sound`: the file is not needed any more if its copy is. */
+int ReadBest(int folder, int area, AreaBytes *last, bool *sound, std::string *lost) {
+  const std::string name = AreaName(area);
+  ReadArea(folder, area, name, last);
+  *sound = last->file.state != FLASH_DAMAGED;
+  if (IsShortage(last->error)) return last->error;
+  if (!*sound) return UseCopy(folder, area, last, lost);
+  const std::string behind = std::to_string(last->bytes.size() - last->file.end.size);
+  if (last->file.state == FLASH_CUT)
+    *lost = name + " ends in " + behind + " bytes of a change that was cut off, which are dropped";
+  if (last->file.state == FLASH_GARBLED)
+    *lost = Tell(folder, name, name, *last) + "its last " + behind + " bytes of changes are lost";
+  return 0;
+}
+
+/* Whether the file is as this gateway left it. */
+bool EndsAt(int fd, const FlashEnd &end) {
+  struct stat info;
+  char tail[kFlashTailSize];
+  if (end.size == 0 || fstat(fd, &info) != 0 || !S_ISREG(info.st_mode)) return false;
+  return info.st_size == static_cast<off_t>(end.size) &&
+         pread(fd, tail, sizeof tail, info.st_size - static_cast<off_t>(sizeof tail)) ==
+             static_cast<ssize_t>(sizeof tail) &&
+         std::string_view(tail, sizeof tail) == FlashTail(end.sum);
+}
+
+int CutAt(int fd, const FlashEnd &end) {
+  return ftruncate(fd, static_cast<off_t>(end.size)) == 0 && fsync(fd) == 0 ? 0 : errno;
+}
+
+/* Adds to the end of a file; 0 or an errno: it ends where it did. */
+int AddBytes(int folder, const std::string &area, int fd, std::string_view bytes,
+             const FlashEnd &end) {
+  int rc = WriteBytes(fd, bytes);
+  if (rc != 0) (void)CutAt(fd, end); /* the error is told in any case */
+  if (!IsFull(rc) || GiveUp(folder, area, true, 0, bytes.size()) != 0) return rc;
+  rc = WriteBytes(fd, bytes);
+  if (rc != 0) (void)CutAt(fd, end);
   return rc;
 }
 
-}  // namespace
-
-bool FlashNext(std::string_view *rest, std::string_view *key, std::string_view *value) {
-  size_t key_end = rest->find('\0');
-  size_t value_end = key_end < rest->size() ? rest->find('\0', key_end + 1) : rest->npos;
-  if (value_end == rest->npos) return false;
-  *key = rest->substr(0, key_end);
-  *value = rest->substr(key_end + 1, value_end - key_end - 1);
-  rest->remove_prefix(value_end + 1);
-  return !key->empty() && key->size() <= kNvramKeyMax && value->size() <= kNvramValueMax;
+int Add(int folder, const std::string &area, int fd, std::string_view changes, size_t settings,
+        FlashEnd *end) {
+  FlashEnd after = *end;
+  const std::string part = FlashPart(changes, &after);
+  int rc = settings > kFlashMax && settings > end->settings
+               ? EFBIG
+               : AddBytes(folder, area, fd, part, *end);
+  if (rc != 0) return Failed(area, rc, part.size());
+  after.settings = settings;
+  *end = after;
+  return 0;
 }
+
+}  // namespace
 
 int FlashLock() {
   int folder = OpenFolder();
@@ -316,57 +339,52 @@ void FlashUnlock(int lock) {
   close(lock);
 }
 
-int FlashLoad(int area, std::string *records) {
-  const std::string name = AreaName(area), before = name + ".1";
-  AreaFile file = {};
+int FlashLoad(int area, std::string *settings, FlashEnd *end) {
+  AreaBytes last;
   std::string lost;
+  bool sound;
   const Descriptor opened = {OpenFolder()};
-  int missing = 0, folder = opened.fd;
-  records->clear();
+  const int folder = opened.fd;
+  settings->clear();
+  *end = {};
   if (folder < 0) return NoFolder(errno);
-  for (const std::string &each : {name, before}) {
-    file = ReadArea(folder, area, each);
-    if (file.error == 0 || IsShortage(file.error)) break;
-    if (file.error == ENOENT) ++missing;
-    lost += each + (file.error == ENOENT ? " is missing; "
-                                         : " is damaged (" + file.wrong + "), " +
-                                               MoveAside(folder, name, each) + "; ");
+  int rc = ReadBest(folder, area, &last, &sound, &lost);
+  for (const auto &[key, value] : last.file.settings)
+    settings->append(key).append(1, '\0').append(value).append(1, '\0');
+  *end = last.file.end;
+  if (rc == 0 && !lost.empty()) { /* written anew, else the next start says the same again */
+    AMS_PRINT(4, "nvram: in %s %s\n", kFolder, lost.c_str());
+    const std::string bytes = FlashWhole(area, *settings, end);
+    if (StoreBytes(folder, AreaName(area), sound, bytes) != 0) *end = {};
   }
-  if (file.error == 0) *records = Records(file.bytes);
-  if (file.error == 0 && !lost.empty())
-    (void)Rename(folder, before, name); /* else the next start says the same again */
-  if (IsShortage(file.error)) return file.error;
-  if (!lost.empty() && missing < 2) /* a new board has neither */
-    AMS_PRINT(4, "nvram: in %s %s%s\n", kFolder, lost.c_str(),
-              file.error == 0 ? "the commit before is used" : "the area's settings are lost");
-  return 0;
+  return rc;
 }
 
-int FlashStore(int area, const std::string &records) {
+int FlashStore(int folder, int area, const std::string &settings, FlashEnd *end) {
+  const std::string name = AreaName(area), bytes = FlashWhole(area, settings, end);
+  AreaBytes last;
+  ReadArea(folder, area, name, &last);
+  int rc = IsShortage(last.error) ? last.error : settings.size() > kFlashMax ? EFBIG : 0;
+  if (rc == 0) rc = StoreBytes(folder, name, last.file.state != FLASH_DAMAGED, bytes);
+  return rc == 0 ? 0 : Failed(name, rc, bytes.size());
+}
+
+int FlashAdd(int folder, int area, const std::string &changes, size_t settings, FlashEnd *end) {
   const std::string name = AreaName(area);
-  std::string bytes = Head(area, kHeadSize + records.size() + kTailSize) + records;
-  bytes += Tail(bytes);
-  const Descriptor opened = {OpenFolder()};
-  int folder = opened.fd, rc = folder < 0 ? errno : 0;
-  AreaFile last = {};
-  if (rc == 0) last = ReadFile(folder, name);
-  if (IsShortage(last.error)) rc = last.error;
-  if (bytes.size() > kFlashMax) rc = EFBIG;
-  bool same = last.error == 0 && last.bytes == bytes;
-  if (rc == 0 && !same) {
-    bool sound = last.error == 0 && WrongBytes(area, last.bytes).empty();
-    rc = Store(folder, name, sound, bytes);
-  }
-  if (rc == 0) return same ? 0 : 1;
-  AMS_PRINT(4, "nvram: writing %s/%s failed: %s; the last commit stands: make room for %zu bytes\n",
-            kFolder, name.c_str(), strerror(rc), bytes.size());
-  return -1;
+  const int access = changes.empty() ? O_RDONLY : O_RDWR | O_APPEND;
+  const Descriptor file = {
+      openat(folder, name.c_str(), access | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC)};
+  if (file.fd < 0 || !EndsAt(file.fd, *end)) return FLASH_ANEW;
+  if (changes.empty()) return 0;
+  if (end->size > 2 * end->settings + kOutgrown) return FLASH_ANEW;
+  return Add(folder, name, file.fd, changes, settings, end);
 }
 
-void FlashUndo(int area) {
-  const Descriptor opened = {OpenFolder()};
-  int rc = opened.fd < 0 ? errno : PutBack(opened.fd, AreaName(area));
+void FlashUndo(int folder, int area, const FlashEnd &before) {
+  const std::string name = AreaName(area);
+  const Descriptor file = {openat(folder, name.c_str(), O_WRONLY | O_NOFOLLOW | O_CLOEXEC)};
+  int rc = file.fd < 0 ? errno : CutAt(file.fd, before);
   if (rc != 0)
-    AMS_PRINT(4, "nvram: taking back a change of %s/%s failed: %s\n", kFolder,
-              AreaName(area).c_str(), strerror(rc));
+    AMS_PRINT(4, "nvram: taking back a change of %s/%s failed: %s\n", kFolder, name.c_str(),
+              strerror(rc));
 }

@@ -1,34 +1,35 @@
-// The settings on flash: for each area the last commit and the one before, each a file that is
-// checked from end to end before anything of it is used. The callers see to it, with FlashLock,
-// that one thread of one process at a time is in here. The working copy in shared memory:
-// nvram_desk.cpp.
+// The settings on flash: a file for each area, to which commits are added, and which is written
+// anew when it is much longer than the settings are. All of it is checked before anything of it is
+// used. The callers see to it, with FlashLock, that one thread of one process at a time is in here.
+// The working copy in shared memory: nvram_desk.cpp.
 #pragma once
 
-#include <cstddef>
 #include <string>
-#include <string_view>
 
-constexpr size_t kNvramKeyMax = 400, kNvramValueMax = 32 * 1024;
-constexpr size_t kFlashMax = 32 << 20; /* bytes of a file; a working copy has room for two */
+#include "flash_form.h"
 
-/* An area's records are "KEY\0VALUE\0" for each setting, one after the other. Takes the first off
-   `rest`; false when it is not whole or not within the limits. */
-bool FlashNext(std::string_view *rest, std::string_view *key, std::string_view *value);
-
-/* Waits until flash is this thread's alone, until FlashUnlock or the end of the process. What
-   FlashUnlock takes, or -1 with errno. */
+/* Waits until flash is this thread's alone, until FlashUnlock or the end of the process. The folder
+   that the others take, or -1 with errno. */
 int FlashLock();
-void FlashUnlock(int lock);
+void FlashUnlock(int folder);
 
-/* The records of the area's last commit; when that is damaged, of the commit before; else none.
-   Damaged files are moved aside, and one line of the log tells what is lost. 0, or an errno when it
-   cannot be told whether they are damaged, for want of memory or descriptors. */
-int FlashLoad(int area, std::string *records);
+/* The settings of an area's last commit, and how its file ends. Damaged files are kept aside, and
+   one line of the log tells what is used instead and what is lost. 0, or an errno when it cannot be
+   told whether they are damaged, for want of memory or descriptors. */
+int FlashLoad(int area, std::string *settings, FlashEnd *end);
 
-/* Makes `records` the area's last commit, in one step for a power cut. 1: it is now; 0: it was
-   already, nothing is written; -1 (logged): the last commit stands. When flash is full, gives up
-   the damaged files that are kept, then the commit before. */
-int FlashStore(int area, const std::string &records);
+/* Adds the changes of a commit to a file that ends at `end`, in one step for a power cut;
+   `settings` is what all settings take with them. 0, also when there are none: `end` is how it ends
+   now. -1 (logged): the last commit stands. FLASH_ANEW: the file does not end there, or is too
+   long: it is to be written anew first. When flash is full, gives up the damaged files that are
+   kept, then the copy.
+ */
+enum { FLASH_ANEW = 1 };
+int FlashAdd(int folder, int area, const std::string &changes, size_t settings, FlashEnd *end);
 
-/* Takes back a FlashStore that returned 1: the commit before it is the last one again. */
-void FlashUndo(int area);
+/* Takes back what FlashAdd did to a file that ended at `before`. */
+void FlashUndo(int folder, int area, const FlashEnd &before);
+
+/* Writes a file, and its copy, anew, with the settings of the last commit. 0, or -1 (logged): the
+   file is as it was. When flash is full, as FlashAdd. */
+int FlashStore(int folder, int area, const std::string &settings, FlashEnd *end);

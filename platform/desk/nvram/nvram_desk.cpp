@@ -1,6 +1,6 @@
 // The settings store on a desk: a working copy in shared memory, which every process reads and
-// writes; a commit writes an area of it to flash (flash.cpp). What the keys mean is its users'
-// affair.
+// writes; a commit adds what has changed in an area of it to flash (flash.cpp). What the keys mean
+// is its users' affair.
 #include "nvram_desk.h"
 
 #include <lmdb.h>
@@ -21,10 +21,13 @@
 #include "lmdb_readers.h"
 #include "nvram.h"
 
-/* Keys of the working copy: the area's digit, then the setting's key; and kLoaded. */
+/* Keys of the working copy: the area's digit, then the setting's key; the area's letter below, then
+   the key of one that is not committed yet, with what the last commit has: "=VALUE", or "" for
+   none; how an area's file on flash ends; and kLoaded. */
 namespace {
 
 constexpr char kLoaded[] = "loaded", kLoadedValue[] = "1";
+constexpr char kCommitted = 'a' - 1, kEnd = 'x' - 1; /* + area */
 
 /* Short records take four times as much room here as on flash. No MDB_WRITEMAP: writing to a file
    system that is full is then an error and not a signal. */
@@ -42,7 +45,7 @@ int Failed(const char *what, const char *where, int rc) {
   return -1;
 }
 
-/* What `work` returns; an ENOMEM of `work` where it is for memory of its own. */
+/* What `work` returns; ENOMEM where it lacks memory of its own. */
 template <class Work>
 int OrNoMemory(Work work) {
   try {
@@ -57,23 +60,30 @@ struct Transaction {
   MDB_txn *txn = nullptr;
   int Begin(unsigned flags) { return LmdbBegin(work_copy, flags, &txn); }
   int Commit() { return mdb_txn_commit(std::exchange(txn, nullptr)); } /* ends it in any case */
+  void GiveUp() { mdb_txn_abort(std::exchange(txn, nullptr)); }
   ~Transaction() {
-    if (txn != nullptr) mdb_txn_abort(txn);
+    if (txn != nullptr) GiveUp();
   }
 };
 
-std::string RowKey(int type, std::string_view key) {
-  return std::string(1, static_cast<char>('0' + type)).append(key);
+std::string RowKey(int type, std::string_view key, char first = '0') {
+  return std::string(1, static_cast<char>(first + type)).append(key);
 }
 
 std::string_view Text(const MDB_val &val) {
   return {static_cast<char *>(val.mv_data), val.mv_size};
 }
 
-int Put(MDB_txn *txn, std::string_view row, std::string_view value) {
+int Get(MDB_txn *txn, std::string_view row, std::optional<std::string_view> *value) {
   MDB_val key = LmdbVal(row.data(), row.size()), data;
-  if (mdb_get(txn, work_copy.dbi, &key, &data) == 0 && Text(data) == value) return 0;
-  data = LmdbVal(value.data(), value.size());
+  int rc = mdb_get(txn, work_copy.dbi, &key, &data);
+  value->reset();
+  if (rc == 0) *value = Text(data);
+  return rc == MDB_NOTFOUND ? 0 : rc;
+}
+
+int Put(MDB_txn *txn, std::string_view row, std::string_view value) {
+  MDB_val key = LmdbVal(row.data(), row.size()), data = LmdbVal(value.data(), value.size());
   return mdb_put(txn, work_copy.dbi, &key, &data, 0);
 }
 
@@ -83,12 +93,15 @@ int Delete(MDB_txn *txn, std::string_view row) {
   return rc == MDB_NOTFOUND ? 0 : rc;
 }
 
-/* Calls `each(cursor, key, value)` for the settings of an area whose keys start with `prefix`;
-   stops at non-zero. */
+int PutOrDelete(MDB_txn *txn, std::string_view row, std::optional<std::string_view> value) {
+  return value ? Put(txn, row, *value) : Delete(txn, row);
+}
+
+/* Calls `each(key, value)` for the rows whose keys start with `rows`; the key without the first
+   byte. Stops at non-zero. */
 template <class Each>
-int ForSettings(MDB_txn *txn, int type, std::string_view prefix, Each each) {
+int ForRows(MDB_txn *txn, const std::string &rows, Each each) {
   MDB_cursor *cursor = nullptr;
-  const std::string rows = RowKey(type, prefix);
   int rc = mdb_cursor_open(txn, work_copy.dbi, &cursor);
   if (rc != 0) return rc;
   const std::unique_ptr<MDB_cursor, decltype(&mdb_cursor_close)> owned(cursor, mdb_cursor_close);
@@ -96,37 +109,48 @@ int ForSettings(MDB_txn *txn, int type, std::string_view prefix, Each each) {
   MDB_cursor_op op = MDB_SET_RANGE;
   while ((rc = mdb_cursor_get(cursor, &row, &value, op)) == 0 &&
          Text(row).substr(0, rows.size()) == rows) {
-    if ((rc = each(cursor, Text(row).substr(1), Text(value))) != 0) break;
+    if ((rc = each(Text(row).substr(1), Text(value))) != 0) break;
     op = MDB_NEXT;
   }
   return rc == MDB_NOTFOUND ? 0 : rc;
 }
 
 /* The settings as flash keeps them. */
-int ReadRecords(MDB_txn *txn, int type, std::string_view prefix, std::string *records) {
-  return ForSettings(txn, type, prefix,
-                     [records](MDB_cursor *, std::string_view key, std::string_view value) {
-                       records->append(key).append(1, '\0').append(value).append(1, '\0');
-                       return 0;
-                     });
+int ReadSettings(MDB_txn *txn, int type, std::string_view prefix, std::string *settings) {
+  return ForRows(txn, RowKey(type, prefix), [=](std::string_view key, std::string_view value) {
+    settings->append(key).append(1, '\0').append(value).append(1, '\0');
+    return 0;
+  });
+}
+
+int PutEnd(MDB_txn *txn, int type, const FlashEnd &end) {
+  return Put(txn, RowKey(type, "", kEnd), {reinterpret_cast<const char *>(&end), sizeof end});
+}
+
+int GetEnd(MDB_txn *txn, int type, FlashEnd *end) {
+  std::optional<std::string_view> bytes;
+  int rc = Get(txn, RowKey(type, "", kEnd), &bytes);
+  *end = {};
+  if (bytes && bytes->size() == sizeof *end) memcpy(end, bytes->data(), sizeof *end);
+  return rc;
 }
 
 int LoadArea(MDB_txn *txn, int type) {
-  std::string records;
-  int rc = FlashLoad(type, &records);
-  std::string_view rest = records, key, value;
+  std::string settings;
+  FlashEnd end;
+  int rc = FlashLoad(type, &settings, &end);
+  std::string_view rest = settings, key, value;
   while (rc == 0 && FlashNext(&rest, &key, &value)) rc = Put(txn, RowKey(type, key), value);
-  return rc;
+  return rc == 0 ? PutEnd(txn, type, end) : rc;
 }
 
 /* The first process loads from flash; the write transaction makes the others wait for it. */
 int LoadOnce() {
   Transaction write;
-  MDB_val key = LmdbVal(kLoaded, sizeof kLoaded - 1), value;
+  std::optional<std::string_view> loaded;
   int rc = write.Begin(0);
-  if (rc != 0) return rc;
-  rc = mdb_get(write.txn, work_copy.dbi, &key, &value);
-  if (rc != MDB_NOTFOUND) return rc;
+  if (rc == 0) rc = Get(write.txn, kLoaded, &loaded);
+  if (rc != 0 || loaded) return rc;
   rc = LoadArea(write.txn, NVTYPE_STAGING);
   if (rc == 0) rc = LoadArea(write.txn, NVTYPE_BASIC);
   if (rc == 0) rc = Put(write.txn, kLoaded, kLoadedValue);
@@ -199,9 +223,27 @@ int CheckChange(const NvramChange &change) {
   return -1;
 }
 
+/* Changes a setting, and notes what the last commit has of it. */
 int Change(MDB_txn *txn, int type, const NvramChange &change) {
-  std::string row = RowKey(type, change.key);
-  return change.value ? Put(txn, row, *change.value) : Delete(txn, row);
+  const std::string row = RowKey(type, change.key),
+                    noted_row = RowKey(type, change.key, kCommitted);
+  std::optional<std::string_view> value, noted;
+  int rc = Get(txn, row, &value);
+  if (rc != 0 || value == change.value) return rc;
+  rc = Get(txn, noted_row, &noted);
+  if (rc == 0 && !noted)
+    rc = Put(txn, noted_row, value ? "=" + std::string(*value) : std::string());
+  return rc == 0 ? PutOrDelete(txn, row, change.value) : rc;
+}
+
+/* What the settings that are not committed yet were at the last commit. */
+int ReadNoted(MDB_txn *txn, int type, std::vector<NvramChange> *noted) {
+  const std::string rows = RowKey(type, "", kCommitted);
+  return ForRows(txn, rows, [=](std::string_view key, std::string_view value) {
+    noted->push_back({std::string(key), std::nullopt});
+    if (!value.empty()) noted->back().value = value.substr(1);
+    return 0;
+  });
 }
 
 /* Runs `attempt`; when there is no room for it, once more without the readers that keep old pages:
@@ -244,15 +286,13 @@ int nvram_desk_read(int type, const std::string &key, std::optional<std::string>
   if (CheckKey(key) != 0 || CheckArea(type) != 0) return -1;
   int rc = OrNoMemory([&] {
     Transaction read;
-    MDB_val found, data;
-    const std::string row = RowKey(type, key);
+    std::optional<std::string_view> found;
     int failed = read.Begin(MDB_RDONLY);
-    found = LmdbVal(row.data(), row.size());
-    if (failed == 0) failed = mdb_get(read.txn, work_copy.dbi, &found, &data);
-    if (failed == 0) *value = Text(data);
+    if (failed == 0) failed = Get(read.txn, RowKey(type, key), &found);
+    if (found) *value = *found;
     return failed;
   });
-  return rc == 0 || rc == MDB_NOTFOUND ? 0 : Failed("reading", key.c_str(), rc);
+  return rc == 0 ? 0 : Failed("reading", key.c_str(), rc);
 }
 
 char *nvram_get(const char *key, int type) {
@@ -290,26 +330,29 @@ int nvram_commit(int type) { return nvram_desk_apply(type, {}); }
 int nvram_clean(int type) {
   if (CheckArea(type) != 0) return -1;
   return Write("cleaning", [=](MDB_txn *txn) {
-    return ForSettings(txn, type, "", [](MDB_cursor *cursor, std::string_view, std::string_view) {
-      return mdb_cursor_del(cursor, 0);
-    });
+    std::string settings;
+    int rc = ReadSettings(txn, type, "", &settings);
+    std::string_view rest = settings, key, value;
+    while (rc == 0 && FlashNext(&rest, &key, &value))
+      rc = Change(txn, type, {std::string(key), std::nullopt});
+    return rc;
   });
 }
 
 /* What is visited is a copy: a visitor may wait for long, and old pages would be kept for it. */
 int nvram_walk(int type, const char *prefix,
                int (*visit)(const char *key, const char *value, void *context), void *context) {
-  std::string records;
+  std::string settings;
   int result = 0;
   if (CheckArea(type) != 0) return -1;
   int rc = OrNoMemory([&] {
     Transaction read;
     int failed = read.Begin(MDB_RDONLY);
-    return failed == 0 ? ReadRecords(read.txn, type, prefix == nullptr ? "" : prefix, &records)
+    return failed == 0 ? ReadSettings(read.txn, type, prefix == nullptr ? "" : prefix, &settings)
                        : failed;
   });
   if (rc != 0) return Failed("reading", kWorkPlace.folder, rc);
-  std::string_view rest = records, key, value; /* each ends with a NUL */
+  std::string_view rest = settings, key, value; /* each ends with a NUL */
   while (result == 0 && FlashNext(&rest, &key, &value))
     result = visit(key.data(), value.data(), context);
   return result;
@@ -317,20 +360,90 @@ int nvram_walk(int type, const char *prefix,
 
 namespace {
 
-constexpr int kLogged = -1; /* an error of neither the system nor the library */
+/* Errors of neither the system nor the library. */
+constexpr int kLogged = -1, kAnew = -2;
+
+/* The changes of a commit as flash keeps them, and what all settings take with them. */
+struct Commit {
+  std::string changes;
+  size_t settings;
+};
+
+void Note(std::string_view key, std::optional<std::string_view> before,
+          std::optional<std::string_view> after, Commit *commit) {
+  if (before == after) return;
+  commit->changes.append(key).append(1, '\0');
+  if (after) commit->changes.append(1, '=').append(*after);
+  commit->changes.append(1, '\0');
+  if (after) commit->settings += key.size() + after->size() + 2;
+  if (before) commit->settings -= key.size() + before->size() + 2;
+}
+
+/* What was changed before and is not committed yet. */
+int NoteEarlier(MDB_txn *txn, int type, Commit *commit) {
+  std::vector<NvramChange> noted;
+  int rc = ReadNoted(txn, type, &noted);
+  for (size_t at = 0; rc == 0 && at < noted.size(); ++at) {
+    std::optional<std::string_view> value;
+    rc = Get(txn, RowKey(type, noted[at].key), &value);
+    if (rc != 0) break;
+    Note(noted[at].key, noted[at].value, value, commit);
+    rc = Delete(txn, RowKey(type, noted[at].key, kCommitted));
+  }
+  return rc;
+}
+
+int ChangeNoted(MDB_txn *txn, int type, const NvramChange &change, Commit *commit) {
+  std::optional<std::string_view> value;
+  const std::string row = RowKey(type, change.key);
+  int rc = Get(txn, row, &value);
+  if (rc != 0 || value == change.value) return rc;
+  Note(change.key, value, change.value, commit);
+  return PutOrDelete(txn, row, change.value);
+}
+
+/* Writes the area's file anew, as it was at the last commit. */
+int StoreAnew(int folder, int type) {
+  Transaction write;
+  std::vector<NvramChange> noted;
+  std::string settings;
+  FlashEnd end;
+  int rc = write.Begin(0);
+  if (rc == 0) rc = ReadNoted(write.txn, type, &noted);
+  for (size_t at = 0; rc == 0 && at < noted.size(); ++at)
+    rc = PutOrDelete(write.txn, RowKey(type, noted[at].key), noted[at].value);
+  if (rc == 0) rc = ReadSettings(write.txn, type, "", &settings);
+  if (rc != 0) return rc;
+  write.GiveUp(); /* it was for reading alone */
+  if (FlashStore(folder, type, settings, &end) != 0) return kLogged;
+  rc = write.Begin(0);
+  if (rc == 0) rc = PutEnd(write.txn, type, end);
+  return rc == 0 ? write.Commit() : rc;
+}
 
 /* Flash first: what it cannot take is changed nowhere. */
-int ApplyLocked(int type, const std::vector<NvramChange> &changes) {
+int ApplyOnce(int folder, int type, const std::vector<NvramChange> &changes) {
   Transaction write;
-  std::string records;
-  int stored = 0, rc = write.Begin(0);
+  FlashEnd end = {};
+  int rc = write.Begin(0);
+  if (rc == 0) rc = GetEnd(write.txn, type, &end);
+  const FlashEnd before = end;
+  Commit commit = {"", end.settings};
+  if (rc == 0) rc = NoteEarlier(write.txn, type, &commit);
   for (size_t at = 0; rc == 0 && at < changes.size(); ++at)
-    rc = Change(write.txn, type, changes[at]);
-  if (rc == 0) rc = ReadRecords(write.txn, type, "", &records);
-  if (rc == 0 && (stored = FlashStore(type, records)) < 0) rc = kLogged;
+    rc = ChangeNoted(write.txn, type, changes[at], &commit);
+  const int added = rc == 0 ? FlashAdd(folder, type, commit.changes, commit.settings, &end) : 0;
+  if (added != 0) rc = added == FLASH_ANEW ? kAnew : kLogged;
+  if (rc == 0 && end.size != before.size) rc = PutEnd(write.txn, type, end);
   if (rc == 0) rc = write.Commit();
-  if (rc != 0 && stored == 1) FlashUndo(type);
+  if (rc != 0 && end.size != before.size) FlashUndo(folder, type, before);
   return rc;
+}
+
+int ApplyLocked(int folder, int type, const std::vector<NvramChange> &changes) {
+  int rc = ApplyOnce(folder, type, changes);
+  if (rc == kAnew && (rc = StoreAnew(folder, type)) == 0) rc = ApplyOnce(folder, type, changes);
+  return rc == kAnew ? EBUSY : rc; /* somebody else writes there */
 }
 
 }  // namespace
@@ -339,11 +452,11 @@ int nvram_desk_apply(int type, const std::vector<NvramChange> &changes) {
   for (const NvramChange &change : changes)
     if (CheckChange(change) != 0) return -1;
   if (CheckArea(type) != 0) return -1;
-  int lock = FlashLock();
-  if (lock < 0) return Failed("locking", "flash", errno);
-  int rc = WithRoom([type, &changes] {
-    return OrNoMemory([type, &changes] { return ApplyLocked(type, changes); });
+  int folder = FlashLock();
+  if (folder < 0) return Failed("locking", "flash", errno);
+  int rc = WithRoom([=, &changes] {
+    return OrNoMemory([=, &changes] { return ApplyLocked(folder, type, changes); });
   });
-  FlashUnlock(lock);
+  FlashUnlock(folder);
   return rc == 0 || rc == kLogged ? rc : Failed("writing", kWorkPlace.folder, rc);
 }

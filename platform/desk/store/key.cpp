@@ -1,6 +1,8 @@
 // Paths to keys and back; see key.h. Pure: knows nothing of what is stored.
 #include "key.h"
 
+#include <endian.h>
+
 #include <cstdio>
 
 namespace {
@@ -11,33 +13,41 @@ constexpr uint64_t kOnes = 0x0101010101010101, kHigh = kOnes * 0x80;
 
 bool Digit(char c) { return c >= '0' && c <= '9'; }
 
-/* Control bytes are the keys' own marks, bytes from 0x80 on their first bytes: no path has them. */
-bool Foreign(uint8_t byte) { return byte < ' ' || byte >= 0x80; }
+/* Eight bytes of text as a number whose lowest byte is the first of them. */
+uint64_t Word(const void *text) {
+  uint64_t word;
+  memcpy(&word, text, sizeof word);
+  return le64toh(word);
+}
 
-/* Copies up to the next dot or the end, eight bytes at a time: every look-up pays for this. Returns
-   where it stopped in the path; NULL for a byte that no path has. */
-const char *CopyName(const char *from, const char *end, uint8_t **out) {
-  for (; end - from >= 8; from += 8, *out += 8) {
-    uint64_t word, dots;
-    memcpy(&word, from, sizeof word);
+/* Of the bytes of a word, the first of those marked by their highest bit; 8: none is. */
+size_t FirstOf(uint64_t marks) {
+  return marks == 0 ? sizeof marks : static_cast<size_t>(__builtin_ctzll(marks)) / 8;
+}
+
+/* Marks the first byte that is below ' ', and maybe others behind it. */
+uint64_t MarkControl(uint64_t word) { return (word - kOnes * ' ') & ~word & kHigh; }
+
+/* Copies up to the next byte that no name has: the dot, control bytes, which are the keys' own
+   marks, and bytes from 0x80 on, their first bytes. Eight at a time: every look-up pays for this.
+ */
+const char *CopyName(const char *from, uint8_t **out) {
+  for (;;) {
+    const uint64_t word = Word(from), dots = word ^ (kOnes * '.');
+    const uint64_t ends = MarkControl(word) | (((dots - kOnes) & ~dots) & kHigh) | (word & kHigh);
+    const size_t names = FirstOf(ends);
     memcpy(*out, from, sizeof word);
-    if (((word | ((word - kOnes * ' ') & ~word)) & kHigh) != 0) return nullptr;
-    dots = word ^ (kOnes * '.');
-    if (((dots - kOnes) & ~dots & kHigh) != 0) break;
+    from += names;
+    *out += names;
+    if (ends != 0) return from;
   }
-  for (; from < end && *from != '.'; ++from) {
-    if (Foreign(static_cast<uint8_t>(*from))) return nullptr;
-    *(*out)++ = static_cast<uint8_t>(*from);
-  }
-  return from;
 }
 
 /* A number gets its count of digits in front. NULL: digits, but no number. */
-const char *CopyNumber(const char *from, const char *end, uint8_t **out) {
+const char *CopyNumber(const char *from, uint8_t **out) {
   size_t digits = 1;
-  while (from + digits < end && Digit(from[digits])) ++digits;
+  while (Digit(from[digits])) ++digits;
   if (digits > kMostDigits || from[0] == '0') return nullptr;
-  if (from + digits < end && from[digits] != '.') return nullptr;
   *(*out)++ = static_cast<uint8_t>(KEY_DIGITS + digits);
   memcpy(*out, from, digits);
   *out += digits;
@@ -50,17 +60,20 @@ int KeyOfPath(const char *path, uint8_t last_separator, Key *key) {
   size_t length = strnlen(path, AMS_PATH_SIZE + 1);
   if (length > 0 && path[length - 1] == '.') --length;
   if (length >= AMS_PATH_SIZE) return KEY_TOO_LONG;
-  const char *end = path + length;
-  uint8_t *out = key->bytes; /* has room for the words that CopyName copies too many */
+  char text[AMS_PATH_SIZE + sizeof(uint64_t)]; /* words are read of it, to behind its end */
+  memcpy(text, path, length);
+  memset(text + length, 0, sizeof(uint64_t));
+  const char *from = text, *end = text + length;
+  uint8_t *out = key->bytes; /* has room for what CopyName copies too much */
   key->last = 0;
   for (;;) {
-    if (path == end || *path == '.') return -1;
-    path = Digit(*path) ? CopyNumber(path, end, &out) : CopyName(path, end, &out);
-    if (path == nullptr) return -1;
-    if (path == end) break;
+    if (*from == '.' || from == end) return -1;
+    from = Digit(*from) ? CopyNumber(from, &out) : CopyName(from, &out);
+    if (from == end) break;
+    if (from == nullptr || *from != '.') return -1;
     key->last = static_cast<size_t>(out - key->bytes);
     *out++ = KEY_NODE;
-    ++path;
+    ++from;
   }
   key->length = static_cast<size_t>(out - key->bytes);
   if (key->last != 0) key->bytes[key->last] = last_separator;
@@ -74,11 +87,18 @@ size_t KeyToPath(const uint8_t *bytes, size_t length, char *path) {
     path[length - 1] = '\0';
     return length - 1;
   }
-  for (; from < length; ++from) {
-    if (bytes[from] <= KEY_NODE)
-      path[to++] = '.';
-    else if (bytes[from] >= ' ')
-      path[to++] = static_cast<char>(bytes[from]);
+  while (from < length) { /* eight bytes at a time: every row that is shown pays for this */
+    size_t names = 0;
+    if (length - from >= sizeof(uint64_t)) {
+      names = FirstOf(MarkControl(Word(bytes + from)));
+      memcpy(path + to, bytes + from, sizeof(uint64_t));
+    } else if (bytes[from] >= ' ') {
+      path[to] = static_cast<char>(bytes[from]);
+      names = 1;
+    }
+    from += names;
+    to += names;
+    if (from < length && bytes[from] < ' ' && bytes[from++] <= KEY_NODE) path[to++] = '.';
   }
   path[to] = '\0';
   return to;

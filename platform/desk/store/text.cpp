@@ -1,4 +1,6 @@
 // The text forms of nodes: a leaf as "name=value", an object as its leaves' "relative.path=value".
+#include <cstring>
+
 #include "ams_print.h"
 #include "ams_store.h"
 #include "attributes.h"
@@ -12,8 +14,8 @@ namespace {
 constexpr char kChangedData[] = ".ALL_CHANGED_DATA";
 constexpr char kTag[] = "ams_text"; /* of the heap's table */
 
-char *WriteLeaf(char *out, const Found &leaf, size_t top_length) {
-  out += KeyToPath(leaf.key + top_length, leaf.key_length - top_length, out);
+char *WriteLeaf(char *out, const Found &leaf, size_t top_length, FoundObject *object) {
+  out += FoundPath(leaf.key + top_length, leaf.key_length - top_length, object, out);
   *out++ = '=';
   if (leaf.record.length != 0) memcpy(out, leaf.record.value, leaf.record.length);
   return out + leaf.record.length;
@@ -28,9 +30,11 @@ int JoinLeaves(const std::vector<Found> &leaves, size_t top_length, char **text)
     AMS_PRINT(4, "store: no memory for a text of %zu bytes\n", size);
     return -1;
   }
-  for (const Found &leaf : leaves) {
-    if (out != *text) *out++ = AMS_SEPARATOR;
-    out = WriteLeaf(out, leaf, top_length);
+  FoundObject object = {};
+  for (size_t at = 0; at < leaves.size(); ++at) {
+    FoundFetch(leaves, at);
+    if (at != 0) *out++ = AMS_SEPARATOR;
+    out = WriteLeaf(out, leaves[at], top_length, &object);
   }
   *out = '\0';
   return 0;
@@ -45,32 +49,12 @@ int LeafAlone(MDB_txn *txn, Key *key, std::vector<Found> *leaves) {
   return 0;
 }
 
-/* The leaves below the node `top`, as the file has them, with one look-up: they stand right behind
-   it. -1: there is no such node. */
-int Gather(MDB_txn *txn, const Key &top, std::vector<Found> *leaves) {
-  TreeCursor cursor;
-  MDB_val key = KeyVal(top), data;
-  Record record;
-  if (TreeOpenCursor(txn, &cursor) != 0) return -1;
-  int rc = mdb_cursor_get(cursor.get(), &key, &data, MDB_SET);
-  int result = rc == 0 ? RecordParse(data, &record) : -1;
-  size_t skip = result == 0 ? record.head.order_length : 0;
-  while (result == 0 && (rc = mdb_cursor_get(cursor.get(), &key, &data, MDB_NEXT)) == 0 &&
-         KeyBelow(key, top.bytes, top.length)) {
-    Found one = {0, static_cast<uint8_t *>(key.mv_data), key.mv_size, {}};
-    if (RecordParse(data, &one.record) == 0 && RecordIsLeaf(one.record)) leaves->push_back(one);
-  }
-  if (rc != 0 && rc != MDB_NOTFOUND) return TreeFailed("reading", rc);
-  TreeSort(leaves, skip);
-  return result;
-}
-
 /* The leaves that a node's text has, in the file's order; the node itself when it is a leaf. Their
    keys share `top` bytes that the text leaves out. */
 int LeavesOf(MDB_txn *txn, const char *path, Key *key, std::vector<Found> *leaves, size_t *top) {
   if (TreeKey(path, KEY_NODE, key) != 0) return -1;
   *top = key->length;
-  if (Gather(txn, *key, leaves) == 0) return 0;
+  if (TreeGather(txn, *key, TREE_LEAVES, leaves) == 0) return 0;
   *top = key->last;
   return LeafAlone(txn, key, leaves);
 }

@@ -10,33 +10,49 @@
 
 namespace {
 
-const Settings kBefore = {{"a", "before"}, {"empty", ""}, {"long", std::string(9000, 'x')}};
-const Settings kLast = {{"a", "last"}, {"long", std::string(9000, 'y')}, {"new", "1"}};
+const Settings kFirst = {{"a", "first"}, {"empty", ""}, {"long", std::string(9000, 'x')}};
+const Settings kOther = {{"a", "other"}, {"long", std::string(9000, 'y')}, {"new", "1"}};
+
+/* A file to which two commits were added, and what it holds after each. */
+const std::string kWhole = FlashFile(1, kFirst);
+const std::string kMiddleFile = WithChanges(kWhole, {{"a", "=middle"}, {"new", "=1\n"}});
+const std::string kLastFile = WithChanges(kMiddleFile, {{"a", "="}, {"empty", ""}, {"none", ""}});
+const Settings kMiddle = {
+    {"a", "middle"}, {"empty", ""}, {"long", kFirst.at("long")}, {"new", "1\n"}};
+const Settings kLast = {{"a", ""}, {"long", kFirst.at("long")}, {"new", "1\n"}};
 
 /* What FlashLoad returns for area 1, as a file; and its log. */
 std::string Loaded(std::string *log) {
-  std::string records;
-  *log = LogOf([&] { EXPECT_EQ(FlashLoad(1, &records), 0); });
-  return WithHead(1, records);
+  std::string settings;
+  FlashEnd end;
+  *log = LogOf([&] { EXPECT_EQ(FlashLoad(1, &settings, &end), 0); });
+  return WithHead(1, settings);
 }
 
-/* The last commit is `bytes`: it is found to be damaged, and the one before is used. */
-void ExpectDamageFound(const std::string &what, const std::string &bytes) {
-  SCOPED_TRACE(what);
-  std::string log, before = FlashFile(1, kBefore);
-  NewBoard();
-  WriteBytes("area1", bytes);
-  WriteBytes("area1.1", before);
-  EXPECT_TRUE(Loaded(&log) == before);
-  EXPECT_NE(log.find("area1 is damaged ("), log.npos) << log;
-  EXPECT_EQ(log.find(" 4 "), log.rfind(" 4 ")) << "one line: " << log;
-  EXPECT_TRUE(FileBytes("area1.bad.1") == bytes);
-  EXPECT_TRUE(Loaded(&log) == before) << "at the next start, too";
+/* Of what is on flash, `used` can be used; the log tells what is lost in one line with `logged`,
+   and the next start finds nothing more to tell. */
+void ExpectUsed(const Settings &used, const std::string &logged) {
+  std::string log;
+  EXPECT_TRUE(Loaded(&log) == FlashFile(1, used));
+  EXPECT_NE(log.find(logged), log.npos) << log;
+  EXPECT_EQ(log.find(" 4 nvram: "), log.rfind(" 4 nvram: ")) << "one line: " << log;
+  EXPECT_EQ(log.empty(), logged.empty()) << log;
+  EXPECT_TRUE(Loaded(&log) == FlashFile(1, used)) << "at the next start, too";
   EXPECT_EQ(log, "");
 }
 
+/* The first part is `bytes`, in a file that the copy is not of: the copy is used. */
+void ExpectDamageFound(const std::string &what, const std::string &bytes) {
+  SCOPED_TRACE(what);
+  NewBoard();
+  WriteBytes("area1", bytes);
+  WriteBytes("area1.1", kWhole);
+  ExpectUsed(kFirst, "area1 is damaged (");
+  EXPECT_TRUE(FileBytes("area1.bad.1") == bytes);
+}
+
 TEST(Flash, DamageAnywhereIsFound) {
-  const std::string whole = FlashFile(1, kLast);
+  const std::string whole = FlashFile(1, kOther);
   const size_t kHead = 34, kTail = 9, kPage = 4096;
   for (size_t at = 0; at < whole.size();
        at += at < kHead || at + kTail + 1 > whole.size() ? size_t{1} : 97) {
@@ -55,10 +71,8 @@ TEST(Flash, DamageAnywhereIsFound) {
     ExpectDamageFound("cut after " + std::to_string(at), whole.substr(0, at + 1));
   }
   const std::string kNul(1, '\0'), key(401, 'k'), value(32 * 1024 + 1, 'v');
-  ExpectDamageFound("a byte too many", whole + "\n");
-  ExpectDamageFound("a page too many", whole + std::string(kPage, '\0'));
-  ExpectDamageFound("the other area's", FlashFile(2, kLast));
-  ExpectDamageFound("longer than may be", std::string((32 << 20) + 1, '\0'));
+  ExpectDamageFound("the other area's", FlashFile(2, kOther));
+  ExpectDamageFound("longer than may be", std::string((160 << 20) + 1, '\0'));
   ExpectDamageFound("a key that is too long", FlashFile(1, {{key, "v"}}));
   ExpectDamageFound("a value that is too long", FlashFile(1, {{"k", value}}));
   ExpectDamageFound("no key", FlashFile(1, {{"", "v"}}));
@@ -66,47 +80,80 @@ TEST(Flash, DamageAnywhereIsFound) {
   ExpectDamageFound("no end", WithHead(1, "k" + kNul + "v"));
 }
 
+/* The last bytes of a file, each a place where the power may go, or where a bit may flip. */
+TEST(Flash, AChangeIsWholeOrNotThere) {
+  for (size_t at = kWhole.size(); at < kLastFile.size(); ++at) {
+    SCOPED_TRACE("byte " + std::to_string(at));
+    const bool first = at < kMiddleFile.size();
+    NewBoard();
+    WriteBytes("area1", kLastFile.substr(0, at));
+    WriteBytes("area1.1", kWhole);
+    const bool cut = at != kWhole.size() && at != kMiddleFile.size();
+    ExpectUsed(first ? kFirst : kMiddle, cut ? "bytes of a change that was cut off" : "");
+    EXPECT_NE(access("/var/nvram/area1.bad.1", F_OK), 0);
+    std::string garbled = kLastFile;
+    garbled[at] = static_cast<char>(garbled[at] ^ 1 << at % 8);
+    WriteBytes("area1", garbled);
+    ExpectUsed(first ? kFirst : kMiddle, "change");
+  }
+}
+
 /* Rows of tests/data/flash.txt, which says how they are written. */
 TEST(Flash, WhatIsUsedInstead) {
-  std::map<std::string, Settings> files = {{"last", kLast}, {"before", kBefore}, {"nothing", {}}};
+  const std::map<std::string, Settings> used = {
+      {"last", kLast}, {"middle", kMiddle}, {"first", kFirst}, {"nothing", {}}};
+  const std::string garble =
+      "garble() { printf X | dd of=$1 bs=1 seek=$2 conv=notrunc status=none; };";
   std::ifstream rows(TEST_DATA "/flash.txt");
-  for (std::string row, log; std::getline(rows, row);) {
+  for (std::string row; std::getline(rows, row);) {
     if (row[0] == '#') continue;
     SCOPED_TRACE(row);
     const size_t arrow = row.find(" => "), colon = row.find(": ", arrow);
     NewBoard();
-    WriteBytes("area1", FlashFile(1, kLast));
-    WriteBytes("area1.1", FlashFile(1, kBefore));
-    ASSERT_EQ(system(("cd /var/nvram; bash -c '" + row.substr(0, arrow) + "'").c_str()), 0);
-    EXPECT_TRUE(Loaded(&log) == FlashFile(1, files.at(row.substr(arrow + 4, colon - arrow - 4))));
-    const std::string logged = colon == row.npos ? "" : row.substr(colon + 2);
-    EXPECT_NE(log.find(logged), log.npos) << log;
-    EXPECT_EQ(log.empty(), logged.empty()) << log;
-    EXPECT_EQ(FlashStore(1, "k" + std::string(2, '\0')), 1);
+    WriteBytes("area1", kLastFile);
+    WriteBytes("area1.1", kWhole);
+    const std::string command = garble + row.substr(0, arrow);
+    ASSERT_EQ(system(("cd /var/nvram; bash -c '" + command + "'").c_str()), 0);
+    ExpectUsed(used.at(row.substr(arrow + 4, colon - arrow - 4)),
+               colon == row.npos ? "" : row.substr(colon + 2));
+    FlashEnd end;
+    int folder = FlashLock();
+    EXPECT_EQ(FlashStore(folder, 1, "k" + std::string(2, '\0'), &end), 0);
+    FlashUnlock(folder);
     EXPECT_TRUE(FileBytes("area1") == FlashFile(1, {{"k", ""}}));
+    EXPECT_TRUE(FileBytes("area1.1") == FlashFile(1, {{"k", ""}}));
   }
-  EXPECT_EQ(FileBytes("area1.1"), FlashFile(1, kLast)) << "the commit before";
 }
 
 TEST(Flash, AFullFlashGivesUpWhatIsWorthLess) {
-  const std::string large(14000, 'x'), kNul(1, '\0');
-  auto records = [&](const char *key) { return key + kNul + large + kNul; };
+  const std::string large(7000, 'x'), kNul(1, '\0');
   auto file = [&](const char *key) { return FlashFile(1, {{key, large}}); };
+  auto record = [&](const char *key) { return key + kNul + large + kNul; };
+  auto both = [] { return FileBytes("area1") + FileBytes("area1.1"); };
+  FlashEnd end;
   NewBoard();
-  ASSERT_EQ(mount("none", "/var/nvram", "tmpfs", 0, "size=48k"), 0);
-  EXPECT_EQ(FlashStore(1, records("a")) + FlashStore(1, records("b")), 2);
+  ASSERT_EQ(mount("none", "/var/nvram", "tmpfs", 0, "size=28k"), 0);
+  const int folder = FlashLock();
+  EXPECT_EQ(FlashStore(folder, 1, record("a"), &end), 0);
   WriteBytes("area1.bad.1", large);
-  EXPECT_EQ(FlashStore(1, records("c")), 1) << "for a damaged file";
-  EXPECT_TRUE(FileBytes("area1") + FileBytes("area1.1") == file("c") + file("b"));
+  EXPECT_EQ(FlashStore(folder, 1, record("b"), &end), 0) << "for a damaged file";
+  EXPECT_TRUE(both() == file("b") + file("b"));
   WriteBytes("other", large);
-  EXPECT_EQ(FlashStore(1, records("d") + records("e")), -1) << "more than there can be room for";
-  EXPECT_TRUE(FileBytes("area1") + FileBytes("area1.1") == file("c") + file("b")) << "none goes";
-  EXPECT_EQ(FlashStore(1, records("d")), 1) << "for the commit before";
-  EXPECT_EQ(FlashStore(1, ""), 1);
-  EXPECT_TRUE(FileBytes("area1") + FileBytes("area1.1") == FlashFile(1, {}) + file("d"));
+  EXPECT_EQ(FlashStore(folder, 1, record("c") + record("d"), &end), -1) << "more than there can be";
+  EXPECT_TRUE(both() == file("b") + file("b")) << "none goes";
+  EXPECT_EQ(FlashStore(folder, 1, record("c"), &end), 0) << "for the copy, which is written again";
+  EXPECT_TRUE(both() == file("c") + file("c"));
+  const std::string change = "d" + kNul + "=" + large + kNul,
+                    added = WithChanges(file("c"), {{"d", "=" + large}});
+  EXPECT_EQ(FlashAdd(folder, 1, change, 14006, &end), 0) << "for the copy";
+  EXPECT_TRUE(both() == added);
+  EXPECT_EQ(FlashAdd(folder, 1, change + change, 14006, &end), -1);
+  EXPECT_TRUE(both() == added) << "half a change does not stay";
   WriteBytes("area1", "damaged");
-  EXPECT_EQ(FlashStore(1, records("e") + records("f")), -1);
+  WriteBytes("area1.1", file("d"));
+  EXPECT_EQ(FlashStore(folder, 1, record("e") + record("f"), &end), -1);
   EXPECT_TRUE(FileBytes("area1.1") == file("d")) << "the only one that is sound";
+  FlashUnlock(folder);
   EXPECT_EQ(umount("/var/nvram"), 0);
 }
 

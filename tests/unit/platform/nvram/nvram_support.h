@@ -46,9 +46,39 @@ inline std::string FlashFile(int area, const Settings &settings) {
   return WithHead(area, records);
 }
 
+/* A file with a commit more: each change is a key, then "=" and its value, or nothing. */
+inline std::string WithChanges(const std::string &file, const Settings &changes) {
+  std::string records;
+  char head[64];
+  for (const auto &one : changes) records += one.first + '\0' + one.second + '\0';
+  snprintf(head, sizeof head, "change %010zu bytes\n", 24 + records.size() + 9);
+  return WithSum(file + head + records);
+}
+
 inline std::string FileBytes(const std::string &name) {
   std::ifstream file("/var/nvram/" + name, std::ios::binary);
   return {std::istreambuf_iterator<char>(file), {}};
+}
+
+/* The settings that an area's file holds, read by hand; each checksum must be right. */
+inline Settings OnFlash(int area) {
+  const std::string bytes = FileBytes("area" + std::to_string(area));
+  Settings settings;
+  for (size_t at = 0, size = 0; at < bytes.size(); at += size) {
+    const size_t digits = at == 0 ? 17 : 7, head = digits + 17;
+    size = std::stoul(bytes.substr(at + digits, 10));
+    const size_t end = at + size - 9;
+    EXPECT_EQ(bytes.substr(0, at + size), WithSum(bytes.substr(0, end)));
+    for (size_t from = at + head; from < end;) {
+      const std::string key = bytes.c_str() + from, value = bytes.c_str() + from + key.size() + 1;
+      from += key.size() + value.size() + 2;
+      if (at == 0 || !value.empty())
+        settings[key] = at == 0 ? value : value.substr(1);
+      else
+        settings.erase(key);
+    }
+  }
+  return settings;
 }
 
 inline void WriteBytes(const std::string &name, const std::string &bytes) {

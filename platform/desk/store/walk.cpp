@@ -1,0 +1,63 @@
+// A look at all nodes below one, without a call for each.
+#include <unordered_map>
+
+#include "ams_store.h"
+#include "attributes.h"
+#include "found.h"
+#include "store_desk.h"
+#include "tree.h"
+
+namespace {
+
+/* What many nodes share: attribute sets, which lie in the map, and the object above. */
+struct Shared {
+  MDB_txn *txn;
+  std::unordered_map<uint32_t, std::string_view> sets;
+  FoundObject object;
+};
+
+std::string_view SetOf(Shared *shared, uint32_t number) {
+  auto at = shared->sets.find(number);
+  if (at != shared->sets.end()) return at->second;
+  std::string_view set;
+  (void)TreeAttributes(shared->txn, number, &set); /* logged; then it has none */
+  return shared->sets[number] = set;
+}
+
+int Visit(Shared *shared, const uint8_t *key, size_t length, const Record &record,
+          AmsDeskVisit visit, void *context) {
+  char path[kKeyMax + 1];
+  AmsDeskNode node = {};
+  const std::string_view set = SetOf(shared, record.head.attributes);
+  node.path = {path, FoundPath(key, length, &shared->object, path)};
+  node.type = kKindNames[record.head.kind];
+  node.is_leaf = RecordIsLeaf(record);
+  if (node.is_leaf) node.value = {record.value, record.length};
+  node.description = AttributeIn(set, "description");
+  node.op = (record.head.flags & RECORD_OP) != 0;
+  if ((record.head.flags & RECORD_MOD) != 0) node.mod = AttributeIn(set, "mod");
+  return visit(node, context);
+}
+
+int Walk(MDB_txn *txn, const char *path, bool leaves, AmsDeskVisit visit, void *context) {
+  Key top;
+  Record record;
+  std::vector<Found> found;
+  Shared shared = {txn, {}, {}};
+  if (TreeFindPath(txn, path, false, &top, &record) != 0) return -1;
+  if (!RecordIsLeaf(record) &&
+      TreeGather(txn, top, leaves ? TREE_NODES : TREE_OBJECTS, &found) != 0)
+    return -1;
+  int result = Visit(&shared, top.bytes, top.length, record, visit, context);
+  for (size_t at = 0; at < found.size() && result == 0; ++at) {
+    FoundFetch(found, at);
+    result = Visit(&shared, found[at].key, found[at].key_length, found[at].record, visit, context);
+  }
+  return result;
+}
+
+}  // namespace
+
+int ams_desk_walk(const char *path, bool leaves, AmsDeskVisit visit, void *context) {
+  return TreeRead([=](MDB_txn *txn) { return Walk(txn, path, leaves, visit, context); });
+}
