@@ -13,7 +13,9 @@ extern "C" int LLVMFuzzerInitialize(int *, char ***) {
 int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
   auto text = Block(data, size, 1);
   int64_t blocks = tds_malloc_count(nullptr).blocks;
-  LeafNode *list = appt_ParseLeafList(text.get()), *node = list;
+  LeafNode *list = nullptr;
+  Check(appt_ParseLeafList(text.get(), &list) == 0, "a list is refused");
+  const LeafNode *node = list;
   std::string_view rest = text.get();
   std::string joined;
   for (Leaf leaf; NextLeaf(&rest, &leaf); node = node->next) {

@@ -97,17 +97,17 @@ void AppendOrdered(Ordering *ordering, size_t at, size_t end) {
 }  // namespace
 
 int TreeGather(MDB_txn *txn, const Key &top, TreeKinds kinds, std::vector<Found> *found) {
-  MDB_cursor *cursor;
+  TreeCursor cursor;
   MDB_val key = KeyVal(top), data;
   Record record;
   std::vector<Found> rows;
   rows.reserve(kFew);
-  if (TreeCursor(txn, &cursor) != 0) return -1;
-  int rc = mdb_cursor_get(cursor, &key, &data, MDB_SET);
+  if (TreeOpenCursor(txn, &cursor) != 0) return -1;
+  int rc = mdb_cursor_get(cursor.get(), &key, &data, MDB_SET);
   int result = rc == 0 ? RecordParse(data, &record) : -1;
   size_t above[AMS_PATH_SIZE], depth = 0; /* the bytes of the orders of the nodes above */
   above[0] = result == 0 ? record.head.order_length : 0;
-  while (result == 0 && (rc = mdb_cursor_get(cursor, &key, &data, MDB_NEXT)) == 0 &&
+  while (result == 0 && (rc = mdb_cursor_get(cursor.get(), &key, &data, MDB_NEXT)) == 0 &&
          KeyBelow(key, top.bytes, top.length)) {
     Found one = {0, static_cast<uint8_t *>(key.mv_data), key.mv_size, {}};
     if (RecordParse(data, &one.record) != 0 || one.record.head.order_length <= above[0] ||
@@ -119,7 +119,6 @@ int TreeGather(MDB_txn *txn, const Key &top, TreeKinds kinds, std::vector<Found>
       above[++depth] = one.record.head.order_length;
     rows.push_back(one);
   }
-  TreeCursorEnd(cursor);
   if (rc != 0 && rc != MDB_NOTFOUND) return TreeFailed("reading", rc);
   Ordering ordering = {rows, kinds == TREE_LEAVES, found, {}};
   found->reserve(rows.size());
