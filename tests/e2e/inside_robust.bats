@@ -194,7 +194,7 @@ traced() { ! grep -q '^TracerPid:[[:blank:]]*0$' /proc/"$1"/task/*/status; }
 
 @test "who dies while a change is kept: what is told and read then stays so, without the power, too" {
   local who leaf call now told
-  # At the first call the file of the settings has its name, at the second the settings in use have the change.
+  # At the first call the file of the settings has the change, at the second the settings in use have it, too.
   while read -r who leaf call now told; do
     expect 0 "" cfgcmd set $leaf before
     strace -f -o /dev/null -p "$(pid_of $who)" -e trace=fsync,flock -e inject="$call" 3>&- &
@@ -206,9 +206,9 @@ traced() { ! grep -q '^TracerPid:[[:blank:]]*0$' /proc/"$1"/task/*/status; }
     gateway-daemon start dbmgr && gateway-daemon start sysmgr
     expect 0 "$now" cfgcmd get $leaf || fail "$who $call, and the power"
   done <<CALLS
-sysmgr $DEVICE.X_CT-COM_MiddlewareMgt.MiddlewareURL fsync:signal=KILL:when=2 before its parameters are as before
+sysmgr $DEVICE.X_CT-COM_MiddlewareMgt.MiddlewareURL fsync:signal=KILL:when=1 before its parameters are as before
 sysmgr $DEVICE.X_CT-COM_MiddlewareMgt.MiddlewareURL flock:signal=KILL:when=2 after its parameters have changed
-dbmgr InternetGatewayDevice.WANDevice.1.WANConnectionDevice.1.WANIPConnection.1.Name fsync:signal=KILL:when=2 before look
+dbmgr InternetGatewayDevice.WANDevice.1.WANConnectionDevice.1.WANIPConnection.1.Name fsync:signal=KILL:when=1 before look
 dbmgr InternetGatewayDevice.WANDevice.1.WANConnectionDevice.1.WANIPConnection.1.Name flock:signal=KILL:when=2 after look
 CALLS
 }

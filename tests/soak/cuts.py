@@ -5,6 +5,7 @@ import argparse
 import collections
 import os
 import random
+import re
 import shutil
 import signal
 import subprocess
@@ -13,42 +14,49 @@ import tempfile
 import time
 
 HERE = os.path.dirname(os.path.realpath(__file__))
-# What becomes of the files at a cut, and how often: nothing; a commit that was begun is torn; the last commit,
-# when none was begun; it and the one before.
-DAMAGES = {"none": 8, "new": 4, "area1": 7, "all": 1}
-TEARS = ("cut", "zeros", "junk", "empty")
+# What becomes of the files at a cut, and how often: nothing; what was being written is torn; the last pages of
+# what was written before, too; those of the copy as well.
+DAMAGES = {"none": 8, "begun": 4, "area1": 7, "all": 1}
 PAGE = 4096
+CHANGE = b"change 0000000064 bytes\nX_KVO_Torn\0=" + bytes(range(65, 93)) + b"\0" + b"01234567\n"
+
+
+def tail(rng, size):
+    """What stands in the place of bytes that were not written."""
+    return rng.choice([b"", bytes(size), rng.randbytes(size)])
 
 
 def torn(rng, data):
-    """The bytes of a file as a write that was torn leaves them: its last pages are missing or are others."""
-    start = rng.randrange(max(0, len(data) - 2 * PAGE), len(data) + 1) // 512 * 512
-    tear = rng.choice(TEARS)
-    if tear in ("cut", "empty"):
-        return data[: start if tear == "cut" else 0]
-    rest = bytes(len(data) - start) if tear == "zeros" else rng.randbytes(len(data) - start)
-    return data[:start] + rest
+    """The bytes of a file without its last pages. It does not end where a commit does: that could not be told."""
+    start = rng.randrange(max(0, len(data) - 2 * PAGE), len(data)) // 512 * 512
+    torn_off = data[:start] + tail(rng, len(data) - start)
+    return torn_off[:-1] if re.search(rb"[0-9a-f]{8}\n$", torn_off) else torn_off
 
 
 def tear(rng, flash, damage):
-    """Returns what the next start has to say: "none", "area1" or "all"."""
-    def rewrite(name, source):
-        with open(f"{flash}/{source}", "rb") as file:
+    """Returns the damage that the next start sees."""
+    def rewrite(name):
+        with open(f"{flash}/{name}", "r+b") as file:
             data = torn(rng, file.read())
-        with open(f"{flash}/{name}", "wb") as file:
+            file.seek(0)
+            file.truncate()
             file.write(data)
 
     if damage == "none" or not os.path.exists(f"{flash}/area1"):
         return "none"
-    begun = os.path.exists(f"{flash}/area1.new")
-    if damage == "new" or (damage == "area1" and begun):  # what was written last is what is torn
-        rewrite("area1.new", "area1.new" if begun else "area1")
+    if os.path.exists(f"{flash}/area1.new"):  # it was all being written anew
+        if os.path.getsize(f"{flash}/area1.new"):
+            rewrite("area1.new")
         return "none"
-    before = os.path.exists(f"{flash}/area1.1")
-    rewrite("area1", "area1")
-    if damage == "all" and before:
-        rewrite("area1.1", "area1.1")
-    return "area1" if damage == "area1" and before else "all"
+    if damage == "begun":
+        with open(f"{flash}/area1", "ab") as file:
+            written = rng.randrange(1, len(CHANGE))
+            file.write(CHANGE[:written] + tail(rng, len(CHANGE) - written))
+        return "begun"
+    rewrite("area1")
+    if damage == "all" and os.path.exists(f"{flash}/area1.1"):
+        rewrite("area1.1")
+    return damage
 
 
 def first_process(process):

@@ -16,71 +16,76 @@ from soak import own_of, together
 
 CLIENTS = 3
 JOURNAL = "/var/persist/journal"  # no part of the gateway
-LOSS = {"none": "", "area1": "the commit before is used", "all": "the area's settings are lost"}
+LOSS = ("cut off, which are dropped", "changes are lost", "is used, with")
+BASES = 40  # states of the journal's beginning that are kept
 
 
 def say(*words):
     os.write(1, " ".join(words).encode() + b"\n")
 
 
-def replay(store, entries, without=()):
-    """The model as the journal has it, without some of its lines."""
+def replay(store, entries):
+    """The model as the journal has it."""
     model = Model(store)
-    model.objects, rows, model.highest = json.loads(json.dumps(entries[0]))
+    base = max(number for number, entry in enumerate(entries) if entry[0] == "base")
+    _, model.objects, rows, model.highest = json.loads(json.dumps(entries[base]))
     model.rows = {array: set(numbers) for array, numbers in rows.items()}
-    for number, (what, *words) in enumerate(entries[1:], 1):
-        if number not in without:
-            getattr(model, what)(*words)
+    for what, *words in entries[base + 1:]:
+        getattr(model, what)(*words)
     return model
 
 
-def omissible(entries, home):
-    """Lines of changes that the last commit may be: the last one that was confirmed of its object."""
-    found, seen = [], set()
-    for number in range(len(entries) - 1, 0, -1):
-        what, op, *_ = entries[number]
-        if what == "done" and home(op[1]) not in seen:
-            begun = max(i for i in range(1, number) if entries[i] == ["begin", op])
-            found.append((begun, number))
-            seen.add(home(op[1]))
-    return found[:CLIENTS]
-
-
-def differences(store, damage):
-    """What is not as it was, and the model of what is. A damaged last commit may cost one change."""
-    with open(JOURNAL, encoding="utf-8") as file:
-        entries = [json.loads(line) for line in file if line.endswith("\n")]
-    whole = replay(store, entries)
+def differences(store, entries, may_lose):
+    """What is not as it was, and the model of what is. Where changes may be lost, they are the last ones."""
     wrong = []
-    for without in [()] + (omissible(entries, whole.home) if damage == "area1" else []):
-        model = replay(store, entries, without)
+    for length in range(len(entries), 0, -1):
+        model = replay(store, entries[:length])
         in_flight = len(model.unsure)
         model.settle(store)
         found = model.differences(store)
         if not found:
-            say("checked", str(in_flight), str(len(without) // 2))
+            lost = sum(entry[0] == "done" for entry in entries[length:])
+            say("checked", str(in_flight), str(lost))
             return [], model
         wrong = wrong or found
-    return wrong, whole
+        if not may_lose:
+            break
+    return wrong, None
+
+
+def said_of(damage):
+    """What the log says of the flash, and what is wrong with that."""
+    said = [line for line in gateway.text_of("/var/log/devkit/dbmgr.log").splitlines() if " 4 nvram: " in line]
+    maybe, damage = damage.endswith("?"), damage.rstrip("?")  # a start that was cut may have said it
+    text = "".join(said)
+    loss = any(words in text for words in LOSS)
+    wrong = ((said and damage == "none") or (not loss and damage in ("area1", "all") and not maybe)
+             or ("settings are lost" in text and damage != "all"))
+    return text, f"after damage to {damage} the log says {said}" if wrong else None
 
 
 def begin(damage):
     store = gateway.snapshot()
-    model = Model(store)
+    model, entries = Model(store), []
     if os.path.exists(JOURNAL):
-        log = gateway.text_of("/var/log/devkit/dbmgr.log")
-        said = [line for line in log.splitlines() if " 4 nvram: " in line]
-        maybe, damage = damage.endswith("?"), damage.rstrip("?")
-        if (LOSS[damage] not in "".join(said) and not maybe) or (said and damage == "none"):
-            return say("wrong", f"after damage to {damage} the log says {said}")
-        if damage != "all":
-            found, seen = differences(store, damage)
+        said, wrong = said_of(damage)
+        if wrong:
+            return say("wrong", wrong)
+        with open(JOURNAL, encoding="utf-8") as file:
+            entries = [json.loads(line) for line in file if line.endswith("\n")]
+        if "settings are lost" not in said:
+            found, seen = differences(store, entries, damage.rstrip("?") in ("area1", "all"))
             if found:
                 return say("wrong", "; ".join(found[:5]))
             model.highest = seen.highest
-    with open(JOURNAL, "w", encoding="utf-8") as file:
-        rows = {array: sorted(numbers) for array, numbers in model.rows.items()}
-        file.write(json.dumps([model.objects, rows, model.highest]) + "\n")
+        if said:
+            entries = []  # the file is written anew
+    bases = [number for number, entry in enumerate(entries) if entry[0] == "base"]
+    entries = entries[bases[-BASES] if len(bases) > BASES else 0:]
+    rows = {array: sorted(numbers) for array, numbers in model.rows.items()}
+    with open(f"{JOURNAL}.new", "w", encoding="utf-8") as file:
+        file.writelines(json.dumps(entry) + "\n" for entry in [*entries, ["base", model.objects, rows, model.highest]])
+    os.replace(f"{JOURNAL}.new", JOURNAL)
     model.journal = os.open(JOURNAL, os.O_WRONLY | os.O_APPEND)
     return model
 
