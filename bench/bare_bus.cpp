@@ -49,29 +49,50 @@ void Receive(int fd) {
   if (recv(fd, bytes, sizeof(bytes), 0) <= 0) Give("recv");
 }
 
-void Answer(int fd, size_t size) {
+/* An epoll set of these descriptors. */
+int SetOf(const std::vector<int> &fds) {
+  int set = epoll_create1(EPOLL_CLOEXEC);
+  for (int fd : fds) {
+    struct epoll_event event = {};
+    event.events = EPOLLIN;
+    event.data.fd = fd;
+    if (epoll_ctl(set, EPOLL_CTL_ADD, fd, &event) != 0) Give("epoll_ctl");
+  }
+  return set;
+}
+
+/* Answers each message of `from` with one of `size` bytes to `to`. */
+struct Leg {
+  int from, to;
+  size_t size;
+};
+
+/* Serves the legs for ever; without epoll they take turns. */
+void Serve(const std::vector<Leg> &legs, BareWait wait) {
+  std::vector<int> fds;
+  for (const Leg &leg : legs) fds.push_back(leg.from);
+  int set = SetOf(fds);
   for (;;) {
-    Receive(fd);
-    Send(fd, size);
+    for (const Leg &leg : legs) {
+      struct epoll_event event;
+      if (wait == BARE_EPOLL && epoll_wait(set, &event, 1, -1) != 1) Give("epoll_wait");
+      Receive(leg.from);
+      Send(leg.to, leg.size);
+    }
   }
 }
 
 }  // namespace
 
-std::function<void()> BareTrip(WireSizes sizes, int hops) {
+std::function<void()> BareTrip(WireSizes sizes, int hops, BareWait wait) {
   std::array<int, 2> front = Pair();
   if (hops == 1) {
-    Spawn([=] { Answer(front[1], sizes.answer); });
+    Spawn([=] { Serve({{front[1], front[1], sizes.answer}}, wait); });
   } else {
     std::array<int, 2> back = Pair();
-    Spawn([=] { Answer(back[1], sizes.answer); });
+    Spawn([=] { Serve({{back[1], back[1], sizes.answer}}, wait); });
     Spawn([=] {
-      for (;;) {
-        Receive(front[1]);
-        Send(back[0], sizes.request);
-        Receive(back[0]);
-        Send(front[1], sizes.answer);
-      }
+      Serve({{front[1], back[0], sizes.request}, {back[0], front[1], sizes.answer}}, wait);
     });
   }
   return [=] {
@@ -84,13 +105,9 @@ double BareRate(WireSizes sizes, int clients, int calls) {
   std::vector<std::array<int, 2>> pairs;
   for (int i = 0; i < clients; ++i) pairs.push_back(Pair());
   auto loop = [&](size_t side, size_t size, int rounds) {
-    int set = epoll_create1(EPOLL_CLOEXEC);
-    for (const std::array<int, 2> &pair : pairs) {
-      struct epoll_event event = {};
-      event.events = EPOLLIN;
-      event.data.fd = pair[side];
-      epoll_ctl(set, EPOLL_CTL_ADD, pair[side], &event);
-    }
+    std::vector<int> fds;
+    for (const std::array<int, 2> &pair : pairs) fds.push_back(pair[side]);
+    int set = SetOf(fds);
     while (rounds != 0) {
       struct epoll_event events[16];
       int count = epoll_wait(set, events, 16, -1);

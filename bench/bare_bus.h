@@ -9,9 +9,13 @@ struct WireSizes {
   size_t request, answer;
 };
 
+/* How a server waits for the next message: in epoll_wait, as one of several clients has to, or in
+   the read itself. */
+enum BareWait { BARE_EPOLL, BARE_READ };
+
 /* Round trips through bare SOCK_SEQPACKET sockets: client and server (hops 1), or with a relay
    process between them (hops 2: four messages). Starts the processes; they end with the caller. */
-std::function<void()> BareTrip(WireSizes sizes, int hops);
+std::function<void()> BareTrip(WireSizes sizes, int hops, BareWait wait);
 
 /* Calls a second that a bare server with an epoll set answers to `clients` connections. */
 double BareRate(WireSizes sizes, int clients, int calls);

@@ -179,14 +179,17 @@ int Straight(const char *program) {
   StartDaemon(program);
   RunOnCentre(1000, 1, nullptr);
   WireSizes sizes = {sizeof(WireHead) + frame.size(), sizeof(WireHead) + run.answer_size};
-  std::function<void()> bare = BareTrip(sizes, 1);
-  std::vector<std::vector<uint64_t>> ours(kRounds), floor;
+  std::function<void()> bare = BareTrip(sizes, 1, BARE_EPOLL),
+                        blocking = BareTrip(sizes, 1, BARE_READ);
+  std::vector<std::vector<uint64_t>> ours(kRounds), floor, blocking_floor;
   for (std::vector<uint64_t> &round : ours) {
     RunOnCentre(kTrips, 1, &round);
     floor.push_back(Timed(bare));
+    blocking_floor.push_back(Timed(blocking));
   }
   Report("straight/ours", ours);
   Report("straight/bare", floor);
+  Report("straight/blocking", blocking_floor);
   OpenClients();
   std::vector<double> rates, bare_rates;
   for (int round = 0; round < kRounds; ++round) {
@@ -212,17 +215,20 @@ int ThroughDbmgr() {
     __tds_free(reply);
   };
   WireSizes sizes = {sizeof(WireHead) + frame.size(), sizeof(WireHead) + 64};
-  std::function<void()> bare = BareTrip(sizes, 2), dbus = DbusTrip(sizes);
+  std::function<void()> bare = BareTrip(sizes, 2, BARE_EPOLL),
+                        blocking = BareTrip(sizes, 2, BARE_READ), dbus = DbusTrip(sizes);
   if (!dbus) Fail("no dbus-daemon: script/bootstrap --with bench installs it");
-  std::vector<std::vector<uint64_t>> rounds[3];
+  std::vector<std::vector<uint64_t>> rounds[4];
   for (int round = 0; round < kRounds; ++round) {
     rounds[0].push_back(Timed(ours));
     rounds[1].push_back(Timed(bare));
     rounds[2].push_back(Timed(dbus));
+    rounds[3].push_back(Timed(blocking));
   }
   Report("dbmgr/ours", rounds[0]);
   Report("dbmgr/bare", rounds[1]);
   Report("dbmgr/sdbus", rounds[2]);
+  Report("dbmgr/blocking", rounds[3]);
   return 0;
 }
 
