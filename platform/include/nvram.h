@@ -13,6 +13,11 @@ enum {
   NVTYPE_BASIC = 2,   /* area 2: basic settings of the board (boot type, versions, addresses) */
 };
 
+enum {
+  NVRAM_KEY_MAX = 400,         /* bytes of a key, at least one */
+  NVRAM_VALUE_MAX = 32 * 1024, /* of a value; neither has a NUL */
+};
+
 /* Attaches this process to the settings, and loads them from flash when it is the first since the
    gateway started. A flash that is damaged does not stop it: an earlier commit is used, or none,
    and the log says what is lost. 0, or -1 (logged) when there is no room for the settings in use.
@@ -23,7 +28,7 @@ int nvram_init_semaphore(void);
    it is not set. */
 char *nvram_get(const char *key, int type);
 
-/* Sets `key` (1 to 400 bytes) to `value` (at most 32 KiB) in area `type`. 0, or -1 (logged). */
+/* Sets `key` to `value` in area `type`. 0, or -1 (logged). */
 int nvram_set(const char *key, const char *value, int type);
 
 /* Removes `key`. 0 also when it was not set; -1 (logged) for a bad area or a failing store. */

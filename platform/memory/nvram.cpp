@@ -18,7 +18,7 @@ std::mutex &mutex = *new std::mutex;
 
 bool Refused(const char *key, int type) {
   const bool wrong = type < NVTYPE_STAGING || type > NVTYPE_BASIC || key == nullptr ||
-                     key[0] == '\0' || strlen(key) > 400;
+                     key[0] == '\0' || strlen(key) > NVRAM_KEY_MAX;
   if (wrong) AMS_PRINT(4, "nvram: no such area (%d) or no such key\n", type);
   return wrong;
 }
@@ -36,8 +36,8 @@ char *nvram_get(const char *key, int type) {
 
 int nvram_set(const char *key, const char *value, int type) {
   if (Refused(key, type)) return -1;
-  if (value == nullptr || strlen(value) > 32 * 1024) {
-    AMS_PRINT(4, "nvram: %s: no value, or more than 32 KiB\n", key);
+  if (value == nullptr || strlen(value) > NVRAM_VALUE_MAX) {
+    AMS_PRINT(4, "nvram: %s: no value, or more than %d bytes\n", key, NVRAM_VALUE_MAX);
     return -1;
   }
   std::lock_guard<std::mutex> lock(mutex);

@@ -60,11 +60,11 @@ bool Next(std::string_view *rest, size_t most, std::string_view *key, std::strin
   *key = rest->substr(0, key_end);
   *value = rest->substr(key_end + 1, value_end - key_end - 1);
   rest->remove_prefix(value_end + 1);
-  return !key->empty() && key->size() <= kNvramKeyMax && value->size() <= most;
+  return !key->empty() && key->size() <= NVRAM_KEY_MAX && value->size() <= most;
 }
 
 bool NextChange(std::string_view *rest, std::string_view *key, std::string_view *value) {
-  return Next(rest, kNvramValueMax + 1, key, value) && (value->empty() || value->front() == '=');
+  return Next(rest, NVRAM_VALUE_MAX + 1, key, value) && (value->empty() || value->front() == '=');
 }
 
 size_t BytesOf(std::string_view key, std::string_view value) {
@@ -170,7 +170,7 @@ FlashContent FlashParse(int area, std::string_view bytes) {
 }
 
 bool FlashNext(std::string_view *rest, std::string_view *key, std::string_view *value) {
-  return Next(rest, kNvramValueMax, key, value);
+  return Next(rest, NVRAM_VALUE_MAX, key, value);
 }
 
 std::string FlashWhole(int area, std::string_view settings, FlashEnd *end) {

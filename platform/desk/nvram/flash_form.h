@@ -14,7 +14,8 @@
 #include <string>
 #include <string_view>
 
-constexpr size_t kNvramKeyMax = 400, kNvramValueMax = 32 * 1024;
+#include "nvram.h"
+
 constexpr size_t kFlashMax = 32 << 20; /* bytes of all settings; a working copy has room for two */
 constexpr size_t kFlashFileMax = 5 * kFlashMax; /* a file is written anew long before */
 

@@ -208,18 +208,18 @@ std::string Bounded(const char *text, size_t most) {
 }
 
 int CheckKey(const std::string &key) {
-  if (!key.empty() && key.size() <= kNvramKeyMax && key.find('\0') == key.npos) return 0;
-  AMS_PRINT(4, "nvram: a key has 1 to %zu bytes: \"%.64s\"\n", kNvramKeyMax, key.c_str());
+  if (!key.empty() && key.size() <= NVRAM_KEY_MAX && key.find('\0') == key.npos) return 0;
+  AMS_PRINT(4, "nvram: a key has 1 to %d bytes: \"%.64s\"\n", NVRAM_KEY_MAX, key.c_str());
   return -1;
 }
 
 int CheckChange(const NvramChange &change) {
   if (CheckKey(change.key) != 0) return -1;
   if (!change.value) return 0;
-  if (change.value->size() <= kNvramValueMax && change.value->find('\0') == std::string::npos)
+  if (change.value->size() <= NVRAM_VALUE_MAX && change.value->find('\0') == std::string::npos)
     return 0;
-  AMS_PRINT(4, "nvram: the value of \"%s\" is missing or longer than %zu bytes\n",
-            change.key.c_str(), kNvramValueMax);
+  AMS_PRINT(4, "nvram: the value of \"%s\" is missing or longer than %d bytes\n",
+            change.key.c_str(), NVRAM_VALUE_MAX);
   return -1;
 }
 
@@ -297,7 +297,7 @@ int nvram_desk_read(int type, const std::string &key, std::optional<std::string>
 
 char *nvram_get(const char *key, int type) {
   std::optional<std::string> value;
-  int rc = OrNoMemory([&] { return nvram_desk_read(type, Bounded(key, kNvramKeyMax), &value); });
+  int rc = OrNoMemory([&] { return nvram_desk_read(type, Bounded(key, NVRAM_KEY_MAX), &value); });
   char *copy = rc == 0 && value ? strndup(value->data(), value->size()) : nullptr;
   if (rc == ENOMEM || (rc == 0 && value && copy == nullptr))
     Failed("reading", kWorkPlace.folder, ENOMEM);
@@ -317,12 +317,12 @@ int ChangeMade(int type, Make make) {
 
 int nvram_set(const char *key, const char *value, int type) {
   return ChangeMade(type, [=] {
-    return NvramChange{Bounded(key, kNvramKeyMax), Bounded(value, kNvramValueMax)};
+    return NvramChange{Bounded(key, NVRAM_KEY_MAX), Bounded(value, NVRAM_VALUE_MAX)};
   });
 }
 
 int nvram_unset(const char *key, int type) {
-  return ChangeMade(type, [=] { return NvramChange{Bounded(key, kNvramKeyMax), std::nullopt}; });
+  return ChangeMade(type, [=] { return NvramChange{Bounded(key, NVRAM_KEY_MAX), std::nullopt}; });
 }
 
 int nvram_commit(int type) { return nvram_desk_apply(type, {}); }
