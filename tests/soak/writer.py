@@ -16,7 +16,7 @@ from soak import own_of, together
 
 CLIENTS = 3
 JOURNAL = "/var/persist/journal"  # no part of the gateway
-LOSS = ("cut off, which are dropped", "changes are lost", "is used, with")
+LOSS = ("cut off, which are dropped", "changes are lost", "is used, with", "the area's settings are lost")
 BASES = 40  # states of the journal's beginning that are kept
 
 
