@@ -46,7 +46,7 @@ inline Steps Anew(const char *argument) {
 /* Skips a test that becomes this program anew where the kernel does not start it: under an emulator
    that the kernel knows nothing of. What else goes wrong with it is left to the test. */
 #define NEEDS_ANEW() \
-  if (!StartsAnew()) GTEST_SKIP() << "the kernel starts no program of this machine"
+  if (!StartsAnew()) GTEST_SKIP() << "the kernel itself cannot start this program"
 inline bool StartsAnew() {
   constexpr int kNoSuchMachine = 77;
   const int status = End(Start([] {
