@@ -14,7 +14,7 @@ setup() {
 teardown() { switch 0100; }
 
 # Line, event, on press, trigger time, abandon time of each record that the driver got.
-records() { od -An -v -w20 -t d4 $KEYS | tr -s ' '; }
+records() { front-panel told | tr -s ' '; }
 
 readonly DESK_RECORDS=' 12 1 0 1 10
  7 2 0 1 4
@@ -23,8 +23,7 @@ readonly DESK_RECORDS=' 12 1 0 1 10
  7 11 1 4 0
  7 11 1 14 0'
 
-# A key event, and the switch.
-press() { cfgcmd send sysmgr:button_proc 0x100051 --hex "63000000 $(printf %02x "$1")000000"; }
+press() { front-panel press "$1"; }
 switch() { cfgcmd send sysmgr:button_proc 0x100052 --hex "$1"; }
 # Messages are handled in order, so the last key's script tells that all before it are through. The
 # scripts run in the background, side by side.

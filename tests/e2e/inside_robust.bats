@@ -8,6 +8,12 @@ answer() { cfgcmd send dbmgr:dbmgt 0x110000 --wait --hex "$1" | tr -d '\0'; }
 
 teardown() { stub_reset; release; }
 
+# qemu does not tell the kernel which locks a process holds, and who is killed in a write keeps the store's.
+needs_robust_locks() {
+  [[ $(readlink "/proc/$(pid_of sysmgr)/exe") != */qemu-* ]] ||
+    skip "an emulator, where nobody gets the lock of a process that is killed in a write"
+}
+
 alive() { expect 0 V2.3.1 cfgcmd get $DEVICE.X_KVO_FWVersion; }
 
 @test "random bytes to every endpoint change nothing" {
@@ -84,6 +90,7 @@ alive() { expect 0 V2.3.1 cfgcmd get $DEVICE.X_KVO_FWVersion; }
 }
 
 @test "the daemon restarts under load, again and again, without a restart of dbmgr" {
+  needs_robust_locks
   dbmgr=$(pid_of dbmgr)
   while :; do echo "get $DEVICE.X_KVO_FWVersion"; done | cfgcmd batch >"$BATS_TEST_TMPDIR/answers" 2>&1 3>&- &
   client=$!
@@ -103,6 +110,7 @@ alive() { expect 0 V2.3.1 cfgcmd get $DEVICE.X_KVO_FWVersion; }
 }
 
 @test "killed in the middle of writes, the daemon leaves the store whole" {
+  needs_robust_locks
   for _ in 1 2 3 4 5; do
     for ((i = 0; ; ++i)); do echo "set $DEVICE.X_CT-COM_IPProtocolVersion.Mode $i $DEVICE.X_CT-COM_IPProtocolVersion.PreferredIP $i"; done | cfgcmd batch >/dev/null 2>&1 3>&- &
     client=$!

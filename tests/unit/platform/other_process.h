@@ -6,6 +6,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <functional>
 #include <string>
 
@@ -40,6 +41,20 @@ inline bool Elsewhere(const Steps &steps) { return End(Start(steps)) == 0; }
 /* Becomes this program with one argument, which its main knows. */
 inline Steps Anew(const char *argument) {
   return [=] { return execl("/proc/self/exe", "test", argument, nullptr) == 0; };
+}
+
+/* Skips a test that becomes this program anew where the kernel does not start it: under an emulator
+   that the kernel knows nothing of. What else goes wrong with it is left to the test. */
+#define NEEDS_ANEW() \
+  if (!StartsAnew()) GTEST_SKIP() << "the kernel itself cannot start this program"
+inline bool StartsAnew() {
+  constexpr int kNoSuchMachine = 77;
+  const int status = End(Start([] {
+    execl("/proc/self/exe", "test", "--gtest_list_tests", "--gtest_filter=-*", nullptr);
+    _exit(errno == ENOEXEC ? kNoSuchMachine : 1);
+    return false;
+  }));
+  return !WIFEXITED(status) || WEXITSTATUS(status) != kNoSuchMachine;
 }
 
 /* What goes to standard error meanwhile. */

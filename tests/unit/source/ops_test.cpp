@@ -69,7 +69,13 @@ struct Script {
 
 /* ---- texts ---- */
 
-/* Escapes \n and \xHH, and {TEXT*COUNT} for a repeated text. */
+/* A 32-bit word, signed or not, in the machine's byte order. */
+std::string NativeWord(const std::string &number) {
+  const auto value = static_cast<int32_t>(std::stoll(number));
+  return {reinterpret_cast<const char *>(&value), sizeof value};
+}
+
+/* Escapes \n, \xHH and \wNUMBER; for a word, and {TEXT*COUNT} for a repeated text. */
 std::string Expanded(const std::string &text) {
   std::string all;
   for (size_t at = 0; at < text.size(); ++at) {
@@ -85,6 +91,10 @@ std::string Expanded(const std::string &text) {
     } else if (text.compare(at, 2, "\\x") == 0) {
       all += static_cast<char>(std::stoi(text.substr(at + 2, 2), nullptr, 16));
       at += 3;
+    } else if (text.compare(at, 2, "\\w") == 0) {
+      const size_t stop = std::min(text.find(';', at), text.size());
+      all += NativeWord(text.substr(at + 2, stop - at - 2));
+      at = stop;
     } else {
       all += text[at];
     }
@@ -429,10 +439,7 @@ bool Expects(Script *script, const std::string &word, std::string rest) {
   } else if (word == "words=") {
     const std::string path = Word(&rest);
     std::string bytes;
-    for (const std::string &number : Split(rest, ' ')) {
-      const auto value = static_cast<int32_t>(std::stoll(number));
-      bytes.append(reinterpret_cast<const char *>(&value), sizeof value);
-    }
+    for (const std::string &number : Split(rest, ' ')) bytes += NativeWord(number);
     act->files.emplace_back(path, bytes);
   } else if (word == "log") {
     const int level = atoi(Word(&rest).c_str());

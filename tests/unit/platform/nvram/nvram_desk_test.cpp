@@ -314,6 +314,7 @@ void CommitElsewhere() {
 }
 
 TEST_F(Nvram, TakingBackACommitLeavesThoseOfOthers) {
+  NEEDS_ANEW();
   ASSERT_TRUE(Apply({{"a", "1"}}));
   commits = "-";
   at_failure = CommitElsewhere;

@@ -199,6 +199,7 @@ TEST_F(Store, WhatIsKeptIsTakenBackWhenTheTreesCommitFails) {
 }
 
 TEST_F(Store, AReaderThatStandsStillIsEndedWhenThePagesRunOut) {
+  NEEDS_ANEW();
   pid_t holder = StartStopped(Anew("hold"));
   int refused = 0;
   std::string told = LogOf([&] {

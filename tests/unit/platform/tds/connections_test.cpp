@@ -39,6 +39,7 @@ TEST_F(Tds, ForeignDescriptorsAreClosed) {
   GTEST_SKIP()
       << "an emulator, which keeps the descriptors that its program's buffer has no room for";
 #endif
+  NEEDS_ANEW();
   PeerProcess peer;
   EXPECT_EQ("before", Ask(kEcho, "before", "peer:a"));
   const std::filesystem::directory_iterator kEnd;
@@ -90,6 +91,7 @@ long TimeOf(pid_t pid) {
 }
 
 TEST_F(Tds, ACrowdCostsNobodyElse) {
+  NEEDS_ANEW();
   testing::internal::CaptureStderr();
   PeerProcess peer(80);
   /* No descriptor at all: it waits, and says so once. */

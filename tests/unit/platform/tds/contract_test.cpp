@@ -5,6 +5,7 @@
 #include <new>
 #include <thread>
 
+#include "../other_process.h"
 #include "ams_print.h"
 #include "tds_support.h"
 
@@ -56,6 +57,7 @@ TEST_F(Tds, WhoGetsNoAnswerLearnsItAtOnce) {
 }
 
 TEST_F(Tds, APeerAnswersDiesAndIsThereAgain) {
+  NEEDS_ANEW();
   PeerProcess peer;
 #ifdef BOARD_IN_ONE_PROCESS
   ASSERT_EQ("refused", Ask(kEcho, "hello", "peer:a")) << "this board does reach other processes";

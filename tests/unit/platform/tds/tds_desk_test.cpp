@@ -9,6 +9,7 @@
 #include <future>
 #include <thread>
 
+#include "../other_process.h"
 #include "desk_support.h"
 #include "refusals.h"
 #include "tds_heap.h"
@@ -204,6 +205,7 @@ TEST_F(Tds, ACallHasOneLimitFromItsStart) {
 }
 
 TEST_F(Tds, AnEventOfAClosedDescriptorIsNobodys) {
+  NEEDS_ANEW();
   PeerProcess peer;
   int number = 0, pair[2];
   ASSERT_EQ(0, socketpair(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0, pair));
@@ -230,6 +232,7 @@ TEST_F(Tds, AnEventOfAClosedDescriptorIsNobodys) {
 }
 
 TEST_F(Tds, AnIdleThreadKeepsNoLargePayload) {
+  NEEDS_ANEW();
   PeerProcess peer;
   auto resident = [&] {
     std::ifstream file(peer.File("statm"));
