@@ -44,7 +44,8 @@ const char *ReadLine(std::string_view line, Entries *entries) {
   size_t equals = line.find('=');
   if (line.empty() || line[0] == '#') return nullptr;
   if (equals == std::string_view::npos) return "has no \"=\"";
-  if (equals == 0 || equals > NVRAM_KEY_MAX) return "needs a path of 1 to 400 bytes before the \"=\"";
+  if (equals == 0 || equals > NVRAM_KEY_MAX)
+    return "needs a path of 1 to 400 bytes before the \"=\"";
   if (line.size() > kLineMax || line.size() - equals - 1 > AMS_VALUE_MAX)
     return "has a value of more than 32768 bytes";
   if (line.find('\0') != std::string_view::npos) return "holds a zero byte";
