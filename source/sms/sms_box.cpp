@@ -208,6 +208,9 @@ bool IsPdu(const char *line) { return HexValue(line[0]) >= 0 && strpbrk(line, "+
 struct Listing {
   FILE *file = nullptr;
   int tests = 200; /* for what is not there yet; 10 ms apart */
+  ~Listing() {
+    if (file != nullptr) fclose(file); /* without memory, too */
+  }
 };
 
 bool WaitForMore(Listing *listing) {
@@ -283,7 +286,6 @@ int SHORTMSG_SMS_Get(int filter, char *text, size_t size) {
   if (listing.file == nullptr) return -1;
   box.count = 0;
   int result = ReadEntries(&listing);
-  fclose(listing.file);
   (void)unlink(kListed); /* it was just there */
   if (result == 0) FormatList(filter, text, size);
   return result;

@@ -79,17 +79,24 @@ void ExpireMenu() {
   (void)unlink(kRunResult);
 }
 
+/* Closed without memory, too. */
+struct MenuFile {
+  FILE *file = fopen(kMenu, "re");
+  ~MenuFile() {
+    if (file != nullptr) fclose(file);
+  }
+};
+
 /* The menu's lines with "<br>" between them. */
 std::string JoinedMenu() {
   char line[256];
   std::string menu;
-  FILE *file = fopen(kMenu, "re");
-  if (file == nullptr) return menu;
-  for (bool first = true; fgets(line, sizeof line, file) != nullptr; first = false) {
+  const MenuFile open;
+  if (open.file == nullptr) return menu;
+  for (bool first = true; fgets(line, sizeof line, open.file) != nullptr; first = false) {
     line[strcspn(line, "\r\n")] = '\0';
     menu += (first ? "" : "<br>") + PrintableText(line);
   }
-  fclose(file);
   return menu.substr(0, kAnswerRoom - 1);
 }
 
