@@ -9,6 +9,7 @@
 
 #include "ams_common_api.h"
 #include "ams_config_shell.h"
+#include "file_handle.h"
 #include "modem_at.h"
 #include "op_values.h"
 #include "sms_list.h"
@@ -206,11 +207,8 @@ bool IsPdu(const char *line) { return HexValue(line[0]) >= 0 && strpbrk(line, "+
 
 /* What the script leaves, which may come line by line or piece by piece. */
 struct Listing {
-  FILE *file = nullptr;
+  FileHandle file;
   int tests = 200; /* for what is not there yet; 10 ms apart */
-  ~Listing() {
-    if (file != nullptr) fclose(file); /* without memory, too */
-  }
 };
 
 bool WaitForMore(Listing *listing) {
@@ -223,13 +221,13 @@ bool WaitForMore(Listing *listing) {
 bool NextLine(Listing *listing, char (&line)[1024]) {
   size_t length = 0;
   while (length + 1 < sizeof line && (length == 0 || line[length - 1] != '\n')) {
-    int byte = getc(listing->file);
+    int byte = getc(listing->file.get());
     if (byte != EOF)
       line[length++] = static_cast<char>(byte);
     else if (!WaitForMore(listing))
       break;
     else
-      clearerr(listing->file); /* else the end that was seen stays the end */
+      clearerr(listing->file.get()); /* else the end that was seen stays the end */
   }
   line[length] = '\0';
   return length > 0;
@@ -268,7 +266,7 @@ void AskForList(int filter, Listing *listing) {
   snprintf(command, sizeof command, "%s %d &", "/usr/syscfg/sms_getmsg.sh", filter);
   printf("Fun:%s cmd: %s\n", "SHORTMSG_SMS_Get", command);
   cfgSystemCmd("%s", command);
-  do listing->file = fopen(kListed, "re");
+  do listing->file.reset(fopen(kListed, "re"));
   while (listing->file == nullptr && WaitForMore(listing));
 }
 

@@ -11,6 +11,7 @@
 #include "ams_common_api.h"
 #include "ams_config_api.h"
 #include "ams_config_shell.h"
+#include "file_handle.h"
 #include "op_values.h"
 #include "sms_cusd.h"
 
@@ -79,21 +80,13 @@ void ExpireMenu() {
   (void)unlink(kRunResult);
 }
 
-/* Closed without memory, too. */
-struct MenuFile {
-  FILE *file = fopen(kMenu, "re");
-  ~MenuFile() {
-    if (file != nullptr) fclose(file);
-  }
-};
-
 /* The menu's lines with "<br>" between them. */
 std::string JoinedMenu() {
   char line[256];
   std::string menu;
-  const MenuFile open;
-  if (open.file == nullptr) return menu;
-  for (bool first = true; fgets(line, sizeof line, open.file) != nullptr; first = false) {
+  const FileHandle file(fopen(kMenu, "re"));
+  if (file == nullptr) return menu;
+  for (bool first = true; fgets(line, sizeof line, file.get()) != nullptr; first = false) {
     line[strcspn(line, "\r\n")] = '\0';
     menu += (first ? "" : "<br>") + PrintableText(line);
   }
