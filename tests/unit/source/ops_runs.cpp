@@ -6,6 +6,7 @@
 
 #include "ams_config_path.h"
 #include "ams_config_util.h"
+#include "appt_dispatch.h"
 #include "download_func.h"
 #include "mgtsrvr_func.h"
 #include "modem_at.h"
@@ -13,8 +14,22 @@
 #include "sms_phonebook.h"
 #include "support.h"
 #include "voip_path.h"
+#include "webserver_func.h"
 
 namespace {
+
+/* COMMAND URL [VALUE]; without a command there is no request. */
+int Call(int (*call)(MsgArg *), const std::string &arguments) {
+  uint32_t command = 0;
+  std::string url, value;
+  std::istringstream(arguments) >> command >> url >> value;
+  const std::string frame = RequestFrame(7, command, url);
+  MsgArg arg = {};
+  if (command != 0) arg.raw = reinterpret_cast<const uint8_t *>(frame.data());
+  arg.url = url.c_str();
+  arg.value = value.empty() ? nullptr : value.c_str();
+  return call(&arg);
+}
 
 /* The modem's error and the numbers that it gave. */
 int Told(int result, int used, int total) {
@@ -108,6 +123,7 @@ int PhonebookFill(const std::string &) {
 
 const OpsRun kOpsRuns[] = {
     {"address", [](const std::string &text) { return cfgIsIpv4Addr(text.c_str()); }},
+    {"array", [](const std::string &words) { return Call(appt_Do_Array, words); }},
     {"box", Box},
     {"cut", Cut},
     {"download", DownloadImage},
@@ -115,6 +131,9 @@ const OpsRun kOpsRuns[] = {
     {"hex", Hex},
     {"key", Key},
     {"nand", [](const std::string &) { return cfgFlashIsNand(); }},
+    {"object", [](const std::string &words) { return Call(appt_Do_Obj_NoData, words); }},
+    {"object-data", [](const std::string &words) { return Call(appt_Do_Obj_Data, words); }},
+    {"op", [](const std::string &words) { return Call(appt_Do_OpFunc, words); }},
     {"path", Path},
     {"phonebook", [](const std::string &) { return ShortMsgPhonebookList(stdout); }},
     {"phonebook-fill", PhonebookFill},
@@ -122,5 +141,9 @@ const OpsRun kOpsRuns[] = {
     {"storage", Storage},
     {"voice", [](const std::string &) { return VoipStart(), 0; }},
     {"wan-rules", WanRules},
+    {"web-restart",
+     [](const std::string &) {
+       return WebServerRestart({2, {8080, 8081}}), 0;
+     }},
     {nullptr, nullptr},
 };
