@@ -61,8 +61,13 @@ TEST_F(ModemRoute, RoutesAreBounded) {
   EXPECT_EQ(SHORTMSG_GetCommandResult(text, sizeof text), 63);
   fs::remove("/var/atresult_1");
   EXPECT_EQ(SHORTMSG_GetCommandResult(text, sizeof text), -1) << "none comes";
-  EXPECT_EQ(RunShellCapture(std::string(1003, 'x').c_str(), text, 7), -1);
+  testing::internal::CaptureStdout();
+  const std::string longer(1003, 'x'), told = "script name too long or zero:";
+  EXPECT_EQ(RunShellCapture(longer.c_str(), text, 7), -1);
+  EXPECT_EQ(RunShellCapture(nullptr, text, 7), -1);
   EXPECT_EQ(RunShellCapture("ls", text, 0), -1);
+  EXPECT_EQ(testing::internal::GetCapturedStdout(),
+            told + longer + "\n" + told + "NULL\ncan not read\n");
   EXPECT_EQ(RunShellCapture("ls", nullptr, 0), 0);
   EXPECT_EQ(RunShellCapture("ls", text, 2), 2) << "no more than there is room for";
   EXPECT_EQ(TakeCommands(), Lines(3, "ls > /var/atTmpResult"));
