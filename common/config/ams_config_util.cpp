@@ -8,6 +8,7 @@
 #include "ams_config_path.h"
 #include "ams_config_shell.h"
 #include "ams_print.h"
+#include "file_handle.h"
 #include "hex.h"
 #include "sha256.h"
 
@@ -115,13 +116,13 @@ int cfgFlashIsNand() {
 
 /* A file of which no line is left is not written, so it stays as it was. */
 int cfgFileDropLines(const char *file, const char *tag) {
-  FILE *stream = fopen(file, "r+e");
+  FileHandle stream(fopen(file, "r+e"));
   if (stream == nullptr) {
     AMS_PRINT(4, "Failed %s open failed\n", file);
     return -1;
   }
-  std::vector<std::string> lines = ReadLines(stream, file);
-  fclose(stream);
+  std::vector<std::string> lines = ReadLines(stream.get(), file);
+  stream.reset(); /* the shell writes it */
   bool first = true;
   for (const std::string &line : lines) {
     std::string text = WithoutLineEnds(line);

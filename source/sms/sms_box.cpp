@@ -9,6 +9,7 @@
 
 #include "ams_common_api.h"
 #include "ams_config_shell.h"
+#include "file_handle.h"
 #include "modem_at.h"
 #include "op_values.h"
 #include "sms_list.h"
@@ -206,7 +207,7 @@ bool IsPdu(const char *line) { return HexValue(line[0]) >= 0 && strpbrk(line, "+
 
 /* What the script leaves, which may come line by line or piece by piece. */
 struct Listing {
-  FILE *file = nullptr;
+  FileHandle file;
   int tests = 200; /* for what is not there yet; 10 ms apart */
 };
 
@@ -220,13 +221,13 @@ bool WaitForMore(Listing *listing) {
 bool NextLine(Listing *listing, char (&line)[1024]) {
   size_t length = 0;
   while (length + 1 < sizeof line && (length == 0 || line[length - 1] != '\n')) {
-    int byte = getc(listing->file);
+    int byte = getc(listing->file.get());
     if (byte != EOF)
       line[length++] = static_cast<char>(byte);
     else if (!WaitForMore(listing))
       break;
     else
-      clearerr(listing->file); /* else the end that was seen stays the end */
+      clearerr(listing->file.get()); /* else the end that was seen stays the end */
   }
   line[length] = '\0';
   return length > 0;
@@ -265,7 +266,7 @@ void AskForList(int filter, Listing *listing) {
   snprintf(command, sizeof command, "%s %d &", "/usr/syscfg/sms_getmsg.sh", filter);
   printf("Fun:%s cmd: %s\n", "SHORTMSG_SMS_Get", command);
   cfgSystemCmd("%s", command);
-  do listing->file = fopen(kListed, "re");
+  do listing->file.reset(fopen(kListed, "re"));
   while (listing->file == nullptr && WaitForMore(listing));
 }
 
@@ -283,7 +284,6 @@ int SHORTMSG_SMS_Get(int filter, char *text, size_t size) {
   if (listing.file == nullptr) return -1;
   box.count = 0;
   int result = ReadEntries(&listing);
-  fclose(listing.file);
   (void)unlink(kListed); /* it was just there */
   if (result == 0) FormatList(filter, text, size);
   return result;

@@ -11,6 +11,7 @@
 #include "ams_common_api.h"
 #include "ams_config_api.h"
 #include "ams_config_shell.h"
+#include "file_handle.h"
 #include "op_values.h"
 #include "sms_cusd.h"
 
@@ -83,13 +84,12 @@ void ExpireMenu() {
 std::string JoinedMenu() {
   char line[256];
   std::string menu;
-  FILE *file = fopen(kMenu, "re");
+  const FileHandle file(fopen(kMenu, "re"));
   if (file == nullptr) return menu;
-  for (bool first = true; fgets(line, sizeof line, file) != nullptr; first = false) {
+  for (bool first = true; fgets(line, sizeof line, file.get()) != nullptr; first = false) {
     line[strcspn(line, "\r\n")] = '\0';
     menu += (first ? "" : "<br>") + PrintableText(line);
   }
-  fclose(file);
   return menu.substr(0, kAnswerRoom - 1);
 }
 

@@ -5,11 +5,19 @@
 
 #include <fstream>
 
-#include "daemons_support.h"
 #include "devinfo_func.h"
 #include "services_func.h"
+#include "support.h"
 
 namespace {
+
+const std::string kServices = "InternetGatewayDevice.Services.";
+
+/* What snmpd reads, and how the start looks for it to be. */
+const char kSnmpConfig[] = "/var/snmpd.conf";
+const char kSnmpText[] =
+    "agentAddress udp:161\nsysservices 79\npsysname a\npsyscontact a\npsyslocation a\n"
+    "rwcommunity a\nrocommunity a\nview read_wr included .1 \n";
 
 /* What holds a port as a server that runs does, until Close. */
 class Holder {
@@ -71,9 +79,9 @@ int WaitsOf(const PortWaitCase &one, Holder *holder, int free_at) {
     if (++waits == free_at) holder->Close();
   });
   OnSystem([&](const std::string &line) {
-    if (BeginsWith(line, one.kill)) std::ofstream(kSnmpConfig) << kSnmpText;
-    if (BeginsWith(line, one.kill)) killed_at = waits;
-    if (BeginsWith(line, one.start)) started_at = waits;
+    if (line.find(one.kill) == 0) std::ofstream(kSnmpConfig) << kSnmpText;
+    if (line.find(one.kill) == 0) killed_at = waits;
+    if (line.find(one.start) == 0) started_at = waits;
   });
   const OpFuncEntry *table = one.enable.empty() ? kDevInfoFuncTable : kCapabInfoFuncTable;
   EXPECT_EQ(RunOp(table, one.op_function, TMF_SET), 0) << one.op_function;

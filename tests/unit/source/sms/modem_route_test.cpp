@@ -1,11 +1,35 @@
 // Which modem it is, and the two ways to it.
+#include "modem_route.h"
+
 #include <unistd.h>
 
+#include <filesystem>
+#include <fstream>
 #include <thread>
 
-#include "sms_support.h"
+#include "sms_send.h"
+#include "support.h"
 
 namespace {
+
+namespace fs = std::filesystem;
+
+void WriteText(const std::string &path, const std::string &text) { std::ofstream(path) << text; }
+
+/* A modem that answers each query with "OK". */
+class ModemRoute : public StoreTest {
+ protected:
+  void SetUp() override {
+    StoreTest::SetUp();
+    for (const char *file : {"/var/atcmd_lock", "/var/atresult_1", "/var/nanocom"})
+      fs::remove(file);
+    fs::create_directories("/var/tmp");
+    WriteText("/var/tmp/devinfo", "2c7c 0125\n");
+    OnSystem([](const std::string &line) {
+      if (line.find(" > /var/atTmpResult") != line.npos) WriteText("/var/atTmpResult", "OK\r\n");
+    });
+  }
+};
 
 std::string TtyOf(const std::string &devinfo) {
   char path[128] = "";
@@ -14,7 +38,7 @@ std::string TtyOf(const std::string &devinfo) {
   return path;
 }
 
-TEST_F(ShortMsg, ModemByItsIds) {
+TEST_F(ModemRoute, ModemByItsIds) {
   std::ifstream stream(TEST_DATA "/modems.txt");
   std::string vendor, product, tty;
   int modems = 0;
@@ -29,7 +53,7 @@ TEST_F(ShortMsg, ModemByItsIds) {
     EXPECT_EQ(TtyOf(devinfo), "") << devinfo;
 }
 
-TEST_F(ShortMsg, RoutesAreBounded) {
+TEST_F(ModemRoute, RoutesAreBounded) {
   char text[64] = "";
   EXPECT_EQ(SHORTMSG_read_file_value(nullptr, text, sizeof text), -1);
   EXPECT_EQ(SHORTMSG_DoCommand(nullptr, 0), -1);
@@ -37,8 +61,13 @@ TEST_F(ShortMsg, RoutesAreBounded) {
   EXPECT_EQ(SHORTMSG_GetCommandResult(text, sizeof text), 63);
   fs::remove("/var/atresult_1");
   EXPECT_EQ(SHORTMSG_GetCommandResult(text, sizeof text), -1) << "none comes";
-  EXPECT_EQ(RunShellCapture(std::string(1003, 'x').c_str(), text, 7), -1);
+  testing::internal::CaptureStdout();
+  const std::string longer(1003, 'x'), told = "script name too long or zero:";
+  EXPECT_EQ(RunShellCapture(longer.c_str(), text, 7), -1);
+  EXPECT_EQ(RunShellCapture(nullptr, text, 7), -1);
   EXPECT_EQ(RunShellCapture("ls", text, 0), -1);
+  EXPECT_EQ(testing::internal::GetCapturedStdout(),
+            told + longer + "\n" + told + "NULL\ncan not read\n");
   EXPECT_EQ(RunShellCapture("ls", nullptr, 0), 0);
   EXPECT_EQ(RunShellCapture("ls", text, 2), 2) << "no more than there is room for";
   EXPECT_EQ(TakeCommands(), Lines(3, "ls > /var/atTmpResult"));
@@ -49,10 +78,16 @@ TEST_F(ShortMsg, RoutesAreBounded) {
                    "/var/nanocom /dev/ttyUSB3 1 7", "rm -f /var/atcmd_lock"}));
   (void)AtMngrCommand("AT\r", nullptr, 0); /* no shell ran, so no status */
   EXPECT_EQ(TakeCommands(), Lines{"at-mngr  AT\r 2>/dev/null"});
+  ExpectRecords("source/sms/modem_route",
+                {"4 modem command of 1121 bytes not run, 1023 fit: send less\n"},
+                [] { AtMngrCommand(std::string(1100, 'a').c_str(), nullptr, 0); });
+  ExpectRecords("source/sms/sms_send",
+                {"4 message of 36976 bytes takes more than 255 parts: send less\n"},
+                [] { SHORTMSG_SendMessage("1", std::string(36976, 'a').c_str(), ""); });
 }
 
 /* Who has the lock gives it back once it is told that somebody waits. */
-TEST_F(ShortMsg, TheLockIsWaitedFor) {
+TEST_F(ModemRoute, TheLockIsWaitedFor) {
   int ends[2];
   std::string told;
   WriteText("/var/atcmd_lock", "");
