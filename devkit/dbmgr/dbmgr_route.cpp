@@ -46,7 +46,7 @@ struct Module {
 };
 
 /* The routing thread's own; modules are never removed, there are a handful. */
-std::map<std::string, Module> modules;
+std::map<std::string, Module, std::less<>> modules;
 std::unordered_map<uint32_t, Request> in_flight; /* by msgChainId */
 
 /* Chain ids start anywhere, so that an acknowledgement meant for an earlier run finds nobody. */
@@ -224,7 +224,7 @@ bool IsRelated(const std::string &one, const std::string &other) {
 }
 
 /* Nobody waits for the module any more: for all that it has, or for what it got before `end`. */
-void GiveUp(const std::string &name, uint64_t end, const std::string &why) {
+void GiveUp(const std::string &name, uint64_t end, const char *why) {
   for (auto it = in_flight.begin(); it != in_flight.end();) {
     const Request &request = it->second;
     if (request.plan.module != name || request.sent >= end) {
@@ -251,6 +251,19 @@ void Route(uint64_t client, const void *data, uint32_t length) {
   Answer(request.client, ServeFromStore(request.plan));
 }
 
+/* The modules, by name, whose requests one for `url` may wait for. */
+std::string WaitedFor(const std::string &url) {
+  std::string names;
+  std::set<std::string> waited_for;
+  for (const auto &[chain, request] : in_flight)
+    if (IsRelated(request.plan.url, url)) waited_for.insert(request.plan.module);
+  for (const auto &[name, module] : modules)
+    for (const Request &request : module.waiting)
+      if (IsRelated(request.plan.url, url)) waited_for.insert(name);
+  for (const std::string &name : waited_for) names += (names.empty() ? "" : ", ") + name;
+  return names;
+}
+
 }  // namespace
 
 void RouteRequest(int32_t, const void *data, uint32_t length) {
@@ -267,18 +280,14 @@ void RouteRequest(int32_t, const void *data, uint32_t length) {
 }
 
 void RouteWaits(int32_t, const void *data, uint32_t length) {
-  std::string url(static_cast<const char *>(data), length), names;
-  std::set<std::string> waited_for;
-  for (const auto &[chain, request] : in_flight)
-    if (IsRelated(request.plan.url, url)) waited_for.insert(request.plan.module);
-  for (const auto &[name, module] : modules)
-    for (const Request &request : module.waiting)
-      if (IsRelated(request.plan.url, url)) waited_for.insert(name);
-  for (const std::string &name : waited_for) names += (names.empty() ? "" : ", ") + name;
   uint64_t client = tds_hold_reply();
-  if (client != 0) Answer(client, {0, DbmgrText::TEXT, names});
+  if (client == 0) return;
+  try {
+    Answer(client, {0, DbmgrText::TEXT, WaitedFor({static_cast<const char *>(data), length})});
+  } catch (const std::bad_alloc &) {
+    RefuseWithoutMemory(client);
+  }
 }
-
 void RouteAcknowledgement(int32_t, const void *data, uint32_t length) {
   if (length < APPT_ACK_HEAD_SIZE) {
     AMS_PRINT(4, "an acknowledgement of %u bytes is dropped: its head has %d", length,
@@ -311,10 +320,10 @@ void RouteNoObject(int32_t, const void *data, uint32_t length) {
 }
 
 void RoutePeerGone(int32_t, const void *data, uint32_t length) {
-  std::string name(static_cast<const char *>(data), length);
-  name.resize(name.find('\0') == std::string::npos ? name.size() : name.find('\0'));
-  if (modules.count(name) == 0) return;
+  const std::string_view name(static_cast<const char *>(data), length);
+  const auto module = modules.find(name.substr(0, name.find('\0')));
+  if (module == modules.end()) return;
   FinishKeeping();
-  GiveUp(name, UINT64_MAX, " died before it answered");
-  Pump(name);
+  GiveUp(module->first, UINT64_MAX, " died before it answered");
+  Pump(module->first);
 }

@@ -60,9 +60,9 @@ struct AmsTree *ams_mxmlLoadFile(void *top, FILE *file, void *callback);
 void mxmlSetWrapMargin(int column);
 
 /* Lays the kept parameters of nvram area `area`, the keys that begin with the root's name and a
-   dot, over the tree, instances included, and then the status that the tree before the last load
-   had, in one step, which is no change for the change list. 0 or -1 (logged). Entries that do not
-   fit the tree, read-only leaves too, are logged and passed over. */
+   dot, over the tree, instances included, and then the status that it had, or that the tree before
+   a load just now had, in one step, which is no change for the change list. 0 or -1 (logged).
+   Entries that do not fit the tree, read-only leaves too, are logged and passed over. */
 int update_from_nvram(struct AmsTree *root, int area);
 
 /* Loads a staging source into nvram area 1 and commits it: a file of "path=value" lines, where "#"

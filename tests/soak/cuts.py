@@ -18,7 +18,7 @@ HERE = os.path.dirname(os.path.realpath(__file__))
 # what was written before, too; those of the copy as well.
 DAMAGES = {"none": 8, "begun": 4, "area1": 7, "all": 1}
 PAGE = 4096
-CHANGE = b"change 0000000064 bytes\nX_KVO_Torn\0=" + bytes(range(65, 93)) + b"\0" + b"01234567\n"
+CHANGE = b"change 0000000074 bytes\nX_KVO_Torn\0=" + bytes(range(65, 93)) + b"\0" + b"01234567\n"
 
 
 def tail(rng, size):

@@ -103,10 +103,9 @@ def service_code(client, rng):
         raise Wrong(f"the menu is {menu!r}, not {text!r}")
 
 
-def key(client, rng):
+def key(_, rng):
     event = rng.choice((1, 2, 3, 4, 11))
-    press = f"send sysmgr:button_proc 0x100051 --hex 63000000{event:02x}000000"
-    grows(CALLS, f"/usr/syscfg/key_press.sh {event}\n", lambda: client.done(press))
+    grows(CALLS, f"/usr/syscfg/key_press.sh {event}\n", lambda: run("front-panel", "press", str(event)))
 
 
 def notification(client, _):

@@ -73,12 +73,15 @@ def begin(damage):
             return say("wrong", wrong)
         with open(JOURNAL, encoding="utf-8") as file:
             entries = [json.loads(line) for line in file if line.endswith("\n")]
-        if "settings are lost" not in said:
-            found, seen = differences(store, entries, damage.rstrip("?") in ("area1", "all"))
+        all_lost = "settings are lost" in said or damage == "all?"  # a start that was cut may have said it
+        if not all_lost:
+            may_lose = damage.rstrip("?") in ("area1", "all")
+            found, seen = differences(store, entries, may_lose)
             if found:
                 return say("wrong", "; ".join(found[:5]))
-            model.highest = seen.highest
-        if said:
+            if not may_lose:  # else a number that was used may be lost, too
+                model.highest = seen.highest
+        if said or all_lost:
             entries = []  # the file is written anew
     bases = [number for number, entry in enumerate(entries) if entry[0] == "base"]
     entries = entries[bases[-BASES] if len(bases) > BASES else 0:]

@@ -224,13 +224,18 @@ int StoreBytes(int folder, const std::string &area, bool sound, std::string_view
   int copied = WriteNew(folder, area, true, bytes);
   if (copied == 0) copied = Replace(folder, area, CopyName(area));
   if (copied != 0)
-    AMS_PRINT(4, "nvram: %s/%s has no copy: %s\n", kFolder, area.c_str(), strerror(copied));
+    AMS_PRINT(4, "nvram: %s/%s has no copy of its own: %s; make room there\n", kFolder,
+              area.c_str(), strerror(copied));
   return 0;
 }
 
 int Failed(const std::string &area, int rc, size_t wanted) {
-  AMS_PRINT(4, "nvram: writing %s/%s failed: %s; the last commit stands: make room for %zu bytes\n",
-            kFolder, area.c_str(), strerror(rc), wanted);
+  const std::string room = "make room for " + std::to_string(wanted) + " bytes";
+  AMS_PRINT(4, "nvram: writing %s/%s failed: %s; the last commit stands: %s\n", kFolder,
+            area.c_str(), strerror(rc),
+            IsFull(rc)    ? room.c_str()
+            : rc == EFBIG ? "unset what is not needed"
+                          : "look at the file and its folder");
   return -1;
 }
 
@@ -254,8 +259,8 @@ int UseCopy(int folder, int area, AreaBytes *last, std::string *lost) {
     *lost += Tell(folder, name, copy_name, copy) + "the area's settings are lost";
     return 0;
   }
-  const size_t first = copy.bytes.size();
-  last->bytes.replace(0, std::min(first, last->bytes.size()), copy.bytes);
+  const size_t first = copy.file.end.size;
+  last->bytes.replace(0, std::min(first, last->bytes.size()), copy.bytes, 0, first);
   last->file = FlashParse(area, last->bytes);
   const size_t used = std::max(last->file.end.size, first) - first;
   *lost += copy_name + " is used, with " + std::to_string(used) + " of " +
@@ -294,11 +299,12 @@ int CutAt(int fd, const FlashEnd &end) {
   return ftruncate(fd, static_cast<off_t>(end.size)) == 0 && fsync(fd) == 0 ? 0 : errno;
 }
 
-/* Adds to the end of a file; 0 or an errno: it ends where it did. */
+/* Adds to the end of a file; 0 or an errno: it ends where it did, or else the next commit sees
+   that it does not. */
 int AddBytes(int folder, const std::string &area, int fd, std::string_view bytes,
              const FlashEnd &end) {
   int rc = WriteBytes(fd, bytes);
-  if (rc != 0) (void)CutAt(fd, end); /* the error is told in any case */
+  if (rc != 0 && CutAt(fd, end) != 0) return rc; /* nothing may be added behind that */
   if (!IsFull(rc) || GiveUp(folder, area, true, 0, bytes.size()) != 0) return rc;
   rc = WriteBytes(fd, bytes);
   if (rc != 0) (void)CutAt(fd, end);

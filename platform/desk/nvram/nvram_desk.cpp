@@ -190,9 +190,11 @@ int OpenWork() {
 int Attach() {
   std::lock_guard<std::mutex> guard(opening);
   if (work_copy.env != nullptr) return 0;
-  int lock = FlashLock(), result = OpenWork();
+  int lock = FlashLock(), result = OrNoMemory(OpenWork);
   if (lock >= 0) FlashUnlock(lock);
-  return result;
+  if (result != ENOMEM) return result;
+  LmdbClose(&work_copy);
+  return Failed("opening", kWorkPlace.folder, result);
 }
 
 int CheckArea(int type) {

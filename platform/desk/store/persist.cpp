@@ -180,16 +180,15 @@ int update_from_nvram(struct AmsTree *root, int area) {
     AMS_PRINT(4, "store: no tree to lay kept parameters over\n");
     return -1;
   }
-  return TreeWrite([&](MDB_txn *txn) { /* whoever keeps a change meanwhile waits for its end */
-                                       const std::string below = std::string(kRootName) + ".";
-                                       if (nvram_walk(area, below.c_str(), Collect, &entries) != 0)
-                                         return -1;
-                                       for (const Kept &entry : entries)
-                                         if (IsRowsKey(entry) && LayRows(txn, entry) != 0)
-                                           return -1;
-                                       for (const Kept &entry : entries)
-                                         if (!IsRowsKey(entry) && LayLeaf(txn, entry) != 0)
-                                           return -1;
-                                       return StatusLay(txn);
+  /* Whoever keeps a change meanwhile waits for its end. */
+  return TreeWrite([&](MDB_txn *txn) {
+    const std::string below = std::string(kRootName) + ".";
+    if (nvram_walk(area, below.c_str(), Collect, &entries) != 0) return -1;
+    if (StatusTakeUnlessLoaded(txn) != 0) return -1;
+    for (const Kept &entry : entries)
+      if (IsRowsKey(entry) && LayRows(txn, entry) != 0) return -1;
+    for (const Kept &entry : entries)
+      if (!IsRowsKey(entry) && LayLeaf(txn, entry) != 0) return -1;
+    return StatusLay(txn);
   });
 }

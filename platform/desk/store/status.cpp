@@ -14,7 +14,9 @@ struct Status {
   std::string key, value;
 };
 
-std::vector<Status> taken_values; /* the server's; under the store's write lock */
+/* The server's; under the store's write lock. */
+std::vector<Status> taken_values;
+bool loaded; /* they were taken by a load, which is not laid over yet */
 
 /* A look at one byte: all rows of the tree are asked. */
 bool HasStatus(const MDB_val &data) {
@@ -29,6 +31,7 @@ int StatusTake(MDB_txn *txn) {
   MDB_val key, data;
   Record row;
   taken_values.clear();
+  loaded = true;
   if (TreeOpenCursor(txn, &cursor) != 0) return -1;
   int rc = mdb_cursor_get(cursor.get(), &key, &data, MDB_FIRST);
   for (; rc == 0 && static_cast<uint8_t *>(key.mv_data)[0] < KEY_FORMAT;
@@ -39,9 +42,12 @@ int StatusTake(MDB_txn *txn) {
   return rc == 0 || rc == MDB_NOTFOUND ? 0 : TreeFailed("reading", rc);
 }
 
+int StatusTakeUnlessLoaded(MDB_txn *txn) { return loaded ? 0 : StatusTake(txn); }
+
 int StatusLay(MDB_txn *txn) {
   std::vector<Status> taken;
   size_t full = 0;
+  loaded = false;
   taken.swap(taken_values);
   for (const Status &status : taken) {
     Key key = {};
