@@ -21,7 +21,7 @@ std::string tree;
 }  // namespace
 
 extern "C" int LLVMFuzzerInitialize(int *, char ***) {
-  stderr = Nowhere();      /* a line for each file that is refused */
+  stderr = Nowhere(); /* a line for each file that is refused */
   Serve();
   LoadSmallModel();
   tree = TreeText();

@@ -22,9 +22,9 @@ int filter; /* of a list */
 constexpr struct {
   const char *command, *file;
 } kLeft[] = {{"AT+CUSD=1", "/var/tmp/urc_ussd_file"},
-                          {"> /var/atTmpResult", "/var/atTmpResult"},
-                          {"sms_getmsg.sh", "/var/atresult_msg"},
-                          {"nanocom", "/var/atresult_1"}};
+             {"> /var/atTmpResult", "/var/atTmpResult"},
+             {"sms_getmsg.sh", "/var/atresult_msg"},
+             {"nanocom", "/var/atresult_1"}};
 
 /* What the daemon itself keeps from one question to the next. */
 constexpr const char *kKept[] = {"/var/tmp/runCPMSFlag", "/var/tmpUssdRunResult",
