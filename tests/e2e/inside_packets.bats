@@ -76,18 +76,4 @@ reach() {
   [ $lan$wan = 00 ]
 }
 
-# Each file of cases has the entries and the table of what they let in; "before", "then" and "after"
-# are commands for the time before the list is made, once it is, and in the end.
-@test "what each list of entries lets in" {
-  for file in "$BATS_TEST_DIRNAME"/../data/packets/*.txt; do
-    lines() { sed -n "s/^$1 //p" "$file"; }
-    mapfile -t entries < <(lines entry)
-    eval "$(lines before)"
-    access_list "${entries[@]}"
-    eval "$(lines 'then')"
-    reach < <(grep -e '^tcp ' -e '^udp ' -e '^ping ' "$file") || fail "$file" || return
-    eval "$(lines after)"
-  done
-}
-
-@test "the gateway's own connections, and those that stand" { sessions packets; }
+@test "what each list of entries lets in, the gateway's own connections, those that stand" { sessions packets; }
