@@ -129,8 +129,8 @@ session() {
   done
 }
 
-# sessions FOLDER: those of the folder of tests/data/client, each with a setup and a teardown of its own. GATEWAY_SESSION
-# names the one to run alone. Each runs, whatever another one said.
+# sessions FOLDER: those of the folder of tests/data/client, each with a setup and a teardown of its own.
+# GATEWAY_SESSION names the one to run alone. Each runs, whatever another one said.
 sessions() {
   local file failed=''
   for file in "$BATS_TEST_DIRNAME/../data/client/$1"/${GATEWAY_SESSION:-*}.txt; do

@@ -1,5 +1,5 @@
 #!/usr/bin/env bats
-# shellcheck disable=SC2086,SC2030,SC2031 # the paths have no blanks; each test is a subshell
+# shellcheck disable=SC2086,SC2034,SC2154 # the paths have no blanks; sessions use and set them
 # Ordered downloads from the server to the flash: fields, settings, informs and command lines of
 # every outcome. Runs inside the sandbox.
 load helpers
@@ -99,7 +99,8 @@ reported() {
 plain() { echo "curl --globoff --anyauth --connect-timeout 20 -u ${2:-anonymous:anonymous} -o '/tmp/${3:-zorp_image.bin}' '$1'"; }
 secure() { echo "curl --globoff --digest --insecure --connect-timeout 20 -u ${2:-anonymous:anonymous} -o '/tmp/${3:-zorp_image.bin}' '$1'"; }
 
-unflashed() { [ ! -e $FLASHED/image ] && [ ! -e $FLASHED/image.new ] || fail "an image was flashed, or half of one"; }
+# unflashed: no image, nor half of one.
+unflashed() { ! ls $FLASHED/image* >/dev/null 2>&1 || fail "an image was flashed, or half of one"; }
 
 # succeeds FETCH URL [KEY]: an order of the image is done, to the reboot.
 succeeds() {

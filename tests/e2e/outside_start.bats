@@ -1,5 +1,5 @@
 #!/usr/bin/env bats
-# shellcheck disable=SC2086,SC2030,SC2031 # the paths have no blanks; each test is a subshell
+# shellcheck disable=SC2034,SC2086 # sessions use them; the paths have no blanks
 # Boot types, what survives a restart, and starts that fail. Each session starts gateways of its own.
 load helpers
 
@@ -26,7 +26,7 @@ shown() {
 change() { gateway cfgcmd set $USERS.1.Username changed $DEVICE.ProvisioningCode BYHAND; }
 
 # For the shell inside. crash NAME: the daemon ends as in a crash.
-# shellcheck disable=SC2016,SC2034 # sessions use them
+# shellcheck disable=SC2016
 readonly CRASH='crash() { local pid; pid=$(cat /var/run/devkit/$1); kill -9 "$pid"; tail --pid="$pid" -s 0.05 -f /dev/null; }'
 
 readonly ACS=http://acs.example.com:7547/acs CUSTOMER=http://acs.example.net:7547/acs
