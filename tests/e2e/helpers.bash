@@ -112,8 +112,9 @@ does() {
 
 # session: a session on standard input; how one is written is in tests/data/client/README.md.
 session() {
-  local line command='' said=''
+  local line more command='' said=''
   while IFS= read -r line || [ -n "$command" ]; do
+    while [[ $line == *\\ ]] && IFS= read -r more; do line=${line%\\}$'\n'$more; done
     if [[ -z $line || $line == ['$%']' '* ]]; then
       [ -z "$command" ] || does "$command" "$said" </dev/null || return
       command='' said=''
@@ -128,13 +129,14 @@ session() {
   done
 }
 
-# sessions FOLDER: those of the folder of tests/data/client, each with a setup of its own. GATEWAY_SESSION
-# names the one to run alone. Each runs, whatever another one said.
+# sessions FOLDER: those of the folder of tests/data/client, each with a setup and a teardown of its own.
+# GATEWAY_SESSION names the one to run alone. Each runs, whatever another one said.
 sessions() {
   local file failed=''
   for file in "$BATS_TEST_DIRNAME/../data/client/$1"/${GATEWAY_SESSION:-*}.txt; do
     [ -e "$file" ] || continue
     setup && session <"$file" || failed+=" $file"
+    teardown
   done
   [ -z "$failed" ] || fail "failed:$failed"
 }

@@ -19,6 +19,7 @@ connection() {
   path=$(cfgcmd add $DEVICES.1.WANIPConnection)
   cfgcmd set "$path.X_CT-COM_ServiceList" "$1"
 }
+answered() { [ "$(grep -cx ok /tmp/answers)" -eq "$1" ]; }
 informs() { [ "$(cat $INFORMS)" = "$1" ]; }
 
 # tell ID PATH...: as the port manager does. The module's messages are handled in order: an answer tells
@@ -30,32 +31,4 @@ tell() {
 }
 saved() { [ "$(cfgcmd get $SAVED)" = "$1" ]; }
 
-@test "the saved list, informs by hand, the settings script" { sessions mgtsrvr; }
-
-@test "notifications arrive whichever of publisher and daemon starts first" {
-  connection TR069
-  # The daemon was there first.
-  cfgcmd publish portmgr:wan 0x100037 --text "$path"
-  until_true saved "$path,"
-  # The publisher is there first: its process runs before the daemon does, and after. What the
-  # daemon asked for before is forgotten.
-  gateway-daemon stop sysmgr
-  rm -r /var/run/tds/notify
-  mkfifo /tmp/requests
-  cfgcmd batch </tmp/requests >/tmp/answers &
-  publisher=$!
-  exec 9>/tmp/requests
-  echo "publish portmgr:wan 0x100038 --text nobody.hears.this" >&9
-  answered() { [ "$(grep -cx ok /tmp/answers)" -eq "$1" ]; }
-  until_true answered 1
-  gateway-daemon start sysmgr 9>&-
-  echo "publish portmgr:wan 0x100039 --text $path" >&9
-  until_true saved ""
-  # And once more after the daemon alone started anew.
-  gateway-daemon restart sysmgr 9>&-
-  echo "publish portmgr:wan 0x100037 --text $path" >&9
-  until_true saved "$path,"
-  exec 9>&-
-  wait $publisher
-  answered 3
-}
+@test "the saved list, who starts first, informs by hand, the settings script" { sessions mgtsrvr; }

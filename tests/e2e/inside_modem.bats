@@ -22,31 +22,7 @@ send() {
   flock $TTY nanocom $TTY 1 0
 }
 
-@test "the modem is there from the start to the end of its process" {
-  [ -c $TTY ]
-  expect 0 "2c7c 0125" cat /var/tmp/devinfo
-  gateway-daemon stop modem
-  [ ! -L $TTY ]
-  [ ! -e /var/tmp/devinfo ]
-  refused 3 'gateway-daemon start modem' modemctl state
-  refused 3 'cannot be opened' at-mngr AT
-  echo AT >/var/atcmd
-  refused 3 'cannot be opened' nanocom $TTY 1 0
-  refused 2 usage nanocom 1 0
-  [ ! -e $RESULT ]
-  # A process that was killed leaves its files: they are in nobody's way.
-  gateway-daemon start modem
-  modemctl receive --from 907 --text x
-  kill -9 "$(pid_of modem)"
-  tail --pid="$(pid_of modem)" -s 0.02 -f /dev/null
-  gateway-daemon start modem
-  expect 0 "OK|" at 'AT+CMGL=4'
-  # Nobody takes the place of one that runs.
-  refused 1 'another one serves' "$DEVKIT_BUILD/bin/modem"
-  expect 0 "OK|" at AT
-}
-
-@test "the tools" { sessions modem; }
+@test "the process, the tools, a modem that goes" { sessions modem; }
 
 @test "at-mngr's instances take turns" {
   modemctl behave slow 20
@@ -59,26 +35,4 @@ send() {
   for number in {10..29}; do
     expect 0 $'OK\r\n'"+CPBR: $number,\"1$number\",129,\"\""$'\r\n\r\nOK\r' cat "$BATS_TEST_TMPDIR/$number"
   done
-  # Whoever sends a PDU has the tty locked.
-  exec 8<>$TTY
-  flock 8
-  refused 3 'in use' at-mngr -t 0.2 AT 8>&-
-  exec 8>&-
-  expect 0 "OK|" at AT
-}
-
-@test "a modem that is gone in the middle of an answer, and comes back with what it keeps" {
-  modemctl receive --from 907 --text hello
-  modemctl behave drop --only CSCA
-  status=0
-  answer=$(at-mngr AT+CSCA? 2>"$BATS_TEST_TMPDIR/error") || status=$?
-  [ $status -eq 3 ]
-  [[ $answer == '+CSCA: "+8'* ]]
-  [[ $answer != *OK* ]]
-  grep -q 'went away' "$BATS_TEST_TMPDIR/error"
-  until_true [ ! -e /var/tmp/devinfo ] # the last that goes
-  [ ! -e $TTY ]
-  modemctl behave return
-  expect 0 "+CMGF: 0||OK|" at AT+CMGF?
-  expect 0 "1" state "['storages']['SM']['messages'].__len__()"
 }

@@ -76,41 +76,4 @@ reach() {
   [ $lan$wan = 00 ]
 }
 
-# Each file of cases has the entries and the table of what they let in; "before", "then" and "after"
-# are commands for the time before the list is made, once it is, and in the end.
-@test "what each list of entries lets in" {
-  for file in "$BATS_TEST_DIRNAME"/../data/packets/*.txt; do
-    lines() { sed -n "s/^$1 //p" "$file"; }
-    mapfile -t entries < <(lines entry)
-    eval "$(lines before)"
-    access_list "${entries[@]}"
-    eval "$(lines 'then')"
-    reach < <(grep -e '^tcp ' -e '^udp ' -e '^ping ' "$file") || fail "$file" || return
-    eval "$(lines after)"
-  done
-}
-
-@test "the gateway itself reaches its closed services" {
-  access_list
-  python3 "$PEER" probe lo4=127.0.0.1=127.0.0.1 lo6=::1=::1 own=192.168.1.1=192.168.1.1 <<'TABLE'
-tcp 23 lo own
-udp 69 lo own
-ping - lo own
-TABLE
-}
-
-@test "connections that stand go on, new ones do not" {
-  access_list "TELNET WAN - ACCEPT 3 0"
-  mkfifo "$BATS_TEST_TMPDIR/go"
-  in_host "$WAN" python3 "$PEER" hold 203.0.113.10 203.0.113.1 23 <"$BATS_TEST_TMPDIR/go" \
-    >"$BATS_TEST_TMPDIR/held" 3>&- &
-  held=$!
-  exec 4>"$BATS_TEST_TMPDIR/go"
-  until_true grep -q held "$BATS_TEST_TMPDIR/held"
-  access_list
-  reach <<<'tcp 23'
-  echo >&4
-  wait $held
-  expect 0 'held
-open' cat "$BATS_TEST_TMPDIR/held"
-}
+@test "what each list of entries lets in, the gateway's own connections, those that stand" { sessions packets; }

@@ -1,9 +1,7 @@
 // Settings as lines of text: any bytes as the backup of the settings, into nvram, and from there
 // over the tree of tests/data/request_fuzz.xml.
-#include "ams_print.h"
-#include "ams_store.h"
-#include "check.h"
 #include "nvram.h"
+#include "serve.h"
 #include "tds.h"
 
 namespace {
@@ -22,21 +20,11 @@ int CheckLine(const char *key, const char *value, void *text) {
   return -1;
 }
 
-void Load() {
-  FILE *file = fopen(FUZZ_MODEL, "re");
-  Check(file != nullptr, "no data model");
-  gptXmlTrees->root = ams_mxmlLoadFile(nullptr, file, nullptr);
-  fclose(file);
-  Check(gptXmlTrees->root != nullptr, "the data model does not load");
-}
-
 }  // namespace
 
 extern "C" int LLVMFuzzerInitialize(int *, char ***) {
-  DF_PRT_MAP[0].level = 6; /* records are made, not written */
   stdout = Nowhere();
-  gptXmlTrees = ShmPoolSrvInit();
-  Check(gptXmlTrees != nullptr, "no store: run it through script/fuzz");
+  Serve();
   return 0;
 }
 
@@ -47,7 +35,7 @@ int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
   PutFile(kBackup, text);
   (void)ams_mxml_load_to_staging(3); /* -1: there is none */
   Check(nvram_walk(NVTYPE_STAGING, "", CheckLine, &text) == 0, "nvram cannot be read");
-  Load();
+  LoadSmallModel();
   Check(update_from_nvram(gptXmlTrees->root, NVTYPE_STAGING) == 0, "a setting stops the others");
   Check(ams_get_node_value(gptXmlTrees->root, "InternetGatewayDevice", &tree) == 0,
         "the tree cannot be read");

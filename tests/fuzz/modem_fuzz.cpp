@@ -2,9 +2,9 @@
 // The first byte tells who asks, the rest are the answers, one to each question; the last one to
 // all that follow.
 #include "ams_common_api.h"
-#include "check.h"
 #include "modem_at.h"
 #include "modem_route.h"
+#include "serve.h"
 #include "sms_box.h"
 #include "sms_phonebook.h"
 #include "sms_send.h"
@@ -19,13 +19,12 @@ std::string_view answers;
 int filter; /* of a list */
 
 /* What the commands leave, in place of the shell. */
-struct Left {
+constexpr struct {
   const char *command, *file;
-};
-constexpr Left kLeft[] = {{"AT+CUSD=1", "/var/tmp/urc_ussd_file"},
-                          {"> /var/atTmpResult", "/var/atTmpResult"},
-                          {"sms_getmsg.sh", "/var/atresult_msg"},
-                          {"nanocom", "/var/atresult_1"}};
+} kLeft[] = {{"AT+CUSD=1", "/var/tmp/urc_ussd_file"},
+             {"> /var/atTmpResult", "/var/atTmpResult"},
+             {"sms_getmsg.sh", "/var/atresult_msg"},
+             {"nanocom", "/var/atresult_1"}};
 
 /* What the daemon itself keeps from one question to the next. */
 constexpr const char *kKept[] = {"/var/tmp/runCPMSFlag", "/var/tmpUssdRunResult",
@@ -94,7 +93,7 @@ void Device() {
 }  // namespace
 
 WRAPPED(int, system, const char *line) {
-  for (const Left &left : kLeft) {
+  for (const auto &left : kLeft) {
     if (strstr(line, left.command) == nullptr) continue;
     std::string_view rest = answers, answer = TakePiece(&rest, kAnswerEnd);
     PutFile(left.file, answer);
@@ -108,9 +107,7 @@ WRAPPED(unsigned, sleep, unsigned) { return 0; }
 WRAPPED(void, tds_delay, uint32_t) {}
 
 extern "C" int LLVMFuzzerInitialize(int *, char ***) {
-  for (PrtMapEntry *row = DF_PRT_MAP; row->name != nullptr; ++row) row->level = 6;
-  gptXmlTrees = ShmPoolSrvInit(); /* without a tree: no leaf is there */
-  Check(gptXmlTrees != nullptr, "no store: run it through script/fuzz");
+  Serve(); /* without a tree: no leaf is there */
   stdout = Nowhere();
   PutFile("/dev/ttyUSB3", "");
   return 0;
@@ -124,7 +121,7 @@ int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
   answers = TextOf(data + 1, size - 1);
   filter = data[0] / 8 % 4;
   asked[data[0] % 8]();
-  for (const Left &left : kLeft) (void)unlink(left.file); /* most are gone already */
+  for (const auto &left : kLeft) (void)unlink(left.file); /* most are gone already */
   for (const char *kept : kKept) (void)unlink(kept);
   return 0;
 }

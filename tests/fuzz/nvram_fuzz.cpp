@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <map>
 
-#include "ams_print.h"
 #include "check.h"
 #include "flash.h"
 
@@ -24,13 +23,18 @@ Settings Loaded(int area) {
   return loaded;
 }
 
+std::string NameOf(int area) { return "/var/nvram/area" + std::to_string(area); }
+
 /* Whatever the file is: what is loaded stands in it. */
-void LoadFile(int area, const std::string &name, std::string_view file) {
+void LoadNamed(int area, const std::string &name, const std::string &file) {
   PutFile(name.c_str(), file);
   for (const auto &[key, value] : Loaded(area))
     Check(file.find(key) != file.npos && file.find(value) != file.npos,
           "what is loaded is not the file's");
 }
+
+void LoadFile(int area, const std::string &file) { LoadNamed(area, NameOf(area), file); }
+void LoadCopy(int area, const std::string &file) { LoadNamed(area, NameOf(area) + ".1", file); }
 
 /* Stores settings, then adds changes. */
 void Store(int area, const std::string &settings, const std::string &changes) {
@@ -76,37 +80,14 @@ void LoadChanges(int area, const std::string &changes) {
   Check(Loaded(area) == model, "changed settings are read as others");
 }
 
-void Remove(const std::string &area) {
-  for (const char *name : {"", ".1", ".new", ".bad.1", ".bad.2", ".bad.3", ".bad.4"})
-    (void)unlink((area + name).c_str()); /* most are not there */
-}
-
 }  // namespace
-
-extern "C" int LLVMFuzzerInitialize(int *, char ***) {
-  DF_PRT_MAP[0].level = 6; /* records are made, not written */
-  return 0;
-}
 
 int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
   if (size == 0) return 0;
   int area = 1 + (data[0] & 1);
-  const std::string name = "/var/nvram/area" + std::to_string(area);
-  const std::string_view rest = TextOf(data + 1, size - 1);
-  switch (data[0] & 6) {
-    case 0:
-      LoadFile(area, name, rest);
-      break;
-    case 2:
-      LoadSettings(area, std::string(rest));
-      break;
-    case 4:
-      LoadFile(area, name + ".1", rest);
-      break;
-    case 6:
-      LoadChanges(area, std::string(rest));
-      break;
-  }
-  Remove(name);
+  void (*const parts[])(int, const std::string &) = {LoadFile, LoadSettings, LoadCopy, LoadChanges};
+  parts[data[0] / 2 % 4](area, std::string(TextOf(data + 1, size - 1)));
+  for (const char *name : {"", ".1", ".new", ".bad.1", ".bad.2", ".bad.3", ".bad.4"})
+    (void)unlink((NameOf(area) + name).c_str()); /* most are not there */
   return 0;
 }

@@ -3,7 +3,7 @@
 // dispatch itself sends, to nobody.
 #include "appt_dispatch.h"
 #include "appt_request.h"
-#include "check.h"
+#include "serve.h"
 #include "tds_heap.h"
 
 namespace {
@@ -28,11 +28,7 @@ const OpFuncEntry kSecond[] = {
     {"FuncList", Count}, {"FuncFails", CountAndFail}, {"FuncNone", nullptr}, {nullptr, nullptr}};
 
 void Load() {
-  FILE *file = fopen(FUZZ_MODEL, "re");
-  Check(file != nullptr, "no data model");
-  gptXmlTrees->root = ams_mxmlLoadFile(nullptr, file, nullptr);
-  fclose(file);
-  Check(gptXmlTrees->root != nullptr, "the data model does not load");
+  LoadSmallModel();
   adds = 0;
 }
 
@@ -47,9 +43,7 @@ void CheckReply(const MsgArg *arg) {
 const OpFuncEntry *const kFuncTables[] = {kFirst, kSecond, nullptr};
 
 int LLVMFuzzerInitialize(int *, char ***) {
-  DF_PRT_MAP[0].level = 6; /* records are made, not written */
-  gptXmlTrees = ShmPoolSrvInit();
-  Check(gptXmlTrees != nullptr, "no store: run it through script/fuzz");
+  Serve();
   Load();
   return 0;
 }

@@ -25,25 +25,17 @@ int LowestFree() {
 }
 
 /* What is passed: files of which not each is one that the receiver may trust. */
-enum : uint8_t {
-  PASS_NOTHING,
-  PASS_SEALED,
-  PASS_OPEN,
-  PASS_SHORT,
-  PASS_TWO,
-  PASS_DEVICE,
-  PASS_KINDS
-};
+enum : uint8_t { NOTHING, SEALED, OPEN, SHORT, TWO, DEVICE, KINDS };
 
 std::vector<int> FilesOf(uint8_t kind, size_t length) {
   std::vector<int> files;
-  if (kind == PASS_DEVICE) files.push_back(open("/dev/null", O_RDONLY | O_CLOEXEC));
-  if (kind == PASS_NOTHING || kind == PASS_DEVICE) return files;
-  for (int count = kind == PASS_TWO ? 2 : 1; count > 0; --count) {
+  if (kind == DEVICE) files.push_back(open("/dev/null", O_RDONLY | O_CLOEXEC));
+  if (kind == NOTHING || kind == DEVICE) return files;
+  for (int count = kind == TWO ? 2 : 1; count > 0; --count) {
     int file = static_cast<int>(syscall(SYS_memfd_create, "fuzz", MFD_CLOEXEC | MFD_ALLOW_SEALING));
-    Check(ftruncate(file, static_cast<off_t>(kind == PASS_SHORT ? length / 2 : length)) == 0,
+    Check(ftruncate(file, static_cast<off_t>(kind == SHORT ? length / 2 : length)) == 0,
           "no memory file");
-    if (kind != PASS_OPEN) fcntl(file, kAddSeals, kSeals);
+    if (kind != OPEN) fcntl(file, kAddSeals, kSeals);
     files.push_back(file);
   }
   return files;
@@ -112,7 +104,7 @@ int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
   uint32_t length = 0; /* of the payload, as the head has it, but no more than is made at once */
   if (--size >= sizeof(WireHead))
     memcpy(&length, record + offsetof(WireHead, length), sizeof length);
-  std::vector<int> files = FilesOf(data[0] % PASS_KINDS, length > 1 << 20 ? 1 << 16 : length);
+  std::vector<int> files = FilesOf(data[0] % KINDS, length > 1 << 20 ? 1 << 16 : length);
   Send(record, size, files);
   for (int file : files) close(file);
   int got = WireReceive(ends[1], &frame, MSG_DONTWAIT);

@@ -2,6 +2,7 @@
 """The long run: drives the gateway in which it runs with cfgcmd alone, and checks it against a plain model."""
 import argparse
 import collections
+import concurrent.futures
 import os
 import random
 import sys
@@ -132,21 +133,9 @@ def look(name):
 
 def together(tasks):
     """Runs them side by side; raises what one of them raised."""
-    raised = []
-
-    def guarded(task):
-        try:
-            task()
-        except Exception as error:  # in a thread of its own it would be printed and forgotten
-            raised.append(error)
-
-    threads = [threading.Thread(target=guarded, args=(task,)) for task in tasks]
-    for thread in threads:
-        thread.start()
-    for thread in threads:
-        thread.join()
-    if raised:
-        raise raised[0]
+    with concurrent.futures.ThreadPoolExecutor(len(tasks)) as pool:
+        for running in [pool.submit(task) for task in tasks]:
+            running.result()
 
 
 def table(run, steps, seconds):
@@ -174,8 +163,7 @@ def main():
     run, begin, step, wrong = Run(options), time.monotonic(), options.first, None
     gateway.until(lambda: "\nkillall -q smbd\n" in gateway.text_of(gateway.COMMANDS), "the last of the start")
     said = begin
-    with open(gateway.INFORMS, "a", encoding="utf-8"):
-        pass
+    open(gateway.INFORMS, "a", encoding="utf-8").close()
     try:
         while step - options.first < options.steps and time.monotonic() - begin < options.minutes * 60:
             run.step(step)

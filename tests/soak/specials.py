@@ -3,7 +3,6 @@ runs beside the parallel clients, on parameters that are nobody else's."""
 import os
 import subprocess
 import threading
-import time
 
 import gateway
 from gateway import CALLS, COMMANDS, INFORMS, Wrong, run, text_of, until, word
@@ -66,26 +65,16 @@ def messages(client, rng):
 def unplugged(client, rng):
     """The modem goes, by hand or with its process, while a message is sent; the next one is sent."""
     emptied(client)
-    dies = rng.random() < 0.5
-    pause = rng.random() / 20
-
-    def pull():
-        time.sleep(pause)  # any moment of the sending
-        if dies:
-            gateway.kill("modem")
-        else:
-            run("modemctl", "behave", "vanish")
-
-    puller = threading.Thread(target=pull)
+    go, back = rng.choice((
+        (lambda: gateway.kill("modem"), lambda: gateway.daemon("start", "modem")),
+        (lambda: run("modemctl", "behave", "vanish"), lambda: run("modemctl", "behave", "return"))))
+    puller = threading.Timer(rng.random() / 20, go)  # any moment of the sending
     puller.start()
     answer = client.ask(send("cut off"))
     puller.join()
     if answer != "ok" and "refused set" not in answer:
         raise Wrong(f"a message while the modem goes: {answer}")
-    if dies:
-        gateway.daemon("start", "modem")
-    else:
-        run("modemctl", "behave", "return")
+    back()
     emptied(client)
     text = letters(rng, 20)
     client.done(send(text))
