@@ -99,7 +99,9 @@ FILE *StreamOf(const std::string &output) {
   if (write(ends[1], output.data(), output.size()) != static_cast<ssize_t>(output.size()))
     ADD_FAILURE() << "an answer for popen() must fit into a pipe";
   close(ends[1]);
-  return fdopen(ends[0], "r");
+  FILE *answer = fdopen(ends[0], "r");
+  if (answer == nullptr) close(ends[0]);
+  return answer;
 }
 
 void RecordMessage(int32_t id, const void *data, uint32_t len) {
