@@ -19,6 +19,7 @@
 #include <fstream>
 #include <mutex>
 #include <optional>
+#include <set>
 #include <sstream>
 #include <utility>
 
@@ -33,6 +34,7 @@
 extern "C" {
 WRAPPED(int, system, const char *line);
 WRAPPED(FILE *, popen, const char *line, const char *mode);
+WRAPPED(int, pclose, FILE *stream);
 WRAPPED(int, open, const char *path, int flags, ...);
 WRAPPED(unsigned, sleep, unsigned seconds);
 WRAPPED(void, tds_delay, uint32_t ms);
@@ -56,6 +58,7 @@ std::mutex mutex;
 std::condition_variable changed;
 std::vector<std::string> commands;
 std::deque<std::optional<std::string>> answers; /* nullopt: popen fails */
+std::set<FILE *> answering;                     /* streams of answers that are open */
 std::deque<std::pair<int, int>> statuses;       /* of system(), with errno */
 std::deque<PeerMessage> messages;
 std::deque<std::string> replies; /* of the process that a synchronous call asks */
@@ -92,7 +95,7 @@ bool Ran(const std::string &line) {
   return false;
 }
 
-/* A stream to read `output` from; the C library's pclose() closes any stream. */
+/* A stream to read `output` from. */
 FILE *StreamOf(const std::string &output) {
   int ends[2];
   if (pipe(ends) != 0) return nullptr;
@@ -197,7 +200,20 @@ FILE *__wrap_popen(const char *line, const char *mode) {
       answers.pop_front();
     }
   }
-  return answer.has_value() ? StreamOf(*answer) : nullptr;
+  FILE *stream = answer.has_value() ? StreamOf(*answer) : nullptr;
+  std::lock_guard<std::mutex> lock(mutex);
+  if (stream != nullptr) answering.insert(stream);
+  return stream;
+}
+
+/* Not every C library closes a stream that its popen() did not open. */
+int __wrap_pclose(FILE *stream) {
+  bool own;
+  {
+    std::lock_guard<std::mutex> lock(mutex);
+    own = answering.erase(stream) == 1;
+  }
+  return own ? fclose(stream) : __real_pclose(stream);
 }
 
 void __wrap_tds_delay(uint32_t ms) {

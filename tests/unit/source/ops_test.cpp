@@ -16,6 +16,7 @@
 #include "modem_at.h"
 #include "nvram.h"
 #include "ops_runs.h"
+#include "ops_text.h"
 #include "refusals.h"
 #include "serviceCtrl_func.h"
 #include "sms_box.h"
@@ -41,11 +42,6 @@ void *__wrap___tds_malloc(size_t size, const char *tag) {
 }
 
 namespace {
-
-struct Record {
-  int level; /* 0: no record, a line of its own */
-  std::string text, source;
-};
 
 /* What is run, and what has to come of it; or lines that get a name. */
 struct Act {
@@ -77,90 +73,7 @@ struct Script {
   size_t allocated = 0; /* how many they had so far then */
 };
 
-/* ---- texts ---- */
-
-/* A 32-bit word, signed or not, in the machine's byte order. */
-std::string NativeWord(const std::string &number) {
-  const auto value = static_cast<int32_t>(std::stoll(number));
-  return {reinterpret_cast<const char *>(&value), sizeof value};
-}
-
-/* Escapes \n, \xHH and \wNUMBER; for a word, and {TEXT*COUNT} for a repeated text. */
-std::string Expanded(const std::string &text) {
-  std::string all;
-  for (size_t at = 0; at < text.size(); ++at) {
-    const size_t end = text[at] == '{' ? text.find('}', at) : text.npos;
-    const size_t star = end == text.npos ? end : text.rfind('*', end);
-    if (star != text.npos && star > at && isdigit(text[star + 1]) != 0) {
-      for (int count = atoi(text.c_str() + star + 1); count > 0; --count)
-        all += Expanded(text.substr(at + 1, star - at - 1));
-      at = end;
-    } else if (text.compare(at, 2, "\\n") == 0) {
-      all += '\n';
-      ++at;
-    } else if (text.compare(at, 2, "\\x") == 0) {
-      all += static_cast<char>(std::stoi(text.substr(at + 2, 2), nullptr, 16));
-      at += 3;
-    } else if (text.compare(at, 2, "\\w") == 0) {
-      const size_t stop = std::min(text.find(';', at), text.size());
-      all += NativeWord(text.substr(at + 2, stop - at - 2));
-      at = stop;
-    } else {
-      all += text[at];
-    }
-  }
-  return all;
-}
-
-/* Takes the first word off `line`. */
-std::string Word(std::string *line) {
-  const size_t blank = std::min(line->find(' '), line->size());
-  const std::string word = line->substr(0, blank);
-  line->erase(0, blank + 1);
-  return word;
-}
-
-Lines Split(const std::string &text, char separator) {
-  Lines parts;
-  std::istringstream stream(text);
-  for (std::string part; std::getline(stream, part, separator);) parts.push_back(part);
-  return parts;
-}
-
-/* "2026-11-24 21:35:21.123 default 4 open x failed!\n  @P:source/button_func,L:9.\n" and what was
-   printed without a record. */
-std::vector<Record> Records(std::string log) {
-  std::vector<Record> records;
-  while (!log.empty()) {
-    const size_t head = log.find(' ', 24), mark = log.find("  @P:");
-    const bool record = log[0] == '2' && head != log.npos && mark != log.npos;
-    const size_t end = std::min(log.find('\n', record ? mark : 0), log.size() - 1) + 1;
-    const std::string place = record ? log.substr(mark + 5, end - mark - 5) : "";
-    if (!record) records.push_back({0, log.substr(0, end), ""});
-    if (record)
-      records.push_back({log[head + 1] - '0', log.substr(head + 3, mark - head - 3),
-                         place.substr(0, place.find(','))});
-    log.erase(0, end);
-  }
-  return records;
-}
-
 /* ---- acts ---- */
-
-/* "..." stands for anything. */
-bool Fits(const std::string &expected, const std::string &text) {
-  size_t from = 0, at = 0;
-  for (size_t dots; (dots = expected.find("...", from)) != expected.npos; from = dots + 3) {
-    const std::string piece = expected.substr(from, dots - from);
-    at = text.find(piece, at);
-    if (at == text.npos || (from == 0 && at != 0)) return false;
-    at += piece.size();
-  }
-  const size_t tail = expected.size() - from;
-  return from == 0 ? expected == text
-                   : text.size() >= at + tail &&
-                         text.compare(text.size() - tail, tail, expected, from, tail) == 0;
-}
 
 /* The records of the act have to be there in their order, and all of level 4 have to be its. */
 void ExpectRecords(const Act &act, const std::string &log) {
