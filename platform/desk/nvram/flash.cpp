@@ -75,7 +75,7 @@ int OpenToRead(int folder, const std::string &name, size_t *size, std::string *w
 
 void ReadArea(int folder, int area, const std::string &name, AreaBytes *read) {
   size_t size = 0;
-  *read = {0, "", {FLASH_DAMAGED, "", {}, {}}};
+  *read = {0, "", {FLASH_DAMAGED, "", 0, {}, {}}};
   const Descriptor opened = {OpenToRead(folder, name, &size, &read->file.wrong)};
   read->error = opened.fd < 0 ? errno : ReadBytes(opened.fd, size, &read->bytes);
   if (read->error == 0)
@@ -166,11 +166,11 @@ void Remove(int folder, const std::string &name, std::string *removed) {
   if (unlinkat(folder, name.c_str(), 0) == 0) removed->append(" ").append(name);
 }
 
-/* What a file takes on the disk; 0 without one. */
+/* What a file takes on the disk, and gives back; 0 without one, or when it has another name. */
 size_t RoomOf(int folder, const std::string &name) {
   struct stat info;
   if (fstatat(folder, name.c_str(), &info, AT_SYMLINK_NOFOLLOW) != 0) return 0;
-  return static_cast<size_t>(info.st_blocks) * 512;
+  return info.st_nlink == 1 ? static_cast<size_t>(info.st_blocks) * 512 : 0;
 }
 
 /* Without room for two files more nothing could be deleted any more. What is worth least goes
@@ -215,18 +215,31 @@ int Replace(int folder, const std::string &area, const std::string &name) {
   return rc;
 }
 
-/* The file, then its copy, each in one step for a power cut. 0 or an errno: the file is as it was.
-   Without its copy the file is none the worse. */
+/* Without its copy a file is none the worse. */
+void StoreCopy(int folder, const std::string &area, std::string_view bytes) {
+  int rc = WriteNew(folder, area, true, bytes);
+  if (rc == 0) rc = Replace(folder, area, CopyName(area));
+  if (rc != 0)
+    AMS_PRINT(4, "nvram: %s/%s has no copy of its own: %s; make room there\n", kFolder,
+              area.c_str(), strerror(rc));
+}
+
+/* The file, then its copy, each in one step for a power cut. 0, or an errno: its settings are what
+   they were. */
 int StoreBytes(int folder, const std::string &area, bool sound, std::string_view bytes) {
   int rc = WriteNew(folder, area, sound, bytes);
   if (rc == 0) rc = Replace(folder, area, area);
-  if (rc != 0) return rc;
-  int copied = WriteNew(folder, area, true, bytes);
-  if (copied == 0) copied = Replace(folder, area, CopyName(area));
-  if (copied != 0)
-    AMS_PRINT(4, "nvram: %s/%s has no copy of its own: %s; make room there\n", kFolder,
-              area.c_str(), strerror(copied));
-  return 0;
+  if (rc == 0) StoreCopy(folder, area, bytes);
+  return rc;
+}
+
+/* A copy may be that of an older file: the power went between the two, or flash had no room. */
+void RenewCopy(int folder, int area, const AreaBytes &last) {
+  const std::string name = AreaName(area);
+  const std::string_view first = std::string_view(last.bytes).substr(0, last.file.first);
+  AreaBytes copy;
+  ReadArea(folder, area, CopyName(name), &copy);
+  if (!IsShortage(copy.error) && copy.bytes != first) StoreCopy(folder, name, first);
 }
 
 int Failed(const std::string &area, int rc, size_t wanted) {
@@ -354,6 +367,7 @@ int FlashLoad(int area, std::string *settings, FlashEnd *end) {
   settings->clear();
   *end = {};
   if (folder < 0) return NoFolder(errno);
+  (void)unlinkat(folder, (AreaName(area) + ".new").c_str(), 0); /* of a writing that was cut off */
   int rc = ReadBest(folder, area, &last, &sound, &lost);
   for (const auto &[key, value] : last.file.settings)
     settings->append(key).append(1, '\0').append(value).append(1, '\0');
@@ -361,7 +375,13 @@ int FlashLoad(int area, std::string *settings, FlashEnd *end) {
   if (rc == 0 && !lost.empty()) { /* written anew, else the next start says the same again */
     AMS_PRINT(4, "nvram: in %s %s\n", kFolder, lost.c_str());
     const std::string bytes = FlashWhole(area, *settings, end);
-    if (StoreBytes(folder, AreaName(area), sound, bytes) != 0) *end = {};
+    const int stored = StoreBytes(folder, AreaName(area), sound, bytes);
+    if (stored != 0) {
+      *end = {};
+      (void)Failed(AreaName(area), stored, bytes.size()); /* the gateway starts all the same */
+    }
+  } else if (rc == 0 && last.file.state == FLASH_SOUND) {
+    RenewCopy(folder, area, last);
   }
   return rc;
 }

@@ -127,6 +127,7 @@ bool TakeWhole(int area, std::string_view bytes, FlashContent *file) {
   if (size < kWholeHeadSize + kFlashTailSize ||
       bytes.substr(0, kWholeHeadSize) != WholeHead(area, size))
     return file->wrong = "its head is not that of this area", false;
+  file->first = size;
   return TakePart(bytes.substr(0, size), kWholeHeadSize, TakeSetting, file);
 }
 

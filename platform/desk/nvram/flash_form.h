@@ -37,6 +37,7 @@ enum FlashState {
 struct FlashContent {
   FlashState state;
   std::string wrong;  // for people
+  size_t first;       // bytes of its first part
   std::map<std::string_view, std::string_view> settings;
   FlashEnd end;
 };

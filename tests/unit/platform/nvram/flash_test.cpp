@@ -116,6 +116,8 @@ TEST(Flash, WhatIsUsedInstead) {
     ASSERT_EQ(system(("cd /var/nvram; bash -c '" + command + "'").c_str()), 0);
     ExpectUsed(used.at(row.substr(arrow + 4, colon - arrow - 4)),
                colon == row.npos ? "" : row.substr(colon + 2));
+    const std::string file = FileBytes("area1"), copy = FileBytes("area1.1");
+    EXPECT_TRUE(file.substr(0, copy.size()) == copy && file.empty() == copy.empty());
     FlashEnd end;
     int folder = FlashLock();
     EXPECT_EQ(FlashStore(folder, 1, "k" + std::string(2, '\0'), &end), 0);
