@@ -65,11 +65,12 @@ void FolderChanged(Module *module, int watch) {
 }
 
 void FolderServe(Module *module) {
-  bool known = module->folder_gone;
-  module->folder_gone = ServeMissing(module) != 0;
-  if (!module->folder_gone) return NotifyAskAgain(module);
-  if (!known)
+  const bool known = module->folder_gone;
+  module->folder_gone = true; /* until all of it is done, also when memory for the rest lacks */
+  TidyBy(module, MonotonicMs() + kAgain);
+  if (ServeMissing(module) == 0 && NotifyAskAgain(module) == 0)
+    module->folder_gone = false;
+  else if (!known)
     AMS_PRINT(4, "%s: %s cannot be made anew: %s", module->name.c_str(), kTdsFolder,
               strerror(errno));
-  TidyBy(module, MonotonicMs() + kAgain);
 }

@@ -72,7 +72,7 @@ WatchKey ModuleWatch(Module *module, WatchKind kind, int fd);
 void TidyBy(Module *module, uint64_t time);
 
 /* Asks once more for all that the module has asked for. */
-void NotifyAskAgain(Module *module);
+int NotifyAskAgain(Module *module);
 
 /* The table's row for `id`, or NULL. */
 const MsgEntry *ModuleRow(const Module *module, uint32_t id);

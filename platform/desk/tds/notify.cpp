@@ -98,8 +98,11 @@ int Logged(const char *call, Work work) {
 
 }  // namespace
 
-void NotifyAskAgain(Module *module) {
-  for (const auto &[id, publisher] : module->asked) (void)MakeFile(id, publisher); /* logged */
+int NotifyAskAgain(Module *module) {
+  int result = 0;
+  for (const auto &[id, publisher] : module->asked)
+    if (MakeFile(id, publisher) != 0) result = -1;
+  return result;
 }
 
 int TDS_RegisterNotifyList(uint32_t id, const char *publisher) {
