@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cstring>
 #include <memory_resource>
+#include <new>
 
 #include "ams_store.h"
 #include "cfgcmd.h"
@@ -82,8 +83,10 @@ Outcome Tree(const Words &words, const Options &options) {
   if (!Attach()) return kNoStore;
   std::string path = words.empty() ? kRoot : Bare(words[0]);
   Rows all;
-  if (ams_desk_walk(path.c_str(), true, AddRow, &all) != 0)
+  if (ams_desk_walk(path.c_str(), true, AddRow, &all) != 0) {
+    if (ams_check_node(gptXmlTrees->root, path.c_str()) >= 0) throw std::bad_alloc();
     return {EXIT_REFUSED, "no parameter \"" + path + "\": \"cfgcmd tree\" lists what there is"};
+  }
   return {EXIT_DONE, options.json ? RowsAsJson(all.rows) : Columns(all.rows)};
 }
 

@@ -3,6 +3,7 @@
 
 #include <cctype>
 #include <cstring>
+#include <new>
 #include <string_view>
 
 #include "ams_common_api.h"
@@ -141,7 +142,8 @@ int VisitForAsks(const AmsDeskNode &node, void *context) {
 /* The topmost nodes below `url`, which no module serves itself, that one serves by op functions. */
 void FindAsks(const std::string &url, std::vector<Ask> *asks) {
   Asks all;
-  (void)ams_desk_walk(url.c_str(), false, VisitForAsks, &all); /* the node was found before */
+  /* The node was found before: what lacks now is memory, or the node is just gone. */
+  if (ams_desk_walk(url.c_str(), false, VisitForAsks, &all) < 0) throw std::bad_alloc();
   for (size_t at = 0; at < all.found.size(); ++at)
     if (all.has_op[at]) asks->push_back(std::move(all.found[at]));
 }

@@ -21,7 +21,8 @@ using AmsDeskVisit = int (*)(const AmsDeskNode &node, void *context);
 
 /* Calls `visit` for the node and all below it, in the file's order, without its leaves or with
    them, on a snapshot, which is kept meanwhile: `visit` must not wait, nor write. It ends the walk
-   by returning non-zero. Returns that value, else 0; -1: there is no such node. Any thread. */
+   by returning non-zero. Returns that value, else 0; -1: there is no such node, or no
+   memory (logged). Any thread. */
 int ams_desk_walk(const char *path, bool leaves, AmsDeskVisit visit, void *context);
 
 /* Whether the leaf `path` may have `value`: its "check" attribute names `form`, or, without one,

@@ -10,7 +10,6 @@
 #include <fstream>
 #include <map>
 #include <optional>
-#include <sstream>
 
 #include "appt_dispatch.h"
 #include "modem_at.h"
