@@ -88,11 +88,13 @@ traced() { ! grep -q '^TracerPid:[[:blank:]]*0$' /proc/"$1"/task/*/status; }
 # dies WHO LEAF CALL NOW TOLD: a process that is killed at this call of its set of a leaf. What is told, and read
 # then, stays so when all is started anew without the power.
 dies() {
+  local pid
+  pid=$(pid_of $1)
   cfgcmd set $2 before
-  strace -f -o /dev/null -p "$(pid_of $1)" -e trace=fsync,flock -e inject=$3 3>&- >/dev/null &
-  until_true traced "$(pid_of $1)"
+  strace -f -o /dev/null -p "$pid" -e trace=fsync,flock -e inject=$3 3>&- >/dev/null &
+  until_true traced "$pid"
   refused 1 "died before it answered: $5" cfgcmd set $2 after &&
-    gateway-daemon start $1 && expect 0 $4 cfgcmd get $2 &&
+    until_true [ ! -e "/proc/$pid" ] && gateway-daemon start $1 && expect 0 $4 cfgcmd get $2 &&
     gateway-daemon stop sysmgr && gateway-daemon stop dbmgr && rm -r /dev/shm/* &&
     gateway-daemon start dbmgr && gateway-daemon start sysmgr && expect 0 $4 cfgcmd get $2
 }
