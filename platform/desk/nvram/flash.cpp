@@ -6,6 +6,7 @@
 #include <fcntl.h>
 #include <sys/file.h>
 #include <sys/stat.h>
+#include <sys/statvfs.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -337,6 +338,15 @@ int Add(int folder, const std::string &area, int fd, std::string_view changes, s
   return 0;
 }
 
+/* Whether the file is to be written anew. Without room for that beside it changes still are added
+   to it, as far as a file may grow. */
+bool IsOutgrown(int folder, const FlashEnd &end) {
+  struct statvfs disk;
+  if (end.size <= 2 * end.settings + kOutgrown) return false;
+  if (end.size > kFlashFileMax / 2 || fstatvfs(folder, &disk) != 0) return true;
+  return disk.f_bavail * disk.f_frsize >= 2 * end.settings;
+}
+
 }  // namespace
 
 int FlashLock() {
@@ -402,7 +412,7 @@ int FlashAdd(int folder, int area, const std::string &changes, size_t settings, 
       openat(folder, name.c_str(), access | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC)};
   if (file.fd < 0 || !EndsAt(file.fd, *end)) return FLASH_ANEW;
   if (changes.empty()) return 0;
-  if (end->size > 2 * end->settings + kOutgrown) return FLASH_ANEW;
+  if (IsOutgrown(folder, *end)) return FLASH_ANEW;
   return Add(folder, name, file.fd, changes, settings, end);
 }
 

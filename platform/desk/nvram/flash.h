@@ -21,8 +21,8 @@ int FlashLoad(int area, std::string *settings, FlashEnd *end);
 /* Adds the changes of a commit to a file that ends at `end`, in one step for a power cut;
    `settings` is what all settings take with them. 0, also when there are none: `end` is how it ends
    now. -1 (logged): the last commit stands. FLASH_ANEW: the file does not end there, or is too
-   long: it is to be written anew first. When flash is full, gives up the damaged files that are
-   kept, then the copy.
+   long and there is room for another: it is to be written anew first. When flash is full, gives up
+   the damaged files that are kept, then the copy.
  */
 enum { FLASH_ANEW = 1 };
 int FlashAdd(int folder, int area, const std::string &changes, size_t settings, FlashEnd *end);

@@ -159,4 +159,23 @@ TEST(Flash, AFullFlashGivesUpWhatIsWorthLess) {
   EXPECT_EQ(umount("/var/nvram"), 0);
 }
 
+/* An outgrown file is written anew where there is room for that, else added to. */
+TEST(Flash, AnOutgrownFileNeedsNoRoomForAnother) {
+  const std::string kNul(1, '\0'), large(7000, 'x'), change = "a" + kNul + "=" + large + kNul;
+  FlashEnd end;
+  NewBoard();
+  ASSERT_EQ(mount("none", "/var/nvram", "tmpfs", 0, "size=84k"), 0);
+  const int folder = FlashLock();
+  EXPECT_EQ(FlashStore(folder, 1, "a" + kNul + large + kNul, &end), 0);
+  int added = 0;
+  while (added < 10 && FlashAdd(folder, 1, change, 7003, &end) == 0) ++added;
+  EXPECT_EQ(added, 4) << "it is 35 KB long then, of 7";
+  WriteBytes("other", std::string(32 << 10, 'o'));
+  EXPECT_EQ(FlashAdd(folder, 1, change, 7003, &end), 0) << "8 KB are left";
+  unlink("/var/nvram/other");
+  EXPECT_EQ(FlashAdd(folder, 1, change, 7003, &end), FLASH_ANEW);
+  FlashUnlock(folder);
+  EXPECT_EQ(umount("/var/nvram"), 0);
+}
+
 }  // namespace
