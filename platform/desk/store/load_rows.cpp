@@ -3,7 +3,6 @@
 #include "load_rows.h"
 
 #include <algorithm>
-#include <cstdio>
 #include <cstdlib>
 
 #include "attributes.h"
@@ -266,10 +265,11 @@ int EmitRows(Loader *loader, const Element &array, const std::vector<Row> &rows)
   ++loader->instances;
   for (const Row &row : rows) {
     auto append = [&] {
-      char digits[16];
+      const size_t before = loader->key.length;
+      if (KeyAppendNumber(&loader->key, row.number) != 0) return -1;
       loader->path_length +=
-          1 + static_cast<size_t>(snprintf(digits, sizeof digits, "%u", row.number));
-      return KeyAppendNumber(&loader->key, row.number);
+          loader->key.length - before - 1; /* its count of digits is in no path */
+      return 0;
     };
     int rc = Below(loader, row.node, row.number, 4, append,
                    [&] { return Emit(loader, *array.row, row.node, true); });
@@ -331,7 +331,7 @@ int Emit(Loader *loader, const Element &element, pugi::xml_node given, bool is_r
 
 /* What sorts behind the tree: its format, the attribute sets, templates and notify attributes. */
 int PutLater(Loader *loader) {
-  loader->later.emplace_back(std::string(1, static_cast<char>(KEY_FORMAT)), "1");
+  loader->later.emplace_back(std::string(1, static_cast<char>(KEY_FORMAT)), kFormat);
   for (const auto &set : loader->sets)
     loader->later.emplace_back(KeyText(AttributesKey(set.second.number)), set.first);
   std::sort(loader->later.begin(), loader->later.end());
@@ -348,7 +348,7 @@ int LoadRows(Loader *loader, pugi::xml_node root) {
   loader->path_length = strlen(root.name());
   if (LoadElement(loader, root, false, &tree) != 0) return -1;
   if (tree.kind != KIND_OBJECT) return LoadRefuse(loader, root, "its type can only be \"object\"");
-  if (KeyAppend(&loader->key, root.name(), loader->path_length) != 0) return -1;
+  loader->key.bytes[loader->key.length++] = KEY_ROOT;
   if (Emit(loader, tree, pugi::xml_node(), false) != 0) return -1;
   return PutLater(loader);
 }

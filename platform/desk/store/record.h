@@ -67,5 +67,13 @@ inline int RecordParse(const MDB_val &data, Record *record) {
 
 constexpr size_t kRecordMax = sizeof(RecordHead) + kKeyMax * 2 + AMS_VALUE_MAX;
 
+/* Of a node in an object, where it stands among those beside it. */
+inline uint32_t RecordPlace(const Record &record) {
+  const size_t length = record.head.order_length;
+  return length < 2
+             ? 0
+             : static_cast<uint32_t>(record.order[length - 2] << 8 | record.order[length - 1]);
+}
+
 /* Writes a record's bytes with another value. Returns their number, 0: there is no room. */
 size_t RecordBuild(const Record &record, std::string_view value, uint8_t bytes[kRecordMax]);

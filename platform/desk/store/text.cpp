@@ -14,6 +14,76 @@ namespace {
 constexpr char kChangedData[] = ".ALL_CHANGED_DATA";
 constexpr char kTag[] = "ams_text"; /* of the heap's table */
 
+char *NewText(size_t size) {
+  char *text = static_cast<char *>(__tds_malloc(size, kTag));
+  if (text == nullptr) AMS_PRINT(4, "store: no memory for a text of %zu bytes\n", size);
+  return text;
+}
+
+/* ---- an object that has but a few leaves, as most that are read ---- */
+
+struct FewLeaves {
+  struct Leaf {
+    const uint8_t *name;
+    const char *value;
+    size_t name_length, length;
+  };
+  static constexpr size_t kMost = 64;
+  size_t count, size; /* of the text with its NUL */
+  Leaf leaf[kMost];
+  uint32_t in_file[kMost]; /* the place there, and the leaf in the lowest byte */
+};
+
+/* False when there is more: of objects below it, or of leaves. */
+bool AddLeaf(FewLeaves *leaves, const MDB_val &key, size_t top_length, const MDB_val &data) {
+  Record record;
+  if (static_cast<uint8_t *>(key.mv_data)[top_length] != KEY_LEAF) return false;
+  if (leaves->count == FewLeaves::kMost || RecordParse(data, &record) != 0) return false;
+  const size_t name = top_length + 1, number = leaves->count++;
+  leaves->leaf[number] = {static_cast<uint8_t *>(key.mv_data) + name, record.value,
+                          key.mv_size - name, record.length};
+  leaves->size += key.mv_size - name + record.length + 2;
+  const uint32_t place = RecordPlace(record) << 8 | static_cast<uint32_t>(number);
+  size_t at = number;
+  for (; at > 0 && leaves->in_file[at - 1] > place; --at)
+    leaves->in_file[at] = leaves->in_file[at - 1];
+  leaves->in_file[at] = place;
+  return true;
+}
+
+/* 0, or -1: there is no such node, or it cannot be read (logged). FEW_NOT: it is something else. */
+enum { FEW_NOT = 1 };
+int GatherFew(MDB_txn *txn, const Key &top, FewLeaves *leaves) {
+  TreeCursor cursor;
+  MDB_val key = KeyVal(top), data;
+  leaves->count = leaves->size = 0;
+  if (TreeOpenCursor(txn, &cursor) != 0) return -1;
+  int rc = mdb_cursor_get(cursor.get(), &key, &data, MDB_SET);
+  if (rc != 0) return rc == MDB_NOTFOUND ? -1 : TreeFailed("reading", rc);
+  while ((rc = mdb_cursor_get(cursor.get(), &key, &data, MDB_NEXT)) == 0 &&
+         key.mv_size > top.length && KeyBelow(key, top.bytes, top.length))
+    if (!AddLeaf(leaves, key, top.length, data)) return FEW_NOT;
+  return rc == 0 || rc == MDB_NOTFOUND ? 0 : TreeFailed("reading", rc);
+}
+
+int JoinFew(const FewLeaves &leaves, char **text) {
+  char *out = *text = NewText(leaves.size + 1);
+  if (out == nullptr) return -1;
+  for (size_t at = 0; at < leaves.count; ++at) {
+    const FewLeaves::Leaf &leaf = leaves.leaf[leaves.in_file[at] & 0xff];
+    if (at != 0) *out++ = AMS_SEPARATOR;
+    memcpy(out, leaf.name, leaf.name_length);
+    out += leaf.name_length;
+    *out++ = '=';
+    memcpy(out, leaf.value, leaf.length);
+    out += leaf.length;
+  }
+  *out = '\0';
+  return 0;
+}
+
+/* ---- any node ---- */
+
 char *WriteLeaf(char *out, const Found &leaf, size_t top_length, FoundObject *object) {
   out += FoundPath(leaf.key + top_length, leaf.key_length - top_length, object, out);
   *out++ = '=';
@@ -25,11 +95,8 @@ char *WriteLeaf(char *out, const Found &leaf, size_t top_length, FoundObject *ob
 int JoinLeaves(const std::vector<Found> &leaves, size_t top_length, char **text) {
   size_t size = 1;
   for (const Found &leaf : leaves) size += leaf.key_length - top_length + leaf.record.length + 2;
-  char *out = *text = static_cast<char *>(__tds_malloc(size, kTag));
-  if (out == nullptr) {
-    AMS_PRINT(4, "store: no memory for a text of %zu bytes\n", size);
-    return -1;
-  }
+  char *out = *text = NewText(size);
+  if (out == nullptr) return -1;
   FoundObject object = {};
   for (size_t at = 0; at < leaves.size(); ++at) {
     FoundFetch(leaves, at);
@@ -47,16 +114,6 @@ int LeafAlone(MDB_txn *txn, Key *key, std::vector<Found> *leaves) {
   if (TreeFind(txn, *key, &record) != 0) return -1;
   leaves->push_back({0, key->bytes, key->length, record});
   return 0;
-}
-
-/* The leaves that a node's text has, in the file's order; the node itself when it is a leaf. Their
-   keys share `top` bytes that the text leaves out. */
-int LeavesOf(MDB_txn *txn, const char *path, Key *key, std::vector<Found> *leaves, size_t *top) {
-  if (TreeKey(path, KEY_NODE, key) != 0) return -1;
-  *top = key->length;
-  if (TreeGather(txn, *key, TREE_LEAVES, leaves) == 0) return 0;
-  *top = key->last;
-  return LeafAlone(txn, key, leaves);
 }
 
 void AppendPair(std::string *text, std::string_view name, std::string_view value) {
@@ -94,10 +151,14 @@ int HandOut(const std::string &built, char **text) {
 
 int ReadAttributes(MDB_txn *txn, const char *path, char **text) {
   Key key;
-  size_t top;
   std::string built;
   std::vector<Found> leaves;
-  if (LeavesOf(txn, path, &key, &leaves, &top) != 0) return -1;
+  if (TreeKey(path, KEY_NODE, &key) != 0) return -1;
+  size_t top = key.length; /* bytes of their keys that the text leaves out */
+  if (TreeGather(txn, key, TREE_LEAVES, &leaves) != 0) {
+    if (LeafAlone(txn, &key, &leaves) != 0) return -1;
+    top = key.last;
+  }
   for (const Found &leaf : leaves) AppendWithAttributes(txn, leaf, top, &built);
   return HandOut(built, text);
 }
@@ -145,9 +206,14 @@ int ams_get_node_value(struct AmsTree *root, const char *path, char **text) {
   if (root == nullptr) return -1;
   return TreeRead([=](MDB_txn *txn) {
     Key key;
-    size_t top;
+    FewLeaves few;
     std::vector<Found> leaves;
-    return LeavesOf(txn, path, &key, &leaves, &top) == 0 ? JoinLeaves(leaves, top, text) : -1;
+    if (TreeKey(path, KEY_NODE, &key) != 0) return -1;
+    const int rc = GatherFew(txn, key, &few);
+    if (rc == 0) return JoinFew(few, text);
+    if (rc == FEW_NOT && TreeGather(txn, key, TREE_LEAVES, &leaves) == 0)
+      return JoinLeaves(leaves, key.length, text);
+    return LeafAlone(txn, &key, &leaves) == 0 ? JoinLeaves(leaves, key.last, text) : -1;
   });
 }
 
