@@ -343,7 +343,12 @@ int Emit(Loader *loader, const Element &element, const Given &given, bool is_row
     row = &laid;
   }
   if (element.kind == KIND_ARRAY) return EmitArray(loader, element, *row, given);
-  if (PutRow(loader, *row, {}) != 0) return -1;
+  auto is_leaf = [](const Element &child) { return child.kind >= KIND_LEAF; };
+  auto leaves_end = std::partition_point(element.children.begin(), element.children.end(), is_leaf);
+  const ObjectCounts counts = {static_cast<uint16_t>(leaves_end - element.children.begin()),
+                               static_cast<uint16_t>(element.children.end() - leaves_end)};
+  if (PutRow(loader, *row, {reinterpret_cast<const char *>(&counts), sizeof counts}) != 0)
+    return -1;
   return EmitObject(loader, element, given);
 }
 

@@ -35,13 +35,13 @@ struct FewLeaves {
   size_t size;      /* of the text */
 };
 
-/* False when there is more: of objects below it, or of what stands in it. */
+/* False: it is no leaf of the object whose key has `top_length` bytes, which cannot be. */
 bool AddLeaf(FewLeaves *leaves, const MDB_val &key, size_t top_length, const MDB_val &data) {
   Record record;
-  const uint8_t *name = static_cast<uint8_t *>(key.mv_data) + top_length;
-  if (*name++ != KEY_LEAF || RecordParse(data, &record) != 0) return false;
+  if (key.mv_size <= top_length || RecordParse(data, &record) != 0) return false;
   const size_t place = RecordPlace(record), name_length = key.mv_size - top_length - 1;
   if (place >= FewLeaves::kMost) return false;
+  const uint8_t *name = static_cast<uint8_t *>(key.mv_data) + top_length + 1;
   leaves->leaf[place] = {name, record.value, name_length, record.length};
   leaves->there |= uint64_t{1} << place;
   leaves->size += name_length + record.length + 2;
@@ -61,16 +61,22 @@ void FetchBelow(const void *row) {
 enum { FEW_NOT = 1 };
 int GatherFew(MDB_txn *txn, const Key &top, FewLeaves *leaves) {
   TreeCursor cursor;
+  Record object;
   MDB_val key = KeyVal(top), data;
   leaves->there = leaves->size = 0;
   if (TreeOpenCursor(txn, &cursor) != 0) return -1;
   int rc = mdb_cursor_get(cursor.get(), &key, &data, MDB_SET);
   if (rc != 0) return rc == MDB_NOTFOUND ? -1 : TreeFailed("reading", rc);
   FetchBelow(data.mv_data);
-  while ((rc = mdb_cursor_get(cursor.get(), &key, &data, MDB_NEXT)) == 0 &&
-         key.mv_size > top.length && KeyBelow(key, top.bytes, top.length))
+  if (RecordParse(data, &object) != 0 || object.head.kind != KIND_OBJECT) return FEW_NOT;
+  const ObjectCounts counts = RecordChildren(object);
+  if (counts.nodes != 0 || counts.leaves > FewLeaves::kMost) return FEW_NOT;
+  for (int left = counts.leaves; left > 0; --left) { /* they come right behind */
+    if ((rc = mdb_cursor_get(cursor.get(), &key, &data, MDB_NEXT)) != 0)
+      return TreeFailed("reading", rc);
     if (!AddLeaf(leaves, key, top.length, data)) return FEW_NOT;
-  return rc == 0 || rc == MDB_NOTFOUND ? 0 : TreeFailed("reading", rc);
+  }
+  return 0;
 }
 
 /* memcpy without a call for what names and values mostly are: eight to sixteen bytes. */
