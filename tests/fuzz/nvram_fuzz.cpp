@@ -41,8 +41,8 @@ void Store(int area, const std::string &settings, const std::string &changes) {
   FlashEnd end;
   int folder = FlashLock();
   Check(folder >= 0, "there is no lock");
-  Check(FlashStore(folder, area, settings, &end) == 0, "settings are not stored");
-  Check(FlashAdd(folder, area, changes, settings.size(), &end) == 0, "changes are not stored");
+  Check(FlashStore(area, settings, &end) == 0, "settings are not stored");
+  Check(FlashAdd(area, changes, settings.size(), &end) == 0, "changes are not stored");
   FlashUnlock(folder);
 }
 

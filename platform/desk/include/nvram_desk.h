@@ -16,7 +16,9 @@ int nvram_desk_read(int type, const std::string &key, std::optional<std::string>
 
 /* Makes all changes to area `type`, in order, and commits the area: one step for every reader and
    for a power cut, whenever the caller or the power ends. What was set before and is not committed
-   yet is committed with it. Keys and values as in nvram.h, without NUL bytes. 0, also when nothing
-   had to be changed (flash is not written then); -1 (logged), as when flash is full: nothing is
-   changed. Any thread of any process. */
-int nvram_desk_apply(int type, const std::vector<NvramChange> &changes);
+   yet is committed with it. `before`, unless it is NULL, gets what takes the changes back again.
+   Keys and values as in nvram.h, without NUL bytes. 0, also when nothing had to be changed (flash
+   is not written then); -1 (logged), as when flash is full: nothing is changed. Any thread of any
+   process. */
+int nvram_desk_apply(int type, const std::vector<NvramChange> &changes,
+                     std::vector<NvramChange> *before = nullptr);

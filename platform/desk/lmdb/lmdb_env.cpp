@@ -36,21 +36,28 @@ int OpenDatabase(LmdbEnv *opened) {
   return rc;
 }
 
+int ReadDatabase(MDB_txn *txn, MDB_dbi dbi) {
+  MDB_cursor *cursor = nullptr;
+  MDB_val key, found;
+  unsigned sum = 0;
+  int rc = mdb_cursor_open(txn, dbi, &cursor);
+  while (rc == 0 && (rc = mdb_cursor_get(cursor, &key, &found, MDB_NEXT)) == 0)
+    for (size_t at = 0; at < found.mv_size; ++at)
+      sum += static_cast<const volatile unsigned char *>(found.mv_data)[at];
+  (void)sum; /* the bytes were touched, that is all */
+  return rc == MDB_NOTFOUND ? 0 : rc;
+}
+
+/* The library's list of free pages, too: the next write takes its pages from there. */
 int ReadAll(const LmdbEnv &opened, const char *key, const char *value) {
   MDB_txn *txn = nullptr;
-  MDB_cursor *cursor = nullptr;
-  MDB_val found_key, found = LmdbVal(nullptr, 0), wanted = LmdbVal(key, strlen(key));
+  MDB_val found = LmdbVal(nullptr, 0), wanted = LmdbVal(key, strlen(key));
   int rc = LmdbBegin(opened, MDB_RDONLY, &txn);
   if (rc == 0) rc = mdb_get(txn, opened.dbi, &wanted, &found);
   if (rc == 0 && (found.mv_size != strlen(value) || memcmp(found.mv_data, value, found.mv_size)))
     rc = MDB_CORRUPTED;
-  unsigned sum = 0;
-  if (rc == 0 && (rc = mdb_cursor_open(txn, opened.dbi, &cursor)) == 0)
-    while ((rc = mdb_cursor_get(cursor, &found_key, &found, MDB_NEXT)) == 0)
-      for (size_t at = 0; at < found.mv_size; ++at)
-        sum += static_cast<const volatile unsigned char *>(found.mv_data)[at];
-  (void)sum; /* the bytes were touched, that is all */
-  return rc == MDB_NOTFOUND && cursor != nullptr ? 0 : rc;
+  if (rc == 0) rc = ReadDatabase(txn, opened.dbi);
+  return rc == 0 ? ReadDatabase(txn, 0) : rc;
 }
 
 int verdict_pipe; /* of a process that checks: where it tells what it found */

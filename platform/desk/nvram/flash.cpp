@@ -90,9 +90,11 @@ bool IsShortage(int error) { return error == EMFILE || error == ENFILE || error 
 
 /* A descriptor of the folder, made when it is not there; or -1 with errno. */
 int OpenFolder() {
+  constexpr int kHow = O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC;
   struct stat info = {};
-  if (mkdir(kFolder, 0700) != 0 && errno != EEXIST) return -1;
-  int folder = open(kFolder, O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC);
+  int folder = open(kFolder, kHow);
+  if (folder < 0 && errno == ENOENT && (mkdir(kFolder, 0700) == 0 || errno == EEXIST))
+    folder = open(kFolder, kHow);
   if (folder < 0) return -1;
   if (fstat(folder, &info) == 0 && info.st_uid == geteuid()) return folder;
   close(folder);
@@ -109,6 +111,12 @@ int NoFolder(int error) {
 }
 
 std::string AreaName(int area) { return "area" + std::to_string(area); }
+
+/* Without its folder: a commit has nothing else to do there, and each one pays for this. */
+int OpenArea(int area, int how) {
+  const std::string path = kFolder + ("/" + AreaName(area));
+  return open(path.c_str(), how | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC);
+}
 
 std::string CopyName(const std::string &area) { return area + ".1"; }
 
@@ -303,7 +311,7 @@ bool EndsAt(int fd, const FlashEnd &end) {
   struct stat info;
   char tail[kFlashTailSize];
   if (end.size == 0 || fstat(fd, &info) != 0 || !S_ISREG(info.st_mode)) return false;
-  return info.st_size == static_cast<off_t>(end.size) &&
+  return info.st_uid == geteuid() && info.st_size == static_cast<off_t>(end.size) &&
          pread(fd, tail, sizeof tail, info.st_size - static_cast<off_t>(sizeof tail)) ==
              static_cast<ssize_t>(sizeof tail) &&
          std::string_view(tail, sizeof tail) == FlashTail(end.sum);
@@ -315,23 +323,22 @@ int CutAt(int fd, const FlashEnd &end) {
 
 /* Adds to the end of a file; 0 or an errno: it ends where it did, or else the next commit sees
    that it does not. */
-int AddBytes(int folder, const std::string &area, int fd, std::string_view bytes,
-             const FlashEnd &end) {
+int AddBytes(const std::string &area, int fd, std::string_view bytes, const FlashEnd &end) {
   int rc = WriteBytes(fd, bytes);
   if (rc != 0 && CutAt(fd, end) != 0) return rc; /* nothing may be added behind that */
-  if (!IsFull(rc) || GiveUp(folder, area, true, 0, bytes.size()) != 0) return rc;
+  if (!IsFull(rc)) return rc;
+  const Descriptor folder = {OpenFolder()};
+  if (folder.fd < 0 || GiveUp(folder.fd, area, true, 0, bytes.size()) != 0) return rc;
   rc = WriteBytes(fd, bytes);
   if (rc != 0) (void)CutAt(fd, end);
   return rc;
 }
 
-int Add(int folder, const std::string &area, int fd, std::string_view changes, size_t settings,
-        FlashEnd *end) {
+int Add(const std::string &area, int fd, std::string_view changes, size_t settings, FlashEnd *end) {
   FlashEnd after = *end;
   const std::string part = FlashPart(changes, &after);
-  int rc = settings > kFlashMax && settings > end->settings
-               ? EFBIG
-               : AddBytes(folder, area, fd, part, *end);
+  int rc =
+      settings > kFlashMax && settings > end->settings ? EFBIG : AddBytes(area, fd, part, *end);
   if (rc != 0) return Failed(area, rc, part.size());
   after.settings = settings;
   *end = after;
@@ -340,10 +347,10 @@ int Add(int folder, const std::string &area, int fd, std::string_view changes, s
 
 /* Whether the file is to be written anew. Without room for that beside it changes still are added
    to it, as far as a file may grow. */
-bool IsOutgrown(int folder, const FlashEnd &end) {
+bool IsOutgrown(int fd, const FlashEnd &end) {
   struct statvfs disk;
   if (end.size <= 2 * end.settings + kOutgrown) return false;
-  if (end.size > kFlashFileMax / 2 || fstatvfs(folder, &disk) != 0) return true;
+  if (end.size > kFlashFileMax / 2 || fstatvfs(fd, &disk) != 0) return true;
   return disk.f_bavail * disk.f_frsize >= 2 * end.settings;
 }
 
@@ -396,31 +403,30 @@ int FlashLoad(int area, std::string *settings, FlashEnd *end) {
   return rc;
 }
 
-int FlashStore(int folder, int area, const std::string &settings, FlashEnd *end) {
+int FlashStore(int area, const std::string &settings, FlashEnd *end) {
   const std::string name = AreaName(area), bytes = FlashWhole(area, settings, end);
+  const Descriptor opened = {OpenFolder()};
+  const int folder = opened.fd;
   AreaBytes last;
+  if (folder < 0) return Failed(name, errno, bytes.size());
   ReadArea(folder, area, name, &last);
   int rc = IsShortage(last.error) ? last.error : settings.size() > kFlashMax ? EFBIG : 0;
   if (rc == 0) rc = StoreBytes(folder, name, last.file.state != FLASH_DAMAGED, bytes);
   return rc == 0 ? 0 : Failed(name, rc, bytes.size());
 }
 
-int FlashAdd(int folder, int area, const std::string &changes, size_t settings, FlashEnd *end) {
-  const std::string name = AreaName(area);
-  const int access = changes.empty() ? O_RDONLY : O_RDWR | O_APPEND;
-  const Descriptor file = {
-      openat(folder, name.c_str(), access | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC)};
+int FlashAdd(int area, const std::string &changes, size_t settings, FlashEnd *end) {
+  const Descriptor file = {OpenArea(area, changes.empty() ? O_RDONLY : O_RDWR | O_APPEND)};
   if (file.fd < 0 || !EndsAt(file.fd, *end)) return FLASH_ANEW;
   if (changes.empty()) return 0;
-  if (IsOutgrown(folder, *end)) return FLASH_ANEW;
-  return Add(folder, name, file.fd, changes, settings, end);
+  if (IsOutgrown(file.fd, *end)) return FLASH_ANEW;
+  return Add(AreaName(area), file.fd, changes, settings, end);
 }
 
-void FlashUndo(int folder, int area, const FlashEnd &before) {
-  const std::string name = AreaName(area);
-  const Descriptor file = {openat(folder, name.c_str(), O_WRONLY | O_NOFOLLOW | O_CLOEXEC)};
+void FlashUndo(int area, const FlashEnd &before) {
+  const Descriptor file = {OpenArea(area, O_WRONLY)};
   int rc = file.fd < 0 ? errno : CutAt(file.fd, before);
   if (rc != 0)
-    AMS_PRINT(4, "nvram: taking back a change of %s/%s failed: %s\n", kFolder, name.c_str(),
-              strerror(rc));
+    AMS_PRINT(4, "nvram: taking back a change of %s/%s failed: %s\n", kFolder,
+              AreaName(area).c_str(), strerror(rc));
 }

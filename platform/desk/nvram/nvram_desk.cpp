@@ -5,6 +5,7 @@
 
 #include <lmdb.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
@@ -327,7 +328,7 @@ int nvram_unset(const char *key, int type) {
   return ChangeMade(type, [=] { return NvramChange{Bounded(key, NVRAM_KEY_MAX), std::nullopt}; });
 }
 
-int nvram_commit(int type) { return nvram_desk_apply(type, {}); }
+int nvram_commit(int type) { return nvram_desk_apply(type, {}, nullptr); }
 
 int nvram_clean(int type) {
   if (CheckArea(type) != 0) return -1;
@@ -395,70 +396,95 @@ int NoteEarlier(MDB_txn *txn, int type, Commit *commit) {
   return rc;
 }
 
-int ChangeNoted(MDB_txn *txn, int type, const NvramChange &change, Commit *commit) {
+/* `before`: what the changes so far replace, the last one first once all are made. */
+int ChangeNoted(MDB_txn *txn, int type, const NvramChange &change, Commit *commit,
+                std::vector<NvramChange> *before) {
   std::optional<std::string_view> value;
   const std::string row = RowKey(type, change.key);
   int rc = Get(txn, row, &value);
   if (rc != 0 || value == change.value) return rc;
+  if (before != nullptr) before->push_back({change.key, {}});
+  if (before != nullptr && value) before->back().value = *value;
   Note(change.key, value, change.value, commit);
   return PutOrDelete(txn, row, change.value);
 }
 
-/* Writes the area's file anew, as it was at the last commit. */
-int StoreAnew(int folder, int type) {
-  Transaction write;
+/* Writes the area's file anew, as it was at the last commit. `end` is how it ends now. */
+int StoreAnew(MDB_txn *txn, int type, FlashEnd *end) {
   std::vector<NvramChange> noted;
   std::string settings;
-  FlashEnd end;
-  int rc = write.Begin(0);
-  if (rc == 0) rc = ReadNoted(write.txn, type, &noted);
-  for (size_t at = 0; rc == 0 && at < noted.size(); ++at)
-    rc = PutOrDelete(write.txn, RowKey(type, noted[at].key), noted[at].value);
-  if (rc == 0) rc = ReadSettings(write.txn, type, "", &settings);
-  if (rc != 0) return rc;
-  write.GiveUp(); /* it was for reading alone */
-  if (FlashStore(folder, type, settings, &end) != 0) return kLogged;
-  rc = write.Begin(0);
-  if (rc == 0) rc = PutEnd(write.txn, type, end);
-  return rc == 0 ? write.Commit() : rc;
+  int rc = ReadNoted(txn, type, &noted);
+  auto put = [&](std::string_view key, std::string_view value) {
+    settings.append(key).append(1, '\0').append(value).append(1, '\0');
+  };
+  auto next = noted.begin(); /* both are in the order of their keys */
+  if (rc == 0)
+    rc = ForRows(txn, RowKey(type, ""), [&](std::string_view key, std::string_view value) {
+      for (; next != noted.end() && next->key < key; ++next)
+        if (next->value) put(next->key, *next->value);
+      if (next == noted.end() || next->key != key) put(key, value);
+      return 0;
+    });
+  for (; next != noted.end(); ++next)
+    if (next->value) put(next->key, *next->value);
+  return rc != 0 ? rc : FlashStore(type, settings, end) != 0 ? kLogged : 0;
 }
 
-/* Flash first: what it cannot take is changed nowhere. */
-int ApplyOnce(int folder, int type, const std::vector<NvramChange> &changes) {
+/* For a commit that failed when flash had it. A file that another one has written anew since does
+   not have it. */
+void TakeBack(int type, const FlashEnd &kept, const FlashEnd &before) {
+  Transaction write;
+  FlashEnd end;
+  int rc = write.Begin(0);
+  if (rc == 0) rc = GetEnd(write.txn, type, &end);
+  if (rc != 0)
+    Failed("taking back a change of", "flash", rc);
+  else if (end.size == kept.size && end.sum == kept.sum)
+    FlashUndo(type, before);
+}
+
+/* Flash first: what it cannot take is changed nowhere. The write transaction keeps all others from
+   flash, too. */
+int ApplyOnce(int type, const std::vector<NvramChange> &changes, bool anew,
+              std::vector<NvramChange> *before) {
   Transaction write;
   FlashEnd end = {};
   int rc = write.Begin(0);
   if (rc == 0) rc = GetEnd(write.txn, type, &end);
-  const FlashEnd before = end;
+  const FlashEnd kept = end;
+  if (rc == 0 && anew) rc = StoreAnew(write.txn, type, &end);
+  const FlashEnd stored = end;
   Commit commit = {"", end.settings};
   if (rc == 0) rc = NoteEarlier(write.txn, type, &commit);
   for (size_t at = 0; rc == 0 && at < changes.size(); ++at)
-    rc = ChangeNoted(write.txn, type, changes[at], &commit);
-  const int added = rc == 0 ? FlashAdd(folder, type, commit.changes, commit.settings, &end) : 0;
+    rc = ChangeNoted(write.txn, type, changes[at], &commit, before);
+  const int added = rc == 0 ? FlashAdd(type, commit.changes, commit.settings, &end) : 0;
   if (added != 0) rc = added == FLASH_ANEW ? kAnew : kLogged;
-  if (rc == 0 && end.size != before.size) rc = PutEnd(write.txn, type, end);
+  if (rc == 0 && (anew || end.size != kept.size)) rc = PutEnd(write.txn, type, end);
   if (rc == 0) rc = write.Commit();
-  if (rc != 0 && end.size != before.size) FlashUndo(folder, type, before);
+  if (rc != 0 && write.txn != nullptr) write.GiveUp();
+  if (rc != 0 && end.size != stored.size) TakeBack(type, kept, stored);
   return rc;
 }
 
-int ApplyLocked(int folder, int type, const std::vector<NvramChange> &changes) {
-  int rc = ApplyOnce(folder, type, changes);
-  if (rc == kAnew && (rc = StoreAnew(folder, type)) == 0) rc = ApplyOnce(folder, type, changes);
+int Apply(int type, const std::vector<NvramChange> &changes, std::vector<NvramChange> *before) {
+  int rc = kAnew;
+  for (bool anew : {false, true}) {
+    if (rc != kAnew) break;
+    if (before != nullptr) before->clear();
+    rc = ApplyOnce(type, changes, anew, before);
+  }
+  if (before != nullptr) std::reverse(before->begin(), before->end());
   return rc == kAnew ? EBUSY : rc; /* somebody else writes there */
 }
 
 }  // namespace
 
-int nvram_desk_apply(int type, const std::vector<NvramChange> &changes) {
+int nvram_desk_apply(int type, const std::vector<NvramChange> &changes,
+                     std::vector<NvramChange> *before) {
   for (const NvramChange &change : changes)
     if (CheckChange(change) != 0) return -1;
   if (CheckArea(type) != 0) return -1;
-  int folder = FlashLock();
-  if (folder < 0) return Failed("locking", "flash", errno);
-  int rc = WithRoom([=, &changes] {
-    return OrNoMemory([=, &changes] { return ApplyLocked(folder, type, changes); });
-  });
-  FlashUnlock(folder);
+  int rc = WithRoom([&] { return OrNoMemory([&] { return Apply(type, changes, before); }); });
   return rc == 0 || rc == kLogged ? rc : Failed("writing", kWorkPlace.folder, rc);
 }

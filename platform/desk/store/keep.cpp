@@ -90,27 +90,10 @@ int KeepAgain(const Key &key, const std::optional<std::string> &value) {
   return 0;
 }
 
-namespace {
-
-int Apply(const std::vector<NvramChange> &changes, std::vector<NvramChange> *before) {
-  int result = 0;
-  try {
-    *before = changes;
-  } catch (const std::bad_alloc &) {
-    AMS_PRINT(4, "store: no memory for what is kept now\n");
-    return -1;
-  }
-  for (NvramChange &entry : *before)
-    result |= nvram_desk_read(NVTYPE_STAGING, entry.key, &entry.value);
-  return result == 0 ? nvram_desk_apply(NVTYPE_STAGING, changes) : result;
-}
-
-}  // namespace
-
 int KeepApply(std::vector<NvramChange> *before) {
   std::vector<NvramChange> *changes = TreeThread()->kept;
   if (changes == nullptr || changes->empty()) return 0;
-  int result = Apply(*changes, before);
+  int result = nvram_desk_apply(NVTYPE_STAGING, *changes, before);
   if (result != 0)
     AMS_PRINT(4, "store: %s%s not changed: it cannot be kept\n", changes->front().key.c_str(),
               changes->size() > 1 ? " and others" : "");

@@ -3,7 +3,8 @@
 
 #include <endian.h>
 
-#include <cstdio>
+#include <charconv>
+#include <iterator>
 
 namespace {
 
@@ -28,19 +29,17 @@ size_t FirstOf(uint64_t marks) {
 /* Marks the first byte that is below ' ', and maybe others behind it. */
 uint64_t MarkControl(uint64_t word) { return (word - kOnes * ' ') & ~word & kHigh; }
 
-/* Copies up to the next byte that no name has: the dot, control bytes, which are the keys' own
-   marks, and bytes from 0x80 on, their first bytes. Eight at a time: every look-up pays for this.
- */
-const char *CopyName(const char *from, uint8_t **out) {
-  for (;;) {
-    const uint64_t word = Word(from), dots = word ^ (kOnes * '.');
-    const uint64_t ends = MarkControl(word) | (((dots - kOnes) & ~dots) & kHigh) | (word & kHigh);
-    const size_t names = FirstOf(ends);
-    memcpy(*out, from, sizeof word);
-    from += names;
-    *out += names;
-    if (ends != 0) return from;
-  }
+/* Marks the bytes of `word`, all below 0x80, that are `first` to `last`. */
+uint64_t MarkRange(uint64_t word, uint64_t first, uint64_t last) {
+  return (word + kOnes * (0x80 - first)) & ~(word + kOnes * (0x7f - last)) & kHigh;
+}
+
+/* The next bytes of a path of at least a word that ends at `end`, then others that names have. */
+uint64_t WordOf(const char *from, const char *end) {
+  constexpr size_t kWord = sizeof(uint64_t);
+  const size_t rest = static_cast<size_t>(end - from);
+  if (rest >= kWord) return Word(from);
+  return (Word(end - kWord) >> (8 * (kWord - rest))) | (kOnes * 'a' << (8 * rest));
 }
 
 /* A number gets its count of digits in front. NULL: digits, but no number. */
@@ -56,33 +55,51 @@ const char *CopyNumber(const char *from, uint8_t **out) {
 
 }  // namespace
 
+/* Eight bytes at a time: every look-up pays for this. Names are copied as they are and their dots
+   replaced; what no name has are control bytes, which are the keys' own marks, and bytes from 0x80
+   on, their first bytes. */
 int KeyOfPath(const char *path, uint8_t last_separator, Key *key) {
+  constexpr size_t root = sizeof kRootName - 1;
   size_t length = strnlen(path, AMS_PATH_SIZE + 1);
   if (length > 0 && path[length - 1] == '.') --length;
   if (length >= AMS_PATH_SIZE) return KEY_TOO_LONG;
-  char text[AMS_PATH_SIZE + sizeof(uint64_t)]; /* words are read of it, to behind its end */
-  memcpy(text, path, length);
-  memset(text + length, 0, sizeof(uint64_t));
-  const char *from = text, *end = text + length;
-  uint8_t *out = key->bytes; /* has room for what CopyName copies too much */
+  if (length < root || memcmp(path, kRootName, root) != 0 || path[length - 1] == '.') return -1;
+  const char *from = path + root, *end = path + length;
+  uint8_t *out = key->bytes; /* has room for what is copied too much */
+  bool name_due = false;
   key->last = 0;
-  for (;;) {
-    if (*from == '.' || from == end) return -1;
-    from = Digit(*from) ? CopyNumber(from, &out) : CopyName(from, &out);
-    if (from == end) break;
-    if (from == nullptr || *from != '.') return -1;
-    key->last = static_cast<size_t>(out - key->bytes);
-    *out++ = KEY_NODE;
-    ++from;
+  *out++ = KEY_ROOT;
+  if (from != end && *from != '.') return -1;
+  while (from < end) {
+    const uint64_t word = WordOf(from, end);
+    if ((((word - kOnes * ' ') | word) & kHigh) != 0) return -1;
+    uint64_t dots = MarkRange(word, '.', '.'), starts = dots << 8 | (name_due ? 0x80 : 0);
+    if ((starts & dots) != 0) return -1;
+    const size_t names = FirstOf(starts & MarkRange(word, '0', '9'));
+    const uint64_t put = htole64(word ^ (dots >> 7) * ('.' ^ KEY_NODE));
+    memcpy(out, &put, sizeof put);
+    if (names < sizeof word) dots &= (uint64_t{1} << (8 * names)) - 1;
+    if (dots != 0)
+      key->last = static_cast<size_t>(out - key->bytes) +
+                  (63U - static_cast<size_t>(__builtin_clzll(dots))) / 8;
+    name_due = dots >> 63 != 0;
+    from += names;
+    out += names;
+    if (names == sizeof word) continue;
+    if ((from = CopyNumber(from, &out)) == nullptr || (from < end && *from != '.')) return -1;
+    name_due = false;
   }
-  key->length = static_cast<size_t>(out - key->bytes);
+  key->length = static_cast<size_t>(out - key->bytes) - static_cast<size_t>(from - end);
   if (key->last != 0) key->bytes[key->last] = last_separator;
   return 0;
 }
 
 size_t KeyToPath(const uint8_t *bytes, size_t length, char *path) {
-  size_t from = length > 0 && bytes[0] <= KEY_NODE ? 1 : 0, to = 0;
-  if (from == 1 && bytes[0] == KEY_LEAF) { /* an object's own leaf: one name */
+  size_t from = length > 0 ? 1 : 0, to = 0;
+  if (length > 0 && bytes[0] == KEY_ROOT) {
+    memcpy(path, kRootName, sizeof kRootName);
+    to = sizeof kRootName - 1;
+  } else if (length > 0 && bytes[0] == KEY_LEAF) { /* an object's own leaf: one name */
     memcpy(path, bytes + 1, length - 1);
     path[length - 1] = '\0';
     return length - 1;
@@ -119,10 +136,11 @@ int KeyAppendName(Key *key, uint8_t separator, std::string_view name) {
 }
 
 int KeyAppendNumber(Key *key, uint32_t number) {
-  char text[16] = {};
-  int digits = snprintf(text + 1, sizeof text - 1, "%u", number);
+  char text[1 + kMostDigits];
+  const size_t digits =
+      static_cast<size_t>(std::to_chars(text + 1, std::end(text), number).ptr - text) - 1;
   text[0] = static_cast<char>(KEY_DIGITS + digits);
-  return KeyAppendName(key, KEY_NODE, {text, static_cast<size_t>(digits) + 1});
+  return KeyAppendName(key, KEY_NODE, {text, digits + 1});
 }
 
 void KeyGeneral(const uint8_t *bytes, size_t length, Key *general) {

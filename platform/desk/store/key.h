@@ -1,8 +1,9 @@
 // Paths as the store's keys, so that key order puts a subtree into one run and instances by number.
 //
-// A key is the path with each dot replaced by a byte: 0x01 before a leaf's name, 0x02 before any
-// other. A number is preceded by 0x10 plus its count of digits. The subtree of key K is thus all
-// of [K, K 0x03), with K's own leaves first. In a template, byte 0x04 stands for "each instance".
+// A key is the path with a byte for the root's name, which all paths start with, and one for each
+// dot: 0x01 before a leaf's name, 0x02 before any other. A number is preceded by 0x10 plus its
+// count of digits. The subtree of key K is thus all of [K, K 0x03), with K's own leaves first. In a
+// template, byte 0x04 stands for "each instance".
 #pragma once
 
 #include <lmdb.h>
@@ -19,6 +20,7 @@ enum : uint8_t {
   KEY_NODE = 0x02,
   KEY_END = 0x03,
   KEY_EACH = 0x04,
+  KEY_ROOT = 0x05,
   KEY_DIGITS = 0x10,
 };
 
@@ -30,6 +32,8 @@ enum : uint8_t {
   KEY_NOTIFY = 0xF3,     /* + key: the node's notify attribute */
   KEY_CHANGED = 0xF4,    /* + key of a leaf: it changed since the change list was read */
 };
+
+constexpr char kFormat[] = "2"; /* of keys and records; a store of another one is replaced */
 
 /* The one name that every path starts with. */
 constexpr char kRootName[] = "InternetGatewayDevice";

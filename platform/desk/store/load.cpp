@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstdio>
+#include <memory>
 
 #include "ams_print.h"
 #include "ams_store.h"
@@ -17,7 +18,14 @@ namespace {
 
 constexpr size_t kFileMax = 64 << 20;
 constexpr unsigned kParse = pugi::parse_cdata | pugi::parse_escapes | pugi::parse_wconv_attribute |
-                            pugi::parse_eol | pugi::parse_ws_pcdata_single;
+                            pugi::parse_eol | pugi::parse_ws_pcdata_single |
+                            pugi::parse_embed_pcdata;
+
+/* Not filled before it is read, as a string would be. */
+struct FileText {
+  std::unique_ptr<char[]> bytes;
+  size_t size;
+};
 
 /* The open file's name, for the error line. */
 std::string NameOf(FILE *file) {
@@ -28,22 +36,25 @@ std::string NameOf(FILE *file) {
 }
 
 /* The file's size is but a hint: it may be a pipe, or grow. */
-int ReadWhole(FILE *file, std::string *text) {
+int ReadWhole(FILE *file, FileText *text) {
   struct stat info;
-  size_t room = 65536, size = 0, got = 1;
+  size_t room = 65536, got = 1;
   if (fstat(fileno(file), &info) == 0 && info.st_size > 0 &&
       static_cast<size_t>(info.st_size) <= kFileMax)
     room = static_cast<size_t>(info.st_size) + 1;
-  while (got > 0 && size <= kFileMax) {
-    if (size == text->size()) text->resize(size < room ? room : size * 2);
-    got = fread(&(*text)[size], 1, text->size() - size, file);
-    size += got;
+  for (*text = {nullptr, 0}; got > 0 && text->size <= kFileMax; text->size += got) {
+    if (text->bytes == nullptr || text->size == room) {
+      room = text->bytes == nullptr ? room : room * 2;
+      std::unique_ptr<char[]> larger(new char[room]);
+      if (text->size != 0) memcpy(larger.get(), text->bytes.get(), text->size);
+      text->bytes = std::move(larger);
+    }
+    got = fread(text->bytes.get() + text->size, 1, room - text->size, file);
   }
-  text->resize(size);
-  return ferror(file) != 0 || size > kFileMax ? -1 : 0;
+  return ferror(file) != 0 || text->size > kFileMax ? -1 : 0;
 }
 
-void Tell(FILE *file, const std::string &text, ptrdiff_t offset, const std::string &reason) {
+void Tell(FILE *file, std::string_view text, ptrdiff_t offset, const std::string &reason) {
   size_t at = offset < 0 ? 0 : std::min(static_cast<size_t>(offset), text.size());
   auto end = text.begin() + static_cast<ptrdiff_t>(at);
   fprintf(stderr, "%s:%td: %s\n", NameOf(file).c_str(), std::count(text.begin(), end, '\n') + 1,
@@ -51,9 +62,9 @@ void Tell(FILE *file, const std::string &text, ptrdiff_t offset, const std::stri
 }
 
 /* Parses into `document`. -1 with the reason and the offset of what is wrong. */
-int Parse(const std::string &text, pugi::xml_document *document, Loader *loader) {
+int Parse(pugi::xml_document *document, Loader *loader) {
   pugi::xml_parse_result result =
-      document->load_buffer(text.data(), text.size(), kParse, pugi::encoding_utf8);
+      document->load_buffer(loader->text.data(), loader->text.size(), kParse, pugi::encoding_utf8);
   loader->error_at = result.offset;
   loader->error = result.description();
   if (!result) return -1;
@@ -95,14 +106,15 @@ int Replace(MDB_txn *txn, pugi::xml_node root, Loader *loader) {
 struct AmsTree *ams_mxmlLoadFile(void *, FILE *file, void *) {
   pugi::xml_document document;
   Loader loader = {};
-  std::string text;
+  FileText text = {};
   if (file == nullptr) {
     AMS_PRINT(4, "store: no data-model file to load\n");
     return nullptr;
   }
   int rc = ReadWhole(file, &text);
   if (rc != 0) loader.error = "cannot be read, or has more than 64 MiB";
-  if (rc == 0) rc = Parse(text, &document, &loader);
+  loader.text = {text.bytes.get(), text.size};
+  if (rc == 0) rc = Parse(&document, &loader);
   if (rc == 0) {
     loader.error = "the store cannot be written";
     rc =
@@ -110,6 +122,6 @@ struct AmsTree *ams_mxmlLoadFile(void *, FILE *file, void *) {
   }
   if (rc == 0) return &shared_tree;
   TreeThread()->failed = true; /* ends a span around this: half of the file may be written */
-  Tell(file, text, loader.error_at, loader.error);
+  Tell(file, loader.text, loader.error_at, loader.error);
   return nullptr;
 }

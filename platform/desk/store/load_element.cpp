@@ -101,10 +101,34 @@ int ArrayElement(Loader *loader, Element *element) {
   if (shape.next_sibling(kTemplateElement))
     return LoadRefuse(loader, shape, "an array has one Template");
   element->row = std::make_unique<Element>();
-  return LoadElement(loader, shape, true, element->row.get());
+  ++loader->templates;
+  const int rc = LoadElement(loader, shape, true, element->row.get());
+  --loader->templates;
+  return rc;
+}
+
+/* From the "<" to the ">"; a value may have one, too. */
+std::string_view TagOf(const Loader &loader, pugi::xml_node node) {
+  const ptrdiff_t name = node.offset_debug();
+  if (name < 1 || loader.text[static_cast<size_t>(name) - 1] != '<') return {};
+  const std::string_view rest = loader.text.substr(static_cast<size_t>(name) - 1);
+  char quote = '\0';
+  for (size_t at = 0; at < rest.size(); ++at) {
+    if (quote == '\0' && rest[at] == '>') return rest.substr(0, at + 1);
+    if (rest[at] == quote)
+      quote = '\0';
+    else if (quote == '\0' && (rest[at] == '"' || rest[at] == '\''))
+      quote = rest[at];
+  }
+  return {};
 }
 
 }  // namespace
+
+bool LoadHasTag(const Loader &loader, pugi::xml_node node, std::string_view tag) {
+  const ptrdiff_t name = tag.empty() ? 0 : node.offset_debug();
+  return name >= 1 && loader.text.compare(static_cast<size_t>(name) - 1, tag.size(), tag) == 0;
+}
 
 bool LoadIsRow(pugi::xml_node node) {
   std::string_view name = node.name();
@@ -143,6 +167,7 @@ int LoadCheckLeaf(Loader *loader, pugi::xml_node leaf) {
 
 int LoadElement(Loader *loader, pugi::xml_node node, bool row, Element *element) {
   if (LoadAttributes(loader, node, row, element) != 0) return -1;
+  if (loader->templates != 0) element->tag = TagOf(*loader, node);
   if (element->kind >= KIND_LEAF) return LoadCheckLeaf(loader, node);
   if (loader->depth == kMostDepth)
     return LoadRefuse(loader, node, "its path has more than 255 bytes");

@@ -24,6 +24,7 @@ struct AttributeSet {
 struct Element {
   pugi::xml_node node;
   std::string_view name;
+  std::string_view tag; /* in a Template: its start tag in the file */
   uint8_t kind;
   uint16_t place; /* among its siblings in the file */
   AttributeSet set;
@@ -37,14 +38,16 @@ struct Element {
 
 /* The state of one load: where it is, and what cannot be written in key order yet. */
 struct Loader {
-  MDB_cursor *cursor;  /* on the emptied tree */
-  Key key;             /* of the node in work */
-  std::string order;   /* of the node in work */
+  std::string_view text;         /* of the file */
+  MDB_cursor *cursor;            /* on the emptied tree */
+  Key key;                       /* of the node in work */
+  char order[2 * AMS_PATH_SIZE]; /* of the node in work: four bytes at most for two of a path */
+  size_t order_length;
   size_t path_length;  /* of the node in work, as a path */
   int instances;       /* how many instances it lies in */
   int depth;           /* elements above the one that is looked at */
+  int templates;       /* of these, Templates */
   size_t bytes;        /* of rows so far */
-  std::string record;  /* being built */
   std::string scratch; /* an attribute set being built */
   std::unordered_map<std::string, AttributeSet> sets;
   std::vector<std::pair<std::string, std::string>> later;
@@ -64,6 +67,10 @@ int LoadElement(Loader *loader, pugi::xml_node node, bool row, Element *element)
 
 /* Type, attribute set and notify attribute alone. */
 int LoadAttributes(Loader *loader, pugi::xml_node node, bool row, Element *element);
+
+/* True when a node is an element with this start tag in the file: all its attributes are the same.
+ */
+bool LoadHasTag(const Loader &loader, pugi::xml_node node, std::string_view tag);
 
 /* -1 (refused) when a leaf holds elements. */
 int LoadCheckLeaf(Loader *loader, pugi::xml_node leaf);

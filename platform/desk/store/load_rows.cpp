@@ -2,8 +2,9 @@
 // that the Instance gives laid over it.
 #include "load_rows.h"
 
+#include <endian.h>
+
 #include <algorithm>
-#include <cstdio>
 #include <cstdlib>
 
 #include "attributes.h"
@@ -12,23 +13,31 @@
 namespace {
 
 /* An Instance's elements, beside those of the Template that they are laid over. */
-using Given = std::vector<pugi::xml_node>;
+struct Given {
+  pugi::xml_node node;
+  bool there, differs; /* its attributes from those of the Template's */
+};
 
 struct Row {
   uint32_t number;
   pugi::xml_node node;
 };
 
-int Emit(Loader *loader, const Element &element, pugi::xml_node given, bool row);
+int Emit(Loader *loader, const Element &element, const Given &given, bool row);
 
-pugi::xml_node Or(pugi::xml_node given, pugi::xml_node other) { return given ? given : other; }
+/* The element that the file has for it: the given one, else the Template's. */
+pugi::xml_node Or(const Given &given, pugi::xml_node other) {
+  return given.there ? given.node : other;
+}
 
 /* ---- one row ---- */
 
-int Append(Loader *loader, std::string_view key, std::string_view data) {
-  MDB_val row = LmdbVal(key.data(), key.size()), value = LmdbVal(data.data(), data.size());
-  int rc = LmdbRoom(shared_tree.lmdb, mdb_cursor_txn(loader->cursor), data.size());
-  if (rc == 0) rc = mdb_cursor_put(loader->cursor, &row, &value, MDB_APPEND);
+/* A row whose bytes the caller puts where `data` points to. */
+int Append(Loader *loader, std::string_view key, size_t size, char **data) {
+  MDB_val row = LmdbVal(key.data(), key.size()), value = {size, nullptr};
+  int rc = LmdbRoom(shared_tree.lmdb, mdb_cursor_txn(loader->cursor), size);
+  if (rc == 0) rc = mdb_cursor_put(loader->cursor, &row, &value, MDB_APPEND | MDB_RESERVE);
+  *data = static_cast<char *>(value.mv_data);
   if (rc == 0) return 0;
   loader->error = std::string("the store took no more: ") + mdb_strerror(rc);
   return -1;
@@ -49,44 +58,52 @@ int CountRow(Loader *loader, const Element &element, size_t size) {
 
 /* Rows of templates sort behind the tree and wait. */
 int PutRow(Loader *loader, const Element &element, std::string_view value) {
-  RecordHead head = {element.kind, element.set.flags, static_cast<uint16_t>(loader->order.size()),
+  RecordHead head = {element.kind, element.set.flags, static_cast<uint16_t>(loader->order_length),
                      element.set.number};
   if (!element.notify.empty() && element.notify != "0") {
     head.flags |= RECORD_NOTIFY;
     loader->later.emplace_back(KeyText(KeyMarked(KEY_NOTIFY, loader->key)), element.notify);
   }
-  loader->record.assign(reinterpret_cast<const char *>(&head), sizeof head);
-  loader->record.append(loader->order).append(value);
-  if (CountRow(loader, element, loader->key.length + loader->record.size()) != 0) return -1;
-  if (loader->key.bytes[0] != KEY_TEMPLATE)
-    return Append(loader, KeyText(loader->key), loader->record);
-  loader->later.emplace_back(KeyText(loader->key), loader->record);
+  const size_t size = sizeof head + loader->order_length + value.size();
+  char *data;
+  if (CountRow(loader, element, loader->key.length + size) != 0) return -1;
+  if (loader->key.bytes[0] == KEY_TEMPLATE) {
+    loader->later.emplace_back(KeyText(loader->key), std::string(size, '\0'));
+    data = &loader->later.back().second[0];
+  } else if (Append(loader, KeyText(loader->key), size, &data) != 0) {
+    return -1;
+  }
+  memcpy(data, &head, sizeof head);
+  memcpy(data + sizeof head, loader->order, loader->order_length);
+  if (!value.empty()) memcpy(data + size - value.size(), value.data(), value.size());
   return 0;
 }
 
-void AppendOrder(std::string *order, uint32_t place, int bytes) {
-  while (bytes-- > 0) order->push_back(static_cast<char>(place >> (8 * bytes)));
+void AppendOrder(Loader *loader, uint32_t place, size_t bytes) {
+  const uint32_t all = htobe32(place << (8 * (sizeof place - bytes)));
+  memcpy(loader->order + loader->order_length, &all, sizeof all);
+  loader->order_length += bytes;
 }
 
 /* Goes down by the component that `append` puts at the key's end, does `work`, and comes back. */
 template <class Append, class Work>
-int Below(Loader *loader, pugi::xml_node node, uint32_t place, int order_bytes, Append append,
+int Below(Loader *loader, pugi::xml_node node, uint32_t place, size_t order_bytes, Append append,
           Work work) {
-  size_t key_length = loader->key.length, order_length = loader->order.size();
+  size_t key_length = loader->key.length, order_length = loader->order_length;
   size_t path_length = loader->path_length;
   if (append() != 0 || loader->path_length >= AMS_PATH_SIZE)
     return LoadRefuse(loader, node, "its path has more than 255 bytes");
-  AppendOrder(&loader->order, place, order_bytes);
+  AppendOrder(loader, place, order_bytes);
   int rc = work();
   loader->key.length = key_length;
-  loader->order.resize(order_length);
+  loader->order_length = order_length;
   loader->path_length = path_length;
   return rc;
 }
 
 /* ---- attributes of what an instance gives ---- */
 
-/* On the way of each leaf: an attribute that is not there has the name "". */
+/* An attribute that is not there has the name "". */
 bool SameAttributes(pugi::xml_node left, pugi::xml_node right) {
   pugi::xml_attribute one = left.first_attribute(), other = right.first_attribute();
   for (;; one = one.next_attribute(), other = other.next_attribute()) {
@@ -131,22 +148,17 @@ int LayAttributes(Loader *loader, const Element &shape, pugi::xml_node given, bo
   return 0;
 }
 
-/* True when an instance has something to say about the attributes of one of its nodes. */
-bool Differs(const Element &element, pugi::xml_node given) {
-  return given && given.first_attribute() && !SameAttributes(given, element.node);
+/* What an instance gives for a node; most of the many look as in the Template. */
+Given GivenFor(const Loader &loader, const Element &shape, pugi::xml_node node) {
+  if (LoadHasTag(loader, node, shape.tag)) return {node, true, false};
+  return {node, true, node.first_attribute() && !SameAttributes(node, shape.node)};
 }
 
 /* ---- leaves and objects ---- */
 
-/* Whoever loads pays for this once a leaf; mostly there is one text and nothing else. */
+/* Whoever loads pays for this once a leaf; mostly there is one text, which is the leaf's own. */
 int LeafText(Loader *loader, pugi::xml_node leaf, std::string_view *text) {
-  pugi::xml_node first = leaf.first_child();
-  bool plain = first.type() == pugi::node_pcdata || first.type() == pugi::node_cdata;
-  if (plain && first.next_sibling().type() == pugi::node_null) {
-    *text = first.value();
-    return 0;
-  }
-  if (LoadCheckLeaf(loader, leaf) != 0) return -1;
+  if (leaf.first_child() && LoadCheckLeaf(loader, leaf) != 0) return -1;
   *text = leaf.child_value();
   return 0;
 }
@@ -168,45 +180,49 @@ size_t CountInstances(pugi::xml_node array) {
 }
 
 /* `counted`: the leaf's value is the number of instances that `listed` has. */
-int EmitLeaf(Loader *loader, const Element &leaf, pugi::xml_node given, bool counted,
+int EmitLeaf(Loader *loader, const Element &leaf, const Given &given, bool counted,
              pugi::xml_node listed) {
   std::string_view value;
   std::string count;
   pugi::xml_node node = Or(given, leaf.node);
   if (LeafText(loader, node, &value) != 0) return -1;
   if (counted) value = count = std::to_string(CountInstances(listed));
-  if (!Differs(leaf, given)) return PutLeaf(loader, leaf, node, value);
+  if (!given.differs) return PutLeaf(loader, leaf, node, value);
   Element laid = {};
-  if (LayAttributes(loader, leaf, given, false, &laid) != 0) return -1;
+  if (LayAttributes(loader, leaf, given.node, false, &laid) != 0) return -1;
   return PutLeaf(loader, laid, node, value);
 }
 
 /* Finds what an instance gives for each child of its template; mostly it is in the same order. */
-int MatchGiven(Loader *loader, const Element &shape, pugi::xml_node instance, Given *given) {
+int MatchGiven(Loader *loader, const Element &shape, pugi::xml_node instance,
+               std::vector<Given> *given) {
   size_t next = 0, count = shape.children.size();
   given->resize(count);
   for (pugi::xml_node node = instance.first_child(); node; node = node.next_sibling()) {
-    if (node.type() != pugi::node_element) continue;
-    std::string_view name = node.name();
-    size_t tried = 0;
-    while (tried < count && shape.children[shape.in_file[next % count]].name != name) {
-      ++tried;
-      ++next;
+    if (next >= count) next = 0;
+    size_t tried = 0, at = count == 0 ? 0 : shape.in_file[next];
+    const bool same = count != 0 && LoadHasTag(*loader, node, shape.children[at].tag);
+    if (!same) {
+      if (node.type() != pugi::node_element) continue;
+      std::string_view name = node.name();
+      for (; tried < count && shape.children[at].name != name; ++tried)
+        at = shape.in_file[next = (next + 1) % count];
     }
     if (tried == count) return LoadRefuse(loader, node, "the array's Template does not have it");
-    pugi::xml_node &place = (*given)[shape.in_file[next++ % count]];
-    if (place) return LoadRefuse(loader, node, "its name stands here twice");
-    place = node;
+    ++next;
+    Given &place = (*given)[at];
+    if (place.there) return LoadRefuse(loader, node, "its name stands here twice");
+    place = same ? Given{node, true, false} : GivenFor(*loader, shape.children[at], node);
   }
   return 0;
 }
 
-int EmitObject(Loader *loader, const Element &object, pugi::xml_node instance) {
-  Given given;
-  if (instance && MatchGiven(loader, object, instance, &given) != 0) return -1;
+int EmitObject(Loader *loader, const Element &object, const Given &instance) {
+  std::vector<Given> given;
+  if (instance.there && MatchGiven(loader, object, instance.node, &given) != 0) return -1;
   for (size_t at = 0; at < object.children.size(); ++at) {
     const Element &child = object.children[at];
-    pugi::xml_node laid = instance ? given[at] : pugi::xml_node();
+    const Given laid = instance.there ? given[at] : Given{};
     uint8_t separator = child.kind >= KIND_LEAF ? KEY_LEAF : KEY_NODE;
     auto append = [&] {
       loader->path_length += child.name.size() + 1;
@@ -216,7 +232,7 @@ int EmitObject(Loader *loader, const Element &object, pugi::xml_node instance) {
       if (child.kind < KIND_LEAF) return Emit(loader, child, laid, false);
       if (child.counts == nullptr) return EmitLeaf(loader, child, laid, false, {});
       size_t array = static_cast<size_t>(child.counts - object.children.data());
-      pugi::xml_node listed = instance ? given[array] : pugi::xml_node();
+      const Given listed = instance.there ? given[array] : Given{};
       return EmitLeaf(loader, child, laid, true, Or(listed, child.counts->node));
     };
     if (Below(loader, Or(laid, child.node), child.place, 2, append, emit) != 0) return -1;
@@ -254,8 +270,7 @@ int EmitTemplate(Loader *loader, const Element &shape) {
     loader->path_length += 2; /* as its first instance has */
     return KeyAppendName(&loader->key, KEY_NODE, {&each, 1});
   };
-  int rc = Below(loader, shape.node, 0, 4, append,
-                 [&] { return Emit(loader, shape, pugi::xml_node(), true); });
+  int rc = Below(loader, shape.node, 0, 4, append, [&] { return Emit(loader, shape, {}, true); });
   loader->key = kept;
   return rc;
 }
@@ -266,13 +281,15 @@ int EmitRows(Loader *loader, const Element &array, const std::vector<Row> &rows)
   ++loader->instances;
   for (const Row &row : rows) {
     auto append = [&] {
-      char digits[16];
+      const size_t before = loader->key.length;
+      if (KeyAppendNumber(&loader->key, row.number) != 0) return -1;
       loader->path_length +=
-          1 + static_cast<size_t>(snprintf(digits, sizeof digits, "%u", row.number));
-      return KeyAppendNumber(&loader->key, row.number);
+          loader->key.length - before - 1; /* its count of digits is in no path */
+      return 0;
     };
-    int rc = Below(loader, row.node, row.number, 4, append,
-                   [&] { return Emit(loader, *array.row, row.node, true); });
+    int rc = Below(loader, row.node, row.number, 4, append, [&] {
+      return Emit(loader, *array.row, GivenFor(*loader, *array.row, row.node), true);
+    });
     if (rc != 0) return -1;
   }
   --loader->instances;
@@ -293,50 +310,59 @@ int EmitBeside(Loader *loader, const Element &array, pugi::xml_node given) {
       return KeyAppendName(&loader->key, KEY_NODE, child.name);
     };
     int rc = Below(loader, child.node, kFirstPlace + child.place, 4, append,
-                   [&] { return Emit(loader, child, pugi::xml_node(), false); });
+                   [&] { return Emit(loader, child, {}, false); });
     if (rc != 0) return -1;
   }
   return 0;
 }
 
 /* `row` has the array's attributes as they are here, `array` its Template. */
-int EmitArray(Loader *loader, const Element &array, const Element &row, pugi::xml_node given) {
+int EmitArray(Loader *loader, const Element &array, const Element &row, const Given &given) {
   std::vector<Row> rows;
-  if (given && given.child(kTemplateElement))
-    return LoadRefuse(loader, given, "its Template belongs into the outer Template");
-  if (ListRows(loader, Or(given, array.node), &rows) != 0) return -1;
-  ArrayCounts counts = {Or(given, array.node).attribute(kLastAttribute).as_uint(), 0};
+  const pugi::xml_node node = Or(given, array.node);
+  if (given.there && node.child(kTemplateElement))
+    return LoadRefuse(loader, node, "its Template belongs into the outer Template");
+  if (ListRows(loader, node, &rows) != 0) return -1;
+  ArrayCounts counts = {node.attribute(kLastAttribute).as_uint(), 0};
   counts.count = static_cast<uint32_t>(rows.size());
   if (!rows.empty()) counts.highest = std::max(counts.highest, rows.back().number);
   if (PutRow(loader, row, {reinterpret_cast<const char *>(&counts), sizeof counts}) != 0) return -1;
   if (array.row != nullptr && loader->instances == 0 && EmitTemplate(loader, *array.row) != 0)
     return -1;
   if (EmitRows(loader, array, rows) != 0) return -1;
-  return EmitBeside(loader, array, given);
+  return EmitBeside(loader, array, given.node);
 }
 
 /* Writes the object or array whose key and order the loader has, and all below. `given`: what an
    instance has to say about it; `is_row`: it is an Instance or a Template. */
-int Emit(Loader *loader, const Element &element, pugi::xml_node given, bool is_row) {
+int Emit(Loader *loader, const Element &element, const Given &given, bool is_row) {
   Element laid = {};
   const Element *row = &element;
-  if (Differs(element, given)) {
-    if (LayAttributes(loader, element, given, is_row, &laid) != 0) return -1;
+  if (given.differs) {
+    if (LayAttributes(loader, element, given.node, is_row, &laid) != 0) return -1;
     row = &laid;
   }
   if (element.kind == KIND_ARRAY) return EmitArray(loader, element, *row, given);
-  if (PutRow(loader, *row, {}) != 0) return -1;
+  auto is_leaf = [](const Element &child) { return child.kind >= KIND_LEAF; };
+  auto leaves_end = std::partition_point(element.children.begin(), element.children.end(), is_leaf);
+  const ObjectCounts counts = {static_cast<uint16_t>(leaves_end - element.children.begin()),
+                               static_cast<uint16_t>(element.children.end() - leaves_end)};
+  if (PutRow(loader, *row, {reinterpret_cast<const char *>(&counts), sizeof counts}) != 0)
+    return -1;
   return EmitObject(loader, element, given);
 }
 
 /* What sorts behind the tree: its format, the attribute sets, templates and notify attributes. */
 int PutLater(Loader *loader) {
-  loader->later.emplace_back(std::string(1, static_cast<char>(KEY_FORMAT)), "1");
+  loader->later.emplace_back(std::string(1, static_cast<char>(KEY_FORMAT)), kFormat);
   for (const auto &set : loader->sets)
     loader->later.emplace_back(KeyText(AttributesKey(set.second.number)), set.first);
   std::sort(loader->later.begin(), loader->later.end());
-  for (const auto &row : loader->later)
-    if (Append(loader, row.first, row.second) != 0) return -1;
+  for (const auto &row : loader->later) {
+    char *data;
+    if (Append(loader, row.first, row.second.size(), &data) != 0) return -1;
+    memcpy(data, row.second.data(), row.second.size());
+  }
   return 0;
 }
 
@@ -348,7 +374,7 @@ int LoadRows(Loader *loader, pugi::xml_node root) {
   loader->path_length = strlen(root.name());
   if (LoadElement(loader, root, false, &tree) != 0) return -1;
   if (tree.kind != KIND_OBJECT) return LoadRefuse(loader, root, "its type can only be \"object\"");
-  if (KeyAppend(&loader->key, root.name(), loader->path_length) != 0) return -1;
-  if (Emit(loader, tree, pugi::xml_node(), false) != 0) return -1;
+  loader->key.bytes[loader->key.length++] = KEY_ROOT;
+  if (Emit(loader, tree, {}, false) != 0) return -1;
   return PutLater(loader);
 }

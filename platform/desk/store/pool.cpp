@@ -21,7 +21,6 @@ namespace {
 const LmdbPlace kPlace = {"/dev/shm/ams_store", 256 << 20,
                           MDB_WRITEMAP | MDB_NOSYNC | MDB_NOMEMINIT};
 const char kFormatKey[] = {static_cast<char>(KEY_FORMAT), '\0'};
-constexpr char kFormat[] = "1"; /* of keys and records; another one is replaced */
 
 std::mutex attaching;
 XmlTreeSet shared_set;

@@ -7,6 +7,12 @@ ArrayCounts RecordCounts(const Record &record) {
   return counts;
 }
 
+ObjectCounts RecordChildren(const Record &record) {
+  ObjectCounts counts = {};
+  if (record.length == sizeof counts) memcpy(&counts, record.value, sizeof counts);
+  return counts;
+}
+
 size_t RecordBuild(const Record &record, std::string_view value, uint8_t bytes[kRecordMax]) {
   size_t front = sizeof record.head + record.head.order_length;
   if (front + value.size() > kRecordMax) return 0;

@@ -30,7 +30,7 @@ enum : uint8_t {
 };
 
 /* A record is this head, `order_length` bytes that sort nodes as the file has them (two bytes a
-   level, four for an instance's number), and a leaf's value or an array's counts. */
+   level, four for an instance's number), and a leaf's value, an array's counts or an object's. */
 struct RecordHead {
   uint8_t kind;
   uint8_t flags;
@@ -42,6 +42,10 @@ struct ArrayCounts {
   uint32_t count;   /* instances now */
 };
 
+struct ObjectCounts { /* of what stands in it; they never change */
+  uint16_t leaves, nodes;
+};
+
 struct Record {
   RecordHead head;
   const uint8_t *order;
@@ -51,6 +55,7 @@ struct Record {
 
 inline bool RecordIsLeaf(const Record &record) { return record.head.kind >= KIND_LEAF; }
 ArrayCounts RecordCounts(const Record &record);
+ObjectCounts RecordChildren(const Record &record);
 
 /* Takes a stored record apart. -1 when it is none. */
 inline int RecordParse(const MDB_val &data, Record *record) {
@@ -66,6 +71,14 @@ inline int RecordParse(const MDB_val &data, Record *record) {
 }
 
 constexpr size_t kRecordMax = sizeof(RecordHead) + kKeyMax * 2 + AMS_VALUE_MAX;
+
+/* Of a node in an object, where it stands among those beside it. */
+inline uint32_t RecordPlace(const Record &record) {
+  const size_t length = record.head.order_length;
+  return length < 2
+             ? 0
+             : static_cast<uint32_t>(record.order[length - 2] << 8 | record.order[length - 1]);
+}
 
 /* Writes a record's bytes with another value. Returns their number, 0: there is no room. */
 size_t RecordBuild(const Record &record, std::string_view value, uint8_t bytes[kRecordMax]);

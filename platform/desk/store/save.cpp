@@ -174,6 +174,7 @@ std::string AttributesOf(Saver *saver, const Found &row, const std::string &name
 std::string NameOf(const Found &row) {
   size_t last = LastSeparator(row);
   std::string name(reinterpret_cast<const char *>(row.key) + last, row.key_length - last);
+  if (name[0] == KEY_ROOT) return kRootName;
   if (name[0] == KEY_EACH) return "Template";
   return static_cast<uint8_t>(name[0]) < ' ' ? "Instance" : name;
 }

@@ -1,4 +1,5 @@
 // The text forms of nodes: a leaf as "name=value", an object as its leaves' "relative.path=value".
+#include <algorithm>
 #include <cstring>
 
 #include "ams_print.h"
@@ -14,6 +15,100 @@ namespace {
 constexpr char kChangedData[] = ".ALL_CHANGED_DATA";
 constexpr char kTag[] = "ams_text"; /* of the heap's table */
 
+char *NewText(size_t size) {
+  char *text = static_cast<char *>(__tds_malloc(size, kTag));
+  if (text == nullptr) AMS_PRINT(4, "store: no memory for a text of %zu bytes\n", size);
+  return text;
+}
+
+/* ---- an object that has but a few leaves, as most that are read ---- */
+
+struct FewLeaves {
+  struct Leaf {
+    const uint8_t *name;
+    const char *value;
+    size_t name_length, length;
+  };
+  static constexpr size_t kMost = 64;
+  Leaf leaf[kMost]; /* where it stands in the file, */
+  uint64_t there;   /* as a bit for each */
+  size_t size;      /* of the text */
+};
+
+/* False: it is no leaf of the object whose key has `top_length` bytes, which cannot be. */
+bool AddLeaf(FewLeaves *leaves, const MDB_val &key, size_t top_length, const MDB_val &data) {
+  Record record;
+  if (key.mv_size <= top_length || RecordParse(data, &record) != 0) return false;
+  const size_t place = RecordPlace(record), name_length = key.mv_size - top_length - 1;
+  if (place >= FewLeaves::kMost) return false;
+  const uint8_t *name = static_cast<uint8_t *>(key.mv_data) + top_length + 1;
+  leaves->leaf[place] = {name, record.value, name_length, record.length};
+  leaves->there |= uint64_t{1} << place;
+  leaves->size += name_length + record.length + 2;
+  return true;
+}
+
+/* The rows that a load put behind a row stand below it in its page: the processor fetches all of
+   them at once. */
+void FetchBelow(const void *row) {
+  constexpr size_t kPage = 4096, kLine = 64, kBytes = 1024;
+  const size_t bytes = std::min(reinterpret_cast<uintptr_t>(row) % kPage, kBytes);
+  for (size_t at = kLine; at <= bytes; at += kLine)
+    __builtin_prefetch(static_cast<const char *>(row) - at);
+}
+
+/* 0, or -1: there is no such node, or it cannot be read (logged). FEW_NOT: it is something else. */
+enum { FEW_NOT = 1 };
+int GatherFew(MDB_txn *txn, const Key &top, FewLeaves *leaves) {
+  TreeCursor cursor;
+  Record object;
+  MDB_val key = KeyVal(top), data;
+  leaves->there = leaves->size = 0;
+  if (TreeOpenCursor(txn, &cursor) != 0) return -1;
+  int rc = mdb_cursor_get(cursor.get(), &key, &data, MDB_SET);
+  if (rc != 0) return rc == MDB_NOTFOUND ? -1 : TreeFailed("reading", rc);
+  FetchBelow(data.mv_data);
+  if (RecordParse(data, &object) != 0 || object.head.kind != KIND_OBJECT) return FEW_NOT;
+  const ObjectCounts counts = RecordChildren(object);
+  if (counts.nodes != 0 || counts.leaves > FewLeaves::kMost) return FEW_NOT;
+  for (int left = counts.leaves; left > 0; --left) { /* they come right behind */
+    if ((rc = mdb_cursor_get(cursor.get(), &key, &data, MDB_NEXT)) != 0)
+      return TreeFailed("reading", rc);
+    if (!AddLeaf(leaves, key, top.length, data)) return FEW_NOT;
+  }
+  return 0;
+}
+
+/* memcpy without a call for what names and values mostly are: eight to sixteen bytes. */
+char *Put(char *out, const void *from, size_t length) {
+  uint64_t first, last;
+  if (length < sizeof first || length > 2 * sizeof first) {
+    memcpy(out, from, length);
+  } else {
+    memcpy(&first, from, sizeof first);
+    memcpy(&last, static_cast<const char *>(from) + length - sizeof last, sizeof last);
+    memcpy(out, &first, sizeof first);
+    memcpy(out + length - sizeof last, &last, sizeof last);
+  }
+  return out + length;
+}
+
+int JoinFew(const FewLeaves &leaves, char **text) {
+  char *out = *text = NewText(leaves.size + 1);
+  if (out == nullptr) return -1;
+  for (uint64_t left = leaves.there; left != 0; left &= left - 1) {
+    const FewLeaves::Leaf &leaf = leaves.leaf[__builtin_ctzll(left)];
+    if (left != leaves.there) *out++ = AMS_SEPARATOR;
+    out = Put(out, leaf.name, leaf.name_length);
+    *out++ = '=';
+    out = Put(out, leaf.value, leaf.length);
+  }
+  *out = '\0';
+  return 0;
+}
+
+/* ---- any node ---- */
+
 char *WriteLeaf(char *out, const Found &leaf, size_t top_length, FoundObject *object) {
   out += FoundPath(leaf.key + top_length, leaf.key_length - top_length, object, out);
   *out++ = '=';
@@ -25,11 +120,8 @@ char *WriteLeaf(char *out, const Found &leaf, size_t top_length, FoundObject *ob
 int JoinLeaves(const std::vector<Found> &leaves, size_t top_length, char **text) {
   size_t size = 1;
   for (const Found &leaf : leaves) size += leaf.key_length - top_length + leaf.record.length + 2;
-  char *out = *text = static_cast<char *>(__tds_malloc(size, kTag));
-  if (out == nullptr) {
-    AMS_PRINT(4, "store: no memory for a text of %zu bytes\n", size);
-    return -1;
-  }
+  char *out = *text = NewText(size);
+  if (out == nullptr) return -1;
   FoundObject object = {};
   for (size_t at = 0; at < leaves.size(); ++at) {
     FoundFetch(leaves, at);
@@ -47,16 +139,6 @@ int LeafAlone(MDB_txn *txn, Key *key, std::vector<Found> *leaves) {
   if (TreeFind(txn, *key, &record) != 0) return -1;
   leaves->push_back({0, key->bytes, key->length, record});
   return 0;
-}
-
-/* The leaves that a node's text has, in the file's order; the node itself when it is a leaf. Their
-   keys share `top` bytes that the text leaves out. */
-int LeavesOf(MDB_txn *txn, const char *path, Key *key, std::vector<Found> *leaves, size_t *top) {
-  if (TreeKey(path, KEY_NODE, key) != 0) return -1;
-  *top = key->length;
-  if (TreeGather(txn, *key, TREE_LEAVES, leaves) == 0) return 0;
-  *top = key->last;
-  return LeafAlone(txn, key, leaves);
 }
 
 void AppendPair(std::string *text, std::string_view name, std::string_view value) {
@@ -94,10 +176,14 @@ int HandOut(const std::string &built, char **text) {
 
 int ReadAttributes(MDB_txn *txn, const char *path, char **text) {
   Key key;
-  size_t top;
   std::string built;
   std::vector<Found> leaves;
-  if (LeavesOf(txn, path, &key, &leaves, &top) != 0) return -1;
+  if (TreeKey(path, KEY_NODE, &key) != 0) return -1;
+  size_t top = key.length; /* bytes of their keys that the text leaves out */
+  if (TreeGather(txn, key, TREE_LEAVES, &leaves) != 0) {
+    if (LeafAlone(txn, &key, &leaves) != 0) return -1;
+    top = key.last;
+  }
   for (const Found &leaf : leaves) AppendWithAttributes(txn, leaf, top, &built);
   return HandOut(built, text);
 }
@@ -145,9 +231,14 @@ int ams_get_node_value(struct AmsTree *root, const char *path, char **text) {
   if (root == nullptr) return -1;
   return TreeRead([=](MDB_txn *txn) {
     Key key;
-    size_t top;
+    FewLeaves few;
     std::vector<Found> leaves;
-    return LeavesOf(txn, path, &key, &leaves, &top) == 0 ? JoinLeaves(leaves, top, text) : -1;
+    if (TreeKey(path, KEY_NODE, &key) != 0) return -1;
+    const int rc = GatherFew(txn, key, &few);
+    if (rc == 0) return JoinFew(few, text);
+    if (rc == FEW_NOT && TreeGather(txn, key, TREE_LEAVES, &leaves) == 0)
+      return JoinLeaves(leaves, key.length, text);
+    return LeafAlone(txn, &key, &leaves) == 0 ? JoinLeaves(leaves, key.last, text) : -1;
   });
 }
 

@@ -120,7 +120,7 @@ TEST(Flash, WhatIsUsedInstead) {
     EXPECT_TRUE(file.substr(0, copy.size()) == copy && file.empty() == copy.empty());
     FlashEnd end;
     int folder = FlashLock();
-    EXPECT_EQ(FlashStore(folder, 1, "k" + std::string(2, '\0'), &end), 0);
+    EXPECT_EQ(FlashStore(1, "k" + std::string(2, '\0'), &end), 0);
     FlashUnlock(folder);
     EXPECT_TRUE(FileBytes("area1") == FlashFile(1, {{"k", ""}}));
     EXPECT_TRUE(FileBytes("area1.1") == FlashFile(1, {{"k", ""}}));
@@ -136,24 +136,24 @@ TEST(Flash, AFullFlashGivesUpWhatIsWorthLess) {
   NewBoard();
   ASSERT_EQ(mount("none", "/var/nvram", "tmpfs", 0, "size=28k"), 0);
   const int folder = FlashLock();
-  EXPECT_EQ(FlashStore(folder, 1, record("a"), &end), 0);
+  EXPECT_EQ(FlashStore(1, record("a"), &end), 0);
   WriteBytes("area1.bad.1", large);
-  EXPECT_EQ(FlashStore(folder, 1, record("b"), &end), 0) << "for a damaged file";
+  EXPECT_EQ(FlashStore(1, record("b"), &end), 0) << "for a damaged file";
   EXPECT_TRUE(both() == file("b") + file("b"));
   WriteBytes("other", large);
-  EXPECT_EQ(FlashStore(folder, 1, record("c") + record("d"), &end), -1) << "more than there can be";
+  EXPECT_EQ(FlashStore(1, record("c") + record("d"), &end), -1) << "more than there can be";
   EXPECT_TRUE(both() == file("b") + file("b")) << "none goes";
-  EXPECT_EQ(FlashStore(folder, 1, record("c"), &end), 0) << "for the copy, which is written again";
+  EXPECT_EQ(FlashStore(1, record("c"), &end), 0) << "for the copy, which is written again";
   EXPECT_TRUE(both() == file("c") + file("c"));
   const std::string change = "d" + kNul + "=" + large + kNul,
                     added = WithChanges(file("c"), {{"d", "=" + large}});
-  EXPECT_EQ(FlashAdd(folder, 1, change, 14006, &end), 0) << "for the copy";
+  EXPECT_EQ(FlashAdd(1, change, 14006, &end), 0) << "for the copy";
   EXPECT_TRUE(both() == added);
-  EXPECT_EQ(FlashAdd(folder, 1, change + change, 14006, &end), -1);
+  EXPECT_EQ(FlashAdd(1, change + change, 14006, &end), -1);
   EXPECT_TRUE(both() == added) << "half a change does not stay";
   WriteBytes("area1", "damaged");
   WriteBytes("area1.1", file("d"));
-  EXPECT_EQ(FlashStore(folder, 1, record("e") + record("f"), &end), -1);
+  EXPECT_EQ(FlashStore(1, record("e") + record("f"), &end), -1);
   EXPECT_TRUE(FileBytes("area1.1") == file("d")) << "the only one that is sound";
   FlashUnlock(folder);
   EXPECT_EQ(umount("/var/nvram"), 0);
@@ -165,16 +165,14 @@ TEST(Flash, AnOutgrownFileNeedsNoRoomForAnother) {
   FlashEnd end;
   NewBoard();
   ASSERT_EQ(mount("none", "/var/nvram", "tmpfs", 0, "size=84k"), 0);
-  const int folder = FlashLock();
-  EXPECT_EQ(FlashStore(folder, 1, "a" + kNul + large + kNul, &end), 0);
+  EXPECT_EQ(FlashStore(1, "a" + kNul + large + kNul, &end), 0);
   int added = 0;
-  while (added < 10 && FlashAdd(folder, 1, change, 7003, &end) == 0) ++added;
+  while (added < 10 && FlashAdd(1, change, 7003, &end) == 0) ++added;
   EXPECT_EQ(added, 4) << "it is 35 KB long then, of 7";
   WriteBytes("other", std::string(32 << 10, 'o'));
-  EXPECT_EQ(FlashAdd(folder, 1, change, 7003, &end), 0) << "8 KB are left";
+  EXPECT_EQ(FlashAdd(1, change, 7003, &end), 0) << "8 KB are left";
   unlink("/var/nvram/other");
-  EXPECT_EQ(FlashAdd(folder, 1, change, 7003, &end), FLASH_ANEW);
-  FlashUnlock(folder);
+  EXPECT_EQ(FlashAdd(1, change, 7003, &end), FLASH_ANEW);
   EXPECT_EQ(umount("/var/nvram"), 0);
 }
 

@@ -67,8 +67,14 @@ TEST(NvramPower, ACommitIsAddedToItsFile) {
     return true;
   }));
   EXPECT_LT(FileBytes("area1").size(), 3 * before.size());
-  EXPECT_EQ(OnFlash(1).at("key5"), "3999" + std::string(100, 'r'));
-  EXPECT_EQ(OnFlash(1).size(), 998U);
+  const Settings last = OnFlash(1);
+  EXPECT_EQ(last.at("key5"), "3999" + std::string(100, 'r'));
+  EXPECT_EQ(last.size(), 998U);
+  EXPECT_TRUE(Elsewhere([] {
+    return Set("key0", "x") && Set("a", "x") && Set("z", "x") && nvram_unset("key9999", 1) == 0 &&
+           nvram_unset("key2", 1) == 0 && unlink("/var/nvram/area1") == 0 && Commit();
+  }));
+  EXPECT_EQ(FileBytes("area1.1"), FlashFile(1, last)) << "anew, as it was at the last commit";
   PowerCut();
   EXPECT_TRUE(Elsewhere([] { return Walk(NVTYPE_STAGING) == OnFlash(1); }));
 }

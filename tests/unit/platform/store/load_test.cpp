@@ -34,9 +34,25 @@ std::string Repeated(const std::string &text, int times) {
 /* Those of the contract, too, where blocks are counted. */
 TEST_F(Store, ScriptsOfTheDesk) {
   const ptrdiff_t before = tds_malloc_count(nullptr).blocks;
-  RunScripts(data_folder + "/desk", 5);
+  RunScripts(data_folder + "/desk", 6);
   RunScripts(data_folder, 11);
   EXPECT_EQ(tds_malloc_count(nullptr).blocks, before) << "texts are the callers' only";
+}
+
+TEST_F(Store, AnObjectMayHaveManyLeaves) {
+  for (int count : {1, 63, 64, 65, 300}) {
+    std::string elements, text;
+    for (int leaf = count; leaf > 0; --leaf) {
+      const std::string name = "L" + std::to_string(leaf),
+                        value(static_cast<size_t>(leaf % 20), 'v');
+      elements += "<" + name + " type=\"string\">" + value + "</" + name + ">";
+      text += (text.empty() ? "" : "|") + name + "=" + value;
+    }
+    ASSERT_NE(Load("<InternetGatewayDevice type=\"object\"><A type=\"object\">" + elements +
+                   "</A></InternetGatewayDevice>"),
+              nullptr);
+    EXPECT_EQ(Text("InternetGatewayDevice.A"), text) << count;
+  }
 }
 
 TEST_F(Store, WhatAFileIsRefusedFor) {
