@@ -111,11 +111,12 @@ int Look(const AmsDeskNode &node, void *context) {
 Json Find(const Json &asked) {
   if (!Attach()) return NoStore();
   Search search = {asked.at("text"), false, {}};
+  if (search.text.compare(0, sizeof kRoot, std::string(kRoot) + ".") == 0)
+    search.text.erase(0, sizeof kRoot);
   if (search.text.empty() || search.text.size() > AMS_PATH_SIZE)
     return ControlReply(EXIT_USAGE, "search for 1 to 256 bytes");
   search.pattern = search.text.find_first_of("*?[") != search.text.npos;
-  if (search.pattern && search.text.compare(0, strlen(kRoot), kRoot) != 0)
-    search.text = "*" + search.text;
+  if (search.pattern) search.text = "*" + search.text;
   if (ams_desk_walk(kRoot, true, Look, &search) < 0) return NoStore();
   Json reply = ControlReply(EXIT_DONE, ""), list = Json::array();
   reply["more"] = search.found.size() > kFoundMax;

@@ -58,7 +58,8 @@ FilterRule RuleOf(const std::string &line, const std::vector<std::string> &words
   rule.text = line;
   rule.chain = words[1];
   bool negated = false;
-  for (size_t i = 2; i + 1 < words.size(); ++i) {
+  for (size_t i = 2; i + 1 < words.size() && rule.target.empty();
+       ++i) { /* the target's words end it */
     if (words[i] == "!") {
       negated = true;
     } else if (words[i][0] == '-') {

@@ -26,7 +26,7 @@ export function rowsOf(ports, entries) {
   const rows = KNOWN.flatMap(({service, protocol, from, port}) => {
     const all = new Set((ports[from] ?? String(port)).split(',').map(Number).filter((each) => each > 0));
     for (const entry of entries)
-      if (entry.ServiceName === service && Number(entry.Port) > 0 && protocol !== 'icmp') all.add(Number(entry.Port));
+      if (entry.ServiceName === service && protocol !== 'icmp') all.add(Number(entry.Port) || port);
     return [...all].map((each) => ({service, protocol, port: each}));
   });
   for (const {ServiceName: service, Port: port} of entries)

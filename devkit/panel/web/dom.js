@@ -74,6 +74,7 @@ export function outcome() {
       say(line, text);
       put(list, commands.map((command) => h('li', {}, h('code', {}, command))));
       list.hidden = commands.length === 0;
+      list.tabIndex = commands.length > 6 ? 0 : -1; // only what scrolls
     },
   };
 }
