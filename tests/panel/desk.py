@@ -10,6 +10,7 @@ import urllib.error
 import urllib.request
 
 from selenium import webdriver
+from selenium.common.exceptions import WebDriverException
 from selenium.webdriver.chrome.service import Service
 from selenium.webdriver.common.by import By
 
@@ -126,10 +127,21 @@ class Browser:
                 try:
                     if element.is_displayed() and text in element.text:
                         return element
-                except Exception:  # it went while it was looked at
+                except WebDriverException:  # it went while it was looked at
                     pass
             return None
         return until(look, f"{selector} with “{text}”")
+
+    def press(self, box, text, button):
+        """Clicks the button of the box that has the text: both may be drawn anew meanwhile."""
+        def click():
+            try:
+                boxes = [each for each in self.driver.find_elements(By.CSS_SELECTOR, box) if text in each.text]
+                found = [each for each in boxes[0].find_elements(By.CSS_SELECTOR, "button") if button in each.text] if boxes else []
+                return found and not found[0].click() and found
+            except WebDriverException:
+                return None
+        until(click, f"{box} with “{text}” and a button “{button}”")
 
     def view(self, name):
         self.sees(f"nav a[href='#/{name}']").click()

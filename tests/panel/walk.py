@@ -1,5 +1,6 @@
 """Walks through the page with a real browser, beside the running gateway: who is let in, what each view shows
 and does, and what the page does when the gateway goes and comes back. usage: walk.py BUILD"""
+import socket
 import subprocess
 import sys
 
@@ -136,14 +137,12 @@ def outside(gateway, browser):
     gateway.run("cfgcmd set InternetGatewayDevice.X_CT-COM_UserInfo.Result 0")
     browser.sees(".lamp.off", "Internet")
     before = gateway.run("grep -c key_press.sh /var/log/devkit/calls")
-    box = browser.sees(".key-box", "WPS")
-    browser.sees("button", "Press", box).click()
+    browser.press(".key-box .at-once", "Press", "Press")  # the first key's
     until(lambda: gateway.run("grep -c key_press.sh /var/log/devkit/calls") != before, "the key script's call")
     browser.sees(".log .call", "key_press.sh")
-    port = browser.sees(".port", "LTE stick")
-    browser.sees("button", "Unplug", port).click()
+    browser.press(".port", "LTE stick", "Unplug")
     browser.sees(".lamp.off", "LTE")
-    browser.sees("button", "Plug in", browser.sees(".port", "LTE stick")).click()
+    browser.press(".port", "LTE stick", "Plug in")
     browser.sees(".lamp.on", "LTE")
 
 
@@ -246,6 +245,45 @@ def accessible(browser):
         browser.size(1280, 860)
 
 
+def of_the_server(gateway):
+    """KiB resident."""
+    return int(gateway.run("awk '/VmRSS/ { print $2 }' /proc/$(cat /var/run/devkit/panel)/status"))
+
+
+def of_the_page(browser):
+    """Bytes of the heap and nodes of the document."""
+    browser.driver.execute_cdp_cmd("HeapProfiler.collectGarbage", {})
+    metrics = {each["name"]: each["value"] for each in browser.driver.execute_cdp_cmd("Performance.getMetrics", {})["metrics"]}
+    return metrics["JSHeapUsedSize"], metrics["Nodes"]
+
+
+def stuck():
+    """The server's connections with a lot that the other side does not read; they are of the forwarder's network."""
+    lines = subprocess.run(["ss", "-Hxan"], capture_output=True, text=True, check=True).stdout.splitlines()
+    return {words[5] for line in lines if "/var/run/panel/socket" in line and int((words := line.split())[3]) > 60000}
+
+
+def many_events(gateway, browser):
+    """Neither the server nor the page grows, and one that does not read is let go while others see all."""
+    browser.driver.execute_cdp_cmd("Performance.enable", {})
+    browser.view("outside")
+    lines = "seq -f 'echo %.0f of many command lines that are as long as most are' {} {} >>/var/log/devkit/commands"
+    with socket.create_connection(("127.0.0.1", gateway.port)) as deaf:
+        deaf.sendall(f"GET /api/events HTTP/1.1\r\nHost: 127.0.0.1:{gateway.port}\r\nAuthorization: Bearer {gateway.token}\r\n\r\n".encode())
+        before = after = None
+        deaf_ones = set()
+        for last in (100000, 200000):  # the first time fills what is kept
+            for begin in range(last - 100000, last, 10000):
+                gateway.run(lines.format(begin + 1, begin + 10000))
+                browser.sees(".log code", f"echo {begin + 10000} ")
+                deaf_ones = deaf_ones or stuck()
+            before, after = after, (of_the_server(gateway), *of_the_page(browser))
+        for what, had, has, more in zip(("server: KiB", "page: bytes", "page: nodes"), before, after, (4096, 2000000, 500)):
+            check(has <= had + more, f"{what}: {had} before 100,000 events, {has} behind them")
+        check(deaf_ones, "the connection that reads nothing takes all the same")
+        until(lambda: not deaf_ones & stuck(), "the end of the connection that reads nothing")
+
+
 def goes_and_comes_back(gateway, browser):
     browser.view("model")
     go_to(browser, "DeviceInfo.ProvisioningCode")
@@ -281,6 +319,7 @@ def main():
         accessible(browser)
         errors = browser.errors()
         check(not errors, f"the console says: {errors}")
+        many_events(gateway, browser)
         goes_and_comes_back(gateway, browser)
     except Wrong as wrong:
         if browser:

@@ -214,6 +214,8 @@ export function view(root) {
       said.show(reply.status === 0 ? text : reply.text, reply.status === 0, reply.commands);
       again();
     });
+    const seen = made.map(({row}) => row.textContent).join('');
+    if (seen === back.textContent) return; // a button stays under the pointer
     renew(back, made.map(({row}) => row));
     put(sockets, made.map(({socket}) => socket));
   }
