@@ -14,8 +14,6 @@
 
 namespace {
 
-constexpr char kCommands[] = "/var/log/devkit/commands";
-
 constexpr char kFooter[] =
     "Exit status: 0 done, 1 the gateway said no, 2 wrong usage, 3 no answer in time.\n"
     "Examples:\n"
@@ -79,7 +77,7 @@ std::optional<int> Parse(int argc, char **argv, Asked *asked) {
 
 /* Command lines that were started since the file had `offset` bytes. */
 std::string CallsText(uint64_t offset, bool json) {
-  std::istringstream lines(AppendedSince(kCommands, offset));
+  std::istringstream lines(AppendedSince(kCommandsLog, offset));
   std::string text, line;
   Json list = Json::array();
   while (std::getline(lines, line)) {
@@ -97,7 +95,7 @@ int main(int argc, char **argv) try {
   Asked asked;
   if (auto end = Parse(argc, argv, &asked)) return *end;
 
-  uint64_t offset = FileSize(kCommands);
+  uint64_t offset = FileSize(kCommandsLog);
   Outcome outcome = RunVerb(*asked.verb, asked.words, asked.options);
   if (outcome.status == EXIT_DONE || outcome.text.empty())
     fputs(TerminalText(std::move(outcome.text), STDOUT_FILENO).c_str(), stdout);

@@ -6,19 +6,12 @@
 #include <string>
 #include <vector>
 
-#include "exit_status.h"
+#include "requests.h"
 
 struct Options {
   bool json = false;
   bool calls = false;
-  uint32_t limit_ms = 10000; /* for each request */
-};
-
-/* `text`: on success what goes to standard output, with its line feeds; else one line, without. Of
-   wrong usage it is what the usage line does not tell. "": everything was said already. */
-struct Outcome {
-  int status = EXIT_DONE;
-  std::string text;
+  uint32_t limit_ms = kUsualLimit; /* for each request */
 };
 
 using Words = std::vector<std::string>;

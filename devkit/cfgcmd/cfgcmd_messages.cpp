@@ -21,42 +21,15 @@
 
 namespace {
 
-constexpr char kDaemon[] = "sysmgr";
-constexpr char kDaemonLog[] = "/var/log/devkit/sysmgr.log";
 constexpr char kInforms[] = "/var/log/devkit/informs";
 
 using Clock = std::chrono::steady_clock;
-
-Outcome CallFailure(int error, const char *dest, uint32_t limit_ms) {
-  std::string name = dest;
-  switch (error) {
-    case ENOENT:
-      return {EXIT_REFUSED, name + " is not running: start the gateway with script/gateway"};
-    case EPIPE:
-      return {EXIT_REFUSED, name + " died before it answered: look at its log in /var/log/devkit"};
-    case ENOMSG:
-      return {EXIT_REFUSED, name + " does not answer such a message: check the id"};
-    case EMSGSIZE:
-      return {EXIT_REFUSED, "the message or its answer is longer than 64 MiB: ask for less"};
-    case EPERM:
-      return {EXIT_REFUSED, "the message's id is the runtime's own: nobody else may send it"};
-    case EUSERS:
-      return {EXIT_REFUSED, name + " has no room for more clients: end some, or try later"};
-    case ETIMEDOUT:
-      return {EXIT_NO_ANSWER, name + " gave no answer in " + std::to_string(limit_ms) +
-                                  " ms: it is busy or hangs, --timeout waits longer"};
-    case EAGAIN:
-      return {EXIT_NO_ANSWER, name + " takes no more messages: it is busy or hangs, try later"};
-    default:
-      return {EXIT_REFUSED, name + " cannot be asked: " + strerror(error)};
-  }
-}
 
 /* Sends a control message to the daemon and prints its reply; "failed" and the like are refusals.
  */
 Outcome Control(uint32_t id, const std::string &payload, const Options &options) {
   std::string reply;
-  Outcome outcome = Call(kDaemon, id, payload, options, &reply);
+  Outcome outcome = Call(kDaemon, id, payload, options.limit_ms, &reply);
   if (outcome.status != EXIT_DONE) return outcome;
   if (reply.find("failed") != std::string::npos || reply.find("not write") != std::string::npos)
     return {EXIT_REFUSED, reply};
@@ -71,18 +44,6 @@ bool FromHex(std::string text, std::string *bytes) {
 }
 
 }  // namespace
-
-Outcome Call(const char *dest, uint32_t id, const std::string &payload, const Options &options,
-             std::string *reply) {
-  void *bytes = nullptr;
-  uint32_t length = 0;
-  if (tds_call(id, payload.data(), static_cast<uint32_t>(payload.size()), dest, options.limit_ms,
-               &bytes, &length) != 0)
-    return CallFailure(errno, dest, options.limit_ms);
-  if (bytes != nullptr) reply->assign(static_cast<char *>(bytes), length);
-  __tds_free(bytes);
-  return {};
-}
 
 bool ParseMessage(const Words &words, Message *message) {
   if (!ParseNumber(words[1], 0, UINT32_MAX, &message->id)) return false;
@@ -136,7 +97,7 @@ Outcome Send(const Words &words, const Options &options) {
     return {EXIT_REFUSED, words[0] + " takes no message: is the name right, does it run?"};
   }
   std::string reply;
-  Outcome outcome = Call(words[0].c_str(), id, message.payload, options, &reply);
+  Outcome outcome = Call(words[0].c_str(), id, message.payload, options.limit_ms, &reply);
   return outcome.status == EXIT_DONE ? Outcome{EXIT_DONE, reply + "\n"} : outcome;
 }
 
@@ -155,14 +116,11 @@ Outcome Trace(const Words &words, const Options &options) {
   return Control(PROSCTL_TRACE, words[0] + std::string(1, '\0'), options);
 }
 
-/* The daemon prints the table to its own log before it answers. */
 Outcome Mem(const Words &, const Options &options) {
-  uint64_t offset = FileSize(kDaemonLog);
-  std::string reply;
-  Outcome outcome = Call(kDaemon, PROSCTL_MALLOC, "", options, &reply);
-  if (outcome.status != EXIT_DONE) return outcome;
-  std::string table = AppendedSince(kDaemonLog, offset);
-  return {EXIT_DONE, options.json ? JsonText({{"text", table}}) : table};
+  Outcome outcome = DaemonMemory(options.limit_ms);
+  if (outcome.status == EXIT_DONE && options.json)
+    outcome.text = JsonText({{"text", outcome.text}});
+  return outcome;
 }
 
 Outcome Wait(const Words &words, const Options &options) {

@@ -1,11 +1,7 @@
-// Messages to any endpoint, as the client's verbs send them.
+// Messages to any endpoint, as the words of the client's verbs tell them.
 #pragma once
 
 #include "cfgcmd.h"
-
-/* tds_call with a failure as an outcome: `*reply` is the answer's bytes. */
-Outcome Call(const char *dest, uint32_t id, const std::string &payload, const Options &options,
-             std::string *reply);
 
 /* "NAME ID [--wait] [--text T | --hex H]". */
 struct Message {

@@ -1,12 +1,9 @@
 // Texts that the client prints; see cfgcmd_print.h.
 #include "cfgcmd_print.h"
 
-#include <sys/stat.h>
 #include <unistd.h>
 
 #include <cstring>
-#include <fstream>
-#include <sstream>
 #include <string_view>
 
 #include "escape.h"
@@ -90,16 +87,4 @@ std::string AttributeText(const std::string &path, const std::string &text, bool
 
 std::string TerminalText(std::string text, int descriptor) {
   return isatty(descriptor) == 1 ? Printable(text) : std::move(text);
-}
-
-uint64_t FileSize(const char *path) {
-  struct stat status;
-  return stat(path, &status) == 0 ? static_cast<uint64_t>(status.st_size) : 0;
-}
-
-std::string AppendedSince(const char *path, uint64_t offset) {
-  std::ifstream file(path, std::ios::binary);
-  std::ostringstream text;
-  if (file.seekg(static_cast<std::streamoff>(offset))) text << file.rdbuf();
-  return text.str();
 }

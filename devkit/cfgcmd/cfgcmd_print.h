@@ -1,10 +1,10 @@
-// Texts that the client prints, and the log files that it reads back.
+// Texts that the client prints.
 #pragma once
 
-#include <cstdint>
 #include <string>
 
 #include "control.h"
+#include "log_file.h"
 
 std::string JsonText(const Json &json);
 
@@ -17,7 +17,3 @@ std::string AttributeText(const std::string &path, const std::string &text, bool
 /* `text`; with its control characters escaped when `descriptor` is a terminal: values come from
    strangers, too. */
 std::string TerminalText(std::string text, int descriptor);
-
-/* Size of a file, 0 when there is none; and what was written behind `offset` since. */
-uint64_t FileSize(const char *path);
-std::string AppendedSince(const char *path, uint64_t offset);

@@ -96,7 +96,7 @@ Outcome Publish(const Words &words, const Options &options) {
   if (Serve(words[0], messages) != 0) return CannotServe(words[0]);
   std::string payload(4, '\0'), reply;
   appt_PutWord(&payload[0], static_cast<uint32_t>(message.id));
-  return Call(words[0].c_str(), kPublish, payload + message.payload, options, &reply);
+  return Call(words[0].c_str(), kPublish, payload + message.payload, options.limit_ms, &reply);
 }
 
 }  // namespace

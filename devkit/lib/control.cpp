@@ -1,7 +1,31 @@
 // Requests to simulators; see control.h.
 #include "control.h"
 
+#include <sys/socket.h>
+#include <sys/un.h>
+#include <unistd.h>
+
 #include <cstdio>
+#include <cstring>
+
+namespace {
+
+/* Connected, or -1. */
+int Connect(const char *path, double limit_s) {
+  struct sockaddr_un address = {AF_UNIX, ""};
+  strncpy(address.sun_path, path, sizeof address.sun_path - 1);
+  int end = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+  auto whole = static_cast<time_t>(limit_s);
+  const struct timeval limit = {
+      whole, static_cast<suseconds_t>((limit_s - static_cast<double>(whole)) * 1e6)};
+  (void)setsockopt(end, SOL_SOCKET, SO_RCVTIMEO, &limit, sizeof limit); /* cannot fail */
+  (void)setsockopt(end, SOL_SOCKET, SO_SNDTIMEO, &limit, sizeof limit);
+  if (connect(end, reinterpret_cast<struct sockaddr *>(&address), sizeof address) == 0) return end;
+  close(end);
+  return -1;
+}
+
+}  // namespace
 
 Json ControlReply(int status, const std::string &text) {
   return {{"status", status}, {"text", text}};
@@ -15,6 +39,21 @@ Json ControlReplyIn(const std::string &bytes) {
   Json reply = Json::parse(bytes, nullptr, false);
   bool whole = reply.is_object() && reply.contains("status") && reply["status"].is_number_integer();
   return whole ? reply : Json();
+}
+
+Json ControlAsk(const char *path, const Json &request, double limit_s) {
+  std::string text = ControlBytes(request), answer;
+  int end = Connect(path, limit_s);
+  if (end < 0) return {};
+  ssize_t length = -1;
+  if (write(end, text.data(), text.size()) == static_cast<ssize_t>(text.size()) &&
+      shutdown(end, SHUT_WR) == 0) {
+    char bytes[16 * 1024];
+    while ((length = read(end, bytes, sizeof bytes)) > 0)
+      answer.append(bytes, static_cast<size_t>(length));
+  }
+  close(end);
+  return ControlReplyIn(length == 0 ? answer : "");
 }
 
 int ControlPrint(const char *program, const Json &reply, bool json,

@@ -18,6 +18,10 @@ std::string ControlBytes(const Json &json);
 /* The reply in what arrived; null: that is none. */
 Json ControlReplyIn(const std::string &bytes);
 
+/* Asks over the stream socket at `path`, whose request ends with that direction. The reply; null:
+   none came in time. */
+Json ControlAsk(const char *path, const Json &request, double limit_s);
+
 /* Prints a reply, which is not null, for `program`: the state as JSON or through `print`. The
    status to end with. */
 int ControlPrint(const char *program, const Json &reply, bool json,

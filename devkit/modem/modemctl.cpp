@@ -1,13 +1,10 @@
 // modemctl: what the network and the hardware do to the simulated modem, and a look at what it
 // keeps. Everything is decided in the simulator (modem_control.cpp); here are words and printing.
-#include <sys/socket.h>
-#include <sys/un.h>
 #include <unistd.h>
 
 #include <chrono>
 #include <csignal>
 #include <cstdio>
-#include <cstring>
 
 #include "command_line.h"
 #include "modem_control.h"
@@ -34,44 +31,13 @@ struct Asked {
 
 using Clock = std::chrono::steady_clock;
 
-/* Connected, or -1. */
-int Connect(double limit_s) {
-  struct sockaddr_un address = {AF_UNIX, ""};
-  memcpy(address.sun_path, kModemSocket, sizeof kModemSocket);
-  int end = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
-  auto whole = static_cast<time_t>(limit_s);
-  const struct timeval limit = {
-      whole, static_cast<suseconds_t>((limit_s - static_cast<double>(whole)) * 1e6)};
-  (void)setsockopt(end, SOL_SOCKET, SO_RCVTIMEO, &limit, sizeof limit); /* cannot fail */
-  (void)setsockopt(end, SOL_SOCKET, SO_SNDTIMEO, &limit, sizeof limit);
-  if (connect(end, reinterpret_cast<struct sockaddr *>(&address), sizeof address) == 0) return end;
-  close(end);
-  return -1;
-}
-
-/* The reply; null when none came. */
-Json Ask(const Json &request, double limit_s) {
-  std::string text = ControlBytes(request), answer;
-  int end = Connect(limit_s);
-  if (end < 0) return {};
-  ssize_t length = -1;
-  if (write(end, text.data(), text.size()) == static_cast<ssize_t>(text.size()) &&
-      shutdown(end, SHUT_WR) == 0) {
-    char bytes[16 * 1024];
-    while ((length = read(end, bytes, sizeof bytes)) > 0)
-      answer.append(bytes, static_cast<size_t>(length));
-  }
-  close(end);
-  return ControlReplyIn(length == 0 ? answer : "");
-}
-
 /* Again and again until it serves. */
 Json AskUntilItServes(const Json &request, double limit_s) {
   auto end = Clock::now() + std::chrono::duration<double>(limit_s);
-  Json reply = Ask(request, limit_s);
+  Json reply = ControlAsk(kModemSocket, request, limit_s);
   while (reply.is_null() && Clock::now() < end) {
     usleep(10000);
-    reply = Ask(request, limit_s);
+    reply = ControlAsk(kModemSocket, request, limit_s);
   }
   return reply;
 }
@@ -190,6 +156,7 @@ int main(int argc, char **argv) {
   if (auto end = ParseCommandLine(&app, argc, argv)) return *end;
   FillIn(asked, &request);
   bool waits = request["verb"] == "wait";
-  return Print(waits ? AskUntilItServes(request, asked.limit_s) : Ask(request, asked.limit_s),
+  return Print(waits ? AskUntilItServes(request, asked.limit_s)
+                     : ControlAsk(kModemSocket, request, asked.limit_s),
                asked);
 }

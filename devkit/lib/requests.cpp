@@ -1,0 +1,126 @@
+// The client side of requests and messages; see requests.h.
+#include "requests.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+
+#include "ams_store.h"
+#include "appt_request.h"
+#include "log_file.h"
+#include "nodes.h"
+#include "prosctl_thread.h"
+#include "tds_desk.h"
+
+namespace {
+
+constexpr char kDaemonLog[] = "/var/log/devkit/sysmgr.log";
+
+Outcome CallFailure(int error, const char *dest, uint32_t limit_ms) {
+  std::string name = dest;
+  switch (error) {
+    case ENOENT:
+      return {EXIT_REFUSED, name + " is not running: start the gateway with script/gateway"};
+    case EPIPE:
+      return {EXIT_REFUSED, name + " died before it answered: look at its log in /var/log/devkit"};
+    case ENOMSG:
+      return {EXIT_REFUSED, name + " does not answer such a message: check the id"};
+    case EMSGSIZE:
+      return {EXIT_REFUSED, "the message or its answer is longer than 64 MiB: ask for less"};
+    case EPERM:
+      return {EXIT_REFUSED, "the message's id is the runtime's own: nobody else may send it"};
+    case EUSERS:
+      return {EXIT_REFUSED, name + " has no room for more clients: end some, or try later"};
+    case ETIMEDOUT:
+      return {EXIT_NO_ANSWER, name + " gave no answer in " + std::to_string(limit_ms) +
+                                  " ms: it is busy or hangs, --timeout waits longer"};
+    case EAGAIN:
+      return {EXIT_NO_ANSWER, name + " takes no more messages: it is busy or hangs, try later"};
+    default:
+      return {EXIT_REFUSED, name + " cannot be asked: " + strerror(error)};
+  }
+}
+
+/* The outcome of a request that was not answered in time, with the modules that are to blame. */
+Outcome NotInTime(Outcome outcome, const std::string &url, uint32_t limit_ms) {
+  std::string reply;
+  DbmgrAnswer answer;
+  /* dbmgr answers this one at once, however little time the request was given */
+  limit_ms = std::max(limit_ms, kUsualLimit);
+  if (Call(kDbmgrName, kDbmgrWaits, url, limit_ms, &reply).status == EXIT_DONE &&
+      DbmgrGetAnswer(reply.data(), reply.size(), &answer) == 0 && !answer.text.empty())
+    outcome.text += "; it waits for " + answer.text;
+  return outcome;
+}
+
+/* Parameters of one object, in the order in which the objects came first. */
+struct Group {
+  std::string object, value;
+};
+
+int AddToGroup(std::vector<Group> *groups, const std::string &path, const std::string &value) {
+  size_t dot = path.rfind('.');
+  if (dot == std::string::npos || value.find(AMS_SEPARATOR) != std::string::npos) return -1;
+  std::string object = path.substr(0, dot), leaf = path.substr(dot + 1) + "=" + value;
+  for (Group &group : *groups) {
+    if (group.object != object) continue;
+    group.value += static_cast<char>(AMS_SEPARATOR) + leaf;
+    return 0;
+  }
+  groups->push_back({object, leaf});
+  return 0;
+}
+
+}  // namespace
+
+Outcome Call(const char *dest, uint32_t id, const std::string &payload, uint32_t limit_ms,
+             std::string *reply) {
+  void *bytes = nullptr;
+  uint32_t length = 0;
+  if (tds_call(id, payload.data(), static_cast<uint32_t>(payload.size()), dest, limit_ms, &bytes,
+               &length) != 0)
+    return CallFailure(errno, dest, limit_ms);
+  if (bytes != nullptr) reply->assign(static_cast<char *>(bytes), length);
+  __tds_free(bytes);
+  return {};
+}
+
+Outcome Ask(uint32_t command, const std::string &url, const std::string &value, uint32_t limit_ms,
+            DbmgrAnswer *answer) {
+  if (url.size() > UINT16_MAX)
+    return {EXIT_REFUSED, "the path is longer than 65535 bytes: check it"};
+  std::string bytes = DbmgrPutRequest({command, url, value});
+  std::string reply;
+  Outcome outcome = Call(kDbmgrName, kDbmgrRequest, bytes, limit_ms, &reply);
+  if (outcome.status == EXIT_NO_ANSWER) return NotInTime(outcome, url, limit_ms);
+  if (outcome.status != EXIT_DONE) return outcome;
+  if (DbmgrGetAnswer(reply.data(), reply.size(), answer) != 0)
+    return {EXIT_REFUSED, "the answer is damaged: is the gateway of this client?"};
+  if (answer->result < 0) return {EXIT_REFUSED, answer->text};
+  return {};
+}
+
+Outcome SetLeaves(const std::vector<std::string> &words, uint32_t limit_ms) {
+  std::vector<Group> groups;
+  for (size_t i = 0; i < words.size(); i += 2)
+    if (AddToGroup(&groups, Bare(words[i]), words[i + 1]) != 0)
+      return {EXIT_REFUSED,
+              "\"" + words[i] + "\": give the full path, and a value without byte 0x03"};
+  std::string done;
+  for (const Group &group : groups) {
+    DbmgrAnswer answer;
+    Outcome outcome = Ask(APPT_CMD_SET, group.object, group.value, limit_ms, &answer);
+    if (outcome.status != EXIT_DONE && !done.empty()) outcome.text += "; set before it: " + done;
+    if (outcome.status != EXIT_DONE) return outcome;
+    done += (done.empty() ? "" : ", ") + group.object;
+  }
+  return {};
+}
+
+Outcome DaemonMemory(uint32_t limit_ms) {
+  const uint64_t offset = FileSize(kDaemonLog);
+  std::string reply;
+  Outcome outcome = Call(kDaemon, PROSCTL_MALLOC, "", limit_ms, &reply);
+  if (outcome.status == EXIT_DONE) outcome.text = AppendedSince(kDaemonLog, offset);
+  return outcome; /* it prints the table before it answers */
+}

@@ -1,0 +1,40 @@
+// The call about access control: what the kernel's chains do now with packets that the page names.
+#include "panel_http.h"
+#include "panel_program.h"
+#include "panel_rules.h"
+
+namespace {
+
+constexpr size_t kPacketsMax = 200;
+
+Json JsonOf(const Judgement &judgement) {
+  return {{"verdict", judgement.verdict},
+          {"rule", judgement.rule},
+          {"exceptions", judgement.exceptions}};
+}
+
+/* "packets": objects with "in", "protocol" and "port". */
+Json Access(const Json &asked) {
+  const Json &packets = asked.at("packets");
+  if (packets.size() > kPacketsMax) return ControlReply(EXIT_USAGE, "200 packets at most, please");
+  Json reply = ControlReply(EXIT_DONE, "");
+  for (const auto &[name, tool] : {std::pair("v4", "iptables"), std::pair("v6", "ip6tables")}) {
+    std::string text;
+    if (RunProgram({tool, "-S"}, &text) != 0)
+      return ControlReply(EXIT_REFUSED, "this machine's kernel has no packet filter for a sandbox");
+    const Filter filter = FilterOf(text);
+    Json list = Json::array();
+    for (const Json &each : packets) {
+      Packet packet = {each.at("in"), each.at("protocol"), each.at("port")};
+      if (packet.protocol == "icmp" && name == std::string("v6"))
+        packet.port = 128; /* its echo request */
+      list.push_back(JsonOf(Judge(filter, packet)));
+    }
+    reply[name] = std::move(list);
+  }
+  return reply;
+}
+
+}  // namespace
+
+const PanelCall kAccessCalls[] = {{"access", Access}, {}};

@@ -1,0 +1,337 @@
+"""Walks through the page with a real browser, beside the running gateway: who is let in, what each view shows
+and does, and what the page does when the gateway goes and comes back. usage: walk.py BUILD"""
+import socket
+import subprocess
+import sys
+
+from selenium.webdriver.common.keys import Keys
+
+import desk
+from desk import Wrong, until
+
+SERVICES = "InternetGatewayDevice.Services"
+VIEWS = ["outside", "model", "requests", "access", "phone", "firmware", "health"]
+
+
+def check(true, what):
+    if not true:
+        raise Wrong(what)
+
+
+def field(browser, view, label):
+    """The field of a label."""
+    name = browser.sees(f".view.{view} label", label).get_attribute("for")
+    return browser.driver.find_element("id", name)
+
+
+def type_in(element, text):
+    element.clear()
+    element.send_keys(text)
+
+
+# ---- who is let in ----
+
+STRANGERS = [
+    ("no token", 401, {"Authorization": None}),
+    ("another token", 401, {"Authorization": "Bearer " + 32 * "0"}),
+    ("the token with more behind", 401, {"more": "0"}),
+    ("another page", 403, {"Origin": "http://example.org"}),
+    ("a page of another port", 403, {"Origin": "http://127.0.0.1:1"}),
+    ("a page without a name", 403, {"Origin": "null"}),
+    ("a name that leads here", 403, {"Host": "rebound.example.org"}),
+    ("another site's script", 403, {"Sec-Fetch-Site": "cross-site"}),
+    ("a page of another port, by its browser's word", 403, {"Sec-Fetch-Site": "same-site"}),
+    ("a form", 400, {"Content-Type": "text/plain"}),
+]
+
+
+def strangers(gateway):
+    for what, status, headers in STRANGERS:
+        if "more" in headers:
+            headers = {"Authorization": f"Bearer {gateway.token}0"}
+        for path in ("/api/nodes", "/api/set"):
+            got = gateway.ask(path, **headers)[0]
+            check(got == status, f"{what}, {path}: {got}, not {status}")
+    own = {"Origin": f"http://127.0.0.1:{gateway.port}", "Sec-Fetch-Site": "same-origin"}
+    for what, status, path, body in (
+        ("the page itself", 200, "/api/nodes", b"{}"),
+        ("no call", 404, "/api/nothing", b"{}"),
+        ("no object", 400, "/api/nodes", b"[1]"),
+        ("no JSON", 400, "/api/nodes", b"{"),
+        ("a path that is a number", 400, "/api/nodes", b'{"path":1}'),
+        ("bytes that are no text", 400, "/api/nodes", b'{"path":"\xff"}'),
+        ("too much", 413, "/api/set", b" " * 600000),
+    ):
+        got = gateway.ask(path, body, **own)[0]
+        check(got == status, f"{what}: {got}, not {status}")
+    for path in ("/../panel.cpp", "/%2e%2e/panel.cpp", "/..%2fpanel.cpp", "/js/../../panel.cpp"):
+        got = gateway.ask(path, method="GET")[0]
+        check(got == 404, f"{path}: {got}, not 404")
+    status, body, headers = gateway.ask("/", method="GET", Authorization=None)
+    check(status == 200 and b"<main" in body, "the page's own file is not served")
+    policy = headers["Content-Security-Policy"]
+    check("default-src 'none'" in policy and "unsafe" not in policy, f"policy: {policy}")
+    check(headers["Cache-Control"] == "no-store" and headers["X-Content-Type-Options"] == "nosniff", str(headers))
+
+
+def listens_nowhere_else(gateway):
+    lines = subprocess.run(["ss", "-Hltn", f"sport = :{gateway.port}"], capture_output=True, text=True, check=True).stdout
+    check([line.split()[3] for line in lines.splitlines()] == [f"127.0.0.1:{gateway.port}"], f"it listens on: {lines}")
+    check(gateway.run("stat -c %a /var/run/panel /var/run/panel/socket /var/run/panel/token") == "700\n600\n600\n", "others may open its files")
+
+
+# ---- the views ----
+
+def go_to(browser, text):
+    search = field(browser, "model", "Search")
+    type_in(search, text)
+    browser.sees(".found-list a", text.rsplit(".", 1)[-1]).click()
+    browser.sees(".parameter.found")
+    type_in(search, " ")
+
+
+def model(gateway, browser):
+    browser.view("model")
+    go_to(browser, "ServiceTelnet.Port")
+    type_in(field(browser, "model", "Port"), "2323,2324")
+    type_in(field(browser, "model", "Enable"), "1")
+    browser.sees(".bar", "2 changes")
+    browser.sees(".bar button", "Apply").click()
+    browser.sees(".details .commands", "telnetd -l /usr/sbin/ams_cli -p 2324")
+    until(lambda: gateway.run("ss -Hltn 'sport = :2323 or sport = :2324' | wc -l") == "2\n", "telnetd on both ports")
+    # what is refused stays in its field, with what it needs
+    type_in(field(browser, "model", "Port"), "23;reboot")
+    browser.sees(".bar button", "Apply").click()
+    browser.sees(".parameter.changed .error", "port list")
+    check(field(browser, "model", "Port").get_attribute("value") == "23;reboot", "the refused value is gone")
+    check(gateway.run(f"cfgcmd get {SERVICES}.ServiceTelnet.Port") == "2323,2324\n", "the refused value was set")
+    browser.sees(".bar button", "Discard").click()
+    # rows
+    go_to(browser, "X_CT-COM_UserInfo.UserName")
+    browser.sees(".below a", "UserList").click()
+    browser.sees(".actions button", "Add a row").click()
+    browser.sees(".details .path", "UserList.2")
+    browser.sees(".details .said", "Added row 2")
+    delete = browser.sees(".actions button", "Delete this row")
+    delete.click()
+    browser.sees(".actions button", "Really delete row 2").click()
+    browser.sees(".details .said", "Deleted row 2")
+    check(gateway.run("cfgcmd list InternetGatewayDevice.X_CT-COM_UserInfo.UserList") == "1\n", "the row is still there")
+    # a stranger's text is a text, wherever it is shown
+    gateway.run("cfgcmd set InternetGatewayDevice.DeviceInfo.ProvisioningCode '<img src=x onerror=document.title=1>'")
+    go_to(browser, "DeviceInfo.ProvisioningCode")
+    until(lambda: field(browser, "model", "ProvisioningCode").get_attribute("value").startswith("<img"), "the text in its field")
+    check(browser.js("return document.querySelectorAll('img[src=x]').length") == 0, "a text became markup")
+    # the tree by keys
+    browser.js("arguments[0].focus()", browser.sees("[role=treeitem]"))
+    for key in (Keys.HOME, Keys.ARROW_RIGHT, Keys.ARROW_DOWN):
+        browser.driver.switch_to.active_element.send_keys(key)
+    check(browser.driver.switch_to.active_element.get_attribute("aria-level") == "2", "the keys do not lead down the tree")
+
+
+def outside(gateway, browser):
+    browser.view("outside")
+    browser.sees(".lamp.on", "Power")
+    gateway.run("cfgcmd set InternetGatewayDevice.X_CT-COM_UserInfo.Result 1")
+    browser.sees(".lamp.on", "Internet")
+    gateway.run("cfgcmd set InternetGatewayDevice.X_CT-COM_UserInfo.Result 0")
+    browser.sees(".lamp.off", "Internet")
+    before = gateway.run("grep -c key_press.sh /var/log/devkit/calls")
+    browser.press(".key-box .at-once", "Press", "Press")  # the first key's
+    until(lambda: gateway.run("grep -c key_press.sh /var/log/devkit/calls") != before, "the key script's call")
+    browser.sees(".log .call", "key_press.sh")
+    browser.press(".port", "LTE stick", "Unplug")
+    browser.sees(".lamp.off", "LTE")
+    browser.press(".port", "LTE stick", "Plug in")
+    browser.sees(".lamp.on", "LTE")
+
+
+def phone(gateway, browser):
+    browser.view("phone")
+    type_in(browser.sees(".composer textarea"), "hello gateway <b>")
+    browser.sees(".composer button", "Send").click()
+    browser.sees(".thread .mine", "hello gateway <b>")
+    until(lambda: "hello gateway" in gateway.run(f"cfgcmd get {SERVICES}.X_KVO_ShortMsg.MsgInbox"), "the message in the inbox")
+    browser.sees(".meter-row", "1 of 50")
+    type_in(field(browser, "phone", "Text"), "hello phone")
+    browser.sees(".phone .card button", "Send").click()
+    browser.sees(".thread .theirs", "hello phone")
+    browser.sees(".phone .card button", "Dial").click()
+    browser.sees(".answer", "Balance")
+
+
+def access(gateway, browser):
+    browser.view("access")
+    if gateway.run("iptables -S >/dev/null 2>&1 && echo filter") == "":
+        print("access: skipped, this machine's kernel has no packet filter for the sandbox")
+        return
+    browser.sees(".cell.open", "open")
+    field(browser, "access", "Access control").click()
+    browser.sees(".cell.closed", "closed")
+    browser.sees(".entry-form button", "Add entry").click()
+    browser.sees(".entries li", "TELNET")
+    browser.sees(".cell[aria-label='TELNET 2323, LAN, IPv4: closed']")
+    browser.sees(".cell[aria-label='TELNET 23, LAN, IPv4: open']").click()
+    browser.sees(".rules code", "-A SCL_IP_ACCEPT -i br+ -p tcp -m tcp --dport 23 -j ACCEPT")
+    browser.sees(".rules", "made by entry 1")
+    check("-A SCL_IP_ACCEPT -i br+ -p tcp" in gateway.run("iptables -S"), "no rule was made")
+
+
+def requests(gateway, browser):
+    browser.view("requests")
+    gateway.run("cfgcmd set InternetGatewayDevice.DeviceInfo.ProvisioningCode seen")
+    browser.sees(".requests-table tr", "ProvisioningCode").click()
+    browser.sees("svg.sequence")
+
+
+def firmware(gateway, browser):
+    browser.view("firmware")
+    browser.sees(".firmware button", "Order the download").click()
+    browser.sees(".firmware .said", "Flashed")
+    check("success" in gateway.run("vermgtctl state"), "the version manager did not flash")
+    check(gateway.run("tail -n 1 /var/log/devkit/commands") == "reboot\n", "no reboot")
+
+
+def health(gateway, browser):
+    browser.view("health")
+    browser.sees(".plot .legend", "MiB")
+    until(lambda: len(browser.js("return document.querySelectorAll('.plot-lines path')[3].getAttribute('d')") or "") > 10, "a line of the memory")
+    browser.sees(".facts-table tbody th", "sysmgr:devInfo")
+
+
+# ---- what holds for all ----
+
+CONTRAST = """
+const rgb = (text) => { const [r, g, b, a = 1] = text.match(/[\\d.]+/g).map(Number); return {r, g, b, a}; };
+const over = (top, under) => ({r: top.r * top.a + under.r * (1 - top.a), g: top.g * top.a + under.g * (1 - top.a), b: top.b * top.a + under.b * (1 - top.a), a: 1});
+const light = ({r, g, b}) => { const [x, y, z] = [r, g, b].map((each) => { each /= 255; return each <= 0.04045 ? each / 12.92 : ((each + 0.055) / 1.055) ** 2.4; }); return 0.2126 * x + 0.7152 * y + 0.0722 * z; };
+const ground = (element) => {
+  let colour = {r: 0, g: 0, b: 0, a: 0};
+  for (let each = element; each; each = each.parentElement) {
+    const style = getComputedStyle(each);
+    const own = style.backgroundImage.includes('gradient') ? rgb(style.backgroundImage.match(/rgb[^)]*/)[0]) : rgb(style.backgroundColor);
+    colour = colour.a === 0 ? own : colour.a < 1 ? {...over(colour, own), a: Math.max(colour.a, own.a)} : colour;
+    if (colour.a === 1) return colour;
+  }
+  return colour;
+};
+return [...document.querySelectorAll('body *')].filter((each) => each.checkVisibility({checkOpacity: true, checkVisibilityCSS: true}) && !each.closest('button:disabled') &&
+  [...each.childNodes].some((node) => node.nodeType === 3 && node.data.trim() !== '')).map((each) => {
+    const under = ground(each); const style = getComputedStyle(each);
+    const ink = over(rgb(each.namespaceURI.endsWith('svg') ? style.fill : style.color), under);
+    const [a, b] = [light(ink), light(under)];
+    return [each.className, each.textContent.slice(0, 30), (Math.max(a, b) + 0.05) / (Math.min(a, b) + 0.05)];
+  }).filter(([, , ratio]) => ratio < 4.5).map((each) => each.join(' | '));
+"""
+
+NAMED = {"button", "textbox", "searchbox", "combobox", "checkbox", "switch", "link", "treeitem", "tree", "spinbutton", "meter", "navigation", "image", "img"}
+
+
+def accessible(browser):
+    for name in VIEWS:
+        browser.view(name)
+        for dark in (False, True):
+            browser.scheme(dark)
+            poor = browser.js(CONTRAST)
+            check(not poor, f"{name}, {'dark' if dark else 'light'}: contrast below 4.5: {poor[:5]}")
+        browser.scheme(False)
+        nodes = browser.driver.execute_cdp_cmd("Accessibility.getFullAXTree", {})["nodes"]
+        nameless = [node["role"]["value"] for node in nodes if not node.get("ignored") and node["role"]["value"] in NAMED and not node.get("name", {}).get("value")]
+        check(not nameless, f"{name}: without a name for screen readers: {nameless}")
+        for width in (360, 800, 1280):
+            browser.size(width, 860)
+            wide = browser.js("return document.documentElement.scrollWidth - innerWidth")
+            check(wide <= 0, f"{name}: {wide} pixels too wide at {width}")
+        browser.size(1280, 860)
+
+
+def of_the_server(gateway):
+    """KiB resident."""
+    return int(gateway.run("awk '/VmRSS/ { print $2 }' /proc/$(cat /var/run/devkit/panel)/status"))
+
+
+def of_the_page(browser):
+    """Bytes of the heap and nodes of the document."""
+    browser.driver.execute_cdp_cmd("HeapProfiler.collectGarbage", {})
+    metrics = {each["name"]: each["value"] for each in browser.driver.execute_cdp_cmd("Performance.getMetrics", {})["metrics"]}
+    return metrics["JSHeapUsedSize"], metrics["Nodes"]
+
+
+def stuck():
+    """The server's connections with a lot that the other side does not read; they are of the forwarder's network."""
+    lines = subprocess.run(["ss", "-Hxan"], capture_output=True, text=True, check=True).stdout.splitlines()
+    return {words[5] for line in lines if "/var/run/panel/socket" in line and int((words := line.split())[3]) > 60000}
+
+
+def many_events(gateway, browser):
+    """Neither the server nor the page grows, and one that does not read is let go while others see all."""
+    browser.driver.execute_cdp_cmd("Performance.enable", {})
+    browser.view("outside")
+    lines = "seq -f 'echo %.0f of many command lines that are as long as most are' {} {} >>/var/log/devkit/commands"
+    with socket.create_connection(("127.0.0.1", gateway.port)) as deaf:
+        deaf.sendall(f"GET /api/events HTTP/1.1\r\nHost: 127.0.0.1:{gateway.port}\r\nAuthorization: Bearer {gateway.token}\r\n\r\n".encode())
+        before = after = None
+        deaf_ones = set()
+        for last in (100000, 200000):  # the first time fills what is kept
+            for begin in range(last - 100000, last, 10000):
+                gateway.run(lines.format(begin + 1, begin + 10000))
+                browser.sees(".log code", f"echo {begin + 10000} ")
+                deaf_ones = deaf_ones or stuck()
+            before, after = after, (of_the_server(gateway), *of_the_page(browser))
+        for what, had, has, more in zip(("server: KiB", "page: bytes", "page: nodes"), before, after, (4096, 2000000, 500)):
+            check(has <= had + more, f"{what}: {had} before 100,000 events, {has} behind them")
+        check(deaf_ones, "the connection that reads nothing takes all the same")
+        until(lambda: not deaf_ones & stuck(), "the end of the connection that reads nothing")
+
+
+def goes_and_comes_back(gateway, browser):
+    browser.view("model")
+    go_to(browser, "DeviceInfo.ProvisioningCode")
+    code = field(browser, "model", "ProvisioningCode")
+    type_in(code, "half a w")
+    gateway.run("gateway-daemon restart dbmgr")
+    gateway.run("gateway-daemon stop sysmgr")
+    browser.sees("#processes .gone", "sysmgr")
+    gateway.run("gateway-daemon start sysmgr")
+    until(lambda: not browser.driver.find_elements("css selector", "#processes .gone"), "all processes again")
+    gateway.run("gateway-daemon stop panel")
+    browser.sees("#link.lost")
+    gateway.run("gateway-daemon start panel")
+    browser.sees("#link.open")
+    check(field(browser, "model", "ProvisioningCode").get_attribute("value") == "half a w", "what was typed is lost")
+    field(browser, "model", "ProvisioningCode").send_keys("ord")
+    browser.sees(".bar button", "Apply").click()
+    browser.sees(".details .said", "Done")
+    check(gateway.run("cfgcmd get InternetGatewayDevice.DeviceInfo.ProvisioningCode") == "half a word\n", "it was not set")
+
+
+def main():
+    gateway = desk.Desk(sys.argv[1])
+    browser = None
+    try:
+        strangers(gateway)
+        listens_nowhere_else(gateway)
+        browser = desk.Browser()
+        browser.open(gateway.address)
+        check("#" + gateway.token not in browser.driver.current_url, "the address still shows the token")
+        for step in (model, outside, access, phone, firmware, health):
+            step(gateway, browser)
+        accessible(browser)
+        errors = browser.errors()
+        check(not errors, f"the console says: {errors}")
+        many_events(gateway, browser)
+        goes_and_comes_back(gateway, browser)
+    except Wrong as wrong:
+        if browser:
+            browser.picture("/tmp/panel-walk.png")
+        sys.exit(f"walk: {wrong}\n" + "\n".join(gateway.said[-5:]))
+    finally:
+        if browser:
+            browser.end()
+        status = gateway.end()
+    check(status == 0, f"the gateway ended with {status}")
+    print("walk: all seen")
+
+
+if __name__ == "__main__":
+    main()
