@@ -48,7 +48,8 @@ Outcome RunLine(const std::string &line, const Options &options) {
     if (name != verb->name) continue;
     words.erase(words.begin());
     Options own = options;
-    const std::string wrong = TakeOptions(*verb, &words, &own);
+    std::string wrong = TakeOptions(*verb, &words, &own);
+    if (wrong.empty() && !own.file.empty()) wrong = "a batch has the values in its own lines";
     if (!wrong.empty()) return {EXIT_USAGE, "usage: " + Usage(*verb) + " (" + wrong + ")"};
     return RunVerb(*verb, words, own);
   }

@@ -242,7 +242,7 @@ Outcome Mem(const Words &, const Options &options) {
                                  {"tags", tags}})};
   std::string text = std::string(kDaemon) + ", which serves " + Enumerated(Modules()) + ", holds " +
                      total["blocks"].dump() + " blocks of " + total["bytes"].dump() +
-                     " bytes in all:\n";
+                     " bytes in all" + (tags.empty() ? ".\n" : ":\n");
   for (const Json &tag : tags) {
     char line[128];
     snprintf(line, sizeof line, "%-40s %10ld blocks %12ld bytes\n",

@@ -139,7 +139,8 @@ std::string KeptBase() {
 }
 
 std::string FullPath(const std::string &path, const std::string &base) {
-  const std::string bare = Bare(path);
+  const bool twice = path.size() > 1 && path.compare(path.size() - 2, 2, "..") == 0; /* no path */
+  const std::string bare = twice ? path : Bare(path);
   if (base.empty() || bare.substr(0, bare.find('.')) == kRoot) return bare;
   return bare.empty() ? base : base + "." + bare;
 }
