@@ -6,6 +6,7 @@
 
 #include "cfgcmd.h"
 #include "cfgcmd_print.h"
+#include "nearest.h"
 
 bool SplitLine(const std::string &line, Words *words) {
   std::string word;
@@ -38,31 +39,56 @@ bool SplitLine(const std::string &line, Words *words) {
 }
 
 Outcome RunLine(const std::string &line, const Options &options) {
-  Words words;
+  Words words, names;
   if (!SplitLine(line, &words)) return {EXIT_USAGE, "a quote is not closed"};
+  const std::string name = words.empty() ? "" : words[0];
   for (const Verb *verb : AllVerbs()) {
-    if (words.empty() || !verb->batch || words[0] != verb->name) continue;
-    return RunVerb(*verb, Words(words.begin() + 1, words.end()), options);
+    if (!verb->batch) continue;
+    names.push_back(verb->name);
+    if (name != verb->name) continue;
+    words.erase(words.begin());
+    Options own = options;
+    std::string wrong = TakeOptions(*verb, &words, &own);
+    if (wrong.empty() && !own.file.empty()) wrong = "a batch has the values in its own lines";
+    if (!wrong.empty()) return {EXIT_USAGE, "usage: " + Usage(*verb) + " (" + wrong + ")"};
+    return RunVerb(*verb, words, own);
   }
-  return {EXIT_USAGE, "no request: \"" + line + "\""};
+  const std::string near = Nearest(name, names);
+  return {EXIT_USAGE, "no request: \"" + line + "\"" +
+                          (near.empty() ? "" : ", did you mean \"" + near + "\"?")};
 }
 
 namespace {
+
+/* As JSON each request has a document on a line; else what was refused goes to standard error. */
+void Tell(Outcome outcome, size_t number, bool json) {
+  const bool done = outcome.status == EXIT_DONE;
+  if (json) {
+    Json told = {{"line", number}};
+    if (!done)
+      told["error"] = outcome.text;
+    else
+      told["answer"] = outcome.text.empty() ? Json::object() : Json::parse(outcome.text);
+    std::cout << ControlBytes(told) << "\n";
+  } else if (done) {
+    if (outcome.text.empty()) outcome.text = "ok\n"; /* each request has its answer */
+    std::cout << TerminalText(std::move(outcome.text), STDOUT_FILENO);
+  } else {
+    std::cout.flush(); /* both may be one stream */
+    std::cerr << "cfgcmd: line " << number << ": "
+              << TerminalText(std::move(outcome.text), STDERR_FILENO) << "\n";
+  }
+}
 
 /* 0, or 1 when a request was refused. */
 int RunLines(std::istream &lines, const Options &options) {
   std::string line;
   int status = EXIT_DONE;
-  while (std::getline(lines, line)) {
+  for (size_t number = 1; std::getline(lines, line); ++number) {
     if (line.empty() || line[0] == '#') continue;
     Outcome outcome = RunLine(line, options);
-    if (outcome.status != EXIT_DONE) {
-      status = EXIT_REFUSED;
-      outcome.text = "error: " + outcome.text + "\n";
-    } else if (outcome.text.empty()) {
-      outcome.text = "ok\n"; /* each request has its answer */
-    }
-    std::cout << TerminalText(std::move(outcome.text), STDOUT_FILENO);
+    if (outcome.status != EXIT_DONE) status = EXIT_REFUSED;
+    Tell(std::move(outcome), number, options.json);
     if (lines.rdbuf()->in_avail() <= 0) std::cout.flush(); /* whoever asks may wait for it */
   }
   std::cout.flush();
@@ -81,6 +107,6 @@ Outcome Batch(const Words &words, const Options &options) {
 
 const Verb kBatchVerbs[] = {
     {"batch", "[FILE]", "Requests from FILE or standard input, one a line", 0, 1, false, false,
-     Batch},
+     Batch, nullptr, true},
     {},
 };

@@ -12,6 +12,8 @@
 #include <cerrno>
 #include <chrono>
 #include <cstring>
+#include <iterator>
+#include <sstream>
 
 #include "appt_request.h"
 #include "cfgcmd_print.h"
@@ -25,15 +27,38 @@ constexpr char kInforms[] = "/var/log/devkit/informs";
 
 using Clock = std::chrono::steady_clock;
 
-/* Sends a control message to the daemon and prints its reply; "failed" and the like are refusals.
- */
-Outcome Control(uint32_t id, const std::string &payload, const Options &options) {
+/* The rows of the daemon's print-level map, in its order. */
+const char *const kModules[] = {"default", "sysmgr:devInfo", "sysmgr:capabinfo", "sysmgr:mgtsrvr",
+                                "sysmgr:button_proc"};
+
+constexpr int kLevels = 5; /* from 1 */
+
+/* "a, b and c" */
+std::string Enumerated(const Words &names) {
+  std::string text;
+  for (size_t i = 0; i < names.size(); ++i)
+    text += (i == 0 ? "" : i + 1 == names.size() ? " and " : ", ") + names[i];
+  return text;
+}
+
+}  // namespace
+
+const Words &Modules() {
+  static const Words modules(std::begin(kModules) + 1, std::end(kModules));
+  return modules;
+}
+
+namespace {
+
+/* Sends a control message to the daemon, which answers `expected`: then the outcome is the
+   sentence, or the JSON. */
+Outcome Control(uint32_t id, const std::string &payload, const char *expected,
+                const Options &options, const std::string &sentence, const Json &json) {
   std::string reply;
   Outcome outcome = Call(kDaemon, id, payload, options.limit_ms, &reply);
   if (outcome.status != EXIT_DONE) return outcome;
-  if (reply.find("failed") != std::string::npos || reply.find("not write") != std::string::npos)
-    return {EXIT_REFUSED, reply};
-  return {EXIT_DONE, options.json ? JsonText({{"reply", reply}}) : reply + "\n"};
+  if (reply != expected) return {EXIT_REFUSED, std::string(kDaemon) + " refused it: " + reply};
+  return {EXIT_DONE, options.json ? JsonText(json) : sentence + "\n"};
 }
 
 /* Blanks and colons are allowed between bytes. */
@@ -98,29 +123,92 @@ Outcome Send(const Words &words, const Options &options) {
   }
   std::string reply;
   Outcome outcome = Call(words[0].c_str(), id, message.payload, options.limit_ms, &reply);
-  return outcome.status == EXIT_DONE ? Outcome{EXIT_DONE, reply + "\n"} : outcome;
+  if (outcome.status != EXIT_DONE) return outcome;
+  if (!options.json) return {EXIT_DONE, reply + "\n"};
+  std::string text = reply;
+  if (!text.empty() && text.back() == '\0') text.pop_back(); /* it ends a text */
+  return {EXIT_DONE,
+          JsonText({{"length", reply.size()}, {"hex", HexFromBytes(reply)}, {"text", text}})};
+}
+
+/* Those that a name reaches, as in the daemon: all, or the first one that has it as a part. */
+Words Reached(const std::string &name) {
+  if (name == "all") return {std::begin(kModules), std::end(kModules)};
+  for (const char *module : kModules)
+    if (strstr(module, name.c_str()) != nullptr) return {module};
+  return {};
 }
 
 Outcome Level(const Words &words, const Options &options) {
   int64_t level;
-  if (words[0].size() > 31 || !ParseNumber(words[1], INT32_MIN, INT32_MAX, &level))
-    return {EXIT_USAGE, "a name of at most 31 bytes, and a number"};
+  const Words reached = Reached(words[0]);
+  if (reached.empty())
+    return {EXIT_USAGE, "there is no module \"" + words[0] + "\", but default, " +
+                            Enumerated(Modules()) + ", or all of them"};
+  if (!ParseNumber(words[1], 1, kLevels, &level))
+    return {EXIT_USAGE, "there is no level \"" + words[1] +
+                            "\", but 1 progress, 2 and 3 what is "
+                            "worth a line, 4 failures, 5 no memory"};
   std::string payload = words[0];
   payload.resize(36);
   appt_PutWord(&payload[32], static_cast<uint32_t>(level));
-  return Control(PROSCTL_PRINT_LEVEL, payload, options);
+  const std::string from = level == kLevels ? "" : " and above";
+  return Control(PROSCTL_PRINT_LEVEL, payload, "change prt level succeed!", options,
+                 Enumerated(reached) + (reached.size() == 1 ? " logs" : " log") +
+                     " records of level " + words[1] + from + " from now on",
+                 {{"modules", reached}, {"level", level}});
 }
 
-/* The daemon judges the word. */
 Outcome Trace(const Words &words, const Options &options) {
-  return Control(PROSCTL_TRACE, words[0] + std::string(1, '\0'), options);
+  const std::string &word = words[0];
+  if (word != "on" && word != "off") return {EXIT_USAGE, "it is \"on\" or \"off\""};
+  const std::string what =
+      word == "on" ? std::string("is traced into ") + kDaemonLog : "is not traced";
+  return Control(PROSCTL_TRACE, word + std::string(1, '\0'), ("trace switch " + word).c_str(),
+                 options, "each message of " + Enumerated(Modules()) + " " + what + " from now on",
+                 {{"modules", Modules()}, {"trace", word}});
+}
+
+/* Of the table that the daemon's heap prints: "TAG  BLOCKS  BYTES", the last row their sum. Records
+   of other threads may stand between the lines. */
+Json TagsOf(const std::string &table) {
+  Json tags = Json::array();
+  std::istringstream lines(table);
+  for (std::string line; std::getline(lines, line);) {
+    const size_t end = line.find_last_not_of(' ', line.find("  "));
+    std::istringstream numbers(line.substr(std::min(line.size(), end + 1)));
+    long blocks, bytes;
+    std::string more;
+    if (numbers >> blocks >> bytes && !(numbers >> more))
+      tags.push_back({{"tag", line.substr(0, end + 1)}, {"blocks", blocks}, {"bytes", bytes}});
+  }
+  return tags;
 }
 
 Outcome Mem(const Words &, const Options &options) {
-  Outcome outcome = DaemonMemory(options.limit_ms);
-  if (outcome.status == EXIT_DONE && options.json)
-    outcome.text = JsonText({{"text", outcome.text}});
-  return outcome;
+  const Outcome outcome = DaemonMemory(options.limit_ms);
+  if (outcome.status != EXIT_DONE) return outcome;
+  Json tags = TagsOf(outcome.text);
+  if (tags.empty())
+    return {EXIT_REFUSED, std::string("no table of blocks in ") + kDaemonLog + ": ask again"};
+  const Json total = tags.back();
+  tags.erase(tags.size() - 1);
+  if (options.json)
+    return {EXIT_DONE, JsonText({{"modules", Modules()},
+                                 {"blocks", total["blocks"]},
+                                 {"bytes", total["bytes"]},
+                                 {"tags", tags}})};
+  std::string text = std::string(kDaemon) + ", which serves " + Enumerated(Modules()) + ", holds " +
+                     total["blocks"].dump() + " blocks of " + total["bytes"].dump() +
+                     " bytes in all" + (tags.empty() ? ".\n" : ":\n");
+  for (const Json &tag : tags) {
+    char line[128];
+    snprintf(line, sizeof line, "%-40s %10ld blocks %12ld bytes\n",
+             tag["tag"].get<std::string>().c_str(), tag["blocks"].get<long>(),
+             tag["bytes"].get<long>());
+    text += line;
+  }
+  return {EXIT_DONE, text};
 }
 
 Outcome Wait(const Words &words, const Options &options) {
@@ -160,7 +248,7 @@ Outcome Inform(const Words &words, const Options &) {
 const Verb kMessageVerbs[] = {
     {"send", "NAME ID [--wait] [--text T | --hex H]", "Send any message to any endpoint", 2, 5,
      true, true, Send},
-    {"level", "MODULE N", "Print level of a module of the daemon, or of all", 2, 2, false, true,
+    {"level", "MODULE 1|2|3|4|5", "Log a module's records from this level on", 2, 2, false, true,
      Level},
     {"trace", "on|off", "Message trace of the daemon", 1, 1, false, true, Trace},
     {"mem", "", "The daemon's live memory by tag", 0, 0, false, true, Mem},

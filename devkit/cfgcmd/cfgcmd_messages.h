@@ -11,5 +11,8 @@ struct Message {
 };
 bool ParseMessage(const Words &words, Message *message);
 
+/* The daemon's modules. */
+const Words &Modules();
+
 /* The verb "wait" asks with an id that no message table has. */
 constexpr uint32_t kProbe = 0x1ffffe;

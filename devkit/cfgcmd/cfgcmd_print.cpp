@@ -3,9 +3,12 @@
 
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstring>
 #include <string_view>
 
+#include "ams_store.h"
+#include "cfgcmd_paths.h"
 #include "escape.h"
 #include "leaf_list.h"
 
@@ -24,11 +27,27 @@ bool TakeAttribute(std::string_view *part, std::string *name, std::string *value
   return true;
 }
 
-/* Of a value with its attributes behind it. */
-Json WithAttributes(std::string_view value) {
+std::string Unquoted(std::string text) {
+  constexpr std::string_view kQuote = "&quot;";
+  for (size_t at = 0; (at = text.find(kQuote, at)) != text.npos; ++at)
+    text.replace(at, kQuote.size(), "\"");
+  return text;
+}
+
+/* Of a value of the leaf `path` with its attributes behind it: each name stands once, and the leaf
+   has an attribute of that name. */
+Json WithAttributes(const std::string &path, std::string_view value) {
+  const bool seen = AttachStore() && ams_check_node(gptXmlTrees->root, path.c_str()) == 0;
   std::vector<std::pair<std::string, std::string>> found; /* from the last to the first */
   std::string name, text;
-  while (TakeAttribute(&value, &name, &text)) found.emplace_back(name, text);
+  auto twice = [&](const auto &pair) { return pair.first == name; };
+  for (std::string_view rest = value; TakeAttribute(&rest, &name, &text); value = rest) {
+    char of_file[2];
+    if (std::any_of(found.begin(), found.end(), twice) ||
+        (seen && ams_get_node_attr(gptXmlTrees->root, path.c_str(), name.c_str(), of_file) != 0))
+      break;
+    found.emplace_back(name, Unquoted(text));
+  }
   Json attributes = Json::object();
   for (auto it = found.rbegin(); it != found.rend(); ++it) attributes[it->first] = it->second;
   return {{"value", std::string(value)}, {"attributes", attributes}};
@@ -48,17 +67,17 @@ std::string Compact(const Json &json) {
   return json.dump(-1, ' ', false, Json::error_handler_t::replace);
 }
 
-/* An object whose members `member(name, value)` writes, each with its line's indent: the library's
-   ordered objects look through all that they have for each that comes. */
+/* Members of an object, which `member(name, value)` writes, each with its line's indent: the
+   library's ordered objects look through all that they have for each that comes. */
 template <typename Member>
-std::string ObjectText(const std::string &path, std::string_view text, Member member) {
-  std::string object;
-  object.reserve(2 * text.size());
+std::string MembersText(const std::string &path, std::string_view text, Member member) {
+  std::string members;
+  members.reserve(2 * text.size());
   for (Leaf leaf; NextLeaf(&text, &leaf);) {
-    object += object.empty() ? "{\n" : ",\n";
-    object += member(path + "." + std::string(leaf.name), leaf.value);
+    if (!members.empty()) members += ",\n";
+    members += member(path + "." + std::string(leaf.name), leaf.value);
   }
-  return object.empty() ? JsonText(Json::object()) : object + "\n}\n";
+  return members;
 }
 
 std::string StringMember(const std::string &name, std::string_view value) {
@@ -66,7 +85,7 @@ std::string StringMember(const std::string &name, std::string_view value) {
 }
 
 std::string AttributesMember(const std::string &name, std::string_view value) {
-  const std::string object = JsonText({{name, WithAttributes(value)}});
+  const std::string object = JsonText({{name, WithAttributes(name, value)}});
   return object.substr(2, object.size() - strlen("{\n\n}\n")); /* without the braces' lines */
 }
 
@@ -77,12 +96,25 @@ std::string JsonText(const Json &json) {
 }
 
 std::string NodeText(const std::string &path, const std::string &text, bool json) {
-  if (!json) return LinesText(path, text);
-  return ObjectText(path, text, StringMember);
+  return json ? MembersText(path, text, StringMember) : LinesText(path, text);
+}
+
+std::string LeafText(const std::string &path, const std::string &value, bool json) {
+  return json ? StringMember(path, value) : path + "=" + value + "\n";
 }
 
 std::string AttributeText(const std::string &path, const std::string &text, bool json) {
-  return json ? ObjectText(path, text, AttributesMember) : LinesText(path, text);
+  return json ? MembersText(path, text, AttributesMember) : LinesText(path, text);
+}
+
+void AddText(std::string *document, const std::string &text, bool json) {
+  if (json && !document->empty() && !text.empty()) *document += ",\n";
+  *document += text;
+}
+
+std::string DocumentText(std::string document, bool json) {
+  if (!json) return document;
+  return document.empty() ? "{}\n" : "{\n" + document + "\n}\n";
 }
 
 std::string TerminalText(std::string text, int descriptor) {

@@ -103,7 +103,7 @@ Outcome Publish(const Words &words, const Options &options) {
 
 const Verb kStandinVerbs[] = {
     {"listen", "NAME [COUNT]", "Be an endpoint and print the messages it gets, COUNT of them", 1, 2,
-     false, false, Listen},
+     false, false, Listen, nullptr, true},
     {"publish", "NAME ID [--text T | --hex H]",
      "Be an endpoint and notify all that registered for its message", 2, 4, true, true, Publish},
     {},

@@ -4,9 +4,12 @@
 #include <CLI/CLI.hpp>
 #include <optional>
 
+#include "completion.h"
+
 /* "--timeout", in seconds, or what the environment has as GATEWAY_TIMEOUT. */
 void AddTimeLimit(CLI::App *app, double *limit_s);
 
-/* None: the program goes on. Else its exit status: help or "NAME VERSION" was printed, or wrong
-   usage was told in one line. */
-std::optional<int> ParseCommandLine(CLI::App *app, int argc, char **argv);
+/* None: the program goes on. Else its exit status: help ("--help", "help VERB"), "NAME VERSION" or
+   what "complete WORD..." asks for was printed, or wrong usage was told in one line. */
+std::optional<int> ParseCommandLine(CLI::App *app, int argc, char **argv,
+                                    const Completion &completion = {});

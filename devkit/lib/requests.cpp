@@ -14,8 +14,6 @@
 
 namespace {
 
-constexpr char kDaemonLog[] = "/var/log/devkit/sysmgr.log";
-
 Outcome CallFailure(int error, const char *dest, uint32_t limit_ms) {
   std::string name = dest;
   switch (error) {

@@ -17,6 +17,7 @@ struct Outcome {
 };
 
 constexpr char kDaemon[] = "sysmgr";
+constexpr char kDaemonLog[] = "/var/log/devkit/sysmgr.log";
 constexpr uint32_t kUsualLimit = 10000; /* ms */
 
 /* tds_call with a failure as an outcome: `*reply` is the answer's bytes. */

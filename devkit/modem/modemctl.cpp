@@ -110,14 +110,15 @@ void AddVerbs(CLI::App *app, Asked *asked, Json *request) {
   AddVerb(app, "state", "What it keeps, and the last commands", request)
       ->add_flag("--json", asked->json, "As a JSON object");
   CLI::App *behave = AddVerb(app, "behave", "How it behaves from now on", request);
-  behave->add_option("HOW", asked->how, "normal, slow, refuse, garbage, drop, vanish, return")
+  behave->add_option("HOW", asked->how)
+      ->type_name("normal|slow|refuse|garbage|drop|vanish|return")
       ->required();
   behave->add_option("AMOUNT", asked->amount, "slow: milliseconds; refuse: the error's number");
   behave->add_option("--only", asked->only, "For one command, such as +CMGS");
   AddVerb(app, "number", "Its own number, where messages come back from", request)
       ->add_option("N", asked->number, "Another number");
   CLI::App *size = AddVerb(app, "size", "How many messages or contacts fit", request);
-  size->add_option("WHAT", asked->what, "SM, ME or phonebook")->required();
+  size->add_option("WHAT", asked->what)->type_name("SM|ME|phonebook")->required();
   size->add_option("N", asked->places, "From 1 to 255")->required();
   CLI::App *ussd =
       AddVerb(app, "ussd", "What the network answers to a code; nothing more", request);

@@ -102,7 +102,8 @@ int Look(const AmsDeskNode &node, void *context) {
   const bool fits = search->pattern
                         ? fnmatch(search->text.c_str(), path.c_str(), FNM_CASEFOLD) == 0
                         : Has(path.substr(std::min(path.size(), sizeof kRoot)), search->text) ||
-                              Has(node.value, search->text) || Has(node.description, search->text);
+                              Has(node.value, search->text) ||
+                              Has(node.attributes->description, search->text);
   if (fits) search->found.push_back(path);
   return search->found.size() > kFoundMax ? 1 : 0;
 }

@@ -51,6 +51,21 @@ int ShowOne(const char *key, const char *value, void *) {
 
 ExitStatus Show(const Asked &asked) { return Done(nvram_walk(asked.area, "", ShowOne, nullptr)); }
 
+int OfferKey(const char *key, const char *, void *found) {
+  static_cast<Candidates *>(found)->push_back({key, ""});
+  return 0;
+}
+
+/* The keys of both areas, in a setting with their "=". */
+Candidates Keys(const std::string &kind, const Typed &) {
+  Candidates found;
+  if (kind.compare(0, 3, "KEY") != 0 || nvram_init_semaphore() != 0) return found;
+  for (int area : {NVTYPE_STAGING, NVTYPE_BASIC}) (void)nvram_walk(area, "", OfferKey, &found);
+  for (Candidate &candidate : found)
+    if (kind != "KEY") candidate.text += '=';
+  return found;
+}
+
 }  // namespace
 
 int main(int argc, char **argv) {
@@ -67,12 +82,15 @@ int main(int argc, char **argv) {
     sub->callback([&run, handler] { run = handler; });
     return sub->fallthrough();
   };
-  verb("get", "Print a value", Get)->add_option("KEY", asked.key)->required();
-  verb("set", "Set a value, seen at once", Set)->add_option("KEY=VALUE", asked.setting)->required();
-  verb("unset", "Remove a key", Unset)->add_option("KEY", asked.key)->required();
+  verb("get", "Print a value", Get)->add_option("KEY", asked.key)->type_name("KEY")->required();
+  verb("set", "Set a value, seen at once", Set)
+      ->add_option("KEY=VALUE", asked.setting)
+      ->type_name("KEY=")
+      ->required();
+  verb("unset", "Remove a key", Unset)->add_option("KEY", asked.key)->type_name("KEY")->required();
   verb("commit", "Make the area survive a restart", Commit);
   verb("show", "Print every setting of the area", Show);
-  if (auto end = ParseCommandLine(&app, argc, argv)) return *end;
+  if (auto end = ParseCommandLine(&app, argc, argv, {nullptr, Keys})) return *end;
   /* Settings that cannot be opened are not settings that are not set. */
   return nvram_init_semaphore() == 0 ? run(asked) : EXIT_REFUSED;
 }

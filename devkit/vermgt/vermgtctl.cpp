@@ -91,10 +91,13 @@ void AddVerbs(CLI::App *app, Asked *asked) {
     return sub;
   };
   CLI::App *image = verb("image", "Make an image of a file");
-  image->add_option("FILE", asked->content, "What it holds")->required();
-  image->add_option("IMAGE", asked->image, "The file to write it to")->required();
+  image->add_option("FILE", asked->content, "What it holds")->type_name("FILE")->required();
+  image->add_option("IMAGE", asked->image, "The file to write it to")
+      ->type_name("FILE")
+      ->required();
   CLI::App *behave = verb("behave", "How it behaves from now on");
-  behave->add_option("HOW", asked->how, "normal, occupied, slow, reject, fail, hang, die, halt")
+  behave->add_option("HOW", asked->how)
+      ->type_name("normal|occupied|slow|reject|fail|hang|die|halt")
       ->required();
   behave->add_option("N", asked->amount,
                      "slow, die: polls that are answered before; halt: a process");

@@ -5,8 +5,8 @@ load helpers
 
 # Resident KiB of a daemon.
 resident() { awk '/VmRSS/ { print $2 }' "/proc/$(pid_of "$1")/status"; }
-# Live blocks of the daemon, over all tags: the sums end the table.
-blocks() { cfgcmd mem | grep -Eo '[0-9]+' | tail -n 2 | head -n 1; }
+# Live blocks of the daemon, over all tags.
+blocks() { cfgcmd mem | sed -n 's/.* holds \([0-9]*\) blocks .*/\1/p'; }
 
 # lines CLIENT COUNT: requests of one client, and behind each "|" its answer, which tells it from all others.
 lines() {
@@ -14,7 +14,7 @@ lines() {
   for ((i = 0; i < $2; i += 10)); do
     printf '%s|%s\n' "set $row.Name client$1-$i" ok \
       "get $row.Name" client$1-$i "get $row.Version" version$1 "get $row.Name" client$1-$i "list $FILES" "$list" \
-      "get $row.Nope" "error: no parameter \"$row.Nope\": \"cfgcmd tree\" lists what there is" \
+      "get $row.Nope" "cfgcmd: line $((i + 6)): no parameter \"$row.Nope\": \"$row\" has no \"Nope\"; \"cfgcmd tree $row\" lists what there is" \
       "get $row.Date" 0001-01-01T00:00:00Z "get $row.Version" version$1 "get $row.Name" client$1-$i \
       "get $row.Description" ""
   done
@@ -25,7 +25,7 @@ load_all() {
   local client pids=()
   for client in {1..8}; do lines $client "$1" >"$BATS_TEST_TMPDIR/$client"; done
   for client in {1..8}; do
-    cut -d '|' -f 1 "$BATS_TEST_TMPDIR/$client" | cfgcmd --timeout 120 batch |
+    cut -d '|' -f 1 "$BATS_TEST_TMPDIR/$client" | cfgcmd --timeout 120 batch 2>&1 |
       cmp - <(cut -d '|' -f 2- "$BATS_TEST_TMPDIR/$client") 3>&- &
     pids+=($!)
   done

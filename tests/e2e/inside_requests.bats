@@ -4,7 +4,7 @@
 # Runs inside the sandbox.
 load helpers
 
-teardown() { stub_reset; }
+teardown() { stub_reset && cfgcmd base /; }
 
 json() { python3 -c 'import json,sys; d = json.load(sys.stdin); print(eval(sys.argv[1]))' "$1"; }
 

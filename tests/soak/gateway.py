@@ -31,12 +31,13 @@ class Client:
     def __init__(self):
         self.asked = 0
         self.process = subprocess.Popen(
-            ["cfgcmd", "--timeout", str(PATIENCE), "batch"], stdin=subprocess.PIPE, stdout=subprocess.PIPE
+            ["cfgcmd", "--timeout", str(PATIENCE), "batch"],
+            stdin=subprocess.PIPE, stdout=subprocess.PIPE, stderr=subprocess.STDOUT,
         )
 
     def ask(self, line):
         self.asked += 1
-        end = f'error: no request: "mark {self.asked}"\n'.encode()
+        end = f'cfgcmd: line {2 * self.asked}: no request: "mark {self.asked}"\n'.encode()
         limit, answer, out = time.monotonic() + 2 * PATIENCE, b"", self.process.stdout.fileno()
         self.process.stdin.write(f"{line}\nmark {self.asked}\n".encode())
         self.process.stdin.flush()
@@ -47,7 +48,7 @@ class Client:
             if not piece:
                 raise Wrong(f"cfgcmd ended at: {line}")
             answer += piece
-        return answer[: -len(end) - 1].decode()
+        return re.sub(r"^cfgcmd: line \d+: ", "error: ", answer[: -len(end) - 1].decode())
 
     def done(self, line):
         """The answer to a request that has to be done."""

@@ -10,12 +10,19 @@
    `size` is too small. */
 int ams_desk_mod(const char *path, char *mod, size_t size);
 
-/* A node as the walk shows it; the texts are good until `visit` returns. */
+/* Attributes of the file; "" where there is none. Many nodes share them. */
+struct AmsDeskAttributes {
+  std::string_view description, op, mod, writable, min, max, values;
+};
+
+/* A node as the walk shows it; the texts are good until `visit` returns, the attributes until the
+   walk ends. */
 struct AmsDeskNode {
-  std::string_view path, value, description;
+  std::string_view path, value;
   const char *type;
   std::string_view mod; /* of its own; "": none */
   bool op, is_leaf;
+  const AmsDeskAttributes *attributes;
 };
 using AmsDeskVisit = int (*)(const AmsDeskNode &node, void *context);
 

@@ -12,30 +12,42 @@ namespace {
 /* What many nodes share: attribute sets, which lie in the map, and the object above. */
 struct Shared {
   MDB_txn *txn;
-  std::unordered_map<uint32_t, std::string_view> sets;
+  std::unordered_map<uint32_t, AmsDeskAttributes> sets;
   FoundObject object;
 };
 
-std::string_view SetOf(Shared *shared, uint32_t number) {
-  auto at = shared->sets.find(number);
-  if (at != shared->sets.end()) return at->second;
-  std::string_view set;
-  (void)TreeAttributes(shared->txn, number, &set); /* logged; then it has none */
-  return shared->sets[number] = set;
+const AmsDeskAttributes &SetOf(Shared *shared, uint32_t number) {
+  auto [at, missing] = shared->sets.try_emplace(number);
+  AmsDeskAttributes &found = at->second;
+  std::string_view set, name, value;
+  if (!missing || TreeAttributes(shared->txn, number, &set) != 0) return found; /* logged */
+  const struct {
+    std::string_view name;
+    std::string_view *value;
+  } wanted[] = {{"description", &found.description},
+                {"op", &found.op},
+                {"mod", &found.mod},
+                {"writable", &found.writable},
+                {"min", &found.min},
+                {"max", &found.max},
+                {"values", &found.values}};
+  while (AttributeNext(&set, &name, &value))
+    for (const auto &attribute : wanted)
+      if (name == attribute.name) *attribute.value = value;
+  return found;
 }
 
 int Visit(Shared *shared, const uint8_t *key, size_t length, const Record &record,
           AmsDeskVisit visit, void *context) {
   char path[kKeyMax + 1];
   AmsDeskNode node = {};
-  const std::string_view set = SetOf(shared, record.head.attributes);
+  node.attributes = &SetOf(shared, record.head.attributes);
   node.path = {path, FoundPath(key, length, &shared->object, path)};
   node.type = kKindNames[record.head.kind];
   node.is_leaf = RecordIsLeaf(record);
   if (node.is_leaf) node.value = {record.value, record.length};
-  node.description = AttributeIn(set, "description");
   node.op = (record.head.flags & RECORD_OP) != 0;
-  if ((record.head.flags & RECORD_MOD) != 0) node.mod = AttributeIn(set, "mod");
+  if ((record.head.flags & RECORD_MOD) != 0) node.mod = node.attributes->mod;
   return visit(node, context);
 }
 
