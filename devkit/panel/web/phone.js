@@ -35,6 +35,9 @@ export function added(before, now) {
   return now;
 }
 
+/** The daemon writes answers for a page that shows markup: a text again. */
+export const plain = (text) => text.replace(/<br>/g, '\n').replace(/&quot;/g, '"').replace(/&#(\d{1,6});/g, (_, code) => String.fromCodePoint(Number(code)));
+
 function bars(modem) {
   const strength = !modem?.attached ? 0 : {normal: 4, slow: 2}[modem.behaviour] ?? 1;
   return s('svg', {viewBox: '0 0 20 16', class: 'bars', role: 'img', 'aria-label': `Signal ${strength} of 4`},
@@ -98,7 +101,7 @@ function codes() {
   async function dial(what) {
     const reply = await call('set', {leaves: [`${SMS}.USSD.Command`, what]});
     const menu = reply.status === 0 && what !== 'cancel' ? await call('get', {path: `${SMS}.USSD.Menu`}) : null;
-    say(answer, menu?.status === 0 ? menu.value : '');
+    say(answer, menu?.status === 0 ? plain(menu.value) : '');
     if (reply.status === 0) said.clear();
     else said.show(reply.text, false, reply.commands);
   }
