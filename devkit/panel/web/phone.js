@@ -80,7 +80,7 @@ function handset(changed) {
 
 /* ---- the gateway's side ---- */
 
-function sender(phone) {
+function sender(phone, changed) {
   const to = field('To', h('input', {type: 'tel', value: phone.number()}));
   const text = field('Text', h('textarea', {rows: '3'}));
   const said = outcome();
@@ -89,6 +89,7 @@ function sender(phone) {
     const reply = await call('set', {leaves: [`${SMS}.MsgSend.MsgTo`, to.input.value, `${SMS}.MsgSend.MsgContent`, text.input.value]});
     said.show(reply.status === 0 ? 'Sent.' : reply.text, reply.status === 0, reply.commands);
     if (reply.status === 0) text.input.value = '';
+    changed();
   }
   return h('section', {class: 'card'}, h('h2', {}, 'The gateway sends'),
     h('form', {class: 'stack', onsubmit: submit}, to.element, text.element, h('div', {class: 'actions'}, h('button', {type: 'submit', class: 'primary'}, 'Send'))), said.element);
@@ -152,7 +153,7 @@ function network(changed) {
 export function view(root) {
   const phone = handset(() => soon());
   const net = network(() => soon());
-  root.append(h('div', {class: 'phone-panes'}, phone.element, h('div', {class: 'stack'}, sender(phone), codes()), net.element));
+  root.append(h('div', {class: 'phone-panes'}, phone.element, h('div', {class: 'stack'}, sender(phone, () => soon()), codes()), net.element));
   let sent = null;
   let stale = 0;
   let visible = true;
@@ -171,6 +172,7 @@ export function view(root) {
     stale = setTimeout(() => { stale = 0; again(); }, 250);
   }
   on('command', ({line}) => { if (/at-mngr|nanocom/.test(line)) soon(); });
+  on('request', ({path}) => { if (path.startsWith(SMS)) soon(); }); // it ends behind its last command
   again();
   return {again, shown(now) { visible = now; if (now) soon(); }};
 }
