@@ -167,6 +167,7 @@ export function view(root) {
     stale = setTimeout(() => { stale = 0; again(); }, 300);
   }
   on('command', ({line}) => { if (/ip6?tables/.test(line)) soon(); });
+  on('request', ({path}) => { if (path.startsWith(ACCESS)) soon(); }); // it ends behind its last command
   again();
   return {again, shown(now) { visible = now; if (now) soon(); }};
 }

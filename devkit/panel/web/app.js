@@ -73,10 +73,18 @@ function showLink() {
   document.body.classList.toggle('away', link() !== 'open');
 }
 
+async function begin(name, button) {
+  button.disabled = true;
+  const reply = await call('process', {name, act: 'start'});
+  button.disabled = false;
+  if (reply.status !== 0) say(document.getElementById('link'), reply.text);
+}
+
 function showProcesses(processes) {
   put(document.getElementById('processes'), Object.entries(processes).map(([name, runs]) =>
     h('li', {class: runs ? 'runs' : 'gone'}, h('span', {class: 'dot', 'aria-hidden': 'true'}), name,
-      h('span', {class: 'words'}, runs ? ' runs' : ' is gone'))));
+      h('span', {class: 'words'}, runs ? ' runs' : ' is gone'),
+      runs ? null : h('button', {type: 'button', 'aria-label': `Start ${name}`, onclick: (event) => begin(name, event.target)}, 'Start'))));
 }
 
 takeToken();

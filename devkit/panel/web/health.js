@@ -46,7 +46,7 @@ export function view(root) {
     last = reply.last;
     samples = [...samples, ...reply.samples].slice(-KEPT);
     for (const {draw} of plots) draw(samples, KEPT);
-    put(queues, Object.entries(reply.queues).map(([name, bytes]) => cells(name, String(bytes))));
+    put(queues, Object.entries(reply.queues).filter(([name]) => /^(?!panel).*:/.test(name)).map(([name, bytes]) => cells(name, String(bytes))));
   }
 
   return {

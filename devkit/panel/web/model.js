@@ -176,9 +176,10 @@ function details(go, renewTree) {
   function place(text) {
     const named = parameters.find((each) => text.includes(`"${each.node.path}"`)) ??
       (changes().length === 1 ? changes()[0] : undefined);
-    if (!named) return;
+    if (!named) return false;
     named.refuse(text);
     named.focus();
+    return true;
   }
 
   async function submit(event) {
@@ -189,14 +190,10 @@ function details(go, renewTree) {
     const reply = await call('set', {leaves: sent.flatMap((each) => [each.node.path, each.text()])});
     apply.disabled = false;
     for (const each of parameters) each.refuse('');
-    result.show(reply.status === 0 ? (reply.commands.length ? 'Done. It ran:' : 'Done. It ran no command.') : reply.text,
-      reply.status === 0, reply.commands);
-    if (reply.status === 0) {
-      for (const each of sent) each.value = each.text();
-      await renew();
-    } else {
-      place(reply.text);
-    }
+    if (reply.status !== 0) return result.show(place(reply.text) ? 'Refused: the field says why.' : reply.text, false, reply.commands);
+    result.show(reply.commands.length ? 'Done. It ran:' : 'Done. It ran no command.', true, reply.commands);
+    for (const each of sent) each.value = each.text();
+    await renew();
   }
 
   async function act(name, done) {

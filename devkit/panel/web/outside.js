@@ -228,7 +228,7 @@ export function view(root) {
 
   const note = () => put(log, ran.map(({kind, line}) => h('li', {class: kind}, h('code', {}, line))));
   note();
-  for (const kind of ['command', 'call', 'processes']) on(kind, () => { note(); soon(); });
+  for (const kind of ['command', 'call', 'processes', 'request', 'change']) on(kind, () => { note(); soon(); });
   again();
   return {again, shown(now) { visible = now; if (now) soon(); }};
 }

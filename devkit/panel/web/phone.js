@@ -35,6 +35,9 @@ export function added(before, now) {
   return now;
 }
 
+/** The daemon writes answers for a page that shows markup: a text again. */
+export const plain = (text) => text.replace(/<br>/g, '\n').replace(/&quot;/g, '"').replace(/&#(\d{1,6});/g, (_, code) => String.fromCodePoint(Number(code)));
+
 function bars(modem) {
   const strength = !modem?.attached ? 0 : {normal: 4, slow: 2}[modem.behaviour] ?? 1;
   return s('svg', {viewBox: '0 0 20 16', class: 'bars', role: 'img', 'aria-label': `Signal ${strength} of 4`},
@@ -77,7 +80,7 @@ function handset(changed) {
 
 /* ---- the gateway's side ---- */
 
-function sender(phone) {
+function sender(phone, changed) {
   const to = field('To', h('input', {type: 'tel', value: phone.number()}));
   const text = field('Text', h('textarea', {rows: '3'}));
   const said = outcome();
@@ -86,6 +89,7 @@ function sender(phone) {
     const reply = await call('set', {leaves: [`${SMS}.MsgSend.MsgTo`, to.input.value, `${SMS}.MsgSend.MsgContent`, text.input.value]});
     said.show(reply.status === 0 ? 'Sent.' : reply.text, reply.status === 0, reply.commands);
     if (reply.status === 0) text.input.value = '';
+    changed();
   }
   return h('section', {class: 'card'}, h('h2', {}, 'The gateway sends'),
     h('form', {class: 'stack', onsubmit: submit}, to.element, text.element, h('div', {class: 'actions'}, h('button', {type: 'submit', class: 'primary'}, 'Send'))), said.element);
@@ -98,7 +102,7 @@ function codes() {
   async function dial(what) {
     const reply = await call('set', {leaves: [`${SMS}.USSD.Command`, what]});
     const menu = reply.status === 0 && what !== 'cancel' ? await call('get', {path: `${SMS}.USSD.Menu`}) : null;
-    say(answer, menu?.status === 0 ? menu.value : '');
+    say(answer, menu?.status === 0 ? plain(menu.value) : '');
     if (reply.status === 0) said.clear();
     else said.show(reply.text, false, reply.commands);
   }
@@ -149,7 +153,7 @@ function network(changed) {
 export function view(root) {
   const phone = handset(() => soon());
   const net = network(() => soon());
-  root.append(h('div', {class: 'phone-panes'}, phone.element, h('div', {class: 'stack'}, sender(phone), codes()), net.element));
+  root.append(h('div', {class: 'phone-panes'}, phone.element, h('div', {class: 'stack'}, sender(phone, () => soon()), codes()), net.element));
   let sent = null;
   let stale = 0;
   let visible = true;
@@ -168,6 +172,7 @@ export function view(root) {
     stale = setTimeout(() => { stale = 0; again(); }, 250);
   }
   on('command', ({line}) => { if (/at-mngr|nanocom/.test(line)) soon(); });
+  on('request', ({path}) => { if (path.startsWith(SMS)) soon(); }); // it ends behind its last command
   again();
   return {again, shown(now) { visible = now; if (now) soon(); }};
 }

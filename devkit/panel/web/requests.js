@@ -13,23 +13,25 @@ const bare = (path) => (path.startsWith(`${ROOT}.`) ? path.slice(ROOT.length + 1
 const isModem = (line) => /\b(at-mngr|nanocom|sms_getmsg\.sh)\b/.test(line);
 const clip = (text, most) => (text.length > most ? `${text.slice(0, most - 1)}…` : text);
 
-/** What happened in order: {at, from, to, text}, lanes by number; of a step inside a lane from = to. */
+/** What happened in order: {at, from, to, text}, lanes by number; `at` is undefined where no clock was read. */
 export function stepsOf(record) {
-  const queued = record.queued_ms ?? 0;
-  const total = record.total_ms ?? 0;
+  const {queued_ms: queued, module_ms: module, total_ms: total} = record;
+  const end = queued === undefined ? undefined : queued + module;
+  const commands = record.commands ?? [];
+  const reached = record.module && (queued !== undefined || record.result === 'done' || commands.length > 0);
   const steps = [{at: 0, from: 0, to: 1, text: record.command}];
-  if (!record.module) return [...steps, {at: total, from: 1, to: 0, text: record.result, back: true}];
-  steps.push({at: queued, from: 1, to: 2, text: record.op || record.command});
-  for (const {line, at_ms: at, took_ms: took} of (record.commands ?? []).slice(0, DRAWN)) {
+  if (reached) steps.push({at: queued, from: 1, to: 2, text: record.op || record.command});
+  for (const {line, at_ms: at, took_ms: took} of commands.slice(0, DRAWN)) {
     steps.push({at, from: 2, to: 3, text: line});
     if (isModem(line)) steps.push({at, from: 3, to: 4, text: 'AT commands'});
-    if (took !== undefined && took !== null) steps.push({at: at + took, from: isModem(line) ? 4 : 3, to: 2, text: `${short(took)} ms`, back: true});
+    if (typeof took === 'number') steps.push({at: at + took, from: isModem(line) ? 4 : 3, to: 2, text: `${short(took)} ms`, back: true});
   }
-  const more = (record.commands ?? []).length - DRAWN;
-  if (more > 0) steps.push({at: queued + (record.module_ms ?? 0), from: 2, to: 3, text: `${more} more`});
-  steps.push({at: queued + (record.module_ms ?? 0), from: 2, to: 1, text: record.result, back: true});
+  if (commands.length > DRAWN) steps.push({at: undefined, from: 2, to: 3, text: `${commands.length - DRAWN} more`});
+  if (reached) steps.push({at: end, from: 2, to: 1, text: record.result, back: true});
   return [...steps, {at: total, from: 1, to: 0, text: record.result, back: true}];
 }
+
+const timeOf = (at) => (typeof at === 'number' ? `${short(at)} ms` : '');
 
 function picture(record) {
   const steps = stepsOf(record);
@@ -38,13 +40,13 @@ function picture(record) {
   const left = 70;
   const x = (lane) => left + 50 + lane * LANE;
   const width = x(lanes.length - 1) + 90;
-  const said = steps.map(({at, from, to, text}) => `${short(at)} ms ${lanes[from]} to ${lanes[to]}: ${text}`).join('; ');
+  const said = steps.map(({at, from, to, text}) => `${timeOf(at)} ${lanes[from]} to ${lanes[to]}: ${text}`).join('; ');
   return s('svg', {viewBox: `0 0 ${width} ${height}`, width: String(width), height: String(height), class: 'sequence', role: 'img', 'aria-label': said},
     lanes.map((name, i) => [s('text', {x: String(x(i)), y: '16', class: 'lane-name'}, clip(name, 20)), s('line', {x1: String(x(i)), x2: String(x(i)), y1: '24', y2: String(height - 8), class: 'lane'})]).flat(),
     steps.map(({at, from, to, text, back}, i) => {
       const y = 50 + i * STEP;
       const way = to > from ? 1 : -1;
-      return s('g', {class: back ? 'arrow back' : 'arrow'}, s('text', {x: '0', y: String(y + 4), class: 'at'}, `${short(at)} ms`),
+      return s('g', {class: back ? 'arrow back' : 'arrow'}, s('text', {x: '0', y: String(y + 4), class: 'at'}, timeOf(at)),
         s('line', {x1: String(x(from)), x2: String(x(to) - way * 7), y1: String(y), y2: String(y)}),
         s('path', {d: `M${x(to) - way} ${y}l${-way * 8} -4v8z`}),
         s('text', {x: String((x(from) + x(to)) / 2), y: String(y - 6), class: 'words-on'}, s('title', {}, text), clip(text, Math.abs(to - from) * 20)));
