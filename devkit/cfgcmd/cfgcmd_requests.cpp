@@ -14,6 +14,8 @@
 
 namespace {
 
+const Outcome kDamaged = {EXIT_REFUSED, "the answer is damaged: is the gateway of this client?"};
+
 /* The outcome of a request that was not answered in time, with the modules that are to blame. */
 Outcome NotInTime(Outcome outcome, const std::string &url, Options options) {
   std::string reply;
@@ -36,8 +38,7 @@ Outcome Ask(uint32_t command, const std::string &url, const std::string &value,
   Outcome outcome = Call(kDbmgrName, kDbmgrRequest, bytes, options, &reply);
   if (outcome.status == EXIT_NO_ANSWER) return NotInTime(outcome, url, options);
   if (outcome.status != EXIT_DONE) return outcome;
-  if (DbmgrGetAnswer(reply.data(), reply.size(), answer) != 0)
-    return {EXIT_REFUSED, "the answer is damaged: is the gateway of this client?"};
+  if (DbmgrGetAnswer(reply.data(), reply.size(), answer) != 0) return kDamaged;
   if (answer->result < 0) return {EXIT_REFUSED, answer->text};
   return {};
 }
@@ -183,7 +184,9 @@ Outcome List(const Words &words, const Options &options) {
   Outcome outcome = Ask(APPT_CMD_LIST, FullPath(words[0], options.base), "", options, &answer);
   if (outcome.status != EXIT_DONE) return outcome;
   if (!options.json) return {EXIT_DONE, answer.text + "\n"};
-  return {EXIT_DONE, JsonText(Json::parse("[" + answer.text + "]", nullptr, false))};
+  const Json list = Json::parse("[" + answer.text + "]", nullptr, false);
+  if (list.is_discarded()) return kDamaged;
+  return {EXIT_DONE, JsonText(list)};
 }
 
 /* The list of changes has a node of its own, but names what changed. */
