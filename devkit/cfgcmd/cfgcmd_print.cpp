@@ -107,8 +107,12 @@ std::string AttributeText(const std::string &path, const std::string &text, bool
   return json ? MembersText(path, text, AttributesMember) : LinesText(path, text);
 }
 
-void AddText(std::string *document, const std::string &text, bool json) {
-  if (json && !document->empty() && !text.empty()) *document += ",\n";
+void AddText(std::string *document, std::string text, bool json) {
+  if (document->empty()) {
+    *document = std::move(text); /* it may be long */
+    return;
+  }
+  if (json && !text.empty()) *document += ",\n";
   *document += text;
 }
 

@@ -18,7 +18,7 @@ std::string LeafText(const std::string &path, const std::string &value, bool jso
 std::string AttributeText(const std::string &path, const std::string &text, bool json);
 
 /* Adds to what goes into a document, and makes it one. */
-void AddText(std::string *document, const std::string &text, bool json);
+void AddText(std::string *document, std::string text, bool json);
 std::string DocumentText(std::string document, bool json);
 
 /* `text`; with its control characters escaped when `descriptor` is a terminal: values come from

@@ -126,7 +126,9 @@ Outcome List(const Words &words, const Options &options) {
       Ask(APPT_CMD_LIST, FullPath(words[0], options.base), "", options.limit_ms, &answer);
   if (outcome.status != EXIT_DONE) return outcome;
   if (!options.json) return {EXIT_DONE, answer.text + "\n"};
-  return {EXIT_DONE, JsonText(Json::parse("[" + answer.text + "]", nullptr, false))};
+  const Json list = Json::parse("[" + answer.text + "]", nullptr, false);
+  if (list.is_discarded()) return kDamagedAnswer;
+  return {EXIT_DONE, JsonText(list)};
 }
 
 /* The list of changes has a node of its own, but names what changed. */

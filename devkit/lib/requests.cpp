@@ -92,8 +92,7 @@ Outcome Ask(uint32_t command, const std::string &url, const std::string &value, 
   Outcome outcome = Call(kDbmgrName, kDbmgrRequest, bytes, limit_ms, &reply);
   if (outcome.status == EXIT_NO_ANSWER) return NotInTime(outcome, url, limit_ms);
   if (outcome.status != EXIT_DONE) return outcome;
-  if (DbmgrGetAnswer(reply.data(), reply.size(), answer) != 0)
-    return {EXIT_REFUSED, "the answer is damaged: is the gateway of this client?"};
+  if (DbmgrGetAnswer(reply.data(), reply.size(), answer) != 0) return kDamagedAnswer;
   if (answer->result < 0) return {EXIT_REFUSED, answer->text};
   return {};
 }

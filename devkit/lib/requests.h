@@ -16,6 +16,10 @@ struct Outcome {
   std::string text;
 };
 
+/* Of an answer that cannot be read. */
+const Outcome kDamagedAnswer = {EXIT_REFUSED,
+                                "the answer is damaged: is the gateway of this client?"};
+
 constexpr char kDaemon[] = "sysmgr";
 constexpr char kDaemonLog[] = "/var/log/devkit/sysmgr.log";
 constexpr uint32_t kUsualLimit = 10000; /* ms */

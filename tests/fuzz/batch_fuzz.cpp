@@ -5,6 +5,7 @@
 #include "ams_print.h"
 #include "cfgcmd.h"
 #include "check.h"
+#include "control.h"
 #include "dbmgr_proto.h"
 #include "tds_desk.h"
 
@@ -59,6 +60,8 @@ int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
   if (line.find('\0') != line.npos) return 0; /* no argument has it, nor a line that is typed */
   Outcome outcome = RunLine(line, options);
   Check(outcome.status >= EXIT_DONE && outcome.status <= EXIT_NO_ANSWER, "there is no such status");
+  if (options.json && outcome.status == EXIT_DONE && !outcome.text.empty())
+    Check(Json::accept(outcome.text), "what is printed as JSON is none");
   (void)truncate("/var/log/devkit/informs", 0); /* there may be none */
   return 0;
 }
