@@ -97,7 +97,7 @@ int Apply(const std::vector<NvramChange> &changes, std::vector<NvramChange> *bef
   try {
     *before = changes;
   } catch (const std::bad_alloc &) {
-    AMS_PRINT(4, "store: no memory for what is kept now\n");
+    AMS_PRINT(4, "store: no memory for what is kept now: free some, then set it once more\n");
     return -1;
   }
   for (NvramChange &entry : *before)
