@@ -15,6 +15,7 @@
 
 #include "appt_request.h"
 #include "cfgcmd_print.h"
+#include "endpoint_call.h"
 #include "parse.h"
 #include "prosctl_thread.h"
 #include "tds_desk.h"
@@ -26,31 +27,6 @@ constexpr char kDaemonLog[] = "/var/log/devkit/sysmgr.log";
 constexpr char kInforms[] = "/var/log/devkit/informs";
 
 using Clock = std::chrono::steady_clock;
-
-Outcome CallFailure(int error, const char *dest, uint32_t limit_ms) {
-  std::string name = dest;
-  switch (error) {
-    case ENOENT:
-      return {EXIT_REFUSED, name + " is not running: start the gateway with script/gateway"};
-    case EPIPE:
-      return {EXIT_REFUSED, name + " died before it answered: look at its log in /var/log/devkit"};
-    case ENOMSG:
-      return {EXIT_REFUSED, name + " does not answer such a message: check the id"};
-    case EMSGSIZE:
-      return {EXIT_REFUSED, "the message or its answer is longer than 64 MiB: ask for less"};
-    case EPERM:
-      return {EXIT_REFUSED, "the message's id is the runtime's own: nobody else may send it"};
-    case EUSERS:
-      return {EXIT_REFUSED, name + " has no room for more clients: end some, or try later"};
-    case ETIMEDOUT:
-      return {EXIT_NO_ANSWER, name + " gave no answer in " + std::to_string(limit_ms) +
-                                  " ms: it is busy or hangs, --timeout waits longer"};
-    case EAGAIN:
-      return {EXIT_NO_ANSWER, name + " takes no more messages: it is busy or hangs, try later"};
-    default:
-      return {EXIT_REFUSED, name + " cannot be asked: " + strerror(error)};
-  }
-}
 
 /* Sends a control message to the daemon and prints its reply; "failed" and the like are refusals.
  */
@@ -74,14 +50,11 @@ bool FromHex(std::string text, std::string *bytes) {
 
 Outcome Call(const char *dest, uint32_t id, const std::string &payload, const Options &options,
              std::string *reply) {
-  void *bytes = nullptr;
-  uint32_t length = 0;
-  if (tds_call(id, payload.data(), static_cast<uint32_t>(payload.size()), dest, options.limit_ms,
-               &bytes, &length) != 0)
-    return CallFailure(errno, dest, options.limit_ms);
-  if (bytes != nullptr) reply->assign(static_cast<char *>(bytes), length);
-  __tds_free(bytes);
-  return {};
+  Outcome outcome;
+  std::string answer;
+  outcome.status = CallEndpoint(dest, id, payload, options.limit_ms, &answer);
+  (outcome.status == EXIT_DONE ? *reply : outcome.text) = std::move(answer);
+  return outcome;
 }
 
 bool ParseMessage(const Words &words, Message *message) {

@@ -8,6 +8,7 @@
 #include "ams_store.h"
 #include "cfgcmd.h"
 #include "cfgcmd_print.h"
+#include "endpoint_call.h"
 #include "nodes.h"
 #include "store_desk.h"
 
@@ -20,8 +21,7 @@ bool Attach() {
   return gptXmlTrees != nullptr && gptXmlTrees->root != nullptr;
 }
 
-const Outcome kNoStore = {EXIT_REFUSED,
-                          "there is no data-model store: start the gateway with script/gateway"};
+const Outcome kNoStore = {EXIT_REFUSED, "there is no data-model store: " + HowToStart("dbmgr:")};
 
 /* One node as the tree shows it. */
 struct Row {
