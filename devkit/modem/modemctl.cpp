@@ -67,11 +67,13 @@ Json Ask(const Json &request, double limit_s) {
 
 /* Again and again until it serves. */
 Json AskUntilItServes(const Json &request, double limit_s) {
-  auto end = Clock::now() + std::chrono::duration<double>(limit_s);
-  Json reply = Ask(request, limit_s);
-  while (reply.is_null() && Clock::now() < end) {
+  const auto end = Clock::now() + std::chrono::duration<double>(limit_s);
+  double left = limit_s;
+  Json reply = Ask(request, left);
+  while (reply.is_null() &&
+         (left = std::chrono::duration<double>(end - Clock::now()).count()) > 0) {
     usleep(10000);
-    reply = Ask(request, limit_s);
+    reply = Ask(request, left);
   }
   return reply;
 }
