@@ -26,7 +26,7 @@ const Script kFolders = {{
     {ON_INIT, "mkdir -p /var/ipsec/Dbg/"},
     {ON_INIT, "mkdir -p /var/run"},
     {ON_INIT, "mkdir -p /var/racoon/"},
-    /* Nobody here makes the inner folder: without it this fails, and that harms nothing. */
+    /* The inner folder is the board's: without it this fails, and that harms nothing. */
     {ON_INIT, "touch /var/racoon/racoon/sock"},
 }};
 

@@ -13,13 +13,13 @@
 
 #include "ams_store.h"
 #include "cfgcmd_print.h"
+#include "endpoint_call.h"
 #include "nearest.h"
 #include "new_file.h"
 #include "nodes.h"
 #include "store_desk.h"
 
-const Outcome kNoStore = {EXIT_REFUSED,
-                          "there is no data-model store: start the gateway with script/gateway"};
+const Outcome kNoStore = {EXIT_REFUSED, "there is no data-model store: " + HowToStart("dbmgr:")};
 
 namespace {
 

@@ -33,7 +33,8 @@ const Type kTypes[] = {
     {"int", IsNumber<int32_t>, "a number from -2147483648 to 2147483647"},
 };
 
-/* Which bytes a value may have. None of them means anything to a shell, quoted or not. */
+/* Which bytes a value may have. None of them means anything to a shell, quoted or not, but the "&"
+   of a url: the one line that has urls puts them in single quotes. */
 struct Form {
   const char *name;
   bool letters;                          /* A to Z in both cases; digits always */
@@ -87,8 +88,8 @@ const Form kForms[] = {
     {"address", true, ".:-", nullptr, nullptr, "an address or a host name"},
     {"range", true, ".:-", nullptr, IsRange, "two addresses with a - between"},
     {"interface", true, "._:@-", nullptr, nullptr, "letters, digits and . _ : @ -"},
-    {"url", true, "-._~:/?#[]@%+,=", nullptr, nullptr,
-     "letters, digits and - . _ ~ : / ? # [ ] @ % + , ="},
+    {"url", true, "-._~:/?#[]@%+,=&", nullptr, nullptr,
+     "letters, digits and - . _ ~ : / ? # [ ] @ % + , = &"},
 };
 
 const Form *FindForm(const std::string &name) {

@@ -2,42 +2,17 @@
 #include "requests.h"
 
 #include <algorithm>
-#include <cerrno>
-#include <cstring>
+#include <utility>
 
 #include "ams_store.h"
 #include "appt_request.h"
+#include "endpoint_call.h"
 #include "log_file.h"
 #include "nodes.h"
 #include "prosctl_thread.h"
 #include "tds_desk.h"
 
 namespace {
-
-Outcome CallFailure(int error, const char *dest, uint32_t limit_ms) {
-  std::string name = dest;
-  switch (error) {
-    case ENOENT:
-      return {EXIT_REFUSED, name + " is not running: start the gateway with script/gateway"};
-    case EPIPE:
-      return {EXIT_REFUSED, name + " died before it answered: look at its log in /var/log/devkit"};
-    case ENOMSG:
-      return {EXIT_REFUSED, name + " does not answer such a message: check the id"};
-    case EMSGSIZE:
-      return {EXIT_REFUSED, "the message or its answer is longer than 64 MiB: ask for less"};
-    case EPERM:
-      return {EXIT_REFUSED, "the message's id is the runtime's own: nobody else may send it"};
-    case EUSERS:
-      return {EXIT_REFUSED, name + " has no room for more clients: end some, or try later"};
-    case ETIMEDOUT:
-      return {EXIT_NO_ANSWER, name + " gave no answer in " + std::to_string(limit_ms) +
-                                  " ms: it is busy or hangs, --timeout waits longer"};
-    case EAGAIN:
-      return {EXIT_NO_ANSWER, name + " takes no more messages: it is busy or hangs, try later"};
-    default:
-      return {EXIT_REFUSED, name + " cannot be asked: " + strerror(error)};
-  }
-}
 
 /* The outcome of a request that was not answered in time, with the modules that are to blame. */
 Outcome NotInTime(Outcome outcome, const std::string &url, uint32_t limit_ms) {
@@ -73,14 +48,11 @@ int AddToGroup(std::vector<Group> *groups, const std::string &path, const std::s
 
 Outcome Call(const char *dest, uint32_t id, const std::string &payload, uint32_t limit_ms,
              std::string *reply) {
-  void *bytes = nullptr;
-  uint32_t length = 0;
-  if (tds_call(id, payload.data(), static_cast<uint32_t>(payload.size()), dest, limit_ms, &bytes,
-               &length) != 0)
-    return CallFailure(errno, dest, limit_ms);
-  if (bytes != nullptr) reply->assign(static_cast<char *>(bytes), length);
-  __tds_free(bytes);
-  return {};
+  Outcome outcome;
+  std::string answer;
+  outcome.status = CallEndpoint(dest, id, payload, limit_ms, &answer);
+  (outcome.status == EXIT_DONE ? *reply : outcome.text) = std::move(answer);
+  return outcome;
 }
 
 Outcome Ask(uint32_t command, const std::string &url, const std::string &value, uint32_t limit_ms,

@@ -7,8 +7,10 @@
 
 #include "escape.h"
 #include "modem_book.h"
+#include "modem_pdu.h"
 #include "modem_sms.h"
 #include "modem_tty.h"
+#include "parse.h"
 
 namespace {
 
@@ -211,6 +213,8 @@ std::string RunPdu(Modem *modem, time_t now, ModemOutput *output) {
   output->misbehaves = Misbehaves(*modem, row, modem->behaviour.kind);
   AtAnswer answer;
   if (!Refused(*modem, row, &answer)) answer = row.take_pdu(modem, call);
+  std::string octets;
+  if (answer.why.empty() && BytesFromHex(call.pdu, &octets)) answer.why = PartOf(octets);
   return Finish(modem, row, answer);
 }
 

@@ -141,6 +141,22 @@ const char *ParseSubmit(const std::string &octets, SubmitPdu *submit) {
   return submit->data.size() == 1 + data ? nullptr : "TP-UDL does not fit the octets behind it";
 }
 
+std::string PartOf(const std::string &octets) {
+  SubmitPdu submit;
+  if (ParseSubmit(octets, &submit) != nullptr || (submit.first & 0x40) == 0) return "";
+  const uint8_t *data = Bytes(submit.data); /* its length, the header's, the header's elements */
+  const size_t size = submit.data.size(), end = size < 2 ? 0 : std::min(size, 2 + size_t{data[1]});
+  for (size_t at = 2, next; at + 2 <= end; at = next) {
+    next = at + 2 + data[at + 1];
+    /* The one that numbers parts has a reference of 8 bits or of 16, how many, and which. */
+    const size_t length = data[at] == 0x00 ? 3 : data[at] == 0x08 ? 4 : 0;
+    if (length == 0 || data[at + 1] != length || next > end) continue;
+    return "part " + std::to_string(data[next - 1]) + " of " + std::to_string(data[next - 2]) +
+           " to " + submit.number;
+  }
+  return "";
+}
+
 std::string DeliverPdu(const SubmitPdu &submit, const std::string &centre, const std::string &from,
                        const struct tm &when) {
   /* SMS-DELIVER, no more messages wait; the header's mark comes along. */

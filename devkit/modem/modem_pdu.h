@@ -25,6 +25,9 @@ struct SubmitPdu {
 /* NULL; else why the octets are no SMS-SUBMIT, or which of its lengths does not fit them. */
 const char *ParseSubmit(const std::string &octets, SubmitPdu *submit);
 
+/* "part 2 of 3 to +10010" of a message that is a part of a longer one; "" of what is none. */
+std::string PartOf(const std::string &octets);
+
 /* Octets of the service centre's address with its length; at most `octets` has. */
 size_t CentreOctets(const std::string &octets);
 

@@ -33,11 +33,13 @@ using Clock = std::chrono::steady_clock;
 
 /* Again and again until it serves. */
 Json AskUntilItServes(const Json &request, double limit_s) {
-  auto end = Clock::now() + std::chrono::duration<double>(limit_s);
-  Json reply = ControlAsk(kModemSocket, request, limit_s);
-  while (reply.is_null() && Clock::now() < end) {
+  const auto end = Clock::now() + std::chrono::duration<double>(limit_s);
+  double left = limit_s;
+  Json reply = ControlAsk(kModemSocket, request, left);
+  while (reply.is_null() &&
+         (left = std::chrono::duration<double>(end - Clock::now()).count()) > 0) {
     usleep(10000);
-    reply = ControlAsk(kModemSocket, request, limit_s);
+    reply = ControlAsk(kModemSocket, request, left);
   }
   return reply;
 }

@@ -30,6 +30,7 @@ struct Order {
   std::chrono::steady_clock::time_point heard; /* when the orderer last said something */
 };
 Order order;
+int orders = 0; /* that were taken */
 
 enum Kind { NORMAL, OCCUPIED, SLOW, REJECT, FAIL, HANG, DIE, HALT };
 const char *const kKinds[] = {"normal", "occupied", "slow", "reject",
@@ -133,6 +134,7 @@ const char *Start(const std::string &name) {
     return "upg_failed";
   }
   worker_started = true;
+  ++orders;
   order = {true, name, sender, 0, "downloading", std::chrono::steady_clock::now()};
   AMS_PRINT(3, "%s: ordered by %s\n", name.c_str(), sender);
   return "downloading";
@@ -243,6 +245,8 @@ Json OrderState() {
   return {{"behaviour", kKinds[behaviour.kind]},
           {"amount", behaviour.amount},
           {"occupied", Occupied()},
+          {"orders", orders},
+          {"runs", order.runs},
           {"name", order.name},
           {"orderer", order.orderer},
           {"polls", order.polls},

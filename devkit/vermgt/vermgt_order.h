@@ -27,5 +27,5 @@ int AnswerSender(uint32_t id, const std::string &text);
    answered before it matters; of "halt" the process. */
 std::string OrderBehave(const std::string &how, int64_t amount);
 
-/* The behaviour, the last order, and what is flashed. */
+/* The behaviour, how many orders were taken, the last one, and what is flashed. */
 Json OrderState();

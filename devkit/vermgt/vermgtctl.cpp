@@ -1,13 +1,16 @@
 // vermgtctl: makes images, makes the version manager misbehave, and looks at what it does. What is
 // done is decided in vermgt.cpp; here are words and printing.
-#include <cerrno>
+#include <chrono>
 #include <csignal>
 #include <cstdio>
-#include <cstring>
+#include <filesystem>
+#include <fstream>
+#include <sstream>
+#include <thread>
 
 #include "ams_print.h"
 #include "command_line.h"
-#include "tds_desk.h"
+#include "endpoint_call.h"
 #include "vermgt_image.h"
 
 namespace {
@@ -21,7 +24,8 @@ constexpr char kFooter[] =
     "polls);\n"
     "reject; fail (to flash); hang (\"downloading\" for ever); die N (at the poll after N);\n"
     "halt PID (as hang, and each poll stops that process, as a breakpoint would).\n"
-    "Exit status: 0 done, 1 it said no, 2 wrong usage, 3 no answer in time.\n"
+    "Exit status: 0 done, 1 it said no, or the order that was watched failed, 2 wrong usage, 3 no\n"
+    "answer, or nothing to watch, in time.\n"
     "Examples:\n"
     "  vermgtctl image /etc/passwd /var/www/firmware.bin\n"
     "  vermgtctl behave slow 20\n"
@@ -68,20 +72,91 @@ void PrintState(const Json &state) {
            flashed["bytes"].get<size_t>());
 }
 
-int Ask(const Asked &asked) {
-  Json request = {{"verb", asked.verb}, {"how", asked.how}, {"amount", asked.amount}};
-  std::string text = ControlBytes(request);
-  void *bytes = nullptr;
-  uint32_t length = 0;
-  if (tds_call(VERSION_CONTROL, text.data(), static_cast<uint32_t>(text.size()), kVersionManager,
-               static_cast<uint32_t>(asked.limit_s * 1000), &bytes, &length) != 0)
-    return Say(EXIT_NO_ANSWER, std::string("no answer of ") + kVersionManager + ", " +
-                                   strerror(errno) + ": gateway-daemon start vermgt starts it");
-  Json reply = ControlReplyIn(bytes == nullptr ? "" : static_cast<char *>(bytes));
-  __tds_free(bytes);
-  if (reply.is_null())
+/* Its reply; what lacks is said. The status to end with. */
+int Ask(const Asked &asked, const char *verb, Json *reply) {
+  Json request = {{"verb", verb}, {"how", asked.how}, {"amount", asked.amount}};
+  std::string bytes;
+  if (CallEndpoint(kVersionManager, VERSION_CONTROL, ControlBytes(request),
+                   static_cast<uint32_t>(asked.limit_s * 1000), &bytes) != EXIT_DONE)
+    return Say(EXIT_NO_ANSWER, bytes);
+  *reply = ControlReplyIn(bytes.c_str());
+  if (reply->is_null())
     return Say(EXIT_NO_ANSWER, std::string(kVersionManager) + " is no version manager");
-  return ControlPrint("vermgtctl", reply, asked.json, PrintState);
+  return EXIT_DONE;
+}
+
+int Print(const Asked &asked) {
+  Json reply;
+  int status = Ask(asked, asked.verb.c_str(), &reply);
+  return status == EXIT_DONE ? ControlPrint("vermgtctl", reply, asked.json, PrintState) : status;
+}
+
+/* ---- watching ---- */
+
+namespace fs = std::filesystem;
+using Clock = std::chrono::steady_clock;
+
+constexpr auto kLook = std::chrono::milliseconds(50), kLine = std::chrono::milliseconds(1000);
+
+/* What goes on, and how far it is. */
+struct Stage {
+  std::string what, how_far;
+};
+
+/* What curl, if it runs, writes. Processes go while they are looked at. */
+Stage Fetching(double limit_s) {
+  std::error_code gone;
+  for (const auto &process : fs::directory_iterator("/proc", gone)) {
+    std::string name, word;
+    std::ifstream comm(process.path() / "comm"), words(process.path() / "cmdline");
+    if (!std::getline(comm, name) || name != "curl") continue;
+    while (std::getline(words, word, '\0') && word != "-o") {
+    }
+    if (!std::getline(words, word, '\0')) continue;
+    uintmax_t bytes = fs::file_size(word, gone);
+    return {"fetching " + word, std::to_string(gone ? 0 : bytes) + " bytes"};
+  }
+  std::ostringstream limit;
+  limit << limit_s << " s at most";
+  return {"waiting for an order", limit.str()};
+}
+
+Stage StageOf(const Json &state, bool began, double limit_s) {
+  if (!began) return Fetching(limit_s);
+  return {"order " + state["name"].get<std::string>() + " of " +
+              state["orderer"].get<std::string>() + ": " + state["word"].get<std::string>(),
+          "after " + std::to_string(state["polls"].get<int>()) + " polls"};
+}
+
+/* A line for each stage, and one a second for how far a long one is. Ends with the order that runs,
+   or else with the next one. */
+int Watch(const Asked &asked) {
+  auto limit = std::chrono::duration<double>(asked.limit_s);
+  auto changed = Clock::now(), told = changed;
+  Stage last;
+  int before = -1; /* orders that are over */
+  for (;; std::this_thread::sleep_for(kLook)) {
+    Json reply;
+    int status = Ask(asked, "state", &reply);
+    if (status != EXIT_DONE) return status;
+    const Json &state = reply["state"];
+    bool runs = state["runs"];
+    if (before < 0) before = state["orders"].get<int>() - (runs ? 1 : 0);
+    bool began = state["orders"] > before;
+    Stage stage = StageOf(state, began, asked.limit_s);
+    auto now = Clock::now();
+    bool next = stage.what != last.what, moved = stage.how_far != last.how_far;
+    if (next || (moved && now - told >= kLine)) {
+      printf("%s, %s\n", stage.what.c_str(), stage.how_far.c_str());
+      fflush(stdout); /* a reader that is gone is no reason to end */
+      told = now;
+    }
+    if (next || moved) changed = now;
+    last = stage;
+    if (began && !runs) return state["word"] == "success" ? EXIT_DONE : EXIT_REFUSED;
+    if (now - changed > limit)
+      return Say(EXIT_NO_ANSWER, "nothing happened in time: --timeout watches longer");
+  }
 }
 
 void AddVerbs(CLI::App *app, Asked *asked) {
@@ -101,6 +176,7 @@ void AddVerbs(CLI::App *app, Asked *asked) {
       ->required();
   behave->add_option("N", asked->amount,
                      "slow, die: polls that are answered before; halt: a process");
+  verb("watch", "What becomes of a download, from the fetching on, until its order ends");
   verb("state", "Its behaviour, the last order, and what is flashed")
       ->add_flag("--json", asked->json, "As a JSON object");
 }
@@ -117,5 +193,6 @@ int main(int argc, char **argv) {
   AddTimeLimit(&app, &asked.limit_s);
   AddVerbs(&app, &asked);
   if (auto end = ParseCommandLine(&app, argc, argv)) return *end;
-  return asked.verb == "image" ? MakeImage(asked) : Ask(asked);
+  if (asked.verb == "image") return MakeImage(asked);
+  return asked.verb == "watch" ? Watch(asked) : Print(asked);
 }

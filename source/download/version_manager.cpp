@@ -79,8 +79,8 @@ int upgradeVer(const char *name, VersionWord *result) {
   char request[kRequestSize] = {};
   snprintf(*result, sizeof *result, "other_failed");
   if (strlen(name) >= VERSION_NAME_SIZE) {
-    AMS_PRINT(4, "upgradeVer: the name has %zu bytes and %d fit: %s", strlen(name),
-              VERSION_NAME_SIZE - 1, name);
+    AMS_PRINT(4, "upgradeVer: the name has %zu bytes and %d fit, order it with a shorter one: %s",
+              strlen(name), VERSION_NAME_SIZE - 1, name);
     return -1;
   }
   memcpy(request + kRequestName, name, strlen(name));

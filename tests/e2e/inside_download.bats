@@ -40,6 +40,11 @@ field() { cfgcmd get $ORDER.$1; }
 state_has() { [[ $(vermgtctl state) == *"$1"* ]]; }
 # polled N: the order was polled as often, whether it still runs or not.
 polled() { [[ $(vermgtctl state) =~ after\ ([0-9]+)\ polls ]] && [ ${BASH_REMATCH[1]} -ge $1 ]; }
+# What is watched goes into a file, with the status at the end.
+watch_download() {
+  watch=$(mktemp)
+  { vermgtctl watch >"$watch" 2>&1 3>&-; echo "status $?" >>"$watch"; } 3>&- &
+}
 # ask ID HEX: what the version manager answers.
 ask() { cfgcmd send tdsmgr:vermgt $1 --wait --hex "$2" | tr -d '\0'; }
 holds() { grep -qF -- "$1" "$2"; }

@@ -12,7 +12,7 @@ AttributeSet MakeSet(Loader *loader, pugi::xml_node node, bool row, bool typed, 
   std::string &text = loader->scratch;
   AttributeSet set = {};
   text.clear();
-  if (!typed) text.append("type").append(1, '\0').append("object").append(1, '\0');
+  if (!typed) text.append(kTypeAttribute).append(1, '\0').append("object").append(1, '\0');
   for (pugi::xml_attribute attribute : node.attributes()) {
     std::string_view name = attribute.name(), value = attribute.value();
     if (name == kNotifyAttribute || (row && name == kIdAttribute) ||
@@ -142,7 +142,7 @@ int LoadRefuse(Loader *loader, pugi::xml_node where, const std::string &reason) 
 }
 
 int LoadAttributes(Loader *loader, pugi::xml_node node, bool row, Element *element) {
-  std::string_view type = node.attribute("type").value();
+  std::string_view type = node.attribute(kTypeAttribute).value();
   bool typed = !type.empty();
   if (!typed && !row) return LoadRefuse(loader, node, "needs a type attribute");
   if (!typed) type = kKindNames[KIND_OBJECT];

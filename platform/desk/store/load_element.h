@@ -8,12 +8,8 @@
 #include <utility>
 #include <vector>
 
+#include "file_form.h"
 #include "tree.h"
-
-/* The attributes that are no part of a node's attribute set: an Instance's number, a node's notify
-   attribute, and the highest number that an array ever used. */
-constexpr char kIdAttribute[] = "id", kNotifyAttribute[] = "notify", kLastAttribute[] = "last";
-constexpr char kInstanceElement[] = "Instance", kTemplateElement[] = "Template";
 
 struct AttributeSet {
   uint32_t number;

@@ -103,7 +103,9 @@ int ams_mxml_get_leaf(const char *path, char *value, size_t size) {
   int result = key.last == 0 ? -1 : TreeFind(txn, key, &leaf);
   bool whole = result != 0 || CopyOut({leaf.value, leaf.length}, value, size);
   TreeReadEnd(txn);
-  if (!whole) AMS_PRINT(4, "store: the value of %s was cut to %zu bytes\n", path, size - 1);
+  if (!whole)
+    AMS_PRINT(4, "store: the value of %s was cut to %zu bytes: set a shorter one\n", path,
+              size - 1);
   return result;
 }
 
@@ -122,7 +124,7 @@ int ams_get_idxes(struct AmsTree *root, const char *array, char *list, size_t si
     return failed;
   });
   if (result == 0 && text.size() >= size) {
-    AMS_PRINT(4, "store: the instances of %s do not fit %zu bytes\n", array, size);
+    AMS_PRINT(4, "store: the instances of %s do not fit %zu bytes: delete some\n", array, size);
     return -1;
   }
   if (result == 0) memcpy(list, text.c_str(), text.size() + 1);
@@ -141,7 +143,8 @@ int ams_get_array_maxIndex(struct AmsTree *root, const char *array, char *text, 
     return 0;
   });
   if (result == 0 && !CopyOut(std::to_string(highest), text, size)) {
-    AMS_PRINT(4, "store: the highest instance of %s does not fit %zu bytes\n", array, size);
+    AMS_PRINT(4, "store: the highest instance of %s does not fit %zu bytes: ask with more room\n",
+              array, size);
     text[0] = '\0';
     return -1;
   }
@@ -163,8 +166,8 @@ int ams_mxml_list_array(const char *array, struct AmsArrayList *list) {
   });
   if (result != 0) return -1;
   if (numbers.size() > AMS_LIST_SLOTS)
-    AMS_PRINT(4, "store: %s has %zu instances, the first %d are listed\n", path, numbers.size(),
-              AMS_LIST_SLOTS);
+    AMS_PRINT(4, "store: %s has %zu instances, the first %d are listed: delete some\n", path,
+              numbers.size(), AMS_LIST_SLOTS);
   for (uint32_t number : numbers) {
     if (list->count == AMS_LIST_SLOTS) break;
     snprintf(list->slots[list->count++], AMS_LIST_SLOT_SIZE, "%s.%u.", path, number);
@@ -186,10 +189,10 @@ int ams_get_attr(struct AmsTree *root, const char *path, char *value, size_t siz
     return 0;
   });
   if (result != 0) {
-    AMS_PRINT(4, "store: no node %s\n", path);
+    AMS_PRINT(4, "store: no node %s: check the path\n", path);
     return -1;
   }
   if (!CopyOut(notify, value, size))
-    AMS_PRINT(4, "store: the notify attribute of %s was cut\n", path);
+    AMS_PRINT(4, "store: the notify attribute of %s was cut: ask with more room\n", path);
   return 0;
 }

@@ -10,6 +10,7 @@
 #include "ams_print.h"
 #include "ams_store.h"
 #include "attributes.h"
+#include "file_form.h"
 #include "found.h"
 #include "tree.h"
 
@@ -160,14 +161,15 @@ std::string NotifyOf(Saver *saver, const Found &row) {
 std::string AttributesOf(Saver *saver, const Found &row, const std::string &name, bool implied) {
   std::string_view set, attribute, value;
   std::string text;
-  if (name == "Instance") {
+  if (name == kInstanceElement) {
     size_t last = LastSeparator(row);
-    AppendAttribute(&text, "id", std::to_string(KeyNumber(row.key + last, row.key_length - last)));
+    AppendAttribute(&text, kIdAttribute,
+                    std::to_string(KeyNumber(row.key + last, row.key_length - last)));
   }
   if (implied || TreeAttributes(saver->txn, row.record.head.attributes, &set) != 0) return text;
-  bool is_row = name == "Instance" || name == "Template";
+  bool is_row = name == kInstanceElement || name == kTemplateElement;
   while (AttributeNext(&set, &attribute, &value))
-    if (!is_row || attribute != "type") AppendAttribute(&text, attribute, value);
+    if (!is_row || attribute != kTypeAttribute) AppendAttribute(&text, attribute, value);
   return text;
 }
 
@@ -175,8 +177,8 @@ std::string NameOf(const Found &row) {
   size_t last = LastSeparator(row);
   std::string name(reinterpret_cast<const char *>(row.key) + last, row.key_length - last);
   if (name[0] == KEY_ROOT) return kRootName;
-  if (name[0] == KEY_EACH) return "Template";
-  return static_cast<uint8_t>(name[0]) < ' ' ? "Instance" : name;
+  if (name[0] == KEY_EACH) return kTemplateElement;
+  return static_cast<uint8_t>(name[0]) < ' ' ? kInstanceElement : name;
 }
 
 /* Writes one row, or lets it wait for something below it that has to be written. */
@@ -188,9 +190,9 @@ void SaveRow(Saver *saver, const Found &row) {
   if (laid) shape_notify = TreeNotify(saver->txn, key, shape);
   bool same_set = laid && shape.head.attributes == row.record.head.attributes;
   Element element = {name, AttributesOf(saver, row, name, same_set), false, false};
-  if (notify != shape_notify) AppendAttribute(&element.attributes, "notify", notify);
+  if (notify != shape_notify) AppendAttribute(&element.attributes, kNotifyAttribute, notify);
   std::string_view value;
-  bool differs = !laid || !same_set || notify != shape_notify || name == "Instance";
+  bool differs = !laid || !same_set || notify != shape_notify || name == kInstanceElement;
   if (RecordIsLeaf(row.record)) {
     value = {row.record.value, row.record.length};
     differs = differs || value != std::string_view(shape.value, shape.length);
@@ -198,7 +200,7 @@ void SaveRow(Saver *saver, const Found &row) {
     ArrayCounts counts = RecordCounts(row.record);
     differs = true; /* its instances are those listed, not those of the template */
     if (counts.highest != counts.count)
-      AppendAttribute(&element.attributes, "last", std::to_string(counts.highest));
+      AppendAttribute(&element.attributes, kLastAttribute, std::to_string(counts.highest));
   }
   Close(saver, Depth(row));
   saver->open.push_back(element);

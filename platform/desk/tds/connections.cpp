@@ -1,13 +1,13 @@
 // Who is let in, and who has to go when descriptors are short; see connections.h.
 #include "connections.h"
 
-#include <errno.h>
 #include <sys/epoll.h>
 #include <sys/resource.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <cstring>
 
 #include "ams_print.h"

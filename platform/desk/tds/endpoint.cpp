@@ -2,11 +2,11 @@
 // time; see endpoint.h.
 #include "endpoint.h"
 
-#include <errno.h>
 #include <pthread.h>
 #include <time.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <cstdio>
 #include <cstring>
 

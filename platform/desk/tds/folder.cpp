@@ -1,10 +1,10 @@
 // Serving anew what has lost its file; see folder.h.
 #include "folder.h"
 
-#include <errno.h>
 #include <sys/inotify.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <cstring>
 
 #include "ams_print.h"

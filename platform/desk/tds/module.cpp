@@ -1,13 +1,13 @@
 // A module's thread with its sockets, its timers and its message table; see module.h.
 #include "module.h"
 
-#include <errno.h>
 #include <pthread.h>
 #include <sys/epoll.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <cstring>
 #include <new>
 

@@ -1,12 +1,12 @@
 // Notifications. Who wants what is a tree of empty files, publisher/id/subscriber, so that it holds
 // whichever side starts first and outlives both.
 #include <dirent.h>
-#include <errno.h>
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <cstdio>
 #include <cstring>
 #include <string>

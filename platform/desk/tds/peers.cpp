@@ -1,11 +1,11 @@
 // Connections to others, and frames on them; see peers.h.
 #include "peers.h"
 
-#include <errno.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <cstring>
 
 #include "ams_print.h"

@@ -2,10 +2,10 @@
 // the board's tds.h.
 #include "tds_desk.h"
 
-#include <errno.h>
 #include <sys/socket.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <cstring>
 
 #include "ams_print.h"

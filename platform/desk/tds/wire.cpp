@@ -1,7 +1,6 @@
 // The runtime's sockets and the frames on them; see wire.h.
 #include "wire.h"
 
-#include <errno.h>
 #include <fcntl.h>
 #include <linux/memfd.h>
 #include <sys/mman.h>
@@ -11,6 +10,7 @@
 #include <sys/un.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <cstdio>
 #include <cstring>
 
@@ -249,19 +249,19 @@ const char *WireFault(int reason) {
     case ENOENT:
       return "no such endpoint, is its process running?";
     case EPIPE:
-      return "its process is gone";
+      return "its process is gone: its log tells why";
     case ENOMSG:
-      return "its handler gave no answer";
+      return "its handler gave no answer: check the id";
     case ETIMEDOUT:
-      return "no answer in time";
+      return "no answer in time: it is busy or hangs, its log tells more";
     case EAGAIN:
-      return "its queue stayed full";
+      return "its queue stayed full: it is busy or hangs, try later";
     case EMSGSIZE:
-      return "the payload is larger than 64 MiB";
+      return "the payload is larger than 64 MiB: send less";
     case EPERM:
-      return "only the runtime itself sends this id";
+      return "only the runtime itself sends this id: take another";
     case EUSERS:
-      return "it has no room for more connections";
+      return "it has no room for more connections: end some of its clients";
     default:
       return strerror(reason);
   }

@@ -8,6 +8,7 @@
 
 #include "modem_control.h"
 #include "modem_core.h"
+#include "modem_pdu.h"
 #include "parse.h"
 
 namespace {
@@ -128,6 +129,30 @@ TEST(Modem, TakesSeveralCommandsAtOnce) {
   EXPECT_EQ(Hear("AT+CSCA=" + std::string(5000, '1') + "\rAT\r", &modem), "\r\nERROR\r\n" + ok);
   EXPECT_EQ(Hear("AT+CMGS=24\r" + std::string(9000, 'A') + "\x1a", &modem),
             "\r\n> \r\n+CMS ERROR: 304\r\n");
+}
+
+/* User data with a header behind an SMS-SUBMIT's beginning. */
+TEST(Parts, AreToldByTheElementThatNumbersThem) {
+  const struct {
+    const char *what, *data, *said;
+  } cases[] = {
+      {"a reference of 8 bits", "0705000307030241", "part 2 of 3 to +46708251358"},
+      {"of 16", "080608040007030141", "part 1 of 3 to +46708251358"},
+      {"behind another element", "0D0B0504000000000003070201FF", "part 1 of 2 to +46708251358"},
+      {"another element alone", "080605040000000041", ""},
+      {"an element longer than the header", "0705000907030241", ""},
+      {"one of another length", "06040002070341", ""},
+      {"a header longer than the data", "020941", ""},
+      {"half an element", "03020003", ""},
+      {"no data", "00", ""},
+  };
+  for (const auto &row : cases)
+    for (const char *first : {"41", "01"}) {
+      std::string octets;
+      ASSERT_TRUE(
+          BytesFromHex(std::string("00") + first + "000B916407281553F80004" + row.data, &octets));
+      EXPECT_EQ(PartOf(octets), *first == '4' ? row.said : "") << row.what;
+    }
 }
 
 /* Whatever its lengths say, nothing beyond the PDU is read, and only a whole one is sent. */
