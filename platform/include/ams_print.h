@@ -65,17 +65,27 @@ constexpr int AmsSourceLength(const char *source) {
   return dot < 0 ? length : dot;
 }
 
+/* What all records have in common, once: a program has hundreds. Whether one is printed, then it is
+   open; and its location and end. */
+[[gnu::noinline]] inline bool AmsRecordOpen(int level) {
+  if (AMS_PrintWanted(level) == 0) return false;
+  __AMS_PrintHead(level);
+  return true;
+}
+[[gnu::noinline]] inline void AmsRecordClose(int level, const char *source, int line) {
+  __AMS_Print(level, "  @P:%.*s,L:%d.\n", AmsSourceLength(source), source, line);
+  __AMS_PrintEnd(level);
+}
+
 /* Makes one whole record; the format and its arguments are printf's. They must have no side
    effects: they are not evaluated when the record is not printed. `source` and `line` say who
    writes it. */
-#define AMS_PRINT_AT(level, source, line, ...)                                            \
-  do {                                                                                    \
-    if (AMS_PrintWanted(level)) {                                                         \
-      __AMS_PrintHead(level);                                                             \
-      __AMS_Print(level, __VA_ARGS__);                                                    \
-      __AMS_Print(level, "  @P:%.*s,L:%d.\n", AmsSourceLength(source), (source), (line)); \
-      __AMS_PrintEnd(level);                                                              \
-    }                                                                                     \
+#define AMS_PRINT_AT(level, source, line, ...) \
+  do {                                         \
+    if (AmsRecordOpen(level)) {                \
+      __AMS_Print(level, __VA_ARGS__);         \
+      AmsRecordClose(level, source, line);     \
+    }                                          \
   } while (0)
 
 /* The same from where it stands. */

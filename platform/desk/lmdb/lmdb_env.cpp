@@ -86,15 +86,16 @@ int verdict_pipe; /* of a process that checks: where it tells what it found */
 }
 
 /* The table of readers, whole: it is a map, like the pages of lmdb_room.cpp. Before this process
-   opens the place: closing the file would give its locks away. */
+   opens the place: closing the file would give its locks away. A file that is whole is left alone:
+   allocated once more, its pages would count as written, and be resident in whoever maps it. */
 int MakeLockFile(const LmdbPlace &place) {
-  constexpr off_t kBytesOfReader = 64;
+  constexpr off_t kBytesOfReader = 64, kSize = (kMaxReaders + kBytesOfReader) * kBytesOfReader;
+  struct stat info;
   int fd = open(FileOf(place, "lock.mdb").c_str(), O_RDWR | O_CREAT | O_NOFOLLOW | O_CLOEXEC, 0600);
   if (fd < 0) return errno;
-  int rc;
-  do {
-    rc = posix_fallocate(fd, 0, (kMaxReaders + kBytesOfReader) * kBytesOfReader);
-  } while (rc == EINTR);
+  bool whole = fstat(fd, &info) == 0 && info.st_size >= kSize && info.st_blocks * 512 >= kSize;
+  int rc = 0;
+  while (!whole && (rc = posix_fallocate(fd, 0, kSize)) == EINTR) continue;
   close(fd);
   return rc;
 }

@@ -2,6 +2,7 @@
 // time; see endpoint.h.
 #include "endpoint.h"
 
+#include <malloc.h>
 #include <pthread.h>
 #include <time.h>
 #include <unistd.h>
@@ -37,6 +38,15 @@ int StartThread(std::unique_ptr<Module> *module) {
   return 0;
 }
 
+/* One heap for all modules, which rarely allocate at the same time: with its own each of them would
+   hold pages that the others cannot use. A C library without a name for this has no more than one.
+ */
+void HeapShare() {
+#ifdef M_ARENA_MAX
+  (void)mallopt(M_ARENA_MAX, 1); /* without it there are more heaps, that is all */
+#endif
+}
+
 const std::string &ProcessName() {
   static const std::string unnamed = program_invocation_short_name;
   return process_name.empty() ? unnamed : process_name;
@@ -58,6 +68,12 @@ Thread *ThisThread() {
   return &thread;
 }
 
+void HeapGiveBack() {
+#ifdef M_ARENA_MAX      /* the same C library */
+  (void)malloc_trim(0); /* there may be nothing to give */
+#endif
+}
+
 uint64_t MonotonicMs() {
   struct timespec now;
   clock_gettime(CLOCK_MONOTONIC, &now);
@@ -71,6 +87,7 @@ int SysInit(const ModuleEntry *modules) {
   }
   std::string first = modules->name;
   process_name = first.substr(0, first.find(':'));
+  HeapShare();
   /* Every endpoint is there before the first handler runs. */
   std::vector<std::unique_ptr<Module>> opened;
   opened.push_back(std::make_unique<Module>());

@@ -214,6 +214,7 @@ void *ModuleThread(void *argument) {
   WireFrame frame;
   if (ModuleRow(module, TDS_MSG_INIT) != nullptr)
     Dispatch(module, {module->name.c_str(), nullptr, TDS_MSG_INIT, 0, false, 0}, nullptr, 0);
+  HeapGiveBack();
   for (;;) try {
       for (;;) Turn(thread, &frame);
     } catch (const std::bad_alloc &) { /* what was not read yet waits in its socket */

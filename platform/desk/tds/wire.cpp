@@ -26,7 +26,8 @@
 namespace {
 
 constexpr uint16_t kMagic = 0x7D51;
-constexpr uint32_t kInline = 32 * 1024;      /* most that travels in the record itself */
+constexpr uint32_t kInline = 32 * 1024; /* most that travels in the record itself */
+constexpr size_t kRecord = sizeof(WireHead) + kInline + 1; /* one more, to tell a longer one */
 constexpr int kSendBuffer = 1024 * 1024;     /* a queue's bound; the kernel may grant less */
 constexpr struct timeval kSendWait = {2, 0}; /* how long a sender waits for room */
 constexpr struct timeval kNoWait = {0, 1};   /* 0 would be for ever */
@@ -109,7 +110,7 @@ bool MapPayloadFile(int fd, WireFrame *frame) {
 /* Checks the received record and points the frame at its payload. */
 bool OpenFrame(WireFrame *frame, size_t size, Passed passed) {
   if (size < sizeof(WireHead) || passed.foreign) return false;
-  memcpy(&frame->head, frame->record.data(), sizeof(WireHead));
+  memcpy(&frame->head, frame->record.get(), sizeof(WireHead));
   const WireHead &head = frame->head;
   bool large = head.length > kInline;
   if (head.magic != kMagic || head.kind > WireKind::REFUSED || head.length > TDS_PAYLOAD_MAX ||
@@ -117,7 +118,7 @@ bool OpenFrame(WireFrame *frame, size_t size, Passed passed) {
     return false;
   if (size - sizeof(WireHead) != (large ? 0 : head.length)) return false;
   if (large && !MapPayloadFile(passed.file, frame)) return false;
-  frame->data = large ? frame->large.get() : frame->record.data() + sizeof(WireHead);
+  frame->data = large ? frame->large.get() : frame->record.get() + sizeof(WireHead);
   if (head.length == 0) frame->data = nullptr;
   return true;
 }
@@ -221,9 +222,9 @@ int WireSend(int fd, WireKind kind, uint32_t id, uint32_t sequence, const void *
 }
 
 int WireReceive(int fd, WireFrame *frame, int flags) {
-  if (frame->record.empty()) frame->record.resize(sizeof(WireHead) + kInline + 1);
+  if (frame->record == nullptr) frame->record.reset(new uint8_t[kRecord]);
   frame->large.reset();
-  struct iovec piece = {frame->record.data(), frame->record.size()};
+  struct iovec piece = {frame->record.get(), kRecord};
   ControlBuffer control;
   struct msghdr message = {};
   message.msg_iov = &piece;

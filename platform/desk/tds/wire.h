@@ -4,7 +4,6 @@
 
 #include <cstdint>
 #include <memory>
-#include <vector>
 
 #include "tds_desk.h"
 
@@ -35,7 +34,7 @@ struct WireUnmap {
 struct WireFrame {
   WireHead head;
   const void *data;
-  std::vector<uint8_t> record;
+  std::unique_ptr<uint8_t[]> record; /* not cleared: its pages come as far as frames reach */
   std::unique_ptr<void, WireUnmap> large;
 };
 
