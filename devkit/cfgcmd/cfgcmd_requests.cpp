@@ -23,12 +23,12 @@ Outcome NotInTime(Outcome outcome, const std::string &url, Options options) {
 
 /* Asks and judges: an outcome that is not done carries the reason. */
 Outcome Ask(uint32_t command, const std::string &url, const std::string &value,
-            const Options &options, DbmgrAnswer *answer) {
+            const Options &options, DbmgrAnswer *answer, uint32_t message = kDbmgrRequest) {
   if (url.size() > UINT16_MAX)
     return {EXIT_REFUSED, "the path is longer than 65535 bytes: check it"};
   std::string bytes = DbmgrPutRequest({command, url, value});
   std::string reply;
-  Outcome outcome = Call(kDbmgrName, kDbmgrRequest, bytes, options, &reply);
+  Outcome outcome = Call(kDbmgrName, message, bytes, options, &reply);
   if (outcome.status == EXIT_NO_ANSWER) return NotInTime(outcome, url, options);
   if (outcome.status != EXIT_DONE) return outcome;
   if (DbmgrGetAnswer(reply.data(), reply.size(), answer) != 0)
@@ -55,6 +55,18 @@ int AddToGroup(std::vector<Group> *groups, const std::string &path, const std::s
   return 0;
 }
 
+/* Sends each of them, until one is refused: its outcome, and the objects before it. */
+Outcome AskEach(const std::vector<Group> &groups, uint32_t message, const Options &options,
+                std::string *done) {
+  for (const Group &group : groups) {
+    DbmgrAnswer answer;
+    Outcome outcome = Ask(APPT_CMD_SET, group.object, group.value, options, &answer, message);
+    if (outcome.status != EXIT_DONE) return outcome;
+    *done += (done->empty() ? "" : ", ") + group.object;
+  }
+  return {};
+}
+
 Outcome Get(const Words &words, const Options &options) {
   DbmgrAnswer answer;
   Outcome outcome = Ask(APPT_CMD_GET, words[0], "", options, &answer);
@@ -72,14 +84,14 @@ Outcome Set(const Words &words, const Options &options) {
       return {EXIT_REFUSED,
               "\"" + words[i] + "\": give the full path, and a value without byte 0x03"};
   std::string done;
-  for (const Group &group : groups) {
-    DbmgrAnswer answer;
-    Outcome outcome = Ask(APPT_CMD_SET, group.object, group.value, options, &answer);
-    if (outcome.status != EXIT_DONE && !done.empty()) outcome.text += "; set before it: " + done;
-    if (outcome.status != EXIT_DONE) return outcome;
-    done += (done.empty() ? "" : ", ") + group.object;
+  if (groups.size() > 1) { /* one is checked whole when it is done */
+    Outcome checked = AskEach(groups, kDbmgrCheck, options, &done);
+    if (checked.status != EXIT_DONE) return checked;
+    done.clear();
   }
-  return {};
+  Outcome outcome = AskEach(groups, kDbmgrRequest, options, &done);
+  if (outcome.status != EXIT_DONE && !done.empty()) outcome.text += "; set before it: " + done;
+  return outcome;
 }
 
 Outcome Add(const Words &words, const Options &options) {

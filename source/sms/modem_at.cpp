@@ -13,6 +13,7 @@
 
 #include "ams_common_api.h"
 #include "modem_route.h"
+#include "op_values.h"
 
 int32_t msgResult = 0;
 ShortMsgState short_msg_state = {};
@@ -53,6 +54,13 @@ int Ask(const char *command, const char *mark, Answer *answer) {
   return Judge(*answer, mark);
 }
 
+/* The text behind the carriage return that ends a command is another one. Returns -1. */
+int Failed(const char *command, const char *answer) {
+  AMS_PRINT(4, "%.*s failed, the modem answered \"%s\"\n",
+            static_cast<int>(strcspn(command, "\r")), command, ModemSaid(answer).c_str());
+  return -1;
+}
+
 __attribute__((format(printf, 1, 2))) int Tell(const char *format, ...) {
   char command[MODEM_LINE_LIMIT]; /* a longer one is cut here and refused as too long */
   Answer answer;
@@ -60,7 +68,7 @@ __attribute__((format(printf, 1, 2))) int Tell(const char *format, ...) {
   va_start(args, format);
   vsnprintf(command, sizeof command, format, args);
   va_end(args);
-  return Ask(command, nullptr, &answer);
+  return Ask(command, nullptr, &answer) == 0 ? 0 : Failed(command, answer.text);
 }
 
 /* The answer's value; "" when it has none. */
@@ -75,12 +83,19 @@ const char *AskValue(const Question &question, Answer *answer) {
 
 int AskFill(const Question &question, int *used, int *total) {
   Answer answer;
-  return sscanf(AskValue(question, &answer), "%d,%d", used, total) == 2 ? 0 : -1;
+  if (sscanf(AskValue(question, &answer), "%d,%d", used, total) == 2) return 0;
+  return Failed(question.command, answer.text);
 }
 
 }  // namespace
 
 bool ModemUsesMemory() { return strcmp(short_msg_state.msgStorage, "ME") == 0; }
+
+std::string ModemSaid(std::string_view answer) {
+  constexpr char kEnds[] = " \r\n";
+  answer.remove_prefix(std::min(answer.find_first_not_of(kEnds), answer.size()));
+  return PrintableText(answer.substr(0, answer.find_last_not_of(kEnds) + 1));
+}
 
 /* "+CMS ERROR: 302": the number begins at the twelfth byte. A plain "ERROR" has none. */
 void ModemErrorNumber(const char *answer) {
@@ -129,7 +144,7 @@ int ModemReadPhonebook(int first, int last, char *answer, size_t size) {
   answer[length < 0 ? 0 : length] = '\0';
   if (strstr(answer, "ERROR") == nullptr) return 0;
   ModemErrorNumber(answer);
-  return -1;
+  return Failed(command, answer);
 }
 
 int ModemDeleteMessage(int index) { return Tell("AT+CMGD=%d\r", index); }

@@ -11,6 +11,7 @@ struct Module;
 struct Connection {
   WatchKey key;
   std::string sender; /* empty until its hello came */
+  std::string note;   /* of the message that comes next, or is in work */
 };
 
 struct Newcomer {
