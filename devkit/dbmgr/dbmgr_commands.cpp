@@ -89,8 +89,7 @@ std::string LeftBySet(const Plan &plan, const std::string *) {
 
 std::string LeftByAdd(const Plan &, const std::string *row) {
   if (row == nullptr) return "a row may be new, \"cfgcmd list\" shows it";
-  if (row->empty() || ams_check_node(gptXmlTrees->root, row->c_str()) != 0)
-    return "no row is new";
+  if (row->empty() || ams_check_node(gptXmlTrees->root, row->c_str()) != 0) return "no row is new";
   return "\"" + *row + "\" is there all the same, \"cfgcmd del\" takes it away";
 }
 

@@ -80,12 +80,11 @@ int DaysOf(int year, int month) {
 /* 2026-11-24T21:35:21, with a fraction or not, and where the clock stands or not: Z or +01:00. */
 bool IsTime(std::string_view text) {
   int year, month, day, other;
-  const bool known = TakeDigits(&text, "", 4, {1, 9999}, &year) &&
-                     TakeDigits(&text, "-", 2, {1, 12}, &month) &&
-                     TakeDigits(&text, "-", 2, {1, DaysOf(year, month)}, &day) &&
-                     TakeDigits(&text, "T", 2, {0, 23}, &other) &&
-                     TakeDigits(&text, ":", 2, {0, 59}, &other) &&
-                     TakeDigits(&text, ":", 2, {0, 59}, &other);
+  const bool known =
+      TakeDigits(&text, "", 4, {1, 9999}, &year) && TakeDigits(&text, "-", 2, {1, 12}, &month) &&
+      TakeDigits(&text, "-", 2, {1, DaysOf(year, month)}, &day) &&
+      TakeDigits(&text, "T", 2, {0, 23}, &other) && TakeDigits(&text, ":", 2, {0, 59}, &other) &&
+      TakeDigits(&text, ":", 2, {0, 59}, &other);
   if (!known) return false;
   if (!text.empty() && text[0] == '.') {
     const size_t end = std::min(text.find_first_not_of("0123456789", 1), text.size());
@@ -94,8 +93,8 @@ bool IsTime(std::string_view text) {
   }
   if (text.empty() || text == "Z") return true;
   const char *sign = text[0] == '-' ? "-" : "+";
-  return TakeDigits(&text, sign, 2, {0, 14}, &other) && TakeDigits(&text, ":", 2, {0, 59}, &other) &&
-         text.empty();
+  return TakeDigits(&text, sign, 2, {0, 14}, &other) &&
+         TakeDigits(&text, ":", 2, {0, 59}, &other) && text.empty();
 }
 
 std::string CheckTime(const AmsDeskLeaf &, std::string *value) {
@@ -110,7 +109,7 @@ struct Type {
 };
 
 const Type kTypes[] = {
-    {"string", CheckString}, {"dateTime", CheckTime},       {"boolean", CheckBoolean},
+    {"string", CheckString}, {"dateTime", CheckTime},           {"boolean", CheckBoolean},
     {"int", CheckInt},       {"unsignedInt", CheckUnsignedInt},
 };
 
@@ -212,7 +211,10 @@ std::string CheckList(const std::string &values, std::string_view value) {
     const bool last = rest.find(',') == rest.npos;
     const std::string_view one = NextPiece(&rest, ',');
     if (one == value) return "";
-    says += (says.empty() ? "" : last ? " or " : ", ") + (one.empty() ? "nothing" : std::string(one));
+    says += (says.empty() ? ""
+             : last       ? " or "
+                          : ", ") +
+            (one.empty() ? "nothing" : std::string(one));
   }
   return says;
 }

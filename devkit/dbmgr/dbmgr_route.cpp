@@ -243,8 +243,7 @@ void Route(uint64_t client, const void *data, uint32_t length) {
   DbmgrRequest asked;
   std::string why;
   request.client = client;
-  if (DbmgrGetRequest(data, length, &asked) != 0)
-    return Refuse(request.client, kDamaged);
+  if (DbmgrGetRequest(data, length, &asked) != 0) return Refuse(request.client, kDamaged);
   if (PlanRequest(asked, &request.plan, &why) != 0) return Refuse(request.client, why);
   if (!request.plan.module.empty()) return Enqueue(std::move(request));
   if (!request.plan.asks.empty()) return EnqueueParts(request);

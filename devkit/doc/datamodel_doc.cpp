@@ -141,7 +141,8 @@ void PrintSection(const Section &section, const Effects &effects) {
   for (const Node *node : section.nodes) {
     bool leaf = node->type != "object" && node->type != "array";
     std::cout << "| `" << node->path.substr(below) << "` | " << node->type
-              << (node->fits.empty() ? "" : ": " + node->fits) << " | " << (leaf && node->writable ? "yes" : "") << " | " << node->check << " | "
+              << (node->fits.empty() ? "" : ": " + node->fits) << " | "
+              << (leaf && node->writable ? "yes" : "") << " | " << node->check << " | "
               << node->description << " |\n";
   }
   std::cout << "\n";

@@ -54,10 +54,12 @@ int Ask(const char *command, const char *mark, Answer *answer) {
   return Judge(*answer, mark);
 }
 
-/* The text behind the carriage return that ends a command is another one. Returns -1. */
-int Failed(const char *command, const char *answer) {
-  AMS_PRINT(4, "%.*s failed, the modem answered \"%s\"\n",
-            static_cast<int>(strcspn(command, "\r")), command, ModemSaid(answer).c_str());
+/* Records a command, which a carriage return ends, and its answer. Returns -1. */
+int Failed(int level, const char *command, const char *answer) {
+  constexpr size_t kMost = 80;
+  AMS_PRINT(level, "%.*s failed, the modem answered \"%s\"\n",
+            static_cast<int>(std::min(strcspn(command, "\r"), kMost)), command,
+            ModemSaid(answer).c_str());
   return -1;
 }
 
@@ -68,7 +70,7 @@ __attribute__((format(printf, 1, 2))) int Tell(const char *format, ...) {
   va_start(args, format);
   vsnprintf(command, sizeof command, format, args);
   va_end(args);
-  return Ask(command, nullptr, &answer) == 0 ? 0 : Failed(command, answer.text);
+  return Ask(command, nullptr, &answer) == 0 ? 0 : Failed(4, command, answer.text);
 }
 
 /* The answer's value; "" when it has none. */
@@ -81,10 +83,10 @@ const char *AskValue(const Question &question, Answer *answer) {
   return value == nullptr || *value == '\0' ? "" : value + 1;
 }
 
-int AskFill(const Question &question, int *used, int *total) {
+int AskFill(const Question &question, int level, int *used, int *total) {
   Answer answer;
   if (sscanf(AskValue(question, &answer), "%d,%d", used, total) == 2) return 0;
-  return Failed(question.command, answer.text);
+  return Failed(level, question.command, answer.text);
 }
 
 }  // namespace
@@ -126,11 +128,13 @@ void ModemReadServiceCentre() {
 }
 
 int ModemPhonebookFill() {
-  return AskFill(kPhonebook, &short_msg_state.pbUsed, &short_msg_state.pbTotal);
+  return AskFill(kPhonebook, 4, &short_msg_state.pbUsed, &short_msg_state.pbTotal);
 }
 
 int ModemSelectStorage() {
-  return AskFill(ModemUsesMemory() ? kMemory : kSim, &short_msg_state.used, &short_msg_state.total);
+  /* whoever needs it goes on without, to a failure of his own */
+  return AskFill(ModemUsesMemory() ? kMemory : kSim, 3, &short_msg_state.used,
+                 &short_msg_state.total);
 }
 
 int ModemSelectPhonebook() { return Tell("AT+CPBS=\\\"SM\\\"\r"); }
@@ -144,7 +148,7 @@ int ModemReadPhonebook(int first, int last, char *answer, size_t size) {
   answer[length < 0 ? 0 : length] = '\0';
   if (strstr(answer, "ERROR") == nullptr) return 0;
   ModemErrorNumber(answer);
-  return Failed(command, answer);
+  return Failed(4, command, answer);
 }
 
 int ModemDeleteMessage(int index) { return Tell("AT+CMGD=%d\r", index); }

@@ -36,8 +36,11 @@ void LeafAttributes(std::string_view set, AmsDeskLeaf *leaf) {
   const struct {
     const char *name;
     std::string *value;
-  } wanted[] = {{"type", &leaf->type}, {"check", &leaf->check},   {"min", &leaf->min},
-                {"max", &leaf->max},   {"values", &leaf->values}};
+  } wanted[] = {{"type", &leaf->type},
+                {"check", &leaf->check},
+                {"min", &leaf->min},
+                {"max", &leaf->max},
+                {"values", &leaf->values}};
   for (std::string_view name, value; AttributeNext(&set, &name, &value);) {
     if (name == "writable") leaf->writable = value != "0";
     for (const auto &attribute : wanted)

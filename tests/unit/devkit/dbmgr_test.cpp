@@ -56,8 +56,9 @@ AmsDeskLeaf LeafOf(std::string attributes) {
     *value = attributes.substr(at + strlen(mark));
     attributes.erase(at);
   }
-  const bool type = std::set<std::string>{"string", "dateTime", "boolean", "int", "unsignedInt"}
-                        .count(attributes) != 0;
+  const bool type =
+      std::set<std::string>{"string", "dateTime", "boolean", "int", "unsignedInt"}.count(
+          attributes) != 0;
   leaf.type = type ? attributes : "string";
   if (!type) leaf.check = attributes;
   return leaf;
@@ -367,7 +368,9 @@ TEST_F(Route, ARefusalHasTheLastFailureOfItsOwnRequest) {
       failing = number;
     }
     const std::string refusal = Refreshed(), told = "failure " + std::to_string(number) + "...";
-    EXPECT_EQ(refusal.find("dbmgr:module refused refresh of \"" IGD ".A\": " + told.substr(0, told.size() - 2)), 0U)
+    EXPECT_EQ(refusal.find("dbmgr:module refused refresh of \"" IGD ".A\": " +
+                           told.substr(0, told.size() - 2)),
+              0U)
         << refusal;
     EXPECT_LT(refusal.size(), size_t{kAmsDeskFailures} + 100);
     EXPECT_EQ(Refreshed(), "done");
