@@ -95,7 +95,9 @@ bool ModemUsesMemory() { return strcmp(short_msg_state.msgStorage, "ME") == 0; }
 
 std::string ModemSaid(std::string_view answer) {
   constexpr char kEnds[] = " \r\n";
+  constexpr size_t kMost = 200;
   answer.remove_prefix(std::min(answer.find_first_not_of(kEnds), answer.size()));
+  answer = answer.substr(0, kMost);
   return PrintableText(answer.substr(0, answer.find_last_not_of(kEnds) + 1));
 }
 

@@ -40,7 +40,7 @@ bool ModemUsesMemory();
 /* Puts the number of an "ERROR" answer into msgResult, if it has one. */
 void ModemErrorNumber(const char *answer);
 
-/* An answer for a record: one line without the ends of lines around it. */
+/* An answer for a record: its first 200 bytes in one line, without the ends of lines around it. */
 std::string ModemSaid(std::string_view answer);
 
 /* Commands with their answers. 0, or -1 (logged) with msgResult where the modem gave a number. */

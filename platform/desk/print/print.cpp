@@ -60,15 +60,18 @@ size_t RecordHead(int level, char *head, size_t size) {
 }
 
 void NoteFailure(std::string_view text) {
+  constexpr size_t kFirst = 300, kLast = 80; /* where it stands is at the end */
   if (!text.empty() && text.back() == '\n') text.remove_suffix(1);
-  text = text.substr(0, sizeof failures.text - 1);
+  const bool whole = text.size() <= kFirst + kLast;
+  const size_t size = whole ? text.size() + 1 : kFirst + kLast + 1;
   std::string_view kept(failures.text, failures.length);
-  while (kept.size() + text.size() + 1 > sizeof failures.text)
-    kept.remove_prefix(kept.find('\0') + 1);
+  while (kept.size() + size > sizeof failures.text) kept.remove_prefix(kept.find('\0') + 1);
   memmove(failures.text, kept.data(), kept.size());
-  memcpy(failures.text + kept.size(), text.data(), text.size());
-  failures.length = kept.size() + text.size() + 1;
-  failures.text[failures.length - 1] = '\0';
+  failures.length = kept.size() + size;
+  char *end = failures.text + kept.size();
+  end = std::copy_n(text.data(), whole ? text.size() : kFirst, end);
+  if (!whole) end = std::copy_n(text.data() + text.size() - kLast, kLast, end);
+  *end = '\0';
 }
 
 /* One frame: the file that holds the code, and where in it, as addr2line takes it. */
