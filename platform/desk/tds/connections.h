@@ -11,7 +11,8 @@ struct Module;
 struct Connection {
   WatchKey key;
   std::string sender; /* empty until its hello came */
-  std::string note;   /* of the message that comes next, or is in work */
+  uint32_t noted;     /* sequence number of the message that the note is of */
+  std::string note;
 };
 
 struct Newcomer {

@@ -56,10 +56,10 @@ void Handle(Module *module, Connection *connection, const WireFrame &frame) {
   const WireHead &head = frame.head;
   const char *sender = connection->sender.c_str();
   bool call = head.kind == WireKind::CALL;
+  if (connection->noted != head.sequence) connection->note.clear();
   if (!IsRuntimeId(head.id)) {
     Dispatch(module, {sender, connection, head.id, head.sequence, call, 0}, frame.data,
              head.length);
-    connection->note.clear();
     return;
   }
   AMS_PRINT(3, "%s: message 0x%x from %s is dropped: only the runtime itself sends that id",
@@ -80,6 +80,7 @@ void Receive(Module *module, Connection *connection, WireFrame *frame) {
   }
   if (got == 1 && head.kind == WireKind::NOTE && head.length > 0 &&
       head.length <= kAmsDeskFailures) {
+    connection->noted = head.sequence + 1;
     connection->note.assign(static_cast<const char *>(frame->data), head.length);
     return;
   }

@@ -368,7 +368,8 @@ TEST_F(Route, ARefusalHasTheLastFailureOfItsOwnRequest) {
       failing = number;
     }
     const std::string refusal = Refreshed(), told = "failure " + std::to_string(number) + ".";
-    EXPECT_EQ(refusal.find("dbmgr:module refused refresh of \"" IGD ".A\": " + told), 0U) << refusal;
+    EXPECT_EQ(refusal.find("dbmgr:module refused refresh of \"" IGD ".A\": " + told), 0U)
+        << refusal;
     EXPECT_LT(refusal.size(), size_t{kAmsDeskFailures} + 100);
     EXPECT_EQ(Refreshed(), "done");
   }
