@@ -199,7 +199,7 @@ std::vector<std::string> EntryLines(const Entry &entry, const Version &version,
   return filter;
 }
 
-/* The rules of one entry; none for a service that is not known, since the model lets any name in.
+/* The rules of one entry; none for a service that is not known, since a model may let any name in.
  */
 void BuildEntry(const Entry &entry, const Version &version) {
   Matches matches;

@@ -28,6 +28,7 @@ void Init(int32_t, const void *, uint32_t) {
 const MsgEntry kMessages[] = {
     {TDS_MSG_INIT, Init},
     {kDbmgrRequest, RouteRequest},
+    {kDbmgrCheck, RouteCheck},
     {kDbmgrWaits, RouteWaits},
     {EV_APPT_MSG_ACKTO_AGT, RouteAcknowledgement},
     {EV_APPT_MSG_NO_OBJECT, RouteNoObject},
@@ -51,7 +52,7 @@ int main(int argc, char **argv) {
     fprintf(stderr, "dbmgr: the settings cannot be had: the line above names the reason\n");
     return EXIT_REFUSED;
   }
-  ams_desk_check_kept = CheckForm; /* a backup or a file on flash may hold anything */
+  ams_desk_check_kept = CheckValue; /* a backup or a file on flash may hold anything */
   if (SDB_serverInit() != 0 || gptXmlTrees == nullptr || gptXmlTrees->root == nullptr) {
     fprintf(stderr, "dbmgr: the data model did not load: the lines above name the reason\n");
     return EXIT_REFUSED;

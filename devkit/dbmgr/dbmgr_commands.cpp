@@ -1,19 +1,22 @@
 // What the data-base manager does with the store itself; see dbmgr_commands.h.
 #include "dbmgr_commands.h"
 
+#include <algorithm>
 #include <cstring>
 #include <memory>
 
 #include "ams_config_api.h"
 #include "appt_dispatch.h"
+#include "escape.h"
 #include "leaf_list.h"
+#include "print_desk.h"
 
 namespace {
 
 using StoreText = std::unique_ptr<char, decltype(&__tds_free)>;
 
 DbmgrAnswer Refused(const Plan &plan) {
-  return RefusedBy("the store", plan, "/var/log/devkit/dbmgr.log");
+  return RefusedBy("the store", plan, Reason(ams_desk_failures(), "/var/log/devkit/dbmgr.log"));
 }
 
 DbmgrAnswer Get(const Plan &plan) {
@@ -80,15 +83,14 @@ DbmgrAnswer NoModule(const Plan &plan) {
 
 std::string LeftBySet(const Plan &plan, const std::string *) {
   return plan.before == ValuesOf(plan)
-             ? "its parameters are as before; "
-             : "its parameters have changed meanwhile, \"cfgcmd get\" shows them; ";
+             ? "its parameters are as before"
+             : "its parameters have changed meanwhile, \"cfgcmd get\" shows them";
 }
 
 std::string LeftByAdd(const Plan &, const std::string *row) {
-  if (row == nullptr) return "a row may be new, \"cfgcmd list\" shows it; ";
-  if (row->empty() || ams_check_node(gptXmlTrees->root, row->c_str()) != 0)
-    return "no row is new; ";
-  return "\"" + *row + "\" is there all the same, \"cfgcmd del\" takes it away; ";
+  if (row == nullptr) return "a row may be new, \"cfgcmd list\" shows it";
+  if (row->empty() || ams_check_node(gptXmlTrees->root, row->c_str()) != 0) return "no row is new";
+  return "\"" + *row + "\" is there all the same, \"cfgcmd del\" takes it away";
 }
 
 constexpr unsigned kAnyNode = LEAF | OBJECT | ARRAY | INSTANCE;
@@ -125,18 +127,38 @@ std::string ValuesOf(const Plan &plan) {
   return values;
 }
 
-DbmgrAnswer RefusedBy(const std::string &who, const Plan &plan, const char *log,
+/* The framework's own records only say that something has failed, after whoever knows why. */
+std::string Reason(std::string_view records, const char *log) {
+  constexpr std::string_view kWhere = "  @P:", kFramework = "common/appt/";
+  std::string_view reason, last;
+  while (!records.empty()) {
+    std::string_view text = records.substr(0, records.find('\0'));
+    records.remove_prefix(std::min(text.size() + 1, records.size()));
+    const size_t where = std::min(text.rfind(kWhere), text.size());
+    const bool framework = text.substr(where).find(kFramework) != text.npos;
+    text = text.substr(0, where);
+    text = text.substr(0, text.find_last_not_of(" \n") + 1);
+    if (!text.empty()) (framework ? last : reason) = text;
+  }
+  if (reason.empty()) reason = last;
+  if (reason.empty()) return std::string(log) + " may say why";
+  std::string line = Printable(reason);
+  std::replace(line.begin(), line.end(), '\n', ' ');
+  return line;
+}
+
+DbmgrAnswer RefusedBy(const std::string &who, const Plan &plan, const std::string &why,
                       const std::string &row) {
   const Command *command = FindCommand(plan.command); /* a plan has one */
-  return {
-      -1, DbmgrText::TEXT,
-      who + " refused " + command->name + " of \"" + (plan.leaf.empty() ? plan.url : plan.leaf) +
-          "\": " + (command->left == nullptr ? "" : command->left(plan, &row)) + log + " says why"};
+  return {-1, DbmgrText::TEXT,
+          who + " refused " + command->name + " of \"" +
+              (plan.leaf.empty() ? plan.url : plan.leaf) + "\": " + why +
+              (command->left == nullptr ? "" : "; " + command->left(plan, &row))};
 }
 
 DbmgrAnswer NoAnswerTo(const Plan &plan, const std::string &why, const char *log) {
   const Command *command = FindCommand(plan.command); /* a plan has one */
-  std::string left = command->left == nullptr ? "" : command->left(plan, nullptr);
+  std::string left = command->left == nullptr ? "" : command->left(plan, nullptr) + "; ";
   return {-1, DbmgrText::TEXT, why + ": " + left + "look at " + log + ", then ask again"};
 }
 

@@ -2,6 +2,8 @@
 // refusal tells.
 #pragma once
 
+#include <string_view>
+
 #include "dbmgr_plan.h"
 
 /* What a node is. */
@@ -34,9 +36,14 @@ const Command *FindCommand(uint32_t command);
 /* What the leaves of a "set" hold now, in order; "" for other commands. */
 std::string ValuesOf(const Plan &plan);
 
-/* The refusal of a plan by `who` ("the store", a module), which said why in `log`. It also says
-   what became of the parameters, or of `row`, the path of the new row that `who` told. */
-DbmgrAnswer RefusedBy(const std::string &who, const Plan &plan, const char *log,
+/* Why something was refused, in one line without control characters: of the records of failures
+   (print_desk.h) of whoever refused it the last that tells more than that there was one; without
+   any, where to look. */
+std::string Reason(std::string_view records, const char *log);
+
+/* The refusal of a plan by `who` ("the store", a module), and `why`. It also says what became of
+   the parameters, or of `row`, the path of the new row that `who` told. */
+DbmgrAnswer RefusedBy(const std::string &who, const Plan &plan, const std::string &why,
                       const std::string &row = "");
 
 /* That its module will not answer it, and `why`: what it had written stands. */

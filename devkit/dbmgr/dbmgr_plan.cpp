@@ -54,7 +54,7 @@ int RefuseUnknown(std::string *why, const std::string &path) {
   return Refuse(why, "no parameter \"" + path + "\": \"cfgcmd tree\" lists what there is");
 }
 
-/* One leaf of a set. */
+/* One leaf of a set, which goes to the end of the plan's. */
 int CheckLeaf(const std::string &object, const Leaf &leaf, Plan *plan, std::string *why) {
   std::string name(leaf.name), path = object + "." + name;
   if (name.empty() || !leaf.has_value)
@@ -66,20 +66,22 @@ int CheckLeaf(const std::string &object, const Leaf &leaf, Plan *plan, std::stri
   if (kind == 0) return RefuseUnknown(why, path);
   if (kind != LEAF)
     return Refuse(why, "set needs a parameter, \"" + path + "\" is " + KindName(kind));
-  if (Attribute(path, "writable") == "0")
+  AmsDeskLeaf limits;
+  if (ams_desk_leaf(path.c_str(), &limits) != 0) return RefuseUnknown(why, path); /* just gone */
+  if (!limits.writable)
     return Refuse(why, "\"" + path + "\" is read-only; \"cfgcmd sset\" writes a status by hand");
   if (leaf.value.size() > AMS_VALUE_MAX)
     return Refuse(why, "the value of \"" + path + "\" is " + std::to_string(leaf.value.size()) +
                            " bytes, at most " + std::to_string(AMS_VALUE_MAX) + " can be");
-  std::string form = Attribute(path, "check");
-  if (form.empty()) form = Attribute(path, "type");
-  if (CheckForm(path, form, leaf.value, why) != 0) return -1;
+  std::string value(leaf.value);
+  if (CheckValue(limits, &value, why) != 0) return -1;
+  if (!plan->value.empty()) plan->value += static_cast<char>(AMS_SEPARATOR);
+  plan->value += name + "=" + value;
   plan->paths.push_back(path);
   return 0;
 }
 
-int CheckLeaves(Plan *plan, std::string *why) {
-  std::string_view rest = plan->value;
+int CheckLeaves(std::string_view rest, Plan *plan, std::string *why) {
   if (rest.empty()) return Refuse(why, "set needs a value: cfgcmd set PATH VALUE");
   for (Leaf leaf; NextLeaf(&rest, &leaf);)
     if (CheckLeaf(plan->url, leaf, plan, why) != 0) return -1;
@@ -185,8 +187,7 @@ int PlanRequest(const DbmgrRequest &request, Plan *plan, std::string *why) {
                            plan->url + "\" is " + KindName(kind));
 
   if ((command->traits & SETS) != 0) {
-    plan->value = request.value;
-    if (CheckLeaves(plan, why) != 0) return -1;
+    if (CheckLeaves(request.value, plan, why) != 0) return -1;
   } else if (kind == LEAF) { /* leaves travel as names in their object's request */
     plan->leaf = plan->url;
     plan->url = Parent(plan->leaf);

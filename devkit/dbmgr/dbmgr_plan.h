@@ -1,5 +1,5 @@
 // A client's request, checked against the tree and the limits of the frames before anything is
-// sent: who serves it, and how it travels there. As all of the data-base manager but CheckForm it
+// sent: who serves it, and how it travels there. As all of the data-base manager but CheckValue it
 // runs on the thread "dbmgr:dbmgt".
 #pragma once
 

@@ -24,6 +24,7 @@ namespace {
 
 constexpr size_t kInFlight = 32;  /* well below the bound of a module's message queue */
 constexpr size_t kWaiting = 1024; /* a module that hangs must not eat the memory */
+constexpr char kDamaged[] = "the request is damaged: is the client of this gateway?";
 constexpr char kLog[] = "/var/log/devkit/sysmgr.log";
 
 /* A client's request that the store serves when several modules are done. */
@@ -198,12 +199,12 @@ std::string ReplyText(const void *data, uint32_t length) {
 DbmgrAnswer AnswerOf(const Request &request, int32_t result, uint32_t code,
                      const std::string &text) {
   const Plan &plan = request.plan;
-  if (result < 0) return RefusedBy(plan.module, plan, kLog, text);
+  if (result < 0) return RefusedBy(plan.module, plan, Reason(tds_note(), kLog), text);
   if (code != APPT_CODE_RESULT_VALUE) {
     if ((FindCommand(plan.command)->traits & ANSWERS) == 0) return {result, DbmgrText::NONE, ""};
     return {-1, DbmgrText::TEXT,
             plan.module + " answered without the value of \"" +
-                (plan.leaf.empty() ? plan.url : plan.leaf) + "\": " + kLog + " says why"};
+                (plan.leaf.empty() ? plan.url : plan.leaf) + "\": " + Reason(tds_note(), kLog)};
   }
   if (plan.leaf.empty()) return {result, DbmgrText::TEXT, text};
   return {result, DbmgrText::LEAF, plan.command == APPT_CMD_GET ? BareValue(text) : text};
@@ -242,8 +243,7 @@ void Route(uint64_t client, const void *data, uint32_t length) {
   DbmgrRequest asked;
   std::string why;
   request.client = client;
-  if (DbmgrGetRequest(data, length, &asked) != 0)
-    return Refuse(request.client, "the request is damaged: is the client of this gateway?");
+  if (DbmgrGetRequest(data, length, &asked) != 0) return Refuse(request.client, kDamaged);
   if (PlanRequest(asked, &request.plan, &why) != 0) return Refuse(request.client, why);
   if (!request.plan.module.empty()) return Enqueue(std::move(request));
   if (!request.plan.asks.empty()) return EnqueueParts(request);
@@ -279,6 +279,21 @@ void RouteRequest(int32_t, const void *data, uint32_t length) {
   }
 }
 
+void RouteCheck(int32_t, const void *data, uint32_t length) {
+  uint64_t client = tds_hold_reply();
+  if (client == 0) return;
+  try {
+    Plan plan;
+    DbmgrRequest asked;
+    std::string why = kDamaged;
+    if (DbmgrGetRequest(data, length, &asked) != 0 || PlanRequest(asked, &plan, &why) != 0)
+      return Refuse(client, why);
+    Answer(client, {});
+  } catch (const std::bad_alloc &) {
+    RefuseWithoutMemory(client);
+  }
+}
+
 void RouteWaits(int32_t, const void *data, uint32_t length) {
   uint64_t client = tds_hold_reply();
   if (client == 0) return;
@@ -288,6 +303,7 @@ void RouteWaits(int32_t, const void *data, uint32_t length) {
     RefuseWithoutMemory(client);
   }
 }
+
 void RouteAcknowledgement(int32_t, const void *data, uint32_t length) {
   if (length < APPT_ACK_HEAD_SIZE) {
     AMS_PRINT(4, "an acknowledgement of %u bytes is dropped: its head has %d", length,

@@ -16,7 +16,7 @@ namespace {
 
 struct Node {
   std::string path; /* below the root, rows as {i} */
-  std::string type, op, module, check, description;
+  std::string type, op, module, check, description, fits;
   bool writable;
 };
 
@@ -29,6 +29,19 @@ struct Section {
 using Nodes = std::vector<Node>; /* in the file's order, heads before what is below them */
 /* ---- the data-model file ---- */
 
+/* What the leaf's own bounds and list leave of its type. */
+std::string FitsOf(const pugi::xml_node &element) {
+  const std::string type = element.attribute("type").value();
+  const std::string min = element.attribute("min").value(), max = element.attribute("max").value();
+  std::string values = element.attribute("values").value();
+  for (size_t comma = values.find(','); comma != values.npos; comma = values.find(',', comma + 2))
+    values.insert(comma + 1, " ");
+  if (!values.empty()) return values[0] == ',' ? "empty" + values : values;
+  if (type == "string") return max.empty() ? "" : "at most " + max + " bytes";
+  if (max.empty()) return min.empty() ? "" : "from " + min;
+  return (min.empty() && type == "unsignedInt" ? "0" : min) + " to " + max;
+}
+
 void Collect(const pugi::xml_node &element, const std::string &path, const std::string &module,
              Nodes *nodes) {
   Node node = {path,
@@ -37,6 +50,7 @@ void Collect(const pugi::xml_node &element, const std::string &path, const std::
                element.attribute("mod").as_string(module.c_str()),
                element.attribute("check").value(),
                element.attribute("description").value(),
+               FitsOf(element),
                strcmp(element.attribute("writable").value(), "0") != 0};
   auto same = [&](const Node &other) { return other.path == path; };
   /* Rows after the template say only what is different. */
@@ -126,7 +140,8 @@ void PrintSection(const Section &section, const Effects &effects) {
     std::cout << "\n| node | type | set | shell | |\n|---|---|---|---|---|\n";
   for (const Node *node : section.nodes) {
     bool leaf = node->type != "object" && node->type != "array";
-    std::cout << "| `" << node->path.substr(below) << "` | " << node->type << " | "
+    std::cout << "| `" << node->path.substr(below) << "` | " << node->type
+              << (node->fits.empty() ? "" : ": " + node->fits) << " | "
               << (leaf && node->writable ? "yes" : "") << " | " << node->check << " | "
               << node->description << " |\n";
   }

@@ -3,6 +3,7 @@
 //
 // Request: u32 command (APPT_CMD_...), u16 length of the url, url, u32 length of the value, value.
 // Answer:  i32 result, u8 kind of text, text.
+// kDbmgrCheck with a request is answered at once with what would refuse it before it is sent on.
 // kDbmgrWaits with a url is answered at once with the names of the modules that a request for
 // it, or for what is above or below it, waits for.
 #pragma once
@@ -13,6 +14,7 @@
 constexpr char kDbmgrName[] = "dbmgr:dbmgt";
 constexpr uint32_t kDbmgrRequest = 0x110000;
 constexpr uint32_t kDbmgrWaits = 0x110001;
+constexpr uint32_t kDbmgrCheck = 0x110002;
 
 /* "set": `url` is the object and `value` its leaves, "a=1\x03b=2". All others: `url` alone. */
 struct DbmgrRequest {

@@ -55,18 +55,40 @@ Outcome Call(const char *dest, uint32_t id, const std::string &payload, uint32_t
   return outcome;
 }
 
-Outcome Ask(uint32_t command, const std::string &url, const std::string &value, uint32_t limit_ms,
-            DbmgrAnswer *answer) {
+namespace {
+
+/* As Ask; `message`: the request, or the question whether it could be done. */
+Outcome AskWith(uint32_t message, uint32_t command, const std::string &url,
+                const std::string &value, uint32_t limit_ms, DbmgrAnswer *answer) {
   if (url.size() > UINT16_MAX)
     return {EXIT_REFUSED, "the path is longer than 65535 bytes: check it"};
   std::string bytes = DbmgrPutRequest({command, url, value});
   std::string reply;
-  Outcome outcome = Call(kDbmgrName, kDbmgrRequest, bytes, limit_ms, &reply);
+  Outcome outcome = Call(kDbmgrName, message, bytes, limit_ms, &reply);
   if (outcome.status == EXIT_NO_ANSWER) return NotInTime(outcome, url, limit_ms);
   if (outcome.status != EXIT_DONE) return outcome;
   if (DbmgrGetAnswer(reply.data(), reply.size(), answer) != 0) return kDamagedAnswer;
   if (answer->result < 0) return {EXIT_REFUSED, answer->text};
   return {};
+}
+
+/* Sends each of them, until one is refused: its outcome, and the objects before it. */
+Outcome AskEach(const std::vector<Group> &groups, uint32_t message, uint32_t limit_ms,
+                std::string *done) {
+  for (const Group &group : groups) {
+    DbmgrAnswer answer;
+    Outcome outcome = AskWith(message, APPT_CMD_SET, group.object, group.value, limit_ms, &answer);
+    if (outcome.status != EXIT_DONE) return outcome;
+    *done += (done->empty() ? "" : ", ") + group.object;
+  }
+  return {};
+}
+
+}  // namespace
+
+Outcome Ask(uint32_t command, const std::string &url, const std::string &value, uint32_t limit_ms,
+            DbmgrAnswer *answer) {
+  return AskWith(kDbmgrRequest, command, url, value, limit_ms, answer);
 }
 
 Outcome SetLeaves(const std::vector<std::string> &words, uint32_t limit_ms) {
@@ -76,14 +98,14 @@ Outcome SetLeaves(const std::vector<std::string> &words, uint32_t limit_ms) {
       return {EXIT_REFUSED,
               "\"" + words[i] + "\": give the full path, and a value without byte 0x03"};
   std::string done;
-  for (const Group &group : groups) {
-    DbmgrAnswer answer;
-    Outcome outcome = Ask(APPT_CMD_SET, group.object, group.value, limit_ms, &answer);
-    if (outcome.status != EXIT_DONE && !done.empty()) outcome.text += "; set before it: " + done;
-    if (outcome.status != EXIT_DONE) return outcome;
-    done += (done.empty() ? "" : ", ") + group.object;
+  if (groups.size() > 1) { /* one is checked whole when it is done */
+    Outcome checked = AskEach(groups, kDbmgrCheck, limit_ms, &done);
+    if (checked.status != EXIT_DONE) return checked;
+    done.clear();
   }
-  return {};
+  Outcome outcome = AskEach(groups, kDbmgrRequest, limit_ms, &done);
+  if (outcome.status != EXIT_DONE && !done.empty()) outcome.text += "; set before it: " + done;
+  return outcome;
 }
 
 Outcome DaemonMemory(uint32_t limit_ms) {

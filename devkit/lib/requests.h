@@ -32,8 +32,9 @@ Outcome Call(const char *dest, uint32_t id, const std::string &payload, uint32_t
 Outcome Ask(uint32_t command, const std::string &url, const std::string &value, uint32_t limit_ms,
             DbmgrAnswer *answer);
 
-/* Sets parameters: `words` are paths and values in turn. Those of one object travel in one request;
-   the first that is refused ends it, and the reason says what was set before. */
+/* Sets parameters: `words` are paths and values in turn. Those of one object travel in one request.
+   All are checked before the first is done; the first that is refused ends it, and the reason says
+   what was set before. */
 Outcome SetLeaves(const std::vector<std::string> &words, uint32_t limit_ms);
 
 /* The daemon's live memory by tag, a line each. */

@@ -13,6 +13,7 @@
 
 #include "ams_common_api.h"
 #include "modem_route.h"
+#include "op_values.h"
 
 int32_t msgResult = 0;
 ShortMsgState short_msg_state = {};
@@ -53,6 +54,15 @@ int Ask(const char *command, const char *mark, Answer *answer) {
   return Judge(*answer, mark);
 }
 
+/* Records a command, which a carriage return ends, and its answer. Returns -1. */
+int Failed(int level, const char *command, const char *answer) {
+  constexpr size_t kMost = 80;
+  AMS_PRINT(level, "%.*s failed, the modem answered \"%s\"\n",
+            static_cast<int>(std::min(strcspn(command, "\r"), kMost)), command,
+            ModemSaid(answer).c_str());
+  return -1;
+}
+
 __attribute__((format(printf, 1, 2))) int Tell(const char *format, ...) {
   char command[MODEM_LINE_LIMIT]; /* a longer one is cut here and refused as too long */
   Answer answer;
@@ -60,7 +70,7 @@ __attribute__((format(printf, 1, 2))) int Tell(const char *format, ...) {
   va_start(args, format);
   vsnprintf(command, sizeof command, format, args);
   va_end(args);
-  return Ask(command, nullptr, &answer);
+  return Ask(command, nullptr, &answer) == 0 ? 0 : Failed(4, command, answer.text);
 }
 
 /* The answer's value; "" when it has none. */
@@ -73,14 +83,23 @@ const char *AskValue(const Question &question, Answer *answer) {
   return value == nullptr || *value == '\0' ? "" : value + 1;
 }
 
-int AskFill(const Question &question, int *used, int *total) {
+int AskFill(const Question &question, int level, int *used, int *total) {
   Answer answer;
-  return sscanf(AskValue(question, &answer), "%d,%d", used, total) == 2 ? 0 : -1;
+  if (sscanf(AskValue(question, &answer), "%d,%d", used, total) == 2) return 0;
+  return Failed(level, question.command, answer.text);
 }
 
 }  // namespace
 
 bool ModemUsesMemory() { return strcmp(short_msg_state.msgStorage, "ME") == 0; }
+
+std::string ModemSaid(std::string_view answer) {
+  constexpr char kEnds[] = " \r\n";
+  constexpr size_t kMost = 200;
+  answer.remove_prefix(std::min(answer.find_first_not_of(kEnds), answer.size()));
+  answer = answer.substr(0, kMost);
+  return PrintableText(answer.substr(0, answer.find_last_not_of(kEnds) + 1));
+}
 
 /* "+CMS ERROR: 302": the number begins at the twelfth byte. A plain "ERROR" has none. */
 void ModemErrorNumber(const char *answer) {
@@ -111,11 +130,13 @@ void ModemReadServiceCentre() {
 }
 
 int ModemPhonebookFill() {
-  return AskFill(kPhonebook, &short_msg_state.pbUsed, &short_msg_state.pbTotal);
+  return AskFill(kPhonebook, 4, &short_msg_state.pbUsed, &short_msg_state.pbTotal);
 }
 
 int ModemSelectStorage() {
-  return AskFill(ModemUsesMemory() ? kMemory : kSim, &short_msg_state.used, &short_msg_state.total);
+  /* whoever needs it goes on without, to a failure of his own */
+  return AskFill(ModemUsesMemory() ? kMemory : kSim, 3, &short_msg_state.used,
+                 &short_msg_state.total);
 }
 
 int ModemSelectPhonebook() { return Tell("AT+CPBS=\\\"SM\\\"\r"); }
@@ -129,7 +150,7 @@ int ModemReadPhonebook(int first, int last, char *answer, size_t size) {
   answer[length < 0 ? 0 : length] = '\0';
   if (strstr(answer, "ERROR") == nullptr) return 0;
   ModemErrorNumber(answer);
-  return -1;
+  return Failed(4, command, answer);
 }
 
 int ModemDeleteMessage(int index) { return Tell("AT+CMGD=%d\r", index); }

@@ -6,6 +6,8 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <string>
+#include <string_view>
 
 #include "sms_pdu.h"
 
@@ -38,7 +40,10 @@ bool ModemUsesMemory();
 /* Puts the number of an "ERROR" answer into msgResult, if it has one. */
 void ModemErrorNumber(const char *answer);
 
-/* Commands with their answers. 0, or -1 with msgResult where the modem gave a number. */
+/* An answer for a record: its first 200 bytes in one line, without the ends of lines around it. */
+std::string ModemSaid(std::string_view answer);
+
+/* Commands with their answers. 0, or -1 (logged) with msgResult where the modem gave a number. */
 int ModemPduMode();
 int ModemSelectGsm();                          /* the character set of messages */
 int ModemSetServiceCentre(const char *number); /* it is read again before the next send */

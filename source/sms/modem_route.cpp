@@ -178,6 +178,7 @@ int SHORTMSG_DoLockedCommand(const char *text) {
   ModemDevicePath(tty);
   int file = open(tty, O_RDWR | O_NOCTTY | O_NONBLOCK | O_CLOEXEC);
   if (file < 0) {
+    AMS_PRINT(4, "modem's tty \"%s\" cannot be opened: %m; is the modem attached?\n", tty);
     SMS_TRACE("open device %s fail", tty);
     return -1;
   }

@@ -6,6 +6,7 @@
 #include <cstdlib>
 #include <iterator>
 
+#include "ams_common_api.h"
 #include "modem_at.h"
 #include "sms_box.h"
 #include "sms_phonebook.h"
@@ -17,6 +18,8 @@ int DeleteEach(const char *list, int (*remove)(int)) {
   std::vector<std::string> pieces = ShortMsgPieces(list, ',');
   for (const std::string &piece : pieces) {
     int index = ShortMsgNumber(piece);
+    if (index < 0)
+      AMS_PRINT(4, "\"%s\" not deleted: give numbers with commas between\n", piece.c_str());
     if (index < 0 || remove(index) != 0) return SHORTMSG_DELETE_FAILED;
   }
   return pieces.empty() ? SHORTMSG_NOTHING : SHORTMSG_DONE;

@@ -246,11 +246,13 @@ int ReadEntries(Listing *listing) {
       head = line;
     } else if (strstr(line, "ERROR") != nullptr) {
       ModemErrorNumber(line);
+      AMS_PRINT(4, "messages not listed, the modem answered \"%s\"\n", ModemSaid(line).c_str());
       return -1;
     } else if (strstr(line, "OK") != nullptr) {
       return 0;
     }
   }
+  AMS_PRINT(4, "messages not listed: the modem's list breaks off\n");
   return -1;
 }
 
@@ -281,7 +283,10 @@ int SHORTMSG_SMS_Get(int filter, char *text, size_t size) {
   ModemReadServiceCentre();
   Listing listing;
   AskForList(filter, &listing);
-  if (listing.file == nullptr) return -1;
+  if (listing.file == nullptr) {
+    AMS_PRINT(4, "messages not listed: no answer of the modem in %s\n", kListed);
+    return -1;
+  }
   box.count = 0;
   int result = ReadEntries(&listing);
   (void)unlink(kListed); /* it was just there */

@@ -7,6 +7,7 @@
 #include <cstring>
 #include <string>
 
+#include "ams_common_api.h"
 #include "modem_at.h"
 
 namespace {
@@ -59,7 +60,12 @@ int KnowTotal() {
 }  // namespace
 
 int ShortMsgPhonebookDelete(int index) {
-  if (KnowTotal() != 0 || index < 1 || index > short_msg_state.pbTotal) return -1;
+  if (KnowTotal() != 0) return -1;
+  if (index < 1 || index > short_msg_state.pbTotal) {
+    AMS_PRINT(4, "phonebook entry %d not deleted: give one from 1 to %d\n", index,
+              short_msg_state.pbTotal);
+    return -1;
+  }
   return ModemDeletePhonebookEntry(index);
 }
 

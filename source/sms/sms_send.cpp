@@ -58,12 +58,18 @@ std::string Answer() {
 
 bool Has(const std::string &text, const char *word) { return text.find(word) != text.npos; }
 
+int NotTaken(int status, const std::string &answer) {
+  AMS_PRINT(4, "message not %s, the modem answered \"%s\"\n", status < 0 ? "sent" : "stored",
+            ModemSaid(answer).c_str());
+  return -1;
+}
+
 int HandOne(ShortMsgParts *parts, ShortMsgParam *record, int status) {
   ShortMsgHeader header;
   if (ShortMsgNextPart(parts, record, &header) == 0 || Hand(*record, nullptr, status) != 0)
     return -1;
   std::string answer = Answer();
-  return Has(answer, "OK") || Has(answer, "ok") ? 0 : -1;
+  return Has(answer, "OK") || Has(answer, "ok") ? 0 : NotTaken(status, answer);
 }
 
 /* Goes on after a part that failed, so that one lost part does not take the others with it; without
@@ -71,16 +77,16 @@ int HandOne(ShortMsgParts *parts, ShortMsgParam *record, int status) {
    comes sooner. */
 int HandMany(ShortMsgParts *parts, ShortMsgParam *record, int status) {
   ShortMsgHeader header;
-  int failures = 0;
+  int result = 0;
   while (ShortMsgNextPart(parts, record, &header) != 0) {
     if (Hand(*record, &header, status) != 0) return -1;
     sleep(1);
     std::string answer = Answer();
-    if (answer.empty()) return -1;
-    if (Has(answer, "ERROR")) ++failures;
+    if (answer.empty()) return NotTaken(status, answer);
+    if (Has(answer, "ERROR")) result = NotTaken(status, answer);
     usleep(500000);
   }
-  return failures == 0 ? 0 : -1;
+  return result;
 }
 
 /* `status`: -1 to send. */

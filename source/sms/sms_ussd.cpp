@@ -22,7 +22,7 @@ namespace {
 constexpr char kRunResult[] = "/var/tmpUssdRunResult";
 constexpr char kMenu[] = "/var/tmpUssdSelectMenu";
 constexpr char kAnswer[] = "/var/tmp/urc_ussd_file"; /* by who takes the modem's own messages */
-constexpr int kTests = 6;
+constexpr unsigned kTests = 6;
 constexpr unsigned kTestPause = 5; /* s */
 constexpr long kMenuLife = 61;     /* s */
 constexpr size_t kAnswerRoom = 4096;
@@ -50,7 +50,7 @@ void WriteText(const char *path, const std::string &text) {
 
 /* "" when none came. */
 std::string AwaitAnswer() {
-  for (int test = 0; test < kTests; ++test) {
+  for (unsigned test = 0; test < kTests; ++test) {
     if (access(kAnswer, F_OK) == 0) {
       std::string text = ReadText(kAnswer);
       (void)unlink(kAnswer); /* it was just there */
@@ -106,6 +106,8 @@ void UssdSend(const char *command) {
   cfgSystemCmd("at-mngr 'AT+CSCS=\"GSM\"'");
   cfgSystemCmd("at-mngr 'AT+CUSD=1,\"%s\",15' > /var/tmpValue1", command);
   std::string answer = AwaitAnswer();
+  if (answer.empty())
+    AMS_PRINT(4, "service code %s: no answer in %u s\n", command, kTests * kTestPause);
   if (answer.empty()) return;
   if (answer.find("CUSD:") == answer.npos) {
     WriteText(kRunResult, answer);

@@ -19,16 +19,19 @@ void Answer(const std::string &bytes) {
   Check(DbmgrPutAnswer(answer) == bytes, "an answer changes");
 }
 
-/* Whatever the form: what is taken keeps to one line, and quotes, expands and redirects nothing. */
-void Value(const std::string &value) {
+/* Whatever the leaf: what is taken keeps to one line, and quotes, expands and redirects nothing. */
+void Value(const std::string &bytes) {
   for (const char *form :
        {"port", "port list", "numbers", "service code", "path", "name", "text", "address", "range",
-        "interface", "url", "boolean", "int", "unsignedInt"}) {
-    std::string why;
-    if (CheckForm("A.B", form, value, &why) != 0) {
+        "interface", "url", "boolean", "int", "unsignedInt", "dateTime"}) {
+    std::string value = bytes, why;
+    const bool type = strstr("boolean int unsignedInt dateTime", form) != nullptr;
+    AmsDeskLeaf leaf = {"A.B", type ? form : "string", type ? "" : form, "", "40", "", true};
+    if (CheckValue(leaf, &value, &why) != 0) {
       Check(!why.empty() && why.find('\n') == why.npos, "why it is refused is not one line");
       continue;
     }
+    Check(type || value.size() <= 40, "a value that is too long is taken");
     for (char byte : value)
       Check(byte >= ' ' && byte <= '~' && strchr("\"'`$\\<>|&(){}!", byte) == nullptr,
             "a byte that means something to a shell is taken");

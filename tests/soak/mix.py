@@ -9,11 +9,13 @@ REFUSED = (
     (f"get {ROOT}.DeviceInfo.VendorConfigFile.4294967295", "no parameter"),
     (f"set {ROOT}.DeviceInfo.UpTime 5", "is read-only"),
     (f"set {ROOT}.Services.ServiceSSH.Port 22;id", "goes into a shell line"),
-    (f"set {ROOT}.DeviceInfo.X_CT-COM_UPNP.Enable maybe", "is of type boolean"),
+    (f"set {ROOT}.DeviceInfo.X_CT-COM_UPNP.Enable maybe", "it takes 0, 1, true or false"),
     (f"add {ROOT}.DeviceInfo", "add needs an array"),
     (f"del {ROOT}.DeviceInfo.UpTime", "del needs an instance"),
     (f"list {ROOT}.Services", "list needs an array"),
-    (f"set {ROOT}.DeviceInfo.ProvisioningCode {'x' * 300}", "carries 255"),
+    (f"set {ROOT}.DeviceInfo.X_CT-COM_Syslog.Level 8", "from 0 to 7"),
+    (f"set {ROOT}.ManagementServer.PeriodicInformTime soon", "a time such as"),
+    (f"set {ROOT}.DeviceInfo.X_CT-COM_MiddlewareMgt.MiddlewareURL {'x' * 300}", "carries 255"),
 )
 
 

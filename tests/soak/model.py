@@ -26,11 +26,11 @@ def is_leaf(element):
 
 
 def shapes(element, path, found):
-    """What may be set, by path with {i} for each row's number: name, kind of value, value in a new row."""
+    """What may be set, by path with {i} for each row's number: name, attributes, value in a new row."""
     leaves = {}
     for child in element:
         if is_leaf(child) and child.get("writable") != "0" and not OTHERS.search(f"{path}.{child.tag}"):
-            leaves[child.tag] = (child.get("check") or child.get("type"), child.text or "")
+            leaves[child.tag] = (child.attrib, child.text or "")
     found.setdefault(path, leaves)
     for child in element:
         if not is_leaf(child):
@@ -41,8 +41,11 @@ def generic(path):
     return re.sub(r"\.[0-9]+(?=\.|$)", ".{i}", path)
 
 
-def value(rng, kind):
-    """Any value of the kind that the daemon takes."""
+def value(rng, leaf):
+    """Any value that the leaf's attributes let in."""
+    if "values" in leaf:
+        return rng.choice(leaf["values"].split(","))
+    kind, most = leaf.get("check") or leaf["type"], int(leaf.get("max", 1 << 32))
     plain = "".join(rng.choices(PLAIN, k=rng.randint(1, 12)))
     port = rng.randint(20000, 20999)
     kinds = {
@@ -56,7 +59,10 @@ def value(rng, kind):
         "path": lambda: f"/{plain}",
         "address": lambda: f"192.0.2.{rng.randint(1, 254)}",
     }
-    return kinds.get(kind, lambda: plain)()
+    text = kinds.get(kind, lambda: plain)()
+    if kind in ("int", "unsignedInt"):
+        return str(min(max(int(text), int(leaf.get("min", text))), most))
+    return text.encode()[:most].decode(errors="ignore").strip()
 
 
 class Model:
@@ -78,7 +84,7 @@ class Model:
                 self.rows[path] = set(numbers)
 
     def kinds(self, path):
-        return {leaf: kind for leaf, (kind, _) in self.shapes[generic(path)].items()}
+        return {leaf: attributes for leaf, (attributes, _) in self.shapes[generic(path)].items()}
 
     def home(self, path):
         """Whose parallel client it is: a row is its array's."""

@@ -1,5 +1,5 @@
 // What the desk's data-base manager and client need of the store beside the board's interface: who
-// serves a node, all nodes below one, and a check of what nvram kept.
+// serves a node, what a leaf takes, all nodes below one, and a check of what nvram kept.
 #pragma once
 
 #include <cstddef>
@@ -32,10 +32,20 @@ using AmsDeskVisit = int (*)(const AmsDeskNode &node, void *context);
    memory (logged). Any thread. */
 int ams_desk_walk(const char *path, bool leaves, AmsDeskVisit visit, void *context);
 
-/* Whether the leaf `path` may have `value`: its "check" attribute names `form`, or, without one,
-   its type is that (but "string": such a leaf may have any). 0, or -1 with one line in `why`. */
-using AmsDeskCheck = int (*)(const std::string &path, const std::string &form,
-                             std::string_view value, std::string *why);
+/* A leaf and what its attributes of these names say of its values; "" what they leave open. */
+struct AmsDeskLeaf {
+  std::string path, type, check;
+  std::string min, max; /* of a number; of a string its most bytes */
+  std::string values;   /* all that there are, with commas between */
+  bool writable = true;
+};
+
+/* The leaf's attributes. 0, or -1: there is no such leaf, or no memory (logged). Any thread. */
+int ams_desk_leaf(const char *path, AmsDeskLeaf *leaf);
+
+/* Whether the leaf may have `*value`, which becomes what the store is to hold. 0, or -1 with one
+   line in `why`. */
+using AmsDeskCheck = int (*)(const AmsDeskLeaf &leaf, std::string *value, std::string *why);
 
 /* What update_from_nvram asks before it lays a kept value over the tree; NULL (at first): nobody.
    Set before the tree is loaded, by the process that loads it. */

@@ -3,6 +3,7 @@
 #pragma once
 
 #include <cstdint>
+#include <string_view>
 
 #include "tds.h"
 
@@ -28,6 +29,10 @@ int tds_serve_also(const char *name);
    most, may go past it. Logs nothing. */
 int tds_call(uint32_t id, const void *data, uint32_t len, const char *dest, uint32_t limit_ms,
              void **reply, uint32_t *reply_len);
+
+/* What the sender of the message in work had logged as failures (print_desk.h) while it did what it
+   sent it for; "" when nothing, or outside a module's handler. Good until the handler returns. */
+std::string_view tds_note();
 
 /* Puts off the answer to the synchronous message in work, which otherwise counts as refused when
    its handler returns without one. Module threads only. Returns a token, 0 when there is none. */

@@ -14,8 +14,11 @@
 #include <cstring>
 
 #include "ams_print.h"
+#include "print_desk.h"
 
 namespace {
+
+constexpr int kFailureLevel = 4;
 
 struct Record {
   bool printed;
@@ -23,7 +26,14 @@ struct Record {
   char text[4096];
 };
 
+/* Whole records; the oldest make room for new ones. */
+struct Failures {
+  size_t length;
+  char text[kAmsDeskFailures];
+};
+
 thread_local Record record;
+thread_local Failures failures;
 thread_local const char *module_name = "default";
 thread_local PrtMapEntry *map_row; /* the row of module_name, once it was looked up */
 
@@ -47,6 +57,21 @@ size_t RecordHead(int level, char *head, size_t size) {
   int more = snprintf(head + length, size - length, ".%03ld %s %d ", now.tv_nsec / 1000000,
                       module_name, level);
   return std::min(length + static_cast<size_t>(std::max(more, 0)), size - 1);
+}
+
+void NoteFailure(std::string_view text) {
+  constexpr size_t kFirst = 300, kLast = 80; /* where it stands is at the end */
+  if (!text.empty() && text.back() == '\n') text.remove_suffix(1);
+  const bool whole = text.size() <= kFirst + kLast;
+  const size_t size = whole ? text.size() + 1 : kFirst + kLast + 1;
+  std::string_view kept(failures.text, failures.length);
+  while (kept.size() + size > sizeof failures.text) kept.remove_prefix(kept.find('\0') + 1);
+  memmove(failures.text, kept.data(), kept.size());
+  failures.length = kept.size() + size;
+  char *end = failures.text + kept.size();
+  end = std::copy_n(text.data(), whole ? text.size() : kFirst, end);
+  if (!whole) end = std::copy_n(text.data() + text.size() - kLast, kLast, end);
+  *end = '\0';
 }
 
 /* One frame: the file that holds the code, and where in it, as addr2line takes it. */
@@ -117,7 +142,12 @@ void __AMS_PrintEnd(int level) {
                            {record.text, record.length},
                            {const_cast<char *>("\n"), ended ? 0U : 1U}};
   (void)!writev(STDERR_FILENO, pieces, 3); /* a full disk costs the record, nothing else */
+  if (level >= kFailureLevel) NoteFailure({record.text, record.length});
 }
+
+std::string_view ams_desk_failures() { return {failures.text, failures.length}; }
+
+void ams_desk_forget_failures() { failures.length = 0; }
 
 int COMMON_GetParentNode(const char *path, char *parent, size_t size) {
   size_t length = path == nullptr ? 0 : strlen(path);

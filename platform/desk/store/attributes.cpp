@@ -32,6 +32,22 @@ std::string_view AttributeIn(std::string_view set, std::string_view name) {
   return {};
 }
 
+void LeafAttributes(std::string_view set, AmsDeskLeaf *leaf) {
+  const struct {
+    const char *name;
+    std::string *value;
+  } wanted[] = {{"type", &leaf->type},
+                {"check", &leaf->check},
+                {"min", &leaf->min},
+                {"max", &leaf->max},
+                {"values", &leaf->values}};
+  for (std::string_view name, value; AttributeNext(&set, &name, &value);) {
+    if (name == "writable") leaf->writable = value != "0";
+    for (const auto &attribute : wanted)
+      if (name == attribute.name) *attribute.value = value;
+  }
+}
+
 std::string TreeNotify(MDB_txn *txn, const Key &key, const Record &record) {
   MDB_val data;
   if ((record.head.flags & RECORD_NOTIFY) == 0) return "0";

@@ -5,6 +5,7 @@
 #include <string>
 #include <string_view>
 
+#include "store_desk.h"
 #include "tree.h"
 
 /* An attribute set is "name\0value\0..." in the file's order. 0, or -1: not there. */
@@ -13,6 +14,8 @@ int TreeAttributes(MDB_txn *txn, uint32_t number, std::string_view *set);
 std::string_view AttributeIn(std::string_view set, std::string_view name);
 /* Takes the first pair off a set. False when there is none left. */
 bool AttributeNext(std::string_view *set, std::string_view *name, std::string_view *value);
+/* What a set says of its leaf's values. */
+void LeafAttributes(std::string_view set, AmsDeskLeaf *leaf);
 
 Key AttributesKey(uint32_t number);
 

@@ -2,6 +2,8 @@
 #include "load_element.h"
 
 #include <algorithm>
+#include <charconv>
+#include <limits>
 
 namespace {
 
@@ -27,6 +29,34 @@ AttributeSet MakeSet(Loader *loader, pugi::xml_node node, bool row, bool typed, 
   if (known != loader->sets.end()) return known->second;
   set.number = static_cast<uint32_t>(loader->sets.size()) + 1;
   return loader->sets.emplace(text, set).first->second;
+}
+
+bool ReadNumber(pugi::xml_attribute attribute, int64_t *number) {
+  const std::string_view text = attribute.value();
+  const auto [stop, error] = std::from_chars(text.data(), text.data() + text.size(), *number);
+  return error == std::errc() && stop == text.data() + text.size();
+}
+
+/* Whoever checks a value relies on it: "min" and "max" are numbers that the type has, in order, or
+   of a string its most bytes. */
+int CheckBounds(Loader *loader, pugi::xml_node node, std::string_view type) {
+  const pugi::xml_attribute min = node.attribute("min"), max = node.attribute("max");
+  int64_t least = 0, most = AMS_VALUE_MAX, low, high;
+  if (!min && !max) return 0;
+  if (type == "int") {
+    least = std::numeric_limits<int32_t>::min();
+    most = std::numeric_limits<int32_t>::max();
+  } else if (type == "unsignedInt") {
+    most = std::numeric_limits<uint32_t>::max();
+  } else if (type != "string" || min) {
+    return LoadRefuse(loader, node, "numbers have min and max, strings have max");
+  }
+  low = least;
+  high = most;
+  if ((min && !ReadNumber(min, &low)) || (max && !ReadNumber(max, &high)) || low < least ||
+      high > most || low > high)
+    return LoadRefuse(loader, node, "min and max are numbers of its type, the lower one first");
+  return 0;
 }
 
 bool GoodName(std::string_view name) {
@@ -153,6 +183,7 @@ int LoadAttributes(Loader *loader, pugi::xml_node node, bool row, Element *eleme
     return LoadRefuse(loader, node, "unknown type \"" + std::string(type) + "\"");
   if (row && element->kind != KIND_OBJECT)
     return LoadRefuse(loader, node, "its type can only be \"object\"");
+  if (CheckBounds(loader, node, type) != 0) return -1;
   element->set = MakeSet(loader, node, row, typed, element->kind == KIND_ARRAY);
   element->notify = node.attribute(kNotifyAttribute).value();
   return 0;

@@ -126,14 +126,16 @@ int LayRows(MDB_txn *txn, const Kept &entry) {
   return TreeThread()->failed ? -1 : 0;
 }
 
-/* Whether the check of the leaf's form, or else of its type, takes the value; else why not. */
-int CheckKept(MDB_txn *txn, const Kept &entry, const Record &leaf, std::string *why) {
+/* Whether the leaf may have the value, which becomes what is laid; else why not. */
+int CheckKept(MDB_txn *txn, const Kept &entry, const Record &leaf, std::string *value,
+              std::string *why) {
+  AmsDeskLeaf checked;
   std::string_view set;
   if (ams_desk_check_kept == nullptr || TreeAttributes(txn, leaf.head.attributes, &set) != 0)
     return 0;
-  std::string form(AttributeIn(set, "check"));
-  if (form.empty()) form = AttributeIn(set, "type");
-  return form == "string" ? 0 : ams_desk_check_kept(entry.key, form, entry.value, why);
+  checked.path = entry.key;
+  LeafAttributes(set, &checked);
+  return ams_desk_check_kept(checked, value, why);
 }
 
 bool IsCount(MDB_txn *txn, const Key &leaf) {
@@ -150,17 +152,17 @@ bool IsCount(MDB_txn *txn, const Key &leaf) {
 int LayLeaf(MDB_txn *txn, const Kept &entry) {
   Key key;
   Record leaf;
-  std::string why;
+  std::string value = entry.value, why;
   if (entry.value.size() > AMS_VALUE_MAX ||
       entry.value.find(static_cast<char>(AMS_SEPARATOR)) != std::string::npos)
     PassOver(entry, "its value is too long or holds byte 0x03");
   else if (KeyOfPath(entry.key.c_str(), KEY_LEAF, &key) != 0 || TreeFind(txn, key, &leaf) != 0)
     PassOver(entry, "there is no such leaf");
-  else if (CheckKept(txn, entry, leaf, &why) != 0)
+  else if (CheckKept(txn, entry, leaf, &value, &why) != 0)
     PassOver(entry, why.c_str());
   else if (IsCount(txn, key))
     PassOver(entry, "it counts the instances of an array");
-  else if (int result = TreeSetLeaf(txn, key, entry.value, SET_AGAIN | SET_IF_ROOM);
+  else if (int result = TreeSetLeaf(txn, key, value, SET_AGAIN | SET_IF_ROOM);
            result == LEAF_READONLY)
     PassOver(entry, "it is read-only");
   else if (result == LEAF_FULL)

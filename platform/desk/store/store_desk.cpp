@@ -1,4 +1,4 @@
-// Who serves a node, and the check of kept values; see store_desk.h.
+// Who serves a node, what a leaf takes, and the check of kept values; see store_desk.h.
 #include "store_desk.h"
 
 #include <cstring>
@@ -26,6 +26,22 @@ int ams_desk_mod(const char *path, char *mod, size_t size) {
     if (value.size() >= size) return -1;
     memcpy(mod, value.data(), value.size());
     mod[value.size()] = '\0';
+    return 0;
+  });
+}
+
+int ams_desk_leaf(const char *path, AmsDeskLeaf *leaf) {
+  if (path == nullptr) return -1;
+  return TreeRead([=](MDB_txn *txn) {
+    Key key;
+    Record record;
+    std::string_view set;
+    if (TreeFindPath(txn, path, false, &key, &record) != 0 || record.head.kind < KIND_LEAF ||
+        TreeAttributes(txn, record.head.attributes, &set) != 0)
+      return -1;
+    *leaf = {};
+    leaf->path = path;
+    LeafAttributes(set, leaf);
     return 0;
   });
 }

@@ -11,6 +11,8 @@ struct Module;
 struct Connection {
   WatchKey key;
   std::string sender; /* empty until its hello came */
+  uint32_t noted;     /* sequence number of the message that the note is of */
+  std::string note;
 };
 
 struct Newcomer {

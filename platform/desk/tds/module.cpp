@@ -14,6 +14,7 @@
 #include "ams_print.h"
 #include "endpoint.h"
 #include "folder.h"
+#include "print_desk.h"
 #include "wire.h"
 
 namespace {
@@ -37,6 +38,7 @@ void Dispatch(Module *module, const MessageInWork &work, const void *data, uint3
   const MsgEntry *row = ModuleRow(module, work.id);
   if (row == nullptr && work.connection != nullptr) row = ModuleRow(module, TDS_MSG_ANY);
   module->work = work;
+  ams_desk_forget_failures(); /* those that are logged now are this message's */
   if (row != nullptr) {
     CallRow(module, *row, data, length);
   } else if (!work.wants_answer) {
@@ -54,6 +56,7 @@ void Handle(Module *module, Connection *connection, const WireFrame &frame) {
   const WireHead &head = frame.head;
   const char *sender = connection->sender.c_str();
   bool call = head.kind == WireKind::CALL;
+  if (connection->noted != head.sequence) connection->note.clear();
   if (!IsRuntimeId(head.id)) {
     Dispatch(module, {sender, connection, head.id, head.sequence, call, 0}, frame.data,
              head.length);
@@ -73,6 +76,12 @@ void Receive(Module *module, Connection *connection, WireFrame *frame) {
   bool message = got == 1 && (head.kind == WireKind::POST || head.kind == WireKind::CALL);
   if (message && !connection->sender.empty()) {
     Handle(module, connection, *frame);
+    return;
+  }
+  if (got == 1 && head.kind == WireKind::NOTE && head.length > 0 &&
+      head.length <= kAmsDeskFailures) {
+    connection->noted = head.sequence + 1;
+    connection->note.assign(static_cast<const char *>(frame->data), head.length);
     return;
   }
   if (hello && head.length > 1 && head.length <= TDS_NAME_SIZE && connection->sender.empty()) {

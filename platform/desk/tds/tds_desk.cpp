@@ -11,6 +11,7 @@
 #include "ams_print.h"
 #include "endpoint.h"
 #include "module.h"
+#include "print_desk.h"
 
 namespace {
 
@@ -49,6 +50,16 @@ int PostToSelf(Thread *thread, uint32_t id, const void *data, uint32_t length) {
   }
   local.push_back({id, std::string(static_cast<const char *>(data), length), ThreadName(thread)});
   return 0;
+}
+
+/* With a note of what has failed while the message in work was handled. What is wrong with its way
+   shows at the message that follows. */
+int Post(Thread *thread, uint32_t id, const void *data, uint32_t length, const char *dest) {
+  const std::string_view note = thread->module == nullptr ? "" : ams_desk_failures();
+  if (!note.empty())
+    (void)PeerSend(thread, dest, WireKind::NOTE, 0, note.data(),
+                   static_cast<uint32_t>(note.size()));
+  return PeerSend(thread, dest, WireKind::POST, id, data, length) == nullptr ? -1 : 0;
 }
 
 /* 0, or -1 with errno (logged). */
@@ -115,7 +126,7 @@ int SendMsg(uint32_t id, const void *data, uint32_t len, const char *dest) {
   int result = OrNoMemory([=] {
     if (!MaySend(id, dest)) return -1;
     if (IsOwnName(thread, dest)) return PostToSelf(thread, id, data, len);
-    return PeerSend(thread, dest, WireKind::POST, id, data, len) == nullptr ? -1 : 0;
+    return Post(thread, id, data, len, dest);
   });
   if (result == 0) return 0;
   AMS_PRINT(4, "message 0x%x to %s: %s", id, dest == nullptr ? "(null)" : dest, WireFault(errno));
@@ -148,6 +159,12 @@ int SynAckData_lib(const void *data, uint32_t len, uint32_t id, const char *dest
   }
   work->wants_answer = false;
   return 0;
+}
+
+std::string_view tds_note() {
+  const Module *module = ThisThread()->module;
+  const Connection *connection = module == nullptr ? nullptr : module->work.connection;
+  return connection == nullptr ? std::string_view() : connection->note;
 }
 
 uint64_t tds_hold_reply() {

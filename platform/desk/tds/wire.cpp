@@ -113,7 +113,7 @@ bool OpenFrame(WireFrame *frame, size_t size, Passed passed) {
   memcpy(&frame->head, frame->record.get(), sizeof(WireHead));
   const WireHead &head = frame->head;
   bool large = head.length > kInline;
-  if (head.magic != kMagic || head.kind > WireKind::REFUSED || head.length > TDS_PAYLOAD_MAX ||
+  if (head.magic != kMagic || head.kind > WireKind::NOTE || head.length > TDS_PAYLOAD_MAX ||
       large != (passed.file >= 0))
     return false;
   if (size - sizeof(WireHead) != (large ? 0 : head.length)) return false;

@@ -14,6 +14,7 @@ enum class WireKind : uint16_t {
   ANSWER,  /* the answer to the call with the same sequence number */
   REFUSED, /* that call got no answer, and no call on this connection will when the number is 0;
                the id is the reason, an errno */
+  NOTE,    /* what the sender of the POST with the next sequence number had logged as failures */
 };
 
 struct WireHead {

@@ -16,6 +16,7 @@
 #include "dbmgr_proto.h"
 #include "dbmgr_route.h"
 #include "escape.h"
+#include "print_desk.h"
 #include "refusals.h"
 #include "tds_desk.h"
 
@@ -43,19 +44,51 @@ std::vector<std::pair<std::string, std::string>> Rows(const std::string &name) {
   return rows;
 }
 
+/* The leaf of "int min=1 max=7", or of a string with the form "port list". */
+AmsDeskLeaf LeafOf(std::string attributes) {
+  AmsDeskLeaf leaf;
+  leaf.path = "A.B";
+  for (auto [mark, value] : {std::pair<const char *, std::string *>{" values=", &leaf.values},
+                             {" max=", &leaf.max},
+                             {" min=", &leaf.min}}) {
+    const size_t at = attributes.find(mark);
+    if (at == attributes.npos) continue;
+    *value = attributes.substr(at + strlen(mark));
+    attributes.erase(at);
+  }
+  const bool type =
+      std::set<std::string>{"string", "dateTime", "boolean", "int", "unsignedInt"}.count(
+          attributes) != 0;
+  leaf.type = type ? attributes : "string";
+  if (!type) leaf.check = attributes;
+  return leaf;
+}
+
 TEST(Forms, TakeOnlyWhatAShellReadsAsTextOrTheTypeHas) {
   std::string why;
-  for (auto [value, form] : Rows("forms.txt")) {
+  for (auto [value, expected] : Rows("forms.txt")) {
+    const size_t arrow = expected.find(" => ");
+    const std::string says = arrow == expected.npos ? "" : expected.substr(arrow + 4);
+    std::string form = expected.substr(0, arrow), stored = value;
     const bool taken = form.compare(0, 3, "no ") != 0;
     if (!taken) form.erase(0, 3);
-    EXPECT_EQ(CheckForm("A.B", form, value, &why), taken ? 0 : -1) << form << ": " << value << why;
+    const AmsDeskLeaf leaf = LeafOf(form);
+    EXPECT_EQ(CheckValue(leaf, &stored, &why), taken ? 0 : -1) << form << ": " << value << why;
+    EXPECT_EQ(stored, taken && !says.empty() ? says : value) << form;
     if (taken) continue;
-    EXPECT_TRUE(why.find("\"A.B\"") == 0 && why.find(form) != why.npos) << why;
+    EXPECT_EQ(why.find("\"A.B\" cannot be \""), 0U) << why;
+    EXPECT_NE(why.find(says.empty() ? leaf.check : says), why.npos) << why;
     EXPECT_EQ(why.find('\n'), why.npos) << why;
     trust_values = true;
-    EXPECT_EQ(CheckForm("A.B", form, value, &why), 0);
+    EXPECT_EQ(CheckValue(leaf, &stored, &why), 0);
+    EXPECT_EQ(stored, value);
     trust_values = false;
   }
+}
+
+TEST(Reason, IsTheLastRecordThatTellsMoreThanThatThereWasOne) {
+  for (auto [records, reason] : Rows("reasons.txt"))
+    EXPECT_EQ(Reason(records, "its log"), reason) << records;
 }
 
 TEST(Answer, ThatNoMessageHoldsIsARefusalWithItsSize) {
@@ -99,17 +132,17 @@ std::string Documented(const std::string &path, const std::string &form) {
 
 /* Also expects of each parameter that may be set that it can be set back to what it has. */
 void CollectChecks(const std::string &url, Checks *checks) {
-  char form[64] = "", type[32] = "", writable[4] = "", child[AMS_PATH_SIZE];
+  char form[64] = "", type[32] = "", child[AMS_PATH_SIZE];
   AmsTree *root = gptXmlTrees->root;
   (void)ams_get_node_attr(root, url.c_str(), "type", type);  /* every node of a tree has one */
   (void)ams_get_node_attr(root, url.c_str(), "check", form); /* most have none */
-  (void)ams_get_node_attr(root, url.c_str(), "writable", writable);
   if (*form != '\0') checks->insert(Documented(url.substr(url.find('.') + 1), form));
   std::string why, value(AMS_VALUE_MAX + 1, '\0');
-  bool leaf = strcmp(type, "array") != 0 && strcmp(type, "object") != 0 && *writable != '0';
-  if (leaf) {
+  AmsDeskLeaf leaf;
+  if (ams_desk_leaf(url.c_str(), &leaf) == 0 && leaf.writable) {
     ASSERT_EQ(ams_mxml_get_leaf(url.c_str(), value.data(), value.size()), 0) << url;
-    EXPECT_EQ(CheckForm(url, *form != '\0' ? form : type, value.c_str(), &why), 0) << why;
+    value.resize(strlen(value.c_str()));
+    EXPECT_EQ(CheckValue(leaf, &value, &why), 0) << why;
   }
   if (strcmp(type, "array") == 0) {
     char row[AMS_PATH_SIZE]; /* one that has what the Template says */
@@ -181,12 +214,13 @@ TEST_F(Model, ARefusalSaysWhatItLeft) {
   std::string why;
   char row[AMS_PATH_SIZE];
   auto says = [](const Plan &plan, const char *new_row) {
-    return RefusedBy("a:b", plan, "its log", new_row).text;
+    return RefusedBy("a:b", plan, "its line", new_row).text;
   };
   ASSERT_EQ(
       PlanRequest({APPT_CMD_SET, array + ".1", "IPInterfaceSubnetMask=255.0.0.0"}, &set, &why), 0);
   set.before = ValuesOf(set);
-  EXPECT_NE(says(set, "").find("as before; its log says why"), why.npos) << says(set, "");
+  EXPECT_NE(says(set, "").find("IPInterface.1\": its line; its parameters are as before"), why.npos)
+      << says(set, "");
   ASSERT_EQ(ams_set_node_value(gptXmlTrees->root, mask.c_str(), "255.0.0.0"), 0);
   EXPECT_EQ(says(set, "").find("as before"), why.npos) << says(set, "");
 
@@ -240,6 +274,7 @@ TEST_F(Model, ASetWithALeafThatIsGoneChangesNothing) {
 
 std::mutex in_work; /* of who shares something with the router, which ends with the program */
 bool silent;        /* the next request that the module gets stays without an acknowledgement */
+int failing;        /* the next one is refused, after so many records of failures */
 
 void Acknowledge(int32_t, const void *data, uint32_t) {
   char ack[APPT_ACK_HEAD_SIZE] = {};
@@ -247,6 +282,10 @@ void Acknowledge(int32_t, const void *data, uint32_t) {
   if (std::exchange(silent, false)) return;
   memcpy(ack, data, APPT_HEAD_SIZE);
   appt_PutWord(ack + 8, APPT_CODE_RESULT);
+  if (failing > 0) appt_PutWord(ack + APPT_AT_RESULT, static_cast<uint32_t>(-1));
+  for (int number = 1; number <= failing; ++number) /* the text of the last one may be long */
+    AMS_PRINT(4, "failure %d%s\n", number, std::string(static_cast<size_t>(number), '.').c_str());
+  if (std::exchange(failing, 0) > 0) AMS_PRINT_AT(4, "common/appt/x.cpp", 1, "an op has failed");
   EXPECT_EQ(SendMsg(EV_APPT_MSG_ACKTO_AGT, ack, sizeof ack, kApptAckPeer), 0);
 }
 
@@ -319,6 +358,22 @@ TEST_F(Route, AnAcknowledgementThatIsMissingHoldsUpNobody) {
   EXPECT_EQ(answers.begin()->find("dbmgr:module could not acknowledge it: look at "), 0U)
       << *answers.begin();
   EXPECT_EQ(*answers.rbegin(), "done");
+}
+
+TEST_F(Route, ARefusalHasTheLastFailureOfItsOwnRequest) {
+  testing::internal::CaptureStderr();
+  for (int number : {1, 200, 3000}) {
+    {
+      const std::lock_guard<std::mutex> lock(in_work);
+      failing = number;
+    }
+    const std::string refusal = Refreshed(), told = "failure " + std::to_string(number) + ".";
+    EXPECT_EQ(refusal.find("dbmgr:module refused refresh of \"" IGD ".A\": " + told), 0U)
+        << refusal;
+    EXPECT_LT(refusal.size(), size_t{kAmsDeskFailures} + 100);
+    EXPECT_EQ(Refreshed(), "done");
+  }
+  (void)testing::internal::GetCapturedStderr();
 }
 
 TEST_F(Route, EachRequestThatLacksMemoryIsAnswered) {

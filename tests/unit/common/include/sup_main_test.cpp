@@ -159,7 +159,7 @@ TEST_F(StartupTest, AForcedFactoryGoesOnWhenNvramCannotBeCleaned) {
 
 /* A check of a kept parameter stands in the middle of the bring-up. */
 std::string seen_meanwhile;
-int LookMeanwhile(const std::string &, const std::string &, std::string_view, std::string *) {
+int LookMeanwhile(const AmsDeskLeaf &, std::string *, std::string *) {
   std::thread([] { seen_meanwhile = Leaf(kCode) + " " + Leaf(kPorts); }).join();
   return 0;
 }

@@ -34,6 +34,27 @@ TEST_F(Tds, BadFramesCostTheirConnectionOnly) {
   }
 }
 
+TEST_F(Tds, ANoteIsOfTheMessageBehindItAlone) {
+  std::vector<std::string> notes;
+  const Work look = [&notes] { notes.emplace_back(tds_note()); };
+  const Work *pointer = &look;
+  Raw raw("unit:b");
+  raw.Send(kHello);
+  auto call = [&](uint32_t sequence) {
+    raw.Send(Frame(kCallFrame, kRun, sequence,
+                   std::string(reinterpret_cast<const char *>(&pointer), sizeof pointer)));
+    EXPECT_EQ(Frame(kRefusedFrame, ENOMSG, sequence, ""), raw.Next());
+  };
+  raw.Send(Frame(kNoteFrame, 0, 1, "of one that was lost"));
+  call(3);
+  raw.Send(Frame(kNoteFrame, 0, 4, std::string("why\0", 4)));
+  call(5);
+  call(6);
+  EXPECT_EQ(notes, (std::vector<std::string>{"", std::string("why\0", 4), ""}));
+  raw.Send(Frame(kNoteFrame, 0, 7, std::string(1025, 'x')));
+  EXPECT_EQ("", raw.Next()) << "larger than any note";
+}
+
 TEST_F(Tds, ForeignDescriptorsAreClosed) {
 #ifdef UNDER_EMULATOR
   GTEST_SKIP()

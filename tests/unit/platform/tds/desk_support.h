@@ -76,7 +76,7 @@ struct Raw {
 };
 
 constexpr uint16_t kHelloFrame = 0, kPostFrame = 1, kCallFrame = 2, kAnswerFrame = 3,
-                   kRefusedFrame = 4;
+                   kRefusedFrame = 4, kNoteFrame = 5;
 
 inline std::string Frame(uint16_t kind, uint32_t id, uint32_t sequence, const std::string &payload,
                          size_t length = std::string::npos) {
