@@ -127,8 +127,8 @@ void ObjectStore(benchmark::State &state, int leaves) {
 void SetStore(benchmark::State &state, int leaves) {
   LoadStore(leaves);
   std::vector<std::string> paths = MakePaths(leaves, false);
-  size_t at = 0;
-  for (auto _ : state) { /* each round has other values than the one before */
+  static size_t at;
+  for (auto _ : state) { /* each round has other values than the one before, also of another run */
     const char *value = (at >> 10 & 1) != 0 ? "another value" : "one more value";
     if (ams_sset_node_value(gptXmlTrees->root, paths[at++ & 1023].c_str(), value) != 0) abort();
   }
@@ -137,7 +137,7 @@ void SetStore(benchmark::State &state, int leaves) {
 void SetKeptStore(benchmark::State &state, int leaves) {
   LoadStore(leaves);
   std::vector<std::string> paths = MakePaths(leaves, false);
-  size_t at = 0;
+  static size_t at;
   for (auto _ : state) {
     const char *value = (at >> 10 & 1) != 0 ? "another value" : "one more value";
     if (ams_set_node_value(gptXmlTrees->root, paths[at++ & 1023].c_str(), value) != 0) abort();
@@ -222,7 +222,7 @@ void SetLmdb(benchmark::State &state, int leaves) {
   Bare &bare = BareStore(leaves);
   std::vector<std::string> paths = MakePaths(leaves, false);
   const std::string texts[] = {kFront + "one more value", kFront + "another value"};
-  size_t at = 0;
+  static size_t at;
   for (auto _ : state) {
     const std::string &text = texts[at >> 10 & 1];
     const std::string &path = paths[at++ & 1023];
@@ -247,7 +247,7 @@ void SetKeptLmdb(benchmark::State &state, int leaves) {
   if (mdb_env_open(flash.env, folder, MDB_NOTLS, 0600) != 0) abort();
   if (mdb_txn_begin(flash.env, nullptr, 0, &txn) != 0) abort();
   if (mdb_dbi_open(txn, nullptr, 0, &flash.dbi) != 0 || mdb_txn_commit(txn) != 0) abort();
-  size_t at = 0;
+  static size_t at;
   for (auto _ : state) {
     const std::string &text = texts[at >> 10 & 1];
     const std::string &path = paths[at++ & 1023];

@@ -52,11 +52,19 @@ void AddOption(CLI::App *sub, const VerbOption &option, Options *options) {
     sub->add_option_function<std::string>(option.names, take, option.help)->type_name(option.value);
 }
 
+/* A verb's own help; its row tells the words, which the library would call "words". */
+std::string VerbHelp(const Verb &verb, const CLI::App *sub, CLI::AppFormatMode mode) {
+  return std::string(verb.help) + "\nUsage: " + Usage(verb) + "\n" +
+         CLI::Formatter().make_groups(sub, mode);
+}
+
 void AddVerb(CLI::App *app, const Verb &verb, Asked *asked) {
   std::string help = verb.arguments;
   help += help.empty() ? verb.help : std::string(": ") + verb.help;
   CLI::App *sub = app->add_subcommand(verb.name, help);
-  sub->footer(""); /* the program's is about all of them */
+  sub->formatter_fn([&verb](const CLI::App *of, const std::string &, CLI::AppFormatMode mode) {
+    return VerbHelp(verb, of, mode);
+  });
   for (const VerbOption *row = verb.options; row != nullptr && row->names != nullptr; ++row)
     AddOption(sub, *row, &asked->options);
   if (verb.free_words) {

@@ -20,8 +20,11 @@ namespace {
 void PrintHelp(const CLI::App &app, const std::string &verb) {
   const CLI::App *of = verb.empty() ? &app : VerbNamed(app, verb);
   if (of == nullptr) throw CLI::ExtrasError(app.get_name(), {verb});
-  const std::string name = app.get_name() + (verb.empty() ? "" : " " + verb);
-  fputs(app.get_formatter()->make_help(of, name, CLI::AppFormatMode::Normal).c_str(), stdout);
+  auto own = app.get_formatter();
+  fputs((verb.empty() ? own->make_help(of, app.get_name(), CLI::AppFormatMode::Normal)
+                      : of->help(app.get_name()))
+            .c_str(),
+        stdout);
   throw CLI::Success();
 }
 
