@@ -17,7 +17,7 @@ namespace {
 
 enum NodeKind : unsigned { LEAF = 1, WRITABLE = 2, OBJECT = 4, ARRAY = 8, INSTANCE = 16 };
 
-/* What the node is, and whether there is more below it. */
+/* What the node is: of a parameter, too, whether it can be set; of a row, that it is an object. */
 unsigned KindsOf(const std::string &path, const std::string &type) {
   if (type == "array") return ARRAY;
   const bool number = path.find_first_not_of("0123456789", path.rfind('.') + 1) == path.npos;

@@ -144,7 +144,7 @@ Candidates CandidatesAt(const Place &place, const std::string &word, const Compl
   const bool told = verb && completion.arguments != nullptr;
   const Arguments arguments =
       Apart(told ? completion.arguments(place.app->get_name()) : TypeNames(*place.app));
-  if (IsOption(word)) return OptionNames(place.app, arguments);
+  if (!word.empty() && word[0] == '-') return OptionNames(place.app, arguments);
   const CLI::App &verbs_of =
       verb && place.app->get_name() == "help" ? *place.app->get_parent() : *place.app;
   if (place.before.empty() && !VerbsOf(verbs_of).empty()) return Verbs(verbs_of);
