@@ -86,13 +86,15 @@ is_clear() {
 traced() { ! grep -q '^TracerPid:[[:blank:]]*0$' /proc/"$1"/task/*/status; }
 
 # dies WHO LEAF CALL NOW TOLD: a process that is killed at this call of its set of a leaf. What is told, and read
-# then, stays so when all is started anew without the power.
+# then, stays so when all is started anew without the power. Who waits for the settings meanwhile is the reason for
+# the call with which they are let go.
 dies() {
   local pid
   pid=$(pid_of $1)
   cfgcmd set $2 before
-  strace -f -o /dev/null -p "$pid" -e trace=fsync,flock -e inject=$3 3>&- >/dev/null &
+  strace -f -o /dev/null -p "$pid" -e trace=fsync,futex -e inject=fsync:delay_exit=500000 -e inject=$3 3>&- >/dev/null &
   until_true traced "$pid"
+  { until_true grep -aq '=after' /var/nvram/area1 && nvram set waits=1; } 3>&- &
   refused 1 "died before it answered: $5" cfgcmd set $2 after &&
     until_true [ ! -e "/proc/$pid" ] && gateway-daemon start $1 && expect 0 $4 cfgcmd get $2 &&
     gateway-daemon stop sysmgr && gateway-daemon stop dbmgr && rm -r /dev/shm/* &&

@@ -33,7 +33,9 @@ void Value(const std::string &bytes) {
     }
     Check(type || value.size() <= 40, "a value that is too long is taken");
     for (char byte : value)
-      Check(byte >= ' ' && byte <= '~' && strchr("\"'`$\\<>|&(){}!", byte) == nullptr,
+      Check(byte >= ' ' && byte <= '~' &&
+                (strchr("\"'`$\\<>|&(){}!", byte) == nullptr ||
+                 (byte == '&' && strcmp(form, "url") == 0)), /* in single quotes, as all urls are */
             "a byte that means something to a shell is taken");
     Check(value.empty() || value[0] != '-' || strstr("int", form) != nullptr,
           "a value that is an option is taken");
