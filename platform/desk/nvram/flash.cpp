@@ -407,11 +407,13 @@ int FlashStore(int area, const std::string &settings, FlashEnd *end) {
   const std::string name = AreaName(area), bytes = FlashWhole(area, settings, end);
   const Descriptor opened = {OpenFolder()};
   const int folder = opened.fd;
-  AreaBytes last;
   if (folder < 0) return Failed(name, errno, bytes.size());
-  ReadArea(folder, area, name, &last);
-  int rc = IsShortage(last.error) ? last.error : settings.size() > kFlashMax ? EFBIG : 0;
-  if (rc == 0) rc = StoreBytes(folder, name, last.file.state != FLASH_DAMAGED, bytes);
+  int rc = settings.size() > kFlashMax ? EFBIG : StoreBytes(folder, name, false, bytes);
+  if (IsFull(rc)) { /* then the copy goes, too, if the file is sound */
+    AreaBytes last;
+    ReadArea(folder, area, name, &last);
+    if (last.file.state != FLASH_DAMAGED) rc = StoreBytes(folder, name, true, bytes);
+  }
   return rc == 0 ? 0 : Failed(name, rc, bytes.size());
 }
 

@@ -3,7 +3,6 @@
 
 #include <algorithm>
 #include <array>
-#include <cstdio>
 #include <cstdlib>
 
 namespace {
@@ -12,17 +11,17 @@ constexpr size_t kWholeHeadSize = sizeof "nvram 1, area 1, 0123456789 bytes\n" -
 constexpr size_t kPartHeadSize = sizeof "change 0123456789 bytes\n" - 1;
 constexpr size_t kSizeFromEnd = sizeof "0123456789 bytes\n" - 1; /* of either head */
 
-std::string WholeHead(int area, size_t size) {
-  char text[64];
-  snprintf(text, sizeof text, "nvram 1, area %d, %010zu bytes\n", area, size);
-  return text;
+/* As "%010zu bytes" has it, which each commit would pay for. */
+std::string SizeText(size_t size) {
+  const std::string digits = std::to_string(size);
+  return std::string(10 - std::min<size_t>(digits.size(), 10), '0') + digits + " bytes\n";
 }
 
-std::string PartHead(size_t size) {
-  char text[64];
-  snprintf(text, sizeof text, "change %010zu bytes\n", size);
-  return text;
+std::string WholeHead(int area, size_t size) {
+  return "nvram 1, area " + std::to_string(area) + ", " + SizeText(size);
 }
+
+std::string PartHead(size_t size) { return "change " + SizeText(size); }
 
 /* The length that a head of `head_size` bytes says, whatever else stands there. */
 size_t SizeInHead(std::string_view bytes, size_t head_size) {
@@ -193,7 +192,7 @@ std::string FlashPart(std::string_view changes, FlashEnd *end) {
 }
 
 std::string FlashTail(uint32_t sum) {
-  char text[16];
-  snprintf(text, sizeof text, "%08x\n", sum);
+  std::string text(kFlashTailSize, '\n');
+  for (size_t at = kFlashTailSize - 1; at-- > 0; sum >>= 4) text[at] = "0123456789abcdef"[sum & 15];
   return text;
 }

@@ -29,67 +29,63 @@ size_t FirstOf(uint64_t marks) {
 /* Marks the first byte that is below ' ', and maybe others behind it. */
 uint64_t MarkControl(uint64_t word) { return (word - kOnes * ' ') & ~word & kHigh; }
 
-/* Marks the bytes of `word`, all below 0x80, that are `first` to `last`. */
-uint64_t MarkRange(uint64_t word, uint64_t first, uint64_t last) {
-  return (word + kOnes * (0x80 - first)) & ~(word + kOnes * (0x7f - last)) & kHigh;
-}
-
-/* The next bytes of a path of at least a word that ends at `end`, then others that names have. */
+/* The next bytes of a path of at least a word that ends at `end`, then zeros. */
 uint64_t WordOf(const char *from, const char *end) {
   constexpr size_t kWord = sizeof(uint64_t);
   const size_t rest = static_cast<size_t>(end - from);
-  if (rest >= kWord) return Word(from);
-  return (Word(end - kWord) >> (8 * (kWord - rest))) | (kOnes * 'a' << (8 * rest));
+  return rest >= kWord ? Word(from) : Word(end - kWord) >> (8 * (kWord - rest));
+}
+
+/* Copies up to the next byte that no name has: the dot, control bytes, which are the keys' own
+   marks, and bytes from 0x80 on, their first bytes. Eight at a time: every look-up pays for this.
+   NULL: the name has no bytes. */
+const char *CopyName(const char *from, const char *end, uint8_t **out) {
+  const char *start = from;
+  uint64_t ends = 0;
+  while (ends == 0 && from < end) {
+    const uint64_t word = WordOf(from, end), dots = word ^ (kOnes * '.'), put = htole64(word);
+    ends = MarkControl(word) | (((dots - kOnes) & ~dots) & kHigh) | (word & kHigh);
+    const size_t names = FirstOf(ends);
+    memcpy(*out, &put, sizeof put);
+    from += names;
+    *out += names;
+  }
+  return from == start ? nullptr : from;
 }
 
 /* A number gets its count of digits in front. NULL: digits, but no number. */
 const char *CopyNumber(const char *from, uint8_t **out) {
-  size_t digits = 1;
-  while (Digit(from[digits])) ++digits;
-  if (digits > kMostDigits || from[0] == '0') return nullptr;
-  *(*out)++ = static_cast<uint8_t>(KEY_DIGITS + digits);
-  memcpy(*out, from, digits);
-  *out += digits;
+  size_t digits = 0;
+  if (from[0] == '0') return nullptr;
+  for (; Digit(from[digits]); ++digits) {
+    if (digits == kMostDigits) return nullptr;
+    (*out)[1 + digits] = static_cast<uint8_t>(from[digits]);
+  }
+  **out = static_cast<uint8_t>(KEY_DIGITS + digits);
+  *out += 1 + digits;
   return from + digits;
 }
 
 }  // namespace
 
-/* Eight bytes at a time: every look-up pays for this. Names are copied as they are and their dots
-   replaced; what no name has are control bytes, which are the keys' own marks, and bytes from 0x80
-   on, their first bytes. */
 int KeyOfPath(const char *path, uint8_t last_separator, Key *key) {
   constexpr size_t root = sizeof kRootName - 1;
   size_t length = strnlen(path, AMS_PATH_SIZE + 1);
   if (length > 0 && path[length - 1] == '.') --length;
   if (length >= AMS_PATH_SIZE) return KEY_TOO_LONG;
-  if (length < root || memcmp(path, kRootName, root) != 0 || path[length - 1] == '.') return -1;
+  if (length < root || memcmp(path, kRootName, root) != 0) return -1;
   const char *from = path + root, *end = path + length;
-  uint8_t *out = key->bytes; /* has room for what is copied too much */
-  bool name_due = false;
+  uint8_t *out = key->bytes; /* has room for what CopyName copies too much */
   key->last = 0;
   *out++ = KEY_ROOT;
-  if (from != end && *from != '.') return -1;
   while (from < end) {
-    const uint64_t word = WordOf(from, end);
-    if ((((word - kOnes * ' ') | word) & kHigh) != 0) return -1;
-    uint64_t dots = MarkRange(word, '.', '.'), starts = dots << 8 | (name_due ? 0x80 : 0);
-    if ((starts & dots) != 0) return -1;
-    const size_t names = FirstOf(starts & MarkRange(word, '0', '9'));
-    const uint64_t put = htole64(word ^ (dots >> 7) * ('.' ^ KEY_NODE));
-    memcpy(out, &put, sizeof put);
-    if (names < sizeof word) dots &= (uint64_t{1} << (8 * names)) - 1;
-    if (dots != 0)
-      key->last = static_cast<size_t>(out - key->bytes) +
-                  (63U - static_cast<size_t>(__builtin_clzll(dots))) / 8;
-    name_due = dots >> 63 != 0;
-    from += names;
-    out += names;
-    if (names == sizeof word) continue;
-    if ((from = CopyNumber(from, &out)) == nullptr || (from < end && *from != '.')) return -1;
-    name_due = false;
+    if (*from++ != '.') return -1;
+    key->last = static_cast<size_t>(out - key->bytes);
+    *out++ = KEY_NODE;
+    from = Digit(*from) ? CopyNumber(from, &out) : CopyName(from, end, &out);
+    if (from == nullptr) return -1;
   }
-  key->length = static_cast<size_t>(out - key->bytes) - static_cast<size_t>(from - end);
+  key->length = static_cast<size_t>(out - key->bytes);
   if (key->last != 0) key->bytes[key->last] = last_separator;
   return 0;
 }
