@@ -80,6 +80,12 @@ def listens_nowhere_else(gateway):
     check(gateway.run("stat -c %a /var/run/panel /var/run/panel/socket /var/run/panel/token") == "700\n600\n600\n", "others may open its files")
 
 
+def refusals(gateway, build):
+    for port, why in (("0", "is no port"), ("65536", "is no port"), ("123456", "is no port"), (str(gateway.port), "in use")):
+        done = subprocess.run([f"{desk.ROOT}/devkit/sandbox", "--build", build, "--panel", port, "--", "true"], capture_output=True, text=True, check=False)
+        check(done.returncode == 2 and why in done.stderr and done.stdout == "", f"--panel {port}: {done}")
+
+
 # ---- the views ----
 
 def go_to(browser, text):
@@ -264,26 +270,30 @@ def stuck():
 
 
 def many_events(gateway, browser):
-    """Neither the server nor the page grows, and one that does not read is let go while others see all."""
+    """Neither the server nor the page grows."""
     browser.driver.execute_cdp_cmd("Performance.enable", {})
     browser.view("outside")
-    lines = "seq -f 'echo %.0f of many command lines that are as long as most are' {} {} >>/var/log/devkit/commands"
-    with socket.socket() as deaf:
-        deaf.setsockopt(socket.SOL_SOCKET, socket.SO_RCVBUF, 4096)  # the kernel takes less for it
-        deaf.connect(("127.0.0.1", gateway.port))
+    before = after = None
+    for last in (100000, 200000):  # the first time fills what is kept
+        for end in range(last - 90000, last + 1, 10000):
+            gateway.run(f"seq -f 'echo %.0f of many command lines that are as long as most are' {end - 9999} {end} >>/var/log/devkit/commands")
+            browser.sees(".log code", f"echo {end} ")
+        before, after = after, (of_the_server(gateway), *of_the_page(browser))
+    for what, had, has, more in zip(("server: KiB", "page: bytes", "page: nodes"), before, after, (4096, 2000000, 500)):
+        check(has <= had + more, f"{what}: {had} before 100,000 events, {has} behind them")
+
+
+def deaf_page(gateway, browser):
+    """Who reads nothing is let go, and others see all meanwhile."""
+    with socket.create_connection(("127.0.0.1", gateway.port)) as deaf:
         deaf.sendall(f"GET /api/events HTTP/1.1\r\nHost: 127.0.0.1:{gateway.port}\r\nAuthorization: Bearer {gateway.token}\r\n\r\n".encode())
-        before = after = None
-        deaf_ones = set()
-        for last in (100000, 200000):  # the first time fills what is kept
-            for begin in range(last - 100000, last, 10000):
-                gateway.run(lines.format(begin + 1, begin + 10000))
-                browser.sees(".log code", f"echo {begin + 10000} ")
-                deaf_ones = deaf_ones or stuck()
-            before, after = after, (of_the_server(gateway), *of_the_page(browser))
-        for what, had, has, more in zip(("server: KiB", "page: bytes", "page: nodes"), before, after, (4096, 2000000, 500)):
-            check(has <= had + more, f"{what}: {had} before 100,000 events, {has} behind them")
-        check(deaf_ones, "the connection that reads nothing had never a lot before it")
-        until(lambda: not deaf_ones & stuck(), "the end of the connection that reads nothing")
+        for i in range(20):  # the kernel takes some MiB for it
+            gateway.run(f"printf 'echo deaf {i} %03900d\\n' $(seq 400) >>/var/log/devkit/commands")
+            browser.sees(".log code", f"echo deaf {i} ")
+            if waits := stuck():
+                break
+        check(waits, "the connection that reads nothing takes all the same")
+        until(lambda: not waits & stuck(), "the end of the connection that reads nothing")
 
 
 def goes_and_comes_back(gateway, browser):
@@ -313,6 +323,7 @@ def main():
     try:
         strangers(gateway)
         listens_nowhere_else(gateway)
+        refusals(gateway, sys.argv[1])
         browser = desk.Browser()
         browser.open(gateway.address)
         check("#" + gateway.token not in browser.driver.current_url, "the address still shows the token")
@@ -322,6 +333,7 @@ def main():
         errors = browser.errors()
         check(not errors, f"the console says: {errors}")
         many_events(gateway, browser)
+        deaf_page(gateway, browser)
         goes_and_comes_back(gateway, browser)
     except Wrong as wrong:
         if browser:
