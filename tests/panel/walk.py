@@ -205,6 +205,54 @@ def health(gateway, browser):
     browser.sees(".facts-table tbody th", "sysmgr:devInfo")
 
 
+# ---- what the page decides by itself ----
+
+KEYS = [  # what the driver was told of the board's Reset key
+    {"event": 2, "on_press": False, "trigger": 1, "abandon": 4}, {"event": 3, "on_press": False, "trigger": 5, "abandon": 14},
+    {"event": 4, "on_press": True, "trigger": 15, "abandon": 0}, {"event": 11, "on_press": True, "trigger": 4, "abandon": 0},
+]
+PARTS = [{"other": "1", "part": ["07", 1, 2], "text": "long "}, {"other": "1", "part": ["07", 2, 2], "text": "one"}, {"other": "1", "part": ["", 0, 0], "text": "short"}]
+ENTRY = {"Enable": "1", "IPMode": "1", "ServiceName": "HTTP", "AccessDirection": "WAN", "SrcIpRange": "10.0.0.1-10.0.0.9", "Port": "0", "Action": "ACCEPT"}
+RULE = "-A SCL_IP_ACCEPT ! -i br+ -p tcp -m iprange --src-range 10.0.0.1-10.0.0.9 -m tcp --dport 80 -j ACCEPT"
+HTTP = {"service": "HTTP", "port": 80}
+DECISIONS = [
+    ("outside", "(m, a) => m.fires(a, 0.9).map((each) => each.event)", KEYS, []),
+    ("outside", "(m, a) => m.fires(a, 1).map((each) => each.event)", KEYS, [2]),
+    ("outside", "(m, a) => m.fires(a, 4).map((each) => each.event)", KEYS, [11]),
+    ("outside", "(m, a) => m.fires(a, 13.9).map((each) => each.event)", KEYS, [3, 11]),
+    ("outside", "(m, a) => m.fires(a, 20).map((each) => each.event)", KEYS, [4, 11]),
+    ("phone", "(m, a) => m.joined(a).map((each) => each.text)", PARTS, ["long one", "short"]),
+    ("phone", "(m, a) => m.joined(a).map((each) => each.text)", PARTS[1:], ["one", "short"]),
+    ("phone", "(m, a) => m.added(...a)", [["a", "b"], ["a", "b", "c"]], ["c"]),
+    ("phone", "(m, a) => m.added(...a)", [["a", "b"], ["b", "b", "c"]], ["b", "c"]),
+    ("phone", "(m, a) => m.added(...a)", [["a", "b"], ["x", "y"]], ["x", "y"]),
+    ("phone", "(m, a) => m.plain(a)", "1 A&#38;B<br>&quot;2&quot; <b>", '1 A&B\n"2" <b>'),
+    ("firmware", "(m, a) => m.progress(a)", {"lines": ["curl x"], "order": "", "fault": ""}, {"at": 1, "ended": ""}),
+    ("firmware", "(m, a) => m.progress(a)", {"lines": [], "order": "downloading", "fault": ""}, {"at": 2, "ended": ""}),
+    ("firmware", "(m, a) => m.progress(a)", {"lines": [], "order": "success", "fault": "0"}, {"at": 4, "ended": ""}),
+    ("firmware", "(m, a) => m.progress(a)", {"lines": ["reboot"], "order": "success", "fault": "0"}, {"at": 4, "ended": "done"}),
+    ("firmware", "(m, a) => m.progress(a)", {"lines": [], "order": "fwchk_failed", "fault": "9001"}, {"at": 2, "ended": "failed"}),
+    ("firmware", "(m, a) => m.progress(a)", {"lines": [], "order": "", "fault": "9001"}, {"at": 1, "ended": "failed"}),
+    ("plot", "(m, a) => a.map(m.topOf)", [0, 0.3, 1, 1.1, 51, 100], [1, 0.5, 1, 2, 100, 100]),
+    ("access", "(m, a) => m.entryOf(...a) !== undefined", [RULE, HTTP, "WAN", 1, [ENTRY]], True),
+    ("access", "(m, a) => m.entryOf(...a) !== undefined", [RULE, HTTP, "WAN", 2, [ENTRY]], False),
+    ("access", "(m, a) => m.entryOf(...a) !== undefined", [RULE.replace("ACCEPT ", "DROP "), HTTP, "WAN", 1, [ENTRY]], False),
+    ("access", "(m, a) => m.entryOf(...a) !== undefined", [RULE, HTTP, "WAN", 1, [{**ENTRY, "SrcIpRange": ""}]], False),
+    ("access", "(m, a) => m.rowsOf(...a).map((row) => `${row.service} ${row.port}`).slice(0, 2)", [{"ServiceTelnet.Port": "2323"}, [{"ServiceName": "TELNET", "Port": "0"}]], ["TELNET 2323", "TELNET 23"]),
+    ("requests", "(m, a) => m.stepsOf(a).map((each) => each.to)", {"command": "get", "module": "", "result": "done", "total_ms": 1}, [1, 0]),
+    ("requests", "(m, a) => m.stepsOf(a).map((each) => each.to)", {"command": "set", "module": "m", "result": "refused", "total_ms": 1}, [1, 0]),
+    ("requests", "(m, a) => m.stepsOf(a).map((each) => each.at)",
+     {"command": "set", "module": "m", "result": "done", "queued_ms": 1, "module_ms": 5, "total_ms": 7, "commands": [{"line": "at-mngr AT", "at_ms": 2, "took_ms": 3}]}, [0, 1, 2, 2, 5, 6, 7]),
+]
+
+
+def decisions(browser):
+    for module, function, given, want in DECISIONS:
+        got = browser.driver.execute_async_script(
+            f"const [given, done] = arguments; import('/{module}.js').then((m) => done(({function})(m, given)), (error) => done(String(error)));", given)
+        check(got == want, f"{module}, {function} of {given}: {got}, not {want}")
+
+
 # ---- what holds for all ----
 
 CONTRAST = """
@@ -327,6 +375,7 @@ def main():
         browser = desk.Browser()
         browser.open(gateway.address)
         check("#" + gateway.token not in browser.driver.current_url, "the address still shows the token")
+        decisions(browser)
         for step in (model, outside, requests, access, phone, firmware, health):
             step(gateway, browser)
         accessible(browser)
