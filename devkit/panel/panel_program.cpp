@@ -2,6 +2,7 @@
 #include "panel_program.h"
 
 #include <fcntl.h>
+#include <signal.h>
 #include <spawn.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -30,9 +31,18 @@ int RunProgram(const std::vector<std::string> &words, std::string *output) {
   posix_spawn_file_actions_init(&actions);
   if (output != nullptr) posix_spawn_file_actions_adddup2(&actions, ends[1], STDOUT_FILENO);
   posix_spawn_file_actions_addclosefrom_np(&actions, STDERR_FILENO + 1); /* pages' connections */
+  posix_spawnattr_t attributes;
+  posix_spawnattr_init(&attributes);
+  sigset_t usual; /* what the panel ignores, what it starts does not */
+  sigemptyset(&usual);
+  sigaddset(&usual, SIGPIPE);
+  posix_spawnattr_setsigdefault(&attributes, &usual);
+  posix_spawnattr_setflags(&attributes, POSIX_SPAWN_SETSIGDEF);
   pid_t pid = -1;
-  const int error = posix_spawnp(&pid, arguments[0], &actions, nullptr, arguments.data(), environ);
+  const int error =
+      posix_spawnp(&pid, arguments[0], &actions, &attributes, arguments.data(), environ);
   posix_spawn_file_actions_destroy(&actions);
+  posix_spawnattr_destroy(&attributes);
   if (output != nullptr) {
     close(ends[1]);
     if (error == 0) ReadAll(ends[0], output);

@@ -80,6 +80,12 @@ def listens_nowhere_else(gateway):
     check(gateway.run("stat -c %a /var/run/panel /var/run/panel/socket /var/run/panel/token") == "700\n600\n600\n", "others may open its files")
 
 
+def refusals(gateway, build):
+    for port, why in (("0", "is no port"), ("65536", "is no port"), ("123456", "is no port"), (str(gateway.port), "in use")):
+        done = subprocess.run([f"{desk.ROOT}/devkit/sandbox", "--build", build, "--panel", port, "--", "true"], capture_output=True, text=True, check=False)
+        check(done.returncode == 2 and why in done.stderr and done.stdout == "", f"--panel {port}: {done}")
+
+
 # ---- the views ----
 
 def go_to(browser, text):
@@ -199,6 +205,54 @@ def health(gateway, browser):
     browser.sees(".facts-table tbody th", "sysmgr:devInfo")
 
 
+# ---- what the page decides by itself ----
+
+KEYS = [  # what the driver was told of the board's Reset key
+    {"event": 2, "on_press": False, "trigger": 1, "abandon": 4}, {"event": 3, "on_press": False, "trigger": 5, "abandon": 14},
+    {"event": 4, "on_press": True, "trigger": 15, "abandon": 0}, {"event": 11, "on_press": True, "trigger": 4, "abandon": 0},
+]
+PARTS = [{"other": "1", "part": ["07", 1, 2], "text": "long "}, {"other": "1", "part": ["07", 2, 2], "text": "one"}, {"other": "1", "part": ["", 0, 0], "text": "short"}]
+ENTRY = {"Enable": "1", "IPMode": "1", "ServiceName": "HTTP", "AccessDirection": "WAN", "SrcIpRange": "10.0.0.1-10.0.0.9", "Port": "0", "Action": "ACCEPT"}
+RULE = "-A SCL_IP_ACCEPT ! -i br+ -p tcp -m iprange --src-range 10.0.0.1-10.0.0.9 -m tcp --dport 80 -j ACCEPT"
+HTTP = {"service": "HTTP", "port": 80}
+DECISIONS = [
+    ("outside", "(m, a) => m.fires(a, 0.9).map((each) => each.event)", KEYS, []),
+    ("outside", "(m, a) => m.fires(a, 1).map((each) => each.event)", KEYS, [2]),
+    ("outside", "(m, a) => m.fires(a, 4).map((each) => each.event)", KEYS, [11]),
+    ("outside", "(m, a) => m.fires(a, 13.9).map((each) => each.event)", KEYS, [3, 11]),
+    ("outside", "(m, a) => m.fires(a, 20).map((each) => each.event)", KEYS, [4, 11]),
+    ("phone", "(m, a) => m.joined(a).map((each) => each.text)", PARTS, ["long one", "short"]),
+    ("phone", "(m, a) => m.joined(a).map((each) => each.text)", PARTS[1:], ["one", "short"]),
+    ("phone", "(m, a) => m.added(...a)", [["a", "b"], ["a", "b", "c"]], ["c"]),
+    ("phone", "(m, a) => m.added(...a)", [["a", "b"], ["b", "b", "c"]], ["b", "c"]),
+    ("phone", "(m, a) => m.added(...a)", [["a", "b"], ["x", "y"]], ["x", "y"]),
+    ("phone", "(m, a) => m.plain(a)", "1 A&#38;B<br>&quot;2&quot; <b>", '1 A&B\n"2" <b>'),
+    ("firmware", "(m, a) => m.progress(a)", {"lines": ["curl x"], "order": "", "fault": ""}, {"at": 1, "ended": ""}),
+    ("firmware", "(m, a) => m.progress(a)", {"lines": [], "order": "downloading", "fault": ""}, {"at": 2, "ended": ""}),
+    ("firmware", "(m, a) => m.progress(a)", {"lines": [], "order": "success", "fault": "0"}, {"at": 4, "ended": ""}),
+    ("firmware", "(m, a) => m.progress(a)", {"lines": ["reboot"], "order": "success", "fault": "0"}, {"at": 4, "ended": "done"}),
+    ("firmware", "(m, a) => m.progress(a)", {"lines": [], "order": "fwchk_failed", "fault": "9001"}, {"at": 2, "ended": "failed"}),
+    ("firmware", "(m, a) => m.progress(a)", {"lines": [], "order": "", "fault": "9001"}, {"at": 1, "ended": "failed"}),
+    ("plot", "(m, a) => a.map(m.topOf)", [0, 0.3, 1, 1.1, 51, 100], [1, 0.5, 1, 2, 100, 100]),
+    ("access", "(m, a) => m.entryOf(...a) !== undefined", [RULE, HTTP, "WAN", 1, [ENTRY]], True),
+    ("access", "(m, a) => m.entryOf(...a) !== undefined", [RULE, HTTP, "WAN", 2, [ENTRY]], False),
+    ("access", "(m, a) => m.entryOf(...a) !== undefined", [RULE.replace("ACCEPT ", "DROP "), HTTP, "WAN", 1, [ENTRY]], False),
+    ("access", "(m, a) => m.entryOf(...a) !== undefined", [RULE, HTTP, "WAN", 1, [{**ENTRY, "SrcIpRange": ""}]], False),
+    ("access", "(m, a) => m.rowsOf(...a).map((row) => `${row.service} ${row.port}`).slice(0, 2)", [{"ServiceTelnet.Port": "2323"}, [{"ServiceName": "TELNET", "Port": "0"}]], ["TELNET 2323", "TELNET 23"]),
+    ("requests", "(m, a) => m.stepsOf(a).map((each) => each.to)", {"command": "get", "module": "", "result": "done", "total_ms": 1}, [1, 0]),
+    ("requests", "(m, a) => m.stepsOf(a).map((each) => each.to)", {"command": "set", "module": "m", "result": "refused", "total_ms": 1}, [1, 0]),
+    ("requests", "(m, a) => m.stepsOf(a).map((each) => each.at)",
+     {"command": "set", "module": "m", "result": "done", "queued_ms": 1, "module_ms": 5, "total_ms": 7, "commands": [{"line": "at-mngr AT", "at_ms": 2, "took_ms": 3}]}, [0, 1, 2, 2, 5, 6, 7]),
+]
+
+
+def decisions(browser):
+    for module, function, given, want in DECISIONS:
+        got = browser.driver.execute_async_script(
+            f"const [given, done] = arguments; import('/{module}.js').then((m) => done(({function})(m, given)), (error) => done(String(error)));", given)
+        check(got == want, f"{module}, {function} of {given}: {got}, not {want}")
+
+
 # ---- what holds for all ----
 
 CONTRAST = """
@@ -264,26 +318,30 @@ def stuck():
 
 
 def many_events(gateway, browser):
-    """Neither the server nor the page grows, and one that does not read is let go while others see all."""
+    """Neither the server nor the page grows."""
     browser.driver.execute_cdp_cmd("Performance.enable", {})
     browser.view("outside")
-    lines = "seq -f 'echo %.0f of many command lines that are as long as most are' {} {} >>/var/log/devkit/commands"
-    with socket.socket() as deaf:
-        deaf.setsockopt(socket.SOL_SOCKET, socket.SO_RCVBUF, 4096)  # the kernel takes less for it
-        deaf.connect(("127.0.0.1", gateway.port))
+    before = after = None
+    for last in (100000, 200000):  # the first time fills what is kept
+        for end in range(last - 90000, last + 1, 10000):
+            gateway.run(f"seq -f 'echo %.0f of many command lines that are as long as most are' {end - 9999} {end} >>/var/log/devkit/commands")
+            browser.sees(".log code", f"echo {end} ")
+        before, after = after, (of_the_server(gateway), *of_the_page(browser))
+    for what, had, has, more in zip(("server: KiB", "page: bytes", "page: nodes"), before, after, (4096, 2000000, 500)):
+        check(has <= had + more, f"{what}: {had} before 100,000 events, {has} behind them")
+
+
+def deaf_page(gateway, browser):
+    """Who reads nothing is let go, and others see all meanwhile."""
+    with socket.create_connection(("127.0.0.1", gateway.port)) as deaf:
         deaf.sendall(f"GET /api/events HTTP/1.1\r\nHost: 127.0.0.1:{gateway.port}\r\nAuthorization: Bearer {gateway.token}\r\n\r\n".encode())
-        before = after = None
-        deaf_ones = set()
-        for last in (100000, 200000):  # the first time fills what is kept
-            for begin in range(last - 100000, last, 10000):
-                gateway.run(lines.format(begin + 1, begin + 10000))
-                browser.sees(".log code", f"echo {begin + 10000} ")
-                deaf_ones = deaf_ones or stuck()
-            before, after = after, (of_the_server(gateway), *of_the_page(browser))
-        for what, had, has, more in zip(("server: KiB", "page: bytes", "page: nodes"), before, after, (4096, 2000000, 500)):
-            check(has <= had + more, f"{what}: {had} before 100,000 events, {has} behind them")
-        check(deaf_ones, "the connection that reads nothing had never a lot before it")
-        until(lambda: not deaf_ones & stuck(), "the end of the connection that reads nothing")
+        for i in range(20):  # the kernel takes some MiB for it
+            gateway.run(f"printf 'echo deaf {i} %03900d\\n' $(seq 400) >>/var/log/devkit/commands")
+            browser.sees(".log code", f"echo deaf {i} ")
+            if waits := stuck():
+                break
+        check(waits, "the connection that reads nothing takes all the same")
+        until(lambda: not waits & stuck(), "the end of the connection that reads nothing")
 
 
 def goes_and_comes_back(gateway, browser):
@@ -313,15 +371,18 @@ def main():
     try:
         strangers(gateway)
         listens_nowhere_else(gateway)
+        refusals(gateway, sys.argv[1])
         browser = desk.Browser()
         browser.open(gateway.address)
         check("#" + gateway.token not in browser.driver.current_url, "the address still shows the token")
+        decisions(browser)
         for step in (model, outside, requests, access, phone, firmware, health):
             step(gateway, browser)
         accessible(browser)
         errors = browser.errors()
         check(not errors, f"the console says: {errors}")
         many_events(gateway, browser)
+        deaf_page(gateway, browser)
         goes_and_comes_back(gateway, browser)
     except Wrong as wrong:
         if browser:
