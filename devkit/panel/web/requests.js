@@ -59,7 +59,7 @@ on('request', (record) => {
   ++list.total;
   if (list.paused) return;
   list.kept.unshift(record);
-  if (list.kept.length > 2 * KEPT) list.kept.length = KEPT;
+  if (list.kept.length > KEPT) list.kept.pop();
   list.changed();
 });
 on('missed', ({count}) => {
