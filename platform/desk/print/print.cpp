@@ -11,6 +11,7 @@
 #include <cinttypes>
 #include <cstdarg>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 
 #include "ams_print.h"
@@ -20,10 +21,14 @@ namespace {
 
 constexpr int kFailureLevel = 4;
 
+constexpr size_t kRecord = 4096;
+
+/* The open one. Each thread has this from its start on, so the room for a whole record is not in
+ * it. */
 struct Record {
-  bool printed;
-  size_t length;
-  char text[4096];
+  char *text; /* NULL: what comes is not printed */
+  size_t room, length;
+  char without_memory[512]; /* a shorter record is better than none */
 };
 
 /* Whole records; the oldest make room for new ones. */
@@ -119,23 +124,28 @@ int AMS_PrintWanted(int level) {
 }
 
 void __AMS_PrintHead(int level) {
-  record.printed = AMS_PrintWanted(level) != 0;
+  if (record.text != nullptr) return; /* its end will print this, too */
+  if (AMS_PrintWanted(level) == 0) return;
+  record.text = static_cast<char *>(malloc(kRecord));
+  record.room = kRecord;
   record.length = 0;
+  if (record.text != nullptr) return;
+  record.text = record.without_memory;
+  record.room = sizeof record.without_memory;
 }
 
 void __AMS_Print(int, const char *format, ...) {
-  if (!record.printed) return;
+  if (record.text == nullptr) return;
   va_list args;
   va_start(args, format);
-  size_t room = sizeof(record.text) - record.length;
+  size_t room = record.room - record.length;
   int length = vsnprintf(record.text + record.length, room, format, args);
   va_end(args);
   if (length > 0) record.length += std::min(static_cast<size_t>(length), room - 1);
 }
 
 void __AMS_PrintEnd(int level) {
-  if (!record.printed) return;
-  record.printed = false;
+  if (record.text == nullptr) return;
   char head[128];
   bool ended = record.length > 0 && record.text[record.length - 1] == '\n';
   struct iovec pieces[] = {{head, RecordHead(level, head, sizeof(head))},
@@ -143,6 +153,8 @@ void __AMS_PrintEnd(int level) {
                            {const_cast<char *>("\n"), ended ? 0U : 1U}};
   (void)!writev(STDERR_FILENO, pieces, 3); /* a full disk costs the record, nothing else */
   if (level >= kFailureLevel) NoteFailure({record.text, record.length});
+  if (record.text != record.without_memory) free(record.text);
+  record.text = nullptr;
 }
 
 std::string_view ams_desk_failures() { return {failures.text, failures.length}; }
