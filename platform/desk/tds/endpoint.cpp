@@ -69,8 +69,8 @@ Thread *ThisThread() {
 }
 
 void HeapGiveBack() {
-#ifdef M_ARENA_MAX      /* the same C library */
-  (void)malloc_trim(0); /* there may be nothing to give */
+#if defined(M_ARENA_MAX) && !defined(SANITIZED) /* the same C library, and its heap is in use */
+  (void)malloc_trim(0);                         /* there may be nothing to give */
 #endif
 }
 
