@@ -10,7 +10,7 @@ import urllib.error
 import urllib.request
 
 from selenium import webdriver
-from selenium.common.exceptions import WebDriverException
+from selenium.common.exceptions import ElementNotInteractableException, StaleElementReferenceException
 from selenium.webdriver.chrome.service import Service
 from selenium.webdriver.common.by import By
 
@@ -25,13 +25,17 @@ class Wrong(Exception):
 
 
 def until(true, what):
-    """Waits for what is sure to come; its value."""
+    """Waits for what is sure to come; its value. What is drawn anew while it is looked at is looked for again."""
     limit = time.monotonic() + PATIENCE
-    while not (value := true()):
+    while True:
+        try:
+            if value := true():
+                return value
+        except (ElementNotInteractableException, StaleElementReferenceException):
+            pass
         if time.monotonic() > limit:
             raise Wrong(f"in {PATIENCE} s this was never seen: {what}")
         time.sleep(0.05)
-    return value
 
 
 def free_port():
@@ -123,28 +127,23 @@ class Browser:
     def sees(self, selector, text="", within=None):
         """The first element of the selector that is shown and has the text."""
         def look():
-            for element in (within or self.driver).find_elements(By.CSS_SELECTOR, selector):
-                try:
-                    if element.is_displayed() and text in element.text:
-                        return element
-                except WebDriverException:  # it went while it was looked at
-                    pass
-            return None
+            shown = (each for each in (within or self.driver).find_elements(By.CSS_SELECTOR, selector) if each.is_displayed())
+            return next((each for each in shown if text in each.text), None)
         return until(look, f"{selector} with “{text}”")
+
+    def click(self, selector, text=""):
+        until(lambda: self.sees(selector, text).click() is None, f"{selector} with “{text}” to click")
 
     def press(self, box, text, button):
         """Clicks the button of the box that has the text: both may be drawn anew meanwhile."""
         def click():
-            try:
-                boxes = [each for each in self.driver.find_elements(By.CSS_SELECTOR, box) if text in each.text]
-                found = [each for each in boxes[0].find_elements(By.CSS_SELECTOR, "button") if button in each.text] if boxes else []
-                return found and not found[0].click() and found
-            except WebDriverException:
-                return None
+            boxes = [each for each in self.driver.find_elements(By.CSS_SELECTOR, box) if text in each.text]
+            found = [each for each in boxes[0].find_elements(By.CSS_SELECTOR, "button") if button in each.text] if boxes else []
+            return found and not found[0].click() and found
         until(click, f"{box} with “{text}” and a button “{button}”")
 
     def view(self, name):
-        self.sees(f"nav a[href='#/{name}']").click()
+        self.click(f"nav a[href='#/{name}']")
         return self.sees(f".view.{name}")
 
     def js(self, script, *arguments):

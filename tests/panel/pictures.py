@@ -43,7 +43,7 @@ def main():
         browser.picture(f"{FOLDER}/panel_requests.png")
         browser.scheme(True)
         browser.view("access")
-        browser.sees(".cell.for-some").click()
+        browser.click(".cell.for-some")
         browser.picture(f"{FOLDER}/panel_access.png")
     finally:
         browser.end()
