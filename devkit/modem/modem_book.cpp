@@ -15,6 +15,7 @@ enum {
   BAD_TEXT = 25,
   LONG_NUMBER = 26,
   BAD_NUMBER = 27,
+  NO_NETWORK = 30,
   BAD_PARAMETERS = 50
 };
 
@@ -137,6 +138,7 @@ AtAnswer Ussd(Modem *modem, const AtCall &call) {
     return AtEquipmentError(BAD_PARAMETERS);
   if (action == 2) modem->ussd_at.clear();
   if (action != 1 || call.arguments.size() == 1) return {};
+  if (modem->signal == kModemNoNetwork) return AtEquipmentError(NO_NETWORK);
   std::string code;
   if (!AtTextFrom(*modem, call.arguments[1], &code) || !IsDialled(code))
     return AtEquipmentError(BAD_TEXT);

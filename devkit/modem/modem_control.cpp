@@ -102,6 +102,7 @@ Json State(Modem *modem, const Json &, time_t) {
   reply["state"] = {{"number", modem->number},
                     {"centre", modem->centre},
                     {"charset", modem->charset},
+                    {"signal", modem->signal},
                     {"attached", modem->attached},
                     {"behaviour", kKinds[modem->behaviour.kind]},
                     {"amount", modem->behaviour.amount},
@@ -146,6 +147,16 @@ Json Number(Modem *modem, const Json &request, time_t) {
   if (number.empty()) return Done(modem->number + "\n");
   if (!IsSubscriber(number)) return Usage("\"" + number + "\" is no number: give 1 to 20 digits");
   modem->number = number;
+  return Done();
+}
+
+Json Signal(Modem *modem, const Json &request, time_t) {
+  const int strength = request.value("strength", -1);
+  if (strength < 0) return Done(std::to_string(modem->signal) + "\n");
+  if (strength > kModemBestSignal && strength != kModemNoNetwork)
+    return Usage("no such signal as " + std::to_string(strength) +
+                 ": 0 to 31, or 99 for no network");
+  modem->signal = strength;
   return Done();
 }
 
@@ -194,8 +205,9 @@ const struct {
   const char *name;
   Json (*run)(Modem *modem, const Json &request, time_t now);
 } kVerbs[] = {
-    {"receive", Receive}, {"state", State}, {"behave", Behave}, {"number", Number},
-    {"size", Size},       {"ussd", Ussd},   {"reset", Reset},   {"wait", Wait},
+    {"receive", Receive}, {"state", State},   {"behave", Behave},
+    {"number", Number},   {"signal", Signal}, {"size", Size},
+    {"ussd", Ussd},       {"reset", Reset},   {"wait", Wait},
 };
 
 }  // namespace

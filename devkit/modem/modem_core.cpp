@@ -108,6 +108,14 @@ AtAnswer Keep(Modem *modem, const AtCall &call, const char *name) {
   return {};
 }
 
+/* The strength, and an error rate that is not known. */
+AtAnswer Signal(Modem *modem, const AtCall &call) {
+  if (call.form == AtCall::TEST)
+    return {{"+CSQ: (0-" + std::to_string(kModemBestSignal) + ",99),(99)"}};
+  if (call.form != AtCall::RUN) return AtEquipmentError(50);
+  return {{"+CSQ: " + std::to_string(modem->signal) + ",99"}};
+}
+
 AtAnswer VoiceMode(Modem *modem, const AtCall &call) { return Keep<3>(modem, call, "+CVMOD"); }
 AtAnswer CellLock(Modem *modem, const AtCall &call) { return Keep<1>(modem, call, "+QCELLLOCK"); }
 
@@ -117,6 +125,7 @@ const AtRow kOwnRows[] = {
     {"Z", AtErrors::PLAIN, Reset, nullptr},
     {"", AtErrors::PLAIN, Nothing, nullptr},
     {"+CSCS", AtErrors::EQUIPMENT, CharacterSet, nullptr},
+    {"+CSQ", AtErrors::EQUIPMENT, Signal, nullptr},
     {"+CVMOD", AtErrors::EQUIPMENT, VoiceMode, nullptr},
     {"+QCELLLOCK", AtErrors::EQUIPMENT, CellLock, nullptr},
     {},

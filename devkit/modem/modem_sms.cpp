@@ -17,7 +17,8 @@ enum {
   BAD_PDU = 304,
   NO_INDEX = 321,
   FULL = 322,
-  NO_CENTRE = 330
+  NO_CENTRE = 330,
+  NO_NETWORK = 331
 };
 
 enum { TO_READ, TO_WRITE, TO_RECEIVE };
@@ -185,6 +186,7 @@ AtAnswer Send(Modem *modem, const AtCall &call) {
   SubmitPdu submit;
   const char *why = SubmitOctets(call, &octets, &submit);
   if (why != nullptr) return BadPdu(why);
+  if (modem->signal == kModemNoNetwork) return AtMessageError(NO_NETWORK);
   if (submit.centre_octets == 1 && modem->centre.empty()) return AtMessageError(NO_CENTRE);
   modem->sent.push_back({submit.number, call.pdu});
   if (modem->sent.size() > kSentMax) modem->sent.pop_front();

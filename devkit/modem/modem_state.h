@@ -47,6 +47,8 @@ struct ModemBehaviour {
 
 struct AtRow;
 
+constexpr int kModemBestSignal = 31, kModemNoNetwork = 99; /* as "+CSQ:" tells them */
+
 struct Modem {
   /* The SIM and the network */
   std::string number = "+8613900000001"; /* its own: what is sent there comes back */
@@ -54,6 +56,7 @@ struct Modem {
   std::map<std::string, ModemStorage> storages = {{"SM", {50, {}}}, {"ME", {100, {}}}};
   std::map<int, ModemContact> contacts; /* from 1 to contacts_size */
   size_t contacts_size = 250;
+  int signal = 24; /* its strength, 0 to the best, or that there is no network */
   std::map<std::string, ModemUssd> ussd = {
       {"*100#", {"1 Balance\n2 Data left", 0}},
       {"*100#/1", {"Your balance is 12.50", 0}},

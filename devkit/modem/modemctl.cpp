@@ -26,7 +26,7 @@ struct Asked {
   bool json = false;
   double limit_s = 10;
   std::string from, message, pdu, time, how, only, number, what, code, answer;
-  int amount = 0, places = 0, dcs = 0;
+  int amount = 0, places = 0, dcs = 0, strength = -1;
 };
 
 using Clock = std::chrono::steady_clock;
@@ -53,6 +53,7 @@ std::string String(const Json &value) { return value.get<std::string>(); }
 void PrintState(const Json &state) {
   printf("number %s\ncentre %s\ncharacter set %s\n", String(state["number"]).c_str(),
          String(state["centre"]).c_str(), String(state["charset"]).c_str());
+  printf("signal %d\n", state["signal"].get<int>());
   printf("%s, behaviour %s", state["attached"].get<bool>() ? "attached" : "vanished",
          String(state["behaviour"]).c_str());
   if (state["amount"] != 0) printf(" %d", state["amount"].get<int>());
@@ -119,6 +120,9 @@ void AddVerbs(CLI::App *app, Asked *asked, Json *request) {
   behave->add_option("--only", asked->only, "For one command, such as +CMGS");
   AddVerb(app, "number", "Its own number, where messages come back from", request)
       ->add_option("N", asked->number, "Another number");
+  AddVerb(app, "signal", "How strong the network is", request)
+      ->add_option("N", asked->strength, "0 to 31, or 99: there is no network")
+      ->check(CLI::NonNegativeNumber);
   CLI::App *size = AddVerb(app, "size", "How many messages or contacts fit", request);
   size->add_option("WHAT", asked->what)->type_name("SM|ME|phonebook")->required();
   size->add_option("N", asked->places, "From 1 to 255")->required();
@@ -143,6 +147,7 @@ void FillIn(const Asked &asked, Json *request) {
   (*request)["amount"] = asked.amount;
   (*request)["places"] = asked.places;
   (*request)["dcs"] = asked.dcs;
+  (*request)["strength"] = asked.strength;
 }
 
 }  // namespace

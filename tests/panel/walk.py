@@ -7,6 +7,7 @@ import sys
 
 from selenium.webdriver.common.action_chains import ActionChains
 from selenium.webdriver.common.keys import Keys
+from selenium.webdriver.support.ui import Select
 
 import desk
 from desk import Wrong, until
@@ -175,6 +176,14 @@ def phone(gateway, browser):
     browser.sees(".thread .theirs", "hello phone")
     browser.click(".phone .card button", "Dial")
     browser.sees(".answer", "Balance")
+    choose = lambda signal: Select(field(browser, "phone", "The signal")).select_by_visible_text(signal)
+    choose("no network")
+    browser.sees(".bars[aria-label='Signal 0 of 4']")
+    type_in(browser, "phone", "Text", "to nobody")
+    browser.click(".phone .card button", "Send")
+    browser.sees(".phone .card", "+CMS ERROR: 331")
+    choose("strong")
+    browser.sees(".bars[aria-label='Signal 4 of 4']")
 
 
 def access(gateway, browser):

@@ -13,6 +13,8 @@ const ERRORS = [
   ['', 'every command', 0], ['38', 'sending: network out of order', 38], ['41', 'sending: temporary failure', 41],
   ['50', 'sending: facility not subscribed', 50], ['21', 'sending: rejected', 21],
 ];
+const NO_NETWORK = 99; // of signals, which the modem numbers from 0 to 31
+const SIGNALS = [['24', 'strong'], ['12', 'weak'], ['3', 'hardly there'], [String(NO_NETWORK), 'no network']];
 
 const button = (text, run, attributes = {}) => h('button', {type: 'button', onclick: run, ...attributes}, text);
 
@@ -39,7 +41,7 @@ export function added(before, now) {
 export const plain = (text) => text.replace(/<br>/g, '\n').replace(/&quot;/g, '"').replace(/&#(\d{1,6});/g, (_, code) => String.fromCodePoint(Number(code)));
 
 function bars(modem) {
-  const strength = !modem?.attached ? 0 : {normal: 4, slow: 2}[modem.behaviour] ?? 1;
+  const strength = !modem?.attached || modem.signal === NO_NETWORK ? 0 : Math.floor(modem.signal / 8) + 1;
   return s('svg', {viewBox: '0 0 20 16', class: 'bars', role: 'img', 'aria-label': `Signal ${strength} of 4`},
     [0, 1, 2, 3].map((i) => s('rect', {x: String(i * 5), y: String(12 - i * 4), width: '3.5', height: String(4 + i * 4), rx: '1', class: i < strength ? 'lit' : ''})));
 }
@@ -113,6 +115,8 @@ function codes() {
 
 function network(changed) {
   const how = field('The network', h('select', {}, BEHAVIOURS.map(([value, text]) => h('option', {value}, text))));
+  const signal = field('The signal', h('select', {}, SIGNALS.map(([value, text]) => h('option', {value}, text))));
+  signal.input.addEventListener('change', () => tell({verb: 'signal', strength: Number(signal.input.value)}));
   const late = field('Milliseconds', h('input', {type: 'text', inputmode: 'numeric', value: '2000'}), {hidden: true});
   const what = field('What it refuses', h('select', {}, ERRORS.map(([value, text]) => h('option', {value}, text))), {hidden: true});
   const said = outcome();
@@ -139,11 +143,14 @@ function network(changed) {
   const element = h('section', {class: 'card'}, h('h2', {}, 'Network and SIM'), meters,
     h('form', {class: 'stack', onsubmit: submit}, how.element, late.element, what.element, h('div', {class: 'actions'}, h('button', {type: 'submit'}, 'Behave so'))),
     h('form', {class: 'stack inline', onsubmit: (event) => { event.preventDefault(); tell({verb: 'size', what: 'SM', places: Number(size.input.value)}); }}, size.element, h('button', {type: 'submit'}, 'Resize')),
-    said.element);
+    h('div', {class: 'stack'}, signal.element), said.element);
 
   return {element, show(modem) {
     const rows = Object.entries(modem?.storages ?? {}).map(([name, {size: all, messages}]) => [name === 'SM' ? 'SIM' : 'Modem', messages.length, all]);
-    if (modem) rows.push(['Phonebook', modem.phonebook.entries.length, modem.phonebook.size]);
+    if (modem) {
+      [signal.input.value] = modem.signal === NO_NETWORK ? SIGNALS[3] : SIGNALS.find(([value]) => Number(value) <= modem.signal) ?? SIGNALS[2];
+      rows.push(['Phonebook', modem.phonebook.entries.length, modem.phonebook.size]);
+    }
     put(meters, rows.map(([name, used, all]) => h('div', {class: 'meter-row'}, h('span', {}, name),
       h('meter', {min: '0', max: String(all), high: String(all * 0.8), value: String(used), 'aria-label': `${name} filled`}), h('span', {class: 'mono'}, `${used} of ${all}`))),
     modem?.waiting ? h('p', {class: 'error'}, `${modem.waiting} more wait for room`) : null);
