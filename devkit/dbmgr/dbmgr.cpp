@@ -7,12 +7,14 @@
 #include "dbmgr_forms.h"
 #include "dbmgr_proto.h"
 #include "dbmgr_route.h"
+#include "dbmgr_watch.h"
 #include "exit_status.h"
 #include "nvram.h"
 #include "service.h"
 #include "store_desk.h"
 #include "sup_main.h"
 #include "tds_desk.h"
+#include "watch.h"
 
 extern "C" {
 PrtMapEntry DF_PRT_MAP[] = {{"default", 3}, {kDbmgrName, 3}, {nullptr, 0}};
@@ -30,9 +32,13 @@ const MsgEntry kMessages[] = {
     {kDbmgrRequest, RouteRequest},
     {kDbmgrCheck, RouteCheck},
     {kDbmgrWaits, RouteWaits},
+    {kDbmgrWatch, WatchAsked},
+    {TDS_MSG_TIMER + WATCH_TELL_TIMER, WatchTell},
+    {TDS_MSG_TIMER + WATCH_PAUSE_TIMER, WatchPause},
     {EV_APPT_MSG_ACKTO_AGT, RouteAcknowledgement},
     {EV_APPT_MSG_NO_OBJECT, RouteNoObject},
     {TDS_MSG_PEER_GONE, RoutePeerGone},
+    {TDS_MSG_ANY, WatchOther},
     {0, nullptr},
 };
 

@@ -16,6 +16,7 @@
 #include "ams_store.h"
 #include "appt_request.h"
 #include "dbmgr_commands.h"
+#include "dbmgr_watch.h"
 #include "leaf_list.h"
 #include "nvram.h"
 #include "tds_desk.h"
@@ -64,6 +65,7 @@ void Answer(uint64_t client, const DbmgrAnswer &answer) {
   std::string bytes = DbmgrPutAnswer(answer);
   (void)tds_reply_held(client, bytes.data(),
                        static_cast<uint32_t>(bytes.size())); /* client gone: its loss */
+  WatchAnswered(client, answer);
 }
 
 void Refuse(uint64_t client, const std::string &why) { Answer(client, {-1, DbmgrText::TEXT, why}); }
@@ -74,6 +76,12 @@ void RefuseWithoutMemory(uint64_t client) {
       "\xff\xff\xff\xff\x01the data-base manager has no memory for it: ask again later";
   AMS_PRINT(5, "no memory for a request or its answer: the client is told to ask again");
   (void)tds_reply_held(client, kAnswer, sizeof kAnswer - 1);
+  WatchAnswered(client, {-1, DbmgrText::TEXT, ""});
+}
+
+/* Whose request it is, or is a part of. */
+uint64_t ClientOf(const Request &request) {
+  return request.whole == nullptr ? request.client : request.whole->client;
 }
 
 /* The first part that is refused ends the whole, the last one that is done lets the store serve it.
@@ -88,7 +96,7 @@ void HandOut(const Request &request, const DbmgrAnswer &answer) {
 }
 
 void FinishWithoutMemory(const Request &request) {
-  RefuseWithoutMemory(request.whole == nullptr ? request.client : request.whole->client);
+  RefuseWithoutMemory(ClientOf(request));
   if (request.whole != nullptr) request.whole->client = 0;
 }
 
@@ -128,8 +136,10 @@ int Send(const std::string &name, uint32_t chain, Request *request) {
   request->sent = ++last_sent;
   auto sent = in_flight.emplace(chain, std::move(*request)).first;
   if (SendMsg(EV_APPT_MSG_REQUEST, frame.data(), static_cast<uint32_t>(frame.size()),
-              name.c_str()) == 0)
+              name.c_str()) == 0) {
+    WatchSent(ClientOf(sent->second), name);
     return 0;
+  }
   *request = std::move(sent->second);
   in_flight.erase(sent);
   return -1;
@@ -244,7 +254,9 @@ void Route(uint64_t client, const void *data, uint32_t length) {
   std::string why;
   request.client = client;
   if (DbmgrGetRequest(data, length, &asked) != 0) return Refuse(request.client, kDamaged);
+  WatchBegun(client, asked);
   if (PlanRequest(asked, &request.plan, &why) != 0) return Refuse(request.client, why);
+  WatchPlanned(client, request.plan);
   if (!request.plan.module.empty()) return Enqueue(std::move(request));
   if (!request.plan.asks.empty()) return EnqueueParts(request);
   request.plan.before = ValuesOf(request.plan);
@@ -320,6 +332,7 @@ void RouteAcknowledgement(int32_t, const void *data, uint32_t length) {
   Request request = std::move(found->second);
   in_flight.erase(found);
   --modules[request.plan.module].in_flight;
+  WatchAcknowledged(ClientOf(request), request.plan.module);
 
   int32_t result = static_cast<int32_t>(appt_GetWord(bytes + APPT_AT_RESULT));
   Finish(request, [&] {

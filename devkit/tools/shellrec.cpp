@@ -1,18 +1,21 @@
 // /bin/sh of the desk: records the command lines that the daemon runs, then is the real shell.
-// Lines go to /var/log/devkit/commands in the order in which they were started; shells that others
-// start leave no trace. Commands see the sandbox's own /proc again, which the daemon does not (see
-// board-proc). Linked static and without sanitizers: it is in the way of every command.
+// Lines go to /var/log/devkit/commands in the order in which they were started, and with the time
+// of each to command_times; shells that others start leave no trace. Commands see the sandbox's own
+// /proc again, which the daemon does not (see board-proc). Linked static and without sanitizers: it
+// is in the way of every command.
 #include <fcntl.h>
 #include <sched.h>
 #include <unistd.h>
 
 #include <cstdio>
 #include <cstring>
+#include <ctime>
 #include <string>
 
 namespace {
 
 constexpr char kCommands[] = "/var/log/devkit/commands";
+constexpr char kTimes[] = "/var/log/devkit/command_times"; /* "NANOSECONDS LINE" */
 /* The board's shell is busybox's ash, whose echo takes -e; Debian's sh does not. Debian's ash would
    run its own killall, reboot and so on in place of those on the PATH. bash, which is in sh mode by
    the name it is called with, does both as the board does. */
@@ -47,6 +50,14 @@ const char *CommandLine(int argc, char **argv) {
   return argv[2];
 }
 
+void Append(const char *path, const std::string &line) {
+  int file = open(path, O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC, 0644);
+  if (file < 0) return; /* no log folder: nobody wants to see it */
+  ssize_t written = write(file, line.data(), line.size());
+  (void)written; /* a full disk must not stop the command */
+  close(file);
+}
+
 void Record(const char *command) {
   std::string line;
   for (; *command != '\0'; ++command) {
@@ -56,11 +67,12 @@ void Record(const char *command) {
       line += *command;
   }
   line += '\n';
-  int file = open(kCommands, O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC, 0644);
-  if (file < 0) return; /* no log folder: nobody wants to see it */
-  ssize_t written = write(file, line.data(), line.size());
-  (void)written; /* a full disk must not stop the command */
-  close(file);
+  struct timespec now;
+  clock_gettime(CLOCK_MONOTONIC, &now);
+  char time[32];
+  snprintf(time, sizeof time, "%lld%09ld ", static_cast<long long>(now.tv_sec), now.tv_nsec);
+  Append(kTimes, time + line);
+  Append(kCommands, line);
 }
 
 }  // namespace

@@ -75,7 +75,7 @@ is_clear() {
   local kb error=$BATS_TEST_TMPDIR/error
   # Less and less beside the map of the store, until the tree does not fit.
   (ulimit -v 900000 && cfgcmd tree) >/dev/null 2>&1 || skip "the sanitizer's client takes more than that"
-  for ((kb = 400000; kb > 270000; kb -= 1000)); do
+  for ((kb = 280000; kb > 270000; kb -= 50)); do
     (ulimit -v $kb && exec cfgcmd tree) >/dev/null 2>"$error" || break
   done
   [ "$(cat "$error")" = "cfgcmd: no memory for what was asked or answered: ask for less, or later" ] ||

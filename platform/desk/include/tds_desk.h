@@ -2,6 +2,8 @@
 // command-line client, the stand-ins) and to tests, beside the board's interface.
 #pragma once
 
+#include <sys/types.h>
+
 #include <cstdint>
 #include <string_view>
 
@@ -33,6 +35,14 @@ int tds_call(uint32_t id, const void *data, uint32_t len, const char *dest, uint
 /* What the sender of the message in work had logged as failures (print_desk.h) while it did what it
    sent it for; "" when nothing, or outside a module's handler. Good until the handler returns. */
 std::string_view tds_note();
+
+/* The process that sent the message in work, or opened the connection that it came by; 0: it came
+   from this module or from the runtime itself, or there is none. */
+pid_t tds_sender_pid();
+
+/* Takes back what the calling module asked for with TDS_RegisterNotifyList, in this or an earlier
+   run. Module threads only. */
+void tds_forget_notify(uint32_t id, const char *publisher);
 
 /* Puts off the answer to the synchronous message in work, which otherwise counts as refused when
    its handler returns without one. Module threads only. Returns a token, 0 when there is none. */

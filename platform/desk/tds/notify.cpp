@@ -109,6 +109,15 @@ int TDS_RegisterNotifyList(uint32_t id, const char *publisher) {
   return Logged("TDS_RegisterNotifyList", [=] { return Register(id, publisher); });
 }
 
+void tds_forget_notify(uint32_t id, const char *publisher) {
+  Module *module = ThisThread()->module;
+  if (module == nullptr || !WireNameFits(publisher)) return;
+  std::vector<std::pair<uint32_t, std::string>> &asked = module->asked;
+  asked.erase(std::remove(asked.begin(), asked.end(), std::make_pair(id, std::string(publisher))),
+              asked.end());
+  (void)unlink((NotifyFolder(publisher, id) + "/" + module->name).c_str()); /* where there is one */
+}
+
 int TDS_NotifyRegistrant(uint32_t id, const void *data, uint32_t len) {
   return Logged("TDS_NotifyRegistrant", [=] { return Notify(id, data, len); });
 }

@@ -167,6 +167,12 @@ std::string_view tds_note() {
   return connection == nullptr ? std::string_view() : connection->note;
 }
 
+pid_t tds_sender_pid() {
+  const Module *module = ThisThread()->module;
+  const Connection *connection = module == nullptr ? nullptr : module->work.connection;
+  return connection == nullptr ? 0 : WirePeerPid(WatchFd(connection->key));
+}
+
 uint64_t tds_hold_reply() {
   Module *module = OwnModule("tds_hold_reply");
   if (module == nullptr || !module->work.wants_answer) return 0;

@@ -138,6 +138,12 @@ bool WirePeerIsOurs(int fd) {
   return getsockopt(fd, SOL_SOCKET, SO_PEERCRED, &peer, &size) == 0 && peer.uid == geteuid();
 }
 
+pid_t WirePeerPid(int fd) {
+  struct ucred peer;
+  socklen_t size = sizeof(peer);
+  return getsockopt(fd, SOL_SOCKET, SO_PEERCRED, &peer, &size) == 0 ? peer.pid : 0;
+}
+
 bool WireIsServed(const char *name) {
   struct sockaddr_un address;
   struct stat status;

@@ -55,6 +55,9 @@ int WireListen(const char *name);
 int WireConnect(const char *name, bool wait);
 bool WirePeerIsOurs(int fd);
 
+/* The process at the other end, as it was when it connected; 0: it cannot be told. */
+pid_t WirePeerPid(int fd);
+
 /* Whether the name has its file, whoever made that. */
 bool WireIsServed(const char *name);
 

@@ -15,10 +15,12 @@
 #include "dbmgr_forms.h"
 #include "dbmgr_proto.h"
 #include "dbmgr_route.h"
+#include "dbmgr_watch.h"
 #include "escape.h"
 #include "print_desk.h"
 #include "refusals.h"
 #include "tds_desk.h"
+#include "watch.h"
 
 namespace {
 
@@ -323,6 +325,13 @@ std::string Refreshed() {
                                                                   : answer.text;
 }
 
+WatchNews Watched(const WatchPlace &place, const std::vector<std::string> &paths = {}) {
+  WatchNews news;
+  const std::string bytes = Asked(kDbmgrWatch, WatchQuestion(place, paths));
+  EXPECT_TRUE(WatchGetAnswer(bytes, &news)) << bytes;
+  return news;
+}
+
 class Route : public Model {
  protected:
   void SetUp() override {
@@ -338,6 +347,9 @@ class Route : public Model {
         {TDS_MSG_INIT, [](int32_t, const void *, uint32_t) { tds_serve_also(kApptAckPeer); }},
         {kDbmgrRequest, RouteRequest},
         {kCount, CountFrom},
+        {kDbmgrWatch, WatchAsked},
+        {TDS_MSG_TIMER + WATCH_TELL_TIMER, WatchTell},
+        {TDS_MSG_TIMER + WATCH_PAUSE_TIMER, WatchPause},
         {EV_APPT_MSG_ACKTO_AGT, RouteAcknowledgement},
         {0, nullptr}};
     static const MsgEntry kServe[] = {{EV_APPT_MSG_REQUEST, Acknowledge}, {0, nullptr}};
@@ -386,15 +398,60 @@ TEST_F(Route, EachRequestThatLacksMemoryIsAnswered) {
     return had;
   };
   (void)count_from(0);
-  for (size_t turn = 1, had = turn; had >= turn; ++turn) {
-    (void)count_from(turn);
-    const std::string answer = Refreshed();
-    had = count_from(0);
-    EXPECT_TRUE(answer == "done" || answer.find("memory") != answer.npos) << turn << answer;
-    EXPECT_EQ(Refreshed(), "done") << turn;
-  }
+  for (bool is_watched : {false, true})
+    for (size_t turn = 1, had = turn; had >= turn; ++turn) {
+      if (is_watched) (void)Watched({});
+      (void)count_from(turn);
+      const std::string answer = Refreshed();
+      had = count_from(0);
+      EXPECT_TRUE(answer == "done" || answer.find("memory") != answer.npos) << turn << answer;
+      EXPECT_EQ(Refreshed(), "done") << turn;
+    }
   (void)count_from(0);
   const std::lock_guard<std::mutex> lock(in_work);
+}
+
+/* A watcher that is late gets the last thousand, in order, and is told of those before. */
+TEST_F(Route, AWatcherSeesEachRequestOnceOrIsToldThatItDidNot) {
+  WatchPlace place = Watched({}).place;
+  const uint64_t first = place.next;
+  for (int at = 0; at < 1100; ++at) ASSERT_EQ(Refreshed(), "done");
+  for (size_t seen = 0, missed = 0; seen < 1000; missed = 0) {
+    const WatchNews news = Watched(place);
+    missed = news.missed;
+    EXPECT_EQ(missed, seen == 0 ? 100U : 0U);
+    ASSERT_EQ(news.events.size(), 200U);
+    for (const Json &event : news.events) {
+      EXPECT_EQ(event.at("command"), "refresh");
+      EXPECT_EQ(event.at("path"), IGD ".A");
+      EXPECT_EQ(event.at("module"), "dbmgr:module");
+      EXPECT_EQ(event.at("result"), "done");
+      EXPECT_EQ(event.at("pid"), getpid());
+      EXPECT_GE(event.at("total_ms"), event.at("module_ms"));
+    }
+    seen += news.events.size();
+    place = news.place;
+    EXPECT_EQ(place.next, first + 100 + seen);
+  }
+  EXPECT_EQ(Refreshed(), "done");
+  EXPECT_TRUE(Watched(place, {IGD ".Another"}).events.empty());
+  EXPECT_EQ(Watched(place, {IGD}).events.size(), 1U);
+  EXPECT_EQ(Watched({place.run + 1, 0}).place.next, place.next + 1) << "another run's events";
+}
+
+TEST_F(Route, QuestionsAndAnswersOfWatchersAreChecked) {
+  for (const std::string bad :
+       {"", "[]", "{}", R"({"run":1,"next":-1,"paths":[]})", R"({"run":1,"next":1,"paths":[1]})",
+        R"({"run":"1","next":1,"paths":[]})", R"({"run":1,"next":1,"paths":{}})", "{\"run\""})
+    EXPECT_EQ(Asked(kDbmgrWatch, bad), strerror(ENOMSG)) << bad;
+  EXPECT_EQ(Asked(kDbmgrWatch, WatchQuestion({}, {std::string(256, 'x')})), strerror(ENOMSG));
+  EXPECT_EQ(Asked(kDbmgrWatch, WatchQuestion({}, std::vector<std::string>(65))), strerror(ENOMSG));
+  WatchNews news;
+  for (const char *bad : {"", "{}", R"({"run":1,"next":1,"missed":0})",
+                          R"({"run":1,"next":1,"missed":0,"events":[{}]})",
+                          R"({"run":1,"next":1,"missed":0,"events":[1]})",
+                          R"({"run":1,"next":1,"missed":0.5,"events":[]})"})
+    EXPECT_FALSE(WatchGetAnswer(bad, &news)) << bad;
 }
 
 TEST_F(Model, TheDocumentationListsEveryCheckedParameter) {
