@@ -135,11 +135,11 @@ int Send(const std::string &name, uint32_t chain, Request *request) {
   std::string frame = Frame(chain, request->plan);
   request->sent = ++last_sent;
   auto sent = in_flight.emplace(chain, std::move(*request)).first;
+  WatchSent(ClientOf(sent->second), name);
   if (SendMsg(EV_APPT_MSG_REQUEST, frame.data(), static_cast<uint32_t>(frame.size()),
-              name.c_str()) == 0) {
-    WatchSent(ClientOf(sent->second), name);
+              name.c_str()) == 0)
     return 0;
-  }
+  WatchUnsent(ClientOf(sent->second));
   *request = std::move(sent->second);
   in_flight.erase(sent);
   return -1;

@@ -216,6 +216,10 @@ void WatchSent(uint64_t client, const std::string &module) {
   Note(client, [&](Watched *event) { event->stays.push_back({module, Now(), 0, 0}); });
 }
 
+void WatchUnsent(uint64_t client) {
+  Note(client, [](Watched *event) { event->stays.pop_back(); });
+}
+
 void WatchAcknowledged(uint64_t client, const std::string &module) {
   if (!watched) return;
   const uint64_t now = Now();

@@ -7,12 +7,13 @@
 
 #include "dbmgr_plan.h"
 
-/* What a request went through; `client` is the token of its answer that was put off. In this order;
-   that of a module for each module that the request was sent to. Lacking memory, one that is
-   watched is forgotten, no more. */
+/* What a request goes through; `client` is the token of its answer that was put off. In this order:
+   before it is sent to a module, which may be done with it at once, when that was not taken, and
+   behind all others. Lacking memory, one that is watched is forgotten, no more. */
 void WatchBegun(uint64_t client, const DbmgrRequest &asked);
 void WatchPlanned(uint64_t client, const Plan &plan);
 void WatchSent(uint64_t client, const std::string &module);
+void WatchUnsent(uint64_t client);
 void WatchAcknowledged(uint64_t client, const std::string &module);
 void WatchAnswered(uint64_t client, const DbmgrAnswer &answer);
 

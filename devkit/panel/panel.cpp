@@ -10,6 +10,7 @@
 #include <thread>
 
 #include "command_line.h"
+#include "panel_follow.h"
 #include "panel_http.h"
 #include "panel_watch.h"
 #include "service.h"
@@ -52,5 +53,6 @@ int main(int argc, char **argv) {
     _exit(Fail("cannot serve " + door.web)); /* it comes back only when it fails */
   }).detach();
   std::thread(WatchForEver).detach();
+  std::thread(FollowForEver).detach();
   return ServiceRun("panel", kModules);
 }

@@ -4,10 +4,6 @@
 
 #include <algorithm>
 #include <cctype>
-#include <chrono>
-#include <cstdio>
-#include <cstring>
-#include <ctime>
 #include <mutex>
 #include <sstream>
 
@@ -15,12 +11,9 @@
 #include "appt_request.h"
 #include "log_file.h"
 #include "nodes.h"
-#include "panel_events.h"
-#include "panel_health.h"
 #include "panel_http.h"
 #include "requests.h"
 #include "store_desk.h"
-#include "tds.h"
 
 namespace {
 
@@ -133,87 +126,39 @@ Json Find(const Json &asked) {
   return reply;
 }
 
-std::string TimeText() { /* "2026-11-26T18:10:00.123" */
-  int32_t seconds, milliseconds;
-  tds_gettime(&seconds, &milliseconds);
-  const time_t whole = seconds;
-  struct tm parts = {};
-  char text[32], fraction[8];
-  localtime_r(&whole, &parts);
-  strftime(text, sizeof text, "%Y-%m-%dT%H:%M:%S", &parts);
-  snprintf(fraction, sizeof fraction, ".%03d", milliseconds % 1000);
-  return std::string(text) + fraction;
-}
-
-/* The op function of the node or its nearest ancestor that has one. */
-std::string OpOf(std::string path) {
-  for (;; path.erase(path.rfind('.'))) {
-    const std::string op = Attribute(path, "op");
-    if (!op.empty() || path.find('.') == path.npos) return op;
-  }
-}
-
-/* The request as an event for the pages, but for what comes of it. */
-Json Begun(const char *command, const std::string &path) {
-  return {{"kind", "request"},  {"time", TimeText()}, {"client", "panel"},
-          {"command", command}, {"path", path},       {"module", Node(path).value("mod", "")},
-          {"op", OpOf(path)}};
-}
-
-void Tell(Json event, const Json &reply, double took_ms) {
-  static const char *const kResults[] = {"done", "refused", "refused", "no answer"};
-  Json lines = Json::array();
-  for (const Json &line : reply.at("commands")) lines.push_back({{"line", line}});
-  event["result"] = kResults[reply.at("status").get<unsigned>() & 3];
-  event["text"] = reply.at("text");
-  event["total_ms"] = took_ms;
-  event["commands"] = std::move(lines);
-  EventAdd(event);
-  HealthCount(took_ms);
-}
-
-/* Runs a request, tells the pages of it, and shows the command lines that were started meanwhile.
- */
+/* Runs a request, and shows the command lines that were started meanwhile. */
 template <typename Request>
-Json WithCommands(const char *command, const std::string &path, Request request) {
+Json WithCommands(Request request) {
   if (!Attach()) return NoStore();
-  Json event = Begun(command, Bare(path));
-  const auto begin = std::chrono::steady_clock::now();
   const uint64_t offset = FileSize(kCommandsLog);
-  Json reply = request();
-  const std::chrono::duration<double, std::milli> took = std::chrono::steady_clock::now() - begin;
+  Json reply = request(), list = Json::array();
   std::istringstream lines(AppendedSince(kCommandsLog, offset, kCommandsMax));
-  Json list = Json::array();
   for (std::string line; std::getline(lines, line);) list.push_back(line);
   reply["commands"] = std::move(list);
-  Tell(std::move(event), reply, took.count());
   return reply;
 }
 
-Json AskFor(uint32_t number, const char *command, const std::string &path,
-            const char *answer_name) {
-  return WithCommands(command, path, [&] {
+Json AskFor(uint32_t command, const std::string &path, const char *answer_name) {
+  return WithCommands([&] {
     DbmgrAnswer answer;
-    const Outcome outcome = Ask(number, path, "", kUsualLimit, &answer);
+    const Outcome outcome = Ask(command, path, "", kUsualLimit, &answer);
     Json reply = ReplyOf(outcome);
     if (outcome.status == EXIT_DONE && answer_name != nullptr) reply[answer_name] = answer.text;
     return reply;
   });
 }
 
-Json Get(const Json &asked) { return AskFor(APPT_CMD_GET, "get", asked.at("path"), "value"); }
-Json Add(const Json &asked) { return AskFor(APPT_CMD_ADD, "add", asked.at("path"), "path"); }
-Json Delete(const Json &asked) { return AskFor(APPT_CMD_DEL, "del", asked.at("path"), nullptr); }
-Json Refresh(const Json &asked) {
-  return AskFor(APPT_CMD_REFRESH, "refresh", asked.at("path"), nullptr);
-}
+Json Get(const Json &asked) { return AskFor(APPT_CMD_GET, asked.at("path"), "value"); }
+Json Add(const Json &asked) { return AskFor(APPT_CMD_ADD, asked.at("path"), "path"); }
+Json Delete(const Json &asked) { return AskFor(APPT_CMD_DEL, asked.at("path"), nullptr); }
+Json Refresh(const Json &asked) { return AskFor(APPT_CMD_REFRESH, asked.at("path"), nullptr); }
 
 /* "leaves": paths and values in turn. */
 Json Set(const Json &asked) {
   const std::vector<std::string> words = asked.at("leaves");
   if (words.empty() || words.size() % 2 != 0)
     return ControlReply(EXIT_USAGE, "a value for each path");
-  return WithCommands("set", words[0], [&] { return ReplyOf(SetLeaves(words, kUsualLimit)); });
+  return WithCommands([&] { return ReplyOf(SetLeaves(words, kUsualLimit)); });
 }
 
 /* Status: what the line, the phone or the stick is now, whoever asks. */

@@ -135,11 +135,11 @@ class Browser:
         until(lambda: self.sees(selector, text).click() is None, f"{selector} with “{text}” to click")
 
     def press(self, box, text, button):
-        """Clicks the button of the box that has the text: both may be drawn anew meanwhile."""
+        """Clicks the button of the first box that has it and the text: all may be drawn anew meanwhile."""
         def click():
             boxes = [each for each in self.driver.find_elements(By.CSS_SELECTOR, box) if text in each.text]
-            found = [each for each in boxes[0].find_elements(By.CSS_SELECTOR, "button") if button in each.text] if boxes else []
-            return found and not found[0].click() and found
+            found = (each for where in boxes for each in where.find_elements(By.CSS_SELECTOR, "button") if button in each.text)
+            return any(each.click() is None for each in found)
         until(click, f"{box} with “{text}” and a button “{button}”")
 
     def view(self, name):

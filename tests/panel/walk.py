@@ -205,9 +205,17 @@ def access(gateway, browser):
 
 def requests(gateway, browser):
     browser.view("requests")
-    browser.press(".requests-table tr", "ServiceTelnet.Enable", "set")
+    browser.press(".requests-table tr", "FuncServTelnet", "set")
     browser.sees("svg.sequence .lane-name", "shell")
     browser.sees("svg.sequence", "telnetd -l /usr/sbi")
+    # somebody else's, live
+    gateway.run(f"cfgcmd set {SERVICES}.ServiceTelnet.Port 2342")
+    browser.press(".requests-table tr", "ServiceTelnet.Port", "set")
+    browser.sees("svg.sequence .lane-name", "cfgcmd[")
+    browser.sees(".request-detail .before", "was “2323,2324”, is “2342”")
+    browser.sees(".request-detail .commands", "-p 2342")
+    gateway.run(f"cfgcmd publish portmgr:wan 0x100037 --text told && cfgcmd set {SERVICES}.ServiceTelnet.Port 2323,2324")
+    browser.sees(".requests-table tr", "portmgr:wan")
 
 
 def firmware(gateway, browser):

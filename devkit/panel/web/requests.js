@@ -11,6 +11,7 @@ const STEP = 30;
 
 const bare = (path) => (path.startsWith(`${ROOT}.`) ? path.slice(ROOT.length + 1) : path);
 const isModem = (line) => /\b(at-mngr|nanocom|sms_getmsg\.sh)\b/.test(line);
+const clientOf = ({client, pid}) => (pid ? `${client}[${pid}]` : client || 'client');
 const clip = (text, most) => (text.length > most ? `${text.slice(0, most - 1)}…` : text);
 
 /** What happened in order: {at, from, to, text}, lanes by number; `at` is undefined where no clock was read. */
@@ -35,7 +36,7 @@ const timeOf = (at) => (typeof at === 'number' ? `${short(at)} ms` : '');
 
 function picture(record) {
   const steps = stepsOf(record);
-  const lanes = [record.client || 'client', 'dbmgr', record.module || 'store', 'shell', 'modem'].slice(0, Math.max(2, ...steps.map(({from, to}) => Math.max(from, to) + 1)));
+  const lanes = [clientOf(record), 'dbmgr', record.module || 'store', 'shell', 'modem'].slice(0, Math.max(2, ...steps.map(({from, to}) => Math.max(from, to) + 1)));
   const height = 50 + steps.length * STEP;
   const left = 70;
   const x = (lane) => left + 50 + lane * LANE;
@@ -55,13 +56,15 @@ function picture(record) {
 
 /* The list is kept from the start of the page, whether it is looked at or not. */
 const list = {kept: [], total: 0, paused: false, changed: () => {}};
-on('request', (record) => {
+function add(record) {
   ++list.total;
   if (list.paused) return;
   list.kept.unshift(record);
   if (list.kept.length > KEPT) list.kept.pop();
   list.changed();
-});
+}
+on('request', add);
+on('notification', ({time, publisher, id, text}) => add({time, client: publisher, command: 'notify', path: text, op: id, result: 'done'}));
 on('missed', ({count}) => {
   list.total += count;
   list.changed();
@@ -85,16 +88,16 @@ export function view(root) {
 
   function choose(record) {
     chosen = record;
-    const values = Object.entries(record.before ?? {}).map(([path, value]) => h('li', {}, h('code', {}, bare(path)), ` was “${value}”`));
+    const values = (record.leaves ?? []).map(({path, before, after}) => h('li', {}, h('code', {}, bare(path)), ` was “${before}”, is “${after}”`));
     put(detail, h('h3', {class: 'path'}, `${record.command} ${record.path}`), record.text ? h('p', {class: record.result === 'done' ? 'about' : 'error'}, record.text) : null,
       h('div', {class: 'scroll', tabindex: '0', 'aria-label': 'Picture of its way'}, picture(record)), values.length ? h('ul', {class: 'before'}, values) : null,
-      (record.commands ?? []).length ? h('ol', {class: 'commands', 'aria-label': 'Command lines'}, record.commands.slice(0, 100).map(({line}) => h('li', {}, h('code', {}, line)))) : null);
+      (record.commands ?? []).length ? h('ol', {class: 'commands', 'aria-label': 'Command lines'}, record.commands.slice(0, 100).map(({line, unsure}) => h('li', {}, h('code', {}, line), unsure ? ' or of another request' : null))) : null);
     draw();
   }
 
   function row(record) {
     const open = () => choose(record);
-    return h('tr', {class: record === chosen ? 'chosen' : '', onclick: open}, h('td', {class: 'mono'}, (record.time ?? '').slice(11, 23)), h('td', {}, record.client),
+    return h('tr', {class: record === chosen ? 'chosen' : '', onclick: open}, h('td', {class: 'mono'}, (record.time ?? '').slice(11, 23)), h('td', {}, clientOf(record)),
       h('td', {}, h('button', {type: 'button', class: 'link', 'aria-pressed': String(record === chosen)}, record.command)),
       h('td', {class: 'mono path-cell', title: record.path}, bare(record.path ?? '')), h('td', {}, record.module ?? ''), h('td', {}, record.op ?? ''),
       h('td', {}, h('span', {class: `result ${record.result === 'done' ? 'good' : 'bad'}`}, record.result)), h('td', {class: 'mono number'}, short(record.total_ms ?? 0)));
