@@ -42,7 +42,7 @@ struct Verb {
 
 /* The rows of the files; one without a name ends them. */
 extern const Verb kRequestVerbs[], kStoreVerbs[], kMessageVerbs[], kStandinVerbs[], kBatchVerbs[],
-    kPathVerbs[], kMonitorVerbs[];
+    kPathVerbs[], kMonitorVerbs[], kPlanVerbs[];
 
 std::vector<const Verb *> AllVerbs();
 

@@ -67,6 +67,17 @@ Candidates Parameters(const std::string &word) {
   return found;
 }
 
+/* Words behind "plan", as the verb that is planned takes them. */
+Candidates PlannedWords(const Typed &typed) {
+  const std::string &verb = typed.before.front();
+  if (verb == "add") return Paths(ARRAY, typed.word);
+  if (verb == "del") return Paths(INSTANCE, typed.word);
+  bool is_value = false; /* PARAMETER=VALUE is both */
+  for (size_t at = 1; at < typed.before.size(); ++at)
+    is_value = !is_value && typed.before[at].find('=') == std::string::npos;
+  return is_value ? Values(typed.before.back()) : Parameters(typed.word);
+}
+
 Candidates Endpoints() {
   Candidates found;
   std::unique_ptr<DIR, int (*)(DIR *)> folder(opendir(kTdsFolder), closedir);
@@ -96,6 +107,7 @@ Candidates CandidatesOfKind(const std::string &kind, const Typed &typed) {
   if (kind == "ARRAY") return Paths(ARRAY, word);
   if (kind == "INSTANCE") return Paths(INSTANCE, word);
   if (kind == "VALUE" && !typed.before.empty()) return Values(typed.before.back());
+  if (kind == "WORD" && !typed.before.empty()) return PlannedWords(typed);
   if (kind == "NAME") return Endpoints();
   if (kind == "MODULE") return ModuleNames();
   return {};

@@ -6,8 +6,8 @@
 
 namespace {
 
-const Verb *const kTables[] = {kRequestVerbs, kStoreVerbs, kPathVerbs,   kMessageVerbs,
-                               kStandinVerbs, kBatchVerbs, kMonitorVerbs};
+const Verb *const kTables[] = {kRequestVerbs, kStoreVerbs, kPathVerbs,    kMessageVerbs,
+                               kStandinVerbs, kBatchVerbs, kMonitorVerbs, kPlanVerbs};
 
 /* NULL: the verb has none of that name. */
 const VerbOption *OptionNamed(const Verb &verb, const std::string &name) {

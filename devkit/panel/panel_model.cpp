@@ -12,6 +12,7 @@
 #include "log_file.h"
 #include "nodes.h"
 #include "panel_http.h"
+#include "panel_program.h"
 #include "requests.h"
 #include "store_desk.h"
 
@@ -161,6 +162,23 @@ Json Set(const Json &asked) {
   return WithCommands([&] { return ReplyOf(SetLeaves(words, kUsualLimit)); });
 }
 
+/* What the set would do, from a copy of the gateway. */
+Json Plan(const Json &asked) {
+  std::vector<std::string> program = {"cfgcmd", "--json", "plan", "set"};
+  const std::vector<std::string> words = asked.at("leaves");
+  if (words.empty() || words.size() % 2 != 0 || words[0].compare(0, sizeof kRoot - 1, kRoot) != 0)
+    return ControlReply(EXIT_USAGE, "a value for each path");
+  program.insert(program.end(), words.begin(), words.end());
+  std::string text;
+  const int status = RunProgram(program, &text);
+  Json plan = Json::parse(text, nullptr, false);
+  if (!plan.is_object())
+    return ControlReply(EXIT_REFUSED, "no plan: /var/log/devkit/panel.log says why");
+  Json reply = ControlReply(status, plan.value("text", ""));
+  reply["plan"] = std::move(plan);
+  return reply;
+}
+
 /* Status: what the line, the phone or the stick is now, whoever asks. */
 Json Status(const Json &asked) {
   if (!Attach()) return NoStore();
@@ -175,6 +193,6 @@ Json Status(const Json &asked) {
 }  // namespace
 
 const PanelCall kModelCalls[] = {
-    {"nodes", Nodes},   {"find", Find},       {"get", Get},       {"set", Set}, {"add", Add},
-    {"delete", Delete}, {"refresh", Refresh}, {"status", Status}, {},
+    {"nodes", Nodes},   {"find", Find},       {"get", Get},       {"set", Set},   {"add", Add},
+    {"delete", Delete}, {"refresh", Refresh}, {"status", Status}, {"plan", Plan}, {},
 };

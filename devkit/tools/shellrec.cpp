@@ -1,13 +1,16 @@
 // /bin/sh of the desk: records the command lines that the daemon runs, then is the real shell.
 // Lines go to /var/log/devkit/commands in the order in which they were started, and with the time
-// of each to command_times; shells that others start leave no trace. Commands see the sandbox's own
-// /proc again, which the daemon does not (see board-proc). Linked static and without sanitizers: it
-// is in the way of every command.
+// of each to command_times; shells that others start leave no trace. In a copy of the gateway
+// (gateway-copy) they are recorded and not run. Commands see the sandbox's own /proc again, which
+// the daemon does not (see board-proc). Linked static and without sanitizers: it is in the way of
+// every command.
 #include <fcntl.h>
 #include <sched.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <ctime>
 #include <string>
@@ -15,7 +18,8 @@
 namespace {
 
 constexpr char kCommands[] = "/var/log/devkit/commands";
-constexpr char kTimes[] = "/var/log/devkit/command_times"; /* "NANOSECONDS LINE" */
+constexpr char kTimes[] = "/var/log/devkit/command_times";      /* "NANOSECONDS LINE" */
+constexpr char kAnswersRead[] = "/var/log/devkit/answers_read"; /* of a copy */
 /* The board's shell is busybox's ash, whose echo takes -e; Debian's sh does not. Debian's ash would
    run its own killall, reboot and so on in place of those on the PATH. bash, which is in sh mode by
    the name it is called with, does both as the board does. */
@@ -58,7 +62,7 @@ void Append(const char *path, const std::string &line) {
   close(file);
 }
 
-void Record(const char *command) {
+std::string Line(const char *command) {
   std::string line;
   for (; *command != '\0'; ++command) {
     if (*command == '\n')
@@ -66,7 +70,11 @@ void Record(const char *command) {
     else
       line += *command;
   }
-  line += '\n';
+  return line + '\n';
+}
+
+void Record(const char *command) {
+  const std::string line = Line(command);
   struct timespec now;
   clock_gettime(CLOCK_MONOTONIC, &now);
   char time[32];
@@ -75,12 +83,27 @@ void Record(const char *command) {
   Append(kCommands, line);
 }
 
+/* In a copy of the gateway nothing is run. Whoever reads the answer, through a pipe or a file that
+   it goes to, is told that there is none. */
+[[noreturn]] void RunNothing(const char *command) {
+  struct stat output;
+  bool to_file = false;
+  for (const char *at = command; (at = strchr(at, '>')) != nullptr; ++at)
+    to_file |= strncmp(at + strspn(at, "> "), "/dev/null", 9) != 0 && at[strspn(at, "> ")] == '/';
+  if (to_file || (fstat(STDOUT_FILENO, &output) == 0 && S_ISFIFO(output.st_mode)))
+    Append(kAnswersRead, Line(command));
+  _exit(0);
+}
+
 }  // namespace
 
 int main(int argc, char **argv) {
   const char *command = CommandLine(argc, argv);
   LeaveBoardProc();
-  if (command != nullptr && StartedByDaemon()) Record(command);
+  if (command != nullptr && StartedByDaemon()) {
+    Record(command);
+    if (getenv("GATEWAY_COPY") != nullptr) RunNothing(command);
+  }
   execv(kShell, argv);
   perror(kShell);
   return 127;

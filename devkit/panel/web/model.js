@@ -100,8 +100,9 @@ function details(go, renewTree) {
   const below = h('ul', {class: 'below'});
   const count = h('span', {});
   const apply = h('button', {type: 'submit', class: 'primary'}, 'Apply');
+  const plan = h('button', {type: 'button', onclick: foresee}, 'Plan');
   const discard = h('button', {type: 'button', onclick: undo}, 'Discard');
-  const bar = h('div', {class: 'bar', hidden: true}, count, discard, apply);
+  const bar = h('div', {class: 'bar', hidden: true}, count, discard, plan, apply);
   const addRow = h('button', {type: 'button', onclick: add}, 'Add a row');
   const deleteRow = h('button', {type: 'button', class: 'danger', onclick: remove}, 'Delete this row');
   const ask = h('button', {type: 'button', onclick: update}, 'Ask the module');
@@ -194,6 +195,20 @@ function details(go, renewTree) {
     result.show(reply.commands.length ? 'Done. It ran:' : 'Done. It ran no command.', true, reply.commands);
     for (const each of sent) each.value = each.text();
     await renew();
+  }
+
+  /** What the changes would do. */
+  async function foresee() {
+    plan.disabled = true;
+    const reply = await call('plan', {leaves: changes().flatMap((each) => [each.node.path, each.text()])});
+    plan.disabled = false;
+    for (const each of parameters) each.refuse('');
+    const {commands = [], nodes = [], files = []} = reply.plan ?? {};
+    const lines = [...commands.map(({line, answer_read: read}) => (read ? `${line} (whose answer is read: here it had none)` : line)),
+      ...nodes.map(({path: node, before, after}) => `${node}: ${after === undefined ? 'gone' : before === undefined ? `new, “${after}”` : `“${before}”, then “${after}”`}`),
+      ...files.map(({path: file, change, bytes}) => `${file}: ${change}${bytes === undefined ? '' : `, ${bytes} bytes`}`)];
+    if (reply.status !== 0) return result.show(place(reply.text) ? 'It would be refused: the field says why.' : reply.text, false, lines);
+    result.show(lines.length ? 'It would run and change:' : 'It would change nothing.', true, lines);
   }
 
   async function act(name, done) {

@@ -14,6 +14,10 @@ struct NvramChange {
 /* As nvram_get, but tells what is not set (0, no value) from what cannot be read (-1, logged). */
 int nvram_desk_read(int type, const std::string &key, std::optional<std::string> *value);
 
+/* Copies the settings in use, of all areas, as they are at one moment, into an empty folder, where
+   others that are opened would look for them. 0, or an errno. Any thread. */
+int nvram_desk_copy(const char *folder);
+
 /* Makes all changes to area `type`, in order, and commits the area: one step for every reader and
    for a power cut, whenever the caller or the power ends. What was set before and is not committed
    yet is committed with it. `before`, unless it is NULL, gets what takes the changes back again.

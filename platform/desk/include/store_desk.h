@@ -32,6 +32,10 @@ using AmsDeskVisit = int (*)(const AmsDeskNode &node, void *context);
    memory (logged). Any thread. */
 int ams_desk_walk(const char *path, bool leaves, AmsDeskVisit visit, void *context);
 
+/* Copies the store, as it is at one moment, into an empty folder, where another that is opened
+   would look for it. 0, or an errno. Any thread, once the store is attached. */
+int ams_desk_copy(const char *folder);
+
 /* A leaf and what its attributes of these names say of its values; "" what they leave open. */
 struct AmsDeskLeaf {
   std::string path, type, check;

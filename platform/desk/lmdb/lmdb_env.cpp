@@ -135,6 +135,11 @@ int LmdbOpen(const LmdbPlace &place, bool create, LmdbEnv *opened) {
   return 0;
 }
 
+int LmdbCopy(const LmdbEnv &opened, const char *folder) {
+  const int rc = mdb_env_copy(opened.env, folder);
+  return rc >= 0 ? rc : EIO; /* the library's own errors are below */
+}
+
 void LmdbClose(LmdbEnv *opened) {
   if (opened->env != nullptr) mdb_env_close(opened->env);
   *opened = LmdbEnv{};

@@ -29,6 +29,9 @@ int LmdbMakeFolder(const LmdbPlace &place);
 int LmdbOpen(const LmdbPlace &place, bool create, LmdbEnv *opened);
 void LmdbClose(LmdbEnv *opened);
 
+/* Copies it, as it is at one moment, into an empty folder. 0 or an errno. */
+int LmdbCopy(const LmdbEnv &opened, const char *folder);
+
 /* Removes the files of a place. Processes that have them open go on with what they have. */
 void LmdbRemove(const LmdbPlace &place);
 

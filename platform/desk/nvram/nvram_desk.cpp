@@ -298,6 +298,10 @@ int nvram_desk_read(int type, const std::string &key, std::optional<std::string>
   return rc == 0 ? 0 : Failed("reading", key.c_str(), rc);
 }
 
+int nvram_desk_copy(const char *folder) {
+  return Attach() != 0 ? ENOENT : LmdbCopy(work_copy, folder);
+}
+
 char *nvram_get(const char *key, int type) {
   std::optional<std::string> value;
   int rc = OrNoMemory([&] { return nvram_desk_read(type, Bounded(key, NVRAM_KEY_MAX), &value); });

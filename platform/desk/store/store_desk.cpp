@@ -1,6 +1,7 @@
 // Who serves a node, what a leaf takes, and the check of kept values; see store_desk.h.
 #include "store_desk.h"
 
+#include <cerrno>
 #include <cstring>
 
 #include "attributes.h"
@@ -28,6 +29,10 @@ int ams_desk_mod(const char *path, char *mod, size_t size) {
     mod[value.size()] = '\0';
     return 0;
   });
+}
+
+int ams_desk_copy(const char *folder) {
+  return shared_tree.lmdb.env == nullptr ? ENOENT : LmdbCopy(shared_tree.lmdb, folder);
 }
 
 int ams_desk_leaf(const char *path, AmsDeskLeaf *leaf) {

@@ -416,7 +416,7 @@ TEST_F(Route, AWatcherSeesEachRequestOnceOrIsToldThatItDidNot) {
   WatchPlace place = Watched({}).place;
   const uint64_t first = place.next;
   for (int at = 0; at < 1100; ++at) ASSERT_EQ(Refreshed(), "done");
-  for (size_t seen = 0, missed = 0; seen < 1000; missed = 0) {
+  for (uint64_t seen = 0, missed = 0; seen < 1000; missed = 0) {
     const WatchNews news = Watched(place);
     missed = news.missed;
     EXPECT_EQ(missed, seen == 0 ? 100U : 0U);
