@@ -42,7 +42,7 @@ struct Verb {
 
 /* The rows of the files; one without a name ends them. */
 extern const Verb kRequestVerbs[], kStoreVerbs[], kMessageVerbs[], kStandinVerbs[], kBatchVerbs[],
-    kPathVerbs[], kMonitorVerbs[], kPlanVerbs[];
+    kPathVerbs[], kMonitorVerbs[], kPlanVerbs[], kChangeVerbs[];
 
 std::vector<const Verb *> AllVerbs();
 

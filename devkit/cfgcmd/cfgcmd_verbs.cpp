@@ -6,8 +6,9 @@
 
 namespace {
 
-const Verb *const kTables[] = {kRequestVerbs, kStoreVerbs, kPathVerbs,    kMessageVerbs,
-                               kStandinVerbs, kBatchVerbs, kMonitorVerbs, kPlanVerbs};
+const Verb *const kTables[] = {kRequestVerbs, kStoreVerbs,   kPathVerbs,
+                               kMessageVerbs, kStandinVerbs, kBatchVerbs,
+                               kMonitorVerbs, kPlanVerbs,    kChangeVerbs};
 
 /* NULL: the verb has none of that name. */
 const VerbOption *OptionNamed(const Verb &verb, const std::string &name) {

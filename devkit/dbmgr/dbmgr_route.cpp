@@ -19,6 +19,7 @@
 #include "dbmgr_watch.h"
 #include "leaf_list.h"
 #include "nvram.h"
+#include "store_desk.h"
 #include "tds_desk.h"
 
 namespace {
@@ -40,6 +41,8 @@ struct Request {
   Plan plan;
   std::shared_ptr<Whole> whole; /* what it is a part of, instead of a client's own */
   uint64_t sent = 0;            /* its place among all that were sent, once it was */
+  std::string who;              /* "set": whose it is, "cfgcmd[123]" */
+  int64_t came = 0;             /* ms since 1970 */
 };
 
 struct Module {
@@ -220,6 +223,23 @@ DbmgrAnswer AnswerOf(const Request &request, int32_t result, uint32_t code,
   return {result, DbmgrText::LEAF, plan.command == APPT_CMD_GET ? BareValue(text) : text};
 }
 
+/* What the parameters' changes are noted under is who asked, not who did it. Without memory or room
+   for that the module's name stands. */
+void NoteWho(const Request &request) {
+  for (const std::string &path : request.plan.paths)
+    (void)ams_desk_changed_by(path.c_str(), request.who.c_str(), request.came);
+}
+
+/* Now, and who the sender of the message in work is. */
+void TakeWho(Request *request) {
+  char name[TDS_NAME_SIZE];
+  int32_t seconds, milliseconds;
+  Sender(name);
+  tds_gettime(&seconds, &milliseconds);
+  request->who = std::string(name) + "[" + std::to_string(tds_sender_pid()) + "]";
+  request->came = int64_t{seconds} * 1000 + milliseconds;
+}
+
 /* A change goes to the flash, to the settings in use, to the tree. Whoever died between two of them
    left one that the next start would bring: the settings in use decide, before anybody is told what
    is. */
@@ -257,10 +277,13 @@ void Route(uint64_t client, const void *data, uint32_t length) {
   WatchBegun(client, asked);
   if (PlanRequest(asked, &request.plan, &why) != 0) return Refuse(request.client, why);
   WatchPlanned(client, request.plan);
+  if (!request.plan.paths.empty()) TakeWho(&request);
   if (!request.plan.module.empty()) return Enqueue(std::move(request));
   if (!request.plan.asks.empty()) return EnqueueParts(request);
   request.plan.before = ValuesOf(request.plan);
-  Answer(request.client, ServeFromStore(request.plan));
+  const DbmgrAnswer answer = ServeFromStore(request.plan);
+  if (answer.result >= 0) NoteWho(request);
+  Answer(request.client, answer);
 }
 
 /* The modules, by name, whose requests one for `url` may wait for. */
@@ -335,6 +358,7 @@ void RouteAcknowledgement(int32_t, const void *data, uint32_t length) {
   WatchAcknowledged(ClientOf(request), request.plan.module);
 
   int32_t result = static_cast<int32_t>(appt_GetWord(bytes + APPT_AT_RESULT));
+  if (result >= 0) NoteWho(request);
   Finish(request, [&] {
     return AnswerOf(request, result, appt_GetWord(bytes + APPT_AT_CODE), ReplyText(data, length));
   });

@@ -96,7 +96,8 @@ int ams_get_node_value(struct AmsTree *root, const char *path, char **text);
 
 /* As ams_get_node_value; each leaf is followed by ` attr="value"` pairs, `"` in a value being
    `&quot;`. With `change_list`, only the leaves whose notify attribute (ams_set_attr) is not "0"
-   and whose value a write changed since they were last read so; reading takes them off that list.
+   and whose value a write changed since they were last read so; reading takes them off that list,
+   which is kept as configuration is.
    The list of the node ALL_CHANGED_DATA in the root is that of the whole tree. */
 int ams_read_withAttr(struct AmsTree *root, const char *path, int change_list, char **text);
 
@@ -143,8 +144,8 @@ int ams_mxml_sset_leaf_int(const char *path, int value);
 int ams_add_obj(struct AmsTree *root, const char *array, char url[AMS_PATH_SIZE]);
 int ams_del_obj(struct AmsTree *root, const char *instance);
 
-/* The node's notify attribute, 1 to 64 bytes ("0" when it has none), until a file is loaded; "0"
-   takes a leaf off the change list. 0 or -1 (logged). */
+/* The node's notify attribute, 1 to 64 bytes ("0" when it has none); "0" takes a leaf off the
+   change list. One that is set is kept as configuration is. 0 or -1 (logged). */
 int ams_get_attr(struct AmsTree *root, const char *path, char *value, size_t size);
 int ams_set_attr(struct AmsTree *root, const char *path, const char *value);
 

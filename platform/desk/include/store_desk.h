@@ -3,6 +3,7 @@
 #pragma once
 
 #include <cstddef>
+#include <cstdint>
 #include <string>
 #include <string_view>
 
@@ -31,6 +32,22 @@ using AmsDeskVisit = int (*)(const AmsDeskNode &node, void *context);
    by returning non-zero. Returns that value, else 0; -1: there is no such node, or no
    memory (logged). Any thread. */
 int ams_desk_walk(const char *path, bool leaves, AmsDeskVisit visit, void *context);
+
+/* A leaf of the change list (ams_read_withAttr): what it was before its first change since the list
+   was read, 255 bytes of it, and is now; who made that change, and when, ms since 1970. */
+struct AmsDeskChange {
+  std::string_view path, before, now, who;
+  int64_t time;
+};
+using AmsDeskChangeVisit = void (*)(const AmsDeskChange &change, void *context);
+
+/* Calls `visit` for each leaf of the list, which stays as it is, on a snapshot, as ams_desk_walk
+   does. 0 or -1 (logged). Any thread. */
+int ams_desk_changes(AmsDeskChangeVisit visit, void *context);
+
+/* The leaf's change was made for `who`, if it was noted since then, ms since 1970; else it is not
+   touched. 0 or -1 (logged). Any thread. */
+int ams_desk_changed_by(const char *path, const char *who, int64_t since);
 
 /* Copies the store, as it is at one moment, into an empty folder, where another that is opened
    would look for it. 0, or an errno. Any thread, once the store is attached. */

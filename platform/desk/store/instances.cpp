@@ -88,8 +88,9 @@ int PutRow(MDB_txn *txn, const NewRow &row) {
   return TreePut(txn, KeyMarked(KEY_NOTIFY, row.key), row.notify.data(), row.notify.size());
 }
 
-/* Deletes the run of rows whose keys are `top` or lie below it. */
-int DeleteRun(MDB_txn *txn, const Key &top) {
+}  // namespace
+
+int TreeDeleteRun(MDB_txn *txn, const Key &top) {
   TreeCursor cursor;
   MDB_val key, data;
   if (TreeOpenCursor(txn, &cursor) != 0) return -1;
@@ -99,6 +100,8 @@ int DeleteRun(MDB_txn *txn, const Key &top) {
     rc = mdb_cursor_del(cursor.get(), 0);
   return rc == 0 ? room : TreeFailed("writing", rc);
 }
+
+namespace {
 
 int FindInstance(MDB_txn *txn, const char *path, Key *array, uint32_t *number) {
   Key key;
@@ -198,9 +201,9 @@ int TreeDeleteInstance(MDB_txn *txn, const Key &array, uint32_t number) {
   if (TreeFind(txn, array, &record) != 0) return TreeFailed("writing", MDB_NOTFOUND);
   ArrayCounts counts = RecordCounts(record);
   if (KeyAppendNumber(&instance, number) != 0) return TreeFailed("writing", MDB_BAD_VALSIZE);
-  if (DeleteRun(txn, instance) != 0) return -1;
-  if (DeleteRun(txn, KeyMarked(KEY_NOTIFY, instance)) != 0) return -1;
-  if (DeleteRun(txn, KeyMarked(KEY_CHANGED, instance)) != 0) return -1;
+  if (TreeDeleteRun(txn, instance) != 0) return -1;
+  if (TreeDeleteRun(txn, KeyMarked(KEY_NOTIFY, instance)) != 0) return -1;
+  if (TreeDeleteRun(txn, KeyMarked(KEY_CHANGED, instance)) != 0) return -1;
   if (counts.count > 0) --counts.count;
   return TreePutCounts(txn, array, counts);
 }

@@ -16,5 +16,8 @@ int TreeInstances(MDB_txn *txn, const Key &array, std::vector<uint32_t> *numbers
 int TreeAddInstance(MDB_txn *txn, const Key &array, uint32_t number);
 int TreeDeleteInstance(MDB_txn *txn, const Key &array, uint32_t number);
 
+/* Deletes the run of rows whose keys are `top` or lie below it. 0 or -1 (logged). */
+int TreeDeleteRun(MDB_txn *txn, const Key &top);
+
 /* Stores an array's counts and lets its "NumberOfEntries" sibling follow. 0 or -1 (logged). */
 int TreePutCounts(MDB_txn *txn, const Key &array, const ArrayCounts &counts);

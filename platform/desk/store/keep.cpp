@@ -4,7 +4,8 @@
 //
 // A leaf's key is its path, an instance's its path and a dot: "1" for one that was added, "0" for
 // one of the data-model file's that was deleted. An array's key is its path and a dot: the highest
-// number ever used, and before it, if at all, "1,3,7/": the instances there were then.
+// number ever used, and before it, if at all, "1,3,7/": the instances there were then. Beside
+// them are marks and the list of changes (changes.h).
 #include "keep.h"
 
 #include <algorithm>
@@ -58,6 +59,10 @@ void KeepLeaf(const Key &key, std::string_view value) {
   Changes()->push_back({PathOf(key), std::string(value)});
 }
 
+void KeepBeside(const char *prefix, const Key &key, const std::optional<std::string> &value) {
+  Changes()->push_back({prefix + PathOf(key), value});
+}
+
 /* What was kept below a row of that number, which could not be laid over the tree, is not the new
    row's. */
 int KeepAdded(const Key &array, uint32_t number) {
@@ -70,7 +75,8 @@ int KeepAdded(const Key &array, uint32_t number) {
 int KeepDeleted(const Key &array, uint32_t number, uint32_t highest) {
   std::string above = PathOf(array) + ".", row = above + std::to_string(number) + ".";
   std::optional<std::string> added, list;
-  if (KeptValue(row, &added) != 0 || KeptValue(above, &list) != 0 || ForgetBelow(row) != 0)
+  if (KeptValue(row, &added) != 0 || KeptValue(above, &list) != 0 || ForgetBelow(row) != 0 ||
+      ForgetBelow(kKeptNotify + row) != 0 || ForgetBelow(kKeptChanges + row) != 0)
     return -1;
   if (added != "1") Changes()->push_back({row, "0"});
   size_t end = list ? list->rfind('/') : std::string::npos;

@@ -16,6 +16,10 @@ void KeepLeaf(const Key &key, std::string_view value);
 int KeepAdded(const Key &array, uint32_t number);
 int KeepDeleted(const Key &array, uint32_t number, uint32_t highest);
 
+/* Beside the configuration, what is kept of a node under "PREFIX:PATH". */
+constexpr char kKeptNotify[] = "notify:", kKeptChanges[] = "changed:";
+void KeepBeside(const char *prefix, const Key &key, const std::optional<std::string> &value);
+
 /* What nvram keeps of a leaf once the open write is done, and making it that again. */
 int KeepRead(const Key &key, std::optional<std::string> *value); /* 0 or -1 (logged) */
 int KeepAgain(const Key &key, const std::optional<std::string> &value);

@@ -5,6 +5,7 @@
 #include "ams_print.h"
 #include "ams_store.h"
 #include "attributes.h"
+#include "changes.h"
 #include "instances.h"
 #include "nvram.h"
 #include "room.h"
@@ -191,6 +192,7 @@ int update_from_nvram(struct AmsTree *root, int area) {
       if (IsRowsKey(entry) && LayRows(txn, entry) != 0) return -1;
     for (const Kept &entry : entries)
       if (!IsRowsKey(entry) && LayLeaf(txn, entry) != 0) return -1;
+    if (ChangesLay(txn) != 0) return -1;
     return StatusLay(txn);
   });
 }

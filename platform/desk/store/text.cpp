@@ -6,6 +6,7 @@
 #include "ams_store.h"
 #include "attributes.h"
 #include "found.h"
+#include "keep.h"
 #include "room.h"
 #include "tds.h"
 #include "tree.h"
@@ -198,6 +199,9 @@ int TakeChanged(MDB_txn *txn, const Key &top, std::vector<std::string> *changed)
   while (rc == 0 && TreeSeek(cursor.get(), marked, marked, &key, &data) == 0 &&
          (room = TreeRoom(txn, 0)) == 0) {
     changed->emplace_back(static_cast<char *>(key.mv_data) + 1, key.mv_size - 1);
+    Key leaf = {0, 0, {}};
+    if (KeyAppend(&leaf, changed->back().data(), changed->back().size()) == 0)
+      KeepBeside(kKeptChanges, leaf, std::nullopt);
     rc = mdb_cursor_del(cursor.get(), 0);
   }
   return rc == 0 ? room : TreeFailed("writing", rc);

@@ -2,6 +2,7 @@
 #include "tree.h"
 
 #include "ams_print.h"
+#include "changes.h"
 #include "room.h"
 
 int TreeGet(MDB_txn *txn, const Key &key, MDB_val *data) {
@@ -92,9 +93,10 @@ int SetAt(MDB_txn *txn, MDB_cursor *cursor, const Key &key, std::string_view val
   if (status) leaf.head.flags |= RECORD_STATUS;
   int room = RoomForValue(txn, value.size(), leaf.length, how);
   if (room != 0) return room;
+  const bool report = !same && (how & SET_REPORT) != 0 && (leaf.head.flags & RECORD_NOTIFY) != 0;
+  const std::string before = report ? std::string(leaf.value, leaf.length) : std::string();
   if (ReplaceValue(cursor, key, leaf, value) != 0) return -1;
-  if (same || (how & SET_REPORT) == 0 || (leaf.head.flags & RECORD_NOTIFY) == 0) return 0;
-  return TreePut(txn, KeyMarked(KEY_CHANGED, key), "", 0);
+  return report ? ChangeNote(txn, key, before) : 0;
 }
 
 }  // namespace

@@ -4,7 +4,9 @@
 
 #include "ams_print.h"
 #include "ams_store.h"
+#include "changes.h"
 #include "keep.h"
+#include "notify.h"
 #include "tree.h"
 
 namespace {
@@ -47,8 +49,10 @@ int Set(struct AmsTree *root, const char *path, const char *value, bool status) 
 
 AmsTree *SharedRoot() { return gptXmlTrees == nullptr ? nullptr : gptXmlTrees->root; }
 
+}  // namespace
+
 /* "0" is what a node without the attribute has, so it is not stored. */
-int PutNotify(MDB_txn *txn, const Key &key, const Record &record, std::string_view value) {
+int NotifyPut(MDB_txn *txn, const Key &key, const Record &record, std::string_view value) {
   Record changed = record;
   Key notify = KeyMarked(KEY_NOTIFY, key);
   changed.head.flags &= static_cast<uint8_t>(~RECORD_NOTIFY);
@@ -56,10 +60,8 @@ int PutNotify(MDB_txn *txn, const Key &key, const Record &record, std::string_vi
   if (TreePutRecord(txn, key, changed, {record.value, record.length}) != 0) return -1;
   if (value != "0") return TreePut(txn, notify, value.data(), value.size());
   if (TreeDelete(txn, notify) != 0) return -1;
-  return TreeDelete(txn, KeyMarked(KEY_CHANGED, key));
+  return ChangeForget(txn, key);
 }
-
-}  // namespace
 
 int ams_set_node_value(struct AmsTree *root, const char *path, const char *value) {
   return Set(root, path, value, false);
@@ -140,8 +142,10 @@ int ams_set_attr(struct AmsTree *root, const char *path, const char *value) {
   return TreeWrite([=](MDB_txn *txn) {
     Key key;
     Record record;
-    if (TreeFindPath(txn, path, false, &key, &record) == 0)
-      return PutNotify(txn, key, record, value);
+    if (TreeFindPath(txn, path, false, &key, &record) == 0) {
+      KeepBeside(kKeptNotify, key, value);
+      return NotifyPut(txn, key, record, value);
+    }
     AMS_PRINT(4, "store: no node %.255s\n", path);
     return -1;
   });
