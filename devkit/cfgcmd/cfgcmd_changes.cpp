@@ -1,10 +1,9 @@
 // Verbs of the change list: which nodes are on it, and what is there.
-#include <ctime>
-
 #include "ams_store.h"
 #include "cfgcmd_paths.h"
 #include "cfgcmd_print.h"
 #include "store_desk.h"
+#include "time_text.h"
 
 namespace {
 
@@ -17,16 +16,6 @@ Outcome Notify(const Words &words, const Options &options) {
   if (ams_set_attr(gptXmlTrees->root, path.c_str(), mark) == 0) return {};
   return {EXIT_REFUSED,
           "the mark of \"" + path + "\" cannot be kept: make room in /dev/shm and /var/nvram"};
-}
-
-std::string TimeText(int64_t ms) {
-  const time_t seconds = static_cast<time_t>(ms / 1000);
-  struct tm parts = {};
-  char text[32], fraction[8];
-  localtime_r(&seconds, &parts);
-  strftime(text, sizeof text, "%Y-%m-%dT%H:%M:%S", &parts);
-  snprintf(fraction, sizeof fraction, ".%03d", static_cast<int>(ms % 1000));
-  return std::string(text) + fraction;
 }
 
 /* One that was taken back is none. */

@@ -3,7 +3,6 @@
 
 #include <algorithm>
 #include <cmath>
-#include <ctime>
 #include <set>
 #include <string_view>
 
@@ -11,22 +10,13 @@
 #include "escape.h"
 #include "leaf_list.h"
 #include "nodes.h"
+#include "time_text.h"
 
 namespace {
 
 bool IsAtOrBelow(std::string_view path, std::string_view top) {
   return path.substr(0, top.size()) == top &&
          (path.size() == top.size() || path[top.size()] == '.');
-}
-
-std::string TimeText(const Watched &event) { /* "2026-11-26T18:10:00.123" */
-  const time_t seconds = event.seconds;
-  struct tm parts = {};
-  char text[32], fraction[8];
-  localtime_r(&seconds, &parts);
-  strftime(text, sizeof text, "%Y-%m-%dT%H:%M:%S", &parts);
-  snprintf(fraction, sizeof fraction, ".%03d", event.milliseconds % 1000);
-  return std::string(text) + fraction;
 }
 
 /* The op function of the node, or of the nearest above it that has one. */
@@ -71,7 +61,7 @@ Json Notification(const Watched &event) {
   snprintf(id, sizeof id, "0x%x", event.command);
   if (!text.empty() && text.back() == '\0') text.pop_back(); /* it ends a text */
   return {{"kind", "notification"},
-          {"time", TimeText(event)},
+          {"time", TimeText(event.time)},
           {"publisher", event.client},
           {"id", id},
           {"text", Escaped(text)}};
@@ -106,12 +96,9 @@ double MsBetween(uint64_t begin, uint64_t end) {
 
 Json EventJson(const Watched &event) {
   if (event.is_notification) return Notification(event);
-  Json json = {{"kind", "request"},
-               {"time", TimeText(event)},
-               {"client", event.client},
-               {"pid", event.pid},
-               {"command", CommandName(event.command)},
-               {"path", event.path}};
+  Json json = {
+      {"kind", "request"}, {"time", TimeText(event.time)},          {"client", event.client},
+      {"pid", event.pid},  {"command", CommandName(event.command)}, {"path", event.path}};
   if (!event.stays.empty()) json["module"] = Modules(event);
   if (event.stays.size() == 1) {
     const Stay &stay = event.stays[0];

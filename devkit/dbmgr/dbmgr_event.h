@@ -21,8 +21,8 @@ struct Stay {
 
 struct Watched {
   uint64_t number = 0;
-  int32_t seconds = 0, milliseconds = 0; /* since 1970, when it came */
-  uint64_t begun = 0, ended = 0;         /* ns of the monotonic clock */
+  int64_t time = 0;              /* ms since 1970, when it came */
+  uint64_t begun = 0, ended = 0; /* ns of the monotonic clock */
   std::string client;
   pid_t pid = 0;
   bool is_notification = false;

@@ -29,13 +29,19 @@ void AskLike(const fs::path &folder) {
   if (TDS_RegisterNotifyList(id, publisher.c_str()) == 0) asked.emplace_back(id, publisher);
 }
 
+/* What goes while it is looked at is not there. */
+template <class Look>
+void ForEach(const fs::path &folder, Look look) {
+  std::error_code gone;
+  for (fs::directory_iterator at(folder, gone), end; at != end; at.increment(gone))
+    look(at->path());
+}
+
 }  // namespace
 
-/* What goes while it is looked at is not there. */
 void NotifyWatch() {
-  std::error_code gone;
-  for (const auto &publisher : fs::directory_iterator(std::string(kTdsFolder) + "/notify", gone))
-    for (const auto &id : fs::directory_iterator(publisher.path(), gone)) AskLike(id.path());
+  ForEach(std::string(kTdsFolder) + "/notify",
+          [](const fs::path &publisher) { ForEach(publisher, AskLike); });
 }
 
 void NotifyWatchEnd() {

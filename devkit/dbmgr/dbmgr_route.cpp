@@ -21,6 +21,7 @@
 #include "nvram.h"
 #include "store_desk.h"
 #include "tds_desk.h"
+#include "time_text.h"
 
 namespace {
 
@@ -233,11 +234,9 @@ void NoteWho(const Request &request) {
 /* Now, and who the sender of the message in work is. */
 void TakeWho(Request *request) {
   char name[TDS_NAME_SIZE];
-  int32_t seconds, milliseconds;
   Sender(name);
-  tds_gettime(&seconds, &milliseconds);
   request->who = std::string(name) + "[" + std::to_string(tds_sender_pid()) + "]";
-  request->came = int64_t{seconds} * 1000 + milliseconds;
+  request->came = TimeMs();
 }
 
 /* A change goes to the flash, to the settings in use, to the tree. Whoever died between two of them

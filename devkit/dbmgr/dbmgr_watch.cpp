@@ -17,6 +17,7 @@
 #include "dbmgr_notify.h"
 #include "dbmgr_shell.h"
 #include "tds_desk.h"
+#include "time_text.h"
 #include "watch.h"
 
 namespace {
@@ -24,9 +25,8 @@ namespace {
 constexpr size_t kKeptMax = 1000, kBytesMax = 4 * 1024 * 1024; /* of events that are told later */
 constexpr size_t kToldMax = 200;                               /* in one answer */
 constexpr size_t kWatchersMax = 64;
-constexpr uint32_t kTellMs = 50; /* events of so long go out together */
-constexpr uint32_t kPauseMs =
-    800; /* an answer without events; a client tells a terminal of 1,000 */
+constexpr uint32_t kTellMs = 50;   /* events of so long go out together */
+constexpr uint32_t kPauseMs = 800; /* without events; of a second a client tells a terminal */
 constexpr uint64_t kForgetNs = 5 * 1000000000ULL; /* without a question */
 
 struct Watcher {
@@ -193,7 +193,7 @@ void WatchBegun(uint64_t client, const DbmgrRequest &asked) {
     Watched event;
     char name[TDS_NAME_SIZE];
     Sender(name);
-    tds_gettime(&event.seconds, &event.milliseconds);
+    event.time = TimeMs();
     event.begun = Now();
     event.client = name;
     event.pid = tds_sender_pid();
@@ -244,7 +244,7 @@ void WatchAnswered(uint64_t client, const DbmgrAnswer &answer) {
       event->text.assign(answer.text, 0, kWatchedTextMax);
     event->after = ValuesOf(event->plan);
     for (Stay &stay : event->stays)
-      if (stay.acknowledged == 0) stay.begun = stay.sent, stay.acknowledged = event->ended;
+      if (stay.acknowledged == 0) stay = {stay.module, stay.sent, stay.sent, event->ended};
     Keep(std::move(*event));
     begun.erase(client);
   });
@@ -261,13 +261,13 @@ void WatchAsked(int32_t, const void *data, uint32_t length) {
   if (!watched) Begin();
   NotifyWatch();
   last_question = Now();
-  watcher.token = tds_hold_reply();
-  if (watcher.token == 0) return;
+  const uint64_t token = watcher.token = tds_hold_reply();
+  if (token == 0) return;
   const bool known = watcher.place.run == run;
   if (!known) watcher.place.next = next_number;
   watchers.push_back(std::move(watcher));
   if (!known)
-    TellThose([&](const Watcher &each) { return each.token == watchers.back().token; });
+    TellThose([&](const Watcher &each) { return each.token == token; });
   else if (HasNews(watchers.back()))
     TellSoon();
   PauseLater();
@@ -295,7 +295,7 @@ void WatchOther(int32_t id, const void *data, uint32_t length) {
     AMS_PRINT(2, "message 0x%x from %s has no row, dropped", static_cast<uint32_t>(id), sender);
     return;
   }
-  tds_gettime(&event.seconds, &event.milliseconds);
+  event.time = TimeMs();
   event.client = sender;
   event.command = static_cast<uint32_t>(id);
   event.is_notification = true;

@@ -96,8 +96,7 @@ int ams_get_node_value(struct AmsTree *root, const char *path, char **text);
 
 /* As ams_get_node_value; each leaf is followed by ` attr="value"` pairs, `"` in a value being
    `&quot;`. With `change_list`, only the leaves whose notify attribute (ams_set_attr) is not "0"
-   and whose value a write changed since they were last read so; reading takes them off that list,
-   which is kept as configuration is.
+   and whose value a write changed since they were last read so; reading takes them off that list.
    The list of the node ALL_CHANGED_DATA in the root is that of the whole tree. */
 int ams_read_withAttr(struct AmsTree *root, const char *path, int change_list, char **text);
 
@@ -145,7 +144,8 @@ int ams_add_obj(struct AmsTree *root, const char *array, char url[AMS_PATH_SIZE]
 int ams_del_obj(struct AmsTree *root, const char *instance);
 
 /* The node's notify attribute, 1 to 64 bytes ("0" when it has none); "0" takes a leaf off the
-   change list. One that is set is kept as configuration is. 0 or -1 (logged). */
+   change list. A board may forget what was set when a file is loaded; the desk keeps it as
+   configuration. 0 or -1 (logged). */
 int ams_get_attr(struct AmsTree *root, const char *path, char *value, size_t size);
 int ams_set_attr(struct AmsTree *root, const char *path, const char *value);
 
