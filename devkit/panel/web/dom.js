@@ -60,7 +60,7 @@ export function refuse(input, error, text) {
   else input.setAttribute('aria-invalid', 'true');
 }
 
-/** What a request came to: a line, and the command lines that it caused. */
+/** What a request came to: a line, the command lines that it caused, and what else there is to list. */
 export function outcome() {
   const line = h('p', {class: 'said'});
   const list = h('ol', {class: 'commands', 'aria-label': 'Command lines'});
@@ -68,13 +68,13 @@ export function outcome() {
   return {
     element,
     clear() { element.hidden = true; },
-    show(text, good, commands = []) {
+    show(text, good, commands = [], notes = []) {
       element.hidden = false;
       element.classList.toggle('bad', !good);
       say(line, text);
-      put(list, commands.map((command) => h('li', {}, h('code', {}, command))));
-      list.hidden = commands.length === 0;
-      list.tabIndex = commands.length > 6 ? 0 : -1; // only what scrolls
+      put(list, [...commands.map((command) => h('li', {}, h('code', {}, command))), ...notes.map((note) => h('li', {class: 'note'}, note))]);
+      list.hidden = list.children.length === 0;
+      list.tabIndex = list.children.length > 6 ? 0 : -1; // only what scrolls
     },
   };
 }

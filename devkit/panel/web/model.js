@@ -204,11 +204,11 @@ function details(go, renewTree) {
     plan.disabled = false;
     for (const each of parameters) each.refuse('');
     const {commands = [], nodes = [], files = []} = reply.plan ?? {};
-    const lines = [...commands.map(({line, answer_read: read}) => (read ? `${line} (whose answer is read: here it had none)` : line)),
-      ...nodes.map(({path: node, before, after}) => `${node}: ${after === undefined ? 'gone' : before === undefined ? `new, “${after}”` : `“${before}”, then “${after}”`}`),
+    const lines = commands.map(({line, answer_read: read}) => (read ? `${line} (whose answer is read: here it had none)` : line));
+    const notes = [...nodes.map(({path: node, before, after}) => `${node}: ${after === undefined ? 'gone' : before === undefined ? `new, “${after}”` : `“${before}”, then “${after}”`}`),
       ...files.map(({path: file, change, bytes}) => `${file}: ${change}${bytes === undefined ? '' : `, ${bytes} bytes`}`)];
-    if (reply.status !== 0) return result.show(place(reply.text) ? 'It would be refused: the field says why.' : reply.text, false, lines);
-    result.show(lines.length ? 'It would run and change:' : 'It would change nothing.', true, lines);
+    if (reply.status !== 0) return result.show(place(reply.text) ? 'It would be refused: the field says why.' : reply.text, false, lines, notes);
+    result.show(lines.length + notes.length ? 'It would run and change:' : 'It would change nothing.', true, lines, notes);
   }
 
   async function act(name, done) {
