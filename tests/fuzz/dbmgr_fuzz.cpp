@@ -3,6 +3,7 @@
 #include "check.h"
 #include "dbmgr_forms.h"
 #include "dbmgr_proto.h"
+#include "watch.h"
 
 namespace {
 
@@ -42,11 +43,28 @@ void Value(const std::string &bytes) {
   }
 }
 
+/* What is a question, or an answer, stays so when it is put together again. */
+void Watch(const std::string &bytes) {
+  WatchPlace place, place_again;
+  std::vector<std::string> paths, paths_again;
+  if (WatchGetQuestion(bytes, &place, &paths)) {
+    const std::string again = WatchQuestion(place, paths);
+    Check(WatchGetQuestion(again, &place_again, &paths_again) && place_again.run == place.run &&
+              place_again.next == place.next && paths_again.size() == paths.size(),
+          "a question changes");
+  }
+  WatchNews news, news_again;
+  if (WatchGetAnswer(bytes, &news))
+    Check(WatchGetAnswer(WatchAnswer(news), &news_again) &&
+              news_again.events.size() == news.events.size() && news_again.missed == news.missed,
+          "an answer changes");
+}
+
 }  // namespace
 
 int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
   if (size == 0) return 0;
-  void (*const parts[])(const std::string &) = {Request, Answer, Value};
-  parts[data[0] % 3](std::string(TextOf(data + 1, size - 1)));
+  void (*const parts[])(const std::string &) = {Request, Answer, Value, Watch};
+  parts[data[0] % 4](std::string(TextOf(data + 1, size - 1)));
   return 0;
 }
