@@ -63,26 +63,34 @@ bool IsRead() {
   return fflush(stdout) == 0 && poll(&out, 1, 0) >= 0 && (out.revents & (POLLERR | POLLNVAL)) == 0;
 }
 
+/* What was not seen is part of the output as JSON; else it does not stand between the requests. */
+void TellGap(const std::string &what, bool json) {
+  if (json)
+    fputs((ControlBytes({{"kind", "gap"}, {"text", what}}) + "\n").c_str(), stdout);
+  else
+    fprintf(stderr, "cfgcmd: %s\n", what.c_str());
+}
+
 void Show(const WatchNews &news, bool json) {
   if (news.missed > 0)
-    fprintf(stderr, "cfgcmd: %llu requests passed faster than they could be shown\n",
-            static_cast<unsigned long long>(news.missed));
+    TellGap(std::to_string(news.missed) + " events, of any path, passed faster than they were told",
+            json);
   for (const Json &event : news.events)
     fputs(TerminalText(EventText(event, json), STDOUT_FILENO).c_str(), stdout);
 }
 
-/* Goes on after a restart of dbmgr; what passes until it is asked again is not seen. */
+/* Goes on after a restart of dbmgr. */
 Outcome Monitor(const Words &words, const Options &options) {
   WatchPlace place;
   std::vector<std::string> paths;
-  bool gone = false;
+  bool begun = false, gone = false;
   for (const std::string &word : words) paths.push_back(FullPath(word, options.base));
   while (IsRead()) {
     std::string reply;
     const Outcome outcome =
         Call(kDbmgrName, kDbmgrWatch, WatchQuestion(place, paths), kUsualLimit, &reply);
     if (outcome.status != EXIT_DONE) {
-      if (place.run == 0) return outcome;
+      if (!begun) return outcome;
       if (!gone) fprintf(stderr, "cfgcmd: %s; waiting for it\n", outcome.text.c_str());
       gone = true;
       usleep(kAgainUs);
@@ -91,7 +99,13 @@ Outcome Monitor(const Words &words, const Options &options) {
     WatchNews news;
     if (!WatchGetAnswer(reply, &news)) return kDamagedAnswer;
     if (gone) fprintf(stderr, "cfgcmd: %s is there again\n", kDbmgrName);
-    if (place.run == 0) fputs("cfgcmd: watching, Ctrl-C ends it\n", stderr);
+    if (!begun) fputs("cfgcmd: watching, Ctrl-C ends it\n", stderr);
+    if (begun && news.place.run != place.run)
+      TellGap(
+          "dbmgr was started anew, or had no memory for more: what it had in work and what "
+          "passed meanwhile is not shown",
+          options.json);
+    begun = true;
     gone = false;
     place = news.place;
     Show(news, options.json);

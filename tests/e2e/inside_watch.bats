@@ -78,6 +78,7 @@ event() { until_true events "$1" || fail "not shown: $1: $(cat "$shown")"; }
   until_true grep -q 'waiting for it' "$shown.said"
   gateway-daemon start dbmgr
   until_true grep -q 'is there again' "$shown.said"
+  grep -q 'started anew.*is not shown' "$shown.said"
   cfgcmd list $SERVICES.X_KVO_IPSec.TunnelList
   until_true shows ' list '
   mkfifo "$BATS_TEST_TMPDIR/pipe"
