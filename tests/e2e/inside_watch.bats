@@ -76,7 +76,7 @@ event() { until_true events "$1" || fail "not shown: $1: $(cat "$shown")"; }
   watch all monitor
   kill -9 "$(pid_of dbmgr)"
   until_true grep -q 'waiting for it' "$shown.said"
-  gateway-daemon start dbmgr
+  gateway-daemon restart dbmgr
   until_true grep -q 'is there again' "$shown.said"
   grep -q 'started anew.*is not shown' "$shown.said"
   cfgcmd list $SERVICES.X_KVO_IPSec.TunnelList
