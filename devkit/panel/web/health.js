@@ -13,7 +13,7 @@ export const rowsOf = (text) => text.split('\n').map((line) => /^\s*(\S+)\s+(-?\
 
 export function view(root) {
   const plots = [
-    plot('Requests of the pages', [{name: 'requests', title: 'a second'}], ''),
+    plot('Requests', [{name: 'requests', title: 'a second'}], ''),
     plot('Answer time', [{name: 'median', title: 'median'}, {name: 'p99', title: '99th'}], 'ms'),
     plot('Memory', [{name: 'sysmgr', title: 'sysmgr'}, {name: 'dbmgr', title: 'dbmgr'}], 'MiB'),
   ];

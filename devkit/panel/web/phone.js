@@ -141,9 +141,9 @@ function network(changed) {
     tell(asked);
   }
   const element = h('section', {class: 'card'}, h('h2', {}, 'Network and SIM'), meters,
-    h('form', {class: 'stack', onsubmit: submit}, how.element, late.element, what.element, h('div', {class: 'actions'}, h('button', {type: 'submit'}, 'Behave so'))),
+    h('form', {class: 'stack', onsubmit: submit}, signal.element, how.element, late.element, what.element, h('div', {class: 'actions'}, h('button', {type: 'submit'}, 'Behave so'))),
     h('form', {class: 'stack inline', onsubmit: (event) => { event.preventDefault(); tell({verb: 'size', what: 'SM', places: Number(size.input.value)}); }}, size.element, h('button', {type: 'submit'}, 'Resize')),
-    h('div', {class: 'stack'}, signal.element), said.element);
+    said.element);
 
   return {element, show(modem) {
     const rows = Object.entries(modem?.storages ?? {}).map(([name, {size: all, messages}]) => [name === 'SM' ? 'SIM' : 'Modem', messages.length, all]);
