@@ -31,6 +31,8 @@ constexpr size_t kRecord = sizeof(WireHead) + kInline + 1; /* one more, to tell 
 constexpr int kSendBuffer = 1024 * 1024;     /* a queue's bound; the kernel may grant less */
 constexpr struct timeval kSendWait = {2, 0}; /* how long a sender waits for room */
 constexpr struct timeval kNoWait = {0, 1};   /* 0 would be for ever */
+constexpr int kLooks = 50;                   /* for a name that may come free */
+constexpr uint32_t kLookMs = 20;
 constexpr int kPayloadSeals = F_SEAL_SHRINK | F_SEAL_GROW | F_SEAL_WRITE;
 
 union ControlBuffer {
@@ -150,6 +152,22 @@ bool WireIsServed(const char *name) {
   return SocketAddress(name, &address) && (stat(address.sun_path, &status) == 0 || errno != ENOENT);
 }
 
+namespace {
+
+/* Who is killed while it starts a program leaves that one with its sockets until the program runs.
+ */
+bool IsFree(const char *name) {
+  for (int look = 0; look < kLooks; ++look) {
+    const int probe = WireConnect(name, false);
+    if (probe < 0 && errno == ENOENT) return true;
+    if (probe >= 0) close(probe);
+    tds_delay(kLookMs);
+  }
+  return false;
+}
+
+}  // namespace
+
 int WireListen(const char *name) {
   struct sockaddr_un address;
   if (!SocketAddress(name, &address)) {
@@ -157,9 +175,7 @@ int WireListen(const char *name) {
     return -1;
   }
   if (mkdir(kTdsFolder, 0700) != 0 && errno != EEXIST) return -1;
-  int probe = WireConnect(name, false);
-  if (probe >= 0) close(probe);
-  if (probe >= 0 || errno != ENOENT) {
+  if (!IsFree(name)) {
     errno = EADDRINUSE;
     return -1;
   }

@@ -1,6 +1,8 @@
 // The runtime's calls with their reasons and limits, answers that are put off, senders that nobody
 // listens to, and the counted heap.
 #include <fcntl.h>
+#include <sys/socket.h>
+#include <sys/un.h>
 #include <time.h>
 
 #include <atomic>
@@ -46,6 +48,22 @@ TEST_F(Tds, ACallTellsWhyItFailed) {
               EXPECT_EQ(-1, tds_reply_held(tds_hold_reply(), large.data(), TDS_PAYLOAD_MAX + 1));
             }));
   OnModule("unit:a", [] { EXPECT_EQ(Failed(EDEADLK), Call(kEcho, "", "unit:a")); });
+}
+
+/* Who was killed while it started a program: that has its sockets for a moment. */
+TEST_F(Tds, ANameIsServedOnceNobodyElseHasIt) {
+  struct sockaddr_un address = {AF_UNIX, ""};
+  const int left = socket(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0);
+  snprintf(address.sun_path, sizeof address.sun_path, "%s/unit:left", kTdsFolder);
+  ASSERT_EQ(0, bind(left, reinterpret_cast<struct sockaddr *>(&address), sizeof address));
+  ASSERT_EQ(0, listen(left, 1));
+  std::thread goes([left] {
+    tds_delay(200);
+    close(left);
+  });
+  OnModule("unit:b", [] { EXPECT_EQ(0, tds_serve_also("unit:left")); });
+  goes.join();
+  EXPECT_EQ("hello", Call(kEcho, "hello", "unit:left"));
 }
 
 TEST_F(Tds, AHeldAnswerComesLaterAndOnlyToItsCaller) {
