@@ -1,5 +1,6 @@
 // The verb "plan": what a request would do, seen in a copy of the gateway that does it without
 // running a command (gateway-copy); and "snapshot", which makes the copy's store and settings.
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -54,10 +55,11 @@ Nodes AllNodes() {
 }
 
 struct File {
-  uintmax_t size;
-  fs::file_time_type written;
+  off_t size;
+  struct timespec written;
   bool operator==(const File &other) const {
-    return size == other.size && written == other.written;
+    return size == other.size && written.tv_sec == other.written.tv_sec &&
+           written.tv_nsec == other.written.tv_nsec;
   }
 };
 using Files = std::map<std::string, File>;
@@ -69,17 +71,20 @@ bool IsOwn(const fs::path &folder) {
   return own.count(folder) != 0;
 }
 
-/* What goes while it is looked at is not there. */
+/* Of the gateway's own file system: a checkout may be seen below /tmp. What goes while it is looked
+   at is not there. */
 Files AllFiles() {
   Files files;
   std::error_code gone;
   for (const char *top : {"/var", "/tmp"}) {
+    struct stat whole, info;
+    if (stat(top, &whole) != 0) continue;
     fs::recursive_directory_iterator end, at(top, gone);
     for (; at != end; at.increment(gone)) {
-      if (at->is_directory(gone) && IsOwn(at->path())) at.disable_recursion_pending();
-      if (!at->is_regular_file(gone)) continue;
-      const File file = {at->file_size(gone), at->last_write_time(gone)};
-      if (!gone) files[at->path()] = file;
+      if (lstat(at->path().c_str(), &info) != 0) continue;
+      if (S_ISDIR(info.st_mode) && (IsOwn(at->path()) || info.st_dev != whole.st_dev))
+        at.disable_recursion_pending();
+      if (S_ISREG(info.st_mode)) files[at->path()] = {info.st_size, info.st_mtim};
     }
   }
   return files;
