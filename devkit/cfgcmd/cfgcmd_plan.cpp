@@ -24,8 +24,9 @@ namespace fs = std::filesystem;
 namespace {
 
 constexpr char kCopy[] = "GATEWAY_COPY"; /* the environment of a copy has it */
-constexpr useconds_t kQuietUs = 70000;   /* the daemon puts things off for less */
-constexpr unsigned kLooks = 10;
+constexpr useconds_t kLookUs = 10000;
+constexpr unsigned kQuietLooks = 7; /* the daemon puts things off for less */
+constexpr unsigned kLooks = 100;
 constexpr char kAnswersRead[] = "/var/log/devkit/answers_read";
 
 Outcome Snapshot(const Words &words, const Options &) {
@@ -139,11 +140,12 @@ std::set<std::string> LinesIn(const char *path) {
 
 /* What the daemon does a moment later, as at its start, belongs to what it did before. */
 void AwaitQuiet() {
-  for (uint64_t before = UINT64_MAX, looks = 0; looks < kLooks; ++looks) {
+  uint64_t before = FileSize(kCommandsLog);
+  for (unsigned look = 0, quiet = 0; look < kLooks && quiet < kQuietLooks; ++look) {
+    usleep(kLookUs);
     const uint64_t now = FileSize(kCommandsLog);
-    if (now == before) return;
+    quiet = now == before ? quiet + 1 : 0;
     before = now;
-    usleep(kQuietUs);
   }
 }
 
