@@ -3,6 +3,7 @@
 #include "dbmgr_watch.h"
 
 #include <algorithm>
+#include <cmath>
 #include <ctime>
 #include <deque>
 #include <map>
@@ -124,12 +125,23 @@ Json CommandJson(const CommandRun &command, const Watched &event) {
   return json;
 }
 
+/* A module runs one line after the other: each lasts until the next, or to the end, with what the
+   module itself does behind it. */
+void AddTimes(double end, Json *list) {
+  for (auto command = list->rbegin(); command != list->rend(); ++command) {
+    const double at = (*command)["at_ms"];
+    (*command)["took_ms"] = std::round((end - at) * 1e3) / 1e3;
+    end = at;
+  }
+}
+
 Json Commands(const Watched &event) {
   Json list = Json::array();
   for (const CommandRun &command : CommandsBetween(event.begun, event.ended))
     if (std::any_of(event.stays.begin(), event.stays.end(),
                     [&](const Stay &stay) { return WasAt(stay, command.at); }))
       list.push_back(CommandJson(command, event));
+  if (event.stays.size() == 1) AddTimes(MsBetween(event.begun, event.stays[0].acknowledged), &list);
   return list;
 }
 

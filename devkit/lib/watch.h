@@ -4,10 +4,10 @@
 // A question is answered once there is something new, or after a while without: whoever asks again
 // and again sees all that passes. While nobody has asked for some seconds nothing is noted. An
 // event is
-//   {"kind": "request", "time", "client", "pid", "command", "path", "module", "op", "leaves":
-//   [{"path",
-//    "before", "after"}], "commands": [{"line", "at_ms", "unsure"}], "result": "done" | "refused",
-//    "text", "queued_ms", "module_ms", "total_ms"}
+//   {"kind": "request", "time", "client", "pid", "command", "path", "module", "op",
+//    "leaves": [{"path", "before", "after"}],
+//    "commands": [{"line", "at_ms", "took_ms", "unsure"}],
+//    "result": "done" | "refused", "text", "queued_ms", "module_ms", "total_ms"}
 // without what there is not: "unsure" are command lines that another module may have run as well;
 // or
 //   {"kind": "notification", "time", "publisher", "id", "text"}.
