@@ -67,6 +67,13 @@ assert [each["line"].split()[0] for each in plan["commands"]] == ["killall", "te
 assert plan["nodes"] == [{"path": "InternetGatewayDevice.Services.ServiceTelnet.Enable", "before": "0", "after": "1"}], plan'
 }
 
+@test "a copy writes nothing but its own" {
+  refused 1 'Read-only file system' gateway-copy touch /dev/of_a_copy
+  refused 1 'Read-only file system' gateway-copy touch /usr/of_a_copy
+  gateway-copy touch /var/of_a_copy /tmp/of_a_copy /dev/shm/of_a_copy
+  [ -z "$(find /var /tmp /dev /usr -xdev -name of_a_copy)" ]
+}
+
 @test "files are part of a plan; nothing is left of a plan that is killed" {
   access=$SERVICES.ServiceAccessControl
   row=$(cfgcmd add $access.ServiceCtrlList)
