@@ -7,7 +7,6 @@
 
 #include "instances.h"
 #include "keep.h"
-#include "notify.h"
 #include "nvram.h"
 #include "store_desk.h"
 #include "tds.h"
@@ -87,6 +86,18 @@ int ChangeNote(MDB_txn *txn, const Key &leaf, std::string_view before) {
 int ChangeForget(MDB_txn *txn, const Key &leaf) {
   KeepBeside(kKeptChanges, leaf, std::nullopt);
   return TreeDelete(txn, KeyMarked(KEY_CHANGED, leaf));
+}
+
+/* "0" is what a node without the attribute has, so it is not stored. */
+int NotifyPut(MDB_txn *txn, const Key &key, const Record &record, std::string_view value) {
+  Record changed = record;
+  Key notify = KeyMarked(KEY_NOTIFY, key);
+  changed.head.flags &= static_cast<uint8_t>(~RECORD_NOTIFY);
+  if (value != "0") changed.head.flags |= RECORD_NOTIFY;
+  if (TreePutRecord(txn, key, changed, {record.value, record.length}) != 0) return -1;
+  if (value != "0") return TreePut(txn, notify, value.data(), value.size());
+  if (TreeDelete(txn, notify) != 0) return -1;
+  return ChangeForget(txn, key);
 }
 
 int ChangesLay(MDB_txn *txn) {

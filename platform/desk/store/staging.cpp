@@ -8,6 +8,7 @@
 
 #include "ams_print.h"
 #include "ams_store.h"
+#include "keep.h"
 #include "nvram.h"
 #include "tree.h"
 
@@ -74,6 +75,17 @@ Entries ReadSource(const char *path) {
 
 int Unset(const char *key, const char *, void *) { return nvram_unset(key, NVTYPE_STAGING); }
 
+/* The kept parameters with their list of changes; of a gateway that is to be as new the marks, too.
+ */
+int DropKept(Drop drop) {
+  const std::string below = std::string(kRootName) + ".";
+  for (const char *prefix : {below.c_str(), kKeptChanges, kKeptNotify})
+    if ((prefix != kKeptNotify || drop == DROP_ALWAYS) &&
+        nvram_walk(NVTYPE_STAGING, prefix, Unset, nullptr) != 0)
+      return -1;
+  return 0;
+}
+
 }  // namespace
 
 int ams_mxml_load_to_staging(int number) {
@@ -83,9 +95,8 @@ int ams_mxml_load_to_staging(int number) {
     return -1;
   }
   Entries entries = ReadSource(source->file);
-  std::string below = std::string(kRootName) + ".";
   bool drop = source->drop == DROP_ALWAYS || (source->drop == DROP_IF_ANY && !entries.empty());
-  if (drop && nvram_walk(NVTYPE_STAGING, below.c_str(), Unset, nullptr) != 0) return -1;
+  if (drop && DropKept(source->drop) != 0) return -1;
   for (const auto &entry : entries)
     if (nvram_set(entry.first.c_str(), entry.second.c_str(), NVTYPE_STAGING) != 0) return -1;
   if ((drop || !entries.empty()) && nvram_commit(NVTYPE_STAGING) != 0) return -1;

@@ -6,7 +6,6 @@
 #include "ams_store.h"
 #include "changes.h"
 #include "keep.h"
-#include "notify.h"
 #include "tree.h"
 
 namespace {
@@ -50,18 +49,6 @@ int Set(struct AmsTree *root, const char *path, const char *value, bool status) 
 AmsTree *SharedRoot() { return gptXmlTrees == nullptr ? nullptr : gptXmlTrees->root; }
 
 }  // namespace
-
-/* "0" is what a node without the attribute has, so it is not stored. */
-int NotifyPut(MDB_txn *txn, const Key &key, const Record &record, std::string_view value) {
-  Record changed = record;
-  Key notify = KeyMarked(KEY_NOTIFY, key);
-  changed.head.flags &= static_cast<uint8_t>(~RECORD_NOTIFY);
-  if (value != "0") changed.head.flags |= RECORD_NOTIFY;
-  if (TreePutRecord(txn, key, changed, {record.value, record.length}) != 0) return -1;
-  if (value != "0") return TreePut(txn, notify, value.data(), value.size());
-  if (TreeDelete(txn, notify) != 0) return -1;
-  return ChangeForget(txn, key);
-}
 
 int ams_set_node_value(struct AmsTree *root, const char *path, const char *value) {
   return Set(root, path, value, false);
