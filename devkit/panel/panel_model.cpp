@@ -162,12 +162,12 @@ Json Set(const Json &asked) {
   return WithCommands([&] { return ReplyOf(SetLeaves(words, kUsualLimit)); });
 }
 
-/* What the set would do, from a copy of the gateway. */
+/* What "words", a set, add or del as cfgcmd takes it, would do: from a copy of the gateway. */
 Json Plan(const Json &asked) {
-  std::vector<std::string> program = {"cfgcmd", "--json", "plan", "set"};
-  const std::vector<std::string> words = asked.at("leaves");
-  if (words.empty() || words.size() % 2 != 0 || words[0].compare(0, sizeof kRoot - 1, kRoot) != 0)
-    return ControlReply(EXIT_USAGE, "a value for each path");
+  std::vector<std::string> program = {"cfgcmd", "--json", "plan"};
+  const std::vector<std::string> words = asked.at("words");
+  if (words.size() < 2 || words[1].compare(0, sizeof kRoot - 1, kRoot) != 0)
+    return ControlReply(EXIT_USAGE, "what to plan, and a path");
   program.insert(program.end(), words.begin(), words.end());
   std::string text;
   const int status = RunProgram(program, &text);

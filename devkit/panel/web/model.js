@@ -100,14 +100,15 @@ function details(go, renewTree) {
   const below = h('ul', {class: 'below'});
   const count = h('span', {});
   const apply = h('button', {type: 'submit', class: 'primary'}, 'Apply');
-  const plan = h('button', {type: 'button', onclick: foresee}, 'Plan');
+  const plan = h('button', {type: 'button', onclick: () => foresee(plan, ['set', ...changes().flatMap((each) => [each.node.path, each.text()])])}, 'Plan');
   const discard = h('button', {type: 'button', onclick: undo}, 'Discard');
   const bar = h('div', {class: 'bar', hidden: true}, count, discard, plan, apply);
   const addRow = h('button', {type: 'button', onclick: add}, 'Add a row');
   const deleteRow = h('button', {type: 'button', class: 'danger', onclick: remove}, 'Delete this row');
   const ask = h('button', {type: 'button', onclick: update}, 'Ask the module');
+  const planRow = h('button', {type: 'button', onclick: () => foresee(planRow, [addRow.hidden ? 'del' : 'add', path])}, '');
   const form = h('form', {onsubmit: submit, novalidate: true}, list, bar);
-  element.append(title, meaning, facts, h('div', {class: 'actions'}, ask, addRow, deleteRow), result.element, form, below);
+  element.append(title, meaning, facts, h('div', {class: 'actions'}, ask, planRow, addRow, deleteRow), result.element, form, below);
   let path = '';
   let parameters = [];
   let sure = 0;
@@ -139,6 +140,8 @@ function details(go, renewTree) {
     put(facts, rows.filter(([, value]) => value).map(([name, value]) => h('div', {}, h('dt', {}, name), h('dd', {}, value))));
     addRow.hidden = node.type !== 'array';
     deleteRow.hidden = !isRow(node);
+    planRow.hidden = addRow.hidden && deleteRow.hidden;
+    say(planRow, addRow.hidden ? 'Plan the deletion' : 'Plan a row');
     say(deleteRow, 'Delete this row');
     sure = 0;
   }
@@ -197,11 +200,11 @@ function details(go, renewTree) {
     await renew();
   }
 
-  /** What the changes would do. */
-  async function foresee() {
-    plan.disabled = true;
-    const reply = await call('plan', {leaves: changes().flatMap((each) => [each.node.path, each.text()])});
-    plan.disabled = false;
+  /** What the request would do. */
+  async function foresee(pressed, words) {
+    pressed.disabled = true;
+    const reply = await call('plan', {words});
+    pressed.disabled = false;
     for (const each of parameters) each.refuse('');
     const {commands = [], nodes = [], files = []} = reply.plan ?? {};
     const lines = commands.map(({line, answer_read: read}) => (read ? `${line} (whose answer is read: here it had none)` : line));
