@@ -3,6 +3,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
@@ -28,6 +29,8 @@ constexpr useconds_t kLookUs = 10000;
 constexpr unsigned kQuietLooks = 7; /* the daemon puts things off for less */
 constexpr unsigned kLooks = 100;
 constexpr char kAnswersRead[] = "/var/log/devkit/answers_read";
+constexpr uint32_t kPlanLimit =
+    2000; /* ms; who waits longer waits for the modem, that is not there */
 
 Outcome Snapshot(const Words &words, const Options &) {
   if (!AttachStore()) return kNoStore;
@@ -160,6 +163,11 @@ Json CommandsSince(uint64_t offset) {
   return list;
 }
 
+bool AnswersRead(const Json &commands) {
+  return std::any_of(commands.begin(), commands.end(),
+                     [](const Json &command) { return command.contains("answer_read"); });
+}
+
 /* ---- what is told ---- */
 
 std::string Text(const Json &change, const char *name) { return change[name].get<std::string>(); }
@@ -199,11 +207,14 @@ Outcome Try(const Verb &verb, const Words &words, const Options &options) {
   const Nodes nodes = AllNodes();
   const Files files = AllFiles();
   const uint64_t offset = FileSize(kCommandsLog);
-  const Outcome done = RunVerb(verb, words, options);
+  Outcome done = RunVerb(verb, words, options);
   AwaitQuiet();
+  const Json commands = CommandsSince(offset);
+  if (done.status != EXIT_DONE && AnswersRead(commands))
+    done.text += "; a plan's commands give no answers, with them it may go on";
   const Json plan = {{"result", done.status == EXIT_DONE ? "done" : "refused"},
                      {"text", done.text},
-                     {"commands", CommandsSince(offset)},
+                     {"commands", commands},
                      {"nodes", NodeChanges(nodes, AllNodes())},
                      {"files", FileChanges(files, AllFiles())}};
   if (done.status == EXIT_DONE) return {EXIT_DONE, options.json ? JsonText(plan) : PlanText(plan)};
@@ -214,8 +225,9 @@ Outcome Try(const Verb &verb, const Words &words, const Options &options) {
 
 /* This client once more, in a copy. Comes back only when there can be none. */
 Outcome InACopy(const Words &words, const Options &options) {
+  const uint32_t limit_ms = options.limit_ms == kUsualLimit ? kPlanLimit : options.limit_ms;
   std::vector<std::string> line = {"gateway-copy", program_invocation_name, "--timeout",
-                                   std::to_string(options.limit_ms / 1000.0)};
+                                   std::to_string(limit_ms / 1000.0)};
   if (options.json) line.push_back("--json");
   if (!options.base.empty()) line.insert(line.end(), {"--base", options.base});
   line.push_back("plan");
