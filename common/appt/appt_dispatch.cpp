@@ -94,10 +94,12 @@ int WriteLeaf(const MsgArg *arg, AmsUndo **undo) {
    Returns the bytes of the replies with a separator each. */
 template <typename Each>
 size_t DoLeaves(const MsgArg *arg, LeafNode *list, Each each) {
-  size_t total = 0;
-  char url[AMS_PATH_SIZE + AMS_NAME_SIZE];
+  size_t total = 0, object = strnlen(arg->url, AMS_PATH_SIZE - 1);
+  char url[AMS_PATH_SIZE + sizeof list->leafName];
+  memcpy(url, arg->url, object);
+  url[object++] = '.';
   for (LeafNode *leaf = list; leaf != nullptr; leaf = leaf->next) {
-    snprintf(url, sizeof url, "%s.%s", arg->url, leaf->leafName);
+    strcpy(url + object, leaf->leafName);
     MsgArg child = {};
     child.raw = arg->raw;
     child.recvLen = arg->recvLen;
@@ -353,8 +355,8 @@ int appt_Do_OpFunc(MsgArg *arg) {
   op.name = arg->fucName;
   op.op = RowOf(arg).op;
   if (op.op == kNoOp) op.op = static_cast<int32_t>(CmdType(arg));
-  snprintf(op.path, sizeof(op.path), "%s",
-           op.op == TMF_ADD && arg->rBuf != nullptr ? arg->rBuf : arg->url);
+  strncpy(op.path, op.op == TMF_ADD && arg->rBuf != nullptr ? arg->rBuf : arg->url,
+          sizeof(op.path) - 1);
   if (arg->value != nullptr) {
     op.value = __tds_strdup(arg->value, "appt_Do_OpFunc");
     if (op.value == nullptr) {

@@ -94,6 +94,19 @@ char *Put(char *out, const void *from, size_t length) {
   return out + length;
 }
 
+/* A leaf itself. `key` is as a path's. 0 or -1. */
+int GatherLeaf(MDB_txn *txn, Key *key, FewLeaves *leaves) {
+  Record record;
+  if (key->last == 0) return -1;
+  key->bytes[key->last] = KEY_LEAF;
+  if (TreeFind(txn, *key, &record) != 0) return -1;
+  const size_t name_length = key->length - key->last - 1;
+  leaves->leaf[0] = {key->bytes + key->last + 1, record.value, name_length, record.length};
+  leaves->there = 1;
+  leaves->size = name_length + record.length + 2;
+  return 0;
+}
+
 int JoinFew(const FewLeaves &leaves, char **text) {
   char *out = *text = NewText(leaves.size + 1);
   if (out == nullptr) return -1;
@@ -238,11 +251,11 @@ int ams_get_node_value(struct AmsTree *root, const char *path, char **text) {
     FewLeaves few;
     std::vector<Found> leaves;
     if (TreeKey(path, KEY_NODE, &key) != 0) return -1;
-    const int rc = GatherFew(txn, key, &few);
-    if (rc == 0) return JoinFew(few, text);
+    int rc = GatherFew(txn, key, &few);
     if (rc == FEW_NOT && TreeGather(txn, key, TREE_LEAVES, &leaves) == 0)
       return JoinLeaves(leaves, key.length, text);
-    return LeafAlone(txn, &key, &leaves) == 0 ? JoinLeaves(leaves, key.last, text) : -1;
+    if (rc != 0) rc = GatherLeaf(txn, &key, &few);
+    return rc == 0 ? JoinFew(few, text) : -1;
   });
 }
 

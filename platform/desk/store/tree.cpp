@@ -25,14 +25,55 @@ int TreeKey(const char *path, uint8_t last_separator, Key *key) {
   return rc == 0 ? 0 : -1;
 }
 
-int TreeFindPath(MDB_txn *txn, const char *path, bool log, Key *key, Record *record) {
-  if (path == nullptr) return -1;
+namespace {
+
+/* The node that this thread's reads have found last: of one node several things are asked in turn.
+ */
+struct LastFound {
+  size_t txn_id; /* of the tree that it was found in; 0: none */
+  char path[AMS_PATH_SIZE];
+  Key key;
+  Record record;
+};
+thread_local LastFound last_found;
+
+void CopyKey(const Key &from, Key *key) {
+  key->length = from.length;
+  key->last = from.last;
+  memcpy(key->bytes, from.bytes, from.length);
+}
+
+void KeepFound(size_t txn_id, const char *path, const Key &key, const Record &record) {
+  const size_t size = strlen(path) + 1;
+  if (size > sizeof last_found.path) return;
+  last_found.txn_id = txn_id;
+  memcpy(last_found.path, path, size);
+  CopyKey(key, &last_found.key);
+  last_found.record = record;
+}
+
+int FindAnew(MDB_txn *txn, const char *path, bool log, Key *key, Record *record) {
   int rc = log ? TreeKey(path, KEY_NODE, key) : KeyOfPath(path, KEY_NODE, key);
   if (rc != 0) return -1;
   if (TreeFind(txn, *key, record) == 0) return 0;
   if (key->last == 0) return -1;
   key->bytes[key->last] = KEY_LEAF;
   return TreeFind(txn, *key, record);
+}
+
+}  // namespace
+
+int TreeFindPath(MDB_txn *txn, const char *path, bool log, Key *key, Record *record) {
+  if (path == nullptr) return -1;
+  const size_t txn_id = txn == TreeThread()->read ? mdb_txn_id(txn) : 0; /* others may write */
+  if (txn_id != 0 && last_found.txn_id == txn_id && strcmp(last_found.path, path) == 0) {
+    CopyKey(last_found.key, key);
+    *record = last_found.record;
+    return 0;
+  }
+  if (FindAnew(txn, path, log, key, record) != 0) return -1;
+  if (txn_id != 0) KeepFound(txn_id, path, *key, *record);
+  return 0;
 }
 
 int TreeSeek(MDB_cursor *cursor, const Key &from, const Key &top, MDB_val *key, MDB_val *data) {

@@ -28,22 +28,30 @@ struct alignas(max_align_t) BlockHead {
 
 TagRow rows[kRows];
 
-uint32_t TagHash(const char *tag) {
-  uint32_t hash = 2166136261U;
-  for (; *tag != '\0'; ++tag) hash = (hash ^ static_cast<uint8_t>(*tag)) * 16777619U;
-  return hash;
-}
-
-/* Rows are claimed once and never given back, so that a look-up needs no lock. */
+/* Rows are claimed once and never given back, so that a look-up needs no lock. The same tag may
+   stand at several places of the program, with a row each. */
 uint32_t RowOf(const char *tag) {
-  uint32_t start = TagHash(tag);
+  uint32_t start = static_cast<uint32_t>(reinterpret_cast<uintptr_t>(tag)) * 2654435769U >> 23;
   for (uint32_t step = 0; step < kRows - 1; ++step) {
     uint32_t row = (start + step) % (kRows - 1);
     const char *held = rows[row].tag.load(std::memory_order_acquire);
     if (held == nullptr && rows[row].tag.compare_exchange_strong(held, tag)) return row;
-    if (held == tag || strcmp(held, tag) == 0) return row;
+    if (held == tag) return row;
   }
   return kRows - 1;
+}
+
+/* Whether an earlier row has the same tag. */
+bool IsRepeated(const TagRow *row, const char *tag) {
+  for (const TagRow *other = rows; other != row; ++other) {
+    const char *held = other->tag.load(std::memory_order_acquire);
+    if (held != nullptr && strcmp(held, tag) == 0) return true;
+  }
+  return false;
+}
+
+TdsMallocCount CountOf(const TagRow &row) {
+  return {row.blocks.load(std::memory_order_relaxed), row.bytes.load(std::memory_order_relaxed)};
 }
 
 void Count(const BlockHead *head, ptrdiff_t sign) {
@@ -110,10 +118,10 @@ void tds_show_malloc(void) {
   printf("%-40s %10s %12s\n", "tag", "blocks", "bytes");
   for (const TagRow &row : rows) {
     const char *tag = row.tag.load(std::memory_order_acquire);
-    if (tag == nullptr) tag = &row == &rows[kRows - 1] ? "(other)" : nullptr;
-    ptrdiff_t blocks = row.blocks.load(std::memory_order_relaxed);
-    if (tag == nullptr || blocks == 0) continue;
-    printf("%-40s %10td %12td\n", tag, blocks, row.bytes.load(std::memory_order_relaxed));
+    if (tag != nullptr && IsRepeated(&row, tag)) continue;
+    TdsMallocCount count = tag != nullptr ? tds_malloc_count(tag) : CountOf(row);
+    if (count.blocks == 0) continue;
+    printf("%-40s %10td %12td\n", tag == nullptr ? "(other)" : tag, count.blocks, count.bytes);
   }
   printf("%-40s %10td %12td\n", "total", sum.blocks, sum.bytes);
   fflush(stdout);
@@ -124,8 +132,8 @@ TdsMallocCount tds_malloc_count(const char *tag) {
   for (const TagRow &row : rows) {
     const char *held = row.tag.load(std::memory_order_acquire);
     if (tag != nullptr && (held == nullptr || strcmp(held, tag) != 0)) continue;
-    count.blocks += row.blocks.load(std::memory_order_relaxed);
-    count.bytes += row.bytes.load(std::memory_order_relaxed);
+    count.blocks += CountOf(row).blocks;
+    count.bytes += CountOf(row).bytes;
   }
   return count;
 }

@@ -27,6 +27,8 @@ namespace {
 
 constexpr uint16_t kMagic = 0x7D51;
 constexpr uint32_t kInline = 32 * 1024; /* most that travels in the record itself */
+constexpr uint32_t kTogether =
+    1024; /* most that is copied behind the head: less than a message's pieces cost */
 constexpr size_t kRecord = sizeof(WireHead) + kInline + 1; /* one more, to tell a longer one */
 constexpr int kSendBuffer = 1024 * 1024;     /* a queue's bound; the kernel may grant less */
 constexpr struct timeval kSendWait = {2, 0}; /* how long a sender waits for room */
@@ -211,22 +213,33 @@ int WireConnect(const char *name, bool wait) {
   return fd;
 }
 
-int WireSend(int fd, WireKind kind, uint32_t id, uint32_t sequence, const void *data,
-             uint32_t length, int flags) {
-  if (length > TDS_PAYLOAD_MAX) {
-    errno = EMSGSIZE;
-    return -1;
-  }
-  WireHead head = {kMagic, kind, id, sequence, length};
-  struct iovec pieces[] = {{&head, sizeof(head)}, {const_cast<void *>(data), length}};
+namespace {
+
+/* 0 or -1 with errno. */
+template <class Send>
+int Uninterrupted(Send send) {
+  ssize_t sent;
+  do {
+    sent = send();
+  } while (sent < 0 && errno == EINTR);
+  return sent < 0 ? -1 : 0;
+}
+
+int SendTogether(int fd, const WireHead &head, const void *data, int flags) {
+  uint8_t record[sizeof head + kTogether];
+  memcpy(record, &head, sizeof head);
+  if (head.length > 0) memcpy(record + sizeof head, data, head.length);
+  return Uninterrupted([&] { return send(fd, record, sizeof head + head.length, flags); });
+}
+
+/* The head, and behind it the payload or with it the file that has the payload. */
+int SendPieces(int fd, WireHead *head, const void *data, int file, int flags) {
+  struct iovec pieces[] = {{head, sizeof *head}, {const_cast<void *>(data), head->length}};
   struct msghdr message = {};
   message.msg_iov = pieces;
-  message.msg_iovlen = length == 0 || length > kInline ? 1 : 2;
+  message.msg_iovlen = file >= 0 ? 1 : 2;
   ControlBuffer control;
-  int file = -1;
-  if (length > kInline) {
-    file = PayloadFile(data, length);
-    if (file < 0) return -1;
+  if (file >= 0) {
     message.msg_control = control.bytes;
     message.msg_controllen = sizeof(control.bytes);
     struct cmsghdr *part = CMSG_FIRSTHDR(&message);
@@ -235,12 +248,26 @@ int WireSend(int fd, WireKind kind, uint32_t id, uint32_t sequence, const void *
     part->cmsg_len = CMSG_LEN(sizeof(int));
     memcpy(CMSG_DATA(part), &file, sizeof(file));
   }
-  ssize_t sent;
-  do {
-    sent = sendmsg(fd, &message, flags | MSG_NOSIGNAL);
-  } while (sent < 0 && errno == EINTR);
-  if (file >= 0) CloseKeepErrno(file);
-  return sent < 0 ? -1 : 0;
+  return Uninterrupted([&] { return sendmsg(fd, &message, flags); });
+}
+
+}  // namespace
+
+int WireSend(int fd, WireKind kind, uint32_t id, uint32_t sequence, const void *data,
+             uint32_t length, int flags) {
+  if (length > TDS_PAYLOAD_MAX) {
+    errno = EMSGSIZE;
+    return -1;
+  }
+  WireHead head = {kMagic, kind, id, sequence, length};
+  flags |= MSG_NOSIGNAL;
+  if (length <= kTogether) return SendTogether(fd, head, data, flags);
+  if (length <= kInline) return SendPieces(fd, &head, data, -1, flags);
+  int file = PayloadFile(data, length);
+  if (file < 0) return -1;
+  int result = SendPieces(fd, &head, data, file, flags);
+  CloseKeepErrno(file);
+  return result;
 }
 
 int WireReceive(int fd, WireFrame *frame, int flags) {

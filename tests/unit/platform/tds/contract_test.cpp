@@ -156,14 +156,17 @@ TEST_F(Tds, BlocksOfTheHeapKeepTheirBytesAndTheirTag) {
   char *text = __tds_strndup("texts", 4, "first tag");
   text = static_cast<char *>(__tds_realloc(text, 1024 * 1024, "second tag"));
   EXPECT_STREQ("text", text);
+  static const char elsewhere[] = "first tag"; /* the same tag at another place of the program */
+  char *more = __tds_strndup("twenty-four bytes of text", 24, elsewhere);
   testing::internal::CaptureStdout();
   tds_show_malloc();
   fflush(stdout);
   const std::string shown = testing::internal::GetCapturedStdout();
-  EXPECT_NE(std::string::npos, shown.find("first tag"));
-  EXPECT_NE(std::string::npos, shown.find("1048576")) << shown;
+  EXPECT_EQ(shown.find("first tag"), shown.rfind("first tag")) << shown;
+  EXPECT_NE(std::string::npos, shown.find("2      1048601")) << shown;
   EXPECT_EQ(std::string::npos, shown.find("second tag"));
   EXPECT_EQ(nullptr, __tds_malloc(SIZE_MAX, "first tag"));
+  __tds_free(more);
   __tds_free(text);
   __tds_free(nullptr);
 }
