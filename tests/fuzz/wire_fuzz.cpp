@@ -1,5 +1,6 @@
-// Frames on the runtime's sockets: any record, with what may come beside it. The first byte tells
-// what comes beside it, the rest is the record, and an endpoint's name as well.
+// Frames on the runtime's sockets: any record, with files in it or, behind a large payload's head,
+// in the next one. The first byte tells which, the rest is the record, and an endpoint's name as
+// well.
 #include <fcntl.h>
 #include <linux/memfd.h>
 #include <sys/socket.h>
@@ -14,6 +15,7 @@
 namespace {
 
 int ends[2];
+WireHead announced;
 
 /* F_ADD_SEALS, and against shrinking, growing and writing: some C libraries do not know them. */
 constexpr int kAddSeals = 1033, kSeals = 2 | 4 | 8;
@@ -25,9 +27,9 @@ int LowestFree() {
 }
 
 /* What is passed: files of which not each is one that the receiver may trust. */
-enum : uint8_t { NOTHING, SEALED, OPEN, SHORT, TWO, DEVICE, KINDS };
+enum : uint8_t { NOTHING, SEALED, OPEN, SHORT, TWO, DEVICE, KINDS, WITH_HEAD = 0x80 };
 
-std::vector<int> FilesOf(uint8_t kind, size_t length) {
+std::vector<int> FilesOf(int kind, size_t length) {
   std::vector<int> files;
   if (kind == DEVICE) files.push_back(open("/dev/null", O_RDONLY | O_CLOEXEC));
   if (kind == NOTHING || kind == DEVICE) return files;
@@ -42,9 +44,9 @@ std::vector<int> FilesOf(uint8_t kind, size_t length) {
 }
 
 /* As any other process of our user might send it. */
-void Send(const uint8_t *record, size_t size, const std::vector<int> &files) {
+void Send(const void *record, size_t size, const std::vector<int> &files) {
   alignas(cmsghdr) char control[CMSG_SPACE(2 * sizeof(int))] = {};
-  iovec piece = {const_cast<uint8_t *>(record), size};
+  iovec piece = {const_cast<void *>(record), size};
   msghdr message = {};
   message.msg_iov = &piece;
   message.msg_iovlen = 1;
@@ -61,6 +63,8 @@ void Send(const uint8_t *record, size_t size, const std::vector<int> &files) {
   Check(sendmsg(ends[0], &message, MSG_NOSIGNAL | MSG_DONTWAIT) >= 0, "the record is not sent");
 }
 
+int Receive(WireFrame *frame) { return WireReceive(ends[1], &announced, frame, MSG_DONTWAIT); }
+
 /* The frame is what the record says, and what the runtime itself sends of it is the same. */
 void CheckFrame(const WireFrame &frame, const uint8_t *record, size_t size) {
   const WireHead &head = frame.head;
@@ -76,7 +80,8 @@ void CheckFrame(const WireFrame &frame, const uint8_t *record, size_t size) {
   Check(WireSend(ends[0], head.kind, head.id, head.sequence, frame.data, head.length,
                  MSG_DONTWAIT) == 0,
         "the frame cannot be sent on");
-  Check(WireReceive(ends[1], &again, MSG_DONTWAIT) == 1, "its own frame is refused");
+  Check(Receive(&again) == 1 || (errno == EINTR && Receive(&again) == 1),
+        "its own frame is refused");
   Check(memcmp(&again.head, &head, sizeof head) == 0, "the head changes");
   Check(head.length == 0 || memcmp(again.data, frame.data, head.length) == 0,
         "the payload changes");
@@ -104,11 +109,19 @@ int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
   uint32_t length = 0; /* of the payload, as the head has it, but no more than is made at once */
   if (--size >= sizeof(WireHead))
     memcpy(&length, record + offsetof(WireHead, length), sizeof length);
-  std::vector<int> files = FilesOf(data[0] % KINDS, length > 1 << 20 ? 1 << 16 : length);
-  Send(record, size, files);
+  const int kind = (data[0] & ~WITH_HEAD) % KINDS;
+  const std::vector<int> none, files = FilesOf(kind, length > 1 << 20 ? 1 << 16 : length);
+  const bool with_head = (data[0] & WITH_HEAD) != 0;
+  Send(record, size, with_head ? files : none);
+  int got = Receive(&frame);
+  if (got == -1 && errno == EINTR) {
+    Send("", 1, with_head ? none : files);
+    got = Receive(&frame);
+    Check(got == -1 || (kind == SEALED && !with_head), "a file that may change is trusted");
+  }
   for (int file : files) close(file);
-  int got = WireReceive(ends[1], &frame, MSG_DONTWAIT);
   Check(got == 1 || (got == -1 && errno == EBADMSG), "a record is taken for the end, or an error");
+  Check(announced.length == 0, "a file is still waited for");
   if (got == 1) CheckFrame(frame, record, size);
   frame.large.reset();
   Check(LowestFree() == lowest_free, "a descriptor is left open");

@@ -96,7 +96,7 @@ void AcceptFailed(Module *module, int reason) {
 int Admit(Module *module, int fd) {
   size_t at = static_cast<size_t>(fd);
   uint64_t now = MonotonicMs();
-  std::unique_ptr<Connection> connection(new Connection{0, "", 0, ""});
+  std::unique_ptr<Connection> connection(new Connection{});
   connection->sender.reserve(TDS_NAME_SIZE); /* its hello is not to fail for that */
   if (at >= module->connections.size()) module->connections.resize(at + 1);
   module->newcomers.push_back({0, now});

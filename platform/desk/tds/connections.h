@@ -5,6 +5,7 @@
 #include <string>
 
 #include "watch.h"
+#include "wire.h"
 
 struct Module;
 
@@ -13,6 +14,7 @@ struct Connection {
   std::string sender; /* empty until its hello came */
   uint32_t noted;     /* sequence number of the message that the note is of */
   std::string note;
+  WireHead announced; /* of what is being received */
 };
 
 struct Newcomer {

@@ -34,7 +34,8 @@ void PeerLost(Thread *thread, Peer *peer) {
 Peer *OpenPeer(Thread *thread, const char *name, bool wait) {
   Peer *peer = FindPeer(thread, name);
   if (peer != nullptr && peer->fd >= 0) return peer;
-  Peer fresh = {peer == nullptr ? name : "", -1, 0, 0, 0, false}; /* a failure holds no socket */
+  Peer fresh = {
+      peer == nullptr ? name : "", -1, 0, 0, 0, false, {}}; /* a failure holds no socket */
   if (peer == nullptr) thread->peers.reserve(thread->peers.size() + 1);
   int fd = WireConnect(name, wait || peer == nullptr);
   if (fd < 0 && errno != EAGAIN) return nullptr;
@@ -53,10 +54,14 @@ Peer *OpenPeer(Thread *thread, const char *name, bool wait) {
 }
 
 /* Why the other side has turned the connection away, an errno; 0 when it has not. */
-int WhyTurnedAway(Thread *thread, const Peer *peer) {
+int WhyTurnedAway(Thread *thread, Peer *peer) {
   const WireHead &head = thread->answer.head;
-  while (WireReceive(peer->fd, &thread->answer, MSG_DONTWAIT) == 1)
-    if (head.kind == WireKind::REFUSED && head.sequence == 0) return static_cast<int>(head.id);
+  int got = 0;
+  do {
+    got = WireReceive(peer->fd, &peer->announced, &thread->answer, MSG_DONTWAIT);
+    if (got == 1 && head.kind == WireKind::REFUSED && head.sequence == 0)
+      return static_cast<int>(head.id);
+  } while (got == 1 || (got < 0 && errno == EINTR));
   return 0;
 }
 
@@ -97,7 +102,7 @@ int PeerAwait(Thread *thread, Peer *peer, uint64_t end) {
   const WireHead &head = thread->answer.head;
   for (uint64_t now = MonotonicMs(); now < end; now = MonotonicMs()) {
     SetReceiveLimit(peer, static_cast<uint32_t>(end - now));
-    int got = WireReceive(peer->fd, &thread->answer, 0);
+    int got = WireReceive(peer->fd, &peer->announced, &thread->answer, 0);
     if (got < 0 && (errno == EBADMSG || errno == EINTR)) continue;
     if (got < 0) {
       if (errno == EAGAIN) errno = ETIMEDOUT;
@@ -118,7 +123,7 @@ void PeerReadable(Thread *thread, WatchKey key) {
   auto peer = std::find_if(thread->peers.begin(), thread->peers.end(),
                            [key](const Peer &one) { return one.key == key; });
   if (peer == thread->peers.end()) return;
-  int got = WireReceive(peer->fd, &thread->answer, MSG_DONTWAIT);
+  int got = WireReceive(peer->fd, &peer->announced, &thread->answer, MSG_DONTWAIT);
   thread->answer.large.reset();
   const WireHead &head = thread->answer.head;
   if (got == 1 && head.kind == WireKind::REFUSED && head.sequence == 0)

@@ -16,6 +16,7 @@ struct Peer {
   uint32_t sequence;      /* of the last call */
   uint32_t receive_limit; /* ms, as last set on the socket */
   bool full;              /* a sender has waited for room in vain, so posts wait no more */
+  WireHead announced;     /* of what is being received */
 };
 
 /* Sends a frame to `name`. A connection whose other side was restarted is opened anew, once. The

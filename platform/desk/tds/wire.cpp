@@ -73,29 +73,22 @@ int PayloadFile(const void *data, uint32_t length) {
   return CloseKeepErrno(fd);
 }
 
-/* What the other side passed with a record: the file of a large payload. */
-struct Passed {
-  int file;     /* -1: none */
-  bool foreign; /* there was more than that; it is closed */
-};
-
-Passed TakePassed(struct msghdr *message) {
-  Passed passed = {-1, (message->msg_flags & MSG_CTRUNC) != 0};
+/* The file that alone came with a record, or -1; what else came is closed. */
+int TakeFile(struct msghdr *message) {
+  int file = -1;
+  bool other = (message->msg_flags & MSG_CTRUNC) != 0;
   for (struct cmsghdr *part = CMSG_FIRSTHDR(message); part != nullptr;
        part = CMSG_NXTHDR(message, part)) {
     if (part->cmsg_level != SOL_SOCKET || part->cmsg_type != SCM_RIGHTS) continue;
     for (size_t at = CMSG_LEN(0); at + sizeof(int) <= part->cmsg_len; at += sizeof(int)) {
-      int fd;
-      memcpy(&fd, reinterpret_cast<const char *>(part) + at, sizeof(fd));
-      if (passed.file >= 0) {
-        passed.foreign = true;
-        close(fd);
-      } else {
-        passed.file = fd;
+      if (file >= 0) {
+        close(file);
+        other = true;
       }
+      memcpy(&file, reinterpret_cast<const char *>(part) + at, sizeof file);
     }
   }
-  return passed;
+  return other && file >= 0 ? CloseKeepErrno(file) : file;
 }
 
 /* The payload stays where the sender put it: the seals say that it can neither change nor go. */
@@ -111,20 +104,15 @@ bool MapPayloadFile(int fd, WireFrame *frame) {
   return true;
 }
 
-/* Checks the received record and points the frame at its payload. */
-bool OpenFrame(WireFrame *frame, size_t size, Passed passed) {
-  if (size < sizeof(WireHead) || passed.foreign) return false;
+/* Checks the received record and points the frame at its payload, unless that is to come. */
+bool OpenFrame(WireFrame *frame, size_t size) {
+  if (size < sizeof(WireHead)) return false;
   memcpy(&frame->head, frame->record.get(), sizeof(WireHead));
   const WireHead &head = frame->head;
-  bool large = head.length > kInline;
-  if (head.magic != kMagic || head.kind > WireKind::NOTE || head.length > TDS_PAYLOAD_MAX ||
-      large != (passed.file >= 0))
+  if (head.magic != kMagic || head.kind > WireKind::NOTE || head.length > TDS_PAYLOAD_MAX)
     return false;
-  if (size - sizeof(WireHead) != (large ? 0 : head.length)) return false;
-  if (large && !MapPayloadFile(passed.file, frame)) return false;
-  frame->data = large ? frame->large.get() : frame->record.get() + sizeof(WireHead);
-  if (head.length == 0) frame->data = nullptr;
-  return true;
+  frame->data = head.length == 0 ? nullptr : frame->record.get() + sizeof(WireHead);
+  return size - sizeof(WireHead) == (head.length > kInline ? 0 : head.length);
 }
 
 }  // namespace
@@ -232,65 +220,96 @@ int SendTogether(int fd, const WireHead &head, const void *data, int flags) {
   return Uninterrupted([&] { return send(fd, record, sizeof head + head.length, flags); });
 }
 
-/* The head, and behind it the payload or with it the file that has the payload. */
-int SendPieces(int fd, WireHead *head, const void *data, int file, int flags) {
+int SendPieces(int fd, WireHead *head, const void *data, int flags) {
   struct iovec pieces[] = {{head, sizeof *head}, {const_cast<void *>(data), head->length}};
   struct msghdr message = {};
   message.msg_iov = pieces;
-  message.msg_iovlen = file >= 0 ? 1 : 2;
-  ControlBuffer control;
-  if (file >= 0) {
-    message.msg_control = control.bytes;
-    message.msg_controllen = sizeof(control.bytes);
-    struct cmsghdr *part = CMSG_FIRSTHDR(&message);
-    part->cmsg_level = SOL_SOCKET;
-    part->cmsg_type = SCM_RIGHTS;
-    part->cmsg_len = CMSG_LEN(sizeof(int));
-    memcpy(CMSG_DATA(part), &file, sizeof(file));
-  }
+  message.msg_iovlen = 2;
   return Uninterrupted([&] { return sendmsg(fd, &message, flags); });
+}
+
+/* The record behind the head of a large payload: one byte, and the file. */
+int SendFile(int fd, int file, int flags) {
+  char byte = 0;
+  struct iovec piece = {&byte, sizeof byte};
+  struct msghdr message = {};
+  ControlBuffer control;
+  message.msg_iov = &piece;
+  message.msg_iovlen = 1;
+  message.msg_control = control.bytes;
+  message.msg_controllen = sizeof(control.bytes);
+  struct cmsghdr *part = CMSG_FIRSTHDR(&message);
+  part->cmsg_level = SOL_SOCKET;
+  part->cmsg_type = SCM_RIGHTS;
+  part->cmsg_len = CMSG_LEN(sizeof(int));
+  memcpy(CMSG_DATA(part), &file, sizeof(file));
+  return Uninterrupted([&] { return sendmsg(fd, &message, flags); });
+}
+
+/* A head whose file does not follow would take the next record for it: that connection is over. */
+int SendLarge(int fd, const WireHead &head, const void *data, int flags) {
+  int file = PayloadFile(data, head.length);
+  if (file < 0) return -1;
+  int result = Uninterrupted([&] { return send(fd, &head, sizeof head, flags); });
+  if (result == 0 && (result = SendFile(fd, file, flags)) != 0) {
+    int reason = errno;
+    shutdown(fd, SHUT_RDWR);
+    errno = reason;
+  }
+  CloseKeepErrno(file);
+  return result;
+}
+
+/* As WireReceive, with the record that follows an announced head. */
+int ReceiveFile(int fd, WireHead *announced, WireFrame *frame, int flags) {
+  char byte;
+  struct iovec piece = {&byte, sizeof byte};
+  struct msghdr message = {};
+  ControlBuffer control;
+  message.msg_iov = &piece;
+  message.msg_iovlen = 1;
+  message.msg_control = control.bytes;
+  message.msg_controllen = sizeof(control.bytes);
+  const ssize_t size = recvmsg(fd, &message, flags | MSG_CMSG_CLOEXEC);
+  if (size < 0) return -1;
+  const int file = TakeFile(&message);
+  frame->head = *announced;
+  *announced = {};
+  const bool good = size == sizeof byte && file >= 0 && MapPayloadFile(file, frame);
+  if (file >= 0) close(file);
+  frame->data = frame->large.get();
+  if (good) return 1;
+  errno = EBADMSG;
+  return size == 0 ? 0 : -1;
 }
 
 }  // namespace
 
 int WireSend(int fd, WireKind kind, uint32_t id, uint32_t sequence, const void *data,
              uint32_t length, int flags) {
-  if (length > TDS_PAYLOAD_MAX) {
-    errno = EMSGSIZE;
-    return -1;
-  }
   WireHead head = {kMagic, kind, id, sequence, length};
   flags |= MSG_NOSIGNAL;
   if (length <= kTogether) return SendTogether(fd, head, data, flags);
-  if (length <= kInline) return SendPieces(fd, &head, data, -1, flags);
-  int file = PayloadFile(data, length);
-  if (file < 0) return -1;
-  int result = SendPieces(fd, &head, data, file, flags);
-  CloseKeepErrno(file);
-  return result;
+  if (length <= kInline) return SendPieces(fd, &head, data, flags);
+  if (length <= TDS_PAYLOAD_MAX) return SendLarge(fd, head, data, flags);
+  errno = EMSGSIZE;
+  return -1;
 }
 
-int WireReceive(int fd, WireFrame *frame, int flags) {
+int WireReceive(int fd, WireHead *announced, WireFrame *frame, int flags) {
   if (frame->record == nullptr) frame->record.reset(new uint8_t[kRecord]);
   frame->large.reset();
-  struct iovec piece = {frame->record.get(), kRecord};
-  ControlBuffer control;
-  struct msghdr message = {};
-  message.msg_iov = &piece;
-  message.msg_iovlen = 1;
-  message.msg_control = control.bytes;
-  message.msg_controllen = sizeof(control.bytes);
+  if (announced->length != 0) return ReceiveFile(fd, announced, frame, flags);
   ssize_t size;
   do {
-    size = recvmsg(fd, &message, flags | MSG_CMSG_CLOEXEC);
+    size = recv(fd, frame->record.get(), kRecord, flags);
   } while (size < 0 && errno == ECONNRESET); /* told once; then what came before it, then the end */
-  if (size < 0) return -1;
-  Passed passed = TakePassed(&message);
-  bool good = OpenFrame(frame, static_cast<size_t>(size), passed);
-  if (passed.file >= 0) close(passed.file);
-  if (good) return 1;
-  if (size == 0) return 0;
+  if (size <= 0) return static_cast<int>(size);
   errno = EBADMSG;
+  if (!OpenFrame(frame, static_cast<size_t>(size))) return -1;
+  if (frame->head.length <= kInline) return 1;
+  *announced = frame->head;
+  errno = EINTR;
   return -1;
 }
 

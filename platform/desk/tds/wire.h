@@ -1,5 +1,6 @@
 // Frames on the runtime's sockets: one SOCK_SEQPACKET record each, a 16-byte head and the payload.
-// A payload that is too large for a socket buffer travels in a sealed memory file beside the head.
+// A payload that is too large for a socket buffer travels in a sealed memory file, with a record of
+// its own that follows the head.
 #pragma once
 
 #include <cstdint>
@@ -45,8 +46,10 @@ int WireSend(int fd, WireKind kind, uint32_t id, uint32_t sequence, const void *
              uint32_t length, int flags);
 
 /* Receives one frame. 1; 0 at the end of the connection; -1 with errno, EBADMSG for a record that
-   is no frame (the connection can go on), EINTR too. Descriptors that came with it are closed. */
-int WireReceive(int fd, WireFrame *frame, int flags);
+   is no frame (the connection can go on), EINTR too. `announced` is the connection's own, zeros at
+   first: the head of a large payload whose file is to come; the record with the head gives EINTR.
+   Descriptors that came with a record are closed. */
+int WireReceive(int fd, WireHead *announced, WireFrame *frame, int flags);
 
 /* An AF_UNIX socket that listens as `name`, or is connected to it; -1 with errno. The other side
    must be a process of our own user, which the kernel tells: EACCES else. EAGAIN: it takes no
