@@ -37,23 +37,28 @@ struct Whole {
   size_t missing; /* modules that are not done */
 };
 
+struct Module;
+
 struct Request {
   uint64_t client = 0; /* token of the answer that was put off */
   Plan plan;
+  Module *module = nullptr;     /* that it is sent to */
   std::shared_ptr<Whole> whole; /* what it is a part of, instead of a client's own */
   uint64_t sent = 0;            /* its place among all that were sent, once it was */
   std::string who;              /* "set": whose it is, "cfgcmd[123]" */
   int64_t came = 0;             /* ms since 1970 */
 };
 
+using RequestPtr = std::unique_ptr<Request>;
+
 struct Module {
-  std::deque<Request> waiting;
+  std::deque<RequestPtr> waiting;
   size_t in_flight = 0;
 };
 
 /* The routing thread's own; modules are never removed, there are a handful. */
 std::map<std::string, Module, std::less<>> modules;
-std::unordered_map<uint32_t, Request> in_flight; /* by msgChainId */
+std::unordered_map<uint32_t, RequestPtr> in_flight; /* by msgChainId */
 
 /* Chain ids start anywhere, so that an acknowledgement meant for an earlier run finds nobody. */
 uint32_t NextChainId() {
@@ -132,54 +137,61 @@ std::string Frame(uint32_t chain, const Plan &plan) {
   return frame;
 }
 
-/* 0, or -1 (logged) when the module does not take it: the request is no longer in flight then. */
-int Send(const std::string &name, uint32_t chain, Request *request) {
+/* 0, or -1 (logged) when the module does not take it: the request is not in flight then. */
+int Send(uint32_t chain, Request *request) {
   static uint64_t last_sent = 0;
+  const std::string &name = request->plan.module;
   request->plan.before = ValuesOf(request->plan);
-  std::string frame = Frame(chain, request->plan);
+  const std::string frame = Frame(chain, request->plan);
   request->sent = ++last_sent;
-  auto sent = in_flight.emplace(chain, std::move(*request)).first;
-  WatchSent(ClientOf(sent->second), name);
+  WatchSent(ClientOf(*request), name);
   if (SendMsg(EV_APPT_MSG_REQUEST, frame.data(), static_cast<uint32_t>(frame.size()),
               name.c_str()) == 0)
     return 0;
-  WatchUnsent(ClientOf(sent->second));
-  *request = std::move(sent->second);
-  in_flight.erase(sent);
+  WatchUnsent(ClientOf(*request));
   return -1;
 }
 
-/* Sends what waits while there is room. A module that does not take them fails them at once. */
-void Pump(const std::string &name) {
-  Module &module = modules[name];
-  while (!module.waiting.empty() && module.in_flight < kInFlight) {
-    Request request = std::move(module.waiting.front());
-    module.waiting.pop_front();
-    try {
-      if (Send(name, NextChainId(), &request) == 0)
-        ++module.in_flight;
-      else
-        Refuse(request, [&] {
-          return name +
-                 " is not running or takes no messages: "
-                 "\"gateway-daemon restart sysmgr\" starts it";
-        });
-    } catch (const std::bad_alloc &) {
-      FinishWithoutMemory(request);
+/* A module that does not take it fails it at once. */
+void Start(RequestPtr request) {
+  const Request &started = *request;
+  const uint32_t chain = NextChainId();
+  try {
+    RequestPtr &place = in_flight[chain];
+    if (Send(chain, request.get()) == 0) {
+      ++started.module->in_flight;
+      place = std::move(request);
+      return;
     }
+    in_flight.erase(chain);
+    Refuse(started, [&] {
+      return started.plan.module +
+             " is not running or takes no messages: "
+             "\"gateway-daemon restart sysmgr\" starts it";
+    });
+  } catch (const std::bad_alloc &) {
+    in_flight.erase(chain);
+    FinishWithoutMemory(started);
   }
 }
 
-void Enqueue(Request request) {
-  std::string name = request.plan.module;
-  Module &module = modules[name];
-  if (module.waiting.size() >= kWaiting) {
-    return Refuse(request, [&] {
-      return name + " is busy, " + std::to_string(kWaiting) + " requests wait for it: try later";
-    });
+/* Sends what waits while there is room. */
+void Pump(Module *module) {
+  while (!module->waiting.empty() && module->in_flight < kInFlight) {
+    RequestPtr request = std::move(module->waiting.front());
+    module->waiting.pop_front();
+    Start(std::move(request));
   }
-  module.waiting.push_back(std::move(request));
-  Pump(name);
+}
+
+void Enqueue(RequestPtr request) {
+  Module *module = request->module = &modules[request->plan.module];
+  if (module->waiting.empty() && module->in_flight < kInFlight) return Start(std::move(request));
+  if (module->waiting.size() < kWaiting) return module->waiting.push_back(std::move(request));
+  Refuse(*request, [&] {
+    return request->plan.module + " is busy, " + std::to_string(kWaiting) +
+           " requests wait for it: try later";
+  });
 }
 
 /* A request to each of the modules that the plan asks. */
@@ -187,11 +199,11 @@ void EnqueueParts(const Request &request) {
   auto whole =
       std::make_shared<Whole>(Whole{request.client, request.plan, request.plan.asks.size()});
   for (const Ask &ask : whole->plan.asks) {
-    Request part;
-    part.plan.command = APPT_CMD_REFRESH;
-    part.plan.module = ask.module;
-    part.plan.url = ask.url;
-    part.whole = whole;
+    auto part = std::make_unique<Request>();
+    part->plan.command = APPT_CMD_REFRESH;
+    part->plan.module = ask.module;
+    part->plan.url = ask.url;
+    part->whole = whole;
     Enqueue(std::move(part));
   }
 }
@@ -254,35 +266,36 @@ bool IsRelated(const std::string &one, const std::string &other) {
 }
 
 /* Nobody waits for the module any more: for all that it has, or for what it got before `end`. */
-void GiveUp(const std::string &name, uint64_t end, const char *why) {
+void GiveUp(Module *module, uint64_t end, const char *why) {
   for (auto it = in_flight.begin(); it != in_flight.end();) {
-    const Request &request = it->second;
-    if (request.plan.module != name || request.sent >= end) {
+    const Request &request = *it->second;
+    if (request.module != module || request.sent >= end) {
       ++it;
       continue;
     }
-    Finish(request, [&] { return NoAnswerTo(request.plan, name + why, kLog); });
+    Finish(request, [&] { return NoAnswerTo(request.plan, request.plan.module + why, kLog); });
     it = in_flight.erase(it);
-    --modules[name].in_flight;
+    --module->in_flight;
   }
 }
 
 void Route(uint64_t client, const void *data, uint32_t length) {
-  Request request;
+  auto request = std::make_unique<Request>();
+  Plan &plan = request->plan;
   DbmgrRequest asked;
   std::string why;
-  request.client = client;
-  if (DbmgrGetRequest(data, length, &asked) != 0) return Refuse(request.client, kDamaged);
+  request->client = client;
+  if (DbmgrGetRequest(data, length, &asked) != 0) return Refuse(client, kDamaged);
   WatchBegun(client, asked);
-  if (PlanRequest(asked, &request.plan, &why) != 0) return Refuse(request.client, why);
-  WatchPlanned(client, request.plan);
-  if (!request.plan.paths.empty()) TakeWho(&request);
-  if (!request.plan.module.empty()) return Enqueue(std::move(request));
-  if (!request.plan.asks.empty()) return EnqueueParts(request);
-  request.plan.before = ValuesOf(request.plan);
-  const DbmgrAnswer answer = ServeFromStore(request.plan);
-  if (answer.result >= 0) NoteWho(request);
-  Answer(request.client, answer);
+  if (PlanRequest(asked, &plan, &why) != 0) return Refuse(client, why);
+  WatchPlanned(client, plan);
+  if (!plan.paths.empty()) TakeWho(request.get());
+  if (!plan.module.empty()) return Enqueue(std::move(request));
+  if (!plan.asks.empty()) return EnqueueParts(*request);
+  plan.before = ValuesOf(plan);
+  const DbmgrAnswer answer = ServeFromStore(plan);
+  if (answer.result >= 0) NoteWho(*request);
+  Answer(client, answer);
 }
 
 /* The modules, by name, whose requests one for `url` may wait for. */
@@ -290,10 +303,10 @@ std::string WaitedFor(const std::string &url) {
   std::string names;
   std::set<std::string> waited_for;
   for (const auto &[chain, request] : in_flight)
-    if (IsRelated(request.plan.url, url)) waited_for.insert(request.plan.module);
+    if (IsRelated(request->plan.url, url)) waited_for.insert(request->plan.module);
   for (const auto &[name, module] : modules)
-    for (const Request &request : module.waiting)
-      if (IsRelated(request.plan.url, url)) waited_for.insert(name);
+    for (const RequestPtr &request : module.waiting)
+      if (IsRelated(request->plan.url, url)) waited_for.insert(name);
   for (const std::string &name : waited_for) names += (names.empty() ? "" : ", ") + name;
   return names;
 }
@@ -351,19 +364,20 @@ void RouteAcknowledgement(int32_t, const void *data, uint32_t length) {
     AMS_PRINT(2, "an acknowledgement of 0X%x, which nobody waits for, is dropped", chain);
     return;
   }
-  Request request = std::move(found->second);
+  const RequestPtr request = std::move(found->second);
+  Module *module = request->module;
   in_flight.erase(found);
-  --modules[request.plan.module].in_flight;
-  WatchAcknowledged(ClientOf(request), request.plan.module);
+  --module->in_flight;
+  WatchAcknowledged(ClientOf(*request), request->plan.module);
 
   int32_t result = static_cast<int32_t>(appt_GetWord(bytes + APPT_AT_RESULT));
-  if (result >= 0) NoteWho(request);
-  Finish(request, [&] {
-    return AnswerOf(request, result, appt_GetWord(bytes + APPT_AT_CODE), ReplyText(data, length));
+  if (result >= 0) NoteWho(*request);
+  Finish(*request, [&] {
+    return AnswerOf(*request, result, appt_GetWord(bytes + APPT_AT_CODE), ReplyText(data, length));
   });
   /* A module answers in order: an acknowledgement that it could not send does not come any more. */
-  GiveUp(request.plan.module, request.sent, " could not acknowledge it");
-  Pump(request.plan.module);
+  GiveUp(module, request->sent, " could not acknowledge it");
+  Pump(module);
 }
 
 void RouteNoObject(int32_t, const void *data, uint32_t length) {
@@ -376,6 +390,6 @@ void RoutePeerGone(int32_t, const void *data, uint32_t length) {
   const auto module = modules.find(name.substr(0, name.find('\0')));
   if (module == modules.end()) return;
   FinishKeeping();
-  GiveUp(module->first, UINT64_MAX, " died before it answered");
-  Pump(module->first);
+  GiveUp(&module->second, UINT64_MAX, " died before it answered");
+  Pump(&module->second);
 }
