@@ -1,6 +1,5 @@
 // Routing: requests go to the module that serves their node and come back as acknowledgements; what
-// is above several modules becomes a request to each of them. No module is ever waited for: each
-// has a queue, of which a bounded number is in flight.
+// is above several modules becomes a request to each of them.
 #pragma once
 
 #include <cstdint>
