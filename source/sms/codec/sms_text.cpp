@@ -157,11 +157,12 @@ int Decode7bit(const uint8_t *bytes, Span<char> text, size_t n, size_t max, size
   Unpacked to = {text.at, text.at + text.size - (text.size == 0 ? 0 : 1), nullptr};
   for (size_t at = 0; at < n; at += 7) {
     const uint8_t *group = bytes + at;
-    size_t whole = std::min(n - at, size_t{7});
+    const size_t whole = std::min(n - at, size_t{7});
     unsigned left = 0;
     for (size_t k = 0; k < whole; ++k) {
-      if (count++ >= skip) Map(&to, static_cast<uint8_t>((left | unsigned{group[k]} << k) & 0x7F));
-      left = group[k] >> (7 - k);
+      const unsigned bits = left | unsigned{group[k]} << k;
+      if (count++ >= skip) Map(&to, static_cast<uint8_t>(bits & 0x7F));
+      left = bits >> 7;
     }
     if (whole < 7 || count >= max || count++ < skip) continue;
     /* A last septet of zeros is taken for fill bits, so that they never read as "@". A real "@" in
