@@ -70,7 +70,7 @@ void Handle(Module *module, Connection *connection, const WireFrame &frame) {
 /* One frame of one connection: fairness among senders comes from the order of the epoll set. */
 void Receive(Module *module, Connection *connection, WireFrame *frame) {
   int got = WireReceive(WatchFd(connection->key), &connection->announced, frame, MSG_DONTWAIT);
-  if (got < 0 && (errno == EAGAIN || errno == EINTR)) return;
+  if (got < 0 && errno == EAGAIN) return;
   const WireHead &head = frame->head;
   bool hello = got == 1 && head.kind == WireKind::HELLO;
   bool message = got == 1 && (head.kind == WireKind::POST || head.kind == WireKind::CALL);

@@ -56,12 +56,8 @@ Peer *OpenPeer(Thread *thread, const char *name, bool wait) {
 /* Why the other side has turned the connection away, an errno; 0 when it has not. */
 int WhyTurnedAway(Thread *thread, Peer *peer) {
   const WireHead &head = thread->answer.head;
-  int got = 0;
-  do {
-    got = WireReceive(peer->fd, &peer->announced, &thread->answer, MSG_DONTWAIT);
-    if (got == 1 && head.kind == WireKind::REFUSED && head.sequence == 0)
-      return static_cast<int>(head.id);
-  } while (got == 1 || (got < 0 && errno == EINTR));
+  while (WireReceive(peer->fd, &peer->announced, &thread->answer, MSG_DONTWAIT) == 1)
+    if (head.kind == WireKind::REFUSED && head.sequence == 0) return static_cast<int>(head.id);
   return 0;
 }
 

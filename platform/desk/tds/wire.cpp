@@ -3,6 +3,7 @@
 
 #include <fcntl.h>
 #include <linux/memfd.h>
+#include <poll.h>
 #include <sys/mman.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
@@ -30,10 +31,11 @@ constexpr uint32_t kInline = 32 * 1024; /* most that travels in the record itsel
 constexpr uint32_t kTogether =
     1024; /* most that is copied behind the head: less than a message's pieces cost */
 constexpr size_t kRecord = sizeof(WireHead) + kInline + 1; /* one more, to tell a longer one */
-constexpr int kSendBuffer = 1024 * 1024;     /* a queue's bound; the kernel may grant less */
-constexpr struct timeval kSendWait = {2, 0}; /* how long a sender waits for room */
-constexpr struct timeval kNoWait = {0, 1};   /* 0 would be for ever */
-constexpr int kLooks = 50;                   /* for a name that may come free */
+constexpr int kSendBuffer = 1024 * 1024; /* a queue's bound; the kernel may grant less */
+constexpr int kSendWaitMs = 2000;        /* how long a sender waits for room */
+constexpr struct timeval kSendWait = {kSendWaitMs / 1000, 0};
+constexpr struct timeval kNoWait = {0, 1}; /* 0 would be for ever */
+constexpr int kLooks = 50;                 /* for a name that may come free */
 constexpr uint32_t kLookMs = 20;
 constexpr int kPayloadSeals = F_SEAL_SHRINK | F_SEAL_GROW | F_SEAL_WRITE;
 
@@ -104,6 +106,10 @@ bool MapPayloadFile(int fd, WireFrame *frame) {
   return true;
 }
 
+bool MayBeLarge(WireKind kind) {
+  return kind == WireKind::POST || kind == WireKind::CALL || kind == WireKind::ANSWER;
+}
+
 /* Checks the received record and points the frame at its payload, unless that is to come. */
 bool OpenFrame(WireFrame *frame, size_t size) {
   if (size < sizeof(WireHead)) return false;
@@ -111,6 +117,7 @@ bool OpenFrame(WireFrame *frame, size_t size) {
   const WireHead &head = frame->head;
   if (head.magic != kMagic || head.kind > WireKind::NOTE || head.length > TDS_PAYLOAD_MAX)
     return false;
+  if (head.length > kInline && !MayBeLarge(head.kind)) return false;
   frame->data = head.length == 0 ? nullptr : frame->record.get() + sizeof(WireHead);
   return size - sizeof(WireHead) == (head.length > kInline ? 0 : head.length);
 }
@@ -203,6 +210,16 @@ int WireConnect(const char *name, bool wait) {
 
 namespace {
 
+/* The reset of a connection is told once; then comes what came before it, then the end. */
+template <class Receive>
+ssize_t BehindReset(Receive receive) {
+  ssize_t size;
+  do {
+    size = receive();
+  } while (size < 0 && errno == ECONNRESET);
+  return size;
+}
+
 /* 0 or -1 with errno. */
 template <class Send>
 int Uninterrupted(Send send) {
@@ -246,11 +263,24 @@ int SendFile(int fd, int file, int flags) {
   return Uninterrupted([&] { return sendmsg(fd, &message, flags); });
 }
 
-/* A head whose file does not follow would take the next record for it: that connection is over. */
+/* A socket that polls as writable takes a few small records more. 0, or -1 with errno. */
+int AwaitRoom(int fd, int flags) {
+  struct pollfd end = {fd, POLLOUT, 0};
+  int ready;
+  do {
+    ready = poll(&end, 1, (flags & MSG_DONTWAIT) != 0 ? 0 : kSendWaitMs);
+  } while (ready < 0 && errno == EINTR);
+  if (ready == 0) errno = EAGAIN;
+  return ready > 0 ? 0 : -1;
+}
+
+/* A head whose file does not follow would take the next record for it: both find room, or none is
+   sent. Should the file not follow all the same, the connection is over. */
 int SendLarge(int fd, const WireHead &head, const void *data, int flags) {
   int file = PayloadFile(data, head.length);
   if (file < 0) return -1;
-  int result = Uninterrupted([&] { return send(fd, &head, sizeof head, flags); });
+  int result = AwaitRoom(fd, flags);
+  if (result == 0) result = Uninterrupted([&] { return send(fd, &head, sizeof head, flags); });
   if (result == 0 && (result = SendFile(fd, file, flags)) != 0) {
     int reason = errno;
     shutdown(fd, SHUT_RDWR);
@@ -270,7 +300,7 @@ int ReceiveFile(int fd, WireHead *announced, WireFrame *frame, int flags) {
   message.msg_iovlen = 1;
   message.msg_control = control.bytes;
   message.msg_controllen = sizeof(control.bytes);
-  const ssize_t size = recvmsg(fd, &message, flags | MSG_CMSG_CLOEXEC);
+  const ssize_t size = BehindReset([&] { return recvmsg(fd, &message, flags | MSG_CMSG_CLOEXEC); });
   if (size < 0) return -1;
   const int file = TakeFile(&message);
   frame->head = *announced;
@@ -300,17 +330,13 @@ int WireReceive(int fd, WireHead *announced, WireFrame *frame, int flags) {
   if (frame->record == nullptr) frame->record.reset(new uint8_t[kRecord]);
   frame->large.reset();
   if (announced->length != 0) return ReceiveFile(fd, announced, frame, flags);
-  ssize_t size;
-  do {
-    size = recv(fd, frame->record.get(), kRecord, flags);
-  } while (size < 0 && errno == ECONNRESET); /* told once; then what came before it, then the end */
+  const ssize_t size = BehindReset([&] { return recv(fd, frame->record.get(), kRecord, flags); });
   if (size <= 0) return static_cast<int>(size);
   errno = EBADMSG;
   if (!OpenFrame(frame, static_cast<size_t>(size))) return -1;
   if (frame->head.length <= kInline) return 1;
   *announced = frame->head;
-  errno = EINTR;
-  return -1;
+  return ReceiveFile(fd, announced, frame, flags);
 }
 
 const char *WireFault(int reason) {

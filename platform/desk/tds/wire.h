@@ -1,6 +1,6 @@
-// Frames on the runtime's sockets: one SOCK_SEQPACKET record each, a 16-byte head and the payload.
-// A payload that is too large for a socket buffer travels in a sealed memory file, with a record of
-// its own that follows the head.
+// Frames on the runtime's sockets: a 16-byte head and the payload in one SOCK_SEQPACKET record. A
+// payload that is too large for a socket buffer is a sealed memory file, which comes with a second
+// record: so that the first one, which nearly always is all, is read without room for files.
 #pragma once
 
 #include <cstdint>
@@ -41,14 +41,14 @@ struct WireFrame {
 };
 
 /* Sends one frame. 0, or -1 with errno (EAGAIN: the receiver's queue stayed full). `flags` as
-   MSG_DONTWAIT. */
+   MSG_DONTWAIT. One thread sends on a socket: nothing may come between a head and its file. */
 int WireSend(int fd, WireKind kind, uint32_t id, uint32_t sequence, const void *data,
              uint32_t length, int flags);
 
 /* Receives one frame. 1; 0 at the end of the connection; -1 with errno, EBADMSG for a record that
    is no frame (the connection can go on), EINTR too. `announced` is the connection's own, zeros at
-   first: the head of a large payload whose file is to come; the record with the head gives EINTR.
-   Descriptors that came with a record are closed. */
+   first: the head of a large payload, until its file comes. Descriptors that came with a record are
+   closed. */
 int WireReceive(int fd, WireHead *announced, WireFrame *frame, int flags);
 
 /* An AF_UNIX socket that listens as `name`, or is connected to it; -1 with errno. The other side

@@ -4,6 +4,7 @@
 #include <sys/stat.h>
 
 #include <filesystem>
+#include <future>
 #include <thread>
 
 #include "../other_process.h"
@@ -32,6 +33,31 @@ TEST_F(Tds, BadFramesCostTheirConnectionOnly) {
     EXPECT_TRUE(ClosedAfter(frame)) << frame.size() << " bytes";
     EXPECT_EQ("alive", Ask(kEcho, "alive", "unit:a"));
   }
+}
+
+TEST_F(Tds, ALargePayloadIsReadWhenItsSenderHasGone) {
+  const std::string payload(100000, 'x');
+  const int file = SealedFile(payload);
+  std::promise<void> held, gone;
+  const Work hold = [&] {
+    held.set_value();
+    gone.get_future().wait();
+  };
+  {
+    Raw raw("unit:a");
+    raw.Send(kHello);
+    raw.Send(Frame(kCallFrame, kEcho, 1, "whose answer is not read")); /* the end is a reset */
+    raw.Send(Frame(kPostFrame, kNote, 0, "", payload.size()));
+    raw.AwaitRead();
+    ASSERT_EQ(0, Post(&hold, "unit:a"));
+    held.get_future().wait();
+    raw.Send("x", {file});
+  }
+  gone.set_value();
+  close(file);
+  const std::vector<Received> got = Await(kNote, 1);
+  ASSERT_EQ(1U, got.size());
+  EXPECT_EQ(payload, got[0].payload);
 }
 
 TEST_F(Tds, ANoteIsOfTheMessageBehindItAlone) {

@@ -2,9 +2,14 @@
 // stranger or an attacker sends them.
 #pragma once
 
+#include <fcntl.h>
 #include <gtest/gtest.h>
+#include <linux/memfd.h>
+#include <linux/sockios.h>
 #include <poll.h>
+#include <sys/ioctl.h>
 #include <sys/socket.h>
+#include <sys/syscall.h>
 #include <sys/un.h>
 #include <unistd.h>
 
@@ -28,6 +33,15 @@ inline std::string Call(uint32_t id, const std::string &payload, const char *des
   int result = tds_call(id, payload.data(), static_cast<uint32_t>(payload.size()), dest, limit,
                         &reply, &length);
   return result == 0 ? Taken(reply, length) : Failed(errno);
+}
+
+/* A file as a large payload comes in, sealed against shrinking, growing and writing. */
+inline int SealedFile(const std::string &payload) {
+  constexpr int kAddSeals = 1033, kSeals = 2 | 4 | 8; /* some C libraries do not know them */
+  int file = static_cast<int>(syscall(SYS_memfd_create, "raw", MFD_CLOEXEC | MFD_ALLOW_SEALING));
+  EXPECT_EQ(static_cast<ssize_t>(payload.size()), write(file, payload.data(), payload.size()));
+  EXPECT_EQ(0, fcntl(file, kAddSeals, kSeals));
+  return file;
 }
 
 struct Raw {
@@ -63,6 +77,14 @@ struct Raw {
       memcpy(CMSG_DATA(part), passed.data(), passed.size() * sizeof(int));
     }
     (void)sendmsg(fd, &message, MSG_NOSIGNAL); /* may be closed already */
+  }
+  /* Waits until the other side has read all that was sent. */
+  void AwaitRead() {
+    int unread = 1;
+    for (auto end = Clock::now() + std::chrono::seconds(Patience()); unread != 0;) {
+      ASSERT_EQ(0, ioctl(fd, SIOCOUTQ, &unread));
+      ASSERT_LT(Clock::now(), end) << unread << " bytes are not read";
+    }
   }
   /* The next record; "" at the end of the connection, "silence" when nothing comes. */
   std::string Next(int limit_ms = static_cast<int>(Patience()) * 1000) {
