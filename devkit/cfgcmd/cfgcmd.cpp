@@ -97,7 +97,7 @@ std::optional<int> Parse(int argc, char **argv, Asked *asked) {
   app.add_flag("--json", asked->options.json, "Print data as JSON");
   app.add_flag("--calls", asked->options.calls,
                "Print the command lines that the request caused, too");
-  AddTimeLimit(&app, &asked->limit_s);
+  const CLI::Option *limit = AddTimeLimit(&app, &asked->limit_s);
   CLI::Option *base =
       app.add_option("--base", asked->options.base, "Where paths begin, in place of cfgcmd base's")
           ->type_name("PATH");
@@ -105,6 +105,7 @@ std::optional<int> Parse(int argc, char **argv, Asked *asked) {
   std::optional<int> end = ParseCommandLine(&app, argc, argv, {ArgumentsOf, CandidatesOfKind});
   Options &options = asked->options;
   options.limit_ms = static_cast<uint32_t>(asked->limit_s * 1000);
+  options.usual_limit = limit->empty();
   options.base = base->empty() ? KeptBase() : FullPath(options.base == "/" ? "" : options.base, "");
   return end;
 }

@@ -12,6 +12,7 @@ struct Options {
   bool json = false;
   bool calls = false;
   uint32_t limit_ms = kUsualLimit; /* for each request */
+  bool usual_limit = true;         /* nobody asked for another one */
   std::string base;                /* what paths are below that do not begin at the root */
   bool raw = false;                /* get */
   uint32_t depth = UINT32_MAX;     /* tree: levels below the path */

@@ -30,7 +30,7 @@ constexpr unsigned kQuietLooks = 7; /* the daemon puts things off for less */
 constexpr unsigned kLooks = 100;
 constexpr char kAnswersRead[] = "/var/log/devkit/answers_read";
 constexpr uint32_t kPlanLimit =
-    2000; /* ms; who waits longer waits for the modem, that is not there */
+    2000; /* ms; who waits longer mostly waits for the modem, which is not there */
 
 Outcome Snapshot(const Words &words, const Options &) {
   if (!AttachStore()) return kNoStore;
@@ -225,7 +225,7 @@ Outcome Try(const Verb &verb, const Words &words, const Options &options) {
 
 /* This client once more, in a copy. Comes back only when there can be none. */
 Outcome InACopy(const Words &words, const Options &options) {
-  const uint32_t limit_ms = options.limit_ms == kUsualLimit ? kPlanLimit : options.limit_ms;
+  const uint32_t limit_ms = options.usual_limit ? kPlanLimit : options.limit_ms;
   std::vector<std::string> line = {"gateway-copy", program_invocation_name, "--timeout",
                                    std::to_string(limit_ms / 1000.0)};
   if (options.json) line.push_back("--json");

@@ -74,21 +74,20 @@ void Start(RequestPtr request) {
   const uint32_t chain = NextChainId();
   try {
     RequestPtr &place = in_flight[chain];
-    if (Send(chain, request.get()) == 0) {
+    place = std::move(request);
+    if (Send(chain, place.get()) == 0) {
       ++started.module->in_flight;
-      place = std::move(request);
       return;
     }
-    in_flight.erase(chain);
     Refuse(started, [&] {
       return started.plan.module +
              " is not running or takes no messages: "
              "\"gateway-daemon restart sysmgr\" starts it";
     });
   } catch (const std::bad_alloc &) {
-    in_flight.erase(chain);
     HandOutWithoutMemory(started);
   }
+  in_flight.erase(chain);
 }
 
 /* Sends what waits while there is room. */
@@ -126,11 +125,13 @@ bool IsRelated(const std::string &one, const std::string &other) {
 void QueuePut(RequestPtr request) {
   ModuleQueue *module = request->module = &modules[request->plan.module];
   if (module->waiting.empty() && module->in_flight < kInFlight) return Start(std::move(request));
-  if (module->waiting.size() < kWaiting) return module->waiting.push_back(std::move(request));
-  Refuse(*request, [&] {
-    return request->plan.module + " is busy, " + std::to_string(kWaiting) +
-           " requests wait for it: try later";
-  });
+  if (module->waiting.size() >= kWaiting)
+    return Refuse(*request, [&] {
+      return request->plan.module + " is busy, " + std::to_string(kWaiting) +
+             " requests wait for it: try later";
+    });
+  module->waiting.push_back(std::move(request));
+  Pump(module);
 }
 
 RequestPtr QueueTake(uint32_t chain) {
@@ -142,15 +143,15 @@ RequestPtr QueueTake(uint32_t chain) {
   return request;
 }
 
-void QueueGoOn(const Request &acknowledged) {
-  GiveUp(acknowledged.module, acknowledged.sent, " could not acknowledge it");
-  Pump(acknowledged.module);
+void QueueAcknowledged(const Request &request) {
+  GiveUp(request.module, request.sent, " could not acknowledge it");
+  Pump(request.module);
 }
 
-bool QueueServes(std::string_view module) { return modules.find(module) != modules.end(); }
+bool QueueServes(std::string_view endpoint) { return modules.find(endpoint) != modules.end(); }
 
-void QueueGone(std::string_view module) {
-  const auto found = modules.find(module);
+void QueueGone(std::string_view endpoint) {
+  const auto found = modules.find(endpoint);
   if (found == modules.end()) return;
   GiveUp(&found->second, UINT64_MAX, " died before it answered");
   Pump(&found->second);

@@ -1,5 +1,5 @@
 // The requests that modules have, in a queue each, of which a bounded number is in flight: no
-// module is ever waited for.
+// module is ever waited for. All of it on the thread "dbmgr:dbmgt".
 #pragma once
 
 #include <cstdint>
@@ -15,13 +15,15 @@ void QueuePut(RequestPtr request);
 /* Takes the request out that an acknowledgement is for; NULL: nobody waits for it. */
 RequestPtr QueueTake(uint32_t chain);
 
-/* Goes on behind a request that its module has acknowledged and that was handed out: a module
-   answers in order, so an acknowledgement that it could not send does not come any more. */
-void QueueGoOn(const Request &acknowledged);
+/* Sends what waits behind a request that its module has acknowledged. The module answers in order:
+   what it got before and has not acknowledged is refused. */
+void QueueAcknowledged(const Request &request);
 
-/* Whether requests ever went to the process; it has ended: what it had in flight is refused. */
-bool QueueServes(std::string_view module);
-void QueueGone(std::string_view module);
+/* Whether the endpoint is a module that requests went to. */
+bool QueueServes(std::string_view endpoint);
+
+/* Its process has ended: what it had in flight is refused. */
+void QueueGone(std::string_view endpoint);
 
 /* The modules, by name, whose requests one for `url` may wait for. */
 std::string QueueWaitsFor(const std::string &url);

@@ -1,4 +1,4 @@
-// A client's request on its way, and its answer.
+// A client's request on its way, and its answer. All of it on the thread "dbmgr:dbmgt".
 #pragma once
 
 #include <cstdint>
@@ -24,7 +24,7 @@ struct ModuleQueue; /* see dbmgr_queue.cpp */
 struct Request {
   uint64_t client = 0; /* token of the answer that was put off */
   Plan plan;
-  ModuleQueue *module = nullptr; /* that it is sent to */
+  ModuleQueue *module = nullptr; /* that it is sent to; lives for ever */
   std::shared_ptr<Whole> whole;  /* what it is a part of, instead of a client's own */
   uint64_t sent = 0;             /* its place among all that were sent, once it was */
   std::string who;               /* "set": whose it is, "cfgcmd[123]" */

@@ -167,7 +167,7 @@ void RouteAcknowledgement(int32_t, const void *data, uint32_t length) {
   Finish(*request, [&] {
     return AnswerOf(*request, result, appt_GetWord(bytes + APPT_AT_CODE), ReplyText(data, length));
   });
-  QueueGoOn(*request);
+  QueueAcknowledged(*request);
 }
 
 void RouteNoObject(int32_t, const void *data, uint32_t length) {
@@ -179,6 +179,6 @@ void RoutePeerGone(int32_t, const void *data, uint32_t length) {
   std::string_view name(static_cast<const char *>(data), length);
   name = name.substr(0, name.find('\0'));
   if (!QueueServes(name)) return;
-  FinishKeeping();
+  FinishKeeping(); /* before clients hear of it */
   QueueGone(name);
 }

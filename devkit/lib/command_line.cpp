@@ -7,8 +7,8 @@
 #include "exit_status.h"
 #include "nearest.h"
 
-void AddTimeLimit(CLI::App *app, double *limit_s) {
-  app->add_option("--timeout", *limit_s, "Seconds to wait for each answer")
+CLI::Option *AddTimeLimit(CLI::App *app, double *limit_s) {
+  return app->add_option("--timeout", *limit_s, "Seconds to wait for each answer")
       ->check(CLI::Range(0.001, 86400.0))
       ->envname("GATEWAY_TIMEOUT")
       ->capture_default_str();

@@ -7,7 +7,7 @@
 #include "completion.h"
 
 /* "--timeout", in seconds, or what the environment has as GATEWAY_TIMEOUT. */
-void AddTimeLimit(CLI::App *app, double *limit_s);
+CLI::Option *AddTimeLimit(CLI::App *app, double *limit_s);
 
 /* None: the program goes on. Else its exit status: help ("--help", "help VERB"), "NAME VERSION" or
    what "complete WORD..." asks for was printed, or wrong usage was told in one line. */

@@ -105,9 +105,10 @@ void tds_delay(uint32_t ms);
 /* The time of day: seconds since 1970 and milliseconds. */
 void tds_gettime(int32_t *seconds, int32_t *milliseconds);
 
-/* The counted heap: live blocks and bytes are kept by tag, a string that lives for ever. NULL when
-   there is no memory. __tds_realloc keeps the block's first tag unless `block` is NULL; __tds_free
-   takes NULL; __tds_strndup copies `length` bytes, whatever they are, and puts a NUL behind them.
+/* The counted heap: live blocks and bytes are kept by tag, a string that lives for ever and is
+   the same one each time. NULL when there is no memory. __tds_realloc keeps the block's first tag
+   unless `block` is NULL; __tds_free takes NULL; __tds_strndup copies `length` bytes, whatever they
+   are, and puts a NUL behind them.
  */
 void *__tds_malloc(size_t size, const char *tag);
 void *__tds_realloc(void *block, size_t size, const char *tag);

@@ -101,8 +101,10 @@ class Run:
         if not calm(step) or era < 8 or step < era + era // 4:
             self.warm = {}
             return
-        if not self.warm:  # the connection to the keys' module stays; that it refuses to answer says that it is there
-            self.clients[CLIENTS].ask("send sysmgr:button_proc 0x100052 --wait --hex 0100")
+        if not self.warm:  # the connections to modules stay; that the keys' one refuses to answer says that it is there
+            for line in ("get InternetGatewayDevice.DeviceInfo.Manufacturer", "get InternetGatewayDevice.ManagementServer.URL",
+                         "get InternetGatewayDevice.Services.ServiceTelnet.Port", "send sysmgr:button_proc 0x100052 --wait --hex 0100"):
+                self.clients[CLIENTS].ask(line)
         for name in NAMES:
             warm = self.warm.setdefault((name, gateway.pid(name)), look(name))
             self.compare(name, warm)

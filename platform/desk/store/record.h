@@ -1,5 +1,5 @@
 // What the stored tree holds of a node. What a record points to lies in the shared map: it is good
-// until the transaction ends or writes.
+// until the transaction ends or writes; of one that read, until the next commit.
 #pragma once
 
 #include <lmdb.h>

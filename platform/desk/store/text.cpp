@@ -22,6 +22,13 @@ char *NewText(size_t size) {
   return text;
 }
 
+/* Makes a path's key that of a leaf. 0, or -1: there is no such leaf. */
+int FindLeaf(MDB_txn *txn, Key *key, Record *leaf) {
+  if (key->last == 0) return -1;
+  key->bytes[key->last] = KEY_LEAF;
+  return TreeFind(txn, *key, leaf);
+}
+
 /* ---- an object that has but a few leaves, as most that are read ---- */
 
 struct FewLeaves {
@@ -97,9 +104,7 @@ char *Put(char *out, const void *from, size_t length) {
 /* A leaf itself. `key` is as a path's. 0 or -1. */
 int GatherLeaf(MDB_txn *txn, Key *key, FewLeaves *leaves) {
   Record record;
-  if (key->last == 0) return -1;
-  key->bytes[key->last] = KEY_LEAF;
-  if (TreeFind(txn, *key, &record) != 0) return -1;
+  if (FindLeaf(txn, key, &record) != 0) return -1;
   const size_t name_length = key->length - key->last - 1;
   leaves->leaf[0] = {key->bytes + key->last + 1, record.value, name_length, record.length};
   leaves->there = 1;
@@ -148,9 +153,7 @@ int JoinLeaves(const std::vector<Found> &leaves, size_t top_length, char **text)
 
 int LeafAlone(MDB_txn *txn, Key *key, std::vector<Found> *leaves) {
   Record record;
-  if (key->last == 0) return -1;
-  key->bytes[key->last] = KEY_LEAF;
-  if (TreeFind(txn, *key, &record) != 0) return -1;
+  if (FindLeaf(txn, key, &record) != 0) return -1;
   leaves->push_back({0, key->bytes, key->length, record});
   return 0;
 }

@@ -28,7 +28,8 @@ int TreeKey(const char *path, uint8_t last_separator, Key *key) {
 namespace {
 
 /* The node that this thread's reads have found last: of one node several things are asked in turn.
- */
+   What it points to stays as long as the tree has the same number: no write takes the pages of the
+   last commit, and the environment is opened once. */
 struct LastFound {
   size_t txn_id; /* of the tree that it was found in; 0: none */
   char path[AMS_PATH_SIZE];
@@ -52,7 +53,7 @@ void KeepFound(size_t txn_id, const char *path, const Key &key, const Record &re
   last_found.record = record;
 }
 
-int FindAnew(MDB_txn *txn, const char *path, bool log, Key *key, Record *record) {
+int LookUp(MDB_txn *txn, const char *path, bool log, Key *key, Record *record) {
   int rc = log ? TreeKey(path, KEY_NODE, key) : KeyOfPath(path, KEY_NODE, key);
   if (rc != 0) return -1;
   if (TreeFind(txn, *key, record) == 0) return 0;
@@ -65,13 +66,14 @@ int FindAnew(MDB_txn *txn, const char *path, bool log, Key *key, Record *record)
 
 int TreeFindPath(MDB_txn *txn, const char *path, bool log, Key *key, Record *record) {
   if (path == nullptr) return -1;
-  const size_t txn_id = txn == TreeThread()->read ? mdb_txn_id(txn) : 0; /* others may write */
+  const size_t txn_id =
+      txn == TreeThread()->read ? mdb_txn_id(txn) : 0; /* a span writes under one number */
   if (txn_id != 0 && last_found.txn_id == txn_id && strcmp(last_found.path, path) == 0) {
     CopyKey(last_found.key, key);
     *record = last_found.record;
     return 0;
   }
-  if (FindAnew(txn, path, log, key, record) != 0) return -1;
+  if (LookUp(txn, path, log, key, record) != 0) return -1;
   if (txn_id != 0) KeepFound(txn_id, path, *key, *record);
   return 0;
 }

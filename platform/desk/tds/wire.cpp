@@ -28,7 +28,7 @@ namespace {
 
 constexpr uint16_t kMagic = 0x7D51;
 constexpr uint32_t kInline = 32 * 1024; /* most that travels in the record itself */
-constexpr uint32_t kTogether =
+constexpr uint32_t kCoalesced =
     1024; /* most that is copied behind the head: less than a message's pieces cost */
 constexpr size_t kRecord = sizeof(WireHead) + kInline + 1; /* one more, to tell a longer one */
 constexpr int kSendBuffer = 1024 * 1024; /* a queue's bound; the kernel may grant less */
@@ -230,8 +230,8 @@ int Uninterrupted(Send send) {
   return sent < 0 ? -1 : 0;
 }
 
-int SendTogether(int fd, const WireHead &head, const void *data, int flags) {
-  uint8_t record[sizeof head + kTogether];
+int SendCoalesced(int fd, const WireHead &head, const void *data, int flags) {
+  uint8_t record[sizeof head + kCoalesced];
   memcpy(record, &head, sizeof head);
   if (head.length > 0) memcpy(record + sizeof head, data, head.length);
   return Uninterrupted([&] { return send(fd, record, sizeof head + head.length, flags); });
@@ -319,7 +319,7 @@ int WireSend(int fd, WireKind kind, uint32_t id, uint32_t sequence, const void *
              uint32_t length, int flags) {
   WireHead head = {kMagic, kind, id, sequence, length};
   flags |= MSG_NOSIGNAL;
-  if (length <= kTogether) return SendTogether(fd, head, data, flags);
+  if (length <= kCoalesced) return SendCoalesced(fd, head, data, flags);
   if (length <= kInline) return SendPieces(fd, &head, data, flags);
   if (length <= TDS_PAYLOAD_MAX) return SendLarge(fd, head, data, flags);
   errno = EMSGSIZE;
