@@ -13,6 +13,7 @@
 #include <sstream>
 #include <system_error>
 
+#include "ams_store.h"
 #include "cfgcmd.h"
 #include "cfgcmd_paths.h"
 #include "cfgcmd_print.h"
@@ -29,6 +30,7 @@ constexpr useconds_t kLookUs = 10000;
 constexpr unsigned kQuietLooks = 7; /* the daemon puts things off for less */
 constexpr unsigned kLooks = 100;
 constexpr char kAnswersRead[] = "/var/log/devkit/answers_read";
+constexpr char kTreeBefore[] = "/var/log/devkit/tree_before"; /* the start of the copy's daemon */
 constexpr uint32_t kPlanLimit =
     2000; /* ms; who waits longer mostly waits for the modem, which is not there */
 
@@ -56,6 +58,17 @@ Nodes AllNodes() {
   Nodes nodes;
   if (ams_desk_walk(kRoot, true, AddNode, &nodes) != 0) throw std::bad_alloc();
   return nodes;
+}
+
+/* The start of a daemon writes statuses anew; what comes then is to find those of the gateway. */
+void RestoreStatuses() {
+  const Nodes nodes = AllNodes();
+  for (const Json &before : Json::parse(AppendedSince(kTreeBefore, 0))) {
+    const auto now = nodes.find(before["path"]);
+    if (!before.contains("value") || now == nodes.end() || now->second == before["value"]) continue;
+    (void)ams_sset_node_value(gptXmlTrees->root, now->first.c_str(),
+                              before["value"].get<std::string>().c_str()); /* it fitted before */
+  }
 }
 
 struct File {
@@ -204,6 +217,7 @@ const Verb *ChangeNamed(const std::string &name) {
 Outcome Try(const Verb &verb, const Words &words, const Options &options) {
   if (!AttachStore()) return kNoStore;
   AwaitQuiet();
+  RestoreStatuses();
   const Nodes nodes = AllNodes();
   const Files files = AllFiles();
   const uint64_t offset = FileSize(kCommandsLog);
