@@ -84,5 +84,5 @@ void tds_show_malloc(void) {
     all.blocks += sum.blocks;
     all.bytes += sum.bytes;
   }
-  printf("all: %zu blocks, %zu bytes\n", all.blocks, all.bytes);
+  printf("total: %zu blocks, %zu bytes\n", all.blocks, all.bytes);
 }
