@@ -62,7 +62,7 @@ std::string RequestFrame() {
 void SendOne(uint32_t chain) {
   appt_PutWord(&frame[APPT_AT_CHAIN], chain);
   uint32_t size = static_cast<uint32_t>(frame.size());
-  run.sent_at = Nanoseconds();
+  if (run.samples != nullptr) run.sent_at = Nanoseconds();
   int sent = run.clients.empty() ? SendMsg(EV_APPT_MSG_REQUEST, frame.data(), size, kModule)
                                  : WireSend(run.clients[chain], WireKind::POST, EV_APPT_MSG_REQUEST,
                                             0, frame.data(), size, 0);
@@ -74,11 +74,10 @@ void OnStart(int32_t, const void *, uint32_t) {
 }
 
 void OnAnswer(int32_t, const void *data, uint32_t len) {
-  uint64_t now = Nanoseconds();
+  if (run.samples != nullptr) run.samples->push_back(Nanoseconds() - run.sent_at);
   if (len < APPT_ACK_HEAD_SIZE ||
       appt_GetWord(static_cast<const char *>(data) + APPT_AT_RESULT) != 0)
     Fail("the module refused the request");
-  if (run.samples != nullptr) run.samples->push_back(now - run.sent_at);
   run.answer_size = len;
   if (--run.left >= run.window) {
     SendOne(appt_GetWord(data));

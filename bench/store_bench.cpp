@@ -7,12 +7,14 @@
 
 #include <cstdio>
 #include <cstring>
+#include <filesystem>
 #include <map>
 #include <pugixml.hpp>
 #include <string>
 #include <vector>
 
 #include "ams_store.h"
+#include "nanoseconds.h"
 #include "tds.h"
 
 namespace {
@@ -144,16 +146,6 @@ void SetKeptStore(benchmark::State &state, int leaves) {
   }
 }
 
-void FileStore(benchmark::State &state, int leaves) {
-  LoadStore(leaves);
-  FILE *file = FileOf(MakeXml(leaves));
-  for (auto _ : state) {
-    rewind(file);
-    if (ams_mxmlLoadFile(nullptr, file, nullptr) == nullptr) abort();
-  }
-  fclose(file);
-}
-
 /* ---- bare LMDB ---- */
 
 struct Bare {
@@ -176,21 +168,22 @@ void BulkLoad(const Bare &bare, const Rows &rows) {
   if (mdb_txn_commit(txn) != 0) abort();
 }
 
+Bare OpenBare() {
+  Bare bare = {};
+  char folder[] = "/dev/shm/store_bench.XXXXXX";
+  MDB_txn *txn;
+  unsigned flags = MDB_WRITEMAP | MDB_NOSYNC | MDB_NOTLS | MDB_NOMEMINIT;
+  if (mkdtemp(folder) == nullptr || mdb_env_create(&bare.env) != 0) abort();
+  mdb_env_set_mapsize(bare.env, 256 << 20);
+  if (mdb_env_open(bare.env, folder, flags, 0600) != 0) abort();
+  if (mdb_txn_begin(bare.env, nullptr, 0, &txn) != 0) abort();
+  if (mdb_dbi_open(txn, nullptr, 0, &bare.dbi) != 0 || mdb_txn_commit(txn) != 0) abort();
+  std::filesystem::remove_all(folder);
+  return bare;
+}
+
 Bare &BareStore(int leaves) {
-  static Bare bare;
-  if (bare.env == nullptr) {
-    char folder[] = "/dev/shm/store_bench.XXXXXX";
-    MDB_txn *txn;
-    unsigned flags = MDB_WRITEMAP | MDB_NOSYNC | MDB_NOTLS | MDB_NOMEMINIT;
-    if (mkdtemp(folder) == nullptr || mdb_env_create(&bare.env) != 0) abort();
-    mdb_env_set_mapsize(bare.env, 256 << 20);
-    if (mdb_env_open(bare.env, folder, flags, 0600) != 0) abort();
-    if (mdb_txn_begin(bare.env, nullptr, 0, &txn) != 0) abort();
-    if (mdb_dbi_open(txn, nullptr, 0, &bare.dbi) != 0 || mdb_txn_commit(txn) != 0) abort();
-    for (const char *name : {"/data.mdb", "/lock.mdb"})
-      unlink((std::string(folder) + name).c_str());
-    rmdir(folder);
-  }
+  static Bare bare = OpenBare();
   if (bare.leaves != leaves) BulkLoad(bare, MakeRows(leaves));
   bare.leaves = leaves;
   return bare;
@@ -259,8 +252,7 @@ void SetKeptLmdb(benchmark::State &state, int leaves) {
     }
   }
   mdb_env_close(flash.env);
-  for (const char *name : {"/data.mdb", "/lock.mdb"}) unlink((std::string(folder) + name).c_str());
-  rmdir(folder);
+  std::filesystem::remove_all(folder);
 }
 
 /* ---- pugixml ---- */
@@ -294,20 +286,46 @@ void GetPugixml(benchmark::State &state, int leaves) {
   }
 }
 
+/* ---- a file to a ready store, as a start does it once: in a process and in memory of its own ----
+ */
+
+std::string program;
+
+uint64_t LoadOfStore(FILE *file, int) {
+  std::filesystem::remove_all("/dev/shm/ams_store");
+  if (ShmPoolSrvInit() == nullptr) abort();
+  const uint64_t start = Nanoseconds();
+  if (ams_mxmlLoadFile(nullptr, file, nullptr) == nullptr) abort();
+  return Nanoseconds() - start;
+}
+
 /* What a load cannot be without: the file read and parsed, its rows put into a store in order. */
-void FilePugixmlAndBulk(benchmark::State &state, int leaves) {
-  Bare &bare = BareStore(leaves);
-  Rows rows = MakeRows(leaves);
-  std::string xml = MakeXml(leaves), text(xml.size(), '\0');
-  FILE *file = FileOf(xml);
+uint64_t LoadOfPeers(FILE *file, int leaves) {
+  const Bare bare = OpenBare();
+  const Rows rows = MakeRows(leaves);
+  const uint64_t start = Nanoseconds();
+  std::string text(std::filesystem::file_size("/proc/self/fd/" + std::to_string(fileno(file))), 0);
+  pugi::xml_document document;
+  if (fread(&text[0], 1, text.size(), file) != text.size()) abort();
+  if (!document.load_buffer_inplace(&text[0], text.size())) abort();
+  BulkLoad(bare, rows);
+  return Nanoseconds() - start;
+}
+
+int LoadOnce(const std::string &who, int leaves) {
+  FILE *file = FileOf(MakeXml(leaves));
+  printf("%lu\n", who == "store" ? LoadOfStore(file, leaves) : LoadOfPeers(file, leaves));
+  return 0;
+}
+
+void Loads(benchmark::State &state, const char *who, int leaves) {
+  const std::string command = program + " once " + who + " " + std::to_string(leaves);
   for (auto _ : state) {
-    pugi::xml_document document;
-    rewind(file);
-    if (fread(&text[0], 1, text.size(), file) != text.size()) abort();
-    if (!document.load_buffer(text.data(), text.size())) abort();
-    BulkLoad(bare, rows);
+    FILE *answer = popen(command.c_str(), "r");
+    uint64_t ns;
+    if (answer == nullptr || fscanf(answer, "%lu", &ns) != 1 || pclose(answer) != 0) abort();
+    state.SetIterationTime(static_cast<double>(ns) * 1e-9);
   }
-  fclose(file);
 }
 
 struct Row {
@@ -325,19 +343,22 @@ const Row kRows[] = {
     {"set/lmdb", SetLmdb, 20000},
     {"set kept/store", SetKeptStore, 20000},
     {"set kept/lmdb", SetKeptLmdb, 20000},
-    {"load/store", FileStore, 20000},
-    {"load/pugixml+lmdb", FilePugixmlAndBulk, 20000},
     {"get/store/200000", GetStore, 200000},
     {"get/lmdb/200000", GetLmdb, 200000},
     {"get/pugixml/200000", GetPugixml, 200000},
-    {"load/store/200000", FileStore, 200000},
-    {"load/pugixml+lmdb/200000", FilePugixmlAndBulk, 200000},
 };
 
 }  // namespace
 
 int main(int argc, char **argv) {
+  program = argv[0];
+  if (argc == 4 && strcmp(argv[1], "once") == 0) return LoadOnce(argv[2], atoi(argv[3]));
   for (const Row &row : kRows) benchmark::RegisterBenchmark(row.name, row.run, row.leaves);
+  for (const char *who : {"store", "peers"})
+    for (int leaves : {20000, 200000})
+      benchmark::RegisterBenchmark(
+          (std::string("load/") + who + "/" + std::to_string(leaves)).c_str(), Loads, who, leaves)
+          ->UseManualTime();
   benchmark::Initialize(&argc, argv);
   benchmark::RunSpecifiedBenchmarks();
   return 0;
