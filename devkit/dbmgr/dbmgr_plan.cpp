@@ -5,6 +5,7 @@
 #include <cstring>
 #include <new>
 #include <string_view>
+#include <utility>
 
 #include "ams_common_api.h"
 #include "dbmgr_commands.h"
@@ -91,9 +92,9 @@ int CheckLeaves(std::string_view rest, Plan *plan, std::string *why) {
 /* Whether the framework can find an op function for `url` itself: its own or that of its array.
    Requests that need one are served from the store where there is none. */
 bool HasOp(const std::string &url) {
-  if (!Attribute(url, "op").empty()) return true;
-  std::string parent = Parent(url);
-  return Attribute(parent, "type") == "array" && !Attribute(parent, "op").empty();
+  if (ams_desk_has_op(url.c_str())) return true;
+  const std::string parent = Parent(url);
+  return Attribute(parent, "type") == "array" && ams_desk_has_op(parent.c_str());
 }
 
 bool NeedsOp(const Plan &plan, const Command &command, unsigned kind) {
@@ -169,13 +170,13 @@ int CheckFrame(const Plan &plan, std::string *why) {
 
 }  // namespace
 
-int PlanRequest(const DbmgrRequest &request, Plan *plan, std::string *why) {
+int PlanRequest(DbmgrRequest request, Plan *plan, std::string *why) {
   const Command *command = FindCommand(request.command);
   if (command == nullptr)
     return Refuse(why, "unknown command " + std::to_string(request.command) +
                            ": is the client of this gateway?");
   plan->command = request.command;
-  plan->url = Bare(request.url);
+  plan->url = Bare(std::move(request.url));
   if (plan->url.size() > kFrameText)
     return Refuse(why, "the path is " + std::to_string(plan->url.size()) +
                            " bytes, at most 255 can be: check it");
@@ -189,7 +190,7 @@ int PlanRequest(const DbmgrRequest &request, Plan *plan, std::string *why) {
   if ((command->traits & SETS) != 0) {
     if (CheckLeaves(request.value, plan, why) != 0) return -1;
   } else if (kind == LEAF) { /* leaves travel as names in their object's request */
-    plan->leaf = plan->url;
+    plan->leaf = std::move(plan->url);
     plan->url = Parent(plan->leaf);
     plan->value = plan->leaf.substr(plan->url.size() + 1);
   }

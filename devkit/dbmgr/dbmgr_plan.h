@@ -27,4 +27,4 @@ struct Plan {
 
 /* Checks `request`, and brings its path into the one form that all behind it have: no "." at the
    end. 0, or -1 with one line in `why`: what is wrong and what to do. */
-int PlanRequest(const DbmgrRequest &request, Plan *plan, std::string *why);
+int PlanRequest(DbmgrRequest request, Plan *plan, std::string *why);

@@ -42,7 +42,9 @@ uint32_t NextChainId() {
 
 /* Head, url and value as the framework reads them; the plan's texts fit in one-byte lengths. */
 std::string Frame(uint32_t chain, const Plan &plan) {
-  std::string frame(APPT_HEAD_SIZE, '\0');
+  std::string frame;
+  frame.reserve(APPT_HEAD_SIZE + plan.url.size() + plan.value.size() + 4);
+  frame.assign(APPT_HEAD_SIZE, '\0');
   appt_PutWord(&frame[APPT_AT_CHAIN], chain);
   appt_PutWord(&frame[APPT_AT_COMMAND], plan.command);
   appt_PutWord(&frame[APPT_AT_CODE], APPT_CODE_REQUEST);

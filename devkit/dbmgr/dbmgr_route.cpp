@@ -4,6 +4,7 @@
 #include <memory>
 #include <new>
 #include <string_view>
+#include <utility>
 
 #include "ams_common_api.h"
 #include "ams_store.h"
@@ -96,7 +97,7 @@ void Route(uint64_t client, const void *data, uint32_t length) {
   request->client = client;
   if (DbmgrGetRequest(data, length, &asked) != 0) return Refuse(client, kDamaged);
   WatchBegun(client, asked);
-  if (PlanRequest(asked, &plan, &why) != 0) return Refuse(client, why);
+  if (PlanRequest(std::move(asked), &plan, &why) != 0) return Refuse(client, why);
   WatchPlanned(client, plan);
   if (!plan.paths.empty()) TakeWho(request.get());
   if (!plan.module.empty()) return QueuePut(std::move(request));
@@ -129,7 +130,8 @@ void RouteCheck(int32_t, const void *data, uint32_t length) {
     Plan plan;
     DbmgrRequest asked;
     std::string why = kDamaged;
-    if (DbmgrGetRequest(data, length, &asked) != 0 || PlanRequest(asked, &plan, &why) != 0)
+    if (DbmgrGetRequest(data, length, &asked) != 0 ||
+        PlanRequest(std::move(asked), &plan, &why) != 0)
       return Refuse(client, why);
     Answer(client, {});
   } catch (const std::bad_alloc &) {

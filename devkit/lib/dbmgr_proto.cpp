@@ -51,9 +51,10 @@ std::string DbmgrPutAnswer(const DbmgrAnswer &answer) {
                                " bytes, a message carries " + std::to_string(kMost) +
                                ": ask for parts of it"});
   std::string bytes;
+  bytes.reserve(kAnswerHead + answer.text.size());
   PutNumber(&bytes, static_cast<uint32_t>(answer.result), 4);
   PutNumber(&bytes, static_cast<uint32_t>(answer.kind), 1);
-  return bytes + answer.text;
+  return bytes += answer.text;
 }
 
 int DbmgrGetRequest(const void *data, size_t length, DbmgrRequest *request) {

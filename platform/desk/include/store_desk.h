@@ -11,6 +11,9 @@
    `size` is too small. */
 int ams_desk_mod(const char *path, char *mod, size_t size);
 
+/* Whether the node has an "op" attribute of its own. */
+bool ams_desk_has_op(const char *path);
+
 /* Attributes of the file; "" where there is none. Many nodes share them. */
 struct AmsDeskAttributes {
   std::string_view description, op, mod, writable, min, max, values;

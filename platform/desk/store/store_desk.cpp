@@ -31,6 +31,15 @@ int ams_desk_mod(const char *path, char *mod, size_t size) {
   });
 }
 
+bool ams_desk_has_op(const char *path) {
+  return TreeRead([=](MDB_txn *txn) {
+           Key key;
+           Record record;
+           int rc = TreeFindPath(txn, path, false, &key, &record);
+           return rc == 0 && (record.head.flags & RECORD_OP) != 0 ? 0 : -1;
+         }) == 0;
+}
+
 int ams_desk_copy(const char *folder) {
   return shared_tree.lmdb.env == nullptr ? ENOENT : LmdbCopy(shared_tree.lmdb, folder);
 }
