@@ -76,6 +76,13 @@ const char *WhyRefused(int code) {
                      : "another page asks, or by another name than 127.0.0.1";
 }
 
+/* True: the answer says why. */
+bool Refused(const httplib::Request &request, const PanelDoor &door, httplib::Response *response) {
+  const int code = Refusal(request, door);
+  if (code != 0) Reply(response, code, ControlReply(EXIT_REFUSED, WhyRefused(code)));
+  return code != 0;
+}
+
 void Run(const httplib::Request &request, httplib::Response *response) {
   const std::string name = request.matches[1];
   Json asked = Json::parse(request.body, nullptr, false);
@@ -136,16 +143,18 @@ int PanelServe(int socket, const PanelDoor &door) {
   server.set_keep_alive_max_count(1000000); /* else the forwarder would connect again and again */
   server.set_write_timeout(5);              /* who does not read by then is let go */
   server.set_default_headers(kHeaders);
+  /* A POST is looked at when its body is read: who still sends that to a connection that is closed
+     may lose the answer. */
   server.set_pre_routing_handler([&door](const auto &request, auto &response) {
-    const int code = Refusal(request, door);
-    if (code == 0) return httplib::Server::HandlerResponse::Unhandled;
-    Reply(&response, code, ControlReply(EXIT_REFUSED, WhyRefused(code)));
-    return httplib::Server::HandlerResponse::Handled;
+    const bool refused = request.method != "POST" && Refused(request, door, &response);
+    return refused ? httplib::Server::HandlerResponse::Handled
+                   : httplib::Server::HandlerResponse::Unhandled;
   });
   server.Get("/api/events",
              [](const auto &request, auto &response) { Stream(request, &response); });
-  server.Post("/api/([a-z_]+)",
-              [](const auto &request, auto &response) { Run(request, &response); });
+  server.Post("/api/([a-z_]+)", [&door](const auto &request, auto &response) {
+    if (!Refused(request, door, &response)) Run(request, &response);
+  });
   if (!server.set_mount_point("/", door.web)) return -1;
   return server.Serve(socket) ? 0 : -1;
 }
