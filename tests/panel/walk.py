@@ -119,13 +119,15 @@ def model(gateway, browser):
     check("-p 2324" in browser.sees(".details .commands").text, "the plan has no command line")
     check(gateway.run(f"cfgcmd get {SERVICES}.ServiceTelnet.Enable") == "0\n", "a plan was done")
     browser.click(".bar button", "Apply")
+    browser.sees(".details .said", "Done")
     browser.sees(".details .commands", "telnetd -l /usr/sbin/ams_cli -p 2324")
     until(lambda: gateway.run("ss -Hltn 'sport = :2323 or sport = :2324' | wc -l") == "2\n", "telnetd on both ports")
     # what is refused stays in its field, with what it needs
     type_in(browser, "model", "Port", "23;reboot")
     browser.click(".bar button", "Apply")
     browser.sees(".parameter.changed .error", "port list")
-    check(field(browser, "model", "Port").get_attribute("value") == "23;reboot", "the refused value is gone")
+    kept = field(browser, "model", "Port").get_attribute("value")
+    check(kept == "23;reboot", f"the refused value is now “{kept}”")
     check(gateway.run(f"cfgcmd get {SERVICES}.ServiceTelnet.Port") == "2323,2324\n", "the refused value was set")
     browser.click(".bar button", "Discard")
     # rows
@@ -148,6 +150,27 @@ def model(gateway, browser):
     go_to(browser, "DeviceInfo.ProvisioningCode")
     until(lambda: field(browser, "model", "ProvisioningCode").get_attribute("value").startswith("<img"), "the text in its field")
     check(browser.js("return document.querySelectorAll('img[src=x]').length") == 0, "a text became markup")
+    # what is typed while an answer is on its way stays
+    browser.js("""const real = window.fetch;
+        window.fetch = async (...asked) => {
+            const answer = await real(...asked);
+            if (asked[0] === 'api/set') await new Promise((done) => { window.letGo = done; });
+            return answer;
+        };""")
+    type_in(browser, "model", "ProvisioningCode", "first")
+    browser.click(".bar button", "Apply")
+    until(lambda: browser.js("return window.letGo !== undefined"), "the answer to a set")
+    type_in(browser, "model", "ProvisioningCode", "second")
+    browser.js("window.letGo()")
+    browser.sees(".details .said", "Done")
+    browser.sees(".bar", "1 change")
+    typed = field(browser, "model", "ProvisioningCode").get_attribute("value")
+    check(typed == "second", f"what was typed meanwhile is now “{typed}”")
+    check(gateway.run("cfgcmd get InternetGatewayDevice.DeviceInfo.ProvisioningCode") == "first\n", "what was typed first was not set")
+    browser.click(".bar button", "Discard")
+    browser.driver.refresh()
+    browser.sees("#link.open")
+    browser.view("model")
     # the tree by keys
     browser.js("arguments[0].focus()", browser.sees("[role=treeitem]"))
     for key in (Keys.HOME, Keys.ARROW_RIGHT, Keys.ARROW_DOWN):

@@ -188,15 +188,15 @@ function details(go, renewTree) {
 
   async function submit(event) {
     event.preventDefault();
-    const sent = changes();
+    const sent = changes().map((each) => ({each, text: each.text()})); // more may be typed meanwhile
     if (sent.length === 0) return;
     apply.disabled = true;
-    const reply = await call('set', {leaves: sent.flatMap((each) => [each.node.path, each.text()])});
+    const reply = await call('set', {leaves: sent.flatMap(({each, text}) => [each.node.path, text])});
     apply.disabled = false;
     for (const each of parameters) each.refuse('');
     if (reply.status !== 0) return result.show(place(reply.text) ? 'Refused: the field says why.' : reply.text, false, reply.commands);
     result.show(reply.commands.length ? 'Done. It ran:' : 'Done. It ran no command.', true, reply.commands);
-    for (const each of sent) each.value = each.text();
+    for (const {each, text} of sent) each.value = text;
     await renew();
   }
 
