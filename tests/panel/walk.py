@@ -101,6 +101,18 @@ def refusals(gateway, build):
 
 # ---- the views ----
 
+def while_asked(browser, name, work):
+    """Does the work while an answer to the call `name` of the page is on its way."""
+    browser.js("""window.real = window.fetch;
+        window.fetch = async (...asked) => {
+            const answer = await window.real(...asked);
+            if (asked[0] === `api/${arguments[0]}`) await new Promise((done) => { window.letGo = done; });
+            return answer;
+        };""".replace("arguments[0]", f"'{name}'"))
+    work(lambda: until(lambda: browser.js("return window.letGo !== undefined"), f"an answer to {name}"))
+    browser.js("window.fetch = window.real; window.letGo(); delete window.letGo")
+
+
 def go_to(browser, text):
     type_in(browser, "model", "Search", text)
     browser.click(".found-list a", text.rsplit(".", 1)[-1])
@@ -151,26 +163,18 @@ def model(gateway, browser):
     until(lambda: field(browser, "model", "ProvisioningCode").get_attribute("value").startswith("<img"), "the text in its field")
     check(browser.js("return document.querySelectorAll('img[src=x]').length") == 0, "a text became markup")
     # what is typed while an answer is on its way stays
-    browser.js("""const real = window.fetch;
-        window.fetch = async (...asked) => {
-            const answer = await real(...asked);
-            if (asked[0] === 'api/set') await new Promise((done) => { window.letGo = done; });
-            return answer;
-        };""")
-    type_in(browser, "model", "ProvisioningCode", "first")
-    browser.click(".bar button", "Apply")
-    until(lambda: browser.js("return window.letGo !== undefined"), "the answer to a set")
-    type_in(browser, "model", "ProvisioningCode", "second")
-    browser.js("window.letGo()")
+    def type_twice(answered):
+        type_in(browser, "model", "ProvisioningCode", "first")
+        browser.click(".bar button", "Apply")
+        answered()
+        type_in(browser, "model", "ProvisioningCode", "second")
+    while_asked(browser, "set", type_twice)
     browser.sees(".details .said", "Done")
     browser.sees(".bar", "1 change")
     typed = field(browser, "model", "ProvisioningCode").get_attribute("value")
     check(typed == "second", f"what was typed meanwhile is now “{typed}”")
     check(gateway.run("cfgcmd get InternetGatewayDevice.DeviceInfo.ProvisioningCode") == "first\n", "what was typed first was not set")
     browser.click(".bar button", "Discard")
-    browser.driver.refresh()
-    browser.sees("#link.open")
-    browser.view("model")
     # the tree by keys
     browser.js("arguments[0].focus()", browser.sees("[role=treeitem]"))
     for key in (Keys.HOME, Keys.ARROW_RIGHT, Keys.ARROW_DOWN):
@@ -212,6 +216,15 @@ def phone(gateway, browser):
     type_in(browser, "phone", "Text", "hello phone")
     browser.click(".phone .card button", "Send")
     browser.sees(".thread .theirs", "hello phone")
+    def send_twice(answered):
+        write = lambda text: until(lambda: browser.sees(".composer textarea").send_keys(text) is None, "a text to send")
+        write("first of two")
+        browser.click(".composer button", "Send")
+        answered()
+        write(" and more")
+    while_asked(browser, "modem", send_twice)
+    until(lambda: browser.sees(".thread .mine:last-child").text.startswith("first of two\n"), "what was sent, as it was sent")
+    check(browser.sees(".composer textarea").get_attribute("value") == "first of two and more", "what was typed meanwhile is gone")
     browser.click(".phone .card button", "Dial")
     browser.sees(".answer", "Balance")
     choose = lambda signal: Select(field(browser, "phone", "The signal")).select_by_visible_text(signal)

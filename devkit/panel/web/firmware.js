@@ -104,12 +104,13 @@ export function view(root) {
 
   async function submit(event) {
     event.preventDefault();
-    const image = await call('image', {name: name.input.value, text: text.input.value, damaged: damaged.checked});
+    const file = name.input.value;
+    const image = await call('image', {name: file, text: text.input.value, damaged: damaged.checked});
     if (image.status !== 0) return said.show(image.text, false);
     const before = (await call('vermgt', {verb: 'state'})).state ?? {};
     lines = [];
     const leaf = (each, value) => [`${ORDER}.${each}`, value];
-    const reply = await call('set', {leaves: [...leaf('URL', `http://127.0.0.1/digest/${name.input.value}`), ...leaf('Username', 'desk'),
+    const reply = await call('set', {leaves: [...leaf('URL', `http://127.0.0.1/digest/${file}`), ...leaf('Username', 'desk'),
       ...leaf('Password', password.input.value), ...leaf('CommandKey', `panel ${Date.now() % 100000}`), ...leaf('FileType', '1 Firmware Upgrade Image')]});
     said.show(reply.status === 0 ? 'Ordered.' : reply.text, reply.status === 0, reply.commands);
     if (reply.status !== 0) return;

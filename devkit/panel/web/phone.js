@@ -68,12 +68,13 @@ function handset(changed) {
 
   async function submit(event) {
     event.preventDefault();
-    if (text.value === '') return;
-    const reply = await call('modem', {verb: 'receive', from: own.value.trim(), message: text.value});
+    const message = text.value, from = own.value.trim(); // more may be typed meanwhile
+    if (message === '') return;
+    const reply = await call('modem', {verb: 'receive', from, message});
     say(said, reply.status === 0 ? '' : reply.text);
     if (reply.status !== 0) return;
-    bubble({text: text.value, other: own.value.trim()}, true);
-    text.value = '';
+    bubble({text: message, other: from}, true);
+    if (text.value === message) text.value = '';
     changed();
   }
 
@@ -88,9 +89,10 @@ function sender(phone, changed) {
   const said = outcome();
   async function submit(event) {
     event.preventDefault();
-    const reply = await call('set', {leaves: [`${SMS}.MsgSend.MsgTo`, to.input.value, `${SMS}.MsgSend.MsgContent`, text.input.value]});
+    const message = text.input.value;
+    const reply = await call('set', {leaves: [`${SMS}.MsgSend.MsgTo`, to.input.value, `${SMS}.MsgSend.MsgContent`, message]});
     said.show(reply.status === 0 ? 'Sent.' : reply.text, reply.status === 0, reply.commands);
-    if (reply.status === 0) text.input.value = '';
+    if (reply.status === 0 && text.input.value === message) text.input.value = '';
     changed();
   }
   return h('section', {class: 'card'}, h('h2', {}, 'The gateway sends'),
