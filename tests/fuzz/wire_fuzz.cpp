@@ -20,6 +20,14 @@ WireHead announced;
 /* F_ADD_SEALS, and against shrinking, growing and writing: some C libraries do not know them. */
 constexpr int kAddSeals = 1033, kSeals = 2 | 4 | 8;
 
+/* An emulator keeps the descriptors that its program's buffer has no room for, and does not tell.
+ */
+#ifdef UNDER_EMULATOR
+constexpr bool kToldOfTwo = false;
+#else
+constexpr bool kToldOfTwo = true;
+#endif
+
 int LowestFree() {
   int file = dup(STDIN_FILENO);
   close(file);
@@ -109,6 +117,7 @@ int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
   if (--size >= sizeof(WireHead))
     memcpy(&length, record + offsetof(WireHead, length), sizeof length);
   const int kind = (data[0] & ~WITH_HEAD) % KINDS;
+  if (kind == TWO && !kToldOfTwo) return 0;
   const std::vector<int> none, files = FilesOf(kind, length > 1 << 20 ? 1 << 16 : length);
   const bool with_head = (data[0] & WITH_HEAD) != 0;
   Send(record, size, with_head ? files : none);
