@@ -101,15 +101,16 @@ def refusals(gateway, build):
 
 # ---- the views ----
 
-def while_asked(browser, name, work):
-    """Does the work while an answer to the call `name` of the page is on its way."""
-    browser.js("""window.real = window.fetch;
+def while_asked(browser, words, work):
+    """Does the work; the answer to the page's call that has the words waits until it is done."""
+    browser.js("""const [words] = arguments;
+        window.real = window.fetch;
         window.fetch = async (...asked) => {
             const answer = await window.real(...asked);
-            if (asked[0] === `api/${arguments[0]}`) await new Promise((done) => { window.letGo = done; });
+            if (asked[1]?.body?.includes(words)) await new Promise((done) => { window.letGo = done; });
             return answer;
-        };""".replace("arguments[0]", f"'{name}'"))
-    work(lambda: until(lambda: browser.js("return window.letGo !== undefined"), f"an answer to {name}"))
+        };""", words)
+    work(lambda: until(lambda: browser.js("return window.letGo !== undefined"), f"a call with “{words}”"))
     browser.js("window.fetch = window.real; window.letGo(); delete window.letGo")
 
 
@@ -168,7 +169,7 @@ def model(gateway, browser):
         browser.click(".bar button", "Apply")
         answered()
         type_in(browser, "model", "ProvisioningCode", "second")
-    while_asked(browser, "set", type_twice)
+    while_asked(browser, "first", type_twice)
     browser.sees(".details .said", "Done")
     browser.sees(".bar", "1 change")
     typed = field(browser, "model", "ProvisioningCode").get_attribute("value")
@@ -222,7 +223,7 @@ def phone(gateway, browser):
         browser.click(".composer button", "Send")
         answered()
         write(" and more")
-    while_asked(browser, "modem", send_twice)
+    while_asked(browser, "first of two", send_twice)
     until(lambda: browser.sees(".thread .mine:last-child").text.startswith("first of two\n"), "what was sent, as it was sent")
     check(browser.sees(".composer textarea").get_attribute("value") == "first of two and more", "what was typed meanwhile is gone")
     browser.click(".phone .card button", "Dial")
