@@ -291,12 +291,16 @@ void GetPugixml(benchmark::State &state, int leaves) {
 
 std::string program;
 
+constexpr char kStore[] = "/dev/shm/ams_store"; /* whoever has it open goes on with what he has */
+
 uint64_t LoadOfStore(FILE *file, int) {
-  std::filesystem::remove_all("/dev/shm/ams_store");
+  std::filesystem::remove_all(kStore);
   if (ShmPoolSrvInit() == nullptr) abort();
   const uint64_t start = Nanoseconds();
   if (ams_mxmlLoadFile(nullptr, file, nullptr) == nullptr) abort();
-  return Nanoseconds() - start;
+  const uint64_t taken = Nanoseconds() - start;
+  std::filesystem::remove_all(kStore);
+  return taken;
 }
 
 /* What a load cannot be without: the file read and parsed, its rows put into a store in order. */
