@@ -1,5 +1,5 @@
-// The data-model store against bare LMDB and pugixml, in one process: a get by path, a set with its
-// commit, an object of ten leaves, and a file to a ready store.
+// The data-model store against bare LMDB and pugixml: a get by path, a set with its commit, an
+// object of ten leaves, and a file to a ready store.
 #include <benchmark/benchmark.h>
 #include <lmdb.h>
 #include <stdlib.h>
@@ -286,14 +286,13 @@ void GetPugixml(benchmark::State &state, int leaves) {
   }
 }
 
-/* ---- a file to a ready store, as a start does it once: in a process and in memory of its own ----
- */
+/* ---- a file to a ready store: in a process and in memory of its own, as at a start ---- */
 
 std::string program;
 
 constexpr char kStore[] = "/dev/shm/ams_store"; /* whoever has it open goes on with what he has */
 
-uint64_t LoadOfStore(FILE *file, int) {
+uint64_t LoadOfStore(FILE *file) {
   std::filesystem::remove_all(kStore);
   if (ShmPoolSrvInit() == nullptr) abort();
   const uint64_t start = Nanoseconds();
@@ -304,11 +303,11 @@ uint64_t LoadOfStore(FILE *file, int) {
 }
 
 /* What a load cannot be without: the file read and parsed, its rows put into a store in order. */
-uint64_t LoadOfPeers(FILE *file, int leaves) {
+uint64_t LoadOfPeers(FILE *file, size_t size, int leaves) {
   const Bare bare = OpenBare();
   const Rows rows = MakeRows(leaves);
   const uint64_t start = Nanoseconds();
-  std::string text(std::filesystem::file_size("/proc/self/fd/" + std::to_string(fileno(file))), 0);
+  std::string text(size, '\0');
   pugi::xml_document document;
   if (fread(&text[0], 1, text.size(), file) != text.size()) abort();
   if (!document.load_buffer_inplace(&text[0], text.size())) abort();
@@ -317,8 +316,10 @@ uint64_t LoadOfPeers(FILE *file, int leaves) {
 }
 
 int LoadOnce(const std::string &who, int leaves) {
-  FILE *file = FileOf(MakeXml(leaves));
-  printf("%lu\n", who == "store" ? LoadOfStore(file, leaves) : LoadOfPeers(file, leaves));
+  const std::string xml = MakeXml(leaves);
+  FILE *file = FileOf(xml);
+  printf("%lu\n", who == "store" ? LoadOfStore(file) : LoadOfPeers(file, xml.size(), leaves));
+  fclose(file);
   return 0;
 }
 

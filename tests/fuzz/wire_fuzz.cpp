@@ -20,8 +20,7 @@ WireHead announced;
 /* F_ADD_SEALS, and against shrinking, growing and writing: some C libraries do not know them. */
 constexpr int kAddSeals = 1033, kSeals = 2 | 4 | 8;
 
-/* An emulator keeps the descriptors that its program's buffer has no room for, and does not tell.
- */
+/* An emulator keeps descriptors that its program's buffer has no room for, and does not tell. */
 #ifdef UNDER_EMULATOR
 constexpr bool kToldOfTwo = false;
 #else
