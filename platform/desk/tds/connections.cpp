@@ -115,6 +115,7 @@ int Admit(Module *module, int fd) {
 
 void TidyBy(Module *module, uint64_t time) {
   if (module->tidy_at == 0 || time < module->tidy_at) module->tidy_at = time;
+  ModuleWakeBy(module, time);
 }
 
 Connection *ConnectionOf(const Module *module, WatchKey key) {
@@ -166,7 +167,7 @@ int ConnectionAccept(Module *module, int listener) {
 
 void ConnectionsTidy(Module *module) {
   uint64_t now = MonotonicMs();
-  if (now < module->tidy_at) return;
+  if (module->tidy_at == 0 || now < module->tidy_at) return;
   module->tidy_at = 0;
   if (module->accept_paused) PauseAccept(module, false);
   if (module->folder_gone) FolderServe(module);

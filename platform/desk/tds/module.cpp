@@ -4,6 +4,8 @@
 #include <pthread.h>
 #include <sys/epoll.h>
 #include <sys/socket.h>
+#include <sys/timerfd.h>
+#include <time.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -93,6 +95,37 @@ void Receive(Module *module, Connection *connection, WireFrame *frame) {
   ConnectionClose(module, connection->key);
 }
 
+/* Sets the module's clock; 0 stops it. */
+void SetClock(Module *module, uint64_t time) {
+  struct itimerspec wake = {};
+  wake.it_value.tv_sec = static_cast<time_t>(time / 1000);
+  wake.it_value.tv_nsec = static_cast<long>(time % 1000) * 1000000;
+  module->wake_at = time;
+  (void)timerfd_settime(module->clock, TFD_TIMER_ABSTIME, &wake, nullptr); /* no argument is bad */
+}
+
+void FireTimers(Module *module, uint64_t now) {
+  for (int timer = 0; timer < TDS_TIMERS; ++timer) {
+    uint64_t *deadline = &module->deadlines[static_cast<size_t>(timer)];
+    if (*deadline == 0 || *deadline > now) continue;
+    *deadline = 0;
+    Dispatch(
+        module,
+        {module->name.c_str(), nullptr, TDS_MSG_TIMER + static_cast<uint32_t>(timer), 0, false, 0},
+        nullptr, 0);
+  }
+}
+
+/* Does what is due. The clock may be early: whoever moves a deadline on leaves it as it is. */
+void HandleDue(Module *module) {
+  FireTimers(module, MonotonicMs());
+  ConnectionsTidy(module);
+  uint64_t next = module->tidy_at == 0 ? UINT64_MAX : module->tidy_at;
+  for (uint64_t deadline : module->deadlines)
+    if (deadline != 0) next = std::min(next, deadline);
+  SetClock(module, next == UINT64_MAX ? 0 : next);
+}
+
 void HandleEvent(Thread *thread, WatchKey key, WireFrame *frame) {
   Module *module = thread->module;
   switch (WatchKindOf(key)) {
@@ -106,21 +139,8 @@ void HandleEvent(Thread *thread, WatchKey key, WireFrame *frame) {
       return PeerReadable(thread, key);
     case WatchKind::FOLDER:
       return FolderChanged(module, WatchFd(key));
-  }
-}
-
-void FireTimers(Module *module) {
-  uint64_t now = 0;
-  for (int timer = 0; timer < TDS_TIMERS; ++timer) {
-    uint64_t *deadline = &module->deadlines[static_cast<size_t>(timer)];
-    if (*deadline == 0) continue;
-    if (now == 0) now = MonotonicMs();
-    if (*deadline > now) continue;
-    *deadline = 0;
-    Dispatch(
-        module,
-        {module->name.c_str(), nullptr, TDS_MSG_TIMER + static_cast<uint32_t>(timer), 0, false, 0},
-        nullptr, 0);
+    case WatchKind::CLOCK:
+      return HandleDue(module);
   }
 }
 
@@ -134,25 +154,12 @@ void HandleLocal(Module *module) {
   }
 }
 
-/* How long the thread may sleep: -1 for ever. */
-int SleepLimit(const Module *module) {
-  if (!module->local.empty()) return 0;
-  uint64_t next = module->tidy_at == 0 ? UINT64_MAX : module->tidy_at;
-  for (uint64_t deadline : module->deadlines)
-    if (deadline != 0) next = std::min(next, deadline);
-  if (next == UINT64_MAX) return -1;
-  uint64_t now = MonotonicMs();
-  return next <= now ? 0 : static_cast<int>(std::min<uint64_t>(next - now, INT32_MAX));
-}
-
-/* What is due, then what has come. */
+/* The messages to itself, then what has come or is due. */
 void Turn(Thread *thread, WireFrame *frame) {
   Module *module = thread->module;
   HandleLocal(module);
-  FireTimers(module);
-  if (module->tidy_at != 0) ConnectionsTidy(module);
   struct epoll_event events[16];
-  int count = epoll_wait(module->epoll, events, 16, SleepLimit(module));
+  int count = epoll_wait(module->epoll, events, 16, module->local.empty() ? -1 : 0);
   for (int i = 0; i < count; ++i) {
     HandleEvent(thread, events[i].data.u64, frame);
     frame->large.reset();
@@ -165,6 +172,10 @@ const MsgEntry *ModuleRow(const Module *module, uint32_t id) {
   for (const MsgEntry *row = module->table; row->handler != nullptr; ++row)
     if (row->id == id) return row;
   return nullptr;
+}
+
+void ModuleWakeBy(Module *module, uint64_t time) {
+  if (module->wake_at == 0 || time < module->wake_at) SetClock(module, time);
 }
 
 WatchKey ModuleWatch(Module *module, WatchKind kind, int fd) {
@@ -196,6 +207,7 @@ int ModuleServe(Module *module, const char *name) {
 Module::~Module() {
   for (WatchKey key : listeners) close(WatchFd(key));
   if (folder > 0) close(folder);
+  if (clock > 0) close(clock);
   if (epoll > 0) close(epoll);
 }
 
@@ -208,6 +220,12 @@ int ModuleOpen(Module *module, const char *name, const MsgEntry *table) {
     AMS_PRINT(4, "%s: epoll_create1: %s", name, strerror(errno));
     return -1;
   }
+  module->clock = timerfd_create(CLOCK_MONOTONIC, TFD_CLOEXEC | TFD_NONBLOCK);
+  if (module->clock < 0) {
+    AMS_PRINT(4, "%s: timerfd_create: %s", name, strerror(errno));
+    return -1;
+  }
+  if (ModuleWatch(module, WatchKind::CLOCK, module->clock) == 0) return -1;
   module->folder = -1;
   if (ModuleServe(module, name) != 0) return -1;
   FolderWatch(module);

@@ -37,6 +37,8 @@ struct Module {
   std::string name;
   const MsgEntry *table;
   int epoll;
+  int clock;        /* readable from when on something is due: a timer, ConnectionsTidy */
+  uint64_t wake_at; /* what it is set to, ms of the monotonic clock; 0: nothing */
   std::vector<std::string> names; /* name and those served beside it */
   std::vector<WatchKey> listeners;
   std::vector<std::unique_ptr<Connection>> connections; /* by descriptor; NULL: none */
@@ -67,6 +69,9 @@ void *ModuleThread(void *module);
 
 /* Puts a descriptor into the module's epoll set. Its key, or 0 (logged). */
 WatchKey ModuleWatch(Module *module, WatchKind kind, int fd);
+
+/* At the latest then, ms of the monotonic clock, the module's thread looks for what is due. */
+void ModuleWakeBy(Module *module, uint64_t time);
 
 /* At the latest then, ms of the monotonic clock, the module's ConnectionsTidy is due. */
 void TidyBy(Module *module, uint64_t time);

@@ -89,6 +89,7 @@ int SetDeadline(const char *call, int timer, uint64_t deadline) {
     return -1;
   }
   module->deadlines[static_cast<size_t>(timer)] = deadline;
+  if (deadline != 0) ModuleWakeBy(module, deadline);
   return 0;
 }
 

@@ -3,7 +3,7 @@
 
 namespace {
 
-constexpr int kFdBits = 24, kSerialBits = 38;
+constexpr int kFdBits = 24, kSerialBits = 37;
 
 }  // namespace
 

@@ -6,7 +6,7 @@
 #include <cstdint>
 
 using WatchKey = uint64_t;
-enum class WatchKind : uint8_t { LISTENER, CONNECTION, PEER, FOLDER };
+enum class WatchKind : uint8_t { LISTENER, CONNECTION, PEER, FOLDER, CLOCK };
 
 WatchKey WatchKeyOf(WatchKind kind, uint64_t serial, int fd);
 int WatchFd(WatchKey key);
