@@ -8,10 +8,27 @@ Key AttributesKey(uint32_t number) {
   return KeyMarked(KEY_ATTRIBUTES, bytes, sizeof bytes);
 }
 
+namespace {
+
+/* The set that this thread's reads have asked for last: of one node several attributes are asked in
+   turn, and many leaves share one. It stays as what the last found node points to. */
+struct LastSet {
+  size_t txn_id;
+  uint32_t number;
+  std::string_view set;
+};
+thread_local LastSet last_set;
+
+}  // namespace
+
 int TreeAttributes(MDB_txn *txn, uint32_t number, std::string_view *set) {
   MDB_val data;
-  if (TreeGet(txn, AttributesKey(number), &data) != 0) return -1;
-  *set = {static_cast<char *>(data.mv_data), data.mv_size};
+  const size_t txn_id = TreeReadId(txn);
+  if (txn_id == 0 || last_set.txn_id != txn_id || last_set.number != number) {
+    if (TreeGet(txn, AttributesKey(number), &data) != 0) return -1;
+    last_set = {txn_id, number, {static_cast<char *>(data.mv_data), data.mv_size}};
+  }
+  *set = last_set.set;
   return 0;
 }
 

@@ -65,16 +65,34 @@ void FetchBelow(const void *row) {
     __builtin_prefetch(static_cast<const char *>(row) - at);
 }
 
+/* The leaf of this path, as no other node has it. 0, or -1: there is none, or it cannot be read
+   (logged). */
+int GatherLeaf(MDB_cursor *cursor, Key *path, FewLeaves *leaves) {
+  Record record;
+  if (path->last == 0) return -1;
+  path->bytes[path->last] = KEY_LEAF;
+  MDB_val key = KeyVal(*path), data;
+  const int rc = mdb_cursor_get(cursor, &key, &data, MDB_SET);
+  if (rc != 0) return rc == MDB_NOTFOUND ? -1 : TreeFailed("reading", rc);
+  if (RecordParse(data, &record) != 0) return -1;
+  const size_t name_length = path->length - path->last - 1;
+  leaves->leaf[0] = {path->bytes + path->last + 1, record.value, name_length, record.length};
+  leaves->there = 1;
+  leaves->size = name_length + record.length + 2;
+  return 0;
+}
+
 /* 0, or -1: there is no such node, or it cannot be read (logged). FEW_NOT: it is something else. */
 enum { FEW_NOT = 1 };
-int GatherFew(MDB_txn *txn, const Key &top, FewLeaves *leaves) {
+int GatherFew(MDB_txn *txn, Key *path, FewLeaves *leaves) {
   TreeCursor cursor;
   Record object;
-  MDB_val key = KeyVal(top), data;
+  MDB_val key = KeyVal(*path), data;
   leaves->there = leaves->size = 0;
   if (TreeOpenCursor(txn, &cursor) != 0) return -1;
   int rc = mdb_cursor_get(cursor.get(), &key, &data, MDB_SET);
-  if (rc != 0) return rc == MDB_NOTFOUND ? -1 : TreeFailed("reading", rc);
+  if (rc == MDB_NOTFOUND) return GatherLeaf(cursor.get(), path, leaves);
+  if (rc != 0) return TreeFailed("reading", rc);
   FetchBelow(data.mv_data);
   if (RecordParse(data, &object) != 0 || object.head.kind != KIND_OBJECT) return FEW_NOT;
   const ObjectCounts counts = RecordChildren(object);
@@ -82,7 +100,7 @@ int GatherFew(MDB_txn *txn, const Key &top, FewLeaves *leaves) {
   for (int left = counts.leaves; left > 0; --left) { /* they come right behind */
     if ((rc = mdb_cursor_get(cursor.get(), &key, &data, MDB_NEXT)) != 0)
       return TreeFailed("reading", rc);
-    if (!AddLeaf(leaves, key, top.length, data)) return FEW_NOT;
+    if (!AddLeaf(leaves, key, path->length, data)) return FEW_NOT;
   }
   return 0;
 }
@@ -99,17 +117,6 @@ char *Put(char *out, const void *from, size_t length) {
     memcpy(out + length - sizeof last, &last, sizeof last);
   }
   return out + length;
-}
-
-/* A leaf itself. `key` is as a path's. 0 or -1. */
-int GatherLeaf(MDB_txn *txn, Key *key, FewLeaves *leaves) {
-  Record record;
-  if (FindLeaf(txn, key, &record) != 0) return -1;
-  const size_t name_length = key->length - key->last - 1;
-  leaves->leaf[0] = {key->bytes + key->last + 1, record.value, name_length, record.length};
-  leaves->there = 1;
-  leaves->size = name_length + record.length + 2;
-  return 0;
 }
 
 int JoinFew(const FewLeaves &leaves, char **text) {
@@ -254,11 +261,10 @@ int ams_get_node_value(struct AmsTree *root, const char *path, char **text) {
     FewLeaves few;
     std::vector<Found> leaves;
     if (TreeKey(path, KEY_NODE, &key) != 0) return -1;
-    int rc = GatherFew(txn, key, &few);
-    if (rc == FEW_NOT && TreeGather(txn, key, TREE_LEAVES, &leaves) == 0)
-      return JoinLeaves(leaves, key.length, text);
-    if (rc != 0) rc = GatherLeaf(txn, &key, &few);
-    return rc == 0 ? JoinFew(few, text) : -1;
+    const int rc = GatherFew(txn, &key, &few);
+    if (rc != FEW_NOT) return rc == 0 ? JoinFew(few, text) : -1;
+    if (TreeGather(txn, key, TREE_LEAVES, &leaves) != 0) return -1;
+    return JoinLeaves(leaves, key.length, text);
   });
 }
 

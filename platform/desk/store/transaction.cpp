@@ -63,6 +63,8 @@ void TreeReadEnd(MDB_txn *txn) {
   if (txn == thread_txns.read) mdb_txn_reset(txn);
 }
 
+size_t TreeReadId(MDB_txn *txn) { return txn == thread_txns.read ? mdb_txn_id(txn) : 0; }
+
 int TreeOpenCursor(MDB_txn *txn, TreeCursor *cursor) {
   ThreadTxns &mine = thread_txns;
   MDB_cursor *opened = mine.cursor;

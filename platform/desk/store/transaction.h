@@ -38,6 +38,9 @@ ThreadTxns *TreeThread();
 int TreeReadBegin(MDB_txn **txn);
 void TreeReadEnd(MDB_txn *txn);
 
+/* The number of the commit that a transaction reads; 0: it writes, and what it reads may change. */
+size_t TreeReadId(MDB_txn *txn);
+
 /* Opens a cursor on a transaction of TreeReadBegin or TreeWrite; reading ones are kept. 0 or -1
    (logged). */
 struct TreeCursorEnd {

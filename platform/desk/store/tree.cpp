@@ -66,8 +66,7 @@ int LookUp(MDB_txn *txn, const char *path, bool log, Key *key, Record *record) {
 
 int TreeFindPath(MDB_txn *txn, const char *path, bool log, Key *key, Record *record) {
   if (path == nullptr) return -1;
-  const size_t txn_id =
-      txn == TreeThread()->read ? mdb_txn_id(txn) : 0; /* a span writes under one number */
+  const size_t txn_id = TreeReadId(txn);
   if (txn_id != 0 && last_found.txn_id == txn_id && strcmp(last_found.path, path) == 0) {
     CopyKey(last_found.key, key);
     *record = last_found.record;

@@ -23,6 +23,8 @@ constexpr rlim_t kSpareDescriptors = 24;  /* what handlers need beside connectio
 constexpr uint64_t kHelloLimit = 5000;    /* ms that a connection may stay without a name */
 constexpr uint64_t kTidyPeriod = 1000;    /* ms */
 constexpr uint64_t kAcceptPause = 100;    /* ms */
+constexpr uint8_t kPatience = 8;          /* looks in vain that end a burst */
+constexpr uint8_t kUnasked = 16;          /* times without a look before there is one */
 constexpr uint64_t kCrowdOver = 1000;     /* ms without a refusal after which one is news again */
 
 rlim_t DescriptorBound() {
@@ -133,6 +135,17 @@ void ConnectionClose(Module *module, WatchKey key) {
 void ConnectionNamed(Module *module) {
   if (OldestSilent(module) == nullptr && !module->accept_paused && !module->folder_gone)
     module->tidy_at = 0;
+}
+
+bool ConnectionMayHaveMore(Connection *connection) {
+  return connection->patience > 0 || ++connection->unasked % kUnasked == 0;
+}
+
+void ConnectionHadMore(Connection *connection, bool had) {
+  if (had)
+    connection->patience = kPatience;
+  else if (connection->patience > 0)
+    --connection->patience;
 }
 
 void ConnectionRefuse(const Connection *connection, uint32_t sequence, int reason) {

@@ -15,6 +15,8 @@ struct Connection {
   uint32_t noted;     /* sequence number of the message that the note is of */
   std::string note;
   WireHead announced; /* of what is being received */
+  uint8_t patience;   /* looks in vain before its burst is over; 0: it is no burst */
+  uint8_t unasked;    /* counts the times when there was no look */
 };
 
 struct Newcomer {
@@ -32,6 +34,12 @@ void ConnectionClose(Module *module, WatchKey key);
 /* A connection has said its name: with no silent one left there is nothing to tidy, and the thread
    need not look at the clock for it. */
 void ConnectionNamed(Module *module);
+
+/* Whether another frame of the connection is worth a look, which costs a system call. One that had
+   several is asked each time until it was in vain often enough, another one now and then: who waits
+   for its answer has no more. And what the look has found. */
+bool ConnectionMayHaveMore(Connection *connection);
+void ConnectionHadMore(Connection *connection, bool had);
 
 /* Tells a caller that its call gets no answer, and why (an errno). */
 void ConnectionRefuse(const Connection *connection, uint32_t sequence, int reason);

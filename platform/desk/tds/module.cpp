@@ -69,30 +69,48 @@ void Handle(Module *module, Connection *connection, const WireFrame &frame) {
   if (call) ConnectionRefuse(connection, head.sequence, EPERM);
 }
 
-/* One frame of one connection: fairness among senders comes from the order of the epoll set. */
-void Receive(Module *module, Connection *connection, WireFrame *frame) {
+/* One frame of one connection. False when there was none. */
+bool Receive(Module *module, Connection *connection, WireFrame *frame) {
   int got = WireReceive(WatchFd(connection->key), &connection->announced, frame, MSG_DONTWAIT);
-  if (got < 0 && errno == EAGAIN) return;
+  if (got < 0 && errno == EAGAIN) return false;
   const WireHead &head = frame->head;
   bool hello = got == 1 && head.kind == WireKind::HELLO;
   bool message = got == 1 && (head.kind == WireKind::POST || head.kind == WireKind::CALL);
   if (message && !connection->sender.empty()) {
     Handle(module, connection, *frame);
-    return;
+    return true;
   }
   if (got == 1 && head.kind == WireKind::NOTE && head.length > 0 &&
       head.length <= kAmsDeskFailures) {
     connection->noted = head.sequence + 1;
     connection->note.assign(static_cast<const char *>(frame->data), head.length);
-    return;
+    return true;
   }
   if (hello && head.length > 1 && head.length <= TDS_NAME_SIZE && connection->sender.empty()) {
     const char *name = static_cast<const char *>(frame->data);
     connection->sender.assign(name, strnlen(name, head.length - 1));
-    if (!connection->sender.empty()) return ConnectionNamed(module);
+    if (!connection->sender.empty()) {
+      ConnectionNamed(module);
+      return true;
+    }
   }
   if (got != 0) AMS_PRINT(3, "%s: bad frame, connection closed", module->name.c_str());
   ConnectionClose(module, connection->key);
+  return true;
+}
+
+/* A frame of a connection, and `more` at most of those behind it when it is one that has some. */
+void ReceiveSome(Module *module, WatchKey key, WireFrame *frame, int *more) {
+  Connection *connection = ConnectionOf(module, key);
+  if (connection == nullptr || !Receive(module, connection, frame)) return;
+  for (; *more > 0; --*more) {
+    frame->large.reset();
+    connection = ConnectionOf(module, key);
+    if (connection == nullptr || !ConnectionMayHaveMore(connection)) return;
+    const bool had = Receive(module, connection, frame);
+    if (ConnectionOf(module, key) != nullptr) ConnectionHadMore(connection, had);
+    if (!had) return;
+  }
 }
 
 /* Sets the module's clock; 0 stops it. */
@@ -126,15 +144,14 @@ void HandleDue(Module *module) {
   SetClock(module, next == UINT64_MAX ? 0 : next);
 }
 
-void HandleEvent(Thread *thread, WatchKey key, WireFrame *frame) {
+void HandleEvent(Thread *thread, WatchKey key, WireFrame *frame, int *more) {
   Module *module = thread->module;
   switch (WatchKindOf(key)) {
     case WatchKind::LISTENER:
       (void)ConnectionAccept(module, WatchFd(key)); /* somebody may have gone before his turn */
       return;
     case WatchKind::CONNECTION:
-      if (Connection *connection = ConnectionOf(module, key)) Receive(module, connection, frame);
-      return;
+      return ReceiveSome(module, key, frame, more);
     case WatchKind::PEER:
       return PeerReadable(thread, key);
     case WatchKind::FOLDER:
@@ -154,14 +171,16 @@ void HandleLocal(Module *module) {
   }
 }
 
-/* The messages to itself, then what has come or is due. */
+/* The messages to itself, then what has come or is due: one frame of each that has some, for
+   fairness, and some more of those that send without waiting for answers. */
 void Turn(Thread *thread, WireFrame *frame) {
   Module *module = thread->module;
   HandleLocal(module);
   struct epoll_event events[16];
+  int more = 16;
   int count = epoll_wait(module->epoll, events, 16, module->local.empty() ? -1 : 0);
   for (int i = 0; i < count; ++i) {
-    HandleEvent(thread, events[i].data.u64, frame);
+    HandleEvent(thread, events[i].data.u64, frame, &more);
     frame->large.reset();
   }
 }
