@@ -133,8 +133,9 @@ void ConnectionClose(Module *module, WatchKey key) {
 }
 
 void ConnectionNamed(Module *module) {
-  if (OldestSilent(module) == nullptr && !module->accept_paused && !module->folder_gone)
-    module->tidy_at = 0;
+  if (OldestSilent(module) != nullptr || module->accept_paused || module->folder_gone) return;
+  module->tidy_at = 0;
+  ModuleSetClock(module);
 }
 
 bool ConnectionMayHaveMore(Connection *connection) {

@@ -32,7 +32,7 @@ Connection *ConnectionOf(const Module *module, WatchKey key);
 void ConnectionClose(Module *module, WatchKey key);
 
 /* A connection has said its name: with no silent one left there is nothing to tidy, and the thread
-   need not look at the clock for it. */
+   need not wake for it. */
 void ConnectionNamed(Module *module);
 
 /* Whether another frame of the connection is worth a look, which costs a system call. One that had

@@ -134,14 +134,10 @@ void FireTimers(Module *module, uint64_t now) {
   }
 }
 
-/* Does what is due. The clock may be early: whoever moves a deadline on leaves it as it is. */
 void HandleDue(Module *module) {
   FireTimers(module, MonotonicMs());
   ConnectionsTidy(module);
-  uint64_t next = module->tidy_at == 0 ? UINT64_MAX : module->tidy_at;
-  for (uint64_t deadline : module->deadlines)
-    if (deadline != 0) next = std::min(next, deadline);
-  SetClock(module, next == UINT64_MAX ? 0 : next);
+  ModuleSetClock(module);
 }
 
 void HandleEvent(Thread *thread, WatchKey key, WireFrame *frame, int *more) {
@@ -191,6 +187,13 @@ const MsgEntry *ModuleRow(const Module *module, uint32_t id) {
   for (const MsgEntry *row = module->table; row->handler != nullptr; ++row)
     if (row->id == id) return row;
   return nullptr;
+}
+
+void ModuleSetClock(Module *module) {
+  uint64_t next = module->tidy_at == 0 ? UINT64_MAX : module->tidy_at;
+  for (uint64_t deadline : module->deadlines)
+    if (deadline != 0) next = std::min(next, deadline);
+  SetClock(module, next == UINT64_MAX ? 0 : next);
 }
 
 void ModuleWakeBy(Module *module, uint64_t time) {

@@ -70,8 +70,12 @@ void *ModuleThread(void *module);
 /* Puts a descriptor into the module's epoll set. Its key, or 0 (logged). */
 WatchKey ModuleWatch(Module *module, WatchKind kind, int fd);
 
-/* At the latest then, ms of the monotonic clock, the module's thread looks for what is due. */
+/* At the latest then, ms of the monotonic clock, the module's thread looks for what is due. It may
+   be early: whoever moves a deadline on leaves the clock as it is, and saves a system call. */
 void ModuleWakeBy(Module *module, uint64_t time);
+
+/* Sets the module's clock to what is due next. */
+void ModuleSetClock(Module *module);
 
 /* At the latest then, ms of the monotonic clock, the module's ConnectionsTidy is due. */
 void TidyBy(Module *module, uint64_t time);

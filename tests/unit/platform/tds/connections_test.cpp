@@ -60,6 +60,35 @@ TEST_F(Tds, ALargePayloadIsReadWhenItsSenderHasGone) {
   EXPECT_EQ(payload, got[0].payload);
 }
 
+TEST_F(Tds, AFloodHoldsNobodyUp) {
+  constexpr size_t kFlood = 200, kTurn = 40; /* messages of a flood that may come before others */
+  Raw flood("unit:a"), other("unit:a");
+  for (Raw *raw : {&flood, &other}) raw->Send(kHello);
+  for (const char *round : {"unknown", "known as a flood"}) {
+    std::promise<void> held, go;
+    const Work hold = [&] {
+      SetTimer(3, 1);
+      held.set_value();
+      go.get_future().wait();
+    };
+    ASSERT_EQ(0, Post(&hold, "unit:a"));
+    held.get_future().wait();
+    for (size_t i = 0; i < kFlood; ++i) flood.Send(Frame(kPostFrame, kNote, 0, std::to_string(i)));
+    other.Send(Frame(kPostFrame, kNote, 0, "other"));
+    tds_delay(2); /* the timer is over */
+    go.set_value();
+    const std::vector<Received> got = Await(kAny, kFlood + 2);
+    ASSERT_EQ(kFlood + 2, got.size());
+    size_t flooded = 0;
+    for (size_t at = 0; at < got.size(); ++at) {
+      if (got[at].id == TDS_MSG_TIMER + 3U || got[at].payload == "other")
+        EXPECT_LT(at, kTurn) << got[at].payload << ", " << round;
+      else
+        EXPECT_EQ(std::to_string(flooded++), got[at].payload) << round;
+    }
+  }
+}
+
 TEST_F(Tds, ANoteIsOfTheMessageBehindItAlone) {
   std::vector<std::string> notes;
   const Work look = [&notes] { notes.emplace_back(tds_note()); };

@@ -131,7 +131,8 @@ TEST_F(Tds, TimersExpireOnceAndRestart) {
   EXPECT_EQ(1U, Await(TDS_MSG_TIMER + 3, 1).size());
   const Work set = [] {
     SetTimer(3, 10);
-    SetTimer(0, 40);
+    SetTimer(0, 1);
+    SetTimer(0, 40); /* moved on */
   };
   ASSERT_EQ(0, Post(&set, "unit:a"));
   std::vector<Received> fired = Await(kAny, 2);
