@@ -99,14 +99,17 @@ bool Receive(Module *module, Connection *connection, WireFrame *frame) {
   return true;
 }
 
-/* A frame of a connection, and `more` at most of those behind it when it is one that has some. */
-void ReceiveSome(Module *module, WatchKey key, WireFrame *frame, int *more) {
+/* A frame of a connection, and those behind it of one that sends without waiting for answers, until
+   the clock's next millisecond: nobody else, and no timer, waits for a slow handler's messages. */
+void ReceiveSome(Module *module, WatchKey key, WireFrame *frame) {
   Connection *connection = ConnectionOf(module, key);
   if (connection == nullptr || !Receive(module, connection, frame)) return;
-  for (; *more > 0; --*more) {
+  uint64_t begun = 0;
+  while ((connection = ConnectionOf(module, key)) != nullptr && ConnectionMayHaveMore(connection)) {
+    const uint64_t now = MonotonicMs();
+    if (begun == 0) begun = now;
+    if (now != begun) return;
     frame->large.reset();
-    connection = ConnectionOf(module, key);
-    if (connection == nullptr || !ConnectionMayHaveMore(connection)) return;
     const bool had = Receive(module, connection, frame);
     if (ConnectionOf(module, key) != nullptr) ConnectionHadMore(connection, had);
     if (!had) return;
@@ -140,14 +143,14 @@ void HandleDue(Module *module) {
   ModuleSetClock(module);
 }
 
-void HandleEvent(Thread *thread, WatchKey key, WireFrame *frame, int *more) {
+void HandleEvent(Thread *thread, WatchKey key, WireFrame *frame) {
   Module *module = thread->module;
   switch (WatchKindOf(key)) {
     case WatchKind::LISTENER:
       (void)ConnectionAccept(module, WatchFd(key)); /* somebody may have gone before his turn */
       return;
     case WatchKind::CONNECTION:
-      return ReceiveSome(module, key, frame, more);
+      return ReceiveSome(module, key, frame);
     case WatchKind::PEER:
       return PeerReadable(thread, key);
     case WatchKind::FOLDER:
@@ -167,16 +170,15 @@ void HandleLocal(Module *module) {
   }
 }
 
-/* The messages to itself, then what has come or is due: one frame of each that has some, for
-   fairness, and some more of those that send without waiting for answers. */
+/* The messages to itself, then what has come or is due: fairness among senders comes from the order
+   of the epoll set. */
 void Turn(Thread *thread, WireFrame *frame) {
   Module *module = thread->module;
   HandleLocal(module);
   struct epoll_event events[16];
-  int more = 16;
   int count = epoll_wait(module->epoll, events, 16, module->local.empty() ? -1 : 0);
   for (int i = 0; i < count; ++i) {
-    HandleEvent(thread, events[i].data.u64, frame, &more);
+    HandleEvent(thread, events[i].data.u64, frame);
     frame->large.reset();
   }
 }

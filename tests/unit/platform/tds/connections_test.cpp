@@ -60,8 +60,12 @@ TEST_F(Tds, ALargePayloadIsReadWhenItsSenderHasGone) {
   EXPECT_EQ(payload, got[0].payload);
 }
 
-TEST_F(Tds, AFloodHoldsNobodyUp) {
-  constexpr size_t kFlood = 200, kTurn = 40; /* messages of a flood that may come before others */
+TEST_F(Tds, ASlowFloodHoldsNobodyUp) {
+  constexpr size_t kFlood = 30, kTurn = 4; /* notes of a flood that may come before others */
+  const Work slow = [] { tds_delay(2); };
+  const Work *pointer = &slow;
+  const std::string run =
+      Frame(kPostFrame, kRun, 0, {reinterpret_cast<const char *>(&pointer), sizeof pointer});
   Raw flood("unit:a"), other("unit:a");
   for (Raw *raw : {&flood, &other}) raw->Send(kHello);
   for (const char *round : {"unknown", "known as a flood"}) {
@@ -73,7 +77,9 @@ TEST_F(Tds, AFloodHoldsNobodyUp) {
     };
     ASSERT_EQ(0, Post(&hold, "unit:a"));
     held.get_future().wait();
-    for (size_t i = 0; i < kFlood; ++i) flood.Send(Frame(kPostFrame, kNote, 0, std::to_string(i)));
+    for (size_t i = 0; i < kFlood; ++i)
+      for (const std::string &frame : {run, Frame(kPostFrame, kNote, 0, std::to_string(i))})
+        flood.Send(frame);
     other.Send(Frame(kPostFrame, kNote, 0, "other"));
     tds_delay(2); /* the timer is over */
     go.set_value();
