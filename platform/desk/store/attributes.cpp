@@ -11,7 +11,7 @@ Key AttributesKey(uint32_t number) {
 namespace {
 
 /* The set that this thread's reads have asked for last: of one node several attributes are asked in
-   turn, and many leaves share one. It stays as what the last found node points to. */
+   turn, and many leaves share one. It stays as long as the tree has the same number. */
 struct LastSet {
   size_t txn_id;
   uint32_t number;
@@ -24,11 +24,13 @@ thread_local LastSet last_set;
 int TreeAttributes(MDB_txn *txn, uint32_t number, std::string_view *set) {
   MDB_val data;
   const size_t txn_id = TreeReadId(txn);
-  if (txn_id == 0 || last_set.txn_id != txn_id || last_set.number != number) {
-    if (TreeGet(txn, AttributesKey(number), &data) != 0) return -1;
-    last_set = {txn_id, number, {static_cast<char *>(data.mv_data), data.mv_size}};
+  if (txn_id != 0 && last_set.txn_id == txn_id && last_set.number == number) {
+    *set = last_set.set;
+    return 0;
   }
-  *set = last_set.set;
+  if (TreeGet(txn, AttributesKey(number), &data) != 0) return -1;
+  *set = {static_cast<char *>(data.mv_data), data.mv_size};
+  if (txn_id != 0) last_set = {txn_id, number, *set};
   return 0;
 }
 

@@ -44,14 +44,13 @@ int FillList(MDB_txn *txn, const Key &parent, size_t skip, ChildList *list) {
   for (const Found &child : children)
     list->keys.emplace_back(reinterpret_cast<const char *>(child.key), child.key_length);
   list->parent = parent;
-  list->txn_id =
-      txn == TreeThread()->read ? mdb_txn_id(txn) : 0; /* a span's writes make it stale */
+  list->txn_id = TreeReadId(txn);
   list->at = 0;
   return 0;
 }
 
 bool ListFits(const ChildList &list, MDB_txn *txn, const Key &parent) {
-  return txn == TreeThread()->read && list.txn_id == mdb_txn_id(txn) &&
+  return list.txn_id != 0 && list.txn_id == TreeReadId(txn) &&
          list.parent.length == parent.length &&
          memcmp(list.parent.bytes, parent.bytes, parent.length) == 0;
 }

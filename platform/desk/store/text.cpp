@@ -22,13 +22,6 @@ char *NewText(size_t size) {
   return text;
 }
 
-/* Makes a path's key that of a leaf. 0, or -1: there is no such leaf. */
-int FindLeaf(MDB_txn *txn, Key *key, Record *leaf) {
-  if (key->last == 0) return -1;
-  key->bytes[key->last] = KEY_LEAF;
-  return TreeFind(txn, *key, leaf);
-}
-
 /* ---- an object that has but a few leaves, as most that are read ---- */
 
 struct FewLeaves {
@@ -160,7 +153,9 @@ int JoinLeaves(const std::vector<Found> &leaves, size_t top_length, char **text)
 
 int LeafAlone(MDB_txn *txn, Key *key, std::vector<Found> *leaves) {
   Record record;
-  if (FindLeaf(txn, key, &record) != 0) return -1;
+  if (key->last == 0) return -1;
+  key->bytes[key->last] = KEY_LEAF;
+  if (TreeFind(txn, *key, &record) != 0) return -1;
   leaves->push_back({0, key->bytes, key->length, record});
   return 0;
 }

@@ -24,7 +24,7 @@ constexpr uint64_t kHelloLimit = 5000;    /* ms that a connection may stay witho
 constexpr uint64_t kTidyPeriod = 1000;    /* ms */
 constexpr uint64_t kAcceptPause = 100;    /* ms */
 constexpr uint8_t kPatience = 8;          /* looks in vain that end a burst */
-constexpr uint8_t kUnasked = 16;          /* times without a look before there is one */
+constexpr uint8_t kTurns = 16;            /* without a burst, before there is a look */
 constexpr uint64_t kCrowdOver = 1000;     /* ms without a refusal after which one is news again */
 
 rlim_t DescriptorBound() {
@@ -132,17 +132,17 @@ void ConnectionClose(Module *module, WatchKey key) {
   close(WatchFd(key));
 }
 
-void ConnectionNamed(Module *module) {
+void TidyNoLonger(Module *module) {
   if (OldestSilent(module) != nullptr || module->accept_paused || module->folder_gone) return;
   module->tidy_at = 0;
   ModuleSetClock(module);
 }
 
-bool ConnectionMayHaveMore(Connection *connection) {
-  return connection->patience > 0 || ++connection->unasked % kUnasked == 0;
+bool ConnectionBeginTurn(Connection *connection) {
+  return connection->patience > 0 || ++connection->turns % kTurns == 0;
 }
 
-void ConnectionHadMore(Connection *connection, bool had) {
+void ConnectionLooked(Connection *connection, bool had) {
   if (had)
     connection->patience = kPatience;
   else if (connection->patience > 0)

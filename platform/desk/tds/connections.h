@@ -16,7 +16,7 @@ struct Connection {
   std::string note;
   WireHead announced; /* of what is being received */
   uint8_t patience;   /* looks in vain before its burst is over; 0: it is no burst */
-  uint8_t unasked;    /* counts the times when there was no look */
+  uint8_t turns;      /* counts those without a look */
 };
 
 struct Newcomer {
@@ -31,15 +31,16 @@ int ConnectionAccept(Module *module, int listener);
 Connection *ConnectionOf(const Module *module, WatchKey key);
 void ConnectionClose(Module *module, WatchKey key);
 
-/* A connection has said its name: with no silent one left there is nothing to tidy, and the thread
-   need not wake for it. */
-void ConnectionNamed(Module *module);
+/* When there is nothing left to tidy, the thread does not wake for it. */
+void TidyNoLonger(Module *module);
 
-/* Whether another frame of the connection is worth a look, which costs a system call. One that had
-   several is asked each time until it was in vain often enough, another one now and then: who waits
-   for its answer has no more. And what the look has found. */
-bool ConnectionMayHaveMore(Connection *connection);
-void ConnectionHadMore(Connection *connection, bool had);
+/* Counts a turn of the connection. Whether frames behind its next one are worth a look, which costs
+   a system call: of one that had some each time until it was in vain often enough, of another one
+   now and then, as who waits for its answer has no more. */
+bool ConnectionBeginTurn(Connection *connection);
+
+/* What a look has found. */
+void ConnectionLooked(Connection *connection, bool had);
 
 /* Tells a caller that its call gets no answer, and why (an errno). */
 void ConnectionRefuse(const Connection *connection, uint32_t sequence, int reason);

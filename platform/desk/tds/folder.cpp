@@ -68,9 +68,12 @@ void FolderServe(Module *module) {
   const bool known = module->folder_gone;
   module->folder_gone = true; /* until all of it is done, also when memory for the rest lacks */
   TidyBy(module, MonotonicMs() + kAgain);
-  if (ServeMissing(module) == 0 && NotifyAskAgain(module) == 0)
+  if (ServeMissing(module) == 0 && NotifyAskAgain(module) == 0) {
     module->folder_gone = false;
-  else if (!known)
+    TidyNoLonger(module);
+    return;
+  }
+  if (!known)
     AMS_PRINT(4, "%s: %s cannot be made anew: %s", module->name.c_str(), kTdsFolder,
               strerror(errno));
 }

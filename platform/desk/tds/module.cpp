@@ -90,7 +90,7 @@ bool Receive(Module *module, Connection *connection, WireFrame *frame) {
     const char *name = static_cast<const char *>(frame->data);
     connection->sender.assign(name, strnlen(name, head.length - 1));
     if (!connection->sender.empty()) {
-      ConnectionNamed(module);
+      TidyNoLonger(module);
       return true;
     }
   }
@@ -99,20 +99,20 @@ bool Receive(Module *module, Connection *connection, WireFrame *frame) {
   return true;
 }
 
-/* A frame of a connection, and those behind it of one that sends without waiting for answers, until
-   the clock's next millisecond: nobody else, and no timer, waits for a slow handler's messages. */
+/* A frame of a connection. Of one that sends without waiting for answers those behind it, too,
+   until the clock's next millisecond: nobody else, and no timer, waits for more than one of a slow
+   handler's messages. The module's messages to itself are not to pile up meanwhile. */
 void ReceiveSome(Module *module, WatchKey key, WireFrame *frame) {
   Connection *connection = ConnectionOf(module, key);
-  if (connection == nullptr || !Receive(module, connection, frame)) return;
-  uint64_t begun = 0;
-  while ((connection = ConnectionOf(module, key)) != nullptr && ConnectionMayHaveMore(connection)) {
-    const uint64_t now = MonotonicMs();
-    if (begun == 0) begun = now;
-    if (now != begun) return;
-    frame->large.reset();
-    const bool had = Receive(module, connection, frame);
-    if (ConnectionOf(module, key) != nullptr) ConnectionHadMore(connection, had);
-    if (!had) return;
+  if (connection == nullptr) return;
+  const bool look = ConnectionBeginTurn(connection);
+  const uint64_t begun = look ? MonotonicMs() : 0;
+  bool had = Receive(module, connection, frame);
+  while (look && had && module->local.empty() && MonotonicMs() == begun) {
+    connection = ConnectionOf(module, key);
+    if (connection == nullptr) return;
+    had = Receive(module, connection, frame);
+    if (ConnectionOf(module, key) != nullptr) ConnectionLooked(connection, had);
   }
 }
 
@@ -170,11 +170,12 @@ void HandleLocal(Module *module) {
   }
 }
 
-/* The messages to itself, then what has come or is due: fairness among senders comes from the order
-   of the epoll set. */
+/* The messages to itself, what is due, then what has come: fairness among senders comes from the
+   order of the epoll set, in which the clock would come behind all of them. */
 void Turn(Thread *thread, WireFrame *frame) {
   Module *module = thread->module;
   HandleLocal(module);
+  if (module->wake_at != 0 && module->wake_at <= MonotonicMs()) HandleDue(module);
   struct epoll_event events[16];
   int count = epoll_wait(module->epoll, events, 16, module->local.empty() ? -1 : 0);
   for (int i = 0; i < count; ++i) {

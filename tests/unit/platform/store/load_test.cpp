@@ -1,6 +1,7 @@
 // The scripts of the desk, and what a data-model file is refused for.
 #include <algorithm>
 #include <filesystem>
+#include <thread>
 #include <vector>
 
 #include "../other_process.h"
@@ -52,6 +53,20 @@ TEST_F(Store, AnObjectMayHaveManyLeaves) {
                    "</A></InternetGatewayDevice>"),
               nullptr);
     EXPECT_EQ(Text("InternetGatewayDevice.A"), text) << count;
+  }
+}
+
+/* Another thread's, as another process's: this one's reads keep what they have found. */
+TEST_F(Store, AFileTakesTheAttributesOfTheOneBefore) {
+  for (const std::string op : {"one", "two", "three"}) {
+    std::thread([&] {
+      EXPECT_NE(Load("<InternetGatewayDevice type=\"object\"><A type=\"object\" op=\"" + op +
+                     "\"/></InternetGatewayDevice>"),
+                nullptr);
+    }).join();
+    char found[16] = "";
+    EXPECT_EQ(ams_get_node_attr(gptXmlTrees->root, "InternetGatewayDevice.A", "op", found), 0);
+    EXPECT_EQ(found, op);
   }
 }
 

@@ -5,6 +5,7 @@
 
 #include <filesystem>
 #include <future>
+#include <optional>
 #include <thread>
 
 #include "../other_process.h"
@@ -19,6 +20,28 @@ bool ClosedAfter(const std::string &frame) {
   raw.Send(frame);
   return raw.Next().empty();
 }
+
+/* A frame that has its module do this. */
+std::string RunFrame(const Work &work) {
+  const Work *pointer = &work;
+  return Frame(kPostFrame, kRun, 0, {reinterpret_cast<const char *>(&pointer), sizeof pointer});
+}
+
+/* "unit:a" does something, and then nothing until it may go on. */
+struct Held {
+  std::promise<void> held, go;
+  const Work work;
+  explicit Held(const Work &first = [] {})
+      : work([this, first] {
+          first();
+          held.set_value();
+          go.get_future().wait();
+        }) {
+    EXPECT_EQ(0, Post(&work, "unit:a"));
+    held.get_future().wait();
+  }
+  void GoOn() { go.set_value(); }
+};
 
 TEST_F(Tds, BadFramesCostTheirConnectionOnly) {
   const std::string kFrames[] = {std::string("x"),
@@ -38,61 +61,84 @@ TEST_F(Tds, BadFramesCostTheirConnectionOnly) {
 TEST_F(Tds, ALargePayloadIsReadWhenItsSenderHasGone) {
   const std::string payload(100000, 'x');
   const int file = SealedFile(payload);
-  std::promise<void> held, gone;
-  const Work hold = [&] {
-    held.set_value();
-    gone.get_future().wait();
-  };
+  std::optional<Held> module;
   {
     Raw raw("unit:a");
     raw.Send(kHello);
     raw.Send(Frame(kCallFrame, kEcho, 1, "whose answer is not read")); /* the end is a reset */
     raw.Send(Frame(kPostFrame, kNote, 0, "", payload.size()));
     raw.AwaitRead();
-    ASSERT_EQ(0, Post(&hold, "unit:a"));
-    held.get_future().wait();
+    module.emplace();
     raw.Send("x", {file});
   }
-  gone.set_value();
+  module->GoOn();
   close(file);
   const std::vector<Received> got = Await(kNote, 1);
   ASSERT_EQ(1U, got.size());
   EXPECT_EQ(payload, got[0].payload);
 }
 
-TEST_F(Tds, ASlowFloodHoldsNobodyUp) {
-  constexpr size_t kFlood = 30, kTurn = 4; /* notes of a flood that may come before others */
+/* Clients that "unit:a" knows as such that send many messages at once. */
+std::vector<Raw> Floods(size_t count) {
+  constexpr size_t kKnown = 40; /* messages after which it does */
+  std::vector<Raw> floods;
+  for (size_t at = 0; at < count; ++at) floods.emplace_back("unit:a");
+  Held module;
+  for (Raw &flood : floods) {
+    flood.Send(kHello);
+    for (size_t sent = 0; sent < kKnown; ++sent) flood.Send(Frame(kPostFrame, kNote, 0, "known"));
+  }
+  module.GoOn();
+  EXPECT_EQ(count * kKnown, Await(kNote, count * kKnown).size());
+  return floods;
+}
+
+TEST_F(Tds, SlowFloodsHoldNobodyUp) {
+  constexpr size_t kFloods = 40;
+  const struct {
+    bool slow_first;
+    size_t before_timer, before_other; /* notes of the floods at most */
+  } kCases[] = {{true, 0, 0}, {false, 16, kFloods}};
   const Work slow = [] { tds_delay(2); };
-  const Work *pointer = &slow;
-  const std::string run =
-      Frame(kPostFrame, kRun, 0, {reinterpret_cast<const char *>(&pointer), sizeof pointer});
-  Raw flood("unit:a"), other("unit:a");
-  for (Raw *raw : {&flood, &other}) raw->Send(kHello);
-  for (const char *round : {"unknown", "known as a flood"}) {
-    std::promise<void> held, go;
-    const Work hold = [&] {
-      SetTimer(3, 1);
-      held.set_value();
-      go.get_future().wait();
-    };
-    ASSERT_EQ(0, Post(&hold, "unit:a"));
-    held.get_future().wait();
-    for (size_t i = 0; i < kFlood; ++i)
-      for (const std::string &frame : {run, Frame(kPostFrame, kNote, 0, std::to_string(i))})
+  const std::string note = Frame(kPostFrame, kNote, 0, "flood"), run = RunFrame(slow);
+  std::vector<Raw> floods = Floods(kFloods);
+  Raw other("unit:a");
+  other.Send(kHello);
+  for (const auto &[slow_first, before_timer, before_other] : kCases) {
+    Held module([] { SetTimer(3, 1); });
+    for (Raw &flood : floods)
+      for (const std::string &frame : {slow_first ? run : note, slow_first ? note : run, note})
         flood.Send(frame);
     other.Send(Frame(kPostFrame, kNote, 0, "other"));
-    tds_delay(2); /* the timer is over */
-    go.set_value();
-    const std::vector<Received> got = Await(kAny, kFlood + 2);
-    ASSERT_EQ(kFlood + 2, got.size());
-    size_t flooded = 0;
-    for (size_t at = 0; at < got.size(); ++at) {
-      if (got[at].id == TDS_MSG_TIMER + 3U || got[at].payload == "other")
-        EXPECT_LT(at, kTurn) << got[at].payload << ", " << round;
-      else
-        EXPECT_EQ(std::to_string(flooded++), got[at].payload) << round;
-    }
+    tds_delay(5); /* the timer is due */
+    module.GoOn();
+    const std::vector<Received> got = Await(kAny, 2 * kFloods + 2);
+    ASSERT_EQ(2 * kFloods + 2, got.size());
+    auto notes_before = [&](auto is_it) {
+      const auto it = std::find_if(got.begin(), got.end(), is_it);
+      return std::count_if(got.begin(), it,
+                           [](const Received &one) { return one.payload == "flood"; });
+    };
+    EXPECT_LE(notes_before([](const Received &one) { return one.id == TDS_MSG_TIMER + 3U; }),
+              before_timer)
+        << slow_first;
+    EXPECT_LE(notes_before([](const Received &one) { return one.payload == "other"; }),
+              before_other)
+        << slow_first;
   }
+}
+
+TEST_F(Tds, FloodsLeaveRoomForWhatAModuleTellsItself) {
+  constexpr size_t kFloods = 8, kFrames = 4, kPosts = 100; /* 1024 may wait */
+  const Work tell = [] {
+    for (size_t post = 0; post < kPosts; ++post) EXPECT_EQ(0, SendMsg(kNote, "self", 4, "unit:a"));
+  };
+  std::vector<Raw> floods = Floods(kFloods);
+  Held module;
+  for (Raw &flood : floods)
+    for (size_t frame = 0; frame < kFrames; ++frame) flood.Send(RunFrame(tell));
+  module.GoOn();
+  EXPECT_EQ(kFloods * kFrames * kPosts, Await(kNote, kFloods * kFrames * kPosts).size());
 }
 
 TEST_F(Tds, ANoteIsOfTheMessageBehindItAlone) {

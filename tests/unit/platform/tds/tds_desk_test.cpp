@@ -251,6 +251,40 @@ TEST_F(Tds, AnEventOfAClosedDescriptorIsNobodys) {
   for (int fd : {number, pair[0], pair[1]}) close(fd);
 }
 
+/* How often the thread of that name in /proc has begun to wait, once it waits. */
+long Waits(const PeerProcess &peer, const std::string &name) {
+  const std::string kCount = "voluntary_ctxt_switches:";
+  const Clock::time_point end = Clock::now() + std::chrono::seconds(Patience());
+  while (Clock::now() < end)
+    for (const auto &task : std::filesystem::directory_iterator(peer.File("task"))) {
+      std::string line, comm;
+      std::getline(std::ifstream(task.path() / "comm"), comm);
+      std::ifstream status(task.path() / "status");
+      bool waits = false;
+      while (comm == name && std::getline(status, line)) {
+        waits |= line.compare(0, 8, "State:\tS") == 0;
+        if (waits && line.compare(0, kCount.size(), kCount) == 0)
+          return std::stol(line.substr(kCount.size()));
+      }
+    }
+  return -1;
+}
+
+TEST_F(Tds, AnIdleModuleDoesNotWake) {
+  NEEDS_ANEW();
+  constexpr uint32_t kOver = 1300; /* ms; what the runtime looks after is due within a second */
+  PeerProcess peer;
+  EXPECT_EQ("x", Call(kEcho, "x", "peer:a"));
+  const std::string socket = std::string(kTdsFolder) + "/peer:a";
+  ASSERT_EQ(0, unlink(socket.c_str()));
+  const Clock::time_point end = Clock::now() + std::chrono::seconds(Patience());
+  while (!std::filesystem::exists(socket)) ASSERT_LT(Clock::now(), end) << "it is made anew";
+  const long before = Waits(peer, "peer:a");
+  EXPECT_GT(before, 0);
+  tds_delay(kOver);
+  EXPECT_EQ(Waits(peer, "peer:a"), before);
+}
+
 TEST_F(Tds, AnIdleThreadKeepsNoLargePayload) {
   NEEDS_ANEW();
   PeerProcess peer;
