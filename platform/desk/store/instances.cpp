@@ -29,8 +29,9 @@ std::string InstanceRecord(const Record &array, uint32_t number, const Record &r
     order.append(reinterpret_cast<const char *>(row.order) + skip, row.head.order_length - skip);
   RecordHead head = row.head;
   head.order_length = static_cast<uint16_t>(order.size());
-  std::string record(reinterpret_cast<const char *>(&head), sizeof head);
-  return record.append(order).append(row.value, row.length);
+  std::string record(RecordSize(head, row.length), '\0');
+  RecordWrite(head, order.data(), {row.value, row.length}, &record[0]);
+  return record;
 }
 
 /* Makes a new row of a template's row whose key has `tail` behind the template's. */

@@ -33,7 +33,7 @@ enum : uint8_t {
   KEY_CHANGED = 0xF4,    /* + key of a leaf: it changed since the change list was read */
 };
 
-constexpr char kFormat[] = "2"; /* of keys and records; a store of another one is replaced */
+constexpr char kFormat[] = "3"; /* of keys and records; a store of another one is replaced */
 
 /* The one name that every path starts with. */
 constexpr char kRootName[] = "InternetGatewayDevice";

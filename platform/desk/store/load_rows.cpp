@@ -64,7 +64,7 @@ int PutRow(Loader *loader, const Element &element, std::string_view value) {
     head.flags |= RECORD_NOTIFY;
     loader->later.emplace_back(KeyText(KeyMarked(KEY_NOTIFY, loader->key)), element.notify);
   }
-  const size_t size = sizeof head + loader->order_length + value.size();
+  const size_t size = RecordSize(head, value.size());
   char *data;
   if (CountRow(loader, element, loader->key.length + size) != 0) return -1;
   if (loader->key.bytes[0] == KEY_TEMPLATE) {
@@ -73,9 +73,7 @@ int PutRow(Loader *loader, const Element &element, std::string_view value) {
   } else if (Append(loader, KeyText(loader->key), size, &data) != 0) {
     return -1;
   }
-  memcpy(data, &head, sizeof head);
-  memcpy(data + sizeof head, loader->order, loader->order_length);
-  if (!value.empty()) memcpy(data + size - value.size(), value.data(), value.size());
+  RecordWrite(head, loader->order, value, data);
   return 0;
 }
 

@@ -13,11 +13,12 @@ ObjectCounts RecordChildren(const Record &record) {
   return counts;
 }
 
-size_t RecordBuild(const Record &record, std::string_view value, uint8_t bytes[kRecordMax]) {
-  size_t front = sizeof record.head + record.head.order_length;
-  if (front + value.size() > kRecordMax) return 0;
-  memcpy(bytes, &record.head, sizeof record.head);
-  memcpy(bytes + sizeof record.head, record.order, record.head.order_length);
+void RecordWrite(RecordHead head, const void *order, std::string_view value, void *to) {
+  uint8_t *bytes = static_cast<uint8_t *>(to);
+  const size_t front = sizeof head + head.order_length, size = RecordSize(head, value.size());
+  memset(bytes + size - kRecordWord, 0, kRecordWord);
+  head.flags |= static_cast<uint8_t>((size - front - value.size()) << kRecordPaddingShift);
+  memcpy(bytes, &head, sizeof head);
+  if (head.order_length != 0) memcpy(bytes + sizeof head, order, head.order_length);
   if (!value.empty()) memcpy(bytes + front, value.data(), value.size());
-  return front + value.size();
 }

@@ -27,13 +27,18 @@ enum : uint8_t {
   RECORD_OP = 4,       /* the attribute set has "op" */
   RECORD_MOD = 8,      /* the attribute set has "mod" */
   RECORD_STATUS = 16,  /* its value is a status that was written */
+  RECORD_FLAGS = 31,
 };
+constexpr unsigned kRecordPaddingShift = 5; /* above the flags: bytes of padding */
+constexpr size_t kRecordWord = 8;
 
 /* A record is this head, `order_length` bytes that sort nodes as the file has them (two bytes a
-   level, four for an instance's number), and a leaf's value, an array's counts or an object's. */
+   level, four for an instance's number), a leaf's value, an array's counts or an object's, and
+   padding to whole words: a value that becomes a little longer or shorter mostly takes as much room
+   as before, and nothing beside it in its page has to move. */
 struct RecordHead {
   uint8_t kind;
-  uint8_t flags;
+  uint8_t flags; /* stored with the count of padding; RecordParse takes that out */
   uint16_t order_length;
   uint32_t attributes; /* number of the attribute set */
 };
@@ -62,15 +67,15 @@ inline int RecordParse(const MDB_val &data, Record *record) {
   if (data.mv_size < sizeof record->head) return -1;
   const uint8_t *bytes = static_cast<const uint8_t *>(data.mv_data);
   memcpy(&record->head, bytes, sizeof record->head);
-  size_t front = sizeof record->head + record->head.order_length;
-  if (data.mv_size < front || record->head.kind >= KIND_COUNT) return -1;
+  const size_t front = sizeof record->head + record->head.order_length;
+  const size_t padding = record->head.flags >> kRecordPaddingShift;
+  if (data.mv_size < front + padding || record->head.kind >= KIND_COUNT) return -1;
+  record->head.flags &= RECORD_FLAGS;
   record->order = bytes + sizeof record->head;
   record->value = reinterpret_cast<const char *>(bytes + front);
-  record->length = data.mv_size - front;
+  record->length = data.mv_size - front - padding;
   return 0;
 }
-
-constexpr size_t kRecordMax = sizeof(RecordHead) + kKeyMax * 2 + AMS_VALUE_MAX;
 
 /* Of a node in an object, where it stands among those beside it. */
 inline uint32_t RecordPlace(const Record &record) {
@@ -80,5 +85,15 @@ inline uint32_t RecordPlace(const Record &record) {
              : static_cast<uint32_t>(record.order[length - 2] << 8 | record.order[length - 1]);
 }
 
-/* Writes a record's bytes with another value. Returns their number, 0: there is no room. */
-size_t RecordBuild(const Record &record, std::string_view value, uint8_t bytes[kRecordMax]);
+constexpr size_t RecordWords(size_t size) {
+  return (size + kRecordWord - 1) / kRecordWord * kRecordWord;
+}
+constexpr size_t kRecordMax = RecordWords(sizeof(RecordHead) + kKeyMax * 2 + AMS_VALUE_MAX);
+
+/* Bytes of a record with this head and a value of `length` bytes. */
+inline size_t RecordSize(const RecordHead &head, size_t length) {
+  return RecordWords(sizeof head + head.order_length + length);
+}
+
+/* Writes a record of RecordSize bytes. */
+void RecordWrite(RecordHead head, const void *order, std::string_view value, void *to);

@@ -1,6 +1,8 @@
 // Reading and writing rows; see tree.h. What they mean to the store's users is elsewhere.
 #include "tree.h"
 
+#include <memory>
+
 #include "ams_print.h"
 #include "changes.h"
 #include "room.h"
@@ -98,20 +100,39 @@ int TreeDelete(MDB_txn *txn, const Key &key) {
   return rc == 0 || rc == MDB_NOTFOUND ? 0 : TreeFailed("writing", rc);
 }
 
+namespace {
+
+/* Calls `put(data)` with the bytes of a record that has another value. A short one's are on the
+   stack, of which each thread that writes would else keep as much as for the longest. */
+template <class Put>
+int PutBuilt(const Record &record, std::string_view value, Put put) {
+  uint8_t few[1024];
+  std::unique_ptr<uint8_t[]> many;
+  const size_t size = RecordSize(record.head, value.size());
+  if (size > kRecordMax) return TreeFailed("writing", MDB_BAD_VALSIZE);
+  if (size > sizeof few) many.reset(new uint8_t[size]);
+  uint8_t *bytes = many == nullptr ? few : many.get();
+  RecordWrite(record.head, record.order, value, bytes);
+  return put(LmdbVal(bytes, size));
+}
+
+}  // namespace
+
 int TreePutRecord(MDB_txn *txn, const Key &key, const Record &record, std::string_view value) {
-  uint8_t bytes[kRecordMax];
-  size_t size = RecordBuild(record, value, bytes);
-  return size == 0 ? TreeFailed("writing", MDB_BAD_VALSIZE) : TreePut(txn, key, bytes, size);
+  return PutBuilt(record, value, [&](const MDB_val &data) {
+    return TreePut(txn, key, data.mv_data, data.mv_size);
+  });
 }
 
 namespace {
 
 /* Replaces the value of the leaf that the cursor stands on. */
 int ReplaceValue(MDB_cursor *cursor, const Key &key, const Record &leaf, std::string_view value) {
-  uint8_t bytes[kRecordMax];
-  MDB_val row = KeyVal(key), data = LmdbVal(bytes, RecordBuild(leaf, value, bytes));
-  int rc = data.mv_size == 0 ? MDB_BAD_VALSIZE : mdb_cursor_put(cursor, &row, &data, MDB_CURRENT);
-  return rc == 0 ? 0 : TreeFailed("writing", rc);
+  return PutBuilt(leaf, value, [&](MDB_val data) {
+    MDB_val row = KeyVal(key);
+    int rc = mdb_cursor_put(cursor, &row, &data, MDB_CURRENT);
+    return rc == 0 ? 0 : TreeFailed("writing", rc);
+  });
 }
 
 int RoomForValue(MDB_txn *txn, size_t size, size_t before, unsigned how) {
