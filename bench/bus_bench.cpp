@@ -137,10 +137,9 @@ std::vector<uint64_t> Timed(const std::function<void()> &trip) {
 
 /* Waits until `name` is served and past its init. */
 void AwaitEndpoint(const char *name) {
-  void *reply;
-  uint32_t length;
+  std::string reply;
   for (int tries = 0; tries < 10000; ++tries) {
-    if (tds_call(0x1ffff, nullptr, 0, name, 10000, &reply, &length) != 0 && errno == ENOMSG) return;
+    if (tds_call(0x1ffff, nullptr, 0, name, 10000, &reply) != 0 && errno == ENOMSG) return;
     tds_delay(1);
   }
   Fail("the module does not come up");
@@ -220,12 +219,10 @@ int ThroughDbmgr() {
   std::string request =
       DbmgrPutRequest({APPT_CMD_GET, std::string(kObject) + "." + kLeaf, std::string()});
   auto ours = [&] {
-    void *reply;
-    uint32_t length;
+    std::string reply;
     if (tds_call(kDbmgrRequest, request.data(), static_cast<uint32_t>(request.size()), kDbmgrName,
-                 10000, &reply, &length) != 0)
+                 10000, &reply) != 0)
       Fail("dbmgr does not answer: is the gateway running?");
-    __tds_free(reply);
   };
   WireSizes sizes = {sizeof(WireHead) + frame.size(), sizeof(WireHead) + 64};
   std::function<void()> bare = BareTrip(sizes, 2, BARE_EPOLL),

@@ -13,6 +13,7 @@
 #include <cstring>
 #include <ctime>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "ams_store.h"
@@ -61,15 +62,13 @@ void Print(const char *name, double nanoseconds, size_t pieces) {
 
 std::string Request(uint32_t command, const std::string &path, const std::string &value = "") {
   const std::string bytes = DbmgrPutRequest({command, path, value});
-  void *reply = nullptr;
-  uint32_t length = 0;
+  std::string reply;
   DbmgrAnswer answer;
   if (tds_call(kDbmgrRequest, bytes.data(), static_cast<uint32_t>(bytes.size()), kDbmgrName, 60000,
-               &reply, &length) != 0 ||
-      DbmgrGetAnswer(reply, length, &answer) != 0 || answer.result < 0)
+               &reply) != 0 ||
+      DbmgrGetAnswer(std::move(reply), &answer) != 0 || answer.result < 0)
     Fail("no answer for " + path + ": " + answer.text);
-  __tds_free(reply);
-  return answer.text;
+  return std::move(answer.text);
 }
 
 std::vector<std::string> LeafPaths() {

@@ -94,14 +94,10 @@ Outcome WaitForOne(int watch, const std::string &name, Clock::time_point end) {
     auto left = std::chrono::duration_cast<std::chrono::milliseconds>(end - Clock::now()).count();
     if (left <= 0)
       return {EXIT_NO_ANSWER, name + " is not there in time: look at its log in /var/log/devkit"};
-    void *reply = nullptr;
-    uint32_t length = 0;
-    if (tds_call(kProbe, nullptr, 0, name.c_str(), static_cast<uint32_t>(left), &reply, &length) ==
-        0) {
-      __tds_free(reply);
+    std::string reply;
+    if (tds_call(kProbe, nullptr, 0, name.c_str(), static_cast<uint32_t>(left), &reply) == 0 ||
+        errno == ENOMSG)
       return {};
-    }
-    if (errno == ENOMSG) return {};
     if (errno == ETIMEDOUT) continue; /* the check above ends it */
     /* A socket appears a moment before it takes connections, hence the short look again. */
     pollfd change = {watch, POLLIN, 0};

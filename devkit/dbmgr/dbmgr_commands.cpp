@@ -4,12 +4,14 @@
 #include <algorithm>
 #include <cstring>
 #include <memory>
+#include <utility>
 
 #include "ams_config_api.h"
 #include "appt_dispatch.h"
 #include "escape.h"
 #include "leaf_list.h"
 #include "print_desk.h"
+#include "store_desk.h"
 
 namespace {
 
@@ -26,10 +28,8 @@ DbmgrAnswer Get(const Plan &plan) {
     value.resize(strlen(value.c_str()));
     return {0, DbmgrText::LEAF, value};
   }
-  char *text = nullptr;
-  if (ams_get_node_value(gptXmlTrees->root, plan.url.c_str(), &text) != 0) return Refused(plan);
-  StoreText owned(text, __tds_free);
-  return {0, DbmgrText::TEXT, text != nullptr ? text : ""};
+  DbmgrAnswer answer = {0, DbmgrText::TEXT, ""};
+  return ams_desk_text(plan.url.c_str(), &answer.text) == 0 ? std::move(answer) : Refused(plan);
 }
 
 DbmgrAnswer Attributes(const Plan &plan) {

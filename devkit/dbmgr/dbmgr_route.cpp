@@ -103,9 +103,9 @@ void Route(uint64_t client, const void *data, uint32_t length) {
   if (!plan.module.empty()) return QueuePut(std::move(request));
   if (!plan.asks.empty()) return EnqueueParts(*request);
   plan.before = ValuesOf(plan);
-  const DbmgrAnswer answer = ServeFromStore(plan);
+  DbmgrAnswer answer = ServeFromStore(plan);
   if (answer.result >= 0) NoteWho(*request);
-  Answer(client, answer);
+  Answer(client, std::move(answer));
 }
 
 }  // namespace

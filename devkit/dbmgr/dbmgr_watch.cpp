@@ -247,13 +247,12 @@ void WatchAcknowledged(uint64_t client, const std::string &module) {
   });
 }
 
-void WatchAnswered(uint64_t client, const DbmgrAnswer &answer) {
+void WatchAnswered(uint64_t client, int32_t result, std::string_view text) {
   Note(client, [&](Watched *event) {
     event->ended = Now();
-    event->result = answer.result;
-    if (answer.text.find(static_cast<char>(AMS_SEPARATOR)) ==
-        answer.text.npos) /* no whole object */
-      event->text.assign(answer.text, 0, kWatchedTextMax);
+    event->result = result;
+    if (text.find(static_cast<char>(AMS_SEPARATOR)) == text.npos) /* no whole object */
+      event->text.assign(text.substr(0, kWatchedTextMax));
     event->after = ValuesOf(event->plan);
     for (Stay &stay : event->stays)
       if (stay.acknowledged == 0) stay = {stay.module, stay.sent, stay.sent, event->ended};

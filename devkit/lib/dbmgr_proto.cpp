@@ -2,12 +2,11 @@
 #include "dbmgr_proto.h"
 
 #include <string_view>
+#include <utility>
 
 #include "tds.h"
 
 namespace {
-
-constexpr size_t kAnswerHead = 5; /* result and kind */
 
 void PutNumber(std::string *bytes, uint32_t number, size_t width) {
   for (size_t i = 0; i < width; ++i) *bytes += static_cast<char>(number >> (8 * i));
@@ -43,18 +42,16 @@ std::string DbmgrPutRequest(const DbmgrRequest &request) {
   return bytes + request.value;
 }
 
-std::string DbmgrPutAnswer(const DbmgrAnswer &answer) {
-  constexpr size_t kMost = TDS_PAYLOAD_MAX - kAnswerHead;
+std::string DbmgrPutAnswer(DbmgrAnswer answer) {
+  constexpr size_t kMost = TDS_PAYLOAD_MAX - kDbmgrAnswerTail;
   if (answer.text.size() > kMost)
     return DbmgrPutAnswer({-1, DbmgrText::TEXT,
                            "the answer has " + std::to_string(answer.text.size()) +
                                " bytes, a message carries " + std::to_string(kMost) +
                                ": ask for parts of it"});
-  std::string bytes;
-  bytes.reserve(kAnswerHead + answer.text.size());
-  PutNumber(&bytes, static_cast<uint32_t>(answer.result), 4);
-  PutNumber(&bytes, static_cast<uint32_t>(answer.kind), 1);
-  return bytes += answer.text;
+  PutNumber(&answer.text, static_cast<uint32_t>(answer.result), 4);
+  PutNumber(&answer.text, static_cast<uint32_t>(answer.kind), 1);
+  return std::move(answer.text);
 }
 
 int DbmgrGetRequest(const void *data, size_t length, DbmgrRequest *request) {
@@ -64,13 +61,16 @@ int DbmgrGetRequest(const void *data, size_t length, DbmgrRequest *request) {
   return good ? 0 : -1;
 }
 
-int DbmgrGetAnswer(const void *data, size_t length, DbmgrAnswer *answer) {
-  std::string_view bytes(static_cast<const char *>(data), length);
+int DbmgrGetAnswer(std::string bytes, DbmgrAnswer *answer) {
+  if (bytes.size() < kDbmgrAnswerTail) return -1;
+  const size_t length = bytes.size() - kDbmgrAnswerTail;
+  std::string_view tail = std::string_view(bytes).substr(length);
   uint32_t result, kind;
-  if (!TakeNumber(&bytes, 4, &result) || !TakeNumber(&bytes, 1, &kind)) return -1;
+  if (!TakeNumber(&tail, 4, &result) || !TakeNumber(&tail, 1, &kind)) return -1;
   if (kind > static_cast<uint32_t>(DbmgrText::LEAF)) return -1;
+  bytes.resize(length);
   answer->result = static_cast<int32_t>(result);
   answer->kind = static_cast<DbmgrText>(kind);
-  answer->text = bytes;
+  answer->text = std::move(bytes);
   return 0;
 }

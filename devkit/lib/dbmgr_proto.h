@@ -2,12 +2,13 @@
 // "dbmgr:dbmgt" and its answer. Words are little-endian. Any thread.
 //
 // Request: u32 command (APPT_CMD_...), u16 length of the url, url, u32 length of the value, value.
-// Answer:  i32 result, u8 kind of text, text.
+// Answer:  text, i32 result, u8 kind of text: what is long need not move to make room for the rest.
 // kDbmgrCheck with a request is answered at once with what would refuse it before it is sent on.
 // kDbmgrWaits with a url is answered at once with the names of the modules that a request for
 // it, or for what is above or below it, waits for.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <string>
 
@@ -36,10 +37,12 @@ struct DbmgrAnswer {
 
 std::string DbmgrPutRequest(const DbmgrRequest &request);
 
+constexpr size_t kDbmgrAnswerTail = 5; /* bytes behind an answer's text */
+
 /* An answer that no message holds becomes a refusal that says so. */
-std::string DbmgrPutAnswer(const DbmgrAnswer &answer);
+std::string DbmgrPutAnswer(DbmgrAnswer answer);
 
 /* 0, or -1: the bytes are no such message (lengths that do not fit, bytes left over, a NUL inside a
  * text). */
 int DbmgrGetRequest(const void *data, size_t length, DbmgrRequest *request);
-int DbmgrGetAnswer(const void *data, size_t length, DbmgrAnswer *answer);
+int DbmgrGetAnswer(std::string bytes, DbmgrAnswer *answer);

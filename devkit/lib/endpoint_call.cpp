@@ -50,7 +50,7 @@ constexpr auto kLong = std::chrono::seconds(1);
 
 /* tds_call. Who sits at a terminal is told of a wait that gets long, and how long it may become. */
 int CallAtTerminal(const char *dest, uint32_t id, const std::string &payload, uint32_t limit_ms,
-                   void **reply, uint32_t *length) {
+                   std::string *reply) {
   std::promise<void> answered;
   std::future<void> notice;
   if (limit_ms > std::chrono::milliseconds(kLong).count() && isatty(STDERR_FILENO) == 1) try {
@@ -62,8 +62,8 @@ int CallAtTerminal(const char *dest, uint32_t id, const std::string &payload, ui
     } catch (const std::system_error &) {
       /* without a thread there is no notice */
     }
-  int result = tds_call(id, payload.data(), static_cast<uint32_t>(payload.size()), dest, limit_ms,
-                        reply, length);
+  int result =
+      tds_call(id, payload.data(), static_cast<uint32_t>(payload.size()), dest, limit_ms, reply);
   int error = errno;
   answered.set_value();
   if (notice.valid()) notice.wait();
@@ -83,14 +83,8 @@ std::string HowToStart(const std::string &endpoint) {
 
 ExitStatus CallEndpoint(const char *dest, uint32_t id, const std::string &payload,
                         uint32_t limit_ms, std::string *reply) {
-  void *bytes = nullptr;
-  uint32_t length = 0;
-  if (CallAtTerminal(dest, id, payload, limit_ms, &bytes, &length) != 0) {
-    const int error = errno;
-    *reply = Why(error, dest, limit_ms);
-    return error == ETIMEDOUT || error == EAGAIN ? EXIT_NO_ANSWER : EXIT_REFUSED;
-  }
-  if (bytes != nullptr) reply->assign(static_cast<char *>(bytes), length);
-  __tds_free(bytes);
-  return EXIT_DONE;
+  if (CallAtTerminal(dest, id, payload, limit_ms, reply) == 0) return EXIT_DONE;
+  const int error = errno;
+  *reply = Why(error, dest, limit_ms);
+  return error == ETIMEDOUT || error == EAGAIN ? EXIT_NO_ANSWER : EXIT_REFUSED;
 }

@@ -21,7 +21,7 @@ Outcome NotInTime(Outcome outcome, const std::string &url, uint32_t limit_ms) {
   /* dbmgr answers this one at once, however little time the request was given */
   limit_ms = std::max(limit_ms, kUsualLimit);
   if (Call(kDbmgrName, kDbmgrWaits, url, limit_ms, &reply).status == EXIT_DONE &&
-      DbmgrGetAnswer(reply.data(), reply.size(), &answer) == 0 && !answer.text.empty())
+      DbmgrGetAnswer(std::move(reply), &answer) == 0 && !answer.text.empty())
     outcome.text += "; it waits for " + answer.text;
   return outcome;
 }
@@ -67,7 +67,7 @@ Outcome AskWith(uint32_t message, uint32_t command, const std::string &url,
   Outcome outcome = Call(kDbmgrName, message, bytes, limit_ms, &reply);
   if (outcome.status == EXIT_NO_ANSWER) return NotInTime(outcome, url, limit_ms);
   if (outcome.status != EXIT_DONE) return outcome;
-  if (DbmgrGetAnswer(reply.data(), reply.size(), answer) != 0) return kDamagedAnswer;
+  if (DbmgrGetAnswer(std::move(reply), answer) != 0) return kDamagedAnswer;
   if (answer->result < 0) return {EXIT_REFUSED, answer->text};
   return {};
 }

@@ -28,8 +28,8 @@ void Quote(const Words &words) {
 }  // namespace
 
 /* tds_call: what dbmgr is asked is a request for it. No answer: nobody is there. */
-WRAPPED(int, _Z8tds_calljPKvjPKcjPPvPj, uint32_t id, const void *data, uint32_t length,
-        const char *, uint32_t, void **reply, uint32_t *reply_length) {
+WRAPPED(int, _Z8tds_calljPKvjPKcjPNSt7__cxx1112basic_stringIcSt11char_traitsIcESaIcEEE, uint32_t id,
+        const void *data, uint32_t length, const char *, uint32_t, std::string *reply) {
   DbmgrRequest request;
   if (id == kDbmgrRequest)
     Check(DbmgrGetRequest(data, length, &request) == 0, "the client's request is none");
@@ -37,9 +37,7 @@ WRAPPED(int, _Z8tds_calljPKvjPKcjPPvPj, uint32_t id, const void *data, uint32_t 
     errno = ENOENT;
     return -1;
   }
-  *reply = __tds_malloc(answer.size(), "batch_fuzz");
-  *reply_length = static_cast<uint32_t>(answer.size());
-  memcpy(*reply, answer.data(), answer.size());
+  *reply = answer;
   return 0;
 }
 WRAPPED(int, SendMsg, uint32_t, const void *, uint32_t, const char *) { return 0; }

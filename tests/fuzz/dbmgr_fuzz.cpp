@@ -16,7 +16,7 @@ void Request(const std::string &bytes) {
 
 void Answer(const std::string &bytes) {
   DbmgrAnswer answer;
-  if (DbmgrGetAnswer(bytes.data(), bytes.size(), &answer) != 0) return;
+  if (DbmgrGetAnswer(bytes, &answer) != 0) return;
   Check(DbmgrPutAnswer(answer) == bytes, "an answer changes");
 }
 

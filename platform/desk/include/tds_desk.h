@@ -5,6 +5,7 @@
 #include <sys/types.h>
 
 #include <cstdint>
+#include <string>
 #include <string_view>
 
 #include "tds.h"
@@ -30,7 +31,7 @@ int tds_serve_also(const char *name);
    no room for more connections). The limit counts from the start; only the wait for room, 2 s at
    most, may go past it. Logs nothing. */
 int tds_call(uint32_t id, const void *data, uint32_t len, const char *dest, uint32_t limit_ms,
-             void **reply, uint32_t *reply_len);
+             std::string *reply);
 
 /* What the sender of the message in work had logged as failures (print_desk.h) while it did what it
    sent it for; "" when nothing, or outside a module's handler. Good until the handler returns. */

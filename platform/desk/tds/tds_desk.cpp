@@ -17,19 +17,6 @@ namespace {
 
 constexpr size_t kLocalBound = 1024; /* messages that a module may have waiting from itself */
 
-/* The answer as a block of the caller's. */
-int CopyAnswer(const WireFrame &answer, void **reply, uint32_t *reply_len) {
-  uint32_t length = answer.head.length;
-  if (length == 0) return 0;
-  *reply = __tds_strndup(static_cast<const char *>(answer.data), length, "SendMsg_syn_lib");
-  if (*reply == nullptr) {
-    errno = ENOMEM;
-    return -1;
-  }
-  *reply_len = length;
-  return 0;
-}
-
 bool IsOwnName(const Thread *thread, const char *name) {
   if (thread->module == nullptr) return false;
   const std::vector<std::string> &names = thread->module->names;
@@ -39,6 +26,29 @@ bool IsOwnName(const Thread *thread, const char *name) {
 bool MaySend(uint32_t id, const char *dest) {
   errno = dest == nullptr ? ENOENT : EPERM;
   return dest != nullptr && !IsRuntimeId(id);
+}
+
+/* `take(answer, length)` gets an answer that has bytes. 0, or -1 with errno. */
+template <class Take>
+int Call(uint32_t id, const void *data, uint32_t len, const char *dest, uint32_t limit_ms,
+         Take take) {
+  Thread *thread = ThisThread();
+  const uint64_t end = MonotonicMs() + std::max(limit_ms, 1U);
+  if (!MaySend(id, dest)) return -1;
+  if (IsOwnName(thread, dest)) {
+    errno = EDEADLK;
+    return -1;
+  }
+  const int result = OrNoMemory([=] {
+    Peer *peer = PeerSend(thread, dest, WireKind::CALL, id, data, len);
+    if (peer == nullptr || PeerAwait(thread, peer, end) != 0) return -1;
+    const WireFrame &answer = thread->answer;
+    return answer.head.length == 0
+               ? 0
+               : take(static_cast<const char *>(answer.data), answer.head.length);
+  });
+  thread->answer.large.reset();
+  return result;
 }
 
 /* A message to the module itself never waits for room in a socket that only it can empty. */
@@ -96,28 +106,25 @@ int SetDeadline(const char *call, int timer, uint64_t deadline) {
 }  // namespace
 
 int tds_call(uint32_t id, const void *data, uint32_t len, const char *dest, uint32_t limit_ms,
-             void **reply, uint32_t *reply_len) {
-  Thread *thread = ThisThread();
-  uint64_t end = MonotonicMs() + std::max(limit_ms, 1U);
-  *reply = nullptr;
-  *reply_len = 0;
-  if (!MaySend(id, dest)) return -1;
-  if (IsOwnName(thread, dest)) {
-    errno = EDEADLK;
-    return -1;
-  }
-  bool answered = OrNoMemory([=] {
-                    Peer *peer = PeerSend(thread, dest, WireKind::CALL, id, data, len);
-                    return peer == nullptr ? -1 : PeerAwait(thread, peer, end);
-                  }) == 0;
-  int result = answered ? CopyAnswer(thread->answer, reply, reply_len) : -1;
-  thread->answer.large.reset();
-  return result;
+             std::string *reply) {
+  reply->clear();
+  return Call(id, data, len, dest, limit_ms, [=](const char *answer, uint32_t length) {
+    reply->assign(answer, length);
+    return 0;
+  });
 }
 
 int SendMsg_syn_lib(uint32_t id, const void *data, uint32_t len, const char *dest, void **reply,
                     uint32_t *reply_len) {
-  if (tds_call(id, data, len, dest, TDS_SYN_LIMIT, reply, reply_len) == 0) return 0;
+  *reply = nullptr;
+  *reply_len = 0;
+  auto copy = [=](const char *answer, uint32_t length) {
+    *reply = __tds_strndup(answer, length, "SendMsg_syn_lib");
+    if (*reply == nullptr) throw std::bad_alloc();
+    *reply_len = length;
+    return 0;
+  };
+  if (Call(id, data, len, dest, TDS_SYN_LIMIT, copy) == 0) return 0;
   AMS_PRINT(4, "message 0x%x to %s: %s", id, dest == nullptr ? "(null)" : dest, WireFault(errno));
   return -1;
 }

@@ -99,7 +99,7 @@ TEST(Answer, ThatNoMessageHoldsIsARefusalWithItsSize) {
     DbmgrAnswer answer;
     std::string bytes = DbmgrPutAnswer({0, DbmgrText::TEXT, largest + more});
     ASSERT_LE(bytes.size(), size_t{TDS_PAYLOAD_MAX});
-    ASSERT_EQ(DbmgrGetAnswer(bytes.data(), bytes.size(), &answer), 0);
+    ASSERT_EQ(DbmgrGetAnswer(bytes, &answer), 0);
     bool fits = *more == '\0';
     EXPECT_EQ(answer.result, fits ? 0 : -1);
     EXPECT_EQ(answer.text == largest, fits);
@@ -306,23 +306,18 @@ void CountFrom(int32_t, const void *data, uint32_t) {
 
 /* The answer's text; "timeout" and the like without one. */
 std::string Asked(uint32_t id, const std::string &message) {
-  void *reply;
-  uint32_t length;
-  if (tds_call(id, message.data(), static_cast<uint32_t>(message.size()), kDbmgrName, 60000, &reply,
-               &length) != 0)
-    return strerror(errno);
-  std::string bytes(static_cast<char *>(reply), length);
-  __tds_free(reply);
-  return bytes;
+  std::string reply;
+  return tds_call(id, message.data(), static_cast<uint32_t>(message.size()), kDbmgrName, 60000,
+                  &reply) == 0
+             ? reply
+             : strerror(errno);
 }
 
 /* The answer to a request for the module's node. */
 std::string Refreshed() {
   DbmgrAnswer answer;
   std::string bytes = Asked(kDbmgrRequest, DbmgrPutRequest({APPT_CMD_REFRESH, IGD ".A", ""}));
-  return DbmgrGetAnswer(bytes.data(), bytes.size(), &answer) != 0 ? bytes
-         : answer.result == 0                                     ? "done"
-                                                                  : answer.text;
+  return DbmgrGetAnswer(bytes, &answer) != 0 ? bytes : answer.result == 0 ? "done" : answer.text;
 }
 
 WatchNews Watched(const WatchPlace &place, const std::vector<std::string> &paths = {}) {

@@ -28,11 +28,10 @@ inline std::string Failed(int reason) { return std::string("failed: ") + strerro
 /* As Ask, with the reason and a limit. */
 inline std::string Call(uint32_t id, const std::string &payload, const char *dest,
                         uint32_t limit = Patience() * 1000) {
-  void *reply;
-  uint32_t length;
-  int result = tds_call(id, payload.data(), static_cast<uint32_t>(payload.size()), dest, limit,
-                        &reply, &length);
-  return result == 0 ? Taken(reply, length) : Failed(errno);
+  std::string reply;
+  int result =
+      tds_call(id, payload.data(), static_cast<uint32_t>(payload.size()), dest, limit, &reply);
+  return result == 0 ? reply : Failed(errno);
 }
 
 /* A file as a large payload comes in, sealed against shrinking, growing and writing. */
