@@ -29,7 +29,8 @@ DbmgrAnswer Get(const Plan &plan) {
     return {0, DbmgrText::LEAF, value};
   }
   DbmgrAnswer answer = {0, DbmgrText::TEXT, ""};
-  return ams_desk_text(plan.url.c_str(), &answer.text) == 0 ? std::move(answer) : Refused(plan);
+  const bool read = ams_desk_text(plan.url.c_str(), kDbmgrAnswerTail, &answer.text) == 0;
+  return read ? std::move(answer) : Refused(plan);
 }
 
 DbmgrAnswer Attributes(const Plan &plan) {

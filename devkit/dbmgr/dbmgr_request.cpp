@@ -9,7 +9,16 @@
 #include "dbmgr_watch.h"
 #include "tds_desk.h"
 
+namespace {
+
+/* Made while there is memory. */
+const std::string kNoMemory = DbmgrPutAnswer(
+    {-1, DbmgrText::TEXT, "the data-base manager has no memory for it: ask again later"});
+
+}  // namespace
+
 void Answer(uint64_t client, DbmgrAnswer answer) {
+  answer = DbmgrFitting(std::move(answer));
   const int32_t result = answer.result;
   const std::string bytes = DbmgrPutAnswer(std::move(answer));
   (void)tds_reply_held(client, bytes.data(),
@@ -20,10 +29,8 @@ void Answer(uint64_t client, DbmgrAnswer answer) {
 void Refuse(uint64_t client, const std::string &why) { Answer(client, {-1, DbmgrText::TEXT, why}); }
 
 void RefuseWithoutMemory(uint64_t client) {
-  static const char kAnswer[] =
-      "the data-base manager has no memory for it: ask again later\xff\xff\xff\xff\x01";
   AMS_PRINT(5, "no memory for a request or its answer: the client is told to ask again");
-  (void)tds_reply_held(client, kAnswer, sizeof kAnswer - 1);
+  (void)tds_reply_held(client, kNoMemory.data(), static_cast<uint32_t>(kNoMemory.size()));
   WatchAnswered(client, -1, "");
 }
 

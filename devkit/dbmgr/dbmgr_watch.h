@@ -4,6 +4,7 @@
 
 #include <cstdint>
 #include <string>
+#include <string_view>
 
 #include "dbmgr_plan.h"
 
@@ -15,7 +16,7 @@ void WatchPlanned(uint64_t client, const Plan &plan);
 void WatchSent(uint64_t client, const std::string &module);
 void WatchUnsent(uint64_t client);
 void WatchAcknowledged(uint64_t client, const std::string &module);
-void WatchAnswered(uint64_t client, int32_t result, std::string_view text);
+void WatchAnswered(uint64_t client, int32_t result, std::string_view text); /* of an answer */
 
 /* Message handlers: a watcher's question, the timers of the answers to it and of what nobody
    watches any more, and messages that have no other handler: notifications, while they are watched.

@@ -42,13 +42,15 @@ std::string DbmgrPutRequest(const DbmgrRequest &request) {
   return bytes + request.value;
 }
 
-std::string DbmgrPutAnswer(DbmgrAnswer answer) {
+DbmgrAnswer DbmgrFitting(DbmgrAnswer answer) {
   constexpr size_t kMost = TDS_PAYLOAD_MAX - kDbmgrAnswerTail;
-  if (answer.text.size() > kMost)
-    return DbmgrPutAnswer({-1, DbmgrText::TEXT,
-                           "the answer has " + std::to_string(answer.text.size()) +
-                               " bytes, a message carries " + std::to_string(kMost) +
-                               ": ask for parts of it"});
+  if (answer.text.size() <= kMost) return answer;
+  return {-1, DbmgrText::TEXT,
+          "the answer has " + std::to_string(answer.text.size()) + " bytes, a message carries " +
+              std::to_string(kMost) + ": ask for parts of it"};
+}
+
+std::string DbmgrPutAnswer(DbmgrAnswer answer) {
   PutNumber(&answer.text, static_cast<uint32_t>(answer.result), 4);
   PutNumber(&answer.text, static_cast<uint32_t>(answer.kind), 1);
   return std::move(answer.text);

@@ -39,10 +39,13 @@ std::string DbmgrPutRequest(const DbmgrRequest &request);
 
 constexpr size_t kDbmgrAnswerTail = 5; /* bytes behind an answer's text */
 
-/* An answer that no message holds becomes a refusal that says so. */
+/* What no message holds becomes a refusal that says so. */
+DbmgrAnswer DbmgrFitting(DbmgrAnswer answer);
+
+/* `answer`: of DbmgrFitting. */
 std::string DbmgrPutAnswer(DbmgrAnswer answer);
 
-/* 0, or -1: the bytes are no such message (lengths that do not fit, bytes left over, a NUL inside a
- * text). */
+/* 0, or -1: the bytes are no request (lengths that do not fit, bytes left over, a NUL in a text) or
+   no answer (shorter than its tail, no such kind), and what they should have become is anything. */
 int DbmgrGetRequest(const void *data, size_t length, DbmgrRequest *request);
 int DbmgrGetAnswer(std::string bytes, DbmgrAnswer *answer);

@@ -27,7 +27,8 @@ void Quote(const Words &words) {
 
 }  // namespace
 
-/* tds_call: what dbmgr is asked is a request for it. No answer: nobody is there. */
+/* tds_call, by its linker's name: what dbmgr is asked is a request for it. No answer: nobody is
+ * there. */
 WRAPPED(int, _Z8tds_calljPKvjPKcjPNSt7__cxx1112basic_stringIcSt11char_traitsIcESaIcEEE, uint32_t id,
         const void *data, uint32_t length, const char *, uint32_t, std::string *reply) {
   DbmgrRequest request;

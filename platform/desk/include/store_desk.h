@@ -36,10 +36,9 @@ using AmsDeskVisit = int (*)(const AmsDeskNode &node, void *context);
    memory (logged). Any thread. */
 int ams_desk_walk(const char *path, bool leaves, AmsDeskVisit visit, void *context);
 
-/* ams_get_node_value into a string, which has room for some more bytes. 0 or -1 (logged unless
-   there is no such node). Any thread. */
-constexpr size_t AMS_DESK_TEXT_ROOM = 8;
-int ams_desk_text(const char *path, std::string *text);
+/* ams_get_node_value into a string, to which `room` bytes may be added without a copy. 0; or -1, as
+   there, then the string is anything. Any thread. */
+int ams_desk_text(const char *path, size_t room, std::string *text);
 
 /* A leaf of the change list (ams_read_withAttr): what it was before its first change since the list
    was read, 255 bytes of it, and is now; who made that change, and when, ms since 1970. */

@@ -25,11 +25,12 @@ constexpr char kTdsFolder[] = "/var/run/tds";
    threads only. 0 or -1 (logged). */
 int tds_serve_also(const char *name);
 
-/* SendMsg_syn_lib with a time limit and a reason: -1 with errno ENOENT (no such endpoint), EPIPE
-   (it died before it answered), ENOMSG (its handler did not answer), ETIMEDOUT, EAGAIN (its queue
-   stayed full), EMSGSIZE (message or answer), EPERM (the id is the runtime's own), EUSERS (it has
-   no room for more connections). The limit counts from the start; only the wait for room, 2 s at
-   most, may go past it. Logs nothing. */
+/* Sends a message and waits for its answer, whose bytes `*reply` gets; "" without one. 0, or -1
+   with errno ENOENT (no such endpoint), EPIPE (it died before it answered), ENOMSG (its handler did
+   not answer), ETIMEDOUT, EAGAIN (its queue stayed full), EMSGSIZE (message or answer), EPERM (the
+   id is the runtime's own), EDEADLK (the endpoint is the module's own), EUSERS (it has no room for
+   more connections), ENOMEM. The limit counts from the start; only the wait for room, 2 s at most,
+   may go past it. Logs nothing. Any thread. */
 int tds_call(uint32_t id, const void *data, uint32_t len, const char *dest, uint32_t limit_ms,
              std::string *reply);
 

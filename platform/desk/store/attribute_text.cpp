@@ -1,25 +1,17 @@
 // The text forms of leaves with their attributes behind their values.
-#include "ams_print.h"
+#include <cstring>
+
 #include "ams_store.h"
 #include "attributes.h"
 #include "found.h"
 #include "keep.h"
 #include "room.h"
 #include "tds.h"
-#include "tree.h"
+#include "text.h"
 
 namespace {
 
 constexpr char kChangedData[] = ".ALL_CHANGED_DATA";
-
-int LeafAlone(MDB_txn *txn, Key *key, std::vector<Found> *leaves) {
-  Record record;
-  if (key->last == 0) return -1;
-  key->bytes[key->last] = KEY_LEAF;
-  if (TreeFind(txn, *key, &record) != 0) return -1;
-  leaves->push_back({0, key->bytes, key->length, record});
-  return 0;
-}
 
 void AppendPair(std::string *text, std::string_view name, std::string_view value) {
   text->append(" ").append(name).append("=\"");
@@ -48,23 +40,28 @@ void AppendWithAttributes(MDB_txn *txn, const Found &leaf, size_t top_length, st
 }
 
 int HandOut(const std::string &built, char **text) {
-  *text = __tds_strndup(built.data(), built.size(), "ams_text");
-  if (*text != nullptr) return 0;
-  AMS_PRINT(4, "store: no memory for a text of %zu bytes\n", built.size());
-  return -1;
+  *text = NewText(built.size() + 1);
+  if (*text == nullptr) return -1;
+  memcpy(*text, built.c_str(), built.size() + 1);
+  return 0;
+}
+
+/* Bytes of the keys of leaves that the text of this node leaves out. */
+size_t LeftOut(const Key &key, const Record &record) {
+  return RecordIsLeaf(record) ? key.last : key.length;
 }
 
 int ReadAttributes(MDB_txn *txn, const char *path, char **text) {
   Key key;
+  Record record;
   std::string built;
   std::vector<Found> leaves;
-  if (TreeKey(path, KEY_NODE, &key) != 0) return -1;
-  size_t top = key.length; /* bytes of their keys that the text leaves out */
-  if (TreeGather(txn, key, TREE_LEAVES, &leaves) != 0) {
-    if (LeafAlone(txn, &key, &leaves) != 0) return -1;
-    top = key.last;
-  }
-  for (const Found &leaf : leaves) AppendWithAttributes(txn, leaf, top, &built);
+  if (TreeFindPath(txn, path, true, &key, &record) != 0) return -1;
+  if (RecordIsLeaf(record))
+    leaves.push_back({0, key.bytes, key.length, record});
+  else if (TreeGather(txn, key, TREE_LEAVES, &leaves) != 0)
+    return -1;
+  for (const Found &leaf : leaves) AppendWithAttributes(txn, leaf, LeftOut(key, record), &built);
   return HandOut(built, text);
 }
 
@@ -101,8 +98,7 @@ int ReadChanged(MDB_txn *txn, const char *path, char **text) {
       leaves.push_back(leaf);
   }
   TreeSort(&leaves, 0);
-  size_t above = RecordIsLeaf(record) ? top.last : top.length;
-  for (const Found &leaf : leaves) AppendWithAttributes(txn, leaf, above, &built);
+  for (const Found &leaf : leaves) AppendWithAttributes(txn, leaf, LeftOut(top, record), &built);
   return HandOut(built, text);
 }
 

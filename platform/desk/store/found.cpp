@@ -1,4 +1,4 @@
-// The order of rows that a scan has found; see found.h.
+// Rows of the tree in the file's order; see found.h.
 #include "found.h"
 
 #include <endian.h>
@@ -28,22 +28,6 @@ void TreeSort(std::vector<Found> *found, size_t skip) {
     int order = memcmp(left.record.order, right.record.order, common);
     return order != 0 ? order < 0 : left.record.head.order_length < right.record.head.order_length;
   });
-}
-
-size_t FoundPath(const uint8_t *key, size_t length, FoundObject *object, char *path) {
-  const void *mark = memrchr(key, KEY_LEAF, length);
-  if (mark == nullptr || mark == key) return KeyToPath(key, length, path);
-  const size_t above = static_cast<size_t>(static_cast<const uint8_t *>(mark) - key);
-  if (above != object->key_length || memcmp(key, object->key, above) != 0) {
-    object->key = key;
-    object->key_length = above;
-    object->length = KeyToPath(key, above, object->path);
-  }
-  memcpy(path, object->path, object->length);
-  path[object->length] = '.';
-  memcpy(path + object->length + 1, key + above + 1, length - above - 1);
-  path[object->length + length - above] = '\0';
-  return object->length + length - above;
 }
 
 int TreeGather(MDB_txn *txn, const Key &top, TreeKinds kinds, std::vector<Found> *found) {

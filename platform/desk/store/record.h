@@ -77,14 +77,6 @@ inline int RecordParse(const MDB_val &data, Record *record) {
   return 0;
 }
 
-/* Of a node in an object, where it stands among those beside it. */
-inline uint32_t RecordPlace(const Record &record) {
-  const size_t length = record.head.order_length;
-  return length < 2
-             ? 0
-             : static_cast<uint32_t>(record.order[length - 2] << 8 | record.order[length - 1]);
-}
-
 constexpr size_t RecordWords(size_t size) {
   return (size + kRecordWord - 1) / kRecordWord * kRecordWord;
 }

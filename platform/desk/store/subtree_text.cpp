@@ -3,10 +3,12 @@
 // when they are looked at again.
 #include "subtree_text.h"
 
+#include <algorithm>
+#include <cstring>
 #include <new>
 
-#include "leaf_text.h"
 #include "scan.h"
+#include "text.h"
 
 namespace {
 
@@ -14,7 +16,8 @@ struct Writer {
   size_t top_length; /* of the keys: that the text leaves out */
   SubtreeText *text;
   size_t room;
-  /* objects and arrays, of which nothing is written, and leaves that stand side by side in one */
+  /* of each object, of each array, and of the leaves that stand side by side in one: where it
+     stands, and what is written of it, of an object or array nothing */
   std::vector<NodeOrder> nodes;
   std::vector<SubtreeText::Run> runs;
   /* the object whose leaves are gathered */
@@ -74,7 +77,7 @@ void Open(Writer *writer, const MDB_val &key) {
   writer->path[writer->path_length++] = '.';
 }
 
-/* What is no leaf of the object's, or at no place of one, cannot be. */
+/* What is no leaf of the object's, or at no place in it, cannot be. */
 void Gather(Writer *writer, const MDB_val &key, const Record &record, NodeOrder order) {
   const uint8_t *name = static_cast<const uint8_t *>(key.mv_data) + writer->key_length;
   if (key.mv_size <= writer->key_length + 1 || *name != KEY_LEAF || order.place > UINT16_MAX)
@@ -124,5 +127,6 @@ void SubtreePut(const SubtreeText &text, char *out) {
     memcpy(out, text.text.get() + run.at, run.length);
     out += run.length;
   }
-  out[text.size == 0 ? 0 : -1] = '\0';
+  if (text.size != 0) --out;
+  *out = '\0';
 }

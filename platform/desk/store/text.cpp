@@ -1,14 +1,16 @@
 // The text forms of nodes: a leaf as "name=value", an object as its leaves' "relative.path=value".
+#include "text.h"
+
 #include <algorithm>
 #include <cstring>
 
 #include "ams_print.h"
 #include "ams_store.h"
-#include "leaf_text.h"
+#include "fetch.h"
+#include "scan.h"
 #include "store_desk.h"
 #include "subtree_text.h"
 #include "tds.h"
-#include "tree.h"
 
 namespace {
 
@@ -21,26 +23,19 @@ struct FewLeaves {
   size_t size;          /* of the text */
 };
 
-/* False: it is no leaf of the object whose key has `top_length` bytes, which cannot be. */
-bool AddLeaf(FewLeaves *leaves, const MDB_val &key, size_t top_length, const MDB_val &data) {
+/* False: it is no leaf of this object's, which cannot be. */
+bool AddLeaf(FewLeaves *leaves, const Key &top, const Record &object, const MDB_val &key,
+             const MDB_val &data) {
   Record record;
-  if (key.mv_size <= top_length || RecordParse(data, &record) != 0) return false;
-  const size_t place = RecordPlace(record), name_length = key.mv_size - top_length - 1;
-  if (place >= FewLeaves::kMost) return false;
-  const uint8_t *name = static_cast<uint8_t *>(key.mv_data) + top_length + 1;
+  if (key.mv_size <= top.length || RecordParse(data, &record) != 0) return false;
+  const size_t place = OrderIn(record, object.head.order_length).place;
+  if (place >= FewLeaves::kMost || (leaves->there >> place & 1) != 0) return false;
+  const size_t name_length = key.mv_size - top.length - 1;
+  const uint8_t *name = static_cast<uint8_t *>(key.mv_data) + top.length + 1;
   leaves->leaf[place] = {name, record.value, name_length, record.length};
   leaves->there |= uint64_t{1} << place;
   leaves->size += name_length + record.length + 2;
   return true;
-}
-
-/* The rows that a load put behind a row stand below it in its page: the processor fetches all of
-   them at once. Inlined, as compilers drop the calls of a function that does nothing else. */
-[[gnu::always_inline]] inline void FetchBelow(const void *row) {
-  constexpr size_t kPage = 4096, kLine = 64, kBytes = 1024;
-  const size_t bytes = std::min(reinterpret_cast<uintptr_t>(row) % kPage, kBytes);
-  for (size_t at = kLine; at <= bytes; at += kLine)
-    __builtin_prefetch(static_cast<const char *>(row) - at);
 }
 
 /* The leaf of this path, as no other node has it. 0, or -1: there is none, or it cannot be read
@@ -78,7 +73,7 @@ int GatherFew(MDB_txn *txn, Key *path, FewLeaves *leaves) {
   for (int left = counts.leaves; left > 0; --left) { /* they come right behind */
     if ((rc = mdb_cursor_get(cursor.get(), &key, &data, MDB_NEXT)) != 0)
       return TreeFailed("reading", rc);
-    if (!AddLeaf(leaves, key, path->length, data)) return FEW_NOT;
+    if (!AddLeaf(leaves, *path, object, key, data)) return FEW_NOT;
   }
   return 0;
 }
@@ -117,20 +112,22 @@ int ReadText(const char *path, Make make) {
 
 }  // namespace
 
+char *NewText(size_t size) {
+  char *text = static_cast<char *>(__tds_malloc(size, "ams_text"));
+  if (text == nullptr) AMS_PRINT(4, "store: no memory for a text of %zu bytes\n", size);
+  return text;
+}
+
 int ams_get_node_value(struct AmsTree *root, const char *path, char **text) {
   if (text == nullptr) return -1;
   *text = nullptr;
   if (root == nullptr) return -1;
-  return ReadText(path, [=](size_t size) {
-    *text = static_cast<char *>(__tds_malloc(size, "ams_text"));
-    if (*text == nullptr) AMS_PRINT(4, "store: no memory for a text of %zu bytes\n", size);
-    return *text;
-  });
+  return ReadText(path, [=](size_t size) { return *text = NewText(size); });
 }
 
-int ams_desk_text(const char *path, std::string *text) {
+int ams_desk_text(const char *path, size_t room, std::string *text) {
   const int result = ReadText(path, [=](size_t size) {
-    text->reserve(size + AMS_DESK_TEXT_ROOM);
+    text->reserve(size + room);
     text->resize(size);
     return text->data();
   });

@@ -144,9 +144,10 @@ int TreeGivenUp() {
 
 int TreeFailed(const char *what, int rc) {
   if (rc == MDB_MAP_FULL) EndPinningReaders();
-  const char *reason = rc == ENOSPC         ? "no memory is left below /dev/shm: free some there"
-                       : rc == MDB_MAP_FULL ? "the store is full: delete something"
-                                            : mdb_strerror(rc);
+  const char *reason = rc == ENOSPC          ? "no memory is left below /dev/shm: free some there"
+                       : rc == MDB_MAP_FULL  ? "the store is full: delete something"
+                       : rc == MDB_CORRUPTED ? "it is damaged: restart dbmgr, which makes it anew"
+                                             : mdb_strerror(rc);
   AMS_PRINT(4, "store: %s the tree failed: %s\n", what, reason);
   return TreeGivenUp();
 }

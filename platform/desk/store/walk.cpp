@@ -1,20 +1,46 @@
 // A look at all nodes below one, without a call for each.
+#include <cstring>
 #include <unordered_map>
 
 #include "ams_store.h"
 #include "attributes.h"
+#include "fetch.h"
 #include "found.h"
 #include "store_desk.h"
 #include "tree.h"
 
 namespace {
 
+/* The object of the last leaf whose path was made; {} at first. */
+struct Object {
+  const uint8_t *key;
+  size_t key_length, length;
+  char path[kKeyMax + 1];
+};
+
 /* What many nodes share: attribute sets, which lie in the map, and the object above. */
 struct Shared {
   MDB_txn *txn;
   std::unordered_map<uint32_t, AmsDeskAttributes> sets;
-  FoundObject object;
+  Object object;
 };
+
+/* KeyToPath of nodes that come in turn: the leaves of an object stand one behind the other. */
+size_t PathOf(const uint8_t *key, size_t length, Object *object, char *path) {
+  const void *mark = memrchr(key, KEY_LEAF, length);
+  if (mark == nullptr) return KeyToPath(key, length, path);
+  const size_t above = static_cast<size_t>(static_cast<const uint8_t *>(mark) - key);
+  if (above != object->key_length || memcmp(key, object->key, above) != 0) {
+    object->key = key;
+    object->key_length = above;
+    object->length = KeyToPath(key, above, object->path);
+  }
+  memcpy(path, object->path, object->length);
+  path[object->length] = '.';
+  memcpy(path + object->length + 1, key + above + 1, length - above - 1);
+  path[object->length + length - above] = '\0';
+  return object->length + length - above;
+}
 
 const AmsDeskAttributes &SetOf(Shared *shared, uint32_t number) {
   auto [at, missing] = shared->sets.try_emplace(number);
@@ -42,7 +68,7 @@ int Visit(Shared *shared, const uint8_t *key, size_t length, const Record &recor
   char path[kKeyMax + 1];
   AmsDeskNode node = {};
   node.attributes = &SetOf(shared, record.head.attributes);
-  node.path = {path, FoundPath(key, length, &shared->object, path)};
+  node.path = {path, PathOf(key, length, &shared->object, path)};
   node.type = kKindNames[record.head.kind];
   node.is_leaf = RecordIsLeaf(record);
   if (node.is_leaf) node.value = {record.value, record.length};
@@ -60,9 +86,13 @@ int Walk(MDB_txn *txn, const char *path, bool leaves, AmsDeskVisit visit, void *
   if (!RecordIsLeaf(record) &&
       TreeGather(txn, top, leaves ? TREE_NODES : TREE_OBJECTS, &found) != 0)
     return -1;
+  constexpr size_t kAhead = 12; /* nodes: so many are visited while one is fetched */
   int result = Visit(&shared, top.bytes, top.length, record, visit, context);
   for (size_t at = 0; at < found.size() && result == 0; ++at) {
-    FoundFetch(found, at);
+    if (at + kAhead < found.size()) {
+      FetchRow(found[at + kAhead].key, found[at + kAhead].key_length);
+      __builtin_prefetch(found[at + kAhead].record.value);
+    }
     result = Visit(&shared, found[at].key, found[at].key_length, found[at].record, visit, context);
   }
   return result;

@@ -28,7 +28,8 @@ bool MaySend(uint32_t id, const char *dest) {
   return dest != nullptr && !IsRuntimeId(id);
 }
 
-/* `take(answer, length)` gets an answer that has bytes. 0, or -1 with errno. */
+/* `take(answer, length)` gets an answer that has bytes; std::bad_alloc: it has no memory for them.
+   0, or -1 with errno. */
 template <class Take>
 int Call(uint32_t id, const void *data, uint32_t len, const char *dest, uint32_t limit_ms,
          Take take) {
@@ -43,9 +44,8 @@ int Call(uint32_t id, const void *data, uint32_t len, const char *dest, uint32_t
     Peer *peer = PeerSend(thread, dest, WireKind::CALL, id, data, len);
     if (peer == nullptr || PeerAwait(thread, peer, end) != 0) return -1;
     const WireFrame &answer = thread->answer;
-    return answer.head.length == 0
-               ? 0
-               : take(static_cast<const char *>(answer.data), answer.head.length);
+    if (answer.head.length != 0) take(static_cast<const char *>(answer.data), answer.head.length);
+    return 0;
   });
   thread->answer.large.reset();
   return result;
@@ -107,11 +107,12 @@ int SetDeadline(const char *call, int timer, uint64_t deadline) {
 
 int tds_call(uint32_t id, const void *data, uint32_t len, const char *dest, uint32_t limit_ms,
              std::string *reply) {
-  reply->clear();
-  return Call(id, data, len, dest, limit_ms, [=](const char *answer, uint32_t length) {
-    reply->assign(answer, length);
-    return 0;
+  std::string answer;
+  const int result = Call(id, data, len, dest, limit_ms, [&](const char *bytes, uint32_t length) {
+    answer.assign(bytes, length);
   });
+  *reply = std::move(answer);
+  return result;
 }
 
 int SendMsg_syn_lib(uint32_t id, const void *data, uint32_t len, const char *dest, void **reply,
@@ -122,7 +123,6 @@ int SendMsg_syn_lib(uint32_t id, const void *data, uint32_t len, const char *des
     *reply = __tds_strndup(answer, length, "SendMsg_syn_lib");
     if (*reply == nullptr) throw std::bad_alloc();
     *reply_len = length;
-    return 0;
   };
   if (Call(id, data, len, dest, TDS_SYN_LIMIT, copy) == 0) return 0;
   AMS_PRINT(4, "message 0x%x to %s: %s", id, dest == nullptr ? "(null)" : dest, WireFault(errno));

@@ -97,7 +97,7 @@ TEST(Answer, ThatNoMessageHoldsIsARefusalWithItsSize) {
   std::string largest(TDS_PAYLOAD_MAX - 5, 'x');
   for (const char *more : {"", "x"}) {
     DbmgrAnswer answer;
-    std::string bytes = DbmgrPutAnswer({0, DbmgrText::TEXT, largest + more});
+    std::string bytes = DbmgrPutAnswer(DbmgrFitting({0, DbmgrText::TEXT, largest + more}));
     ASSERT_LE(bytes.size(), size_t{TDS_PAYLOAD_MAX});
     ASSERT_EQ(DbmgrGetAnswer(bytes, &answer), 0);
     bool fits = *more == '\0';

@@ -5,8 +5,10 @@
 #include <vector>
 
 #include "../other_process.h"
+#include "store_desk.h"
 #include "store_support.h"
 #include "tds_heap.h"
+#include "tree.h"
 
 namespace {
 
@@ -53,6 +55,68 @@ TEST_F(Store, AnObjectMayHaveManyLeaves) {
                    "</A></InternetGatewayDevice>"),
               nullptr);
     EXPECT_EQ(Text("InternetGatewayDevice.A"), text) << count;
+  }
+}
+
+/* A node and all below it, a child at a time. */
+void Descend(const std::string &path, bool leaves, std::vector<std::string> *paths) {
+  char type[16], url[AMS_PATH_SIZE];
+  ASSERT_EQ(ams_get_node_attr(root, path.c_str(), "type", type), 0);
+  if (!leaves && strcmp(type, "object") != 0 && strcmp(type, "array") != 0) return;
+  paths->push_back(path);
+  int rc = ams_get_first_child(root, path.c_str(), url);
+  for (; rc == 0; rc = ams_get_next_child(root, std::string(url).c_str(), url))
+    Descend(url, leaves, paths);
+}
+
+std::vector<std::string> Walked(const std::string &top, bool leaves) {
+  std::vector<std::string> paths;
+  auto visit = [](const AmsDeskNode &node, void *all) {
+    static_cast<std::vector<std::string> *>(all)->emplace_back(node.path);
+    return 0;
+  };
+  EXPECT_EQ(ams_desk_walk(top.c_str(), leaves, visit, &paths), 0);
+  return paths;
+}
+
+std::string DeskText(const std::string &path) {
+  std::string text;
+  if (ams_desk_text(path.c_str(), 8, &text) != 0) return "(none)";
+  std::replace(text.begin(), text.end(), char{AMS_SEPARATOR}, '|');
+  return text;
+}
+
+TEST_F(Store, TheDeskSeesTheSameTree) {
+  for (const char *file : {"model.xml", "beside.xml", "tags.xml"}) {
+    SCOPED_TRACE(file);
+    ASSERT_NE(root = Load(FileText(data_folder + "/" + file)), nullptr);
+    std::vector<std::string> nodes;
+    Descend("InternetGatewayDevice", true, &nodes);
+    for (const std::string &top : nodes) {
+      for (bool leaves : {false, true}) {
+        std::vector<std::string> below;
+        Descend(top, leaves, &below);
+        if (below.empty()) below = {top}; /* a leaf that is asked for is shown */
+        EXPECT_EQ(Walked(top, leaves), below) << top;
+      }
+      EXPECT_EQ(DeskText(top), Text(top)) << top;
+    }
+    EXPECT_EQ(DeskText("InternetGatewayDevice.None"), "(none)");
+  }
+}
+
+/* Another row's values would be taken for its own. */
+TEST_F(Store, OfADamagedRowNothingIsTold) {
+  for (const char *row : {IGD "Services.List.9", IGD "Services.List.2.Name"}) {
+    Key key;
+    ASSERT_EQ(KeyOfPath(row, strstr(row, "Name") != nullptr ? KEY_LEAF : KEY_NODE, &key), 0);
+    ASSERT_EQ(TreeWrite([&](MDB_txn *txn) { return TreePut(txn, key, "x", 1); }), 0);
+    for (const char *path : {"InternetGatewayDevice", IGD "Services.List"}) {
+      const std::string told = LogOf([&] { EXPECT_EQ(Text(path), "(none)"); });
+      EXPECT_NE(told.find("it is damaged: "), told.npos) << told;
+    }
+    EXPECT_NE(Text(IGD "Services.List.10"), "(none)");
+    SetUp();
   }
 }
 

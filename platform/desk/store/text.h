@@ -1,9 +1,12 @@
-// A leaf as "name=value".
+// What the text forms of nodes are made of: leaves as "name=value".
 #pragma once
 
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
+
+/* A block of the counted heap for a text with its NUL, or NULL: no memory (logged). */
+char *NewText(size_t size);
 
 struct LeafText {
   const uint8_t *name;
