@@ -19,31 +19,39 @@ REFUSED = (
 )
 
 
+COMMANDS, WEIGHTS = ("get", "whole", "set", "attr", "refresh", "list", "add", "del", "refused"), (6, 3, 8, 2, 1, 1, 2, 2, 1)
+
+
 def pick(rng, model, own):
-    """The next request: its line, and the operation that it is or None."""
-    free = [path for path in own(model.objects) if model.home(path) not in model.unsure]
-    arrays = [path for path in own(model.rows) if path not in model.unsure]
-    path, command = rng.choice(free), rng.choices(
-        ("get", "whole", "set", "attr", "refresh", "list", "add", "del", "refused"), (6, 3, 8, 2, 1, 1, 2, 2, 1)
-    )[0]
-    leaf = rng.choice(sorted(model.objects[path]))
-    if command == "refused":
-        return rng.choice(REFUSED), None
-    if command in ("list", "add", "del") and arrays:
-        path = rng.choice(arrays)
-        rows = sorted(model.rows[path])
+    """The next request: its line, and the operation that it is or None. It draws as much, and from the same,
+    whatever rows there are, so that a step that is run alone asks the same."""
+    place, command, share = rng.choice(own(model.places)), rng.choices(COMMANDS, WEIGHTS)[0], rng.random()
+    kinds, refused = model.kinds(place), rng.choice(REFUSED)
+    leaves = rng.sample(sorted(kinds), rng.randint(1, min(3, len(kinds))))
+    values = {leaf: value(rng, kinds[leaf]) for leaf in leaves}
+    arrays = own(model.rows)
+    array = rng.choice(arrays) if arrays else place
+    changes_rows = command in ("list", "add", "del") and arrays
+    if command == "refused" or (array if changes_rows else place) in model.unsure:
+        return refused, None
+    if changes_rows:
+        rows = sorted(model.rows[array])
         if command == "list":
-            return f"list {path}", None
+            return f"list {array}", None
         if len(rows) > 4 or (command == "del" and len(rows) > 1):
-            return None, ["del", f"{path}.{rng.choice(rows)}"]
-        return None, ["add", path]
+            return None, ["del", f"{array}.{rows[int(share * len(rows))]}"]
+        return None, ["add", array]
+    path = place
+    if place in model.rows:
+        rows = sorted(model.rows[place])
+        if not rows:
+            return None, ["add", place]
+        path = f"{place}.{rows[int(share * len(rows))]}"
     if command == "set":
-        kinds = model.kinds(path)
-        leaves = rng.sample(sorted(model.objects[path]), rng.randint(1, min(3, len(model.objects[path]))))
-        return None, ["set", path, {each: value(rng, kinds[each]) for each in leaves}]
+        return None, ["set", path, values]
     if command == "whole":
         return f"get {path}", None
-    return f"{'get' if command not in ('attr', 'refresh') else command} {path}.{leaf}", None
+    return f"{command if command in ('attr', 'refresh') else 'get'} {path}.{leaves[0]}", None
 
 
 def expected(model, line):

@@ -83,8 +83,12 @@ class Model:
             if path in arrays - deep and self.shapes[f"{path}.{{i}}"]:
                 self.rows[path] = set(numbers)
 
-    def kinds(self, path):
-        return {leaf: attributes for leaf, (attributes, _) in self.shapes[generic(path)].items()}
+        self.places = sorted(set(map(self.home, self.objects)) | set(self.rows))  # objects, and arrays for their rows
+
+    def kinds(self, place):
+        """What may be set there, or in the rows of an array."""
+        shape = self.shapes[generic(f"{place}.0" if place in self.rows else place)]
+        return {leaf: attributes for leaf, (attributes, _) in shape.items()}
 
     def home(self, path):
         """Whose parallel client it is: a row is its array's."""

@@ -40,7 +40,8 @@ class Run:
         self.options = options
         self.counts = collections.Counter()
         self.moved = threading.Condition()
-        self.warm, self.growth = {}, {name: [0, 0, 0] for name in NAMES}
+        self.calm_since, self.warm, self.growth = 0, {}, {name: [0, 0, 0] for name in NAMES}
+        self.since = options.first  # the step since which nothing was compared with the store
         self.clients = [gateway.Client() for _ in range(CLIENTS + 1)]
         self.model = plain.Model(gateway.snapshot())
 
@@ -87,13 +88,14 @@ class Run:
             mix.fence(self.clients[0])
             self.model.settle(gateway.snapshot())
         if faulty or step % 5 == 4:
-            self.audit()
+            self.audit(step)
 
-    def audit(self):
+    def audit(self, step):
         lost = self.model.differences(gateway.snapshot())
         if lost:
             self.counts["lost writes"] += len(lost)
             raise Wrong("; ".join(lost[:5]))
+        self.since = step + 1
 
     def measure(self, step):
         """At the end of a step nothing is asked: what is used now is kept, or compared with what was."""
@@ -101,6 +103,7 @@ class Run:
         if not calm(step) or era < 8 or step < era + era // 4:
             self.warm = {}
             return
+        self.calm_since = self.calm_since if self.warm else step
         if not self.warm:  # the connections to modules stay; that the keys' one refuses to answer says that it is there
             for line in ("get InternetGatewayDevice.DeviceInfo.Manufacturer", "get InternetGatewayDevice.ManagementServer.URL",
                          "get InternetGatewayDevice.Services.ServiceTelnet.Port", "send sysmgr:button_proc 0x100052 --wait --hex 0100"):
@@ -175,8 +178,8 @@ def main():
                 said = time.monotonic()
                 print(f"soak: step {step}, {run.counts['requests']} requests, {run.counts['faults']} faults, "
                       f"{said - begin:.0f} s", file=sys.stderr)
-        run.audit()
-    except (Wrong, OSError) as error:  # a process that is gone has no files
+        run.audit(step)
+    except Exception as error:  # pylint: disable=broad-except # a damaged answer, the files of a process that is gone
         wrong = error
         run.counts["wrong answers"] += not (run.counts["lost writes"] or isinstance(error, Grown))
     print(table(run, step - options.first, time.monotonic() - begin))
@@ -184,8 +187,9 @@ def main():
         for name in NAMES:
             last = gateway.text_of(f"/var/log/devkit/{name}.log").splitlines()[-15:]
             print(f"--- the end of {name}.log", *last, sep="\n", file=sys.stderr)
-        sys.exit(f"soak: seed {options.seed}, step {step}: {wrong}\n"
-                 f"soak: again: script/soak --seed {options.seed} --from {step} --steps 1")
+        first = run.calm_since if isinstance(wrong, Grown) else run.since
+        sys.exit(f"soak: seed {options.seed}, step {step}: {type(wrong).__name__}: {wrong}\n"
+                 f"soak: again: script/soak --seed {options.seed} --from {first} --steps {step - first + 1}")
 
 
 if __name__ == "__main__":
