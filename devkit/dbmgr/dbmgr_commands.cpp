@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <cstring>
 #include <memory>
+#include <new>
 #include <utility>
 
 #include "ams_config_api.h"
@@ -55,10 +56,14 @@ DbmgrAnswer Set(const Plan &plan) {
   return result == 0 ? DbmgrAnswer{} : Refused(plan);
 }
 
+/* The answer has its memory before there is a row: what is told to be refused is not done. */
 DbmgrAnswer Add(const Plan &plan) {
   char url[AMS_PATH_SIZE];
+  DbmgrAnswer answer = {0, DbmgrText::TEXT, ""};
+  answer.text.reserve(sizeof url + kDbmgrAnswerTail);
   if (ams_add_obj(gptXmlTrees->root, plan.url.c_str(), url) != 0) return Refused(plan);
-  return {0, DbmgrText::TEXT, url};
+  answer.text = url;
+  return answer;
 }
 
 DbmgrAnswer Delete(const Plan &plan) {
@@ -68,7 +73,8 @@ DbmgrAnswer Delete(const Plan &plan) {
 DbmgrAnswer List(const Plan &plan) {
   int result;
   StoreText list(cfgReadIndexes(plan.url.c_str(), "List", &result), __tds_free);
-  if (list == nullptr || result != 0) return Refused(plan);
+  if (list == nullptr) throw std::bad_alloc();
+  if (result != 0) return Refused(plan);
   return {0, DbmgrText::TEXT, list.get()};
 }
 

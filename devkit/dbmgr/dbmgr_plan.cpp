@@ -68,7 +68,10 @@ int CheckLeaf(const std::string &object, const Leaf &leaf, Plan *plan, std::stri
   if (kind != LEAF)
     return Refuse(why, "set needs a parameter, \"" + path + "\" is " + KindName(kind));
   AmsDeskLeaf limits;
-  if (ams_desk_leaf(path.c_str(), &limits) != 0) return RefuseUnknown(why, path); /* just gone */
+  if (ams_desk_leaf(path.c_str(), &limits) != 0) {
+    if (KindOf(path) == 0) return RefuseUnknown(why, path); /* just gone */
+    throw std::bad_alloc();
+  }
   if (!limits.writable)
     return Refuse(why, "\"" + path + "\" is read-only; \"cfgcmd sset\" writes a status by hand");
   if (leaf.value.size() > AMS_VALUE_MAX)

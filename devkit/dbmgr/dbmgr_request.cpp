@@ -13,7 +13,8 @@ namespace {
 
 /* Made while there is memory. */
 const std::string kNoMemory = DbmgrPutAnswer(
-    {-1, DbmgrText::TEXT, "the data-base manager has no memory for it: ask again later"});
+    {-1, DbmgrText::TEXT,
+     "the data-base manager has no memory for it or its answer: look what is there, ask again"});
 
 }  // namespace
 

@@ -28,47 +28,59 @@ alive() { expect 0 V2.3.1 cfgcmd get $DEVICE.X_KVO_FWVersion; }
   kill -0 "$(pid_of sysmgr)" "$(pid_of dbmgr)"
 }
 
-# each_command CHECK: one of each, given to CHECK.
+# each_command WRITE READ ROW: one of each, those that change something given to WRITE, the others to READ.
 each_command() {
-  local row
-  "$1" get $SERVICES.ServiceTelnet
-  "$1" set $SERVICES.ServiceTelnet.Port 2300
-  "$1" add $USERS
-  row=$(grep . "$BATS_TEST_TMPDIR/said" || echo $USERS.4711)
-  "$1" set "$row.Username" x
-  "$1" list $USERS
-  "$1" attr $SERVICES.ServiceTelnet.Port
-  "$1" refresh $SERVICES.ServiceTelnet
-  "$1" del "$row"
+  $2 get $SERVICES.ServiceTelnet &&
+    $1 set $SERVICES.ServiceTelnet.Port 2300 &&
+    $1 add $USERS &&
+    $1 set "$3.Username" x &&
+    $2 list $USERS &&
+    $2 attr $SERVICES.ServiceTelnet.Port &&
+    $2 refresh $SERVICES.ServiceTelnet &&
+    $1 del "$3"
 }
-is_done() { cfgcmd "$@" >"$BATS_TEST_TMPDIR/said" || fail "$*"; }
-is_clear() {
-  local status=0
-  cfgcmd --timeout 1 "$@" >"$BATS_TEST_TMPDIR/said" 2>"$BATS_TEST_TMPDIR/error" || status=$?
-  [ $status -ne 2 ] && [ "$(wc -l <"$BATS_TEST_TMPDIR/error")" -eq $((status != 0)) ] ||
-    fail "$*: status $status: $(cat "$BATS_TEST_TMPDIR/error")"
+is_done() { cfgcmd "$@" >/dev/null || fail "$*"; }
+not_kept() { refused 1 'it cannot be kept' cfgcmd "$@"; }
+no_answer() { refused 3 'gave no answer in 1000 ms' cfgcmd --timeout 1 "$@"; }
+# Of these only a set runs commands.
+not_run() {
+  if [ "$1" = set ]; then refused 1 'not run: Cannot allocate memory' cfgcmd "$@"; else is_done "$@"; fi
 }
 
 @test "what lacks something is told so in a line, and served when that is there again" {
-  lacks_flash() { mount -t tmpfs -o size=64k flash /var/nvram && ! head -c 1M /dev/zero >/var/nvram/filler; }
-  has_flash() { rm /var/nvram/filler; }
-  lacks_folder() { mv /var/run/tds "$BATS_TEST_TMPDIR"; }
-  has_folder() { until_true cfgcmd get $SERVICES.ServiceTelnet; }
+  # sysmgr has mounts of its own.
+  everywhere() { "$@" && nsenter -t "$(pid_of sysmgr)" -m "$@"; }
+  lacks_flash() { everywhere mount -t tmpfs -o size=64k flash /var/nvram && everywhere sh -c '! yes >/var/nvram/filler'; }
+  has_flash() { everywhere umount /var/nvram; }
+  lacks_folder() { mv /var/run/tds "$BATS_TEST_TMPDIR" && until_true cfgcmd get $SERVICES.ServiceTelnet; }
+  has_folder() { :; }
   lacks_descriptors() { prlimit --pid "$(pid_of "$1")" --nofile=3:; }
   has_descriptors() { prlimit --pid "$(pid_of "$1")" --nofile=1024:; }
-  # What it has is all that it gets; a sanitizer ends the process for that.
+  # What it has is all that it gets; a sanitizer ends the process for that, an emulator itself.
   kilobytes() { awk '/^VmSize:/ {print $2}' "/proc/$(pid_of "$1")/status"; }
-  lacks_memory() { [ "$(kilobytes "$1")" -gt 2000000 ] || prlimit --pid "$(pid_of "$1")" --as=$(($(kilobytes "$1") * 1024)):; }
+  lacks_memory() { prlimit --pid "$(pid_of "$1")" --as=$(($(kilobytes "$1") * 1024)):; }
   has_memory() { prlimit --pid "$(pid_of "$1")" --as=unlimited; }
-  for fault in flash folder {descriptors,memory}' '{sysmgr,dbmgr}; do
-    lacks_$fault 2>/dev/null
-    each_command is_clear
-    has_$fault
-    each_command is_done
-    expect 0 2300 cfgcmd get $SERVICES.ServiceTelnet.Port
+  local fault writes reads before row
+  before=$(cfgcmd list $USERS)
+  while read -r fault writes reads; do
+    [[ $fault != memory* || $(kilobytes sysmgr) -lt 2000000 ]] || continue
+    row=$(cfgcmd add $USERS)
+    lacks_${fault/:/ } 2>/dev/null
+    each_command "$writes" "$reads" "$row" || fail "$fault"
+    [ "$writes" = is_done ] || [ "$writes" = no_answer ] || expect 0 23 cfgcmd get $SERVICES.ServiceTelnet.Port
+    has_${fault/:/ }
+    each_command is_done is_done "$(cfgcmd add $USERS)" || fail "after $fault"
+    is_done set $SERVICES.ServiceTelnet.Port 23
+  done <<'FAULTS'
+flash not_kept is_done
+folder is_done is_done
+descriptors:sysmgr not_kept is_done
+descriptors:dbmgr no_answer no_answer
+memory:sysmgr not_run is_done
+FAULTS
+  for row in $(cfgcmd list $USERS | tr , ' '); do
+    [[ ",$before," == *",$row,"* ]] || is_done del "$USERS.$row"
   done
-  umount /var/nvram
-  is_done set $SERVICES.ServiceTelnet.Port 23
 }
 
 @test "a client without memory says so in a line" {

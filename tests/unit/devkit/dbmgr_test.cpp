@@ -313,12 +313,15 @@ std::string Asked(uint32_t id, const std::string &message) {
              : strerror(errno);
 }
 
-/* The answer to a request for the module's node. */
-std::string Refreshed() {
+/* "done", or the text of the answer's refusal. */
+std::string Answered(const DbmgrRequest &request) {
   DbmgrAnswer answer;
-  std::string bytes = Asked(kDbmgrRequest, DbmgrPutRequest({APPT_CMD_REFRESH, IGD ".A", ""}));
+  std::string bytes = Asked(kDbmgrRequest, DbmgrPutRequest(request));
   return DbmgrGetAnswer(bytes, &answer) != 0 ? bytes : answer.result == 0 ? "done" : answer.text;
 }
+
+/* The answer to a request for the module's node. */
+std::string Refreshed() { return Answered({APPT_CMD_REFRESH, IGD ".A", ""}); }
 
 WatchNews Watched(const WatchPlace &place, const std::vector<std::string> &paths = {}) {
   WatchNews news;
@@ -329,9 +332,16 @@ WatchNews Watched(const WatchPlace &place, const std::vector<std::string> &paths
 
 class Route : public Model {
  protected:
-  void SetUp() override {
-    char model[] = "<" IGD " type=\"object\"><A type=\"object\" mod=\"dbmgr:module\"/></" IGD ">";
+  /* A module serves one of its nodes. */
+  static void LoadTree() {
+    char model[] = "<" IGD
+                   " type=\"object\"><A type=\"object\" mod=\"dbmgr:module\"/>"
+                   "<B type=\"object\"><L type=\"string\">b</L></B><C type=\"array\"><Template>"
+                   "<N type=\"string\"/></Template><Instance id=\"1\"/></C></" IGD ">";
     Load(fmemopen(model, sizeof model - 1, "r"));
+  }
+  void SetUp() override {
+    LoadTree();
     static const int started = Start();
     ASSERT_EQ(started, 0);
   }
@@ -392,15 +402,40 @@ TEST_F(Route, EachRequestThatLacksMemoryIsAnswered) {
     memcpy(&had, bytes.data(), std::min(sizeof had, bytes.size()));
     return had;
   };
+  auto state = [] {
+    std::string text;
+    EXPECT_EQ(ams_desk_text(IGD, 0, &text), 0);
+    return text;
+  };
+  const DbmgrRequest kRequests[] = {
+      {APPT_CMD_GET, IGD, ""},          {APPT_CMD_SET, IGD ".B", "L=1"},
+      {APPT_CMD_ADD, IGD ".C", ""},     {APPT_CMD_DEL, IGD ".C.1", ""},
+      {APPT_CMD_LIST, IGD ".C", ""},    {APPT_CMD_ATTR, IGD ".B", ""},
+      {APPT_CMD_REFRESH, IGD ".A", ""},
+  };
+  const std::string before = state();
   (void)count_from(0);
   for (bool is_watched : {false, true})
-    for (size_t turn = 1, had = turn; had >= turn; ++turn) {
-      if (is_watched) (void)Watched({});
-      (void)count_from(turn);
-      const std::string answer = Refreshed();
-      had = count_from(0);
-      EXPECT_TRUE(answer == "done" || answer.find("memory") != answer.npos) << turn << answer;
-      EXPECT_EQ(Refreshed(), "done") << turn;
+    for (const DbmgrRequest &request : kRequests) {
+      size_t refused = 0;
+      for (size_t turn = 1, had = turn; had >= turn; ++turn) {
+        SCOPED_TRACE(std::to_string(request.command) + " " + std::to_string(turn));
+        LoadTree();
+        if (is_watched) (void)Watched({});
+        (void)count_from(turn);
+        const std::string answer = Answered(request);
+        had = count_from(0);
+        if (answer != "done") {
+          ++refused;
+          EXPECT_TRUE(answer.find("memory") != answer.npos ||
+                      answer.find("it cannot be kept") != answer.npos)
+              << answer;
+          EXPECT_EQ(state(), before) << answer;
+          EXPECT_EQ(Answered(request), "done");
+        }
+        EXPECT_EQ(Refreshed(), "done");
+      }
+      EXPECT_GT(refused, 0U) << request.command;
     }
   (void)count_from(0);
   const std::lock_guard<std::mutex> lock(in_work);
