@@ -74,10 +74,10 @@ def first_process(process):
     raise SystemExit("soak: no sandbox in 60 s: its own words are above")
 
 
-def power(rng, sandbox, state, expected, counts):
-    """From one start to its cut. What was wrong, or None."""
+def power(rng, sandbox, state, expected, cut, counts):
+    """From one start to its cut; `cut` is the one that did the expected damage. What was wrong, or None."""
     process = subprocess.Popen(
-        [*sandbox, "--state", state, "--bare", "--", "python3", f"{HERE}/writer.py", expected, str(rng.random())],
+        [*sandbox, "--state", state, "--bare", "--", "python3", f"{HERE}/writer.py", expected, str(cut), str(rng.random())],
         stdout=subprocess.PIPE, text=True)
     first = first_process(process)
     try:
@@ -113,21 +113,21 @@ def main():
     options = parser.parse_args()
     counts, expected, begin = collections.Counter(), "none", time.monotonic()
     folder = tempfile.mkdtemp(prefix="soak_cuts_")
-    state, wrong, said = f"{folder}/state", None, begin
+    state, wrong, said, last = f"{folder}/state", None, begin, -1
     for number in range(options.cuts + 1):  # the last start checks what the last cut left
         rng = random.Random(f"{options.seed}/{number}")
         if os.path.exists(state):
             shutil.rmtree(f"{folder}/before", ignore_errors=True)
             shutil.copytree(state, f"{folder}/before")
         up = counts["up"]
-        wrong = power(rng, options.sandbox, state, expected, counts)
+        wrong = power(rng, options.sandbox, state, expected, last, counts)
         if wrong:
             break
         damage = rng.choices(list(DAMAGES), DAMAGES.values())[0]
         if counts["up"] == up:  # cut while it started: what it had to say may have been said
             expected = expected.rstrip("?") + "?"
             continue
-        expected = tear(rng, f"{state}/nvram", damage)
+        expected, last = tear(rng, f"{state}/nvram", damage), number
         counts[f"torn: {damage}"] += 1
         if time.monotonic() - said > 10:
             said = time.monotonic()

@@ -28,7 +28,7 @@ def replay(store, entries):
     """The model as the journal has it."""
     model = Model(store)
     base = max(number for number, entry in enumerate(entries) if entry[0] == "base")
-    _, model.objects, rows, model.highest = json.loads(json.dumps(entries[base]))
+    _, model.objects, rows, model.highest, _ = json.loads(json.dumps(entries[base]))
     model.rows = {array: set(numbers) for array, numbers in rows.items()}
     for what, *words in entries[base + 1:]:
         getattr(model, what)(*words)
@@ -64,15 +64,18 @@ def said_of(damage):
     return text, f"after damage to {damage} the log says {said}" if wrong else None
 
 
-def begin(damage):
+def begin(damage, cut):
+    """`cut`: the last one that tore something, or was to. A start that was cut may have seen to that before."""
     store = gateway.snapshot()
     model, entries = Model(store), []
     if os.path.exists(JOURNAL):
+        with open(JOURNAL, encoding="utf-8") as file:
+            entries = [json.loads(line) for line in file if line.endswith("\n")]
+        if [entry[4] for entry in entries if entry[0] == "base"][-1] == cut:
+            damage = "none"
         said, wrong = said_of(damage)
         if wrong:
             return say("wrong", wrong)
-        with open(JOURNAL, encoding="utf-8") as file:
-            entries = [json.loads(line) for line in file if line.endswith("\n")]
         all_lost = "settings are lost" in said or damage == "all?"  # a start that was cut may have said it
         if not all_lost:
             may_lose = damage.rstrip("?") in ("area1", "all")
@@ -87,7 +90,8 @@ def begin(damage):
     entries = entries[bases[-BASES] if len(bases) > BASES else 0:]
     rows = {array: sorted(numbers) for array, numbers in model.rows.items()}
     with open(f"{JOURNAL}.new", "w", encoding="utf-8") as file:
-        file.writelines(json.dumps(entry) + "\n" for entry in [*entries, ["base", model.objects, rows, model.highest]])
+        base = ["base", model.objects, rows, model.highest, cut]
+        file.writelines(json.dumps(entry) + "\n" for entry in [*entries, base])
     os.replace(f"{JOURNAL}.new", JOURNAL)
     model.journal = os.open(JOURNAL, os.O_WRONLY | os.O_APPEND)
     return model
@@ -102,10 +106,10 @@ def change(model, number, seed):
 
 
 def main():
-    damage, seed = sys.argv[1:]
+    damage, cut, seed = sys.argv[1:]
     os.symlink(f"{os.environ['DEVKIT_BUILD']}/bin/stub", "/usr/sbin/dropbearkey")  # a key takes seconds
     gateway.daemon("start", "dbmgr", "sysmgr")
-    model = begin(damage)
+    model = begin(damage, cut)
     if model:
         say("up")
         together([lambda n=n: change(model, n, seed) for n in range(CLIENTS)])
