@@ -89,10 +89,9 @@ void Fill(const std::string &folder) {
   close(fd);
 }
 
-template <size_t size>
-bool Full(const char (&folder)[size], const Work &work) {
+bool Full(const std::string &folder, const Work &work) {
   work();
-  EXPECT_EQ(unlink((std::string(folder) + "/filler").c_str()), 0);
+  EXPECT_EQ(unlink((folder + "/filler").c_str()), 0);
   return false;
 }
 
@@ -209,8 +208,7 @@ bool IsRefused(const std::string &ack) {
   return ack.find("\xff\xff\xff\xff", strlen("SendMsg(0x100003, ")) != ack.npos;
 }
 
-/* Whether the tree or nvram, after a refusal that could not undo what was done, is told to be so.
- */
+/* Whether it is told that tree or nvram have what a refusal could not undo. */
 bool IsTold(const Outcome &outcome) {
   return outcome.log.find("was not undone") != outcome.log.npos ||
          outcome.log.find("is kept, though it was not changed") != outcome.log.npos ||
