@@ -6,6 +6,7 @@
 #include "command_line.h"
 #include "dbmgr_forms.h"
 #include "dbmgr_proto.h"
+#include "dbmgr_request.h"
 #include "dbmgr_route.h"
 #include "dbmgr_watch.h"
 #include "exit_status.h"
@@ -35,6 +36,7 @@ const MsgEntry kMessages[] = {
     {kDbmgrWatch, WatchAsked},
     {TDS_MSG_TIMER + WATCH_TELL_TIMER, WatchTell},
     {TDS_MSG_TIMER + WATCH_PAUSE_TIMER, WatchPause},
+    {TDS_MSG_TIMER + GIVE_BACK_TIMER, GiveBack},
     {EV_APPT_MSG_ACKTO_AGT, RouteAcknowledgement},
     {EV_APPT_MSG_NO_OBJECT, RouteNoObject},
     {TDS_MSG_PEER_GONE, RoutePeerGone},

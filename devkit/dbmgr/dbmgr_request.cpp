@@ -11,6 +11,9 @@
 
 namespace {
 
+constexpr size_t kLarge = 1024 * 1024;
+constexpr uint32_t kGiveBackMs = 1000;
+
 /* Made while there is memory. */
 const std::string kNoMemory = DbmgrPutAnswer(
     {-1, DbmgrText::TEXT,
@@ -25,7 +28,11 @@ void Answer(uint64_t client, DbmgrAnswer answer) {
   (void)tds_reply_held(client, bytes.data(),
                        static_cast<uint32_t>(bytes.size())); /* client gone: its loss */
   WatchAnswered(client, result, std::string_view(bytes).substr(0, bytes.size() - kDbmgrAnswerTail));
+  if (bytes.size() >= kLarge)
+    (void)SetTimer(GIVE_BACK_TIMER, kGiveBackMs); /* its own: cannot fail */
 }
+
+void GiveBack(int32_t, const void *, uint32_t) { tds_give_back(); }
 
 void Refuse(uint64_t client, const std::string &why) { Answer(client, {-1, DbmgrText::TEXT, why}); }
 

@@ -5,6 +5,9 @@ load helpers
 
 # Resident KiB of a daemon.
 resident() { awk '/VmRSS/ { print $2 }' "/proc/$(pid_of "$1")/status"; }
+# What the data-base manager alone has in memory, in KiB; none of the store.
+private() { awk '/RssAnon/ { print $2 }' "/proc/$(pid_of dbmgr)/status"; }
+private_below() { [ "$(private)" -lt "$1" ]; }
 # Live blocks of the daemon, over all tags.
 blocks() { cfgcmd mem | sed -n 's/.* holds \([0-9]*\) blocks .*/\1/p'; }
 
@@ -48,4 +51,14 @@ load_all() {
   # A request that left 16 bytes behind would show as 1.4 MiB.
   [ $(($(resident sysmgr) - daemon)) -lt 1024 ] || fail "sysmgr grew from $daemon to $(resident sysmgr) KiB"
   [ $(($(resident dbmgr) - manager)) -lt 1024 ] || fail "dbmgr grew from $manager to $(resident dbmgr) KiB"
+}
+
+@test "what large answers took is given back" {
+  [ -z "${GATEWAY_SANITIZE:-}" ] || skip "sanitizers keep freed memory"
+  text=$(printf '%0200d' 0)
+  for _ in {1..60000}; do echo "add $FILES"; done | cfgcmd --timeout 120 batch >/dev/null
+  for row in $(cfgcmd list $FILES | tr , ' '); do echo "set $FILES.$row.Description $text"; done | cfgcmd --timeout 120 batch >/dev/null
+  before=$(private)
+  for _ in 1 2 3; do [ "$(cfgcmd get InternetGatewayDevice. | wc -c)" -gt 15000000 ]; done
+  until_true private_below $((before + 1024))
 }

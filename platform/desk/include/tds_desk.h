@@ -53,3 +53,7 @@ uint64_t tds_hold_reply();
 /* Gives the answer that was put off; same thread. Never waits. 0, or -1: the sender is gone, or the
    answer could not be sent (logged), then the sender is refused with the reason. */
 int tds_reply_held(uint64_t token, const void *data, uint32_t len);
+
+/* Gives memory that was allocated and freed again back to the kernel; what was large may else stay
+   with the process for ever. Takes about a millisecond for 30 MB. Any thread. */
+void tds_give_back();

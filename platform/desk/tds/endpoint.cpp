@@ -13,6 +13,7 @@
 
 #include "ams_print.h"
 #include "module.h"
+#include "tds_desk.h"
 
 namespace {
 
@@ -68,7 +69,7 @@ Thread *ThisThread() {
   return &thread;
 }
 
-void HeapGiveBack() {
+void tds_give_back() {
 #if defined(M_ARENA_MAX) && !defined(SANITIZED) /* the same C library, and its heap is in use */
   (void)malloc_trim(0);                         /* there may be nothing to give */
 #endif

@@ -25,10 +25,6 @@ Thread *ThisThread();
 /* The name that a thread sends under. */
 const std::string &ThreadName(const Thread *thread);
 
-/* What was allocated and freed again goes back to the kernel: a start takes more than the work
- * after it. */
-void HeapGiveBack();
-
 uint64_t MonotonicMs();
 
 /* What `work` returns, 0 or -1 with errno; without memory for it -1 with ENOMEM. */

@@ -17,6 +17,7 @@
 #include "endpoint.h"
 #include "folder.h"
 #include "print_desk.h"
+#include "tds_desk.h"
 #include "wire.h"
 
 namespace {
@@ -266,7 +267,7 @@ void *ModuleThread(void *argument) {
   WireFrame frame;
   if (ModuleRow(module, TDS_MSG_INIT) != nullptr)
     Dispatch(module, {module->name.c_str(), nullptr, TDS_MSG_INIT, 0, false, 0}, nullptr, 0);
-  HeapGiveBack();
+  tds_give_back(); /* a start takes more than the work after it */
   for (;;) try {
       for (;;) Turn(thread, &frame);
     } catch (const std::bad_alloc &) { /* what was not read yet waits in its socket */
