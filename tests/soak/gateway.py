@@ -10,7 +10,7 @@ import time
 PATIENCE = int(os.environ.get("GATEWAY_TIMEOUT", "60"))  # seconds for what is sure to come
 NAMES = ("dbmgr", "modem", "vermgt", "sysmgr")
 # What an answer says of a request: it may be done; it was not even begun.
-LOST = re.compile(r"error: .*(died before it answered|gave no answer in)")
+LOST = re.compile(r"error: .*died before it answered")
 UNSENT = re.compile(r"error: .*(is not running|takes no more messages)")
 CALLS, COMMANDS, INFORMS = (f"/var/log/devkit/{name}" for name in ("calls", "commands", "informs"))
 
@@ -108,9 +108,9 @@ def used(name):
 
 
 def blocks():
-    """Live blocks of the daemon's counted heap by tag; "total" is one."""
-    rows = [line.rsplit(maxsplit=2) for line in run("cfgcmd", "--timeout", str(PATIENCE), "mem").splitlines()]
-    return {row[0]: int(row[1]) for row in rows if len(row) == 3 and row[1].isdigit() and row[2].isdigit()}
+    """Live blocks of the daemon's counted heap by tag."""
+    heap = json.loads(run("cfgcmd", "--timeout", str(PATIENCE), "--json", "mem"))
+    return {row["tag"]: row["blocks"] for row in heap["tags"]}
 
 
 def snapshot():

@@ -77,9 +77,9 @@ def one(client, rng, model, own, faulty):
     if isinstance(line, tuple):
         line, why = line
         answer = client.ask(line)
-        if not (answer.startswith("error: ") and why in answer) and not (
-            faulty and (UNSENT.match(answer) or LOST.match(answer))
-        ):
+        if faulty and (UNSENT.match(answer) or LOST.match(answer)):
+            return "lost" if LOST.match(answer) else "unsent"
+        if not (answer.startswith("error: ") and why in answer):
             raise Wrong(f"{line}: {answer}: not refused because it {why}")
         return "answered"
     if op is not None:
