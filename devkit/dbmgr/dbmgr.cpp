@@ -8,6 +8,7 @@
 #include "dbmgr_proto.h"
 #include "dbmgr_request.h"
 #include "dbmgr_route.h"
+#include "dbmgr_timers.h"
 #include "dbmgr_watch.h"
 #include "exit_status.h"
 #include "nvram.h"

@@ -14,11 +14,6 @@
 
 namespace {
 
-bool IsAtOrBelow(std::string_view path, std::string_view top) {
-  return path.substr(0, top.size()) == top &&
-         (path.size() == top.size() || path[top.size()] == '.');
-}
-
 /* The op function of the node, or of the nearest above it that has one. */
 std::string OpOf(std::string path) {
   for (;; path.erase(path.rfind('.'))) {

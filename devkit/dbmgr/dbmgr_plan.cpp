@@ -117,16 +117,11 @@ struct Asks {
   std::vector<bool> has_op; /* of each of these */
 };
 
-bool IsBelow(std::string_view path, const std::string &above) {
-  return path.size() > above.size() && path[above.size()] == '.' &&
-         path.substr(0, above.size()) == above;
-}
-
 /* An array without an op function of its own is passed over for its rows, as modules refuse such
    arrays. */
 int VisitForAsks(const AmsDeskNode &node, void *context) {
   Asks *asks = static_cast<Asks *>(context);
-  while (!asks->way.empty() && !IsBelow(node.path, asks->way.back().path)) asks->way.pop_back();
+  while (!asks->way.empty() && !IsAtOrBelow(node.path, asks->way.back().path)) asks->way.pop_back();
   Above here = {std::string(node.path), std::string(node.mod), -1};
   if (!asks->way.empty()) {
     const Above &above = asks->way.back();

@@ -3,7 +3,6 @@
 
 #include <unistd.h>
 
-#include <algorithm>
 #include <ctime>
 #include <deque>
 #include <map>
@@ -14,6 +13,7 @@
 #include "appt_request.h"
 #include "dbmgr_commands.h"
 #include "dbmgr_watch.h"
+#include "nodes.h"
 #include "tds_desk.h"
 
 struct ModuleQueue {
@@ -116,10 +116,9 @@ void GiveUp(ModuleQueue *module, uint64_t end, const char *why) {
   }
 }
 
-/* Whether one of the two is the other, or lies below it. */
+/* A request for one of the two asks for something of the other. */
 bool IsRelated(const std::string &one, const std::string &other) {
-  size_t shorter = std::min(one.size(), other.size());
-  return one.compare(0, shorter, other, 0, shorter) == 0;
+  return IsAtOrBelow(one, other) || IsAtOrBelow(other, one);
 }
 
 }  // namespace

@@ -6,6 +6,7 @@
 
 #include "ams_print.h"
 #include "dbmgr_commands.h"
+#include "dbmgr_timers.h"
 #include "dbmgr_watch.h"
 #include "tds_desk.h"
 

@@ -46,7 +46,6 @@ void RefuseWithoutMemory(uint64_t client);
 /* Message handler of GIVE_BACK_TIMER: none has asked for a large answer in a while, so what they
    took goes back to the kernel. */
 void GiveBack(int32_t id, const void *data, uint32_t length);
-enum { GIVE_BACK_TIMER = 2 }; /* those before it are the watch's */
 
 /* The answer to a request or to a part of one: the first part that is refused ends the whole, the
    last one that is done lets the store serve it. */

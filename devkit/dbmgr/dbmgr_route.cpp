@@ -108,45 +108,45 @@ void Route(uint64_t client, const void *data, uint32_t length) {
   Answer(client, std::move(answer));
 }
 
-}  // namespace
-
-void RouteRequest(int32_t, const void *data, uint32_t length) {
-  uint64_t client = tds_hold_reply();
+/* `work` with the token of the client's answer; without memory for it the client is refused. */
+template <class Work>
+void Held(Work work) {
+  const uint64_t client = tds_hold_reply();
   if (client == 0) {
     AMS_PRINT(2, "a request that waits for no answer is dropped: use a synchronous message");
     return;
   }
   try {
-    Route(client, data, length);
+    work(client);
   } catch (const std::bad_alloc &) {
     RefuseWithoutMemory(client);
   }
+}
+
+void Check(uint64_t client, const void *data, uint32_t length) {
+  Plan plan;
+  DbmgrRequest asked;
+  std::string why = kDamaged;
+  if (DbmgrGetRequest(data, length, &asked) != 0 || PlanRequest(std::move(asked), &plan, &why) != 0)
+    return Refuse(client, why);
+  Answer(client, {});
+}
+
+}  // namespace
+
+void RouteRequest(int32_t, const void *data, uint32_t length) {
+  Held([=](uint64_t client) { Route(client, data, length); });
 }
 
 void RouteCheck(int32_t, const void *data, uint32_t length) {
-  uint64_t client = tds_hold_reply();
-  if (client == 0) return;
-  try {
-    Plan plan;
-    DbmgrRequest asked;
-    std::string why = kDamaged;
-    if (DbmgrGetRequest(data, length, &asked) != 0 ||
-        PlanRequest(std::move(asked), &plan, &why) != 0)
-      return Refuse(client, why);
-    Answer(client, {});
-  } catch (const std::bad_alloc &) {
-    RefuseWithoutMemory(client);
-  }
+  Held([=](uint64_t client) { Check(client, data, length); });
 }
 
 void RouteWaits(int32_t, const void *data, uint32_t length) {
-  uint64_t client = tds_hold_reply();
-  if (client == 0) return;
-  try {
-    Answer(client, {0, DbmgrText::TEXT, QueueWaitsFor({static_cast<const char *>(data), length})});
-  } catch (const std::bad_alloc &) {
-    RefuseWithoutMemory(client);
-  }
+  Held([=](uint64_t client) {
+    const std::string url(static_cast<const char *>(data), length);
+    Answer(client, {0, DbmgrText::TEXT, QueueWaitsFor(url)});
+  });
 }
 
 void RouteAcknowledgement(int32_t, const void *data, uint32_t length) {

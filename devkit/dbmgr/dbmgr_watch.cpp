@@ -17,6 +17,7 @@
 #include "dbmgr_event.h"
 #include "dbmgr_notify.h"
 #include "dbmgr_shell.h"
+#include "dbmgr_timers.h"
 #include "tds_desk.h"
 #include "time_text.h"
 #include "watch.h"
@@ -82,9 +83,11 @@ void PauseLater() {
 }
 
 void Keep(Watched event) {
-  event.number = next_number++;
-  kept_bytes += event.bytes = EventBytes(event);
+  event.number = next_number;
+  event.bytes = EventBytes(event);
   kept.push_back(std::move(event));
+  ++next_number;
+  kept_bytes += kept.back().bytes;
   while (kept.size() > kKeptMax || kept_bytes > kBytesMax) {
     kept_bytes -= kept.front().bytes;
     kept.pop_front();

@@ -25,5 +25,3 @@ void WatchAsked(int32_t id, const void *data, uint32_t length);
 void WatchTell(int32_t id, const void *data, uint32_t length);
 void WatchPause(int32_t id, const void *data, uint32_t length);
 void WatchOther(int32_t id, const void *data, uint32_t length);
-
-enum { WATCH_TELL_TIMER = 0, WATCH_PAUSE_TIMER = 1 };

@@ -8,6 +8,11 @@ std::string Bare(std::string path) {
   return path;
 }
 
+bool IsAtOrBelow(std::string_view path, std::string_view top) {
+  return path.substr(0, top.size()) == top &&
+         (path.size() == top.size() || path[top.size()] == '.');
+}
+
 std::string Attribute(const std::string &path, const char *name) {
   char value[512];
   if (ams_get_node_attr(gptXmlTrees->root, path.c_str(), name, value) != 0) return "";

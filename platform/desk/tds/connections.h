@@ -45,5 +45,8 @@ void ConnectionLooked(Connection *connection, bool had);
 /* Tells a caller that its call gets no answer, and why (an errno). */
 void ConnectionRefuse(const Connection *connection, uint32_t sequence, int reason);
 
+/* At the latest then, ms of the monotonic clock, ConnectionsTidy is due. */
+void TidyBy(Module *module, uint64_t time);
+
 /* What is due at the module's `tidy_at`. */
 void ConnectionsTidy(Module *module);

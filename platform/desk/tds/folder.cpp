@@ -11,6 +11,7 @@
 #include "connections.h"
 #include "endpoint.h"
 #include "module.h"
+#include "notify.h"
 #include "wire.h"
 
 namespace {

@@ -126,15 +126,17 @@ void SetClock(Module *module, uint64_t time) {
   (void)timerfd_settime(module->clock, TFD_TIMER_ABSTIME, &wake, nullptr); /* no argument is bad */
 }
 
+/* What the module gets from its own runtime. */
+MessageInWork OwnMessage(const Module *module, uint32_t id) {
+  return {module->name.c_str(), nullptr, id, 0, false, 0};
+}
+
 void FireTimers(Module *module, uint64_t now) {
   for (int timer = 0; timer < TDS_TIMERS; ++timer) {
     uint64_t *deadline = &module->deadlines[static_cast<size_t>(timer)];
     if (*deadline == 0 || *deadline > now) continue;
     *deadline = 0;
-    Dispatch(
-        module,
-        {module->name.c_str(), nullptr, TDS_MSG_TIMER + static_cast<uint32_t>(timer), 0, false, 0},
-        nullptr, 0);
+    Dispatch(module, OwnMessage(module, TDS_MSG_TIMER + static_cast<uint32_t>(timer)), nullptr, 0);
   }
 }
 
@@ -232,9 +234,9 @@ int ModuleServe(Module *module, const char *name) {
 
 Module::~Module() {
   for (WatchKey key : listeners) close(WatchFd(key));
-  if (folder > 0) close(folder);
-  if (clock > 0) close(clock);
-  if (epoll > 0) close(epoll);
+  if (folder >= 0) close(folder);
+  if (clock >= 0) close(clock);
+  if (epoll >= 0) close(epoll);
 }
 
 int ModuleOpen(Module *module, const char *name, const MsgEntry *table) {
@@ -252,7 +254,6 @@ int ModuleOpen(Module *module, const char *name, const MsgEntry *table) {
     return -1;
   }
   if (ModuleWatch(module, WatchKind::CLOCK, module->clock) == 0) return -1;
-  module->folder = -1;
   if (ModuleServe(module, name) != 0) return -1;
   FolderWatch(module);
   return 0;
@@ -266,7 +267,7 @@ void *ModuleThread(void *argument) {
   AMS_PrintThreadModule(module->name.c_str());
   WireFrame frame;
   if (ModuleRow(module, TDS_MSG_INIT) != nullptr)
-    Dispatch(module, {module->name.c_str(), nullptr, TDS_MSG_INIT, 0, false, 0}, nullptr, 0);
+    Dispatch(module, OwnMessage(module, TDS_MSG_INIT), nullptr, 0);
   tds_give_back(); /* a start takes more than the work after it */
   for (;;) try {
       for (;;) Turn(thread, &frame);

@@ -36,8 +36,8 @@ struct MessageInWork {
 struct Module {
   std::string name;
   const MsgEntry *table;
-  int epoll;
-  int clock;        /* readable from when on something is due: a timer, ConnectionsTidy */
+  int epoll = -1;
+  int clock = -1;   /* readable from when on something is due: a timer, ConnectionsTidy */
   uint64_t wake_at; /* what it is set to, ms of the monotonic clock; 0: nothing */
   std::vector<std::string> names; /* name and those served beside it */
   std::vector<WatchKey> listeners;
@@ -46,7 +46,7 @@ struct Module {
   uint64_t tidy_at;    /* ms of the monotonic clock when ConnectionsTidy is due; 0: nothing to do */
   uint64_t crowded_at; /* when there was last no room for one more; 0: never */
   bool accept_paused;
-  int folder;       /* the watch of the sockets' folder; -1: none */
+  int folder = -1;  /* the watch of the sockets' folder; -1: none */
   bool folder_gone; /* and it could not be made again yet */
   std::vector<std::pair<uint32_t, std::string>> asked; /* for notifications: id and publisher */
   uint64_t last_serial;
@@ -76,12 +76,6 @@ void ModuleWakeBy(Module *module, uint64_t time);
 
 /* Sets the module's clock to what is due next. */
 void ModuleSetClock(Module *module);
-
-/* At the latest then, ms of the monotonic clock, the module's ConnectionsTidy is due. */
-void TidyBy(Module *module, uint64_t time);
-
-/* Asks once more for all that the module has asked for. */
-int NotifyAskAgain(Module *module);
 
 /* The table's row for `id`, or NULL. */
 const MsgEntry *ModuleRow(const Module *module, uint32_t id);

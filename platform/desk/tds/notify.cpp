@@ -1,5 +1,7 @@
 // Notifications. Who wants what is a tree of empty files, publisher/id/subscriber, so that it holds
-// whichever side starts first and outlives both.
+// whichever side starts first and outlives both; see notify.h.
+#include "notify.h"
+
 #include <dirent.h>
 #include <fcntl.h>
 #include <sys/stat.h>
@@ -30,10 +32,6 @@ bool MakeFolders(const std::string &folder) {
     if (mkdir(folder.substr(0, end).c_str(), 0700) != 0 && errno != EEXIST) return false;
   return mkdir(folder.c_str(), 0700) == 0 || errno == EEXIST;
 }
-
-}  // namespace
-
-namespace {
 
 /* 0 or -1 (logged). */
 int MakeFile(uint32_t id, const std::string &publisher) {

@@ -13,7 +13,8 @@
 namespace {
 
 constexpr uint32_t kMagic = 0x5AFEB10C;
-constexpr uint32_t kRows = 512; /* a power of two; the last one counts what finds no row */
+constexpr uint32_t kRowBits = 9;
+constexpr uint32_t kRows = 1 << kRowBits; /* the last one counts what finds no row */
 
 struct TagRow {
   std::atomic<const char *> tag;
@@ -31,7 +32,8 @@ TagRow rows[kRows];
 /* Rows are claimed once and never given back, so that a look-up needs no lock. The same tag may
    stand at several places of the program, with a row each. */
 uint32_t RowOf(const char *tag) {
-  uint32_t start = static_cast<uint32_t>(reinterpret_cast<uintptr_t>(tag)) * 2654435769U >> 23;
+  uint32_t start =
+      static_cast<uint32_t>(reinterpret_cast<uintptr_t>(tag)) * 2654435769U >> (32 - kRowBits);
   for (uint32_t step = 0; step < kRows - 1; ++step) {
     uint32_t row = (start + step) % (kRows - 1);
     const char *held = rows[row].tag.load(std::memory_order_acquire);

@@ -15,8 +15,10 @@
 #include "dbmgr_forms.h"
 #include "dbmgr_proto.h"
 #include "dbmgr_route.h"
+#include "dbmgr_timers.h"
 #include "dbmgr_watch.h"
 #include "escape.h"
+#include "nodes.h"
 #include "print_desk.h"
 #include "refusals.h"
 #include "tds_desk.h"
@@ -64,6 +66,17 @@ AmsDeskLeaf LeafOf(std::string attributes) {
   leaf.type = type ? attributes : "string";
   if (!type) leaf.check = attributes;
   return leaf;
+}
+
+TEST(Path, IsAtOrBelowAnotherByWholeNames) {
+  for (const auto &[path, top, below] :
+       std::initializer_list<std::tuple<const char *, const char *, bool>>{
+           {"A.B", "A.B", true},
+           {"A.B.1.C", "A.B", true},
+           {"A", "A.B", false},
+           {"A.List.10", "A.List.1", false},
+           {"A.BC", "A.B", false}})
+    EXPECT_EQ(IsAtOrBelow(path, top), below) << path << " " << top;
 }
 
 TEST(Forms, TakeOnlyWhatAShellReadsAsTextOrTheTypeHas) {
