@@ -15,9 +15,9 @@ import time
 
 HERE = os.path.dirname(os.path.realpath(__file__))
 # What becomes of the files at a cut, and how often: nothing; what was being written is torn; the last pages of
-# what was written before, too; those of the copy as well.
-DAMAGES = {"none": 8, "begun": 4, "area1": 7, "all": 1}
-PAGE = 4096
+# what was written before, too; those of the copy as well; the end of the board's own settings.
+DAMAGES = {"none": 8, "begun": 4, "area1": 7, "all": 1, "area2": 1}
+PAGE, SECTOR = 4096, 512
 CHANGE = b"change 0000000074 bytes\nX_KVO_Torn\0=" + bytes(range(65, 93)) + b"\0" + b"01234567\n"
 
 
@@ -26,37 +26,51 @@ def tail(rng, size):
     return rng.choice([b"", bytes(size), rng.randbytes(size)])
 
 
-def torn(rng, data):
-    """The bytes of a file without its last pages. It does not end where a commit does: that could not be told."""
-    start = rng.randrange(max(0, len(data) - 2 * PAGE), len(data)) // 512 * 512
+def torn(rng, data, unit):
+    """The bytes of a file without its last pages, and where those begin. It does not end where a commit does: that
+    could not be told."""
+    start = rng.randrange(max(0, len(data) - 2 * PAGE), len(data)) // unit * unit
     torn_off = data[:start] + tail(rng, len(data) - start)
-    return torn_off[:-1] if re.search(rb"[0-9a-f]{8}\n$", torn_off) else torn_off
+    return torn_off[:-1] if re.search(rb"[0-9a-f]{8}\n$", torn_off) else torn_off, start
 
 
 def tear(rng, flash, damage):
-    """Returns the damage that the next start sees."""
-    def rewrite(name):
+    """Returns the damage that the next start sees, how many changed settings it may cost, and what was torn."""
+    def rewrite(name, unit=SECTOR):
+        """How many settings of the file do not stand in commits before what was torn."""
         with open(f"{flash}/{name}", "r+b") as file:
-            data = torn(rng, file.read())
+            data = file.read()
+            now, start = torn(rng, data, unit)
             file.seek(0)
             file.truncate()
-            file.write(data)
+            file.write(now)
+        begins = [head.start() for head in re.finditer(rb"change \d{10} bytes\n", data)]
+        lost = max([begin for begin in begins if begin <= start], default=0)
+        return data.count(b"\0", lost) // 2  # a text for the key, one for the value
 
     if damage == "none" or not os.path.exists(f"{flash}/area1"):
-        return "none"
+        return "none", 0, "nothing"
+    if damage == "area2":
+        rewrite("area2", 1)
+        return "area2", 0, "area 2"
     if os.path.exists(f"{flash}/area1.new"):  # it was all being written anew
         if os.path.getsize(f"{flash}/area1.new"):
             rewrite("area1.new")
-        return "none"
+        return "none", 0, "the file in the making"
     if damage == "begun":
         with open(f"{flash}/area1", "ab") as file:
             written = rng.randrange(1, len(CHANGE))
             file.write(CHANGE[:written] + tail(rng, len(CHANGE) - written))
-        return "begun"
-    rewrite("area1")
+        return "begun", 0, "a change in the making"
+    changes = rewrite("area1")
     if damage == "all" and os.path.exists(f"{flash}/area1.1"):
         rewrite("area1.1")
-    return damage
+        return "all", changes, "the last pages and the copy"
+    return "area1", changes, "the last pages"
+
+
+class Wrong(Exception):
+    """What was seen, and what it should have been."""
 
 
 def first_process(process):
@@ -75,34 +89,42 @@ def first_process(process):
 
 
 def power(rng, sandbox, state, expected, cut, counts):
-    """From one start to its cut; `cut` is the one that did the expected damage. What was wrong, or None."""
+    """From one start to its cut; `expected` is what a cut before has done, that of number `cut`. Whether the gateway
+    had come up. Raises Wrong."""
     process = subprocess.Popen(
-        [*sandbox, "--state", state, "--bare", "--", "python3", f"{HERE}/writer.py", expected, str(cut), str(rng.random())],
+        [*sandbox, "--state", state, "--bare", "--", "python3", f"{HERE}/writer.py", *map(str, expected), str(cut), str(rng.random())],
         stdout=subprocess.PIPE, text=True)
     first = first_process(process)
+    seen = collections.Counter()
+
+    def note(line):
+        what, *words = line.split()
+        seen[what] += 1
+        if what == "wrong":
+            raise Wrong(line[6:-1])
+        if what == "checked":
+            seen["changes in flight"] += int(words[0])
+            seen["changes lost, and said"] += int(words[1])
+
     try:
         wanted, pause = rng.randint(1, 60), rng.random()
         if rng.random() < 0.1:
             time.sleep(pause)  # while it starts
-            counts["while it started"] += 1
-            return None
-        for line in process.stdout:
-            what, *words = line.split()
-            counts[what] += 1
-            if what == "wrong":
-                return line[6:-1]
-            if what == "checked":
-                counts["changes in flight"] += int(words[0])
-                counts["changes lost, and said"] += int(words[1])
-            if what == "confirmed":
-                wanted -= 1
-            if wanted == 0:
-                time.sleep(pause / 50)  # within a change, not between two
-                return None
-        return "it ended by itself"
+        else:
+            while seen["confirmed"] < wanted:
+                if not (line := process.stdout.readline()):
+                    raise Wrong("it ended by itself")
+                note(line)
+            time.sleep(pause / 50)  # within a change, not between two
     finally:
         os.kill(first, signal.SIGKILL)  # and the kernel ends all others in there at once
         process.wait()
+    for line in process.stdout:
+        note(line)
+    up = seen.pop("up", 0)
+    seen["while it started"] = not up
+    counts.update(seen)
+    return bool(up)
 
 
 def main():
@@ -111,7 +133,7 @@ def main():
     parser.add_argument("--seed", type=int, required=True)
     parser.add_argument("sandbox", nargs="+", help="its command line, behind --")
     options = parser.parse_args()
-    counts, expected, begin = collections.Counter(), "none", time.monotonic()
+    counts, expected, begin = collections.Counter(), ("none", 0), time.monotonic()
     folder = tempfile.mkdtemp(prefix="soak_cuts_")
     state, wrong, said, last = f"{folder}/state", None, begin, -1
     for number in range(options.cuts + 1):  # the last start checks what the last cut left
@@ -119,23 +141,23 @@ def main():
         if os.path.exists(state):
             shutil.rmtree(f"{folder}/before", ignore_errors=True)
             shutil.copytree(state, f"{folder}/before")
-        up = counts["up"]
-        wrong = power(rng, options.sandbox, state, expected, last, counts)
-        if wrong:
+        try:
+            up = power(rng, options.sandbox, state, expected, last, counts)
+        except Wrong as error:
+            wrong = error
             break
-        damage = rng.choices(list(DAMAGES), DAMAGES.values())[0]
-        if counts["up"] == up:  # cut while it started: what it had to say may have been said
-            expected = expected.rstrip("?") + "?"
-            continue
-        expected, last = tear(rng, f"{state}/nvram", damage), number
-        counts[f"torn: {damage}"] += 1
+        if up:
+            damage = rng.choices(list(DAMAGES), DAMAGES.values())[0]
+            *expected, what = tear(rng, f"{state}/nvram", damage)
+            counts[f"torn: {what}"] += 1
+            last = number
         if time.monotonic() - said > 10:
             said = time.monotonic()
             print(f"soak: cut {number}, {counts['confirmed']} changes, {said - begin:.0f} s", file=sys.stderr)
-    counts["cuts"], counts["starts that were checked"] = number, counts["up"]
+    counts["cuts"] = number
     for name in sorted(counts):
-        print(f"{name:28}{counts[name]:>10}")
-    print(f"{'seconds':28}{time.monotonic() - begin:>10.0f}")
+        print(f"{name:32}{counts[name]:>10}")
+    print(f"{'seconds':32}{time.monotonic() - begin:>10.0f}")
     if wrong:
         sys.exit(f"soak: seed {options.seed}, cut {number}: {wrong}\nsoak: the flash as it was is in "
                  f"{folder}/before; again: script/soak --cuts {number} --seed {options.seed}")

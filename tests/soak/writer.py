@@ -16,7 +16,10 @@ from soak import own_of, together
 
 CLIENTS = 3
 JOURNAL = "/var/persist/journal"  # no part of the gateway
+LOG = "/var/persist/dbmgr.log"  # outlives a cut, so that what a start has said that was cut is known to the next one
 LOSS = ("cut off, which are dropped", "changes are lost", "is used, with", "the area's settings are lost")
+# What the first start keeps by itself, and before it. One without a boot type, which is in area 2, is a first one.
+DEVICE, BEFORE, FIRST = "InternetGatewayDevice.DeviceInfo", {"ProvisioningCode": ""}, {"ProvisioningCode": "BURNT"}
 BASES = 40  # states of the journal's beginning that are kept
 
 
@@ -28,7 +31,7 @@ def replay(store, entries):
     """The model as the journal has it."""
     model = Model(store)
     base = max(number for number, entry in enumerate(entries) if entry[0] == "base")
-    _, model.objects, rows, model.highest, _ = json.loads(json.dumps(entries[base]))
+    _, model.objects, rows, model.highest, *_ = json.loads(json.dumps(entries[base]))
     model.rows = {array: set(numbers) for array, numbers in rows.items()}
     for what, *words in entries[base + 1:]:
         getattr(model, what)(*words)
@@ -36,61 +39,68 @@ def replay(store, entries):
 
 
 def differences(store, entries, may_lose):
-    """What is not as it was, and the model of what is. Where changes may be lost, they are the last ones."""
-    wrong = []
+    """What is not as it was, and the model of what is. So many changes may be lost, and they are the last ones."""
+    wrong, lost, behind = [], 0, None
     for length in range(len(entries), 0, -1):
         model = replay(store, entries[:length])
+        state = json.dumps([model.objects, {array: sorted(rows) for array, rows in model.rows.items()}], sort_keys=True)
+        lost += behind not in (None, state)
+        behind = state
+        if lost > may_lose:
+            break
         in_flight = len(model.unsure)
         model.settle(store)
         found = model.differences(store)
         if not found:
-            lost = sum(entry[0] == "done" for entry in entries[length:])
             say("checked", str(in_flight), str(lost))
             return [], model
         wrong = wrong or found
-        if not may_lose:
-            break
-    return wrong, None
+    return [f"more than {may_lose} changes are lost"] * bool(may_lose) + wrong, None
 
 
-def said_of(damage):
+def said_of(damage, since):
     """What the log says of the flash, and what is wrong with that."""
-    said = [line for line in gateway.text_of("/var/log/devkit/dbmgr.log").splitlines() if " 4 nvram: " in line]
-    maybe, damage = damage.endswith("?"), damage.rstrip("?")  # a start that was cut may have said it
+    said = [line for line in gateway.text_of(LOG)[since:].splitlines() if " 4 nvram: " in line]
     text = "".join(said)
     loss = any(words in text for words in LOSS)
-    wrong = ((said and damage == "none") or (not loss and damage in ("area1", "all") and not maybe)
-             or ("settings are lost" in text and damage != "all"))
+    wrong = ((said and damage == "none") or (not loss and damage in ("area1", "all", "area2"))
+             or ("area1" in text and damage == "area2") or ("settings are lost" in text and damage not in ("all", "area2")))
     return text, f"after damage to {damage} the log says {said}" if wrong else None
 
 
-def begin(damage, cut):
-    """`cut`: the last one that tore something, or was to. A start that was cut may have seen to that before."""
+def begin(damage, may_lose, cut):
+    """`cut`: the last one that tore something, or was to; what it damaged, and how many changes that may cost. A start
+    that was cut may have seen to that before."""
     store = gateway.snapshot()
     model, entries = Model(store), []
     if os.path.exists(JOURNAL):
         with open(JOURNAL, encoding="utf-8") as file:
             entries = [json.loads(line) for line in file if line.endswith("\n")]
-        if [entry[4] for entry in entries if entry[0] == "base"][-1] == cut:
-            damage = "none"
-        said, wrong = said_of(damage)
+        seen_to, since = [entry[4:] for entry in entries if entry[0] == "base"][-1]
+        if seen_to == cut:
+            damage, may_lose = "none", 0
+        said, wrong = said_of(damage, since)
         if wrong:
             return say("wrong", wrong)
-        all_lost = "settings are lost" in said or damage == "all?"  # a start that was cut may have said it
+        if damage == "area2" and FIRST.items() <= model.objects[DEVICE].items():
+            entries += [["begin", ["set", DEVICE, FIRST]], ["done", ["set", DEVICE, FIRST], "ok"]]
+        all_lost = "settings are lost" in said and damage == "all"
         if not all_lost:
-            may_lose = damage.rstrip("?") in ("area1", "all")
-            found, seen = differences(store, entries, may_lose)
+            found, seen = differences(store, entries, len(entries) if damage == "all" else may_lose)
             if found:
                 return say("wrong", "; ".join(found[:5]))
             if not may_lose:  # else a number that was used may be lost, too
                 model.highest = seen.highest
-        if said or all_lost:
+        if "area1" in said:
             entries = []  # the file is written anew
     bases = [number for number, entry in enumerate(entries) if entry[0] == "base"]
     entries = entries[bases[-BASES] if len(bases) > BASES else 0:]
     rows = {array: sorted(numbers) for array, numbers in model.rows.items()}
+    if not os.path.exists(JOURNAL):
+        before = {**model.objects, DEVICE: {**model.objects[DEVICE], **BEFORE}}
+        entries = [["base", before, rows, {}, "", 0]]
     with open(f"{JOURNAL}.new", "w", encoding="utf-8") as file:
-        base = ["base", model.objects, rows, model.highest, cut]
+        base = ["base", model.objects, rows, model.highest, cut, len(gateway.text_of(LOG))]
         file.writelines(json.dumps(entry) + "\n" for entry in [*entries, base])
     os.replace(f"{JOURNAL}.new", JOURNAL)
     model.journal = os.open(JOURNAL, os.O_WRONLY | os.O_APPEND)
@@ -106,10 +116,11 @@ def change(model, number, seed):
 
 
 def main():
-    damage, cut, seed = sys.argv[1:]
+    damage, may_lose, cut, seed = sys.argv[1:]
+    os.symlink(LOG, "/var/log/devkit/dbmgr.log")
     os.symlink(f"{os.environ['DEVKIT_BUILD']}/bin/stub", "/usr/sbin/dropbearkey")  # a key takes seconds
     gateway.daemon("start", "dbmgr", "sysmgr")
-    model = begin(damage, cut)
+    model = begin(damage, int(may_lose), cut)
     if model:
         say("up")
         together([lambda n=n: change(model, n, seed) for n in range(CLIENTS)])
