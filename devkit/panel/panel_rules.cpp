@@ -2,13 +2,14 @@
 #include "panel_rules.h"
 
 #include <algorithm>
+#include <set>
 #include <sstream>
 
 #include "parse.h"
 
 namespace {
 
-constexpr int kDepthMax = 16; /* chains in chains; the kernel lets none lead back */
+constexpr size_t kDepthMax = 16; /* chains in chains */
 
 std::vector<std::string> Words(const std::string &line) {
   std::istringstream stream(line);
@@ -88,10 +89,11 @@ bool Matches(const FilterRule &rule, const Packet &packet) {
   return rule.ports.empty() || std::any_of(rule.ports.begin(), rule.ports.end(), has);
 }
 
-/* False: the chain's end was reached, or a rule returned. */
-bool Walk(const Filter &filter, const std::string &chain, const Packet &packet, int depth,
-          Judgement *judgement) {
-  if (depth == kDepthMax) return false;
+/* False: the chain's end was reached, or a rule returned. One that was `walked` once would decide
+   as little again, and the kernel lets none lead back. */
+bool Walk(const Filter &filter, const std::string &chain, const Packet &packet, size_t depth,
+          std::set<std::string> *walked, Judgement *judgement) {
+  if (depth == kDepthMax || !walked->insert(chain).second) return false;
   for (const FilterRule &rule : filter.rules) {
     if (rule.chain != chain || rule.target.empty() || !Matches(rule, packet)) continue;
     if (rule.conditional) {
@@ -104,7 +106,7 @@ bool Walk(const Filter &filter, const std::string &chain, const Packet &packet, 
       judgement->rule = rule.text;
       return true;
     }
-    if (Walk(filter, rule.target, packet, depth + 1, judgement)) return true;
+    if (Walk(filter, rule.target, packet, depth + 1, walked, judgement)) return true;
   }
   return false;
 }
@@ -125,7 +127,8 @@ Filter FilterOf(std::string_view text) {
 
 Judgement Judge(const Filter &filter, const Packet &packet) {
   Judgement judgement;
-  if (Walk(filter, "INPUT", packet, 0, &judgement)) return judgement;
+  std::set<std::string> walked;
+  if (Walk(filter, "INPUT", packet, 0, &walked, &judgement)) return judgement;
   for (const auto &[chain, policy] : filter.policies) {
     if (chain != "INPUT") continue;
     judgement.verdict = policy;

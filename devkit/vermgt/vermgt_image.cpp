@@ -38,7 +38,8 @@ std::string Digits(const char *bytes, size_t length) {
 std::string HeadDigits(const std::string &image) {
   if (image.size() < kHead || image.compare(0, kMarkSize, kMark) != 0 || image[kHead - 1] != '\n')
     return "";
-  return image.substr(kMarkSize, kDigits);
+  const std::string digits = image.substr(kMarkSize, kDigits);
+  return digits.find_first_not_of(kHexLower) == digits.npos ? digits : "";
 }
 
 int ReadOpen(int file, const char *path, std::string *bytes, std::string *why) {
