@@ -42,6 +42,7 @@ each_command() {
 is_done() { cfgcmd "$@" >/dev/null || fail "$*"; }
 not_kept() { refused 1 'it cannot be kept' cfgcmd "$@"; }
 no_answer() { refused 3 'gave no answer in 1000 ms' cfgcmd --timeout 1 "$@"; }
+not_there() { refused 1 'dbmgr:dbmgt is not running: gateway-daemon start dbmgr starts it' cfgcmd "$@"; }
 # Of these only a set runs commands.
 not_run() {
   if [ "$1" = set ]; then refused 1 'not run: Cannot allocate memory' cfgcmd "$@"; else is_done "$@"; fi
@@ -54,6 +55,8 @@ not_run() {
   has_flash() { everywhere umount /var/nvram; }
   lacks_folder() { mv /var/run/tds "$BATS_TEST_TMPDIR" && until_true cfgcmd get $SERVICES.ServiceTelnet; }
   has_folder() { :; }
+  lacks_sockets() { everywhere mount -t tmpfs -o ro sockets /var/run/tds; }
+  has_sockets() { everywhere umount /var/run/tds; }
   lacks_descriptors() { prlimit --pid "$(pid_of "$1")" --nofile=3:; }
   has_descriptors() { prlimit --pid "$(pid_of "$1")" --nofile=1024:; }
   # What it has is all that it gets; a sanitizer ends the process for that, an emulator itself.
@@ -67,13 +70,14 @@ not_run() {
     row=$(cfgcmd add $USERS)
     lacks_${fault/:/ } 2>/dev/null
     each_command "$writes" "$reads" "$row" || fail "$fault"
-    [ "$writes" = is_done ] || [ "$writes" = no_answer ] || expect 0 23 cfgcmd get $SERVICES.ServiceTelnet.Port
+    [[ $writes = is_done || $reads != is_done ]] || expect 0 23 cfgcmd get $SERVICES.ServiceTelnet.Port
     has_${fault/:/ }
     each_command is_done is_done "$(cfgcmd add $USERS)" || fail "after $fault"
     is_done set $SERVICES.ServiceTelnet.Port 23
   done <<'FAULTS'
 flash not_kept is_done
 folder is_done is_done
+sockets not_there not_there
 descriptors:sysmgr not_kept is_done
 descriptors:dbmgr no_answer no_answer
 memory:sysmgr not_run is_done
