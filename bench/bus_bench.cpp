@@ -218,12 +218,16 @@ int Straight(const char *program) {
 int ThroughDbmgr() {
   std::string request =
       DbmgrPutRequest({APPT_CMD_GET, std::string(kObject) + "." + kLeaf, std::string()});
+  std::string reply;
   auto ours = [&] {
-    std::string reply;
     if (tds_call(kDbmgrRequest, request.data(), static_cast<uint32_t>(request.size()), kDbmgrName,
                  10000, &reply) != 0)
       Fail("dbmgr does not answer: is the gateway running?");
   };
+  ours();
+  DbmgrAnswer answer;
+  if (DbmgrGetAnswer(reply, &answer) != 0 || answer.result < 0 || answer.text.empty())
+    Fail("dbmgr refuses a get: does sysmgr run?");
   WireSizes sizes = {sizeof(WireHead) + frame.size(), sizeof(WireHead) + 64};
   std::function<void()> bare = BareTrip(sizes, 2, BARE_EPOLL),
                         blocking = BareTrip(sizes, 2, BARE_READ), dbus = DbusTrip(sizes);
