@@ -5,6 +5,7 @@ import re
 import select
 import signal
 import subprocess
+import threading
 import time
 
 PATIENCE = int(os.environ.get("GATEWAY_TIMEOUT", "60"))  # seconds for what is sure to come
@@ -65,12 +66,16 @@ def run(*words):
     return done.stdout
 
 
+here = threading.local()  # `patience`: seconds that this thread waits for what a fault may have ended
+
+
 def until(true, what):
     """Waits for what is sure to come; its value."""
-    limit = time.monotonic() + PATIENCE
+    patience = getattr(here, "patience", PATIENCE)
+    limit = time.monotonic() + patience
     while not (value := true()):
         if time.monotonic() > limit:
-            raise Wrong(f"in {PATIENCE} s this was never seen: {what}")
+            raise Wrong(f"in {patience} s this was never seen: {what}")
         time.sleep(0.02)
     return value
 

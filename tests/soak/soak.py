@@ -44,6 +44,7 @@ class Run:
         self.since = options.first  # the step since which nothing was compared with the store
         self.clients = [gateway.Client() for _ in range(CLIENTS + 1)]
         self.model = plain.Model(gateway.snapshot())
+        self.threads = gateway.used("sysmgr")[2]
 
     def count(self, what):
         with self.moved:
@@ -75,17 +76,24 @@ class Run:
         gateway.daemon("start" if dies else "restart", *names)
         self.count("faults" if dies else "restarts")
 
+    def disturb(self, special, rng):
+        self.count("done in a fault" if specials.disturbed(special, self.clients[CLIENTS], rng) else "cut short in a fault")
+
     def step(self, step):
         rng = self.rng(step, "step")
         faulty = not calm(step) and rng.random() < 0.75
         others = [lambda: self.fault(step)] if faulty else []
-        if not faulty and rng.random() < 0.6:
+        if rng.random() < 0.6:
             name, special = rng.choice(specials.SPECIALS)
-            others = [lambda: special(self.clients[CLIENTS], rng)]
-            self.count(name)
+            if not faulty:
+                others = [lambda: special(self.clients[CLIENTS], rng)]
+                self.count(name)
+            elif special is not specials.unplugged:  # a fault of its own
+                others.append(lambda: self.disturb(special, rng))
         together([lambda n=n: self.ask_many(step, n, faulty) for n in range(CLIENTS)] + others)
         if faulty:
             mix.fence(self.clients[0])
+            specials.tidy(self.clients[CLIENTS], self.threads)
             self.model.settle(gateway.snapshot())
         if faulty or step % 5 == 4:
             self.audit(step)
@@ -149,6 +157,7 @@ def table(run, steps, seconds):
             ("answers", counts["answered"] + counts["confirmed"]), ("not begun, in a fault", counts["unsent"]),
             ("died with a fault", counts["lost"]), ("confirmed changes", counts["confirmed"])]
     rows += [(name, counts[name]) for name in sorted({name for name, _ in specials.SPECIALS})]
+    rows += [(name, counts[name]) for name in ("done in a fault", "cut short in a fault")]
     rows += [("faults injected", counts["faults"]), ("restarts", counts["restarts"]),
              ("lost writes", counts["lost writes"]), ("wrong answers", counts["wrong answers"]),
              ("leaked blocks", counts["leaked blocks"])]

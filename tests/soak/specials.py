@@ -161,6 +161,26 @@ def access(client, rng):
     is_so(ports[1], False)
 
 
+def disturbed(special, client, rng):
+    """In the midst of a fault: it may be done, refused or lost. Whether it was done to its end."""
+    gateway.here.patience = 2
+    try:
+        special(client, rng)
+    except (Wrong, OSError, ValueError, IndexError):  # an answer, a process or a file that is not there
+        return False
+    return True
+
+
+def tidy(client, threads):
+    """What a special leaves that was cut short; `threads` is what sysmgr has without an order."""
+    run("modemctl", "reset")
+    run("vermgtctl", "behave", "normal")
+    until(lambda: gateway.used("sysmgr")[2] == threads, "the end of the order")
+    for row in client.done(f"list {ACCESS}.ServiceCtrlList").split(","):
+        if row:
+            client.done(f"del {ACCESS}.ServiceCtrlList.{row}")
+
+
 # How often, and what; the two slow ones seldom.
 SPECIALS = (
     [("messages", messages)] * 3 + [("unplugged", unplugged), ("service codes", service_code)]
