@@ -5,6 +5,7 @@
 #include <sys/un.h>
 #include <unistd.h>
 
+#include <climits>
 #include <cstdio>
 #include <cstring>
 
@@ -33,6 +34,15 @@ Json ControlReply(int status, const std::string &text) {
 
 std::string ControlBytes(const Json &json) {
   return json.dump(-1, ' ', false, Json::error_handler_t::replace);
+}
+
+int ControlNumber(const Json &object, const char *name, int absent) {
+  const auto found = object.find(name);
+  if (found == object.end()) return absent;
+  if (!found->is_number_integer()) return INT_MIN;
+  const bool fits = found->is_number_unsigned() ? found->get<uint64_t>() <= INT_MAX
+                                                : found->get<int64_t>() >= INT_MIN;
+  return fits ? found->get<int>() : INT_MIN;
 }
 
 Json ControlReplyIn(const std::string &bytes) {

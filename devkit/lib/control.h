@@ -15,6 +15,9 @@ Json ControlReply(int status, const std::string &text);
 /* As it travels; what is no UTF-8 in it is replaced. */
 std::string ControlBytes(const Json &json);
 
+/* The number of that name; `absent` when there is none, INT_MIN of what is no int. */
+int ControlNumber(const Json &object, const char *name, int absent);
+
 /* The reply in what arrived; null: that is none. */
 Json ControlReplyIn(const std::string &bytes);
 

@@ -128,7 +128,7 @@ Json Behave(Modem *modem, const Json &request, time_t) {
     return Done();
   }
   auto kind = std::find(std::begin(kKinds), std::end(kKinds), how);
-  int amount = request.value("amount", 0);
+  int amount = ControlNumber(request, "amount", 0);
   if (kind == std::end(kKinds))
     return Usage("no such behaviour as \"" + how +
                  "\": normal, slow MS, refuse [CODE], garbage, drop, vanish, return");
@@ -151,10 +151,10 @@ Json Number(Modem *modem, const Json &request, time_t) {
 }
 
 Json Signal(Modem *modem, const Json &request, time_t) {
-  const int strength = request.value("strength", -1);
-  if (strength < 0) return Done(std::to_string(modem->signal) + "\n");
-  if (strength > kModemBestSignal && strength != kModemNoNetwork)
-    return Usage("no such signal as " + std::to_string(strength) +
+  const int strength = ControlNumber(request, "strength", modem->signal);
+  if (!request.contains("strength")) return Done(std::to_string(strength) + "\n");
+  if ((strength < 0 || strength > kModemBestSignal) && strength != kModemNoNetwork)
+    return Usage("no such signal as " + request["strength"].dump() +
                  ": 0 to 31, or 99 for no network");
   modem->signal = strength;
   return Done();
@@ -162,7 +162,7 @@ Json Signal(Modem *modem, const Json &request, time_t) {
 
 Json Size(Modem *modem, const Json &request, time_t) {
   std::string what = Word(request, "what");
-  int places = request.value("places", 0);
+  int places = ControlNumber(request, "places", 0);
   bool contacts = what == "phonebook";
   if (!contacts && modem->storages.count(what) == 0)
     return Usage("no storage \"" + what + "\": SM, ME or phonebook");
@@ -181,7 +181,7 @@ Json Size(Modem *modem, const Json &request, time_t) {
 
 Json Ussd(Modem *modem, const Json &request, time_t) {
   std::string code = Word(request, "code");
-  int dcs = request.value("dcs", 0);
+  int dcs = ControlNumber(request, "dcs", 0);
   if (code.empty() || code.size() > kCodeMax || modem->ussd.size() >= 1000 ||
       code.find_first_not_of("+*#/0123456789") != code.npos)
     return Usage("\"" + code +

@@ -25,7 +25,7 @@ Json Access(const Json &asked) {
     const Filter filter = FilterOf(text);
     Json list = Json::array();
     for (const Json &each : packets) {
-      Packet packet = {each.at("in"), each.at("protocol"), each.at("port")};
+      Packet packet = {each.at("in"), each.at("protocol"), ControlNumber(each, "port", -1)};
       if (packet.protocol == "icmp" && name == std::string("v6"))
         packet.port = 128; /* its echo request */
       list.push_back(JsonOf(Judge(filter, packet)));

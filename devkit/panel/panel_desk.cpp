@@ -1,6 +1,7 @@
 // Calls about what is around the gateway: its processes and lamps, the front panel's keys, the
 // modem's network, the version manager and its image server.
 #include <algorithm>
+#include <climits>
 #include <cstring>
 #include <fstream>
 
@@ -82,7 +83,8 @@ Json Keys(const Json &) {
 
 /* The driver's event of a key. */
 Json Press(const Json &asked) {
-  const int32_t message[] = {0, asked.at("event").get<int32_t>()};
+  const int32_t message[] = {0, ControlNumber(asked, "event", INT_MIN)};
+  if (message[1] == INT_MIN) return ControlReply(EXIT_USAGE, "\"event\" is a key's number");
   if (SendMsg(kKeyEvent, message, sizeof message, kButtons) == 0) return Done();
   return ControlReply(EXIT_REFUSED, std::string(kButtons) + " takes no message: does sysmgr run?");
 }

@@ -16,7 +16,7 @@ Json State(const Json &) {
 }
 
 Json Behave(const Json &request) {
-  std::string why = OrderBehave(request.value("how", ""), request.value("amount", int64_t{0}));
+  std::string why = OrderBehave(request.value("how", ""), ControlNumber(request, "amount", 0));
   return ControlReply(why.empty() ? EXIT_DONE : EXIT_USAGE, why);
 }
 

@@ -229,7 +229,7 @@ void TakeWord(int32_t, const void *data, uint32_t length) {
     AMS_PRINT(4, "process %d is not halted: %s\n", behaviour.amount, strerror(errno));
 }
 
-std::string OrderBehave(const std::string &how, int64_t amount) {
+std::string OrderBehave(const std::string &how, int amount) {
   bool counts = how == "slow" || how == "die" || how == "halt";
   auto kind = std::find(std::begin(kKinds), std::end(kKinds), how);
   if (kind == std::end(kKinds))
@@ -237,7 +237,7 @@ std::string OrderBehave(const std::string &how, int64_t amount) {
            "\": normal, occupied, slow N, reject, fail, hang, die N, halt PID";
   if (amount < (how == "halt" ? 1 : 0) || amount > (counts ? 1000000 : 0))
     return "slow and die take a number from 0 to 1000000, halt a process's, the others none";
-  behaviour = {static_cast<Kind>(kind - std::begin(kKinds)), static_cast<int>(amount)};
+  behaviour = {static_cast<Kind>(kind - std::begin(kKinds)), amount};
   return "";
 }
 

@@ -25,7 +25,7 @@ int AnswerSender(uint32_t id, const std::string &text);
 
 /* How orders go from now on: "" or why there is no such behaviour. `amount`: the polls that are
    answered before it matters; of "halt" the process. */
-std::string OrderBehave(const std::string &how, int64_t amount);
+std::string OrderBehave(const std::string &how, int amount);
 
 /* The behaviour, how many orders were taken, the last one, and what is flashed. */
 Json OrderState();

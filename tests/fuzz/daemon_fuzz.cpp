@@ -151,6 +151,7 @@ WRAPPED(int, SendMsg_syn_lib, uint32_t, const void *, uint32_t, const char *, vo
   return 0;
 }
 WRAPPED(int, TDS_NotifyRegistrant, uint32_t, const void *, uint32_t) { return 0; }
+WRAPPED(int, pthread_detach, pthread_t) { return 0; }
 /* What a thread does is done before its creator goes on. */
 WRAPPED(int, pthread_create, pthread_t *, const pthread_attr_t *, void *(*run)(void *),
         void *argument) {

@@ -192,6 +192,20 @@ TEST(Modem, TheLongestTextIsReceivedInParts) {
   EXPECT_EQ(Control(&modem, text)["status"], EXIT_REFUSED);
 }
 
+TEST(Modem, RefusesWhatIsNoWholeNumberInPlaceOfOne) {
+  const Json verbs[] = {{{"verb", "behave"}, {"how", "slow"}, {"of", "amount"}},
+                        {{"verb", "size"}, {"what", "SM"}, {"of", "places"}},
+                        {{"verb", "signal"}, {"of", "strength"}},
+                        {{"verb", "ussd"}, {"code", "*1#"}, {"of", "dcs"}}};
+  Modem modem;
+  for (Json verb : verbs)
+    for (const Json &number :
+         {Json(7.5), Json(3e101), Json(UINT64_MAX), Json(INT64_MIN), Json("7"), Json(-1)}) {
+      verb[verb["of"].get<std::string>()] = number;
+      EXPECT_EQ(Control(&modem, verb)["status"], EXIT_USAGE) << verb;
+    }
+}
+
 TEST(Modem, StateTellsTheLastCommandsAndWhatWasSent) {
   Modem modem;
   for (int i = 0; i < 1000; ++i) Hear("AT+CMGS=23\r" + kElsewhere + "\x1a", &modem);
