@@ -340,17 +340,11 @@ struct Row {
 };
 
 const Row kRows[] = {
-    {"get/store", GetStore, 20000},
-    {"get/lmdb", GetLmdb, 20000},
-    {"get/pugixml/20000", GetPugixml, 20000},
-    {"object10/store", ObjectStore, 20000},
-    {"set/store", SetStore, 20000},
-    {"set/lmdb", SetLmdb, 20000},
-    {"set kept/store", SetKeptStore, 20000},
-    {"set kept/lmdb", SetKeptLmdb, 20000},
-    {"get/store/200000", GetStore, 200000},
-    {"get/lmdb/200000", GetLmdb, 200000},
-    {"get/pugixml/200000", GetPugixml, 200000},
+    {"get/store", GetStore, 20000},           {"get/lmdb", GetLmdb, 20000},
+    {"get/pugixml/20000", GetPugixml, 20000}, {"object10/store", ObjectStore, 20000},
+    {"set/store", SetStore, 20000},           {"set/lmdb", SetLmdb, 20000},
+    {"set kept/store", SetKeptStore, 20000},  {"set kept/lmdb", SetKeptLmdb, 20000},
+    {"get/store/200000", GetStore, 200000},   {"get/pugixml/200000", GetPugixml, 200000},
 };
 
 }  // namespace
