@@ -166,7 +166,7 @@ def disturbed(special, client, rng):
     gateway.here.patience = 2
     try:
         special(client, rng)
-    except (Wrong, OSError, ValueError, IndexError):  # an answer, a process or a file that is not there
+    except (Wrong, OSError, ValueError, LookupError):  # an answer, a process or a file that is not there
         return False
     return True
 
