@@ -168,6 +168,8 @@ def disturbed(special, client, rng):
         special(client, rng)
     except (Wrong, OSError, ValueError, LookupError):  # an answer, a process or a file that is not there
         return False
+    finally:
+        del gateway.here.patience
     return True
 
 
