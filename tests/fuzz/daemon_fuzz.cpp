@@ -87,6 +87,7 @@ void Hold(unsigned about, std::string text) {
 void Ask(unsigned about, std::string text) {
   text.resize(std::min(text.size(), kTextMax));
   const uint32_t command = At(kCommands, about / 256);
+  if (command == APPT_CMD_SET) return; /* Set's: a raw list would pass the data-base manager by */
   Request(command, At(nodes, about % 256), text);
   if (command == APPT_CMD_ADD || command == APPT_CMD_DEL) Look();
 }
