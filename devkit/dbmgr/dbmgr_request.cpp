@@ -12,8 +12,8 @@
 
 namespace {
 
-constexpr size_t kLarge = 1024 * 1024;
-constexpr uint32_t kGiveBackMs = 1000;
+constexpr size_t kLarge = 1024 * 1024; /* bytes; of less the heap keeps little */
+constexpr uint32_t kGiveBackMs = 1000; /* who asks again at once finds the memory in place */
 
 /* Made while there is memory. */
 const std::string kNoMemory = DbmgrPutAnswer(
@@ -30,7 +30,7 @@ void Answer(uint64_t client, DbmgrAnswer answer) {
                        static_cast<uint32_t>(bytes.size())); /* client gone: its loss */
   WatchAnswered(client, result, std::string_view(bytes).substr(0, bytes.size() - kDbmgrAnswerTail));
   if (bytes.size() >= kLarge)
-    (void)SetTimer(GIVE_BACK_TIMER, kGiveBackMs); /* its own: cannot fail */
+    (void)SetTimer(GIVE_BACK_TIMER, kGiveBackMs); /* of this module: cannot fail */
 }
 
 void GiveBack(int32_t, const void *, uint32_t) { tds_give_back(); }

@@ -43,8 +43,8 @@ void Refuse(uint64_t client, const std::string &why);
 /* The same, where there was no memory for an answer: takes none. */
 void RefuseWithoutMemory(uint64_t client);
 
-/* Message handler of GIVE_BACK_TIMER: none has asked for a large answer in a while, so what they
-   took goes back to the kernel. */
+/* Message handler of GIVE_BACK_TIMER, which each large answer sets anew: what they took goes back
+   to the kernel. */
 void GiveBack(int32_t id, const void *data, uint32_t length);
 
 /* The answer to a request or to a part of one: the first part that is refused ends the whole, the

@@ -40,9 +40,9 @@ int ControlNumber(const Json &object, const char *name, int absent) {
   const auto found = object.find(name);
   if (found == object.end()) return absent;
   if (!found->is_number_integer()) return INT_MIN;
-  const bool fits = found->is_number_unsigned() ? found->get<uint64_t>() <= INT_MAX
-                                                : found->get<int64_t>() >= INT_MIN;
-  return fits ? found->get<int>() : INT_MIN;
+  if (found->is_number_unsigned() && found->get<uint64_t>() > INT_MAX) return INT_MIN;
+  const auto number = found->get<int64_t>();
+  return number < INT_MIN || number > INT_MAX ? INT_MIN : static_cast<int>(number);
 }
 
 Json ControlReplyIn(const std::string &bytes) {

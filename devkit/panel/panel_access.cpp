@@ -17,6 +17,11 @@ Json JsonOf(const Judgement &judgement) {
 Json Access(const Json &asked) {
   const Json &packets = asked.at("packets");
   if (packets.size() > kPacketsMax) return ControlReply(EXIT_USAGE, "200 packets at most, please");
+  for (const Json &each : packets) {
+    const int port = ControlNumber(each, "port", -1);
+    if (port < 0 || port > 65535)
+      return ControlReply(EXIT_USAGE, "\"port\" is a number from 0 to 65535");
+  }
   Json reply = ControlReply(EXIT_DONE, "");
   for (const auto &[name, tool] : {std::pair("v4", "iptables"), std::pair("v6", "ip6tables")}) {
     std::string text;

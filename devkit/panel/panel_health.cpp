@@ -76,11 +76,12 @@ Json JsonOf(const Sample &sample) {
 /* The samples behind number "after". */
 Json Health(const Json &asked) {
   const auto after = ControlNumber(asked, "after", 0);
+  if (after < 0) return ControlReply(EXIT_USAGE, "\"after\" is the number of a sample");
   Json reply = ControlReply(EXIT_DONE, ""), list = Json::array();
   reply["queues"] = Queues();
   std::lock_guard<std::mutex> lock(mutex);
   const auto all = static_cast<int64_t>(samples.size());
-  const int64_t known = after > last || after < 0 ? 0 : after; /* a number from before this start */
+  const int64_t known = after > last ? 0 : after; /* a number from before this start */
   for (int64_t at = std::max<int64_t>(0, all - (last - known)); at < all; ++at)
     list.push_back(JsonOf(samples[static_cast<size_t>(at)]));
   reply["last"] = last;

@@ -9,7 +9,7 @@
 
 namespace {
 
-constexpr size_t kDepthMax = 16; /* chains in chains */
+constexpr size_t kChainsMax = 1000; /* a packet is followed through; further ones are passed over */
 
 std::vector<std::string> Words(const std::string &line) {
   std::istringstream stream(line);
@@ -91,9 +91,9 @@ bool Matches(const FilterRule &rule, const Packet &packet) {
 
 /* False: the chain's end was reached, or a rule returned. One that was `walked` once would decide
    as little again, and the kernel lets none lead back. */
-bool Walk(const Filter &filter, const std::string &chain, const Packet &packet, size_t depth,
+bool Walk(const Filter &filter, const std::string &chain, const Packet &packet,
           std::set<std::string> *walked, Judgement *judgement) {
-  if (depth == kDepthMax || !walked->insert(chain).second) return false;
+  if (walked->size() == kChainsMax || !walked->insert(chain).second) return false;
   for (const FilterRule &rule : filter.rules) {
     if (rule.chain != chain || rule.target.empty() || !Matches(rule, packet)) continue;
     if (rule.conditional) {
@@ -106,7 +106,7 @@ bool Walk(const Filter &filter, const std::string &chain, const Packet &packet, 
       judgement->rule = rule.text;
       return true;
     }
-    if (Walk(filter, rule.target, packet, depth + 1, walked, judgement)) return true;
+    if (Walk(filter, rule.target, packet, walked, judgement)) return true;
   }
   return false;
 }
@@ -128,7 +128,7 @@ Filter FilterOf(std::string_view text) {
 Judgement Judge(const Filter &filter, const Packet &packet) {
   Judgement judgement;
   std::set<std::string> walked;
-  if (Walk(filter, "INPUT", packet, 0, &walked, &judgement)) return judgement;
+  if (Walk(filter, "INPUT", packet, &walked, &judgement)) return judgement;
   for (const auto &[chain, policy] : filter.policies) {
     if (chain != "INPUT") continue;
     judgement.verdict = policy;

@@ -11,7 +11,7 @@ namespace {
 
 constexpr time_t kNow = 1732527015;
 
-/* What ended with a command is an answer to it, or the prompt for its PDU. */
+/* The last answer; each is whole, or the prompt for a PDU. */
 std::string Type(Modem *modem, std::string_view bytes) {
   std::string answer;
   while (!bytes.empty()) {

@@ -18,6 +18,7 @@ HERE = os.path.dirname(os.path.realpath(__file__))
 # what was written before, too; those of the copy as well; the end of the board's own settings.
 DAMAGES = {"none": 8, "begun": 4, "area1": 7, "all": 1, "area2": 1}
 PAGE, SECTOR = 4096, 512
+ANY = 1 << 30  # changes that may be lost where what has them twice is torn twice
 CHANGE = b"change 0000000074 bytes\nX_KVO_Torn\0=" + bytes(range(65, 93)) + b"\0" + b"01234567\n"
 
 
@@ -31,7 +32,9 @@ def torn(rng, data, unit):
     could not be told."""
     start = rng.randrange(max(0, len(data) - 2 * PAGE), len(data)) // unit * unit
     torn_off = data[:start] + tail(rng, len(data) - start)
-    return torn_off[:-1] if re.search(rb"[0-9a-f]{8}\n$", torn_off) else torn_off, start
+    if re.search(rb"[0-9a-f]{8}\n$", torn_off):
+        return torn_off[:-1], min(start, len(torn_off) - 1)
+    return torn_off, start
 
 
 def tear(rng, flash, damage):
@@ -65,7 +68,7 @@ def tear(rng, flash, damage):
     changes = rewrite("area1")
     if damage == "all" and os.path.exists(f"{flash}/area1.1"):
         rewrite("area1.1")
-        return "all", changes, "the last pages and the copy"
+        return "all", ANY, "the last pages and the copy"
     return "area1", changes, "the last pages"
 
 
@@ -122,7 +125,7 @@ def power(rng, sandbox, state, expected, cut, counts):
     for line in process.stdout:
         note(line)
     up = seen.pop("up", 0)
-    seen["while it started"] = not up
+    seen["while it started"] = int(not up)
     counts.update(seen)
     return bool(up)
 

@@ -1,4 +1,5 @@
 """The gateway around this process: clients, processes and what they use. Runs inside the sandbox."""
+import contextlib
 import json
 import os
 import re
@@ -25,6 +26,10 @@ def word(text):
     return '"' + text.replace("\\", "\\\\").replace('"', '\\"') + '"'
 
 
+class Hangs(Wrong):
+    """Who waits for a process that dies is told at once, and one that runs answers."""
+
+
 class Client:
     """A cfgcmd that stays, one request after the other. Behind each goes a line that it refuses, so that the
     end of an answer of several lines is seen."""
@@ -44,12 +49,15 @@ class Client:
         self.process.stdin.flush()
         while not answer.endswith(end):
             if not select.select([out], [], [], max(0, limit - time.monotonic()))[0]:
-                raise Wrong(f"no answer in {2 * PATIENCE} s to: {line}")
+                raise Hangs(f"no answer in {2 * PATIENCE} s to: {line}")
             piece = os.read(out, 1 << 16)
             if not piece:
-                raise Wrong(f"cfgcmd ended at: {line}")
+                raise Hangs(f"cfgcmd ended at: {line}")
             answer += piece
-        return re.sub(r"^cfgcmd: line \d+: ", "error: ", answer[: -len(end) - 1].decode())
+        text = re.sub(r"^cfgcmd: line \d+: ", "error: ", answer[: -len(end) - 1].decode())
+        if re.match("error: .*gave no answer in", text):
+            raise Hangs(f"{line}: {text}")
+        return text
 
     def done(self, line):
         """The answer to a request that has to be done."""
@@ -66,7 +74,17 @@ def run(*words):
     return done.stdout
 
 
-here = threading.local()  # `patience`: seconds that this thread waits for what a fault may have ended
+here = threading.local()
+
+
+@contextlib.contextmanager
+def patience_of(seconds):
+    """So long this thread waits for what a fault may have ended."""
+    here.patience = seconds
+    try:
+        yield
+    finally:
+        del here.patience
 
 
 def until(true, what):

@@ -135,7 +135,7 @@ class Run:
                 raise Grown(f"{name} has {others[0]} descriptors and {others[1]} threads more than when it was warm, "
                             f"and of blocks of its counted heap {leaked}")
             time.sleep(0.05)
-        self.growth[name] = [max([kib] + self.growth.get(name, [0])[:1]), 0, 0]
+        self.growth[name] = [max(kib, self.growth.get(name, [0])[0]), 0, 0]
         if kib > LIMIT_KIB and not os.environ.get("GATEWAY_SANITIZE"):  # sanitizers keep what was freed
             raise Grown(f"{name} has {kib} KiB more than when it was warm")
 

@@ -163,13 +163,13 @@ def access(client, rng):
 
 def disturbed(special, client, rng):
     """In the midst of a fault: it may be done, refused or lost. Whether it was done to its end."""
-    gateway.here.patience = 2
     try:
-        special(client, rng)
+        with gateway.patience_of(2):
+            special(client, rng)
+    except gateway.Hangs:
+        raise
     except (Wrong, OSError, ValueError, LookupError):  # an answer, a process or a file that is not there
         return False
-    finally:
-        del gateway.here.patience
     return True
 
 

@@ -55,7 +55,7 @@ def differences(store, entries, may_lose):
             say("checked", str(in_flight), str(lost))
             return [], model
         wrong = wrong or found
-    return [f"more than {may_lose} changes are lost"] * bool(may_lose) + wrong, None
+    return [f"it is no moment of the last {lost} changes, of which {may_lose} may be lost"] * bool(may_lose) + wrong, None
 
 
 def said_of(damage, since):
@@ -86,7 +86,7 @@ def begin(damage, may_lose, cut):
             entries += [["begin", ["set", DEVICE, FIRST]], ["done", ["set", DEVICE, FIRST], "ok"]]
         all_lost = "settings are lost" in said and damage == "all"
         if not all_lost:
-            found, seen = differences(store, entries, len(entries) if damage == "all" else may_lose)
+            found, seen = differences(store, entries, may_lose)
             if found:
                 return say("wrong", "; ".join(found[:5]))
             if not may_lose:  # else a number that was used may be lost, too

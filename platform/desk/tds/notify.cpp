@@ -1,5 +1,5 @@
-// Notifications. Who wants what is a tree of empty files, publisher/id/subscriber, so that it holds
-// whichever side starts first and outlives both; see notify.h.
+// Notifications; see notify.h. Who wants what is a tree of empty files, publisher/id/subscriber, so
+// that it holds whichever side starts first and outlives both.
 #include "notify.h"
 
 #include <dirent.h>

@@ -199,8 +199,8 @@ TEST(Modem, RefusesWhatIsNoWholeNumberInPlaceOfOne) {
                         {{"verb", "ussd"}, {"code", "*1#"}, {"of", "dcs"}}};
   Modem modem;
   for (Json verb : verbs)
-    for (const Json &number :
-         {Json(7.5), Json(3e101), Json(UINT64_MAX), Json(INT64_MIN), Json("7"), Json(-1)}) {
+    for (const Json &number : {Json(7.5), Json(3e101), Json(UINT64_MAX), Json(INT64_MIN),
+                               Json(int64_t{1} << 40), Json("7"), Json(-1)}) {
       verb[verb["of"].get<std::string>()] = number;
       EXPECT_EQ(Control(&modem, verb)["status"], EXIT_USAGE) << verb;
     }

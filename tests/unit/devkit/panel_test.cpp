@@ -2,10 +2,31 @@
 // events that pages read.
 #include <gtest/gtest.h>
 
+#include <climits>
+#include <cstring>
+
 #include "panel_events.h"
+#include "panel_http.h"
 #include "panel_rules.h"
 
 namespace {
+
+/* ---- calls ---- */
+
+Json Called(const PanelCall *call, const char *name, const Json &asked) {
+  while (strcmp(call->name, name) != 0) ++call;
+  return call->run(asked);
+}
+
+TEST(PanelCalls, RefuseWhatIsNoNumberInPlaceOfOne) {
+  for (const Json &number : {Json(7.5), Json("7"), Json(UINT64_MAX), Json(INT64_MIN), Json()}) {
+    EXPECT_EQ(Called(kDeskCalls, "press", {{"event", number}})["status"], EXIT_USAGE) << number;
+    EXPECT_EQ(Called(kHealthCalls, "health", {{"after", number}})["status"], EXIT_USAGE) << number;
+    const Json packet = {{"in", "br0"}, {"protocol", "tcp"}, {"port", number}};
+    const Json asked = {{"packets", Json::array({packet})}};
+    EXPECT_EQ(Called(kAccessCalls, "access", asked)["status"], EXIT_USAGE) << number;
+  }
+}
 
 /* ---- rules ---- */
 
