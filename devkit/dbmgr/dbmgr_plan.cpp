@@ -23,14 +23,10 @@ std::string Parent(const std::string &path) {
   return dot == std::string::npos ? "" : path.substr(0, dot);
 }
 
-/* What kind of node `path` is; 0 when there is none. */
-unsigned KindOf(const std::string &path) {
-  std::string type = Attribute(path, "type");
-  if (type.empty()) return 0;
-  if (type == "array") return ARRAY;
-  if (type != "object") return LEAF;
-  bool number = isdigit(static_cast<unsigned char>(path[path.rfind('.') + 1])) != 0;
-  return number && Attribute(Parent(path), "type") == "array" ? INSTANCE : OBJECT;
+/* What kind of node `path` is, and its place; 0 when there is none. */
+unsigned KindOf(const std::string &path, AmsDeskPlace *place) {
+  if (ams_desk_place(path.c_str(), place) != 0) return 0;
+  return place->is_leaf ? LEAF : place->is_array ? ARRAY : place->is_instance ? INSTANCE : OBJECT;
 }
 
 const char *KindName(unsigned kind) {
@@ -63,13 +59,14 @@ int CheckLeaf(const std::string &object, const Leaf &leaf, Plan *plan, std::stri
                            "\" is no NAME=VALUE: name the leaf and its value");
   if (name.find('.') != name.npos) /* its op function would not be called, or not know it */
     return Refuse(why, "\"" + name + "\" is no name: set takes the parameters of one object");
-  unsigned kind = path.size() <= kFrameText ? KindOf(path) : 0;
+  AmsDeskPlace place;
+  unsigned kind = path.size() <= kFrameText ? KindOf(path, &place) : 0;
   if (kind == 0) return RefuseUnknown(why, path);
   if (kind != LEAF)
     return Refuse(why, "set needs a parameter, \"" + path + "\" is " + KindName(kind));
   AmsDeskLeaf limits;
   if (ams_desk_leaf(path.c_str(), &limits) != 0) {
-    if (KindOf(path) == 0) return RefuseUnknown(why, path); /* just gone */
+    if (KindOf(path, &place) == 0) return RefuseUnknown(why, path); /* just gone */
     throw std::bad_alloc();
   }
   if (!limits.writable)
@@ -92,14 +89,8 @@ int CheckLeaves(std::string_view rest, Plan *plan, std::string *why) {
   return 0;
 }
 
-/* Whether the framework can find an op function for `url` itself: its own or that of its array.
+/* Whether the framework must find an op function, that of the node's object or of its array.
    Requests that need one are served from the store where there is none. */
-bool HasOp(const std::string &url) {
-  if (ams_desk_has_op(url.c_str())) return true;
-  const std::string parent = Parent(url);
-  return Attribute(parent, "type") == "array" && ams_desk_has_op(parent.c_str());
-}
-
 bool NeedsOp(const Plan &plan, const Command &command, unsigned kind) {
   return !plan.leaf.empty() || (command.traits & SETS) != 0 || kind == ARRAY;
 }
@@ -149,12 +140,11 @@ void FindAsks(const std::string &url, std::vector<Ask> *asks) {
     if (all.has_op[at]) asks->push_back(std::move(all.found[at]));
 }
 
-void FindModule(Plan *plan, const Command &command, unsigned kind) {
-  char module[TDS_NAME_SIZE];
+void FindModule(Plan *plan, const Command &command, unsigned kind, AmsDeskPlace place) {
   if ((command.traits & STORE_ONLY) != 0) return;
-  if (NeedsOp(*plan, command, kind) && !HasOp(plan->url)) return;
-  if (ams_desk_mod(plan->url.c_str(), module, sizeof module) == 0)
-    plan->module = module;
+  if (NeedsOp(*plan, command, kind) && !place.has_op) return;
+  if (!place.mod.empty())
+    plan->module = std::move(place.mod);
   else if (plan->leaf.empty() && (command.traits & READS) != 0)
     FindAsks(plan->url, &plan->asks);
 }
@@ -179,7 +169,8 @@ int PlanRequest(DbmgrRequest request, Plan *plan, std::string *why) {
     return Refuse(why, "the path is " + std::to_string(plan->url.size()) +
                            " bytes, at most 255 can be: check it");
   bool another = !plan->url.empty() && plan->url.back() == '.';
-  unsigned kind = another ? 0 : KindOf(plan->url);
+  AmsDeskPlace place;
+  unsigned kind = another ? 0 : KindOf(plan->url, &place);
   if (kind == 0) return RefuseUnknown(why, plan->url);
   if ((kind & command->takes) == 0)
     return Refuse(why, std::string(command->name) + " needs " + command->needs + ", \"" +
@@ -192,6 +183,6 @@ int PlanRequest(DbmgrRequest request, Plan *plan, std::string *why) {
     plan->url = Parent(plan->leaf);
     plan->value = plan->leaf.substr(plan->url.size() + 1);
   }
-  FindModule(plan, *command, kind);
+  FindModule(plan, *command, kind, std::move(place));
   return CheckFrame(*plan, why);
 }

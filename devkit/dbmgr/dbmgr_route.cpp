@@ -38,23 +38,23 @@ void EnqueueParts(const Request &request) {
 }
 
 /* "name=value" and the separator, as a module answers for one leaf: the bare value. */
-std::string BareValue(std::string_view text) {
+std::string_view BareValue(std::string_view text) {
   Leaf leaf = {};
   (void)NextLeaf(&text, &leaf); /* an empty text is an empty value */
-  return std::string(leaf.has_value ? leaf.value : leaf.name);
+  return leaf.has_value ? leaf.value : leaf.name;
 }
 
 /* The reply text of an acknowledgement, "" when it has none. Its NUL may be missing. */
-std::string ReplyText(const void *data, uint32_t length) {
+std::string_view ReplyText(const void *data, uint32_t length) {
   std::string_view text(static_cast<const char *>(data) + APPT_ACK_HEAD_SIZE,
                         length - APPT_ACK_HEAD_SIZE);
-  return std::string(text.substr(0, text.find('\0')));
+  return text.substr(0, text.find('\0'));
 }
 
-DbmgrAnswer AnswerOf(const Request &request, int32_t result, uint32_t code,
-                     const std::string &text) {
+DbmgrAnswer AnswerOf(const Request &request, int32_t result, uint32_t code, std::string_view text) {
   const Plan &plan = request.plan;
-  if (result < 0) return RefusedBy(plan.module, plan, Reason(tds_note(), kDaemonLog), text);
+  if (result < 0)
+    return RefusedBy(plan.module, plan, Reason(tds_note(), kDaemonLog), std::string(text));
   if (code != APPT_CODE_RESULT_VALUE) {
     if ((FindCommand(plan.command)->traits & ANSWERS) == 0) return {result, DbmgrText::NONE, ""};
     return {-1, DbmgrText::TEXT,
@@ -62,8 +62,9 @@ DbmgrAnswer AnswerOf(const Request &request, int32_t result, uint32_t code,
                 (plan.leaf.empty() ? plan.url : plan.leaf) +
                 "\": " + Reason(tds_note(), kDaemonLog)};
   }
-  if (plan.leaf.empty()) return {result, DbmgrText::TEXT, text};
-  return {result, DbmgrText::LEAF, plan.command == APPT_CMD_GET ? BareValue(text) : text};
+  if (plan.leaf.empty()) return {result, DbmgrText::TEXT, std::string(text)};
+  return {result, DbmgrText::LEAF,
+          std::string(plan.command == APPT_CMD_GET ? BareValue(text) : text)};
 }
 
 /* What the parameters' changes are noted under is who asked, not who did it. Without memory or room

@@ -9,7 +9,9 @@
 namespace {
 
 void PutNumber(std::string *bytes, uint32_t number, size_t width) {
-  for (size_t i = 0; i < width; ++i) *bytes += static_cast<char>(number >> (8 * i));
+  char coded[sizeof number];
+  for (size_t i = 0; i < width; ++i) coded[i] = static_cast<char>(number >> (8 * i));
+  bytes->append(coded, width);
 }
 
 /* Takes a number of `width` bytes off the front. False when there are not that many. */

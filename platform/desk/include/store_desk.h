@@ -11,8 +11,15 @@
    `size` is too small. */
 int ams_desk_mod(const char *path, char *mod, size_t size);
 
-/* Whether the node has an "op" attribute of its own. */
-bool ams_desk_has_op(const char *path);
+/* What a node is, and who serves it. */
+struct AmsDeskPlace {
+  bool is_leaf, is_array, is_instance; /* none: an object that is no array's */
+  bool has_op;                         /* the object, of a leaf its own, or that one's array */
+  std::string mod; /* of the object, of a leaf its own, or its nearest ancestor that has one */
+};
+
+/* The node's place. 0, or -1: there is no such node, or no memory (logged). Any thread. */
+int ams_desk_place(const char *path, AmsDeskPlace *place);
 
 /* Attributes of the file; "" where there is none. Many nodes share them. */
 struct AmsDeskAttributes {

@@ -9,35 +9,68 @@
 
 AmsDeskCheck ams_desk_check_kept;
 
+namespace {
+
+/* Goes from a node to the one that it stands in. 0 or -1. */
+int Up(MDB_txn *txn, Key *key, Record *record) {
+  Key parent;
+  if (KeyParent(*key, &parent) != 0) return -1;
+  return TreeFind(txn, *key = parent, record);
+}
+
+/* The "mod" attribute of the node or its nearest ancestor that has one. 0 or -1. */
+int ModOf(MDB_txn *txn, Key *key, Record *record, std::string_view *mod) {
+  std::string_view set;
+  while ((record->head.flags & RECORD_MOD) == 0)
+    if (Up(txn, key, record) != 0) return -1;
+  if (TreeAttributes(txn, record->head.attributes, &set) != 0) return -1;
+  *mod = AttributeIn(set, "mod");
+  return 0;
+}
+
+bool HasOp(const Record &record) { return (record.head.flags & RECORD_OP) != 0; }
+
+bool IsNumber(const Key &key) {
+  return key.last != 0 && KeyNumber(key.bytes + key.last + 1, key.length - key.last - 1) != 0;
+}
+
+}  // namespace
+
 int ams_desk_mod(const char *path, char *mod, size_t size) {
   if (path == nullptr || mod == nullptr || size == 0) return -1;
   mod[0] = '\0';
   return TreeRead([=](MDB_txn *txn) {
     Key key;
     Record record;
-    int rc = TreeFindPath(txn, path, false, &key, &record);
-    while (rc == 0 && (record.head.flags & RECORD_MOD) == 0) {
-      Key parent;
-      rc = KeyParent(key, &parent);
-      if (rc == 0) rc = TreeFind(txn, key = parent, &record);
-    }
-    std::string_view set;
-    if (rc != 0 || TreeAttributes(txn, record.head.attributes, &set) != 0) return -1;
-    std::string_view value = AttributeIn(set, "mod");
-    if (value.size() >= size) return -1;
+    std::string_view value;
+    if (TreeFindPath(txn, path, false, &key, &record) != 0 ||
+        ModOf(txn, &key, &record, &value) != 0 || value.size() >= size)
+      return -1;
     memcpy(mod, value.data(), value.size());
     mod[value.size()] = '\0';
     return 0;
   });
 }
 
-bool ams_desk_has_op(const char *path) {
+int ams_desk_place(const char *path, AmsDeskPlace *place) {
+  if (path == nullptr) return -1;
   return TreeRead([=](MDB_txn *txn) {
-           Key key;
-           Record record;
-           int rc = TreeFindPath(txn, path, false, &key, &record);
-           return rc == 0 && (record.head.flags & RECORD_OP) != 0 ? 0 : -1;
-         }) == 0;
+    Key key;
+    Record record, above;
+    std::string_view mod;
+    if (TreeFindPath(txn, path, false, &key, &record) != 0) return -1;
+    *place = {};
+    place->is_leaf = RecordIsLeaf(record);
+    place->is_array = record.head.kind == KIND_ARRAY;
+    if (place->is_leaf && Up(txn, &key, &record) != 0) return -1;
+    place->has_op = HasOp(record);
+    if (Key array = key; IsNumber(key) && Up(txn, &array, &above) == 0) {
+      place->is_instance = !place->is_leaf; /* what has a number stands in an array */
+      place->has_op = place->has_op || HasOp(above);
+    }
+    if (ModOf(txn, &key, &record, &mod) == 0) place->mod = mod;
+    return 0;
+  });
 }
 
 int ams_desk_copy(const char *folder) {
