@@ -4,7 +4,8 @@
 //                               program is the store's server and the message centre
 //   bus_bench dbmgr             through the data-base manager of the running gateway
 //
-// Prints one line a figure: name, value.
+// Prints one line a figure: name, value. Starts itself as "bus_bench MODULE SIZE" for the modules
+// that only pass messages on.
 #include <signal.h>
 #include <sys/prctl.h>
 #include <sys/wait.h>
@@ -22,6 +23,7 @@
 #include "dbmgr_proto.h"
 #include "dbus_bus.h"
 #include "nanoseconds.h"
+#include "runtime_bus.h"
 #include "wire.h"
 
 namespace {
@@ -37,6 +39,7 @@ std::condition_variable finished;
 
 /* The run that the message centre's thread is in; the main thread waits for it to end. */
 struct Run {
+  const char *module;
   int left, window;
   uint64_t sent_at;
   std::vector<uint64_t> *samples; /* NULL: only the rate is wanted */
@@ -63,7 +66,7 @@ void SendOne(uint32_t chain) {
   appt_PutWord(&frame[APPT_AT_CHAIN], chain);
   uint32_t size = static_cast<uint32_t>(frame.size());
   if (run.samples != nullptr) run.sent_at = Nanoseconds();
-  int sent = run.clients.empty() ? SendMsg(EV_APPT_MSG_REQUEST, frame.data(), size, kModule)
+  int sent = run.clients.empty() ? SendMsg(EV_APPT_MSG_REQUEST, frame.data(), size, run.module)
                                  : WireSend(run.clients[chain], WireKind::POST, EV_APPT_MSG_REQUEST,
                                             0, frame.data(), size, 0);
   if (sent != 0) Fail("the request could not be sent");
@@ -91,9 +94,10 @@ constexpr uint32_t kStart = 0x110100;
 const MsgEntry kCentre[] = {{kStart, OnStart}, {EV_APPT_MSG_ACKTO_AGT, OnAnswer}, {0, nullptr}};
 const ModuleEntry kModules[] = {{kApptAckPeer, {0, 0}, kCentre}, {}};
 
-/* Runs `trips` requests with `window` of them under way. */
-void RunOnCentre(int trips, int window, std::vector<uint64_t> *samples) {
+/* Runs `trips` requests of a module with `window` of them under way. */
+void RunOnCentre(const char *module, int trips, int window, std::vector<uint64_t> *samples) {
   std::unique_lock<std::mutex> lock(mutex);
+  run.module = module;
   run.left = trips;
   run.window = window;
   run.samples = samples;
@@ -145,16 +149,27 @@ void AwaitEndpoint(const char *name) {
   Fail("the module does not come up");
 }
 
+/* Starts a program that dies with this one; arguments that are NULL are none. */
+pid_t Start(const char *program, const char *first, const char *second) {
+  pid_t pid = fork();
+  if (pid < 0) Fail("fork");
+  if (pid > 0) return pid;
+  prctl(PR_SET_PDEATHSIG, SIGKILL);
+  execl(program, program, first, second, nullptr);
+  _exit(127);
+}
+
+/* Starts one of the modules that only pass messages on. */
+void StartRuntime(const char *name, size_t answer_size) {
+  Start("/proc/self/exe", name, std::to_string(answer_size).c_str());
+  AwaitEndpoint(name);
+}
+
 /* Milliseconds until every module of the daemon is past its init. The commands of the start cost
    what they cost: script/bench gives the daemon a shell that does nothing. */
 double StartOnce(const char *program, pid_t *daemon) {
   uint64_t start = Nanoseconds();
-  *daemon = fork();
-  if (*daemon == 0) {
-    prctl(PR_SET_PDEATHSIG, SIGKILL);
-    execl(program, "sysmgr", nullptr);
-    _exit(127);
-  }
+  *daemon = Start(program, nullptr, nullptr);
   for (const char *name : {kModule, "sysmgr:capabinfo", "sysmgr:mgtsrvr", "sysmgr:button_proc"})
     AwaitEndpoint(name);
   return static_cast<double>(Nanoseconds() - start) / 1e6;
@@ -189,24 +204,27 @@ void OpenClients() {
 
 int Straight(const char *program) {
   StartDaemon(program);
-  RunOnCentre(1000, 1, nullptr);
+  RunOnCentre(kModule, 1000, 1, nullptr);
+  StartRuntime(kEcho, run.answer_size);
   WireSizes sizes = {sizeof(WireHead) + frame.size(), sizeof(WireHead) + run.answer_size};
   std::function<void()> bare = BareTrip(sizes, 1, BARE_EPOLL),
                         blocking = BareTrip(sizes, 1, BARE_READ);
-  std::vector<std::vector<uint64_t>> ours(kRounds), floor, blocking_floor;
-  for (std::vector<uint64_t> &round : ours) {
-    RunOnCentre(kTrips, 1, &round);
+  std::vector<std::vector<uint64_t>> ours(kRounds), runtime(kRounds), floor, blocking_floor;
+  for (size_t round = 0; round < kRounds; ++round) {
+    RunOnCentre(kModule, kTrips, 1, &ours[round]);
+    RunOnCentre(kEcho, kTrips, 1, &runtime[round]);
     floor.push_back(Timed(bare));
     blocking_floor.push_back(Timed(blocking));
   }
   Report("straight/ours", ours);
+  Report("straight/runtime", runtime);
   Report("straight/bare", floor);
   Report("straight/blocking", blocking_floor);
   OpenClients();
   std::vector<double> rates, bare_rates;
   for (int round = 0; round < kRounds; ++round) {
     uint64_t start = Nanoseconds();
-    RunOnCentre(kRateCalls, kClients, nullptr);
+    RunOnCentre(kModule, kRateCalls, kClients, nullptr);
     rates.push_back(kRateCalls * 1e9 / static_cast<double>(Nanoseconds() - start));
     bare_rates.push_back(BareRate(sizes, kClients, kRateCalls));
   }
@@ -216,33 +234,40 @@ int Straight(const char *program) {
 }
 
 int ThroughDbmgr() {
+  constexpr size_t kAnswer = 64;
   std::string request =
       DbmgrPutRequest({APPT_CMD_GET, std::string(kObject) + "." + kLeaf, std::string()});
   std::string reply;
-  auto ours = [&] {
-    if (tds_call(kDbmgrRequest, request.data(), static_cast<uint32_t>(request.size()), kDbmgrName,
-                 10000, &reply) != 0)
-      Fail("dbmgr does not answer: is the gateway running?");
+  auto call = [&](uint32_t id, const std::string &data, const char *module) {
+    if (tds_call(id, data.data(), static_cast<uint32_t>(data.size()), module, 10000, &reply) != 0)
+      Fail("no answer: is the gateway running?");
   };
+  auto ours = [&] { call(kDbmgrRequest, request, kDbmgrName); };
+  auto runtime = [&] { call(kRelayed, frame, kRelay); };
   ours();
   DbmgrAnswer answer;
   if (DbmgrGetAnswer(reply, &answer) != 0 || answer.result < 0 || answer.text.empty())
     Fail("dbmgr refuses a get: does sysmgr run?");
-  WireSizes sizes = {sizeof(WireHead) + frame.size(), sizeof(WireHead) + 64};
+  WireSizes sizes = {sizeof(WireHead) + frame.size(), sizeof(WireHead) + kAnswer};
   std::function<void()> bare = BareTrip(sizes, 2, BARE_EPOLL),
                         blocking = BareTrip(sizes, 2, BARE_READ), dbus = DbusTrip(sizes);
   if (!dbus) Fail("no dbus-daemon: script/bootstrap --with bench installs it");
-  std::vector<std::vector<uint64_t>> rounds[4];
-  for (int round = 0; round < kRounds; ++round) {
-    rounds[0].push_back(Timed(ours));
-    rounds[1].push_back(Timed(bare));
-    rounds[2].push_back(Timed(dbus));
-    rounds[3].push_back(Timed(blocking));
-  }
-  Report("dbmgr/ours", rounds[0]);
-  Report("dbmgr/bare", rounds[1]);
-  Report("dbmgr/sdbus", rounds[2]);
-  Report("dbmgr/blocking", rounds[3]);
+  StartRuntime(kEcho, kAnswer);
+  StartRuntime(kRelay, kAnswer);
+  const struct {
+    const char *name;
+    std::function<void()> trip;
+  } chains[] = {{"dbmgr/ours", ours},
+                {"dbmgr/runtime", runtime},
+                {"dbmgr/bare", bare},
+                {"dbmgr/sdbus", dbus},
+                {"dbmgr/blocking", blocking}};
+  std::vector<std::vector<uint64_t>> rounds[std::size(chains)];
+  for (int round = 0; round < kRounds; ++round)
+    for (size_t chain = 0; chain < std::size(chains); ++chain)
+      rounds[chain].push_back(Timed(chains[chain].trip));
+  for (size_t chain = 0; chain < std::size(chains); ++chain)
+    Report(chains[chain].name, rounds[chain]);
   return 0;
 }
 
@@ -254,6 +279,8 @@ int main(int argc, char **argv) {
   setvbuf(stdout, nullptr, _IOLBF, 0);
   if (argc == 3 && strcmp(argv[1], "straight") == 0) return Straight(argv[2]);
   if (argc == 2 && strcmp(argv[1], "dbmgr") == 0) return ThroughDbmgr();
+  if (argc == 3 && (strcmp(argv[1], kEcho) == 0 || strcmp(argv[1], kRelay) == 0))
+    ServeRuntime(argv[1], strtoul(argv[2], nullptr, 10));
   fprintf(stderr, "usage: bus_bench straight SYSMGR | bus_bench dbmgr\n");
   return 2;
 }
