@@ -75,6 +75,11 @@ std::string NameOfLostPeer(const std::string &row) {
   return status == "Connected" || inet_addr(peer.c_str()) != INADDR_NONE ? "" : peer;
 }
 
+/* The poll goes on, also when memory has lacked for a pass. */
+struct PollAgain {
+  ~PollAgain() { StartPoll(); }
+};
+
 /* The peers that the pass before could not ask for: the log has each while it is there once. */
 std::set<std::string> refused_peers;
 
@@ -128,6 +133,7 @@ int FuncServIPSecTunnelList(OpFuncArg *arg) {
    That is the gateway's known behaviour. A peer whose name is too long to ask for is passed over.
  */
 void IpsecPollTunnels(int32_t, const void *, uint32_t) {
+  const PollAgain at_the_end;
   Address in_use = "", resolved = "";
   std::set<std::string> refused;
   char row[AMS_PATH_SIZE], next[AMS_PATH_SIZE];
@@ -149,5 +155,4 @@ void IpsecPollTunnels(int32_t, const void *, uint32_t) {
     if (strcmp(in_use, resolved) != 0) cfgSystemCmd("/usr/syscfg/ipsec_cfg.sh set %s &", row);
   }
   refused_peers.swap(refused);
-  StartPoll();
 }

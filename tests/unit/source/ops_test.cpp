@@ -47,6 +47,8 @@ struct Act {
   std::string where, let;
   std::vector<std::function<int(const Act &)>> runs; /* of each the same has to come */
   bool caught = true; /* whoever calls what is run catches what it throws */
+  bool is_timers =
+      false; /* a message that the timers bring: those it sets anew are, come what may */
   int result = 0;
   Lines lines;
   std::vector<std::pair<std::string, std::string>> leaves, nodes, files;
@@ -157,7 +159,11 @@ void RunRefused(Script *script, const Act &act) {
     no_memory_for.clear();
     LimitFiles(RLIM_INFINITY);
   }
-  (void)TakeCommands();
+  const Lines commands = TakeCommands();
+  for (const std::string &line : act.lines)
+    EXPECT_TRUE(!act.is_timers || line.find("SetTimer(") != 0 ||
+                std::count(commands.begin(), commands.end(), line) != 0)
+        << act.where << line;
   EXPECT_EQ(tds_malloc_count(nullptr).blocks, blocks) << act.where;
   EXPECT_EQ(OpenDescriptors(), descriptors) << act.where;
   EXPECT_TRUE(!threw || act.caught) << act.where;
@@ -230,6 +236,7 @@ void AddMessage(Act *act, std::string rest) {
   const std::string name = Word(&rest);
   const uint32_t id = static_cast<uint32_t>(std::stoul(Word(&rest), nullptr, 0));
   const std::string payload = Expanded(rest);
+  act->is_timers = id >= TDS_MSG_TIMER && id < TDS_MSG_TIMER + TDS_TIMERS;
   for (const ModuleEntry *module = kSysmgrModules; module->name != nullptr; ++module)
     if (name == module->name)
       act->runs.push_back([=, table = module->table](const Act &) {
