@@ -46,18 +46,27 @@ std::string PrintableText(std::string_view text) {
   return printable;
 }
 
+namespace {
+
+/* 0 or an errno. */
+int WriteAll(int fd, std::string_view text) {
+  while (!text.empty()) {
+    const ssize_t put = write(fd, text.data(), text.size());
+    if (put < 0 && errno != EINTR) return errno;
+    if (put > 0) text.remove_prefix(static_cast<size_t>(put));
+  }
+  return 0;
+}
+
+}  // namespace
+
 int WriteOwnFile(const char *path, const std::string &text) {
   (void)unlink(path); /* may not exist yet; what stays in the way fails the open */
   int fd = open(path, O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0600);
   if (fd < 0) return -1;
-  ssize_t put = write(fd, text.data(), text.size());
-  int error = put < 0 ? errno : ENOSPC; /* a disk that fills up writes less, without an error */
-  bool whole = put == static_cast<ssize_t>(text.size());
-  if (close(fd) != 0 && whole) {
-    error = errno;
-    whole = false;
-  }
-  if (whole) return 0;
+  int error = WriteAll(fd, text);
+  if (close(fd) != 0 && error == 0) error = errno;
+  if (error == 0) return 0;
   (void)unlink(path); /* half a file; that it cannot be written is told */
   errno = error;
   return -1;

@@ -1,5 +1,7 @@
 // Verbs that go to the data-base manager: each builds a request and prints the answer.
 #include <algorithm>
+#include <cerrno>
+#include <cstring>
 #include <fstream>
 #include <iostream>
 #include <new>
@@ -73,8 +75,9 @@ Outcome TakeFile(const std::string &name, Words *pairs) {
   std::string text(kFileMost + 1, '\0');
   if (in) in.read(text.data(), static_cast<std::streamsize>(text.size()));
   text.resize(static_cast<size_t>(in.gcount()));
-  if (!in.eof() || text.size() > kFileMost)
-    return {EXIT_USAGE, "cannot read " + name + ": give a file of at most 16 MiB"};
+  if (text.size() > kFileMost)
+    return {EXIT_USAGE, name + " has more than 16 MiB: give a smaller one"};
+  if (!in.eof()) return {EXIT_USAGE, "cannot read " + name + ": " + strerror(errno)};
   if (text[0] == '{') {
     const Json values = Json::parse(text, nullptr, false);
     if (values.is_discarded()) return {EXIT_REFUSED, name + " begins with {, but is no JSON"};

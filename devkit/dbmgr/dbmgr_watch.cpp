@@ -273,8 +273,10 @@ void WatchAsked(int32_t, const void *data, uint32_t length) {
     return;
   }
   if (!watched) Begin();
+  PauseLater(); /* which also ends it, should memory lack below */
   NotifyWatch();
   last_question = Now();
+  watchers.reserve(watchers.size() + 1); /* behind this nothing lacks: the answer is put off */
   const uint64_t token = watcher.token = tds_hold_reply();
   if (token == 0) return;
   const bool known = watcher.place.run == run;
@@ -284,7 +286,6 @@ void WatchAsked(int32_t, const void *data, uint32_t length) {
     TellThose([&](const Watcher &each) { return each.token == token; });
   else if (HasNews(watchers.back()))
     TellSoon();
-  PauseLater();
 }
 
 void WatchTell(int32_t, const void *, uint32_t) {

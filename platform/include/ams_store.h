@@ -70,7 +70,7 @@ int update_from_nvram(struct AmsTree *root, int area);
    the parameters that are there first, also when it has nothing itself), 2 factory defaults of the
    customer, 3 backup (drops first, unless it has nothing), 4 burnt image. 0; -1 with a line on
    standard output that names the file when it is missing or has nothing; -1 (logged) for another
-   number. */
+   number, or a file that cannot be read: nothing of it is taken, and nothing dropped. */
 int ams_mxml_load_to_staging(int source);
 
 /* ---- reading ---- */

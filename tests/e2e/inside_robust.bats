@@ -63,15 +63,18 @@ not_run() {
   kilobytes() { awk '/^VmSize:/ {print $2}' "/proc/$(pid_of "$1")/status"; }
   lacks_memory() { prlimit --pid "$(pid_of "$1")" --as=$(($(kilobytes "$1") * 1024)):; }
   has_memory() { prlimit --pid "$(pid_of "$1")" --as=unlimited; }
-  local fault writes reads before row
+  state() { cfgcmd list $USERS && cfgcmd get "$1" && cfgcmd get $SERVICES.ServiceTelnet; }
+  local fault writes reads before row state
   before=$(cfgcmd list $USERS)
   while read -r fault writes reads; do
     [[ $fault != memory* || $(kilobytes sysmgr) -lt 2000000 ]] || continue
     row=$(cfgcmd add $USERS)
+    state=$(state "$row")
     lacks_${fault/:/ } 2>/dev/null
     each_command "$writes" "$reads" "$row" || fail "$fault"
     [[ $writes = is_done || $reads != is_done ]] || expect 0 23 cfgcmd get $SERVICES.ServiceTelnet.Port
     has_${fault/:/ }
+    [[ $writes != not_kept && $writes != not_there ]] || expect 0 "$state" state "$row"
     each_command is_done is_done "$(cfgcmd add $USERS)" || fail "after $fault"
     is_done set $SERVICES.ServiceTelnet.Port 23
   done <<'FAULTS'

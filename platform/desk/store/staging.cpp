@@ -1,6 +1,8 @@
 // The staging sources: files of "path=value" lines that become the kept parameters of nvram area 1.
+#include <cerrno>
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
 #include <memory>
 #include <string>
 #include <utility>
@@ -54,23 +56,28 @@ const char *ReadLine(std::string_view line, Entries *entries) {
   return nullptr;
 }
 
-/* A bad line is named and passed over. A missing file has no entries. */
-Entries ReadSource(const char *path) {
-  Entries entries;
+int CannotRead(const char *path) {
+  AMS_PRINT(4, "store: cannot read %s: %s\n", path, strerror(errno));
+  return -1;
+}
+
+/* A bad line is named and passed over. 0, also without the file, or -1 (logged). */
+int ReadSource(const char *path, Entries *entries) {
   std::unique_ptr<FILE, int (*)(FILE *)> file(fopen(path, "re"), fclose);
+  if (file == nullptr) return errno == ENOENT ? 0 : CannotRead(path);
   char *text = nullptr;
   size_t room = 0;
-  for (int number = 1; file != nullptr; ++number) {
-    ssize_t length = getline(&text, &room, file.get());
-    if (length < 0) break;
+  ssize_t length;
+  for (int number = 1; (length = getline(&text, &room, file.get())) >= 0; ++number) {
     std::string_view line(text, static_cast<size_t>(length));
     while (!line.empty() && (line.back() == '\n' || line.back() == '\r')) line.remove_suffix(1);
-    const char *wrong = ReadLine(line, &entries);
+    const char *wrong = ReadLine(line, entries);
     if (wrong != nullptr)
       AMS_PRINT(4, "store: %s:%d passed over: the line %s\n", path, number, wrong);
   }
+  const int result = feof(file.get()) != 0 ? 0 : CannotRead(path);
   free(text);
-  return entries;
+  return result;
 }
 
 int Unset(const char *key, const char *, void *) { return nvram_unset(key, NVTYPE_STAGING); }
@@ -94,7 +101,8 @@ int ams_mxml_load_to_staging(int number) {
     AMS_PRINT(4, "store: there is no staging source %d\n", number);
     return -1;
   }
-  Entries entries = ReadSource(source->file);
+  Entries entries;
+  if (ReadSource(source->file, &entries) != 0) return -1; /* half of it is none of it */
   bool drop = source->drop == DROP_ALWAYS || (source->drop == DROP_IF_ANY && !entries.empty());
   if (drop && DropKept(source->drop) != 0) return -1;
   for (const auto &entry : entries)

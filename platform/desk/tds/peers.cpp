@@ -45,8 +45,15 @@ Peer *OpenPeer(Thread *thread, const char *name, bool wait) {
     peer = &thread->peers.back();
   }
   if (fd < 0) return nullptr;
+  if (thread->module != nullptr) {
+    peer->key = ModuleWatch(thread->module, WatchKind::PEER, fd);
+    if (peer->key == 0) { /* its end would not be seen */
+      close(fd);
+      errno = ENOMEM;
+      return nullptr;
+    }
+  }
   peer->fd = fd;
-  if (thread->module != nullptr) peer->key = ModuleWatch(thread->module, WatchKind::PEER, fd);
   const std::string &own = ThreadName(thread);
   (void)WireSend(fd, WireKind::HELLO, 0, 0, own.c_str(), static_cast<uint32_t>(own.size()) + 1,
                  0); /* whatever is wrong with it shows at the message that follows */

@@ -157,10 +157,13 @@ std::string SaveAndLoad(Word, Word margin) {
   last = FileText(file);
   return (root = LoadFile(file)) == nullptr ? "(none)" : "0";
 }
-/* The backup's file: the result, and what is said of it on standard output, or the lines that are
-   named on standard error. */
-std::string LoadBackup(Word, Word content) {
-  std::ofstream("/var/config/backup.conf") << content;
+/* The backup's file, or a folder in its place: the result, and what is said of it on standard
+   output, or the lines that are named on standard error. */
+std::string LoadBackup(Word kind, Word content) {
+  if (kind == "folder")
+    EXPECT_EQ(mkdir("/var/config/backup.conf", 0700), 0);
+  else
+    std::ofstream("/var/config/backup.conf") << content;
   testing::internal::CaptureStdout();
   testing::internal::CaptureStderr();
   std::string result = std::to_string(ams_mxml_load_to_staging(3));
@@ -170,7 +173,7 @@ std::string LoadBackup(Word, Word content) {
   for (std::string line; std::getline(said, line);) result += " " + line;
   for (std::string word; named >> word;)
     if (word.find("backup.conf:") != word.npos) result += " " + word;
-  unlink("/var/config/backup.conf");
+  EXPECT_EQ(remove("/var/config/backup.conf"), 0);
   return result;
 }
 /* The file with other ports in the template and in row 2. */
