@@ -20,14 +20,13 @@ const char *RuleMode(int reset) { return reset == 0 ? "config" : "reset"; }
 
 /* The first 8191 bytes of `file` as a text. 0 or -1 (logged). */
 int ReadStart(const char *file, char (&text)[8192]) {
-  FILE *stream = fopen(file, "re");
+  const FileHandle stream(fopen(file, "re"));
   if (stream == nullptr) {
     AMS_PRINT(4, "Failed %s open failed", file);
     return -1;
   }
-  size_t length = fread(text, 1, sizeof text - 1, stream);
+  size_t length = fread(text, 1, sizeof text - 1, stream.get());
   text[length] = '\0';
-  fclose(stream);
   if (length == 0) {
     AMS_PRINT(4, "failed %s read", file);
     AMS_PRINT(1, "buf is %s\n", text);
@@ -105,10 +104,9 @@ int cfgSha256Hex(const char *input, char (&digest)[65]) {
 
 int cfgFlashIsNand() {
   char type[256] = "";
-  FILE *file = fopen("/sys/class/mtd/mtd1/type", "re");
+  const FileHandle file(fopen("/sys/class/mtd/mtd1/type", "re"));
   if (file == nullptr) return -1;
-  bool nand = fgets(type, sizeof type, file) != nullptr && strstr(type, "nand") != nullptr;
-  fclose(file);
+  bool nand = fgets(type, sizeof type, file.get()) != nullptr && strstr(type, "nand") != nullptr;
   /* The word is fixed: tools that read the logs count on it. The result is what tells. */
   AMS_PRINT(1, "Flash type is %s \n", "nor");
   return nand ? 0 : -1;

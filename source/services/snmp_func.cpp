@@ -12,6 +12,7 @@
 #include <vector>
 
 #include "ams_config_shell.h"
+#include "file_handle.h"
 #include "free_ports.h"
 #include "op_rows.h"
 #include "op_values.h"
@@ -92,10 +93,9 @@ bool ConfigFits() {
    line could not write is seen in the file alone. Of the values the shell may make another text. */
 bool IsWhole(const std::vector<std::string> &lines) {
   std::string text(64 * 1024, '\0');
-  FILE *file = fopen(CONFIG, "re");
+  const FileHandle file(fopen(CONFIG, "re"));
   if (file == nullptr) return false;
-  text.resize(fread(text.data(), 1, text.size(), file));
-  fclose(file);
+  text.resize(fread(text.data(), 1, text.size(), file.get()));
   size_t at = 0;
   for (const std::string &line : lines) {
     at = text.find(line.substr(0, line.find(' ') + 1), at);

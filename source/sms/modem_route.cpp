@@ -14,6 +14,7 @@
 
 #include "ams_common_api.h"
 #include "ams_config_shell.h"
+#include "file_handle.h"
 #include "sms_trace.h"
 
 namespace {
@@ -57,10 +58,9 @@ const UsbModem kModems[] = {
 void AttachedIds(uint32_t *vendor, uint32_t *product) {
   char line[256] = "", first[256], second[256];
   *vendor = *product = 0;
-  FILE *file = fopen(kDeviceInfo, "re");
+  const FileHandle file(fopen(kDeviceInfo, "re"));
   if (file == nullptr) return;
-  if (fgets(line, sizeof line, file) == nullptr) *line = '\0';
-  fclose(file);
+  if (fgets(line, sizeof line, file.get()) == nullptr) *line = '\0';
   if (sscanf(line, "%255s %255s", first, second) != 2) return;
   *vendor = static_cast<uint32_t>(strtoul(first, nullptr, 16));
   *product = static_cast<uint32_t>(strtoul(second, nullptr, 16));

@@ -34,11 +34,9 @@ long UpTime() {
 
 std::string ReadText(const char *path) {
   char text[kAnswerRoom];
-  FILE *file = fopen(path, "re");
+  const FileHandle file(fopen(path, "re"));
   if (file == nullptr) return "";
-  size_t length = fread(text, 1, sizeof text, file);
-  fclose(file);
-  return std::string(text, length);
+  return std::string(text, fread(text, 1, sizeof text, file.get()));
 }
 
 void WriteText(const char *path, const std::string &text) {

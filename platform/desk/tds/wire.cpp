@@ -245,22 +245,32 @@ int SendPieces(int fd, WireHead *head, const void *data, int flags) {
   return Uninterrupted([&] { return sendmsg(fd, &message, flags); });
 }
 
-/* The record behind the head of a large payload: one byte, and the file. */
-int SendFile(int fd, int file, int flags) {
-  char byte = 0;
-  struct iovec piece = {&byte, sizeof byte};
-  struct msghdr message = {};
+/* The record behind the head of a large payload: one byte, and room for the file. */
+struct FileRecord {
+  char byte;
+  struct iovec piece;
+  struct msghdr message;
   ControlBuffer control;
-  message.msg_iov = &piece;
-  message.msg_iovlen = 1;
-  message.msg_control = control.bytes;
-  message.msg_controllen = sizeof(control.bytes);
-  struct cmsghdr *part = CMSG_FIRSTHDR(&message);
+};
+
+void Prepare(FileRecord *record) {
+  *record = {};
+  record->piece = {&record->byte, sizeof record->byte};
+  record->message.msg_iov = &record->piece;
+  record->message.msg_iovlen = 1;
+  record->message.msg_control = record->control.bytes;
+  record->message.msg_controllen = sizeof record->control.bytes;
+}
+
+int SendFile(int fd, int file, int flags) {
+  FileRecord record;
+  Prepare(&record);
+  struct cmsghdr *part = CMSG_FIRSTHDR(&record.message);
   part->cmsg_level = SOL_SOCKET;
   part->cmsg_type = SCM_RIGHTS;
   part->cmsg_len = CMSG_LEN(sizeof(int));
   memcpy(CMSG_DATA(part), &file, sizeof(file));
-  return Uninterrupted([&] { return sendmsg(fd, &message, flags); });
+  return Uninterrupted([&] { return sendmsg(fd, &record.message, flags); });
 }
 
 /* A socket that polls as writable takes a few small records more. 0, or -1 with errno. */
@@ -292,20 +302,15 @@ int SendLarge(int fd, const WireHead &head, const void *data, int flags) {
 
 /* As WireReceive, with the record that follows an announced head. */
 int ReceiveFile(int fd, WireHead *announced, WireFrame *frame, int flags) {
-  char byte;
-  struct iovec piece = {&byte, sizeof byte};
-  struct msghdr message = {};
-  ControlBuffer control;
-  message.msg_iov = &piece;
-  message.msg_iovlen = 1;
-  message.msg_control = control.bytes;
-  message.msg_controllen = sizeof(control.bytes);
-  const ssize_t size = BehindReset([&] { return recvmsg(fd, &message, flags | MSG_CMSG_CLOEXEC); });
+  FileRecord record;
+  Prepare(&record);
+  const ssize_t size =
+      BehindReset([&] { return recvmsg(fd, &record.message, flags | MSG_CMSG_CLOEXEC); });
   if (size < 0) return -1;
-  const int file = TakeFile(&message);
+  const int file = TakeFile(&record.message);
   frame->head = *announced;
   *announced = {};
-  const bool good = size == sizeof byte && file >= 0 && MapPayloadFile(file, frame);
+  const bool good = size == sizeof record.byte && file >= 0 && MapPayloadFile(file, frame);
   if (file >= 0) close(file);
   frame->data = frame->large.get();
   if (good) return 1;
