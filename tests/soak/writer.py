@@ -107,6 +107,14 @@ def begin(damage, may_lose, cut):
     return model
 
 
+def told(task):
+    """What goes wrong is said at once, whatever others are at."""
+    try:
+        task()
+    except Exception as error:  # pylint: disable=broad-except # a damaged answer, a file that is not there
+        say("wrong", f"{type(error).__name__}: {error}".replace("\n", " "))
+
+
 def change(model, number, seed):
     client, rng = gateway.Client(), random.Random(f"{seed}/{number}")
     own = own_of(model, number, CLIENTS)
@@ -123,12 +131,9 @@ def main():
     model = begin(damage, int(may_lose), cut)
     if model:
         say("up")
-        together([lambda n=n: change(model, n, seed) for n in range(CLIENTS)])
+        together([lambda n=n: told(lambda: change(model, n, seed)) for n in range(CLIENTS)])
 
 
 if __name__ == "__main__":
-    try:
-        main()
-    except (gateway.Wrong, OSError) as error:
-        say("wrong", str(error).replace("\n", " "))
+    told(main)
     threading.Event().wait(gateway.PATIENCE)  # for the cut
