@@ -6,12 +6,15 @@ import collections
 import os
 import random
 import re
+import select
 import shutil
 import signal
 import subprocess
 import sys
 import tempfile
 import time
+
+from gateway import PATIENCE, Wrong
 
 HERE = os.path.dirname(os.path.realpath(__file__))
 # What becomes of the files at a cut, and how often: nothing; what was being written is torn; the last pages of
@@ -72,13 +75,9 @@ def tear(rng, flash, damage):
     return "area1", changes, "the last pages"
 
 
-class Wrong(Exception):
-    """What was seen, and what it should have been."""
-
-
 def first_process(process):
     """The sandbox's first process, once there is one."""
-    limit = time.monotonic() + 60
+    limit = time.monotonic() + PATIENCE
     while time.monotonic() < limit:
         try:
             with open(f"/proc/{process.pid}/comm", encoding="ascii") as name:
@@ -88,7 +87,19 @@ def first_process(process):
         except OSError:
             pass
         time.sleep(0.001)
-    raise SystemExit("soak: no sandbox in 60 s: its own words are above")
+    process.kill()
+    raise Wrong(f"no sandbox in {PATIENCE} s: its own words are above")
+
+
+def lines(out):
+    """What is said in the sandbox, line by line, to its end. Who waits there for an answer gives up before."""
+    rest = b""
+    while select.select([out], [], [], 3 * PATIENCE)[0]:
+        if not (piece := os.read(out.fileno(), 1 << 16)):
+            return
+        *whole, rest = (rest + piece).split(b"\n")
+        yield from (line.decode() for line in whole)
+    raise Wrong(f"it hangs: nothing was said in {3 * PATIENCE} s")
 
 
 def power(rng, sandbox, state, expected, cut, counts):
@@ -96,15 +107,14 @@ def power(rng, sandbox, state, expected, cut, counts):
     had come up. Raises Wrong."""
     process = subprocess.Popen(
         [*sandbox, "--state", state, "--bare", "--", "python3", f"{HERE}/writer.py", *map(str, expected), str(cut), str(rng.random())],
-        stdout=subprocess.PIPE, text=True)
-    first = first_process(process)
-    seen = collections.Counter()
+        stdout=subprocess.PIPE)
+    first, heard, seen = first_process(process), lines(process.stdout), collections.Counter()
 
     def note(line):
         what, *words = line.split()
         seen[what] += 1
         if what == "wrong":
-            raise Wrong(line[6:-1])
+            raise Wrong(line[6:])
         if what == "checked":
             seen["changes in flight"] += int(words[0])
             seen["changes lost, and said"] += int(words[1])
@@ -115,14 +125,14 @@ def power(rng, sandbox, state, expected, cut, counts):
             time.sleep(pause)  # while it starts
         else:
             while seen["confirmed"] < wanted:
-                if not (line := process.stdout.readline()):
+                if not (line := next(heard, None)):
                     raise Wrong("it ended by itself")
                 note(line)
             time.sleep(pause / 50)  # within a change, not between two
     finally:
         os.kill(first, signal.SIGKILL)  # and the kernel ends all others in there at once
         process.wait()
-    for line in process.stdout:
+    for line in heard:
         note(line)
     up = seen.pop("up", 0)
     seen["while it started"] = int(not up)
