@@ -127,7 +127,7 @@ def main():
     damage, may_lose, cut, seed = sys.argv[1:]
     os.symlink(LOG, "/var/log/devkit/dbmgr.log")
     os.symlink(f"{os.environ['DEVKIT_BUILD']}/bin/stub", "/usr/sbin/dropbearkey")  # a key takes seconds
-    gateway.daemon("start", "dbmgr", "sysmgr")
+    gateway.daemon("start", *gateway.NAMES)
     model = begin(damage, int(may_lose), cut)
     if model:
         say("up")
