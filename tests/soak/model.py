@@ -110,8 +110,9 @@ class Model:
         self.unsure[self.home(op[1])] = op
 
     def died(self, op, answer, not_done):
-        """Somebody died before the answer; it may say what became of the change."""
-        changed = "parameters have changed" in answer
+        """Somebody died before the answer; it may say what became of the change. Of a row that may be new it
+        does not: that is seen when the store is read."""
+        changed = op[0] == "set" and "parameters have changed" in answer
         if changed or not_done:
             del self.unsure[self.home(op[1])]
         if changed:
