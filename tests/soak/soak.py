@@ -63,10 +63,9 @@ class Run:
             if came_to == "unsent":
                 time.sleep(0.02)  # as a client that tries again
 
-    def fault(self, step):
-        """Some of the gateway dies or is restarted at a moment in the midst of the requests."""
-        rng = self.rng(step, "fault")
-        names, dies = rng.choice(FAULTS), rng.random() < 0.75
+    def fault(self, names, rng):
+        """They die or are restarted at a moment in the midst of the requests."""
+        dies = rng.random() < 0.75
         with self.moved:
             wanted = self.counts["requests"] + rng.randint(1, 40)
             self.moved.wait_for(lambda: self.counts["requests"] >= wanted, 5)
@@ -76,20 +75,23 @@ class Run:
         gateway.daemon("start" if dies else "restart", *names)
         self.count("faults" if dies else "restarts")
 
-    def disturb(self, special, rng):
-        self.count("done in a fault" if specials.disturbed(special, self.clients[CLIENTS], rng) else "cut short in a fault")
+    def act(self, special, fault, rng):
+        """What runs beside the clients. A fault of those whom it needs may cut it short."""
+        if not special.meets(fault):
+            special.run(self.clients[CLIENTS], rng)
+            self.count(special.name)
+        elif special.run is not specials.unplugged:  # a fault of its own
+            done = specials.disturbed(special, self.clients[CLIENTS], rng)
+            self.count("done in a fault" if done else "cut short in a fault")
 
     def step(self, step):
-        rng = self.rng(step, "step")
+        rng, chance = self.rng(step, "step"), self.rng(step, "fault")
         faulty = not calm(step) and rng.random() < 0.75
-        others = [lambda: self.fault(step)] if faulty else []
+        fault = chance.choice(FAULTS) if faulty else ()
+        others = [lambda: self.fault(fault, chance)] if faulty else []
         if rng.random() < 0.6:
-            name, special = rng.choice(specials.SPECIALS)
-            if not faulty:
-                others = [lambda: special(self.clients[CLIENTS], rng)]
-                self.count(name)
-            elif special is not specials.unplugged:  # a fault of its own
-                others.append(lambda: self.disturb(special, rng))
+            special = rng.choices(specials.SPECIALS, [special.often for special in specials.SPECIALS])[0]
+            others.append(lambda: self.act(special, fault, rng))
         together([lambda n=n: self.ask_many(step, n, faulty) for n in range(CLIENTS)] + others)
         if faulty:
             mix.fence(self.clients[0])
@@ -156,7 +158,7 @@ def table(run, steps, seconds):
     rows = [("steps", steps), ("seconds", round(seconds)), ("requests", counts["requests"]),
             ("answers", counts["answered"] + counts["confirmed"]), ("not begun, in a fault", counts["unsent"]),
             ("died with a fault", counts["lost"]), ("confirmed changes", counts["confirmed"])]
-    rows += [(name, counts[name]) for name in sorted({name for name, _ in specials.SPECIALS})]
+    rows += [(name, counts[name]) for name in sorted(special.name for special in specials.SPECIALS)]
     rows += [(name, counts[name]) for name in ("done in a fault", "cut short in a fault")]
     rows += [("faults injected", counts["faults"]), ("restarts", counts["restarts"]),
              ("lost writes", counts["lost writes"]), ("wrong answers", counts["wrong answers"]),

@@ -3,6 +3,7 @@ runs beside the parallel clients, on parameters that are nobody else's."""
 import os
 import subprocess
 import threading
+import typing
 
 import gateway
 from gateway import CALLS, COMMANDS, INFORMS, Wrong, run, text_of, until, word
@@ -162,10 +163,10 @@ def access(client, rng):
 
 
 def disturbed(special, client, rng):
-    """In the midst of a fault: it may be done, refused or lost. Whether it was done to its end."""
+    """In the midst of a fault of somebody whom it needs: it may be done, refused or lost. Whether it was done to its end."""
     try:
         with gateway.patience_of(2):
-            special(client, rng)
+            special.run(client, rng)
     except gateway.Hangs:
         raise
     except (Wrong, OSError, ValueError, LookupError):  # an answer, a process or a file that is not there
@@ -183,9 +184,25 @@ def tidy(client, threads):
             client.done(f"del {ACCESS}.ServiceCtrlList.{row}")
 
 
-# How often, and what; the two slow ones seldom.
+class Special(typing.NamedTuple):
+    name: str
+    often: int  # the slow ones seldom
+    run: typing.Callable
+    beside: tuple = ()  # whom it needs beside sysmgr and dbmgr
+
+    def meets(self, fault):
+        """Whether somebody whom it needs is in the fault: else it has to be done as ever."""
+        return not {"sysmgr", "dbmgr", *self.beside}.isdisjoint(fault)
+
+
 SPECIALS = (
-    [("messages", messages)] * 3 + [("unplugged", unplugged), ("service codes", service_code)]
-    + [("keys", key)] * 3 + [("notifications", notification), ("informs", inform), ("timers", timer)] * 2
-    + [("access lists", access)] * 2 + [("downloads", download)]
+    Special("messages", 3, messages, ("modem",)),
+    Special("unplugged", 1, unplugged, ("modem",)),
+    Special("service codes", 1, service_code, ("modem",)),
+    Special("keys", 3, key),
+    Special("notifications", 2, notification),
+    Special("informs", 2, inform),
+    Special("timers", 2, timer),
+    Special("access lists", 2, access),
+    Special("downloads", 1, download, ("vermgt",)),
 )
