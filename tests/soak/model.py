@@ -15,7 +15,16 @@ FILE = "/etc/tr098_data_model.xml"
 OTHERS = re.compile(
     r"NumberOfEntries$|X_KVO-RestartWeb|X_KVO-UserChange|DigitMap|X_CT-COM_Restore|X_KVO_Download|X_KVO_ShortMsg"
     r"|ServiceAccessControl|ManualInform|MaintainComplete|WANIFNAME|X_KVO-ACTION|\.Stats\.|X_KVO_Is_Voip|ServiceSamba"
-    r"|WANIPConnection|VoiceService\.Template|PhyInterface|\.Line\b|IADDiag"
+    r"|WANIPConnection|PhyInterface|\.Line\b|IADDiag"
+)
+# What does not stay as it is though no client sets it: what tells of the machine; states that op functions find out
+# or that tell of what was done; what the steps beside the clients set, send or order, or have cut short.
+MOVES = re.compile(
+    r"\.DeviceInfo\.(UpTime|MemoryStatus\.(Free|Total)|ProcessStatus\.CPUUsage)$"
+    r"|X_KVO-RestartWeb$|\.X_CT-COM_(Manual)?InformState$|X_KVO_IPSec\.TunnelList\.[0-9]+\.ConnectionStatus$"
+    r"|\.X_CT-COM_ManualInform$|X_KVO_TR069WANSAVE$|\.(ServiceAccessControl|ServiceSamba)\.Enable$"
+    r"|X_KVO_ShortMsg\.(DelIdx|MsgInbox|MsgResult|MsgSend\.Msg(Content|To)|USSD\.(Command|Menu))$"
+    r"|X_KVO_Download\.(CommandKey|CompleteTime|FaultCode|FileType|Password|StartTime|URL|Username)$"
 )
 LETTERS = [chr(code) for code in range(33, 127)] + list(" é=ßЖ€你😀")
 PLAIN = "abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789"
@@ -77,7 +86,7 @@ class Model:
         self.journal = None
         for path, text in values.items():
             above, _, leaf = path.rpartition(".")
-            if leaf in self.shapes.get(generic(above), {}):
+            if self.has(path):
                 self.objects.setdefault(above, {})[leaf] = text
         for path, numbers in rows.items():
             if path in arrays - deep and self.shapes[f"{path}.{{i}}"]:
@@ -89,6 +98,10 @@ class Model:
         """What may be set there, or in the rows of an array."""
         shape = self.shapes[generic(f"{place}.0" if place in self.rows else place)]
         return {leaf: attributes for leaf, (attributes, _) in shape.items()}
+
+    def has(self, path):
+        above, _, leaf = path.rpartition(".")
+        return leaf in self.shapes.get(generic(above), {})
 
     def home(self, path):
         """Whose parallel client it is: a row is its array's."""
@@ -170,3 +183,27 @@ class Model:
                 if seen != text:
                     found.append(f"{path}.{leaf}: {seen!r}, not {text!r}")
         return found
+
+
+class Rest:
+    """What no client changes: values and rows stay as they were at first, and each array's count is that of its rows."""
+
+    def __init__(self, store, model):
+        self.model = model
+        self.first = self.of(store)
+
+    def of(self, store):
+        values, rows = store
+        counts = {f"{array}NumberOfEntries" for array in rows}
+        return {**{path: text for path, text in values.items()
+                   if not (self.model.has(path) or path in counts or MOVES.search(path))},
+                **{array: numbers for array, numbers in rows.items() if array not in self.model.rows}}
+
+    def differences(self, store):
+        values, rows = store
+        now, first = self.of(store), self.first
+        found = [f"{path}: {now.get(path)!r}, at first {first.get(path)!r}"
+                 for path in sorted(now.keys() | first.keys()) if now.get(path) != first.get(path)]
+        return found + [f"{array}NumberOfEntries: {values[f'{array}NumberOfEntries']!r}, there are {len(numbers)}"
+                        for array, numbers in rows.items()
+                        if values.get(f"{array}NumberOfEntries", str(len(numbers))) != str(len(numbers))]

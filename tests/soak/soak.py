@@ -52,7 +52,9 @@ class Run:
         self.calm_since, self.warm, self.growth = 0, {}, {}  # of each process: what it used, and what more now
         self.since = options.first  # the step since which nothing was compared with the store
         self.clients = [gateway.Client() for _ in range(CLIENTS + 1)]
-        self.model = plain.Model(gateway.snapshot())
+        store = gateway.snapshot()
+        self.model = plain.Model(store)
+        self.rest = plain.Rest(store, self.model)
         self.threads = gateway.used("sysmgr")[2]
 
     def count(self, what):
@@ -115,7 +117,8 @@ class Run:
             self.audit(step)
 
     def audit(self, step):
-        lost = self.model.differences(gateway.snapshot())
+        store = gateway.snapshot()
+        lost = self.model.differences(store) + self.rest.differences(store)
         if lost:
             self.counts["lost writes"] += len(lost)
             raise Wrong("; ".join(lost[:5]))
@@ -211,8 +214,8 @@ def main():
     parser.add_argument("--seed", type=int, required=True)
     parser.add_argument("--from", type=int, default=0, dest="first")
     options = parser.parse_args()
-    run, begin, step, wrong = Run(options), time.monotonic(), options.first, None
     gateway.until(lambda: "\nkillall -q smbd\n" in gateway.text_of(gateway.COMMANDS), "the last of the start")
+    run, begin, step, wrong = Run(options), time.monotonic(), options.first, None
     said = begin
     open(gateway.INFORMS, "a", encoding="utf-8").close()
     try:
