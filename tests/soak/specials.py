@@ -15,6 +15,7 @@ ORDER = f"{ROOT}.X_TR69_Transfer.X_KVO_Download"
 SERVER = f"{ROOT}.ManagementServer"
 CONNECTION = f"{ROOT}.WANDevice.1.WANConnectionDevice.1.WANIPConnection.1"
 OWN = "13800138000"
+SENDING = "/var/atcmd_lock"  # there while a short message is handed to the modem
 
 
 def grows(file, line, act):
@@ -176,6 +177,8 @@ def disturbed(special, client, rng):
 
 def tidy(client, threads):
     """What a special leaves that was cut short; `threads` is what sysmgr has without an order."""
+    if os.path.exists(SENDING):  # left by a sender that was killed: whoever sends next waits for it without end
+        os.unlink(SENDING)
     run("modemctl", "reset")
     run("vermgtctl", "behave", "normal")
     until(lambda: gateway.used("sysmgr")[2] == threads, "the end of the order")
