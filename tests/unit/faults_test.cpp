@@ -22,6 +22,7 @@
 
 extern "C" int __real_clock_gettime(clockid_t clock, struct timespec *now);
 extern "C" int __wrap_clock_gettime(clockid_t clock, struct timespec *now);
+extern "C" time_t __wrap_time(time_t *seconds);
 
 namespace {
 
@@ -346,4 +347,11 @@ int __wrap_clock_gettime(clockid_t clock, struct timespec *now) {
   const int result = __real_clock_gettime(clock, now);
   if (clock == CLOCK_REALTIME) now->tv_sec += std::max(jumps = -jumps, time_t{0});
   return result;
+}
+
+time_t __wrap_time(time_t *seconds) {
+  struct timespec now;
+  (void)__wrap_clock_gettime(CLOCK_REALTIME, &now); /* it has no failure */
+  if (seconds != nullptr) *seconds = now.tv_sec;
+  return now.tv_sec;
 }
