@@ -1,5 +1,6 @@
 // The board's small files and scripts: keys of shell-style files, hex digests, the flash type, the
-// WAN rule scripts. Calls may come from any thread.
+// WAN rule scripts; for the board's other modules as well, some for them alone. Calls may come from
+// any thread.
 #pragma once
 
 #include <cstddef>
