@@ -49,7 +49,7 @@ class Run:
         self.options = options
         self.counts = collections.Counter()
         self.moved = threading.Condition()
-        self.calm_since, self.warm, self.growth = 0, {}, {}  # of each process: what it used, and what more now
+        self.grown_since, self.warm, self.growth = 0, {}, {}  # of each process: what it used, and what more now
         self.since = options.first  # the step since which nothing was compared with the store
         self.clients = [gateway.Client() for _ in range(CLIENTS + 1)]
         store = gateway.snapshot()
@@ -108,6 +108,7 @@ class Run:
         special = early(self.options.seed).get(step) or self.any_special(rng)
         if special:
             others.append(lambda: self.act(special, fault, rng))
+        before = self.looks() if faulty else {}
         together([lambda n=n: self.ask_many(step, n, faulty) for n in range(CLIENTS)] + others)
         if faulty:
             mix.fence(self.clients[0])
@@ -115,6 +116,8 @@ class Run:
             self.model.settle(gateway.snapshot())
         if faulty or step % 5 == 4:
             self.audit(step)
+        if faulty:
+            self.left(step, before)
 
     def audit(self, step):
         store = gateway.snapshot()
@@ -130,17 +133,36 @@ class Run:
         if not calm(step) or era < 8 or step < era + era // 4:
             self.warm = {}
             return
-        self.calm_since = self.calm_since if self.warm else step
-        if not self.warm:  # the connections to modules stay; that the keys' one refuses to answer says that it is there
-            for line in ("get InternetGatewayDevice.DeviceInfo.Manufacturer", "get InternetGatewayDevice.ManagementServer.URL",
-                         "get InternetGatewayDevice.Services.ServiceTelnet.Port", "send sysmgr:button_proc 0x100052 --wait --hex 0100"):
-                self.clients[CLIENTS].ask(line)
+        if not self.warm:
+            self.grown_since = step
+            self.connect()
         for name in NAMES:
             process = name, gateway.pid(name)
             if process in self.warm:
-                self.compare(name, self.warm[process])
+                self.grown(name, self.warm[process])
             else:
                 self.warm[process] = look(name)
+
+    def connect(self):
+        """Connections stay, each client's and those to modules; that the keys' one refuses to answer says that it is there."""
+        for client in self.clients:
+            for line in ("get InternetGatewayDevice.DeviceInfo.Manufacturer", "get InternetGatewayDevice.ManagementServer.URL",
+                         "get InternetGatewayDevice.Services.ServiceTelnet.Port", "send sysmgr:button_proc 0x100052 --wait --hex 0100"):
+                client.ask(line)
+
+    def looks(self):
+        """What each process uses."""
+        self.connect()
+        return {(name, gateway.pid(name)): look(name) for name in NAMES}
+
+    def left(self, step, before):
+        """A fault leaves nothing in those that it has not ended."""
+        self.connect()
+        for name in NAMES:
+            if (name, gateway.pid(name)) in before:
+                self.grown_since = step
+                self.compare(name, before[name, gateway.pid(name)], "before the fault")
+                self.count("who outlived them")
 
     def owed(self):
         """What has to be seen in a run from the first step on, before it may say that all is well."""
@@ -159,21 +181,24 @@ class Run:
             self.since = 0
             raise Wrong(f"in {step} steps these were never seen: {', '.join(self.owed())}")
 
-    def compare(self, name, warm):
-        """Timers work at any time, so it looks until only memory is more than it was, if ever."""
+    def compare(self, name, before, when):
+        """Timers work at any time, so it looks until only memory is more than it was, if ever. Returns how much, in KiB."""
         limit = time.monotonic() + gateway.PATIENCE
         while True:
             used, heap = look(name)
-            kib, *others = [now - before for now, before in zip(used, warm[0])]
-            leaked = {tag: n - warm[1].get(tag, 0) for tag, n in heap.items() if n > warm[1].get(tag, 0)}
+            kib, *others = [now - then for now, then in zip(used, before[0])]
+            leaked = {tag: n - before[1].get(tag, 0) for tag, n in heap.items() if n > before[1].get(tag, 0)}
             if max(others) <= 0 and not leaked:
-                break
+                return kib
             if time.monotonic() > limit:
                 self.counts["leaked blocks"] = sum(leaked.values())
                 self.growth[name] = [kib, *others]
-                raise Grown(f"{name} has {others[0]} descriptors and {others[1]} threads more than when it was warm, "
+                raise Grown(f"{name} has {others[0]} descriptors and {others[1]} threads more than {when}, "
                             f"and of blocks of its counted heap {leaked}")
             time.sleep(0.05)
+
+    def grown(self, name, warm):
+        kib = self.compare(name, warm, "when it was warm")
         self.growth[name] = [max(kib, self.growth.get(name, [0])[0]), 0, 0]
         if kib > LIMIT_KIB and not os.environ.get("GATEWAY_SANITIZE"):  # sanitizers keep what was freed
             raise Grown(f"{name} has {kib} KiB more than when it was warm")
@@ -198,8 +223,8 @@ def table(run, steps, seconds):
     rows += [(name, counts[name]) for name in sorted(special.name for special in specials.SPECIALS)]
     rows += [(name, counts[name]) for name in ("done in a fault", "cut short in a fault")]
     rows += [("faults injected", counts["faults"]), ("restarts", counts["restarts"]),
-             ("lost writes", counts["lost writes"]), ("wrong answers", counts["wrong answers"]),
-             ("leaked blocks", counts["leaked blocks"])]
+             ("who outlived them", counts["who outlived them"]), ("lost writes", counts["lost writes"]),
+             ("wrong answers", counts["wrong answers"]), ("leaked blocks", counts["leaked blocks"])]
     lines = [f"{name:24}{number:>10}" for name, number in rows]
     lines += [f"growth of {name:14}{kib:>10} KiB, {fds} descriptors, {threads} threads"
               for name, (kib, fds, threads) in run.growth.items()]
@@ -236,7 +261,7 @@ def main():
         for name in NAMES:
             last = gateway.text_of(f"/var/log/devkit/{name}.log").splitlines()[-15:]
             print(f"--- the end of {name}.log", *last, sep="\n", file=sys.stderr)
-        first = run.calm_since if isinstance(wrong, Grown) else run.since
+        first = run.grown_since if isinstance(wrong, Grown) else run.since
         sys.exit(f"soak: seed {options.seed}, step {step}: {type(wrong).__name__}: {wrong}\n"
                  f"soak: again: script/soak --seed {options.seed} --from {first} --steps {step - first + 1}")
 
