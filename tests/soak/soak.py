@@ -21,6 +21,8 @@ CLIENTS = 4
 LIMIT_KIB = 512  # what a process may have more of its own memory at the end of a calm time; of all else nothing
 LATE = 10  # minutes that a slow machine has more, to come through the first calm times
 FIRST_STEPS = 16  # then these times are over
+CONNECTING = ("get InternetGatewayDevice.DeviceInfo.Manufacturer", "get InternetGatewayDevice.ManagementServer.URL",
+              "get InternetGatewayDevice.Services.ServiceTelnet.Port", "send sysmgr:button_proc 0x100052 --wait --hex 0100")
 FAULTS = (("sysmgr",), ("dbmgr",), ("dbmgr", "sysmgr"), ("modem",), ("vermgt",), NAMES)
 
 
@@ -146,8 +148,7 @@ class Run:
     def connect(self):
         """Connections stay, each client's and those to modules; that the keys' one refuses to answer says that it is there."""
         for client in self.clients:
-            for line in ("get InternetGatewayDevice.DeviceInfo.Manufacturer", "get InternetGatewayDevice.ManagementServer.URL",
-                         "get InternetGatewayDevice.Services.ServiceTelnet.Port", "send sysmgr:button_proc 0x100052 --wait --hex 0100"):
+            for line in CONNECTING:
                 client.ask(line)
 
     def looks(self):
