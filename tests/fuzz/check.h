@@ -4,6 +4,7 @@
 
 #include <unistd.h>
 
+#include <chrono>
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
@@ -11,6 +12,7 @@
 #include <memory>
 #include <string>
 #include <string_view>
+#include <thread>
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size);
 extern "C" int LLVMFuzzerInitialize(int *argc, char ***argv);
@@ -19,6 +21,13 @@ extern "C" int LLVMFuzzerInitialize(int *argc, char ***argv);
 #define WRAPPED(result, name, ...)              \
   extern "C" result __wrap_##name(__VA_ARGS__); \
   extern "C" result __wrap_##name(__VA_ARGS__)
+
+/* sleep() of a target, whose code waits for nothing. libFuzzer's own thread, which looks at the
+   memory each second, does: else it would take half of the processor. */
+inline unsigned SleepOfOthers(unsigned seconds) {
+  if (gettid() != getpid()) std::this_thread::sleep_for(std::chrono::seconds(seconds));
+  return 0;
+}
 
 /* Past the stream, which a target may have silenced. */
 inline void Check(bool holds, const char *what) {

@@ -2,6 +2,7 @@
 // functions and handlers, over the gateway's own data model. An input is steps; each is a byte for
 // its kind, two for what it is about, and a text up to the next byte 0xFE.
 #include <algorithm>
+#include <utility>
 #include <vector>
 
 #include "appt_dispatch.h"
@@ -27,6 +28,10 @@ constexpr const char *kFiles[] = {"/var/tmp/devinfo", "/var/snmpd.conf", "/var/s
 std::vector<std::string> nodes, leaves; /* that there are now */
 std::vector<const MsgEntry *> messages; /* but the start and the requests */
 std::string output;                     /* of a command, and what another process answers */
+
+/* The tree as its file has it: paths and values, in its order. */
+std::vector<std::pair<std::string, std::string>> loaded;
+bool rows_touched = true; /* numbers of rows may be used up, too */
 
 template <typename List>
 const auto &At(const List &list, unsigned number) {
@@ -88,8 +93,16 @@ void Ask(unsigned about, std::string text) {
   text.resize(std::min(text.size(), kTextMax));
   const uint32_t command = At(kCommands, about / 256);
   if (command == APPT_CMD_SET) return; /* Set's: a raw list would pass the data-base manager by */
-  Request(command, At(nodes, about % 256), text);
-  if (command == APPT_CMD_ADD || command == APPT_CMD_DEL) Look();
+  const std::string url = At(nodes, about % 256);
+  AmsDeskPlace place = {};
+  (void)ams_desk_place(url.c_str(), &place); /* it may be gone */
+  const bool rows =
+      (command == APPT_CMD_ADD && place.is_array) || (command == APPT_CMD_DEL && place.is_instance);
+  Request(command, url, text);
+  if (rows) {
+    rows_touched = true;
+    Look();
+  }
 }
 
 void Tell(unsigned about, std::string text) {
@@ -105,9 +118,51 @@ void File(unsigned about, std::string text) { PutFile(At(kFiles, about), text); 
 
 /* ---- beginning ---- */
 
-void Begin() {
+int Keep(const AmsDeskNode &node, void *) {
+  loaded.emplace_back(node.path, node.value);
+  return 0;
+}
+
+void Load() {
   Check(LoadModel(fopen(kModel, "re")), "the gateway's data model does not load");
   Look();
+  loaded.clear();
+  Check(ams_desk_walk(kRoot, true, Keep, nullptr) == 0, "the data model cannot be read");
+  rows_touched = false;
+}
+
+struct Difference {
+  size_t at = 0; /* node that is next */
+  std::vector<size_t> values;
+};
+
+/* Ends the walk at another node than was loaded. */
+int Compare(const AmsDeskNode &node, void *context) {
+  auto *difference = static_cast<Difference *>(context);
+  if (difference->at == loaded.size() || node.path != loaded[difference->at].first) return 1;
+  if (node.value != loaded[difference->at].second) difference->values.push_back(difference->at);
+  ++difference->at;
+  return 0;
+}
+
+/* Gives leaves the values that they were loaded with; none is on the change list then. False: the
+   tree has other rows. */
+bool PutBack() {
+  Difference difference;
+  char *changes = nullptr;
+  if (ams_desk_walk(kRoot, true, Compare, &difference) != 0 || difference.at != loaded.size())
+    return false;
+  for (size_t at : difference.values)
+    Check(ams_mxml_fset_leaf(loaded[at].first.c_str(), loaded[at].second.c_str()) == 0,
+          "a value cannot be put back");
+  Check(ams_read_withAttr(gptXmlTrees->root, kRoot, 1, &changes) == 0, "no change list");
+  __tds_free(changes);
+  return true;
+}
+
+/* The tree as its file has it: an input that fails does so alone. */
+void Begin() {
+  if (rows_touched || !PutBack()) Load();
   WebPortList = {1, {80}};
   WebRestartForced = 0;
   output.clear();
@@ -139,7 +194,7 @@ WRAPPED(FILE *, popen, const char *line, const char *) {
 }
 WRAPPED(int, pclose, FILE *stream) { return fclose(stream); }
 WRAPPED(int, usleep, useconds_t) { return 0; }
-WRAPPED(unsigned, sleep, unsigned) { return 0; }
+WRAPPED(unsigned, sleep, unsigned seconds) { return SleepOfOthers(seconds); }
 WRAPPED(void, tds_delay, uint32_t) {}
 WRAPPED(int, SetTimer, int, uint32_t) { return 0; }
 WRAPPED(int, KillTimer, int) { return 0; }

@@ -103,7 +103,7 @@ WRAPPED(int, system, const char *line) {
   return 0;
 }
 WRAPPED(int, usleep, useconds_t) { return 0; }
-WRAPPED(unsigned, sleep, unsigned) { return 0; }
+WRAPPED(unsigned, sleep, unsigned seconds) { return SleepOfOthers(seconds); }
 WRAPPED(void, tds_delay, uint32_t) {}
 
 extern "C" int LLVMFuzzerInitialize(int *, char ***) {
