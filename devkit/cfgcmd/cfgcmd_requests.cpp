@@ -79,7 +79,7 @@ Outcome TakeFile(const std::string &name, Words *pairs) {
     return {EXIT_USAGE, name + " has more than 16 MiB: give a smaller one"};
   if (!in.eof()) return {EXIT_USAGE, "cannot read " + name + ": " + strerror(errno)};
   if (text[0] == '{') {
-    const Json values = Json::parse(text, nullptr, false);
+    const Json values = JsonIn(text);
     if (values.is_discarded()) return {EXIT_REFUSED, name + " begins with {, but is no JSON"};
     for (const auto &[path, value] : values.items()) {
       pairs->push_back(path);
@@ -129,7 +129,7 @@ Outcome List(const Words &words, const Options &options) {
       Ask(APPT_CMD_LIST, FullPath(words[0], options.base), "", options.limit_ms, &answer);
   if (outcome.status != EXIT_DONE) return outcome;
   if (!options.json) return {EXIT_DONE, answer.text + "\n"};
-  const Json list = Json::parse("[" + answer.text + "]", nullptr, false);
+  const Json list = JsonIn("[" + answer.text + "]");
   if (list.is_discarded()) return kDamagedAnswer;
   return {EXIT_DONE, JsonText(list)};
 }

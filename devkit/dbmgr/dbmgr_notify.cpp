@@ -25,7 +25,8 @@ void AskLike(const fs::path &folder) {
   uint32_t id = 0;
   const std::string name = folder.filename(), publisher = folder.parent_path().filename();
   const char *end = name.data() + name.size();
-  if (std::from_chars(name.data(), end, id, 16).ptr != end || IsAsked(id, publisher)) return;
+  const auto [behind, error] = std::from_chars(name.data(), end, id, 16);
+  if (behind != end || error != std::errc() || IsAsked(id, publisher)) return;
   if (TDS_RegisterNotifyList(id, publisher.c_str()) == 0) asked.emplace_back(id, publisher);
 }
 

@@ -1,8 +1,9 @@
 // Command lines and their times; see dbmgr_shell.h.
 #include "dbmgr_shell.h"
 
-#include <cstdlib>
+#include <charconv>
 #include <deque>
+#include <system_error>
 
 #include "log_file.h"
 
@@ -16,10 +17,11 @@ uint64_t offset; /* of what was read */
 
 /* "TIME LINE", the time in nanoseconds. */
 void Add(const std::string &line) {
-  char *end = nullptr;
-  const uint64_t at = strtoull(line.c_str(), &end, 10);
-  if (*end != ' ') return;
-  runs.push_back({at, end + 1});
+  uint64_t at = 0;
+  const char *end = line.data() + line.size();
+  const auto [behind, error] = std::from_chars(line.data(), end, at);
+  if (error != std::errc() || behind == end || *behind != ' ') return;
+  runs.push_back({at, std::string(behind + 1, end)});
   if (runs.size() > kRunsMax) runs.pop_front();
 }
 

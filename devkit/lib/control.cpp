@@ -28,6 +28,19 @@ int Connect(const char *path, double limit_s) {
 
 }  // namespace
 
+Json JsonIn(std::string_view bytes) {
+  constexpr int kLevels = 100;
+  bool deep = false;
+  auto look = [&](int above, Json::parse_event_t event, const Json &) {
+    const bool opens =
+        event == Json::parse_event_t::object_start || event == Json::parse_event_t::array_start;
+    deep = deep || (opens && above >= kLevels);
+    return !deep;
+  };
+  Json json = Json::parse(bytes, look, false);
+  return deep ? Json(Json::value_t::discarded) : json;
+}
+
 Json ControlReply(int status, const std::string &text) {
   return {{"status", status}, {"text", text}};
 }
@@ -46,8 +59,10 @@ int ControlNumber(const Json &object, const char *name, int absent) {
 }
 
 Json ControlReplyIn(const std::string &bytes) {
-  Json reply = Json::parse(bytes, nullptr, false);
-  bool whole = reply.is_object() && reply.contains("status") && reply["status"].is_number_integer();
+  Json reply = JsonIn(bytes);
+  bool whole = reply.is_object() && reply.contains("status") &&
+               reply["status"].is_number_integer() &&
+               (!reply.contains("text") || reply["text"].is_string());
   return whole ? reply : Json();
 }
 

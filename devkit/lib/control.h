@@ -5,10 +5,15 @@
 
 #include <nlohmann/json.hpp>
 #include <string>
+#include <string_view>
 
 #include "exit_status.h"
 
 using Json = nlohmann::ordered_json;
+
+/* The JSON in what arrived from outside; discarded (is_discarded) when it is none, or nested deeper
+   than 100 levels: whoever prints it would need as much of the stack. */
+Json JsonIn(std::string_view bytes);
 
 Json ControlReply(int status, const std::string &text);
 

@@ -9,7 +9,7 @@ constexpr size_t kPathsMax = 64, kPathMax = 255;
 
 /* The object in the bytes; null: there is none. */
 Json ObjectIn(const std::string &bytes) {
-  Json json = Json::parse(bytes, nullptr, false);
+  Json json = JsonIn(bytes);
   return json.is_object() ? json : Json();
 }
 

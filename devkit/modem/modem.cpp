@@ -59,7 +59,7 @@ void Serve(int listener) {
   if (client < 0) return;                                                  /* it has gone already */
   (void)setsockopt(client, SOL_SOCKET, SO_RCVTIMEO, &limit, sizeof limit); /* cannot fail */
   (void)setsockopt(client, SOL_SOCKET, SO_SNDTIMEO, &limit, sizeof limit);
-  Json request = Json::parse(ReadRequest(client), nullptr, false);
+  Json request = JsonIn(ReadRequest(client));
   Json reply = ModemControl(&modem, request, time(nullptr));
   if (TtyFollow(&modem) != 0)
     reply = ControlReply(EXIT_REFUSED,

@@ -85,7 +85,7 @@ bool Refused(const httplib::Request &request, const PanelDoor &door, httplib::Re
 
 void Run(const httplib::Request &request, httplib::Response *response) {
   const std::string name = request.matches[1];
-  Json asked = Json::parse(request.body, nullptr, false);
+  Json asked = JsonIn(request.body);
   if (!asked.is_object() || request.get_header_value("Content-Type") != "application/json")
     return Reply(response, 400, ControlReply(EXIT_USAGE, "the body is no JSON object"));
   for (const PanelCall *call : kTables)

@@ -171,7 +171,7 @@ Json Plan(const Json &asked) {
   program.insert(program.end(), words.begin(), words.end());
   std::string text;
   const int status = RunProgram(program, &text);
-  Json plan = Json::parse(text, nullptr, false);
+  Json plan = JsonIn(text);
   if (!plan.is_object())
     return ControlReply(EXIT_REFUSED, "no plan: /var/log/devkit/panel.log says why");
   Json reply = ControlReply(status, plan.value("text", ""));

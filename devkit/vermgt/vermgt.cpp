@@ -34,7 +34,7 @@ Json RunVerb(const Json &request) {
 
 void TakeControl(int32_t, const void *data, uint32_t length) {
   const char *text = static_cast<const char *>(data);
-  Json request = Json::parse(text, text + length, nullptr, false);
+  Json request = JsonIn({text, length});
   (void)AnswerSender(VERSION_CONTROL, /* it does not want to know */
                      ControlBytes(RunVerb(request)));
 }

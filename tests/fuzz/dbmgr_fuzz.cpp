@@ -122,7 +122,9 @@ bool IsName(const std::string &name) {
 }
 
 bool IsId(const std::string &name) {
-  return std::all_of(name.begin(), name.end(), [](unsigned char c) { return isxdigit(c) != 0; });
+  const size_t zeros = std::min(name.find_first_not_of('0'), name.size());
+  return name.size() - zeros <= 8 &&
+         std::all_of(name.begin(), name.end(), [](unsigned char c) { return isxdigit(c) != 0; });
 }
 
 /* Makes the folders of lines "PUBLISHER/ID"; the notifications that they are. */
@@ -131,7 +133,7 @@ Notifications MakeFolders(std::string_view lines) {
   while (!lines.empty()) {
     std::string_view line = TakePiece(&lines, '\n');
     const std::string publisher(TakePiece(&line, '/')), id(line);
-    if (!IsName(publisher) || !IsName(id) || id.size() > 8) continue;
+    if (!IsName(publisher) || !IsName(id)) continue;
     fs::create_directories(kNotify / publisher / id);
     if (IsId(id)) made.emplace(static_cast<uint32_t>(std::stoul(id, nullptr, 16)), publisher);
   }

@@ -28,7 +28,7 @@ std::string Type(Modem *modem, std::string_view bytes) {
 }
 
 void Ask(Modem *modem, std::string_view text) {
-  const Json reply = ModemControl(modem, Json::parse(text, nullptr, false), kNow);
+  const Json reply = ModemControl(modem, JsonIn(text), kNow);
   const Json read = ControlReplyIn(ControlBytes(reply));
   Check(!read.is_null() && read["status"] == reply["status"], "modemctl cannot read the reply");
 }

@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <filesystem>
 #include <fstream>
+#include <map>
 
 #include "modem_control.h"
 #include "modem_core.h"
@@ -217,6 +218,16 @@ TEST(Modem, StateTellsTheLastCommandsAndWhatWasSent) {
   EXPECT_EQ(state["sent"].back(), (Json{{"to", "+46708251358"}, {"pdu", kElsewhere}}));
   Control(&modem, {{"verb", "reset"}});
   EXPECT_TRUE(modem.sent.empty());
+}
+
+/* What it asks could not be refused with it named, as far down as it goes. */
+TEST(Control, AsksInJsonOfAHundredLevelsAtMost) {
+  for (const auto &[levels, taken] :
+       std::map<size_t, bool>{{100, true}, {101, false}, {130000, false}}) {
+    const std::string text = std::string(levels, '[') + "1" + std::string(levels, ']');
+    EXPECT_NE(JsonIn(text).is_discarded(), taken) << levels;
+  }
+  EXPECT_TRUE(ControlReplyIn(R"({"status": 1, "text": 5})").is_null());
 }
 
 }  // namespace
