@@ -264,13 +264,14 @@ void Prepare(FileRecord *record) {
 
 int SendFile(int fd, int file, int flags) {
   FileRecord record;
+  struct msghdr &message = record.message;
   Prepare(&record);
-  struct cmsghdr *part = CMSG_FIRSTHDR(&record.message);
+  struct cmsghdr *part = CMSG_FIRSTHDR(&message);
   part->cmsg_level = SOL_SOCKET;
   part->cmsg_type = SCM_RIGHTS;
   part->cmsg_len = CMSG_LEN(sizeof(int));
   memcpy(CMSG_DATA(part), &file, sizeof(file));
-  return Uninterrupted([&] { return sendmsg(fd, &record.message, flags); });
+  return Uninterrupted([&] { return sendmsg(fd, &message, flags); });
 }
 
 /* A socket that polls as writable takes a few small records more. 0, or -1 with errno. */
@@ -303,11 +304,11 @@ int SendLarge(int fd, const WireHead &head, const void *data, int flags) {
 /* As WireReceive, with the record that follows an announced head. */
 int ReceiveFile(int fd, WireHead *announced, WireFrame *frame, int flags) {
   FileRecord record;
+  struct msghdr &message = record.message;
   Prepare(&record);
-  const ssize_t size =
-      BehindReset([&] { return recvmsg(fd, &record.message, flags | MSG_CMSG_CLOEXEC); });
+  const ssize_t size = BehindReset([&] { return recvmsg(fd, &message, flags | MSG_CMSG_CLOEXEC); });
   if (size < 0) return -1;
-  const int file = TakeFile(&record.message);
+  const int file = TakeFile(&message);
   frame->head = *announced;
   *announced = {};
   const bool good = size == sizeof record.byte && file >= 0 && MapPayloadFile(file, frame);
