@@ -159,19 +159,26 @@ class Model:
             self.objects.pop(op[1], None)
 
     def settle(self, store):
-        """Makes what was unsure what it is in the store, if it is done or not begun; check() sees the rest."""
+        """Makes what was unsure what it is in the store, if it is done or not begun; check() sees the rest. What it
+        so has, and had not."""
         values, rows = store
+        changed = []
         for home, op in self.unsure.items():
             new = rows[home] - self.rows[home] if op[0] == "add" else set()
-            if op[0] == "set" and all(values.get(f"{op[1]}.{leaf}") == text for leaf, text in op[2].items()):
-                self.make_so(op)
-            elif op[0] == "del" and int(op[1].rpartition(".")[2]) not in rows[home]:
-                self.make_so(op)
-            elif len(new) == 1 and min(new) > max(self.rows[home], default=0):
-                self.make_so(op, min(new))
+            if op[0] == "set":
+                is_done = all(values.get(f"{op[1]}.{leaf}") == text for leaf, text in op[2].items())
+            elif op[0] == "del":
+                is_done = int(op[1].rpartition(".")[2]) not in rows[home]
+            else:
+                is_done = len(new) == 1 and min(new) > max(self.rows[home], default=0)
+            if is_done:
+                if op[0] != "set" or not op[2].items() <= self.objects[op[1]].items():
+                    changed.append(op)
+                self.make_so(op, min(new, default=0))
             if op[0] == "add":
                 self.highest.pop(home, None)  # a row that was not made may have used its number up
         self.unsure.clear()
+        return changed
 
     def differences(self, store):
         values, rows = store

@@ -39,23 +39,25 @@ def replay(store, entries):
 
 
 def differences(store, entries, may_lose):
-    """What is not as it was, and the model of what is. So many changes may be lost, and they are the last ones."""
+    """What is not as it was, and the model of what is. So many changes may be lost, and they are the last ones that
+    were kept: one that was kept before them may have been confirmed behind."""
     wrong, lost, behind = [], 0, None
     for length in range(len(entries), 0, -1):
         model = replay(store, entries[:length])
         state = json.dumps([model.objects, {array: sorted(rows) for array, rows in model.rows.items()}], sort_keys=True)
         lost += behind not in (None, state)
         behind = state
-        if lost > may_lose:
+        if lost > may_lose + CLIENTS - 1:
             break
         in_flight = len(model.unsure)
-        model.settle(store)
+        kept = model.settle(store)
+        kept = [words for what, *words in entries[length:] if what == "done" and words[0] in kept]
         found = model.differences(store)
-        if not found:
-            say("checked", str(in_flight), str(lost))
+        if not found and lost - len(kept) <= may_lose:
+            say("checked", str(in_flight), str(lost - len(kept)))
             return [], model
         wrong = wrong or found
-    return [f"it is no moment of the last {lost} changes, of which {may_lose} may be lost"] * bool(may_lose) + wrong, None
+    return [f"it is no moment of the last {lost} changes, of which {may_lose} may be lost", *wrong], None
 
 
 def said_of(damage, since):
