@@ -105,7 +105,7 @@ void CommandTimes(const std::string &bytes) {
     const size_t digits = std::min(line.find_first_not_of("0123456789"), line.size());
     ++lines;
     if (digits == 0 || digits > 19 || line[digits] != ' ') continue;
-    const std::pair<uint64_t, std::string> wanted = {std::stoull(line), &line[digits + 1]};
+    const std::pair<uint64_t, std::string> wanted = {std::stoull(line), line.substr(digits + 1)};
     run = std::find(run, runs.end(), wanted);
     Check(run++ != runs.end(), "a line is no run, or not in its order");
   }
