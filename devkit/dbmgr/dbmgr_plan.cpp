@@ -1,7 +1,6 @@
 // Checks of requests; see dbmgr_plan.h.
 #include "dbmgr_plan.h"
 
-#include <cctype>
 #include <cstring>
 #include <new>
 #include <string_view>
