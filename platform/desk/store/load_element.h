@@ -45,6 +45,7 @@ struct Loader {
   int templates;       /* of these, Templates */
   size_t bytes;        /* of rows so far */
   std::string scratch; /* an attribute set being built */
+  std::string record;  /* a row being built */
   std::unordered_map<std::string, AttributeSet> sets;
   std::vector<std::pair<std::string, std::string>> later;
   std::string error;  /* why the load ended */

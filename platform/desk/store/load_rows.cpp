@@ -32,12 +32,10 @@ pugi::xml_node Or(const Given &given, pugi::xml_node other) {
 
 /* ---- one row ---- */
 
-/* A row whose bytes the caller puts where `data` points to. */
-int Append(Loader *loader, std::string_view key, size_t size, char **data) {
-  MDB_val row = LmdbVal(key.data(), key.size()), value = {size, nullptr};
-  int rc = LmdbRoom(shared_tree.lmdb, mdb_cursor_txn(loader->cursor), size);
-  if (rc == 0) rc = mdb_cursor_put(loader->cursor, &row, &value, MDB_APPEND | MDB_RESERVE);
-  *data = static_cast<char *>(value.mv_data);
+int Append(Loader *loader, std::string_view key, std::string_view data) {
+  MDB_val row = LmdbVal(key.data(), key.size()), value = LmdbVal(data.data(), data.size());
+  int rc = LmdbRoom(shared_tree.lmdb, mdb_cursor_txn(loader->cursor), data.size());
+  if (rc == 0) rc = mdb_cursor_put(loader->cursor, &row, &value, MDB_APPEND);
   if (rc == 0) return 0;
   loader->error = std::string("the store took no more: ") + mdb_strerror(rc);
   return -1;
@@ -65,15 +63,12 @@ int PutRow(Loader *loader, const Element &element, std::string_view value) {
     loader->later.emplace_back(KeyText(KeyMarked(KEY_NOTIFY, loader->key)), element.notify);
   }
   const size_t size = RecordSize(head, value.size());
-  char *data;
   if (CountRow(loader, element, loader->key.length + size) != 0) return -1;
-  if (loader->key.bytes[0] == KEY_TEMPLATE) {
-    loader->later.emplace_back(KeyText(loader->key), std::string(size, '\0'));
-    data = &loader->later.back().second[0];
-  } else if (Append(loader, KeyText(loader->key), size, &data) != 0) {
-    return -1;
-  }
-  RecordWrite(head, loader->order, value, data);
+  loader->record.resize(size);
+  RecordWrite(head, loader->order, value, loader->record.data());
+  if (loader->key.bytes[0] != KEY_TEMPLATE)
+    return Append(loader, KeyText(loader->key), loader->record);
+  loader->later.emplace_back(KeyText(loader->key), loader->record);
   return 0;
 }
 
@@ -356,11 +351,8 @@ int PutLater(Loader *loader) {
   for (const auto &set : loader->sets)
     loader->later.emplace_back(KeyText(AttributesKey(set.second.number)), set.first);
   std::sort(loader->later.begin(), loader->later.end());
-  for (const auto &row : loader->later) {
-    char *data;
-    if (Append(loader, row.first, row.second.size(), &data) != 0) return -1;
-    memcpy(data, row.second.data(), row.second.size());
-  }
+  for (const auto &row : loader->later)
+    if (Append(loader, row.first, row.second) != 0) return -1;
   return 0;
 }
 
