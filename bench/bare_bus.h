@@ -17,5 +17,9 @@ enum BareWait { BARE_EPOLL, BARE_READ };
    process between them (hops 2: four messages). Starts the processes; they end with the caller. */
 std::function<void()> BareTrip(WireSizes sizes, int hops, BareWait wait);
 
+/* The calling thread is to let the one that wakes it go on. A client of several connections
+   measures the scheduler otherwise, which lets it answer each answer, or all of them together. */
+void DoNotPreempt();
+
 /* Calls a second that a bare server with an epoll set answers to `clients` connections. */
 double BareRate(WireSizes sizes, int clients, int calls);
