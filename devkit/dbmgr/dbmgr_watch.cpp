@@ -7,6 +7,7 @@
 #include <ctime>
 #include <deque>
 #include <map>
+#include <memory>
 #include <new>
 #include <unordered_map>
 #include <vector>
@@ -40,8 +41,8 @@ struct Watcher {
 bool watched = false;
 uint64_t last_question = 0; /* ns of the monotonic clock */
 uint64_t run = 0;           /* of this process; a watcher of an earlier one begins anew */
-std::unordered_map<uint64_t, Watched> begun; /* by token */
-std::deque<Watched> kept;
+std::unordered_map<uint64_t, std::unique_ptr<Watched>> begun; /* by token; none is NULL */
+std::deque<std::unique_ptr<Watched>> kept;                    /* as above */
 size_t kept_bytes = 0;
 uint64_t next_number = 0; /* of the event that comes next */
 std::vector<Watcher> watchers;
@@ -67,7 +68,7 @@ void Note(uint64_t client, Work work) {
   const auto found = begun.find(client);
   if (found == begun.end()) return;
   try {
-    work(&found->second);
+    work(found->second.get());
   } catch (const std::bad_alloc &) {
     begun.erase(found);
   }
@@ -82,14 +83,14 @@ void PauseLater() {
   if (!pausing) pausing = SetTimer(WATCH_PAUSE_TIMER, kPauseMs) == 0;
 }
 
-void Keep(Watched event) {
-  event.number = next_number;
-  event.bytes = EventBytes(event);
+void Keep(std::unique_ptr<Watched> event) {
+  event->number = next_number;
+  event->bytes = EventBytes(*event);
   kept.push_back(std::move(event));
   ++next_number;
-  kept_bytes += kept.back().bytes;
+  kept_bytes += kept.back()->bytes;
   while (kept.size() > kKeptMax || kept_bytes > kBytesMax) {
-    kept_bytes -= kept.front().bytes;
+    kept_bytes -= kept.front()->bytes;
     kept.pop_front();
   }
   TellSoon();
@@ -102,7 +103,7 @@ bool IsNews(const Watched &event, const Watcher &watcher) {
 
 bool HasNews(const Watcher &watcher) {
   return std::any_of(kept.begin(), kept.end(),
-                     [&](const Watched &event) { return IsNews(event, watcher); });
+                     [&](const auto &event) { return IsNews(*event, watcher); });
 }
 
 bool WasWith(const Watched &event, const std::string &module) {
@@ -119,7 +120,7 @@ bool MayBeOf(const Watched &other, const CommandRun &command, const Watched &eve
 }
 
 Json CommandJson(const CommandRun &command, const Watched &event) {
-  auto may_be_of = [&](const Watched &other) { return MayBeOf(other, command, event); };
+  auto may_be_of = [&](const auto &other) { return MayBeOf(*other, command, event); };
   Json json = {{"line", command.line}, {"at_ms", MsBetween(event.begun, command.at)}};
   if (std::any_of(kept.begin(), kept.end(), may_be_of) ||
       std::any_of(begun.begin(), begun.end(),
@@ -151,16 +152,16 @@ Json Commands(const Watched &event) {
 void Tell(const Watcher &watcher) {
   WatchNews news;
   news.place = {run, next_number};
-  if (watcher.place.run == run && !kept.empty() && kept.front().number > watcher.place.next)
-    news.missed = kept.front().number - watcher.place.next;
-  for (const Watched &event : kept) {
-    if (!IsNews(event, watcher)) continue;
+  if (watcher.place.run == run && !kept.empty() && kept.front()->number > watcher.place.next)
+    news.missed = kept.front()->number - watcher.place.next;
+  for (const auto &event : kept) {
+    if (!IsNews(*event, watcher)) continue;
     if (news.events.size() == kToldMax) {
-      news.place.next = event.number;
+      news.place.next = event->number;
       break;
     }
-    Json json = EventJson(event);
-    if (Json commands = Commands(event); !commands.empty()) json["commands"] = std::move(commands);
+    Json json = EventJson(*event);
+    if (Json commands = Commands(*event); !commands.empty()) json["commands"] = std::move(commands);
     news.events.push_back(std::move(json));
   }
   const std::string bytes = WatchAnswer(news);
@@ -205,15 +206,15 @@ void End() {
 void WatchBegun(uint64_t client, const DbmgrRequest &asked) {
   if (!watched) return;
   try {
-    Watched event;
+    auto event = std::make_unique<Watched>();
     char name[TDS_NAME_SIZE];
     Sender(name);
-    event.time = TimeMs();
-    event.begun = Now();
-    event.client = name;
-    event.pid = tds_sender_pid();
-    event.command = asked.command;
-    event.path = asked.url;
+    event->time = TimeMs();
+    event->begun = Now();
+    event->client = name;
+    event->pid = tds_sender_pid();
+    event->command = asked.command;
+    event->path = asked.url;
     begun.emplace(client, std::move(event));
   } catch (const std::bad_alloc &) {
   }
@@ -251,7 +252,10 @@ void WatchAcknowledged(uint64_t client, const std::string &module) {
 }
 
 void WatchAnswered(uint64_t client, int32_t result, std::string_view text) {
-  Note(client, [&](Watched *event) {
+  auto node = begun.extract(client);
+  if (node.empty()) return;
+  try {
+    Watched *event = node.mapped().get();
     event->ended = Now();
     event->result = result;
     if (text.find(static_cast<char>(AMS_SEPARATOR)) == text.npos) /* no whole object */
@@ -259,9 +263,9 @@ void WatchAnswered(uint64_t client, int32_t result, std::string_view text) {
     event->after = ValuesOf(event->plan);
     for (Stay &stay : event->stays)
       if (stay.acknowledged == 0) stay = {stay.module, stay.sent, stay.sent, event->ended};
-    Keep(std::move(*event));
-    begun.erase(client);
-  });
+    Keep(std::move(node.mapped()));
+  } catch (const std::bad_alloc &) {
+  }
 }
 
 void WatchAsked(int32_t, const void *data, uint32_t length) {
@@ -305,15 +309,15 @@ void WatchPause(int32_t, const void *, uint32_t) {
 void WatchOther(int32_t id, const void *data, uint32_t length) {
   char sender[TDS_NAME_SIZE];
   Sender(sender);
-  Watched event;
   if (!watched || !NotifyIsWatched(static_cast<uint32_t>(id), sender)) {
     AMS_PRINT(2, "message 0x%x from %s has no row, dropped", static_cast<uint32_t>(id), sender);
     return;
   }
-  event.time = TimeMs();
-  event.client = sender;
-  event.command = static_cast<uint32_t>(id);
-  event.is_notification = true;
-  event.text.assign(static_cast<const char *>(data), std::min<size_t>(length, kWatchedTextMax));
+  auto event = std::make_unique<Watched>();
+  event->time = TimeMs();
+  event->client = sender;
+  event->command = static_cast<uint32_t>(id);
+  event->is_notification = true;
+  event->text.assign(static_cast<const char *>(data), std::min<size_t>(length, kWatchedTextMax));
   Keep(std::move(event));
 }
