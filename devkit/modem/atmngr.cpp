@@ -20,6 +20,7 @@
 #include <cstring>
 #include <string>
 
+#include "at_answer.h"
 #include "exit_status.h"
 #include "modem_tty.h"
 #include "new_file.h"
@@ -71,42 +72,6 @@ bool Lock(const Line &line) {
   bool locked = flock(line.file, LOCK_EX) == 0;
   setitimer(ITIMER_REAL, &none, nullptr);
   return locked;
-}
-
-/* ---- what the modem says ---- */
-
-/* Where the answer to `sent` begins in all that came: behind its echo and blank lines. */
-size_t AnswerStart(const std::string &text, const std::string &sent, bool *echoed) {
-  size_t at = text.find(sent);
-  *echoed = at != text.npos;
-  at = text.find_first_not_of("\r\n ", *echoed ? at + sent.size() : 0);
-  return at != text.npos ? at : text.size();
-}
-
-bool IsPrompt(const std::string &text) { return text == "> " || text == ">"; }
-
-/* The status of a final line, -1 for any other. */
-int FinalStatus(const std::string &line) {
-  if (line == "OK") return EXIT_DONE;
-  bool refused = line == "ERROR" || line.compare(0, 11, "+CMS ERROR:") == 0 ||
-                 line.compare(0, 11, "+CME ERROR:") == 0;
-  return refused ? EXIT_REFUSED : -1;
-}
-
-/* The end of the answer that begins at `start`, behind its final line; npos while there is none.
-   A prompt is an end, too. */
-size_t AnswerEnd(const std::string &text, size_t start, int *status) {
-  while (start < text.size()) {
-    size_t end = text.find("\r\n", start);
-    if (end == text.npos) {
-      *status = EXIT_DONE;
-      return IsPrompt(text.substr(start)) ? text.size() : text.npos;
-    }
-    *status = FinalStatus(text.substr(start, end - start));
-    if (*status >= 0) return end + 2;
-    start = end + 2;
-  }
-  return text.npos;
 }
 
 /* Waits for more; false when there is none in time, or no tty any more. */
@@ -188,31 +153,19 @@ int AtMngr(int argc, char **argv) {
   if (!Lock(line)) return Complain(line, "is in use all the time");
   (void)tcflush(line.file, TCIFLUSH); /* what nobody waited for */
   int status = Exchange(line, text, &answer);
-  if (status == EXIT_DONE && IsPrompt(answer)) return WithoutPdu(line);
+  if (status == EXIT_DONE && EndsInPrompt(answer)) return WithoutPdu(line);
   fwrite(answer.data(), 1, answer.size(), stdout);
   return fflush(stdout) == 0 ? status : EXIT_NO_ANSWER;
 }
 
 /* ---- nanocom ---- */
 
-/* "COMMAND\r|PDU" as the file has it: the command with its end, the PDU with Ctrl-Z or "". */
 bool ReadCommand(std::string *command, std::string *pdu) {
   char text[4096];
   int file = open(kCommandFile, O_RDONLY | O_CLOEXEC);
   ssize_t length = file < 0 ? -1 : read(file, text, sizeof text);
   if (file >= 0) close(file);
-  if (length <= 0) return false;
-  std::string whole(text, static_cast<size_t>(length));
-  size_t bar = whole.find('|');
-  *command = whole.substr(0, bar);
-  command->erase(command->find_last_not_of("\r\n") + 1);
-  *pdu = bar == whole.npos ? "" : whole.substr(bar + 1);
-  pdu->erase(pdu->find_last_not_of("\r\n") + 1);
-  *pdu = pdu->substr(0, pdu->find(kEndOfPdu));
-  if (!pdu->empty()) *pdu += kEndOfPdu;
-  bool any = !command->empty();
-  *command += '\r';
-  return any;
+  return length > 0 && SplitCommand(std::string(text, static_cast<size_t>(length)), command, pdu);
 }
 
 int WriteResult(const std::string &answer) {
@@ -240,7 +193,7 @@ int Nanocom(int argc, char **argv) {
   if (!Open(&line)) return Complain(line, "cannot be opened");
   (void)tcflush(line.file, TCIFLUSH); /* what nobody waited for */
   int status = Exchange(line, command, &answer);
-  if (status == EXIT_DONE && IsPrompt(answer)) {
+  if (status == EXIT_DONE && EndsInPrompt(answer)) {
     if (pdu.empty()) return WithoutPdu(line);
     status = Exchange(line, pdu, &answer);
   }
