@@ -67,26 +67,30 @@ bool TakePairs(const Words &words, Words *pairs) {
 
 constexpr size_t kFileMost = 16 * 1024 * 1024;
 
-/* "PATH=VALUE" lines, or a JSON object, both as get prints them. */
-Outcome TakeFile(const std::string &name, Words *pairs) {
+Outcome ReadWhole(const std::string &name, std::string *text) {
   std::ifstream file;
   if (name != "-") file.open(name);
   std::istream &in = name == "-" ? std::cin : file;
-  std::string text(kFileMost + 1, '\0');
-  if (in) in.read(text.data(), static_cast<std::streamsize>(text.size()));
-  text.resize(static_cast<size_t>(in.gcount()));
-  if (text.size() > kFileMost)
+  text->resize(kFileMost + 1);
+  if (in) in.read(text->data(), static_cast<std::streamsize>(text->size()));
+  text->resize(static_cast<size_t>(in.gcount()));
+  if (text->size() > kFileMost)
     return {EXIT_USAGE, name + " has more than 16 MiB: give a smaller one"};
   if (!in.eof()) return {EXIT_USAGE, "cannot read " + name + ": " + strerror(errno)};
-  if (text[0] == '{') {
-    const Json values = JsonIn(text);
-    if (values.is_discarded()) return {EXIT_REFUSED, name + " begins with {, but is no JSON"};
-    for (const auto &[path, value] : values.items()) {
-      pairs->push_back(path);
-      pairs->push_back(value.is_string() ? value.get<std::string>() : ControlBytes(value));
-    }
-    return {};
+  return {};
+}
+
+Outcome TakeJson(const std::string &name, const std::string &text, Words *pairs) {
+  const Json values = JsonIn(text);
+  if (values.is_discarded()) return {EXIT_REFUSED, name + " begins with {, but is no JSON"};
+  for (const auto &[path, value] : values.items()) {
+    pairs->push_back(path);
+    pairs->push_back(value.is_string() ? value.get<std::string>() : ControlBytes(value));
   }
+  return {};
+}
+
+Outcome TakeLines(const std::string &name, const std::string &text, Words *pairs) {
   std::istringstream lines(text);
   size_t number = 0;
   for (std::string line; std::getline(lines, line);) {
@@ -98,6 +102,19 @@ Outcome TakeFile(const std::string &name, Words *pairs) {
     (void)TakePairs({line}, pairs); /* it has one */
   }
   return {};
+}
+
+/* "PATH=VALUE" lines, or a JSON object, both as get prints them. */
+Outcome TakeFile(const std::string &name, Words *pairs) {
+  std::string text;
+  Outcome outcome = ReadWhole(name, &text);
+  if (outcome.status != EXIT_DONE) return outcome;
+  outcome = text[0] == '{' ? TakeJson(name, text, pairs) : TakeLines(name, text, pairs);
+  for (size_t i = 0; i < pairs->size() && outcome.status == EXIT_DONE; ++i)
+    if ((*pairs)[i].find('\0') != std::string::npos)
+      outcome = {EXIT_REFUSED, name + " has a zero byte in \"" + (*pairs)[i - i % 2] +
+                                   "\" or its value: no parameter takes one"};
+  return outcome;
 }
 
 Outcome Set(const Words &said, const Options &options) {

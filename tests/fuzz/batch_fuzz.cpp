@@ -1,6 +1,9 @@
-// The client's batches and what it makes of answers. The first byte tells whether it prints JSON;
-// then a line of a batch, and behind a line feed the answer that each of its requests gets.
+// The client's batches, its files of values, and what it makes of answers. The first byte tells
+// whether it prints JSON, and whether it sets what is in a file; then a line of a batch, to a line
+// feed, or the file, to a byte 0xFE; behind it the answer that each of its requests gets.
+#include <algorithm>
 #include <cerrno>
+#include <cstring>
 
 #include "ams_print.h"
 #include "cfgcmd.h"
@@ -23,6 +26,23 @@ void Quote(const Words &words) {
   }
   Words again;
   Check(SplitLine(line, &again) && again == words, "quoted words are others");
+}
+
+Outcome FromLine(const Options &options) {
+  const std::string line(TakePiece(&answer, '\n'));
+  Words words;
+  if (SplitLine(line, &words)) Quote(words);
+  if (line.find('\0') != line.npos) return {}; /* no argument has it, nor a line that is typed */
+  return RunLine(line, options);
+}
+
+Outcome FromFile(Options *options) {
+  static const std::vector<const Verb *> verbs = AllVerbs();
+  static const auto set = std::find_if(
+      verbs.begin(), verbs.end(), [](const Verb *verb) { return strcmp(verb->name, "set") == 0; });
+  options->file = "/tmp/values";
+  PutFile(options->file.c_str(), TakePiece(&answer, '\xFE'));
+  return RunVerb(**set, {}, *options);
 }
 
 }  // namespace
@@ -53,11 +73,7 @@ int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
   Options options;
   options.json = (data[0] & 1) != 0;
   answer = TextOf(data + 1, size - 1);
-  const std::string line(TakePiece(&answer, '\n'));
-  Words words;
-  if (SplitLine(line, &words)) Quote(words);
-  if (line.find('\0') != line.npos) return 0; /* no argument has it, nor a line that is typed */
-  Outcome outcome = RunLine(line, options);
+  const Outcome outcome = (data[0] & 2) != 0 ? FromFile(&options) : FromLine(options);
   Check(outcome.status >= EXIT_DONE && outcome.status <= EXIT_NO_ANSWER, "there is no such status");
   if (options.json && outcome.status == EXIT_DONE && !outcome.text.empty())
     Check(Json::accept(outcome.text), "what is printed as JSON is none");
