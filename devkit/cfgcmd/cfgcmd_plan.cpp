@@ -60,8 +60,9 @@ Nodes AllNodes() {
   return nodes;
 }
 
-/* The start of a daemon writes statuses anew; what comes then is to find those of the gateway. */
-void RestoreStatuses() {
+/* The start of a daemon writes statuses anew; what comes then is to find those of the gateway.
+   False when the file of these is none. */
+bool RestoreStatuses() try {
   const Nodes nodes = AllNodes();
   for (const Json &before : Json::parse(AppendedSince(kTreeBefore, 0))) {
     const auto now = nodes.find(before["path"]);
@@ -69,6 +70,9 @@ void RestoreStatuses() {
     (void)ams_sset_node_value(gptXmlTrees->root, now->first.c_str(),
                               before["value"].get<std::string>().c_str()); /* it fitted before */
   }
+  return true;
+} catch (const Json::exception &) {
+  return false;
 }
 
 struct File {
@@ -217,7 +221,8 @@ const Verb *ChangeNamed(const std::string &name) {
 Outcome Try(const Verb &verb, const Words &words, const Options &options) {
   if (!AttachStore()) return kNoStore;
   AwaitQuiet();
-  RestoreStatuses();
+  if (!RestoreStatuses())
+    return {EXIT_NO_ANSWER, std::string(kTreeBefore) + " is no tree: cfgcmd plan has it made"};
   const Nodes nodes = AllNodes();
   const Files files = AllFiles();
   const uint64_t offset = FileSize(kCommandsLog);
