@@ -65,19 +65,20 @@ int CannotRead(const char *path) {
 int ReadSource(const char *path, Entries *entries) {
   std::unique_ptr<FILE, int (*)(FILE *)> file(fopen(path, "re"), fclose);
   if (file == nullptr) return errno == ENOENT ? 0 : CannotRead(path);
-  char *text = nullptr;
+  struct Text {
+    char *bytes = nullptr;
+    ~Text() { free(bytes); }
+  } text;
   size_t room = 0;
   ssize_t length;
-  for (int number = 1; (length = getline(&text, &room, file.get())) >= 0; ++number) {
-    std::string_view line(text, static_cast<size_t>(length));
+  for (int number = 1; (length = getline(&text.bytes, &room, file.get())) >= 0; ++number) {
+    std::string_view line(text.bytes, static_cast<size_t>(length));
     while (!line.empty() && (line.back() == '\n' || line.back() == '\r')) line.remove_suffix(1);
     const char *wrong = ReadLine(line, entries);
     if (wrong != nullptr)
       AMS_PRINT(4, "store: %s:%d passed over: the line %s\n", path, number, wrong);
   }
-  const int result = feof(file.get()) != 0 ? 0 : CannotRead(path);
-  free(text);
-  return result;
+  return feof(file.get()) != 0 ? 0 : CannotRead(path);
 }
 
 int Unset(const char *key, const char *, void *) { return nvram_unset(key, NVTYPE_STAGING); }
