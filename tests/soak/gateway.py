@@ -68,7 +68,10 @@ class Client:
 
 
 def run(*words):
-    done = subprocess.run(words, capture_output=True, text=True, check=False)
+    try:
+        done = subprocess.run(words, capture_output=True, text=True, check=False, timeout=2 * PATIENCE)
+    except subprocess.TimeoutExpired as error:
+        raise Hangs(f"{' '.join(words)}: it does not end") from error
     if done.returncode != 0:
         raise Wrong(f"{' '.join(words)}: status {done.returncode}: {done.stderr}")
     return done.stdout

@@ -159,7 +159,7 @@ class Model:
             self.objects.pop(op[1], None)
 
     def settle(self, store):
-        """Makes what was unsure what it is in the store, if it is done or not begun; check() sees the rest. What it
+        """Makes what was unsure what it is in the store, if it is done or not begun; differences() sees the rest. What it
         so has, and had not."""
         values, rows = store
         changed = []

@@ -240,6 +240,8 @@ def main():
     parser.add_argument("--seed", type=int, required=True)
     parser.add_argument("--from", type=int, default=0, dest="first")
     options = parser.parse_args()
+    if options.steps < 1:
+        parser.error("give at least one step")
     gateway.until(lambda: "\nkillall -q smbd\n" in gateway.text_of(gateway.COMMANDS), "the last of the start")
     run, begin, step, wrong = Run(options), time.monotonic(), options.first, None
     said = begin
