@@ -87,16 +87,15 @@ def begin(damage, may_lose, cut):
         if damage == "area2" and FIRST.items() <= model.objects[DEVICE].items():
             entries += [["begin", ["set", DEVICE, FIRST]], ["done", ["set", DEVICE, FIRST], "ok"]]
         all_lost = "settings are lost" in said and damage == "all"
-        if not all_lost:
-            found, seen = differences(store, entries, may_lose)
-            if found:
-                return say("wrong", "; ".join(found[:5]))
-            if not may_lose:  # else a number that was used may be lost, too
-                model.highest = seen.highest
+        found, seen = differences(store, entries[:1] if all_lost else entries, may_lose)
+        if found:
+            return say("wrong", "; ".join(found[:5]))
+        if not may_lose:  # else a number that was used may be lost, too
+            model.highest = seen.highest
         if "area1" in said:
-            entries = []  # the file is written anew
+            del entries[1:]  # the file is written anew
     bases = [number for number, entry in enumerate(entries) if entry[0] == "base"]
-    entries = entries[bases[-BASES] if len(bases) > BASES else 0:]
+    del entries[1:bases[-BASES] if len(bases) > BASES else 1]  # what was at first stays: it is when all is lost
     rows = {array: sorted(numbers) for array, numbers in model.rows.items()}
     if not os.path.exists(JOURNAL):
         before = {**model.objects, DEVICE: {**model.objects[DEVICE], **BEFORE}}
