@@ -63,12 +63,11 @@ void Request(uint32_t command, const std::string &url, const std::string &text) 
   __tds_free(arg.rBuf);
 }
 
-/* The leaf's text as the data-base manager lets it through; "" and false: it does not. */
+/* Whether the data-base manager lets the text through, in the form that it gives it. */
 bool Takes(const std::string &path, std::string *text) {
   AmsDeskLeaf leaf;
   std::string why;
   Check(ams_desk_leaf(path.c_str(), &leaf) == 0, "a leaf that is not there");
-  if (leaf.check.empty() && leaf.type == "string") leaf.check = "text";
   return CheckValue(leaf, text, &why) == 0;
 }
 

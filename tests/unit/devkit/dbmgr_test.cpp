@@ -326,11 +326,13 @@ std::string Asked(uint32_t id, const std::string &message) {
              : strerror(errno);
 }
 
-/* "done", or the text of the answer's refusal. */
-std::string Answered(const DbmgrRequest &request) {
+/* "done", with `text` as the answer has it, or the text of the answer's refusal. */
+std::string Answered(const DbmgrRequest &request, std::string *text = nullptr) {
   DbmgrAnswer answer;
   std::string bytes = Asked(kDbmgrRequest, DbmgrPutRequest(request));
-  return DbmgrGetAnswer(bytes, &answer) != 0 ? bytes : answer.result == 0 ? "done" : answer.text;
+  if (DbmgrGetAnswer(bytes, &answer) != 0) return bytes;
+  if (text != nullptr) *text = answer.text;
+  return answer.result == 0 ? "done" : answer.text;
 }
 
 /* The answer to a request for the module's node. */
@@ -431,14 +433,21 @@ TEST_F(Route, EachRequestThatLacksMemoryIsAnswered) {
   for (bool is_watched : {false, true})
     for (const DbmgrRequest &request : kRequests) {
       size_t refused = 0;
+      std::string good, text;
+      LoadTree();
+      EXPECT_EQ(Answered(request, &good), "done");
+      const std::string after = state();
       for (size_t turn = 1, had = turn; had >= turn; ++turn) {
         SCOPED_TRACE(std::to_string(request.command) + " " + std::to_string(turn));
         LoadTree();
         if (is_watched) (void)Watched({});
         (void)count_from(turn);
-        const std::string answer = Answered(request);
+        const std::string answer = Answered(request, &text);
         had = count_from(0);
-        if (answer != "done") {
+        if (answer == "done") {
+          EXPECT_EQ(text, good);
+          EXPECT_EQ(state(), after);
+        } else {
           ++refused;
           EXPECT_TRUE(answer.find("memory") != answer.npos ||
                       answer.find("it cannot be kept") != answer.npos)

@@ -6,6 +6,7 @@
 #include <time.h>
 
 #include <atomic>
+#include <chrono>
 #include <filesystem>
 #include <fstream>
 #include <future>
@@ -208,6 +209,7 @@ TEST_F(Tds, APeerThatTakesNothingCostsItsSendersOneWait) {
 
 TEST_F(Tds, ACallHasOneLimitFromItsStart) {
   Raw listener("fake:a", 5);
+  std::chrono::steady_clock::time_point first; /* when it had an answer, and went on waiting */
   std::thread server([&] {
     Raw client = listener.Accept();
     client.Next(); /* its name */
@@ -215,13 +217,16 @@ TEST_F(Tds, ACallHasOneLimitFromItsStart) {
     memcpy(&sequence, client.Next().data() + 8, sizeof(sequence));
     tds_delay(1600);
     client.Send(Frame(kAnswerFrame, kEcho, sequence - 1, "of an earlier call"));
+    first = std::chrono::steady_clock::now();
     tds_delay(1400); /* the limit of 2 s is over */
     client.Send(Frame(kAnswerFrame, kEcho, sequence, "too late"));
     client.Next();
   });
+  const auto limit = std::chrono::steady_clock::now() + std::chrono::seconds(2);
   EXPECT_EQ(Failed(ETIMEDOUT), Call(kEcho, "x", "fake:a", 2000));
   EXPECT_EQ(0, SendMsg(kNote, "x", 1, "fake:a")) << "lets the server end";
   server.join();
+  if (first > limit) GTEST_SKIP() << "this machine is too slow to answer within a limit of 2 s";
 }
 
 TEST_F(Tds, AnEventOfAClosedDescriptorIsNobodys) {
