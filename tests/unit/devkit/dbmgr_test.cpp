@@ -417,6 +417,11 @@ TEST_F(Route, EachRequestThatLacksMemoryIsAnswered) {
     memcpy(&had, bytes.data(), std::min(sizeof had, bytes.size()));
     return had;
   };
+  auto load = [&] {
+    /* The module notes a watched request behind its answer: not in a new tree. */
+    (void)count_from(0);
+    LoadTree();
+  };
   auto state = [] {
     std::string text;
     EXPECT_EQ(ams_desk_text(IGD, 0, &text), 0);
@@ -429,17 +434,16 @@ TEST_F(Route, EachRequestThatLacksMemoryIsAnswered) {
       {APPT_CMD_REFRESH, IGD ".A", ""},
   };
   const std::string before = state();
-  (void)count_from(0);
   for (bool is_watched : {false, true})
     for (const DbmgrRequest &request : kRequests) {
       size_t refused = 0;
       std::string good, text;
-      LoadTree();
+      load();
       EXPECT_EQ(Answered(request, &good), "done");
       const std::string after = state();
       for (size_t turn = 1, had = turn; had >= turn; ++turn) {
         SCOPED_TRACE(std::to_string(request.command) + " " + std::to_string(turn));
-        LoadTree();
+        load();
         if (is_watched) (void)Watched({});
         (void)count_from(turn);
         const std::string answer = Answered(request, &text);
