@@ -6,17 +6,20 @@
 //
 // Prints one line a figure: name, value. Starts itself as "bus_bench MODULE SIZE" for the modules
 // that only pass messages on.
+#include <poll.h>
 #include <signal.h>
 #include <sys/prctl.h>
+#include <sys/socket.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <algorithm>
-#include <condition_variable>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <mutex>
+#include <functional>
+#include <string>
+#include <vector>
 
 #include "appt_request.h"
 #include "bare_bus.h"
@@ -33,25 +36,12 @@ constexpr char kModule[] = "sysmgr:devInfo";
 constexpr char kObject[] = "InternetGatewayDevice.DeviceInfo";
 constexpr char kLeaf[] = "Manufacturer";
 
-std::string frame; /* the request: one leaf read whose op function runs no script */
-std::mutex mutex;
-std::condition_variable finished;
-
-/* The run that the message centre's thread is in; the main thread waits for it to end. */
-struct Run {
-  const char *module;
-  int left, window;
-  uint64_t sent_at;
-  std::vector<uint64_t> *samples; /* NULL: only the rate is wanted */
-  std::vector<int> clients;       /* connections of the rate run */
-  size_t answer_size;
-} run;
-
 void Fail(const char *what) {
   fprintf(stderr, "bus_bench: %s\n", what);
   exit(1);
 }
 
+/* A leaf read whose op function runs no script. */
 std::string RequestFrame() {
   std::string url = kObject, value = kLeaf, text(APPT_HEAD_SIZE, '\0');
   appt_PutWord(&text[APPT_AT_COMMAND], APPT_CMD_GET);
@@ -62,50 +52,69 @@ std::string RequestFrame() {
   return text + value + '\0';
 }
 
-void SendOne(uint32_t chain) {
+std::string frame = RequestFrame();
+
+/* ---- clients of plain sockets that wait in the read, as those of the bare servers do ---- */
+
+/* Requests go to it on several connections; its acknowledgements come on one of its own. */
+struct Module {
+  std::vector<int> to;
+  int from;
+  WireHead announced;
+  WireFrame frame;
+};
+
+void Ask(const Module &module, uint32_t chain) {
   appt_PutWord(&frame[APPT_AT_CHAIN], chain);
-  uint32_t size = static_cast<uint32_t>(frame.size());
-  if (run.samples != nullptr) run.sent_at = Nanoseconds();
-  int sent = run.clients.empty() ? SendMsg(EV_APPT_MSG_REQUEST, frame.data(), size, run.module)
-                                 : WireSend(run.clients[chain], WireKind::POST, EV_APPT_MSG_REQUEST,
-                                            0, frame.data(), size, 0);
-  if (sent != 0) Fail("the request could not be sent");
+  if (WireSend(module.to[chain], WireKind::POST, EV_APPT_MSG_REQUEST, 0, frame.data(),
+               static_cast<uint32_t>(frame.size()), 0) != 0)
+    Fail("the request could not be sent");
 }
 
-void OnStart(int32_t, const void *, uint32_t) {
-  if (run.window > 1) DoNotPreempt();
-  for (uint32_t chain = 0; chain < static_cast<uint32_t>(run.window); ++chain) SendOne(chain);
-}
-
-void OnAnswer(int32_t, const void *data, uint32_t len) {
-  if (run.samples != nullptr) run.samples->push_back(Nanoseconds() - run.sent_at);
-  if (len < APPT_ACK_HEAD_SIZE ||
-      appt_GetWord(static_cast<const char *>(data) + APPT_AT_RESULT) != 0)
+/* The number of the connection whose request is acknowledged. */
+uint32_t Acknowledged(Module *module) {
+  const WireFrame &in = module->frame;
+  if (WireReceive(module->from, &module->announced, &module->frame, 0) != 1 ||
+      in.head.length < APPT_ACK_HEAD_SIZE ||
+      appt_GetWord(static_cast<const char *>(in.data) + APPT_AT_RESULT) != 0)
     Fail("the module refused the request");
-  run.answer_size = len;
-  if (--run.left >= run.window) {
-    SendOne(appt_GetWord(data));
-  } else if (run.left == 0) {
-    std::lock_guard<std::mutex> lock(mutex);
-    finished.notify_one();
+  return appt_GetWord(in.data);
+}
+
+int Connect(const char *name, const std::string &own) {
+  const int fd = WireConnect(name, true);
+  if (fd < 0 || WireSend(fd, WireKind::HELLO, 0, 0, own.c_str(),
+                         static_cast<uint32_t>(own.size()) + 1, 0) != 0)
+    Fail("no connection");
+  return fd;
+}
+
+/* `listener`: the message centre's. */
+void Open(Module *module, const char *name, size_t connections, int listener) {
+  for (size_t at = 0; at < connections; ++at) module->to.push_back(Connect(name, kApptAckPeer));
+  Ask(*module, 0);
+  struct pollfd wait = {listener, POLLIN, 0};
+  if (poll(&wait, 1, 10000) != 1) Fail("the module does not answer");
+  module->from = accept4(listener, nullptr, nullptr, SOCK_CLOEXEC);
+  if (module->from < 0 || WireReceive(module->from, &module->announced, &module->frame, 0) != 1 ||
+      module->frame.head.kind != WireKind::HELLO)
+    Fail("the module does not say its name");
+  (void)Acknowledged(module);
+}
+
+/* Calls a second, with one of each connection under way. */
+double RateOf(Module *module) {
+  DoNotPreempt();
+  const uint64_t start = Nanoseconds();
+  for (uint32_t chain = 0; chain < module->to.size(); ++chain) Ask(*module, chain);
+  for (size_t left = kRateCalls; left > 0; --left) {
+    const uint32_t chain = Acknowledged(module);
+    if (left > module->to.size()) Ask(*module, chain);
   }
+  return kRateCalls * 1e9 / static_cast<double>(Nanoseconds() - start);
 }
 
-constexpr uint32_t kStart = 0x110100;
-const MsgEntry kCentre[] = {{kStart, OnStart}, {EV_APPT_MSG_ACKTO_AGT, OnAnswer}, {0, nullptr}};
-const ModuleEntry kModules[] = {{kApptAckPeer, {0, 0}, kCentre}, {}};
-
-/* Runs `trips` requests of a module with `window` of them under way. */
-void RunOnCentre(const char *module, int trips, int window, std::vector<uint64_t> *samples) {
-  std::unique_lock<std::mutex> lock(mutex);
-  run.module = module;
-  run.left = trips;
-  run.window = window;
-  run.samples = samples;
-  if (SendMsg(kStart, nullptr, 0, kApptAckPeer) != 0) Fail("no message centre");
-  if (!finished.wait_for(lock, std::chrono::seconds(60), [] { return run.left == 0; }))
-    Fail("answers are missing");
-}
+/* ---- figures ---- */
 
 uint64_t Percentile(std::vector<uint64_t> samples, double share) {
   std::sort(samples.begin(), samples.end());
@@ -138,6 +147,15 @@ std::vector<uint64_t> Timed(const std::function<void()> &trip) {
     samples.push_back(Nanoseconds() - start);
   }
   return samples;
+}
+
+/* Times each kind of trip in each round. */
+void TakeTurns(const std::vector<std::pair<const char *, std::function<void()>>> &trips) {
+  std::vector<std::vector<std::vector<uint64_t>>> rounds(trips.size());
+  for (int round = 0; round < kRounds; ++round)
+    for (size_t trip = 0; trip < trips.size(); ++trip)
+      rounds[trip].push_back(Timed(trips[trip].second));
+  for (size_t trip = 0; trip < trips.size(); ++trip) Report(trips[trip].first, rounds[trip]);
 }
 
 /* Waits until `name` is served and past its init. */
@@ -185,7 +203,6 @@ void StartDaemon(const char *program) {
   if (gptXmlTrees == nullptr || file == nullptr) Fail("no store or no data-model file");
   gptXmlTrees->root = ams_mxmlLoadFile(nullptr, file, nullptr);
   fclose(file);
-  if (SysInit(kModules) != 0) Fail("SysInit");
   for (int round = 0; round < kRounds; ++round) {
     if (daemon > 0 && (kill(daemon, SIGKILL) != 0 || waitpid(daemon, nullptr, 0) != daemon))
       Fail("the daemon did not end");
@@ -194,39 +211,29 @@ void StartDaemon(const char *program) {
   Print("startup/ms", Median(starts));
 }
 
-/* The connections of as many clients of the module, all handled on the centre's thread. */
-void OpenClients() {
-  for (int i = 0; i < kClients; ++i) {
-    int fd = WireConnect(kModule, true);
-    if (fd < 0 || WireSend(fd, WireKind::HELLO, 0, 0, "client", 7, 0) != 0) Fail("no connection");
-    run.clients.push_back(fd);
-  }
-}
-
 int Straight(const char *program) {
+  Module daemon = {}, echo = {};
   StartDaemon(program);
-  RunOnCentre(kModule, 1000, 1, nullptr);
-  StartRuntime(kEcho, run.answer_size);
-  WireSizes sizes = {sizeof(WireHead) + frame.size(), sizeof(WireHead) + run.answer_size};
-  std::function<void()> bare = BareTrip(sizes, 1, BARE_EPOLL),
-                        blocking = BareTrip(sizes, 1, BARE_READ);
-  std::vector<std::vector<uint64_t>> ours(kRounds), runtime(kRounds), floor, blocking_floor;
-  for (size_t round = 0; round < kRounds; ++round) {
-    RunOnCentre(kModule, kTrips, 1, &ours[round]);
-    RunOnCentre(kEcho, kTrips, 1, &runtime[round]);
-    floor.push_back(Timed(bare));
-    blocking_floor.push_back(Timed(blocking));
-  }
-  Report("straight/ours", ours);
-  Report("straight/runtime", runtime);
-  Report("straight/bare", floor);
-  Report("straight/blocking", blocking_floor);
-  OpenClients();
+  const int listener = WireListen(kApptAckPeer);
+  if (listener < 0) Fail("no message centre");
+  Open(&daemon, kModule, kClients, listener);
+  const size_t answer = daemon.frame.head.length;
+  StartRuntime(kEcho, answer);
+  Open(&echo, kEcho, 1, listener);
+  const WireSizes sizes = {sizeof(WireHead) + frame.size(), sizeof(WireHead) + answer};
+  auto asked = [](Module *module) {
+    return [=] {
+      Ask(*module, 0);
+      (void)Acknowledged(module);
+    };
+  };
+  TakeTurns({{"straight/ours", asked(&daemon)},
+             {"straight/runtime", asked(&echo)},
+             {"straight/bare", BareTrip(sizes, 1, BARE_EPOLL)},
+             {"straight/blocking", BareTrip(sizes, 1, BARE_READ)}});
   std::vector<double> rates, bare_rates;
   for (int round = 0; round < kRounds; ++round) {
-    uint64_t start = Nanoseconds();
-    RunOnCentre(kModule, kRateCalls, kClients, nullptr);
-    rates.push_back(kRateCalls * 1e9 / static_cast<double>(Nanoseconds() - start));
+    rates.push_back(RateOf(&daemon));
     bare_rates.push_back(BareRate(sizes, kClients, kRateCalls));
   }
   Print("clients8/ours/rate", Median(rates));
@@ -234,41 +241,51 @@ int Straight(const char *program) {
   return 0;
 }
 
+/* A connection whose every message is answered on it. */
+struct Line {
+  int fd;
+  WireHead announced;
+  WireFrame frame;
+};
+
+void Call(Line *line, uint32_t id, const std::string &data) {
+  if (WireSend(line->fd, WireKind::CALL, id, 0, data.data(), static_cast<uint32_t>(data.size()),
+               0) != 0 ||
+      WireReceive(line->fd, &line->announced, &line->frame, 0) != 1 ||
+      line->frame.head.kind != WireKind::ANSWER)
+    Fail("no answer: is the gateway running?");
+}
+
+/* As a client of the runtime's library has it. */
+std::string CallByLibrary(const std::string &request) {
+  std::string reply;
+  if (tds_call(kDbmgrRequest, request.data(), static_cast<uint32_t>(request.size()), kDbmgrName,
+               10000, &reply) != 0)
+    Fail("no answer: is the gateway running?");
+  return reply;
+}
+
 int ThroughDbmgr() {
   constexpr size_t kAnswer = 64;
-  std::string request =
+  constexpr char kClient[] = "bus_bench";
+  const std::string request =
       DbmgrPutRequest({APPT_CMD_GET, std::string(kObject) + "." + kLeaf, std::string()});
-  std::string reply;
-  auto call = [&](uint32_t id, const std::string &data, const char *module) {
-    if (tds_call(id, data.data(), static_cast<uint32_t>(data.size()), module, 10000, &reply) != 0)
-      Fail("no answer: is the gateway running?");
-  };
-  auto ours = [&] { call(kDbmgrRequest, request, kDbmgrName); };
-  auto runtime = [&] { call(kRelayed, frame, kRelay); };
-  ours();
   DbmgrAnswer answer;
-  if (DbmgrGetAnswer(reply, &answer) != 0 || answer.result < 0 || answer.text.empty())
+  if (DbmgrGetAnswer(CallByLibrary(request), &answer) != 0 || answer.result < 0 ||
+      answer.text.empty())
     Fail("dbmgr refuses a get: does sysmgr run?");
-  WireSizes sizes = {sizeof(WireHead) + frame.size(), sizeof(WireHead) + kAnswer};
-  std::function<void()> bare = BareTrip(sizes, 2, BARE_EPOLL),
-                        blocking = BareTrip(sizes, 2, BARE_READ), dbus = DbusTrip(sizes);
-  if (!dbus) Fail("no dbus-daemon: script/bootstrap --with bench installs it");
   StartRuntime(kEcho, kAnswer);
   StartRuntime(kRelay, kAnswer);
-  const struct {
-    const char *name;
-    std::function<void()> trip;
-  } chains[] = {{"dbmgr/ours", ours},
-                {"dbmgr/runtime", runtime},
-                {"dbmgr/bare", bare},
-                {"dbmgr/sdbus", dbus},
-                {"dbmgr/blocking", blocking}};
-  std::vector<std::vector<uint64_t>> rounds[std::size(chains)];
-  for (int round = 0; round < kRounds; ++round)
-    for (size_t chain = 0; chain < std::size(chains); ++chain)
-      rounds[chain].push_back(Timed(chains[chain].trip));
-  for (size_t chain = 0; chain < std::size(chains); ++chain)
-    Report(chains[chain].name, rounds[chain]);
+  Line dbmgr = {Connect(kDbmgrName, kClient), {}, {}}, relay = {Connect(kRelay, kClient), {}, {}};
+  const WireSizes sizes = {sizeof(WireHead) + frame.size(), sizeof(WireHead) + kAnswer};
+  const std::function<void()> dbus = DbusTrip(sizes);
+  if (!dbus) Fail("no dbus-daemon: script/bootstrap --with bench installs it");
+  TakeTurns({{"dbmgr/ours", [&] { Call(&dbmgr, kDbmgrRequest, request); }},
+             {"dbmgr/library", [&] { (void)CallByLibrary(request); }},
+             {"dbmgr/runtime", [&] { Call(&relay, kRelayed, frame); }},
+             {"dbmgr/bare", BareTrip(sizes, 2, BARE_EPOLL)},
+             {"dbmgr/sdbus", dbus},
+             {"dbmgr/blocking", BareTrip(sizes, 2, BARE_READ)}});
   return 0;
 }
 
@@ -276,7 +293,6 @@ int ThroughDbmgr() {
 
 int main(int argc, char **argv) {
   signal(SIGPIPE, SIG_IGN);
-  frame = RequestFrame();
   setvbuf(stdout, nullptr, _IOLBF, 0);
   if (argc == 3 && strcmp(argv[1], "straight") == 0) return Straight(argv[2]);
   if (argc == 2 && strcmp(argv[1], "dbmgr") == 0) return ThroughDbmgr();
