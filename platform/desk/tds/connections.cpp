@@ -95,10 +95,11 @@ void AcceptFailed(Module *module, int reason) {
 }
 
 /* Takes a connection in. 0 or -1 with errno. */
-int Admit(Module *module, int fd) {
+int Admit(Module *module, int fd, pid_t peer) {
   size_t at = static_cast<size_t>(fd);
   uint64_t now = MonotonicMs();
   std::unique_ptr<Connection> connection(new Connection{});
+  connection->pid = peer;
   connection->sender.reserve(TDS_NAME_SIZE); /* its hello is not to fail for that */
   if (at >= module->connections.size()) module->connections.resize(at + 1);
   module->newcomers.push_back({0, now});
@@ -162,7 +163,8 @@ int ConnectionAccept(Module *module, int listener) {
     AcceptFailed(module, errno);
     return -1;
   }
-  if (!WirePeerIsOurs(fd)) {
+  const pid_t peer = WirePeer(fd);
+  if (peer < 0) {
     AMS_PRINT(3, "%s: connection refused: not a process of our own user", module->name.c_str());
     close(fd);
     return 0;
@@ -172,7 +174,7 @@ int ConnectionAccept(Module *module, int listener) {
     Crowded(module, "too many are open");
     if (!CloseOldestSilent(module)) reason = EUSERS;
   }
-  if (reason == 0 && OrNoMemory([=] { return Admit(module, fd); }) == 0) return 0;
+  if (reason == 0 && OrNoMemory([=] { return Admit(module, fd, peer); }) == 0) return 0;
   if (reason == 0 && (reason = errno) == ENOMEM) Crowded(module, strerror(reason));
   TurnAway(fd, reason);
   close(fd);

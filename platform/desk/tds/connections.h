@@ -1,6 +1,8 @@
 // The connections that others opened to a module.
 #pragma once
 
+#include <sys/types.h>
+
 #include <cstdint>
 #include <string>
 
@@ -11,6 +13,7 @@ struct Module;
 
 struct Connection {
   WatchKey key;
+  pid_t pid;          /* of the process that made it */
   std::string sender; /* empty until its hello came */
   uint32_t noted;     /* sequence number of the message that the note is of */
   std::string note;

@@ -8,8 +8,8 @@
 #include <unistd.h>
 
 #include <cerrno>
-#include <cstdio>
 #include <cstring>
+#include <string_view>
 
 #include "ams_print.h"
 #include "module.h"
@@ -19,8 +19,8 @@ namespace {
 
 std::string process_name;
 
-void CopyName(const std::string &from, char *name, size_t size) {
-  if (size > 0) snprintf(name, size, "%s", from.c_str());
+void CopyName(std::string_view from, char *name, size_t size) {
+  if (size > 0) name[from.copy(name, size - 1)] = '\0';
 }
 
 /* Hands the module to a thread of its own, for as long as the process lives. The thread's name in

@@ -178,7 +178,7 @@ std::string_view tds_note() {
 pid_t tds_sender_pid() {
   const Module *module = ThisThread()->module;
   const Connection *connection = module == nullptr ? nullptr : module->work.connection;
-  return connection == nullptr ? 0 : WirePeerPid(WatchFd(connection->key));
+  return connection == nullptr ? 0 : connection->pid;
 }
 
 uint64_t tds_hold_reply() {

@@ -131,16 +131,11 @@ bool WireNameFits(const char *name) {
          strnlen(name, TDS_NAME_SIZE) < TDS_NAME_SIZE;
 }
 
-bool WirePeerIsOurs(int fd) {
+pid_t WirePeer(int fd) {
   struct ucred peer;
   socklen_t size = sizeof(peer);
-  return getsockopt(fd, SOL_SOCKET, SO_PEERCRED, &peer, &size) == 0 && peer.uid == geteuid();
-}
-
-pid_t WirePeerPid(int fd) {
-  struct ucred peer;
-  socklen_t size = sizeof(peer);
-  return getsockopt(fd, SOL_SOCKET, SO_PEERCRED, &peer, &size) == 0 ? peer.pid : 0;
+  const bool told = getsockopt(fd, SOL_SOCKET, SO_PEERCRED, &peer, &size) == 0;
+  return told && peer.uid == geteuid() ? peer.pid : -1;
 }
 
 bool WireIsServed(const char *name) {
@@ -200,7 +195,7 @@ int WireConnect(const char *name, bool wait) {
     if (errno == ECONNREFUSED) errno = ENOENT; /* the file of a process that was killed */
     return CloseKeepErrno(fd);
   }
-  if (!WirePeerIsOurs(fd)) {
+  if (WirePeer(fd) < 0) {
     errno = EACCES;
     return CloseKeepErrno(fd);
   }

@@ -56,10 +56,9 @@ int WireReceive(int fd, WireHead *announced, WireFrame *frame, int flags);
    connections; with `wait` that shows after the time that a sender waits. */
 int WireListen(const char *name);
 int WireConnect(const char *name, bool wait);
-bool WirePeerIsOurs(int fd);
 
-/* The process at the other end, as it was when it connected; 0: it cannot be told. */
-pid_t WirePeerPid(int fd);
+/* The process at the other end, as it was when it connected; -1: it is not of our own user. */
+pid_t WirePeer(int fd);
 
 /* Whether the name has its file, whoever made that. */
 bool WireIsServed(const char *name);
