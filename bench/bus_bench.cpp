@@ -57,12 +57,25 @@ std::string frame = RequestFrame();
 
 /* ---- clients of plain sockets that wait in the read, as those of the bare servers do ---- */
 
+/* A connection that messages come on. */
+struct Line {
+  int fd;
+  WireHead announced;
+  WireFrame frame;
+};
+
+/* The next message, which must be of this kind. */
+const WireFrame &Receive(Line *line, WireKind kind) {
+  if (WireReceive(line->fd, &line->announced, &line->frame, 0) != 1 ||
+      line->frame.head.kind != kind)
+    Fail("no answer: is the gateway running?");
+  return line->frame;
+}
+
 /* Requests go to it on several connections; its acknowledgements come on one of its own. */
 struct Module {
   std::vector<int> to;
-  int from;
-  WireHead announced;
-  WireFrame frame;
+  Line from;
 };
 
 void Ask(const Module &module, uint32_t chain) {
@@ -74,9 +87,8 @@ void Ask(const Module &module, uint32_t chain) {
 
 /* The number of the connection whose request is acknowledged. */
 uint32_t Acknowledged(Module *module) {
-  const WireFrame &in = module->frame;
-  if (WireReceive(module->from, &module->announced, &module->frame, 0) != 1 ||
-      in.head.length < APPT_ACK_HEAD_SIZE ||
+  const WireFrame &in = Receive(&module->from, WireKind::POST);
+  if (in.head.length < APPT_ACK_HEAD_SIZE ||
       appt_GetWord(static_cast<const char *>(in.data) + APPT_AT_RESULT) != 0)
     Fail("the module refused the request");
   return appt_GetWord(in.data);
@@ -96,10 +108,8 @@ void Open(Module *module, const char *name, size_t connections, int listener) {
   Ask(*module, 0);
   struct pollfd wait = {listener, POLLIN, 0};
   if (poll(&wait, 1, 10000) != 1) Fail("the module does not answer");
-  module->from = accept4(listener, nullptr, nullptr, SOCK_CLOEXEC);
-  if (module->from < 0 || WireReceive(module->from, &module->announced, &module->frame, 0) != 1 ||
-      module->frame.head.kind != WireKind::HELLO)
-    Fail("the module does not say its name");
+  module->from.fd = accept4(listener, nullptr, nullptr, SOCK_CLOEXEC);
+  (void)Receive(&module->from, WireKind::HELLO);
   (void)Acknowledged(module);
 }
 
@@ -218,7 +228,7 @@ int Straight(const char *program) {
   const int listener = WireListen(kApptAckPeer);
   if (listener < 0) Fail("no message centre");
   Open(&daemon, kModule, kClients, listener);
-  const size_t answer = daemon.frame.head.length;
+  const size_t answer = daemon.from.frame.head.length;
   StartRuntime(kEcho, answer);
   Open(&echo, kEcho, 1, listener);
   const WireSizes sizes = {sizeof(WireHead) + frame.size(), sizeof(WireHead) + answer};
@@ -242,19 +252,12 @@ int Straight(const char *program) {
   return 0;
 }
 
-/* A connection whose every message is answered on it. */
-struct Line {
-  int fd;
-  WireHead announced;
-  WireFrame frame;
-};
-
+/* Where each message is answered on the connection that it came by. */
 void Call(Line *line, uint32_t id, const std::string &data) {
   if (WireSend(line->fd, WireKind::CALL, id, 0, data.data(), static_cast<uint32_t>(data.size()),
-               0) != 0 ||
-      WireReceive(line->fd, &line->announced, &line->frame, 0) != 1 ||
-      line->frame.head.kind != WireKind::ANSWER)
-    Fail("no answer: is the gateway running?");
+               0) != 0)
+    Fail("the request could not be sent");
+  (void)Receive(line, WireKind::ANSWER);
 }
 
 /* As a client of the runtime's library has it. */
