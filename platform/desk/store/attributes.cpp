@@ -34,14 +34,21 @@ int TreeAttributes(MDB_txn *txn, uint32_t number, std::string_view *set) {
   return 0;
 }
 
-bool AttributeNext(std::string_view *set, std::string_view *name, std::string_view *value) {
-  size_t middle = set->find('\0');
-  size_t end = middle == std::string_view::npos ? middle : set->find('\0', middle + 1);
-  if (end == std::string_view::npos) return false;
-  *name = set->substr(0, middle);
-  *value = set->substr(middle + 1, end - middle - 1);
-  set->remove_prefix(end + 1);
+namespace {
+
+/* Takes a text and the NUL behind it off a set. False when there is none. */
+bool TakeText(std::string_view *set, std::string_view *text) {
+  const size_t length = strnlen(set->data(), set->size());
+  if (length == set->size()) return false;
+  *text = {set->data(), length};
+  set->remove_prefix(length + 1);
   return true;
+}
+
+}  // namespace
+
+bool AttributeNext(std::string_view *set, std::string_view *name, std::string_view *value) {
+  return TakeText(set, name) && TakeText(set, value);
 }
 
 std::string_view AttributeIn(std::string_view set, std::string_view name) {

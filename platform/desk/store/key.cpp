@@ -172,12 +172,15 @@ uint32_t KeyNumber(const uint8_t *component, size_t length) {
   return number > UINT32_MAX ? 0 : static_cast<uint32_t>(number);
 }
 
-int KeyParent(const Key &key, Key *parent) {
-  if (key.last == 0) return -1;
-  memcpy(parent->bytes, key.bytes, key.last);
-  parent->length = key.last;
-  parent->last = 0;
-  for (size_t at = key.last; at-- > 0 && parent->last == 0;)
-    if (key.bytes[at] <= KEY_NODE) parent->last = at;
+int KeyCut(Key *key) {
+  if (key->last == 0) return -1;
+  key->length = key->last;
+  while (--key->last > 0)
+    if (key->bytes[key->last] <= KEY_NODE) break;
   return 0;
+}
+
+int KeyParent(const Key &key, Key *parent) {
+  KeyCopy(key, parent);
+  return KeyCut(parent);
 }

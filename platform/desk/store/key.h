@@ -78,7 +78,18 @@ inline Key KeyMarked(uint8_t mark, const Key &key) {
 uint32_t KeyNumber(const uint8_t *component, size_t length);
 
 /* Cuts the last component off. -1 for the root. */
+int KeyCut(Key *key);
 int KeyParent(const Key &key, Key *parent);
+
+/* Without the bytes behind its end, which an assignment copies, too. */
+inline void KeyCopy(const Key &from, Key *key) {
+  key->length = from.length;
+  key->last = from.last;
+  memcpy(key->bytes, from.bytes, from.length);
+}
+inline bool KeyEqual(const Key &one, const Key &other) {
+  return one.length == other.length && memcmp(one.bytes, other.bytes, one.length) == 0;
+}
 
 inline MDB_val KeyVal(const Key &key) {
   return MDB_val{key.length, const_cast<uint8_t *>(key.bytes)};

@@ -11,11 +11,30 @@ AmsDeskCheck ams_desk_check_kept;
 
 namespace {
 
+/* The node that this thread has gone up to last: of one object several leaves are asked in turn. It
+   stays as long as the tree has the same number. */
+struct LastAbove {
+  size_t txn_id; /* 0: none */
+  Key key;
+  Record record;
+};
+thread_local LastAbove last_above;
+
 /* Goes from a node to the one that it stands in. 0 or -1. */
 int Up(MDB_txn *txn, Key *key, Record *record) {
-  Key parent;
-  if (KeyParent(*key, &parent) != 0) return -1;
-  return TreeFind(txn, *key = parent, record);
+  LastAbove &last = last_above;
+  const size_t txn_id = TreeReadId(txn);
+  if (KeyCut(key) != 0) return -1;
+  if (txn_id != 0 && last.txn_id == txn_id && KeyEqual(*key, last.key)) {
+    *record = last.record;
+    return 0;
+  }
+  if (TreeFind(txn, *key, record) != 0) return -1;
+  if (txn_id == 0) return 0;
+  last.txn_id = txn_id;
+  last.record = *record;
+  KeyCopy(*key, &last.key);
+  return 0;
 }
 
 /* The "mod" attribute of the node or its nearest ancestor that has one. 0 or -1. */
@@ -64,7 +83,9 @@ int ams_desk_place(const char *path, AmsDeskPlace *place) {
     place->is_array = record.head.kind == KIND_ARRAY;
     if (place->is_leaf && Up(txn, &key, &record) != 0) return -1;
     place->has_op = HasOp(record);
-    if (Key array = key; IsNumber(key) && Up(txn, &array, &above) == 0) {
+    if (IsNumber(key)) {
+      Key array = key;
+      if (Up(txn, &array, &above) != 0) return -1;
       place->is_instance = !place->is_leaf; /* what has a number stands in an array */
       place->has_op = place->has_op || HasOp(above);
     }

@@ -38,16 +38,14 @@ bool AddLeaf(FewLeaves *leaves, const Key &top, const Record &object, const MDB_
   return true;
 }
 
-/* The leaf of this path, as no other node has it. 0, or -1: there is none, or it cannot be read
-   (logged). */
-int GatherLeaf(MDB_cursor *cursor, Key *path, FewLeaves *leaves) {
+/* The leaf of this path. 0, or -1: there is none, or it cannot be read (logged). */
+int GatherLeaf(MDB_txn *txn, Key *path, FewLeaves *leaves) {
   Record record;
   if (path->last == 0) return -1;
   path->bytes[path->last] = KEY_LEAF;
-  MDB_val key = KeyVal(*path), data;
-  const int rc = mdb_cursor_get(cursor, &key, &data, MDB_SET);
-  if (rc != 0) return rc == MDB_NOTFOUND ? -1 : TreeFailed("reading", rc);
-  if (RecordParse(data, &record) != 0) return -1;
+  const int result = TreeFind(txn, *path, &record);
+  path->bytes[path->last] = KEY_NODE;
+  if (result != 0) return -1;
   const size_t name_length = path->length - path->last - 1;
   leaves->leaf[0] = {path->bytes + path->last + 1, record.value, name_length, record.length};
   leaves->there = 1;
@@ -62,9 +60,11 @@ int GatherFew(MDB_txn *txn, Key *path, FewLeaves *leaves) {
   Record object;
   MDB_val key = KeyVal(*path), data;
   leaves->there = leaves->size = 0;
+  /* Of a node that was asked for just now it is mostly a leaf. */
+  if (TreeFoundAbove(txn, *path) && GatherLeaf(txn, path, leaves) == 0) return 0;
   if (TreeOpenCursor(txn, &cursor) != 0) return -1;
   int rc = mdb_cursor_get(cursor.get(), &key, &data, MDB_SET);
-  if (rc == MDB_NOTFOUND) return GatherLeaf(cursor.get(), path, leaves);
+  if (rc == MDB_NOTFOUND) return GatherLeaf(txn, path, leaves);
   if (rc != 0) return TreeFailed("reading", rc);
   FetchBelow(data.mv_data);
   if (RecordParse(data, &object) != 0 || object.head.kind != KIND_OBJECT) return FEW_NOT;

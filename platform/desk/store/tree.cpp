@@ -40,18 +40,12 @@ struct LastFound {
 };
 thread_local LastFound last_found;
 
-void CopyKey(const Key &from, Key *key) {
-  key->length = from.length;
-  key->last = from.last;
-  memcpy(key->bytes, from.bytes, from.length);
-}
-
 void KeepFound(size_t txn_id, const char *path, const Key &key, const Record &record) {
   const size_t size = strlen(path) + 1;
   if (size > sizeof last_found.path) return;
   last_found.txn_id = txn_id;
   memcpy(last_found.path, path, size);
-  CopyKey(key, &last_found.key);
+  KeyCopy(key, &last_found.key);
   last_found.record = record;
 }
 
@@ -70,13 +64,20 @@ int TreeFindPath(MDB_txn *txn, const char *path, bool log, Key *key, Record *rec
   if (path == nullptr) return -1;
   const size_t txn_id = TreeReadId(txn);
   if (txn_id != 0 && last_found.txn_id == txn_id && strcmp(last_found.path, path) == 0) {
-    CopyKey(last_found.key, key);
+    KeyCopy(last_found.key, key);
     *record = last_found.record;
     return 0;
   }
   if (LookUp(txn, path, log, key, record) != 0) return -1;
   if (txn_id != 0) KeepFound(txn_id, path, *key, *record);
   return 0;
+}
+
+bool TreeFoundAbove(MDB_txn *txn, const Key &key) {
+  const Key &above = last_found.key;
+  const size_t txn_id = TreeReadId(txn);
+  return txn_id != 0 && last_found.txn_id == txn_id && above.length == key.last &&
+         memcmp(above.bytes, key.bytes, key.last) == 0;
 }
 
 int TreeSeek(MDB_cursor *cursor, const Key &from, const Key &top, MDB_val *key, MDB_val *data) {

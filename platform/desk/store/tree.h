@@ -17,6 +17,9 @@ int TreeFind(MDB_txn *txn, const Key &key, Record *record);
 /* Both kinds of key are tried. `log` says whether a path that is too long is recorded. */
 int TreeFindPath(MDB_txn *txn, const char *path, bool log, Key *key, Record *record);
 
+/* Whether this thread's reads have found last, with TreeFindPath, what the node is in. */
+bool TreeFoundAbove(MDB_txn *txn, const Key &key);
+
 /* KeyOfPath, with a record for a path that is too long. 0 or -1. */
 int TreeKey(const char *path, uint8_t last_separator, Key *key);
 

@@ -106,6 +106,41 @@ TEST_F(Store, TheDeskSeesTheSameTree) {
 }
 
 /* Another row's values would be taken for its own. */
+std::string Place(const std::string &path) {
+  AmsDeskPlace place = {};
+  if (ams_desk_place((IGD + path).c_str(), &place) != 0) return "(none)";
+  return std::string(place.is_leaf       ? "leaf"
+                     : place.is_array    ? "array"
+                     : place.is_instance ? "instance"
+                                         : "object") +
+         (place.has_op ? " op " : " ") + place.mod;
+}
+
+TEST_F(Store, TheDeskKnowsWhereANodeStands) {
+  const struct {
+    const char *path, *place;
+  } kPlaces[] = {
+      {"DeviceInfo.Zeta", "leaf op sysmgr:devInfo"},
+      {"DeviceInfo.Inner.Deep", "leaf sysmgr:devInfo"},
+      {"DeviceInfo.Alpha", "leaf op sysmgr:devInfo"},
+      {"DeviceInfo.Empty", "leaf op sysmgr:devInfo"},
+      {"DeviceInfo", "object op sysmgr:devInfo"},
+      {"Summary", "leaf "},
+      {"Services.List.9.Name", "leaf op sysmgr:capabinfo"},
+      {"Services.List.9", "instance op sysmgr:capabinfo"},
+      {"Services.List.9.Sub.1.Leaf", "leaf sysmgr:capabinfo"},
+      {"Services.List", "array op sysmgr:capabinfo"},
+      {"Services.List.11.Name", "(none)"},
+  };
+  for (const auto &[path, place] : kPlaces) EXPECT_EQ(Place(path), place) << path;
+  const std::string attributes = R"(op="FuncDeviceInfo" mod="sysmgr:devInfo")";
+  std::string model = Model();
+  model.replace(model.find(attributes), attributes.size(), R"(mod="another")");
+  EXPECT_EQ(Place("DeviceInfo.Zeta"), "leaf op sysmgr:devInfo");
+  ASSERT_NE(root = Load(model), nullptr);
+  EXPECT_EQ(Place("DeviceInfo.Zeta"), "leaf another") << "what stands above it has changed";
+}
+
 TEST_F(Store, OfADamagedRowNothingIsTold) {
   for (const char *row : {IGD "Services.List.9", IGD "Services.List.2.Name"}) {
     Key key;

@@ -123,8 +123,9 @@ std::string Notified(Word path) {
   return ams_get_attr(root, path.c_str(), value, sizeof value) == 0 ? value : "(none)";
 }
 std::string TextChecked(Word path) {
-  EXPECT_EQ(ams_check_node(root, path.c_str()) == 0, Text(path) != "(none)") << path;
-  return Text(path);
+  const std::string text = Text(path); /* with what was asked before it fresh in mind */
+  EXPECT_EQ(ams_check_node(root, path.c_str()) == 0, text != "(none)") << path;
+  return text;
 }
 /* Everything that can be asked of a part of the tree. */
 std::string Dump(Word top) {
