@@ -6,7 +6,6 @@
 #include <deque>
 #include <memory>
 #include <string>
-#include <unordered_map>
 #include <utility>
 #include <vector>
 
@@ -14,6 +13,7 @@
 #include "tds_desk.h"
 
 struct HeldAnswer {
+  uint64_t token;
   WatchKey key;
   uint32_t id, sequence;
 };
@@ -53,7 +53,7 @@ struct Module {
   std::array<uint64_t, TDS_TIMERS> deadlines; /* ms of the monotonic clock; 0: not running */
   std::deque<LocalMessage> local;
   MessageInWork work;
-  std::unordered_map<uint64_t, HeldAnswer> held;
+  std::vector<HeldAnswer> held; /* by token, the latest at the end */
   uint64_t last_token;
   ~Module();
 };

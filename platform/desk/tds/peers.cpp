@@ -15,7 +15,7 @@
 
 namespace {
 
-Peer *FindPeer(Thread *thread, const char *name) {
+Peer *FindPeer(Thread *thread, std::string_view name) {
   for (Peer &peer : thread->peers)
     if (peer.name == name) return &peer;
   return nullptr;

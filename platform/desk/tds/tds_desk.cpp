@@ -17,7 +17,7 @@ namespace {
 
 constexpr size_t kLocalBound = 1024; /* messages that a module may have waiting from itself */
 
-bool IsOwnName(const Thread *thread, const char *name) {
+bool IsOwnName(const Thread *thread, std::string_view name) {
   if (thread->module == nullptr) return false;
   const std::vector<std::string> &names = thread->module->names;
   return std::find(names.begin(), names.end(), name) != names.end();
@@ -185,17 +185,19 @@ uint64_t tds_hold_reply() {
   Module *module = OwnModule("tds_hold_reply");
   if (module == nullptr || !module->work.wants_answer) return 0;
   MessageInWork *work = &module->work;
-  module->held[++module->last_token] = {work->connection->key, work->id, work->sequence};
+  module->held.push_back({module->last_token + 1, work->connection->key, work->id, work->sequence});
   work->wants_answer = false;
-  return module->last_token;
+  return ++module->last_token;
 }
 
 int tds_reply_held(uint64_t token, const void *data, uint32_t len) {
   Module *module = OwnModule("tds_reply_held");
   if (module == nullptr) return -1;
-  auto found = module->held.find(token);
-  if (found == module->held.end()) return -1;
-  HeldAnswer answer = found->second;
+  auto found =
+      std::lower_bound(module->held.begin(), module->held.end(), token,
+                       [](const HeldAnswer &held, uint64_t wanted) { return held.token < wanted; });
+  if (found == module->held.end() || found->token != token) return -1;
+  const HeldAnswer answer = *found;
   module->held.erase(found);
   const Connection *connection = ConnectionOf(module, answer.key);
   if (connection == nullptr) return -1;

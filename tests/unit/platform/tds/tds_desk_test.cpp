@@ -87,6 +87,30 @@ TEST_F(Tds, AHeldAnswerComesLaterAndOnlyToItsCaller) {
   OnModule("unit:b", [] { EXPECT_EQ(-1, tds_reply_held(4711, "", 0)) << "of nobody"; });
 }
 
+TEST_F(Tds, HeldAnswersComeInAnyOrder) {
+  uint64_t held[3];
+  std::string answers[3];
+  std::vector<std::thread> callers;
+  for (size_t caller : {0U, 1U, 2U}) {
+    std::promise<void> is_held;
+    callers.emplace_back([&, caller, is_held = &is_held] {
+      answers[caller] = CallRun([&, caller, is_held] {
+        held[caller] = tds_hold_reply();
+        is_held->set_value();
+      });
+    });
+    is_held.get_future().wait();
+  }
+  for (size_t caller : {1U, 2U, 0U})
+    OnModule("unit:b", [&] {
+      const std::string text = std::to_string(caller);
+      EXPECT_EQ(0, tds_reply_held(held[caller], text.data(), 1));
+      EXPECT_EQ(-1, tds_reply_held(held[caller], text.data(), 1)) << "once";
+    });
+  for (std::thread &caller : callers) caller.join();
+  EXPECT_EQ("0 1 2", answers[0] + " " + answers[1] + " " + answers[2]);
+}
+
 TEST_F(Tds, AClockThatJumpsMovesNoTimer) {
   const Work hold = [] { (void)tds_hold_reply(); };
   for (time_t jump : {100000, -200000, 100000}) {
