@@ -17,11 +17,6 @@ namespace {
 
 constexpr size_t kFrameText = 255; /* a frame's lengths are one byte */
 
-std::string Parent(const std::string &path) {
-  size_t dot = path.rfind('.');
-  return dot == std::string::npos ? "" : path.substr(0, dot);
-}
-
 /* What kind of node `path` is, and its place; 0 when there is none. */
 unsigned KindOf(const std::string &path, AmsDeskPlace *place) {
   if (ams_desk_place(path.c_str(), place) != 0) return 0;
@@ -179,8 +174,9 @@ int PlanRequest(DbmgrRequest request, Plan *plan, std::string *why) {
     if (CheckLeaves(request.value, plan, why) != 0) return -1;
   } else if (kind == LEAF) { /* leaves travel as names in their object's request */
     plan->leaf = std::move(plan->url);
-    plan->url = Parent(plan->leaf);
-    plan->value = plan->leaf.substr(plan->url.size() + 1);
+    const size_t dot = plan->leaf.rfind('.');
+    plan->url.assign(plan->leaf, 0, dot);
+    plan->value.assign(plan->leaf, dot + 1);
   }
   FindModule(plan, *command, kind, std::move(place));
   return CheckFrame(*plan, why);

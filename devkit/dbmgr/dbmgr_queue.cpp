@@ -3,11 +3,12 @@
 
 #include <unistd.h>
 
+#include <algorithm>
 #include <ctime>
 #include <deque>
 #include <map>
 #include <set>
-#include <unordered_map>
+#include <vector>
 
 #include "ams_common_api.h"
 #include "appt_request.h"
@@ -28,7 +29,16 @@ constexpr size_t kWaiting = 1024; /* a module that hangs must not eat the memory
 
 /* The routing thread's own; modules are never removed, there are a handful. */
 std::map<std::string, ModuleQueue, std::less<>> modules;
-std::unordered_map<uint32_t, RequestPtr> in_flight; /* by msgChainId */
+struct InFlight {
+  uint32_t chain; /* msgChainId */
+  RequestPtr request;
+};
+std::vector<InFlight> in_flight; /* as they were sent */
+
+std::vector<InFlight>::iterator FindInFlight(uint32_t chain) {
+  return std::find_if(in_flight.begin(), in_flight.end(),
+                      [=](const InFlight &each) { return each.chain == chain; });
+}
 
 /* Chain ids start anywhere, so that an acknowledgement meant for an earlier run finds nobody. */
 uint32_t NextChainId() {
@@ -36,7 +46,7 @@ uint32_t NextChainId() {
       (static_cast<uint32_t>(getpid()) << 16) ^ static_cast<uint32_t>(time(nullptr));
   do {
     ++next;
-  } while (next == 0 || in_flight.count(next) != 0);
+  } while (next == 0 || FindInFlight(next) != in_flight.end());
   return next;
 }
 
@@ -72,12 +82,12 @@ int Send(uint32_t chain, Request *request) {
 
 /* A module that does not take it fails it at once. */
 void Start(RequestPtr request) {
-  const Request &started = *request;
+  Request &started = *request;
   const uint32_t chain = NextChainId();
   try {
-    RequestPtr &place = in_flight[chain];
-    place = std::move(request);
-    if (Send(chain, place.get()) == 0) {
+    in_flight.push_back({chain, nullptr});
+    in_flight.back().request = std::move(request);
+    if (Send(chain, &started) == 0) {
       ++started.module->in_flight;
       return;
     }
@@ -89,7 +99,7 @@ void Start(RequestPtr request) {
   } catch (const std::bad_alloc &) {
     HandOutWithoutMemory(started);
   }
-  in_flight.erase(chain);
+  if (const auto failed = FindInFlight(chain); failed != in_flight.end()) in_flight.erase(failed);
 }
 
 /* Sends what waits while there is room. */
@@ -104,7 +114,7 @@ void Pump(ModuleQueue *module) {
 /* Nobody waits for the module any more: for all that it has, or for what it got before `end`. */
 void GiveUp(ModuleQueue *module, uint64_t end, const char *why) {
   for (auto it = in_flight.begin(); it != in_flight.end();) {
-    const Request &request = *it->second;
+    const Request &request = *it->request;
     if (request.module != module || request.sent >= end) {
       ++it;
       continue;
@@ -136,9 +146,9 @@ void QueuePut(RequestPtr request) {
 }
 
 RequestPtr QueueTake(uint32_t chain) {
-  const auto found = in_flight.find(chain);
+  const auto found = FindInFlight(chain);
   if (found == in_flight.end()) return nullptr;
-  RequestPtr request = std::move(found->second);
+  RequestPtr request = std::move(found->request);
   in_flight.erase(found);
   --request->module->in_flight;
   return request;
@@ -161,8 +171,8 @@ void QueueGone(std::string_view endpoint) {
 std::string QueueWaitsFor(const std::string &url) {
   std::string names;
   std::set<std::string> waited_for;
-  for (const auto &[chain, request] : in_flight)
-    if (IsRelated(request->plan.url, url)) waited_for.insert(request->plan.module);
+  for (const InFlight &sent : in_flight)
+    if (IsRelated(sent.request->plan.url, url)) waited_for.insert(sent.request->plan.module);
   for (const auto &[name, module] : modules)
     for (const RequestPtr &request : module.waiting)
       if (IsRelated(request->plan.url, url)) waited_for.insert(name);

@@ -22,8 +22,8 @@ const std::string kNoMemory = DbmgrPutAnswer(
 
 }  // namespace
 
-void Answer(uint64_t client, DbmgrAnswer answer) {
-  answer = DbmgrFitting(std::move(answer));
+void Answer(uint64_t client, DbmgrAnswer &&answer) {
+  DbmgrFit(&answer);
   const int32_t result = answer.result;
   const std::string bytes = DbmgrPutAnswer(std::move(answer));
   (void)tds_reply_held(client, bytes.data(),
@@ -47,7 +47,7 @@ uint64_t ClientOf(const Request &request) {
   return request.whole == nullptr ? request.client : request.whole->client;
 }
 
-void HandOut(const Request &request, DbmgrAnswer answer) {
+void HandOut(const Request &request, DbmgrAnswer &&answer) {
   if (request.whole == nullptr) return Answer(request.client, std::move(answer));
   Whole &whole = *request.whole;
   --whole.missing;

@@ -37,7 +37,7 @@ uint64_t ClientOf(const Request &request);
 
 /* Sends the answer that was put off; a client that has its answer gets no other. std::bad_alloc: it
    has none yet. */
-void Answer(uint64_t client, DbmgrAnswer answer);
+void Answer(uint64_t client, DbmgrAnswer &&answer);
 void Refuse(uint64_t client, const std::string &why);
 
 /* The same, where there was no memory for an answer: takes none. */
@@ -49,7 +49,7 @@ void GiveBack(int32_t id, const void *data, uint32_t length);
 
 /* The answer to a request or to a part of one: the first part that is refused ends the whole, the
    last one that is done lets the store serve it. */
-void HandOut(const Request &request, DbmgrAnswer answer);
+void HandOut(const Request &request, DbmgrAnswer &&answer);
 void HandOutWithoutMemory(const Request &request);
 
 /* The same, with the answer that `make` makes. */

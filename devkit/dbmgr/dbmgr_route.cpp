@@ -51,6 +51,14 @@ std::string_view ReplyText(const void *data, uint32_t length) {
   return text.substr(0, text.find('\0'));
 }
 
+/* The text of an answer, with room for the rest of the message. */
+std::string AnswerText(std::string_view from) {
+  std::string text;
+  text.reserve(from.size() + kDbmgrAnswerTail);
+  text.append(from);
+  return text;
+}
+
 DbmgrAnswer AnswerOf(const Request &request, int32_t result, uint32_t code, std::string_view text) {
   const Plan &plan = request.plan;
   if (result < 0)
@@ -62,9 +70,9 @@ DbmgrAnswer AnswerOf(const Request &request, int32_t result, uint32_t code, std:
                 (plan.leaf.empty() ? plan.url : plan.leaf) +
                 "\": " + Reason(tds_note(), kDaemonLog)};
   }
-  if (plan.leaf.empty()) return {result, DbmgrText::TEXT, std::string(text)};
+  if (plan.leaf.empty()) return {result, DbmgrText::TEXT, AnswerText(text)};
   return {result, DbmgrText::LEAF,
-          std::string(plan.command == APPT_CMD_GET ? BareValue(text) : text)};
+          AnswerText(plan.command == APPT_CMD_GET ? BareValue(text) : text)};
 }
 
 /* What the parameters' changes are noted under is who asked, not who did it. Without memory or room

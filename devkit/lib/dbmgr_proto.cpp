@@ -8,9 +8,13 @@
 
 namespace {
 
+void CodeNumber(uint32_t number, size_t width, char *coded) {
+  for (size_t i = 0; i < width; ++i) coded[i] = static_cast<char>(number >> (8 * i));
+}
+
 void PutNumber(std::string *bytes, uint32_t number, size_t width) {
   char coded[sizeof number];
-  for (size_t i = 0; i < width; ++i) coded[i] = static_cast<char>(number >> (8 * i));
+  CodeNumber(number, width, coded);
   bytes->append(coded, width);
 }
 
@@ -28,7 +32,7 @@ bool TakeNumber(std::string_view *bytes, size_t width, uint32_t *number) {
 bool TakeText(std::string_view *bytes, size_t width, std::string *text) {
   uint32_t length;
   if (!TakeNumber(bytes, width, &length) || length > bytes->size()) return false;
-  *text = bytes->substr(0, length);
+  *text = std::string(bytes->substr(0, length));
   bytes->remove_prefix(length);
   return text->find('\0') == std::string::npos;
 }
@@ -44,17 +48,19 @@ std::string DbmgrPutRequest(const DbmgrRequest &request) {
   return bytes + request.value;
 }
 
-DbmgrAnswer DbmgrFitting(DbmgrAnswer answer) {
+void DbmgrFit(DbmgrAnswer *answer) {
   constexpr size_t kMost = TDS_PAYLOAD_MAX - kDbmgrAnswerTail;
-  if (answer.text.size() <= kMost) return answer;
-  return {-1, DbmgrText::TEXT,
-          "the answer has " + std::to_string(answer.text.size()) + " bytes, a message carries " +
-              std::to_string(kMost) + ": ask for parts of it"};
+  if (answer->text.size() <= kMost) return;
+  *answer = {-1, DbmgrText::TEXT,
+             "the answer has " + std::to_string(answer->text.size()) +
+                 " bytes, a message carries " + std::to_string(kMost) + ": ask for parts of it"};
 }
 
 std::string DbmgrPutAnswer(DbmgrAnswer answer) {
-  PutNumber(&answer.text, static_cast<uint32_t>(answer.result), 4);
-  PutNumber(&answer.text, static_cast<uint32_t>(answer.kind), 1);
+  char tail[kDbmgrAnswerTail];
+  CodeNumber(static_cast<uint32_t>(answer.result), 4, tail);
+  CodeNumber(static_cast<uint32_t>(answer.kind), 1, tail + 4);
+  answer.text.append(tail, sizeof tail);
   return std::move(answer.text);
 }
 

@@ -40,9 +40,9 @@ std::string DbmgrPutRequest(const DbmgrRequest &request);
 constexpr size_t kDbmgrAnswerTail = 5; /* bytes behind an answer's text */
 
 /* What no message holds becomes a refusal that says so. */
-DbmgrAnswer DbmgrFitting(DbmgrAnswer answer);
+void DbmgrFit(DbmgrAnswer *answer);
 
-/* `answer`: of DbmgrFitting. */
+/* `answer`: one that fits. */
 std::string DbmgrPutAnswer(DbmgrAnswer answer);
 
 /* 0, or -1: the bytes are no request (lengths that do not fit, bytes left over, a NUL in a text) or

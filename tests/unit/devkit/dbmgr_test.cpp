@@ -109,8 +109,9 @@ TEST(Reason, IsTheLastRecordThatTellsMoreThanThatThereWasOne) {
 TEST(Answer, ThatNoMessageHoldsIsARefusalWithItsSize) {
   std::string largest(TDS_PAYLOAD_MAX - 5, 'x');
   for (const char *more : {"", "x"}) {
-    DbmgrAnswer answer;
-    std::string bytes = DbmgrPutAnswer(DbmgrFitting({0, DbmgrText::TEXT, largest + more}));
+    DbmgrAnswer answer = {0, DbmgrText::TEXT, largest + more};
+    DbmgrFit(&answer);
+    std::string bytes = DbmgrPutAnswer(std::move(answer));
     ASSERT_LE(bytes.size(), size_t{TDS_PAYLOAD_MAX});
     ASSERT_EQ(DbmgrGetAnswer(bytes, &answer), 0);
     bool fits = *more == '\0';
