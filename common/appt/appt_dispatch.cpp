@@ -99,7 +99,7 @@ size_t DoLeaves(const MsgArg *arg, LeafNode *list, Each each) {
   memcpy(url, arg->url, object); /* each leaf of each request pays: formatting takes longer */
   url[object++] = '.';
   for (LeafNode *leaf = list; leaf != nullptr; leaf = leaf->next) {
-    strcpy(url + object, leaf->leafName);
+    memcpy(url + object, leaf->leafName, sizeof leaf->leafName);
     MsgArg child = {};
     child.raw = arg->raw;
     child.recvLen = arg->recvLen;
@@ -355,8 +355,8 @@ int appt_Do_OpFunc(MsgArg *arg) {
   op.name = arg->fucName;
   op.op = RowOf(arg).op;
   if (op.op == kNoOp) op.op = static_cast<int32_t>(CmdType(arg));
-  strncpy(op.path, op.op == TMF_ADD && arg->rBuf != nullptr ? arg->rBuf : arg->url,
-          sizeof(op.path) - 1);
+  const char *path = op.op == TMF_ADD && arg->rBuf != nullptr ? arg->rBuf : arg->url;
+  memcpy(op.path, path, strnlen(path, sizeof op.path - 1));
   if (arg->value != nullptr) {
     op.value = __tds_strdup(arg->value, "appt_Do_OpFunc");
     if (op.value == nullptr) {
