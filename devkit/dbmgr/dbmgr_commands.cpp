@@ -89,7 +89,7 @@ DbmgrAnswer NoModule(const Plan &plan) {
 /* `row`: what an add named as its row; NULL when the module told nothing, since it died. */
 
 std::string LeftBySet(const Plan &plan, const std::string *) {
-  return plan.before == ValuesOf(plan)
+  return plan.before == ValuesOf(plan.paths)
              ? "its parameters are as before"
              : "its parameters have changed meanwhile, \"cfgcmd get\" shows them";
 }
@@ -123,10 +123,10 @@ const Command *FindCommand(uint32_t command) {
   return appt_HasCommand(command) ? &kAnyOther : nullptr;
 }
 
-std::string ValuesOf(const Plan &plan) {
-  if (plan.paths.empty()) return "";
+std::string ValuesOf(const std::vector<std::string> &paths) {
+  if (paths.empty()) return "";
   std::string values, value(AMS_VALUE_MAX + 1, '\0');
-  for (const std::string &path : plan.paths) {
+  for (const std::string &path : paths) {
     value[0] = '\0'; /* of a leaf that is gone */
     (void)ams_mxml_get_leaf(path.c_str(), value.data(), value.size());
     values.append(value.c_str()) += '\0';

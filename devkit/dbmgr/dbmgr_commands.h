@@ -33,8 +33,8 @@ struct Command {
    command. */
 const Command *FindCommand(uint32_t command);
 
-/* What the leaves of a "set" hold now, in order; "" for other commands. */
-std::string ValuesOf(const Plan &plan);
+/* What the leaves hold now, in order, each with a NUL behind it; of none "". */
+std::string ValuesOf(const std::vector<std::string> &paths);
 
 /* Why something was refused, in one line without control characters: of the records of failures
    (print_desk.h) of whoever refused it the last that tells more than that there was one; without

@@ -35,9 +35,9 @@ std::string TakeText(std::string_view *texts) {
 }
 
 Json Leaves(const Watched &event) {
-  std::string_view before = event.plan.before, after = event.after;
+  std::string_view before = event.before, after = event.after;
   Json leaves = Json::array();
-  for (const std::string &path : event.plan.paths)
+  for (const std::string &path : event.paths)
     leaves.push_back({{"path", path}, {"before", TakeText(&before)}, {"after", TakeText(&after)}});
   return leaves;
 }
@@ -65,9 +65,9 @@ Json Notification(const Watched &event) {
 }  // namespace
 
 size_t EventBytes(const Watched &event) {
-  size_t bytes = sizeof event + event.client.size() + event.path.size() + event.after.size() +
-                 event.text.size() + event.plan.value.size() + event.plan.before.size();
-  for (const std::string &path : event.plan.paths) bytes += path.size();
+  size_t bytes = sizeof event + event.client.size() + event.path.size() + event.text.size() +
+                 event.before.size() + event.after.size();
+  for (const std::string &path : event.paths) bytes += path.size();
   return bytes;
 }
 
@@ -75,7 +75,7 @@ bool EventIsBelow(const Watched &event, const std::vector<std::string> &paths) {
   if (paths.empty() || event.is_notification) return true;
   return std::any_of(paths.begin(), paths.end(), [&](const std::string &top) {
     return IsAtOrBelow(event.path, top) ||
-           std::any_of(event.plan.paths.begin(), event.plan.paths.end(),
+           std::any_of(event.paths.begin(), event.paths.end(),
                        [&](const std::string &path) { return IsAtOrBelow(path, top); });
   });
 }
@@ -101,7 +101,7 @@ Json EventJson(const Watched &event) {
     json["queued_ms"] = MsBetween(event.begun, stay.begun);
     json["module_ms"] = MsBetween(stay.begun, stay.acknowledged);
   }
-  if (!event.plan.paths.empty()) json["leaves"] = Leaves(event);
+  if (!event.paths.empty()) json["leaves"] = Leaves(event);
   json["result"] = event.result < 0 ? "refused" : "done";
   if (!event.text.empty()) json["text"] = event.text;
   json["total_ms"] = MsBetween(event.begun, event.ended);

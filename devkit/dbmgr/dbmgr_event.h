@@ -9,7 +9,6 @@
 #include <vector>
 
 #include "control.h"
-#include "dbmgr_plan.h"
 
 constexpr size_t kWatchedTextMax = 1024; /* bytes of a reason, or of a notification */
 
@@ -27,8 +26,9 @@ struct Watched {
   pid_t pid = 0;
   bool is_notification = false;
   uint32_t command = 0; /* of a notification its id */
-  std::string path, after, text;
-  Plan plan;
+  std::string path, text;
+  std::vector<std::string> paths; /* of a "set", as in its plan */
+  std::string before, after;      /* ValuesOf these */
   std::vector<Stay> stays;
   int32_t result = 0;
   size_t bytes = 0;

@@ -22,7 +22,7 @@ struct Plan {
   std::string url, value;         /* as they travel to the module */
   std::string leaf;               /* full path when one leaf was asked for, else "" */
   std::vector<std::string> paths; /* "set": full paths of the leaves, in order */
-  std::string before;             /* "set": ValuesOf it when it was handed on */
+  std::string before;             /* "set": ValuesOf them when it was handed on */
 };
 
 /* Checks `request`, and brings its path into the one form that all behind it have: no "." at the

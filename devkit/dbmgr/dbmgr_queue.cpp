@@ -69,7 +69,7 @@ std::string Frame(uint32_t chain, const Plan &plan) {
 int Send(uint32_t chain, Request *request) {
   static uint64_t last_sent = 0;
   const std::string &name = request->plan.module;
-  request->plan.before = ValuesOf(request->plan);
+  request->plan.before = ValuesOf(request->plan.paths);
   const std::string frame = Frame(chain, request->plan);
   request->sent = ++last_sent;
   WatchSent(ClientOf(*request), name);

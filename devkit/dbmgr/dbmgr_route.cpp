@@ -111,7 +111,7 @@ void Route(uint64_t client, const void *data, uint32_t length) {
   if (!plan.paths.empty()) TakeWho(request.get());
   if (!plan.module.empty()) return QueuePut(std::move(request));
   if (!plan.asks.empty()) return EnqueueParts(*request);
-  plan.before = ValuesOf(plan);
+  plan.before = ValuesOf(plan.paths);
   DbmgrAnswer answer = ServeFromStore(plan);
   if (answer.result >= 0) NoteWho(*request);
   Answer(client, std::move(answer));

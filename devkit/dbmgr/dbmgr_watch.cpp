@@ -223,8 +223,8 @@ void WatchBegun(uint64_t client, const DbmgrRequest &asked) {
 void WatchPlanned(uint64_t client, const Plan &plan) {
   Note(client, [&](Watched *event) {
     event->path = plan.paths.size() == 1 ? plan.paths[0] : plan.leaf.empty() ? plan.url : plan.leaf;
-    event->plan = plan;
-    event->plan.before = ValuesOf(plan);
+    event->paths = plan.paths;
+    event->before = ValuesOf(plan.paths);
   });
 }
 
@@ -252,6 +252,7 @@ void WatchAcknowledged(uint64_t client, const std::string &module) {
 }
 
 void WatchAnswered(uint64_t client, int32_t result, std::string_view text) {
+  if (!watched) return;
   auto node = begun.extract(client);
   if (node.empty()) return;
   try {
@@ -260,7 +261,7 @@ void WatchAnswered(uint64_t client, int32_t result, std::string_view text) {
     event->result = result;
     if (text.find(static_cast<char>(AMS_SEPARATOR)) == text.npos) /* no whole object */
       event->text.assign(text.substr(0, kWatchedTextMax));
-    event->after = ValuesOf(event->plan);
+    event->after = ValuesOf(event->paths);
     for (Stay &stay : event->stays)
       if (stay.acknowledged == 0) stay = {stay.module, stay.sent, stay.sent, event->ended};
     Keep(std::move(node.mapped()));

@@ -234,7 +234,7 @@ TEST_F(Model, ARefusalSaysWhatItLeft) {
   };
   ASSERT_EQ(
       PlanRequest({APPT_CMD_SET, array + ".1", "IPInterfaceSubnetMask=255.0.0.0"}, &set, &why), 0);
-  set.before = ValuesOf(set);
+  set.before = ValuesOf(set.paths);
   EXPECT_NE(says(set, "").find("IPInterface.1\": its line; its parameters are as before"), why.npos)
       << says(set, "");
   ASSERT_EQ(ams_set_node_value(gptXmlTrees->root, mask.c_str(), "255.0.0.0"), 0);
