@@ -18,6 +18,10 @@ struct NodeOrder {
 /* `above`: the length of the order of the node that it is in. */
 inline NodeOrder OrderIn(const Record &record, size_t above) {
   NodeOrder order = {0, record.head.order_length};
+  if (order.length == above + 2) { /* all but an instance's: most of what a reader goes over */
+    order.place = static_cast<uint32_t>(record.order[above] << 8 | record.order[above + 1]);
+    return order;
+  }
   for (size_t at = above; at < order.length; ++at)
     order.place = order.place << 8 | record.order[at];
   return order;

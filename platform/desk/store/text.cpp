@@ -92,20 +92,27 @@ void PutFew(const FewLeaves &leaves, char *out) {
 
 /* `make(size)` gives the room for a text of `size` bytes with its NUL, or NULL. */
 template <class Make>
+int MakeSubtree(MDB_txn *txn, const Key &top, Make make) {
+  SubtreeText subtree;
+  if (SubtreeRead(txn, top, &subtree) != 0) return -1;
+  char *out = make(std::max(subtree.size, size_t{1}));
+  if (out == nullptr) return -1;
+  SubtreePut(subtree, out);
+  return 0;
+}
+
+template <class Make>
 int ReadText(const char *path, Make make) {
   return TreeRead([=](MDB_txn *txn) {
     Key key;
     FewLeaves few;
-    SubtreeText subtree;
     if (TreeKey(path, KEY_NODE, &key) != 0) return -1;
     const int rc = GatherFew(txn, &key, &few);
-    if (rc == -1 || (rc == FEW_NOT && SubtreeRead(txn, key, &subtree) != 0)) return -1;
-    char *out = make(std::max(rc == FEW_NOT ? subtree.size : few.size, size_t{1}));
+    if (rc == -1) return -1;
+    if (rc == FEW_NOT) return MakeSubtree(txn, key, make);
+    char *out = make(std::max(few.size, size_t{1}));
     if (out == nullptr) return -1;
-    if (rc == FEW_NOT)
-      SubtreePut(subtree, out);
-    else
-      PutFew(few, out);
+    PutFew(few, out);
     return 0;
   });
 }
