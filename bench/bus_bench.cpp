@@ -35,6 +35,7 @@
 namespace {
 
 constexpr int kRounds = 7, kTrips = 4000, kRateCalls = 40000, kClients = 8;
+constexpr double kStartMs = 50; /* to be initialised in, scripts apart */
 constexpr char kCommands[] = "/tmp/commands";
 constexpr char kModule[] = "sysmgr:devInfo";
 constexpr char kObject[] = "InternetGatewayDevice.DeviceInfo";
@@ -226,11 +227,12 @@ double StartOnce(const char *program, pid_t *daemon) {
   return MillisecondsSince(start);
 }
 
-/* The last one that was started goes on. What the commands of the start do is no part of it, nor
-   are their processes: script/bench gives the daemon a shell that does nothing. */
+/* The last one that was started goes on. What the commands of the start do is no part of it:
+   script/bench gives the daemon a shell that does nothing. Their processes come on top of what a
+   start may take. */
 void StartDaemon(const char *program) {
   pid_t daemon = -1;
-  std::vector<double> starts, apart;
+  std::vector<double> starts, limits;
   gptXmlTrees = ShmPoolSrvInit();
   FILE *file = fopen("/etc/tr098_data_model.xml", "re");
   if (gptXmlTrees == nullptr || file == nullptr) Fail("no store or no data-model file");
@@ -242,10 +244,10 @@ void StartDaemon(const char *program) {
     const double before = CommandsGiven();
     starts.push_back(StartOnce(program, &daemon));
     const double commands = CommandsGiven() - before;
-    apart.push_back(starts.back() - commands * CommandTime());
+    limits.push_back(kStartMs + commands * CommandTime());
   }
-  Print("startup/ms", Median(apart));
-  Print("startup/commands/ms", Median(starts));
+  Print("startup/ms", Median(starts));
+  Print("startup/limit/ms", Median(limits));
 }
 
 int Straight(const char *program) {
