@@ -54,24 +54,17 @@ inline uint32_t Extend(uint32_t (&w)[16], int i) {
   return w[i & 15];
 }
 
-void EightRounds(State &s, const uint32_t (&in)[8]) {
-  Round(s[0], s[1], s[2], s[3], s[4], s[5], s[6], s[7], in[0]);
-  Round(s[7], s[0], s[1], s[2], s[3], s[4], s[5], s[6], in[1]);
-  Round(s[6], s[7], s[0], s[1], s[2], s[3], s[4], s[5], in[2]);
-  Round(s[5], s[6], s[7], s[0], s[1], s[2], s[3], s[4], in[3]);
-  Round(s[4], s[5], s[6], s[7], s[0], s[1], s[2], s[3], in[4]);
-  Round(s[3], s[4], s[5], s[6], s[7], s[0], s[1], s[2], in[5]);
-  Round(s[2], s[3], s[4], s[5], s[6], s[7], s[0], s[1], in[6]);
-  Round(s[1], s[2], s[3], s[4], s[5], s[6], s[7], s[0], in[7]);
-}
-
+/* Sixteen rounds are unrolled, so that no word of the state is moved. */
 void Compress(State &state, const uint8_t *block) {
-  uint32_t w[16], in[8];
+  uint32_t w[16];
   State s = state;
   for (int i = 0; i < 16; ++i) w[i] = LoadBig(block + 4 * i);
-  for (int i = 0; i < 64; i += 8) {
-    for (int n = 0; n < 8; ++n) in[n] = kRound[i + n] + (i < 16 ? w[i + n] : Extend(w, i + n));
-    EightRounds(s, in);
+  for (int i = 0; i < 64; i += 16) {
+#pragma GCC unroll 16
+    for (int n = 0; n < 16; ++n)
+      Round(s[-n & 7], s[(1 - n) & 7], s[(2 - n) & 7], s[(3 - n) & 7], s[(4 - n) & 7],
+            s[(5 - n) & 7], s[(6 - n) & 7], s[(7 - n) & 7],
+            kRound[i + n] + (i == 0 ? w[n] : Extend(w, n)));
   }
   for (size_t i = 0; i < state.size(); ++i) state[i] += s[i];
 }
