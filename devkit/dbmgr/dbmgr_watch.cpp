@@ -9,7 +9,6 @@
 #include <map>
 #include <memory>
 #include <new>
-#include <unordered_map>
 #include <vector>
 
 #include "ams_print.h"
@@ -28,6 +27,7 @@ namespace {
 constexpr size_t kKeptMax = 1000, kBytesMax = 4 * 1024 * 1024; /* of events that are told later */
 constexpr size_t kToldMax = 200;                               /* in one answer */
 constexpr size_t kWatchersMax = 64;
+constexpr size_t kPathMostly = 95; /* bytes of a path, as its plan has it, or fewer */
 constexpr uint32_t kTellMs = 50;   /* events of so long go out together */
 constexpr uint32_t kPauseMs = 800; /* without events; of a second a client tells a terminal */
 constexpr uint64_t kForgetNs = 5 * 1000000000ULL; /* without a question */
@@ -38,11 +38,16 @@ struct Watcher {
   std::vector<std::string> paths;
 };
 
+struct Begun {
+  uint64_t client;
+  std::unique_ptr<Watched> event; /* not NULL */
+};
+
 bool watched = false;
 uint64_t last_question = 0; /* ns of the monotonic clock */
 uint64_t run = 0;           /* of this process; a watcher of an earlier one begins anew */
-std::unordered_map<uint64_t, std::unique_ptr<Watched>> begun; /* by token; none is NULL */
-std::deque<std::unique_ptr<Watched>> kept;                    /* as above */
+std::vector<Begun> begun;   /* in the order of their clients, which is that of their coming */
+std::deque<std::unique_ptr<Watched>> kept; /* none is NULL */
 size_t kept_bytes = 0;
 uint64_t next_number = 0; /* of the event that comes next */
 std::vector<Watcher> watchers;
@@ -61,14 +66,22 @@ void Forget() {
   kept_bytes = 0;
 }
 
+/* What was noted of the request so far, or the end. */
+std::vector<Begun>::iterator BegunOf(uint64_t client) {
+  const auto found =
+      std::lower_bound(begun.begin(), begun.end(), client,
+                       [](const Begun &each, uint64_t wanted) { return each.client < wanted; });
+  return found != begun.end() && found->client == client ? found : begun.end();
+}
+
 /* `work` on the request, if it is watched. */
 template <class Work>
 void Note(uint64_t client, Work work) {
   if (!watched || client == 0) return;
-  const auto found = begun.find(client);
+  const auto found = BegunOf(client);
   if (found == begun.end()) return;
   try {
-    work(found->second.get());
+    work(found->event.get());
   } catch (const std::bad_alloc &) {
     begun.erase(found);
   }
@@ -124,7 +137,7 @@ Json CommandJson(const CommandRun &command, const Watched &event) {
   Json json = {{"line", command.line}, {"at_ms", MsBetween(event.begun, command.at)}};
   if (std::any_of(kept.begin(), kept.end(), may_be_of) ||
       std::any_of(begun.begin(), begun.end(),
-                  [&](const auto &each) { return may_be_of(each.second); }))
+                  [&](const Begun &each) { return may_be_of(each.event); }))
     json["unsure"] = true;
   return json;
 }
@@ -214,8 +227,9 @@ void WatchBegun(uint64_t client, const DbmgrRequest &asked) {
     event->client = name;
     event->pid = tds_sender_pid();
     event->command = asked.command;
+    event->path.reserve(kPathMostly);
     event->path = asked.url;
-    begun.emplace(client, std::move(event));
+    begun.push_back({client, std::move(event)});
   } catch (const std::bad_alloc &) {
   }
 }
@@ -240,23 +254,24 @@ void WatchAcknowledged(uint64_t client, const std::string &module) {
   if (!watched) return;
   const uint64_t now = Now();
   Note(client, [&](Watched *event) {
+    uint64_t &before = acknowledged[module]; /* it works in order, one at a time */
     for (Stay &stay : event->stays) {
       if (stay.module != module || stay.acknowledged != 0) continue;
-      const auto before = acknowledged.find(module); /* it works in order, one at a time */
-      stay.begun = std::max(stay.sent, before == acknowledged.end() ? 0 : before->second);
+      stay.begun = std::max(stay.sent, before);
       stay.acknowledged = now;
       break;
     }
-    acknowledged[module] = now;
+    before = now;
   });
 }
 
 void WatchAnswered(uint64_t client, int32_t result, std::string_view text) {
   if (!watched) return;
-  auto node = begun.extract(client);
-  if (node.empty()) return;
+  const auto found = BegunOf(client);
+  if (found == begun.end()) return;
+  std::unique_ptr<Watched> event = std::move(found->event);
+  begun.erase(found);
   try {
-    Watched *event = node.mapped().get();
     event->ended = Now();
     event->result = result;
     if (text.find(static_cast<char>(AMS_SEPARATOR)) == text.npos) /* no whole object */
@@ -264,7 +279,7 @@ void WatchAnswered(uint64_t client, int32_t result, std::string_view text) {
     event->after = ValuesOf(event->paths);
     for (Stay &stay : event->stays)
       if (stay.acknowledged == 0) stay = {stay.module, stay.sent, stay.sent, event->ended};
-    Keep(std::move(node.mapped()));
+    Keep(std::move(event));
   } catch (const std::bad_alloc &) {
   }
 }
