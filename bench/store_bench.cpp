@@ -56,8 +56,8 @@ std::string MakeXml(int leaves) {
   return xml + "</Services></InternetGatewayDevice>\n";
 }
 
-/* What the store keeps in front of a value; the peers carry as many bytes. */
-const std::string kFront(8 + 12, 'f');
+/* As many bytes as the store keeps of a leaf beside its name and value. */
+const std::string kFront(12, 'f');
 
 using Rows = std::map<std::string, std::string>;
 

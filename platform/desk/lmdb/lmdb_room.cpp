@@ -71,10 +71,17 @@ int LmdbRoomBegin(const LmdbEnv &opened) {
   return Allocate(&pages, WithFreeList(pages.base + kStep));
 }
 
+/* A page holds two rows at least: what is longer, with its key, has pages of its own, the first
+   with a head. */
+size_t LmdbOwnPages(const LmdbPages &pages, size_t bytes) {
+  constexpr size_t kHead = 16;
+  return bytes > pages.size / 3 ? (kHead + bytes - 1) / pages.size + 1 : 0;
+}
+
 int LmdbRoom(const LmdbEnv &opened, MDB_txn *txn, size_t bytes) {
   LmdbPages &pages = opened.pages;
   if (pages.file < 0) return 0;
-  size_t own = bytes > pages.size / 4 ? bytes / pages.size + 2 : 0;
+  const size_t own = LmdbOwnPages(pages, bytes);
   pages.large += own;
   pages.taken += kPathPages + own;
   if (bytes == 0) Count(opened, txn, &pages); /* the tree may become smaller: this was its peak */

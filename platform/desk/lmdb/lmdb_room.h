@@ -20,6 +20,9 @@ struct LmdbPages {
   size_t peak;       // pages of the tree when they were counted last, in the open write
 };
 
+/* The pages that a value of so many bytes has of its own, at most; 0: it stands beside others. */
+size_t LmdbOwnPages(const LmdbPages &pages, size_t bytes);
+
 /* What LmdbOpen and LmdbBegin do about room. */
 void LmdbRoomOpen(LmdbEnv *opened, const LmdbPlace &place);
 int LmdbRoomBegin(const LmdbEnv &opened);

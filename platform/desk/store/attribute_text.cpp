@@ -28,15 +28,16 @@ void AppendWithAttributes(MDB_txn *txn, const Found &leaf, size_t top_length, st
   std::string_view set, name, value;
   char path[kKeyMax + 1];
   if (!text->empty()) *text += static_cast<char>(AMS_SEPARATOR);
-  text->append(path, KeyToPath(leaf.key + top_length, leaf.key_length - top_length, path));
-  text->append("=").append(leaf.record.value, leaf.record.length);
+  if (leaf.key_length > top_length) {
+    text->append(path, KeyToPath(leaf.key + top_length, leaf.key_length - top_length, path));
+    *text += '.';
+  }
+  text->append(LeafName(leaf.record)).append("=").append(leaf.record.value, leaf.record.length);
   if (TreeAttributes(txn, leaf.record.head.attributes, &set) == 0)
     while (AttributeNext(&set, &name, &value)) AppendPair(text, name, value);
   if ((leaf.record.head.flags & RECORD_NOTIFY) == 0) return;
   Key key;
-  key.length = key.last = 0;
-  if (KeyAppend(&key, leaf.key, leaf.key_length) == 0)
-    AppendPair(text, "notify", TreeNotify(txn, key, leaf.record));
+  if (FoundKey(leaf, &key) == 0) AppendPair(text, "notify", TreeNotify(txn, key, leaf.record));
 }
 
 int HandOut(const std::string &built, char **text) {
@@ -46,7 +47,7 @@ int HandOut(const std::string &built, char **text) {
   return 0;
 }
 
-/* Bytes of the keys of leaves that the text of this node leaves out. */
+/* Bytes of the keys of objects that the text of this node leaves out. */
 size_t LeftOut(const Key &key, const Record &record) {
   return RecordIsLeaf(record) ? key.last : key.length;
 }
@@ -58,7 +59,7 @@ int ReadAttributes(MDB_txn *txn, const char *path, char **text) {
   std::vector<Found> leaves;
   if (TreeFindPath(txn, path, true, &key, &record) != 0) return -1;
   if (RecordIsLeaf(record))
-    leaves.push_back({0, key.bytes, key.length, record});
+    leaves.push_back({0, key.bytes, key.last, record});
   else if (TreeGather(txn, key, TREE_LEAVES, &leaves) != 0)
     return -1;
   for (const Found &leaf : leaves) AppendWithAttributes(txn, leaf, LeftOut(key, record), &built);
@@ -75,8 +76,8 @@ int TakeChanged(MDB_txn *txn, const Key &top, std::vector<std::string> *changed)
   while (rc == 0 && TreeSeek(cursor.get(), marked, marked, &key, &data) == 0 &&
          (room = TreeRoom(txn, 0)) == 0) {
     changed->emplace_back(static_cast<char *>(key.mv_data) + 1, key.mv_size - 1);
-    Key leaf = {0, 0, {}};
-    if (KeyAppend(&leaf, changed->back().data(), changed->back().size()) == 0)
+    Key leaf;
+    if (KeyOfBytes(changed->back().data(), changed->back().size(), &leaf) == 0)
       KeepBeside(kKeptChanges, leaf, std::nullopt);
     rc = mdb_cursor_del(cursor.get(), 0);
   }
@@ -92,10 +93,12 @@ int ReadChanged(MDB_txn *txn, const char *path, char **text) {
   if (TreeFindPath(txn, path, true, &top, &record) != 0) return -1;
   if (TakeChanged(txn, top, &changed) != 0) return -1;
   for (const std::string &bytes : changed) {
-    Key key = {0, 0, {}};
-    Found leaf = {0, reinterpret_cast<const uint8_t *>(bytes.data()), bytes.size(), {}};
-    if (KeyAppend(&key, bytes.data(), bytes.size()) == 0 && TreeFind(txn, key, &leaf.record) == 0)
-      leaves.push_back(leaf);
+    Key key;
+    Found leaf = {0, reinterpret_cast<const uint8_t *>(bytes.data()), 0, {}};
+    if (KeyOfBytes(bytes.data(), bytes.size(), &key) != 0 || TreeFind(txn, key, &leaf.record) != 0)
+      continue;
+    leaf.key_length = key.last;
+    leaves.push_back(leaf);
   }
   TreeSort(&leaves, 0);
   for (const Found &leaf : leaves) AppendWithAttributes(txn, leaf, LeftOut(top, record), &built);

@@ -8,6 +8,7 @@
 #include "instances.h"
 #include "keep.h"
 #include "nvram.h"
+#include "put.h"
 #include "store_desk.h"
 #include "tds.h"
 #include "tree.h"
@@ -90,11 +91,10 @@ int ChangeForget(MDB_txn *txn, const Key &leaf) {
 
 /* "0" is what a node without the attribute has, so it is not stored. */
 int NotifyPut(MDB_txn *txn, const Key &key, const Record &record, std::string_view value) {
-  Record changed = record;
   Key notify = KeyMarked(KEY_NOTIFY, key);
-  changed.head.flags &= static_cast<uint8_t>(~RECORD_NOTIFY);
-  if (value != "0") changed.head.flags |= RECORD_NOTIFY;
-  if (TreePutRecord(txn, key, changed, {record.value, record.length}) != 0) return -1;
+  const unsigned others = record.head.flags & ~unsigned{RECORD_NOTIFY};
+  const unsigned flags = value != "0" ? others | RECORD_NOTIFY : others;
+  if (TreePutFlags(txn, key, static_cast<uint8_t>(flags)) != 0) return -1;
   if (value != "0") return TreePut(txn, notify, value.data(), value.size());
   if (TreeDelete(txn, notify) != 0) return -1;
   return ChangeForget(txn, key);
@@ -113,7 +113,8 @@ int ChangesLay(MDB_txn *txn) {
   return LayEach(txn, kKeptChanges,
                  [=](const Key &key, const Record &record, const std::string &row) {
                    Change change;
-                   if ((record.head.flags & RECORD_NOTIFY) == 0 || Parse(row, &change) != 0)
+                   if (!RecordIsLeaf(record) || (record.head.flags & RECORD_NOTIFY) == 0 ||
+                       Parse(row, &change) != 0)
                      return 0;
                    return TreePut(txn, KeyMarked(KEY_CHANGED, key), row.data(), row.size());
                  });
@@ -130,10 +131,10 @@ int ams_desk_changes(AmsDeskChangeVisit visit, void *context) {
          rc = mdb_cursor_get(cursor.get(), &key, &data, MDB_NEXT)) {
       char path[kKeyMax + 1];
       Change change;
-      Key leaf = {0, 0, {}};
+      Key leaf;
       Record record;
       const uint8_t *bytes = static_cast<uint8_t *>(key.mv_data) + 1;
-      if (Parse(Text(data), &change) != 0 || KeyAppend(&leaf, bytes, key.mv_size - 1) != 0 ||
+      if (Parse(Text(data), &change) != 0 || KeyOfBytes(bytes, key.mv_size - 1, &leaf) != 0 ||
           TreeFind(txn, leaf, &record) != 0)
         continue;
       KeyToPath(bytes, key.mv_size - 1, path);

@@ -30,19 +30,32 @@ int CopyUrl(const uint8_t *key, size_t length, char url[AMS_PATH_SIZE]) {
   return 0;
 }
 
-int FillList(MDB_txn *txn, const Key &parent, size_t skip, ChildList *list) {
-  std::vector<Found> children;
-  int failed = TreeChildren(txn, parent, [&](const MDB_val &key, const MDB_val &data) {
+/* The nodes in `parent`, which has this record, as the file has them. */
+int FindChildren(MDB_txn *txn, const Key &parent, const Record &record,
+                 std::vector<Found> *children) {
+  const MDB_val parent_key = KeyVal(parent);
+  if (TreeLeaves(txn, parent_key, record, [&](const Record &leaf) {
+        children->push_back({0, parent.bytes, parent.length, leaf});
+      }) != 0)
+    return -1;
+  const int failed = TreeChildren(txn, parent, [&](const MDB_val &key, const MDB_val &data) {
     Found child = {0, static_cast<uint8_t *>(key.mv_data), key.mv_size, {}};
-    if (RecordParse(data, &child.record) == 0) children.push_back(child);
+    if (RecordParse(data, &child.record) == 0) children->push_back(child);
     return true;
   });
-  if (failed != 0) return -1;
-  TreeSort(&children, skip);
+  if (failed == 0) TreeSort(children, record.head.order_length);
+  return failed;
+}
+
+int FillList(MDB_txn *txn, const Key &parent, const Record &record, ChildList *list) {
+  std::vector<Found> children;
+  Key key;
+  if (FindChildren(txn, parent, record, &children) != 0) return -1;
   list->parent.length = 0; /* nobody's until it is whole */
   list->keys.clear();
   for (const Found &child : children)
-    list->keys.emplace_back(reinterpret_cast<const char *>(child.key), child.key_length);
+    if (FoundKey(child, &key) == 0)
+      list->keys.emplace_back(reinterpret_cast<const char *>(key.bytes), key.length);
   list->parent = parent;
   list->txn_id = TreeReadId(txn);
   list->at = 0;
@@ -71,8 +84,7 @@ int FirstBeside(MDB_txn *txn, const Key &array, char url[AMS_PATH_SIZE]) {
   Record record;
   ChildList *list = ThreadList();
   if (TreeFind(txn, array, &record) != 0) return -1;
-  if (!ListFits(*list, txn, array) && FillList(txn, array, record.head.order_length, list) != 0)
-    return -1;
+  if (!ListFits(*list, txn, array) && FillList(txn, array, record, list) != 0) return -1;
   auto beside = std::find_if(list->keys.begin(), list->keys.end(), [&](const std::string &key) {
     return !IsInstance(reinterpret_cast<const uint8_t *>(key.data()), key.size(), array);
   });
@@ -102,8 +114,7 @@ int FirstChild(MDB_txn *txn, const char *path, char url[AMS_PATH_SIZE]) {
     return NextInstance(txn, from, parent, url);
   }
   ChildList *list = ThreadList();
-  if (!ListFits(*list, txn, parent) && FillList(txn, parent, record.head.order_length, list) != 0)
-    return -1;
+  if (!ListFits(*list, txn, parent) && FillList(txn, parent, record, list) != 0) return -1;
   return HandOut(list, 0, url);
 }
 
@@ -112,7 +123,7 @@ int NextOfObject(MDB_txn *txn, const Key &child, const Key &parent, char url[AMS
   if (!ListFits(*list, txn, parent)) {
     Record record;
     if (TreeFind(txn, parent, &record) != 0) return -1;
-    if (FillList(txn, parent, record.head.order_length, list) != 0) return -1;
+    if (FillList(txn, parent, record, list) != 0) return -1;
   }
   std::string wanted(reinterpret_cast<const char *>(child.bytes), child.length);
   for (uint8_t separator : {KEY_NODE, KEY_LEAF}) {

@@ -7,11 +7,15 @@
 #include "tree.h"
 
 struct Found {
-  uint64_t rank; /* TreeSort's */
-  const uint8_t *key;
+  uint64_t rank;      /* TreeSort's */
+  const uint8_t *key; /* of a leaf: of its object */
   size_t key_length;
   Record record;
 };
+
+/* The node's own key, behind a mark if the row has one. 0 or -1: it is too long, which cannot be.
+ */
+int FoundKey(const Found &found, Key *key);
 
 /* The nodes below `top` of these kinds, as the file has them. 0, or -1: there is no such node (not
    logged), or it cannot be read. */

@@ -9,22 +9,33 @@
 #include "ams_store.h"
 #include "attributes.h"
 #include "keep.h"
+#include "put.h"
 #include "room.h"
+#include "scan.h"
 #include "tree.h"
 
 namespace {
 
 /* One row of a new instance, whole: writing would move what a template's row points to. */
 struct NewRow {
-  Key key;
-  std::string record, notify;
+  std::string key, data;
+};
+
+/* What a template is made an instance of. */
+struct Making {
+  MDB_txn *txn;
+  const Record &array;
+  uint32_t number;
+  Key top, instance; /* the template's key and the instance's */
+  std::vector<NewRow> *rows;
 };
 
 /* A template's row with the instance's place in its order where the template's own was. */
-std::string InstanceRecord(const Record &array, uint32_t number, const Record &row) {
-  size_t front = array.head.order_length, skip = front + sizeof number;
+std::string InstanceRecord(const Making &making, const Record &row) {
+  const Record &array = making.array;
+  size_t front = array.head.order_length, skip = front + sizeof making.number;
   std::string order(reinterpret_cast<const char *>(array.order), front);
-  for (int shift = 24; shift >= 0; shift -= 8) order += static_cast<char>(number >> shift);
+  for (int shift = 24; shift >= 0; shift -= 8) order += static_cast<char>(making.number >> shift);
   if (row.head.order_length > skip)
     order.append(reinterpret_cast<const char *>(row.order) + skip, row.head.order_length - skip);
   RecordHead head = row.head;
@@ -34,19 +45,52 @@ std::string InstanceRecord(const Record &array, uint32_t number, const Record &r
   return record;
 }
 
-/* Makes a new row of a template's row whose key has `tail` behind the template's. */
-int MakeRow(MDB_txn *txn, const Key &instance, const Key &from, const Record &row, NewRow *made) {
+/* The key in the instance of what has this one in the template. */
+std::string KeyIn(const Making &making, const MDB_val &key) {
+  const size_t top = making.top.length;
+  std::string made(reinterpret_cast<const char *>(making.instance.bytes), making.instance.length);
+  return made.append(static_cast<char *>(key.mv_data) + top, key.mv_size - top);
+}
+
+/* The paths of an object's leaves must fit; `longest`: bytes of their names with a dot, 0: none. */
+int CheckPath(const Making &making, const std::string &key, size_t longest) {
   char path[kKeyMax + 1];
-  made->key = instance;
-  size_t top = made->key.length;
-  if (KeyAppend(&made->key, from.bytes + from.last, from.length - from.last) != 0 ||
-      KeyToPath(made->key.bytes, made->key.length, path) >= AMS_PATH_SIZE) {
-    (void)KeyToPath(instance.bytes, top, path); /* for the text */
-    AMS_PRINT(4, "store: no room for %s: a path has at most %d bytes\n", path, AMS_PATH_SIZE - 1);
-    return -1;
+  const uint8_t *bytes = reinterpret_cast<const uint8_t *>(key.data());
+  if (key.size() <= kKeyMax && KeyToPath(bytes, key.size(), path) + longest < AMS_PATH_SIZE)
+    return 0;
+  (void)KeyToPath(making.instance.bytes, making.instance.length, path); /* for the text */
+  AMS_PRINT(4, "store: no room for %s: a path has at most %d bytes\n", path, AMS_PATH_SIZE - 1);
+  return -1;
+}
+
+/* The notify attribute of a node of the template's, `from`, is the instance's, too. */
+void MakeNotify(const Making &making, const Key &from, const Record &record) {
+  if ((record.head.flags & RECORD_NOTIFY) == 0) return;
+  making.rows->push_back({static_cast<char>(KEY_NOTIFY) + KeyIn(making, KeyVal(from)),
+                          TreeNotify(making.txn, from, record)});
+}
+
+/* Makes a new row of a template's. */
+int MakeRow(const Making &making, const MDB_val &key, const MDB_val &data) {
+  Key from;
+  Record record;
+  size_t longest = 0;
+  const std::string made = KeyIn(making, key);
+  if (KeyIsApart(key)) { /* its object's row was looked at */
+    making.rows->push_back({made, std::string(static_cast<char *>(data.mv_data), data.mv_size)});
+    return 0;
   }
-  if ((row.head.flags & RECORD_NOTIFY) != 0) made->notify = TreeNotify(txn, from, row);
-  return 0;
+  if (RecordParse(data, &record) != 0 || KeyOfBytes(key.mv_data, key.mv_size, &from) != 0)
+    return TreeFailed("reading", MDB_CORRUPTED);
+  making.rows->push_back({made, InstanceRecord(making, record)});
+  MakeNotify(making, from, record);
+  auto each = [&](const Record &leaf) {
+    Key leaf_from;
+    longest = std::max(longest, leaf.name_length + size_t{1});
+    if (TreeLeafKey(KeyVal(from), leaf, &leaf_from) == 0) MakeNotify(making, leaf_from, leaf);
+  };
+  if (TreeLeaves(making.txn, key, record, each) != 0) return -1;
+  return CheckPath(making, made, longest);
 }
 
 bool OfNestedTemplate(const MDB_val &key, size_t behind) {
@@ -57,36 +101,21 @@ bool OfNestedTemplate(const MDB_val &key, size_t behind) {
 /* Reads the template of `array` as the rows of instance `number`; nested templates stay behind. */
 int RowsOfTemplate(MDB_txn *txn, const Key &array, const Record &record, uint32_t number,
                    std::vector<NewRow> *rows) {
-  Key top, instance = array;
+  Making making = {txn, record, number, {}, array, rows};
   TreeCursor cursor;
   MDB_val key, data;
-  const uint8_t each = KEY_EACH;
-  KeyGeneral(array.bytes, array.length, &top);
-  if (KeyAppendNumber(&instance, number) != 0) return -1;
-  if (KeyAppendName(&top, KEY_NODE, {reinterpret_cast<const char *>(&each), 1}) != 0) return -1;
+  const char each = KEY_EACH;
+  const Key &top = making.top;
+  KeyGeneral(array.bytes, array.length, &making.top);
+  if (KeyAppendNumber(&making.instance, number) != 0) return -1;
+  if (KeyAppendName(&making.top, KEY_NODE, {&each, 1}) != 0) return -1;
   if (TreeOpenCursor(txn, &cursor) != 0) return -1;
   int rc = TreeSeek(cursor.get(), top, top, &key, &data), result = 0;
   while (result == 0 && rc == 0 && KeyBelow(key, top.bytes, top.length)) {
-    Record row;
-    Key from;
-    from.length = 0;
-    if (!OfNestedTemplate(key, top.length) && RecordParse(data, &row) == 0 &&
-        (result = KeyAppend(&from, key.mv_data, key.mv_size)) == 0) {
-      from.last = top.length; /* the tail begins here */
-      NewRow made;
-      result = MakeRow(txn, instance, from, row, &made);
-      made.record = InstanceRecord(record, number, row);
-      rows->push_back(std::move(made));
-    }
+    if (!OfNestedTemplate(key, top.length)) result = MakeRow(making, key, data);
     rc = mdb_cursor_get(cursor.get(), &key, &data, MDB_NEXT);
   }
   return result;
-}
-
-int PutRow(MDB_txn *txn, const NewRow &row) {
-  if (TreePut(txn, row.key, row.record.data(), row.record.size()) != 0) return -1;
-  if (row.notify.empty()) return 0;
-  return TreePut(txn, KeyMarked(KEY_NOTIFY, row.key), row.notify.data(), row.notify.size());
 }
 
 }  // namespace
@@ -104,13 +133,20 @@ int TreeDeleteRun(MDB_txn *txn, const Key &top) {
 
 namespace {
 
-int FindInstance(MDB_txn *txn, const char *path, Key *array, uint32_t *number) {
+struct Instance {
+  Key array;
+  uint32_t number;
+  bool of_file; /* the data-model file's */
+};
+
+int FindInstance(MDB_txn *txn, const char *path, Instance *instance) {
   Key key;
   Record record;
   if (path == nullptr || KeyOfPath(path, KEY_NODE, &key) != 0) return -1;
-  if (KeyParent(key, array) != 0 || TreeFind(txn, key, &record) != 0) return -1;
-  *number = KeyNumber(key.bytes + key.last + 1, key.length - key.last - 1);
-  return *number == 0 ? -1 : 0;
+  if (KeyParent(key, &instance->array) != 0 || TreeFind(txn, key, &record) != 0) return -1;
+  instance->number = KeyNumber(key.bytes + key.last + 1, key.length - key.last - 1);
+  instance->of_file = RecordChildren(record).of_file != 0;
+  return instance->number == 0 ? -1 : 0;
 }
 
 int AddNext(MDB_txn *txn, const char *path, char *url) {
@@ -137,18 +173,18 @@ int AddNext(MDB_txn *txn, const char *path, char *url) {
   return 0;
 }
 
-int DeleteOne(MDB_txn *txn, const char *instance) {
-  Key array;
-  uint32_t number;
+int DeleteOne(MDB_txn *txn, const char *path) {
+  Instance instance;
   Record record;
-  if (FindInstance(txn, instance, &array, &number) != 0) {
-    AMS_PRINT(4, "store: nothing deleted: %.255s is no instance\n",
-              instance == nullptr ? "" : instance);
+  if (FindInstance(txn, path, &instance) != 0) {
+    AMS_PRINT(4, "store: nothing deleted: %.255s is no instance\n", path == nullptr ? "" : path);
     return -1;
   }
-  if (TreeDeleteInstance(txn, array, number) != 0) return -1;
+  const Key &array = instance.array;
+  if (TreeDeleteInstance(txn, array, instance.number) != 0) return -1;
   if (TreeFind(txn, array, &record) != 0) return TreeFailed("reading", MDB_NOTFOUND);
-  if (KeepDeleted(array, number, RecordCounts(record).highest) == 0) return 0;
+  const uint32_t highest = RecordCounts(record).highest;
+  if (KeepDeleted(array, instance.number, instance.of_file, highest) == 0) return 0;
   return TreeGivenUp(); /* the row is gone already */
 }
 
@@ -189,8 +225,12 @@ int TreeAddInstance(MDB_txn *txn, const Key &array, uint32_t number) {
     AMS_PRINT(4, "store: nothing added: %s has no Template\n", path);
     return -1;
   }
-  for (const NewRow &row : rows)
-    if (PutRow(txn, row) != 0) return -1;
+  for (const NewRow &row : rows) {
+    Key key;
+    if (KeyOfBytes(row.key.data(), row.key.size(), &key) != 0 ||
+        TreePut(txn, key, row.data.data(), row.data.size()) != 0)
+      return -1;
+  }
   counts.highest = std::max(counts.highest, number);
   ++counts.count;
   return TreePutCounts(txn, array, counts);

@@ -72,13 +72,13 @@ int KeepAdded(const Key &array, uint32_t number) {
   return 0;
 }
 
-int KeepDeleted(const Key &array, uint32_t number, uint32_t highest) {
+int KeepDeleted(const Key &array, uint32_t number, bool of_file, uint32_t highest) {
   std::string above = PathOf(array) + ".", row = above + std::to_string(number) + ".";
   std::optional<std::string> added, list;
   if (KeptValue(row, &added) != 0 || KeptValue(above, &list) != 0 || ForgetBelow(row) != 0 ||
       ForgetBelow(kKeptNotify + row) != 0 || ForgetBelow(kKeptChanges + row) != 0)
     return -1;
-  if (added != "1") Changes()->push_back({row, "0"});
+  if (of_file || added != "1") Changes()->push_back({row, "0"});
   size_t end = list ? list->rfind('/') : std::string::npos;
   std::string front = end == std::string::npos ? "" : list->substr(0, end + 1);
   Changes()->push_back({above, front + std::to_string(highest)});

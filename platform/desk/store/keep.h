@@ -10,11 +10,12 @@
 #include "key.h"
 #include "nvram_desk.h"
 
-/* What the open write changes of the configuration; `highest` is the highest number that the array
-   ever used. 0 or -1 (logged): what is kept of the row cannot be read. */
+/* What the open write changes of the configuration; `of_file`: the data-model file has the row,
+   too; `highest` is the highest number that the array ever used. 0 or -1 (logged): what is kept of
+   the row cannot be read. */
 void KeepLeaf(const Key &key, std::string_view value);
 int KeepAdded(const Key &array, uint32_t number);
-int KeepDeleted(const Key &array, uint32_t number, uint32_t highest);
+int KeepDeleted(const Key &array, uint32_t number, bool of_file, uint32_t highest);
 
 /* Beside the configuration, what is kept of a node under "PREFIX:PATH". */
 constexpr char kKeptNotify[] = "notify:", kKeptChanges[] = "changed:";

@@ -53,6 +53,13 @@ const char *CopyName(const char *from, const char *end, uint8_t **out) {
   return from == start ? nullptr : from;
 }
 
+/* Where the last separator before `end` stands; 0: there is none. */
+size_t FindLast(const Key &key, size_t end) {
+  size_t at = end == 0 ? 0 : end - 1;
+  while (at > 0 && key.bytes[at] > KEY_NODE) --at;
+  return at;
+}
+
 /* A number gets its count of digits in front. NULL: digits, but no number. */
 const char *CopyNumber(const char *from, uint8_t **out) {
   size_t digits = 0;
@@ -95,10 +102,6 @@ size_t KeyToPath(const uint8_t *bytes, size_t length, char *path) {
   if (length > 0 && bytes[0] == KEY_ROOT) {
     memcpy(path, kRootName, sizeof kRootName);
     to = sizeof kRootName - 1;
-  } else if (length > 0 && bytes[0] == KEY_LEAF) { /* an object's own leaf: one name */
-    memcpy(path, bytes + 1, length - 1);
-    path[length - 1] = '\0';
-    return length - 1;
   }
   while (from < length) { /* eight bytes at a time: every row that is shown pays for this */
     size_t names = 0;
@@ -115,6 +118,13 @@ size_t KeyToPath(const uint8_t *bytes, size_t length, char *path) {
   }
   path[to] = '\0';
   return to;
+}
+
+int KeyOfBytes(const void *bytes, size_t length, Key *key) {
+  key->length = 0;
+  if (KeyAppend(key, bytes, length) != 0) return -1;
+  key->last = FindLast(*key, length);
+  return 0;
 }
 
 int KeyAppend(Key *key, const void *bytes, size_t length) {
@@ -175,8 +185,7 @@ uint32_t KeyNumber(const uint8_t *component, size_t length) {
 int KeyCut(Key *key) {
   if (key->last == 0) return -1;
   key->length = key->last;
-  while (--key->last > 0)
-    if (key->bytes[key->last] <= KEY_NODE) break;
+  key->last = FindLast(*key, key->length);
   return 0;
 }
 

@@ -2,8 +2,8 @@
 //
 // A key is the path with a byte for the root's name, which all paths start with, and one for each
 // dot: 0x01 before a leaf's name, 0x02 before any other. A number is preceded by 0x10 plus its
-// count of digits. The subtree of key K is thus all of [K, K 0x03), with K's own leaves first. In a
-// template, byte 0x04 stands for "each instance".
+// count of digits. The subtree of key K is thus all of [K, K 0x03), with what K's own leaves have
+// apart (record.h) first. In a template, byte 0x04 stands for "each instance".
 #pragma once
 
 #include <lmdb.h>
@@ -33,7 +33,7 @@ enum : uint8_t {
   KEY_CHANGED = 0xF4,    /* + key of a leaf: it changed since the change list was read */
 };
 
-constexpr char kFormat[] = "3"; /* of keys and records; a store of another one is replaced */
+constexpr char kFormat[] = "4"; /* of keys and records; a store of another one is replaced */
 
 /* The one name that every path starts with. */
 constexpr char kRootName[] = "InternetGatewayDevice";
@@ -58,6 +58,9 @@ int KeyOfPath(const char *path, uint8_t last_separator, Key *key);
 /* Writes the dotted form of a key, or of its part behind some node, with a NUL; a separator at
    the start is left out. `path` has room for `length` + 1 bytes. Returns the path's length. */
 size_t KeyToPath(const uint8_t *bytes, size_t length, char *path);
+
+/* A node's key that was stored somewhere. -1: it is longer than any. */
+int KeyOfBytes(const void *bytes, size_t length, Key *key);
 
 /* Appends to a key. -1 when it is full. */
 int KeyAppend(Key *key, const void *bytes, size_t length);
@@ -91,6 +94,7 @@ inline bool KeyEqual(const Key &one, const Key &other) {
   return one.length == other.length && memcmp(one.bytes, other.bytes, one.length) == 0;
 }
 
+inline bool KeyIsLeaf(const Key &key) { return key.last != 0 && key.bytes[key.last] == KEY_LEAF; }
 inline MDB_val KeyVal(const Key &key) {
   return MDB_val{key.length, const_cast<uint8_t *>(key.bytes)};
 }

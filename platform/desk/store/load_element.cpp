@@ -88,15 +88,13 @@ void FindCounted(std::vector<Element> *children) {
   }
 }
 
-/* Puts the children into the order of their keys. No name may stand there twice. */
+/* Puts the children into the order of their names, none of which may stand there twice. */
 int SortChildren(Loader *loader, std::vector<Element> *children) {
   std::sort(children->begin(), children->end(),
             [](const Element &left, const Element &right) { return left.name < right.name; });
   for (size_t at = 1; at < children->size(); ++at)
     if ((*children)[at - 1].name == (*children)[at].name)
       return LoadRefuse(loader, (*children)[at].node, "its name stands here twice");
-  std::stable_partition(children->begin(), children->end(),
-                        [](const Element &child) { return child.kind >= KIND_LEAF; });
   return 0;
 }
 

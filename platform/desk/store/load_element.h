@@ -26,10 +26,17 @@ struct Element {
   AttributeSet set;
   std::string_view notify;
   const Element *counts; /* a "...NumberOfEntries" leaf: the array whose instances it counts */
-  std::vector<Element> children; /* as their keys sort: leaves first, by name; of an array: the
-                                    objects beside its rows */
+  std::vector<Element> children; /* by name; of an array: the objects beside its rows */
   std::vector<uint16_t> in_file; /* by place: where it is in `children` */
   std::unique_ptr<Element> row;  /* of an array: its Template */
+};
+
+/* An object's leaves as they are gathered for its row. */
+struct LoadedLeaves {
+  ObjectCounts counts;
+  std::vector<LeafHead> heads;
+  std::string texts;                                      /* names and values */
+  std::vector<std::pair<std::string, std::string>> apart; /* keys and values */
 };
 
 /* The state of one load: where it is, and what cannot be written in key order yet. */
@@ -46,6 +53,7 @@ struct Loader {
   size_t bytes;        /* of rows so far */
   std::string scratch; /* an attribute set being built */
   std::string record;  /* a row being built */
+  LoadedLeaves leaves; /* of an object whose row is built next */
   std::unordered_map<std::string, AttributeSet> sets;
   std::vector<std::pair<std::string, std::string>> later;
   std::string error;  /* why the load ended */

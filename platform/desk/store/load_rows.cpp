@@ -55,21 +55,28 @@ int CountRow(Loader *loader, const Element &element, size_t size) {
 }
 
 /* Rows of templates sort behind the tree and wait. */
-int PutRow(Loader *loader, const Element &element, std::string_view value) {
-  RecordHead head = {element.kind, element.set.flags, static_cast<uint16_t>(loader->order_length),
-                     element.set.number};
-  if (!element.notify.empty() && element.notify != "0") {
-    head.flags |= RECORD_NOTIFY;
-    loader->later.emplace_back(KeyText(KeyMarked(KEY_NOTIFY, loader->key)), element.notify);
-  }
-  const size_t size = RecordSize(head, value.size());
-  if (CountRow(loader, element, loader->key.length + size) != 0) return -1;
-  loader->record.resize(size);
-  RecordWrite(head, loader->order, value, loader->record.data());
-  if (loader->key.bytes[0] != KEY_TEMPLATE)
-    return Append(loader, KeyText(loader->key), loader->record);
-  loader->later.emplace_back(KeyText(loader->key), loader->record);
+int PutRow(Loader *loader, const Element &element, std::string_view key, std::string_view data) {
+  if (CountRow(loader, element, key.size() + data.size()) != 0) return -1;
+  if (loader->key.bytes[0] != KEY_TEMPLATE) return Append(loader, key, data);
+  loader->later.emplace_back(key, data);
   return 0;
+}
+
+/* The flags of a node with this element; its notify attribute, if any, waits. */
+uint8_t FlagsOf(Loader *loader, const Element &element, const Key &key) {
+  if (element.notify.empty() || element.notify == "0") return element.set.flags;
+  loader->later.emplace_back(KeyText(KeyMarked(KEY_NOTIFY, key)), element.notify);
+  return element.set.flags | RECORD_NOTIFY;
+}
+
+/* The row of an object or array, with a body of `length` bytes that `write(to)` writes. */
+template <class Write>
+int PutNode(Loader *loader, const Element &element, size_t length, Write write) {
+  const RecordHead head = {element.kind, FlagsOf(loader, element, loader->key),
+                           static_cast<uint16_t>(loader->order_length), element.set.number};
+  loader->record.resize(RecordSize(head, length));
+  write(RecordFront(head, loader->order, length, loader->record.data()));
+  return PutRow(loader, element, KeyText(loader->key), loader->record);
 }
 
 void AppendOrder(Loader *loader, uint32_t place, size_t bytes) {
@@ -147,22 +154,7 @@ Given GivenFor(const Loader &loader, const Element &shape, pugi::xml_node node) 
   return {node, true, node.first_attribute() && !SameAttributes(node, shape.node)};
 }
 
-/* ---- leaves and objects ---- */
-
-/* Whoever loads pays for this once a leaf; mostly there is one text, which is the leaf's own. */
-int LeafText(Loader *loader, pugi::xml_node leaf, std::string_view *text) {
-  if (leaf.first_child() && LoadCheckLeaf(loader, leaf) != 0) return -1;
-  *text = leaf.child_value();
-  return 0;
-}
-
-int PutLeaf(Loader *loader, const Element &leaf, pugi::xml_node node, std::string_view value) {
-  if (value.size() > AMS_VALUE_MAX)
-    return LoadRefuse(loader, node, "a value has at most 32768 bytes");
-  if (value.find(static_cast<char>(AMS_SEPARATOR)) != std::string_view::npos)
-    return LoadRefuse(loader, node, "a value must not hold byte 0x03");
-  return PutRow(loader, leaf, value);
-}
+/* ---- leaves ---- */
 
 size_t CountInstances(pugi::xml_node array) {
   size_t count = 0;
@@ -172,19 +164,53 @@ size_t CountInstances(pugi::xml_node array) {
   return count;
 }
 
+/* Whoever loads pays for this once a leaf; mostly there is one text, which is the leaf's own. */
+int LeafText(Loader *loader, pugi::xml_node leaf, std::string_view *text) {
+  if (leaf.first_child() && LoadCheckLeaf(loader, leaf) != 0) return -1;
+  *text = leaf.child_value();
+  if (text->size() > AMS_VALUE_MAX)
+    return LoadRefuse(loader, leaf, "a value has at most 32768 bytes");
+  if (text->find(static_cast<char>(AMS_SEPARATOR)) != std::string_view::npos)
+    return LoadRefuse(loader, leaf, "a value must not hold byte 0x03");
+  return 0;
+}
+
+/* Adds a leaf, whose key is the loader's, with the attributes of `row`. */
+void AddLeaf(Loader *loader, const Element &leaf, const Element &row, std::string_view value,
+             LoadedLeaves *leaves) {
+  const bool apart = value.size() > kShortValue;
+  const unsigned flags = FlagsOf(loader, row, loader->key);
+  const LeafHead head = {row.kind,
+                         static_cast<uint8_t>(apart ? flags | RECORD_APART : flags),
+                         leaf.place,
+                         row.set.number,
+                         static_cast<uint16_t>(leaf.name.size()),
+                         static_cast<uint16_t>(value.size())};
+  ++leaves->counts.leaves;
+  leaves->heads.push_back(head);
+  leaves->texts.append(leaf.name);
+  if (!apart) {
+    leaves->texts.append(value);
+    return;
+  }
+  ++leaves->counts.apart;
+  leaves->apart.emplace_back(KeyText(loader->key), value);
+}
+
 /* `counted`: the leaf's value is the number of instances that `listed` has. */
 int EmitLeaf(Loader *loader, const Element &leaf, const Given &given, bool counted,
-             pugi::xml_node listed) {
+             pugi::xml_node listed, LoadedLeaves *leaves) {
   std::string_view value;
   std::string count;
-  pugi::xml_node node = Or(given, leaf.node);
-  if (LeafText(loader, node, &value) != 0) return -1;
-  if (counted) value = count = std::to_string(CountInstances(listed));
-  if (!given.differs) return PutLeaf(loader, leaf, node, value);
   Element laid = {};
-  if (LayAttributes(loader, leaf, given.node, false, &laid) != 0) return -1;
-  return PutLeaf(loader, laid, node, value);
+  if (LeafText(loader, Or(given, leaf.node), &value) != 0) return -1;
+  if (counted) value = count = std::to_string(CountInstances(listed));
+  if (given.differs && LayAttributes(loader, leaf, given.node, false, &laid) != 0) return -1;
+  AddLeaf(loader, leaf, given.differs ? laid : leaf, value, leaves);
+  return 0;
 }
+
+/* ---- objects ---- */
 
 /* Finds what an instance gives for each child of its template; mostly it is in the same order. */
 int MatchGiven(Loader *loader, const Element &shape, pugi::xml_node instance,
@@ -210,25 +236,76 @@ int MatchGiven(Loader *loader, const Element &shape, pugi::xml_node instance,
   return 0;
 }
 
-int EmitObject(Loader *loader, const Element &object, const Given &instance) {
+/* Does `work` for a child of an object, under its key. */
+template <class Work>
+int BelowChild(Loader *loader, const Element &child, const Given &given, Work work) {
+  auto append = [&] {
+    loader->path_length += child.name.size() + 1;
+    return KeyAppendName(&loader->key, child.kind >= KIND_LEAF ? KEY_LEAF : KEY_NODE, child.name);
+  };
+  return Below(loader, Or(given, child.node), child.place, 2, append, work);
+}
+
+/* `given`: by the places of the object's children; empty: nothing is. */
+Given GivenAt(const std::vector<Given> &given, size_t at) {
+  return given.empty() ? Given{} : given[at];
+}
+
+int GatherLeaves(Loader *loader, const Element &object, const std::vector<Given> &given,
+                 LoadedLeaves *leaves) {
+  for (const uint16_t at : object.in_file) {
+    const Element &child = object.children[at];
+    const Given laid = GivenAt(given, at);
+    if (child.kind < KIND_LEAF) {
+      ++leaves->counts.nodes;
+      continue;
+    }
+    auto emit = [&] {
+      if (child.counts == nullptr) return EmitLeaf(loader, child, laid, false, {}, leaves);
+      const size_t array = static_cast<size_t>(child.counts - object.children.data());
+      return EmitLeaf(loader, child, laid, true, Or(GivenAt(given, array), child.counts->node),
+                      leaves);
+    };
+    if (BelowChild(loader, child, laid, emit) != 0) return -1;
+  }
+  return 0;
+}
+
+/* The row of an object, and behind it the values that stand apart. `row` has the object's
+   attributes as they are here. */
+int PutObject(Loader *loader, const Element &object, const Element &row,
+              const std::vector<Given> &given) {
+  LoadedLeaves &leaves = loader->leaves;
+  leaves.counts = {};
+  leaves.counts.of_file = loader->key.bytes[0] != KEY_TEMPLATE ? 1 : 0;
+  leaves.heads.clear();
+  leaves.texts.clear();
+  leaves.apart.clear();
+  if (GatherLeaves(loader, object, given, &leaves) != 0) return -1;
+  const size_t heads = leaves.heads.size() * sizeof(LeafHead);
+  const size_t length = sizeof leaves.counts + heads + leaves.texts.size();
+  if (PutNode(loader, row, length, [&](char *to) {
+        memcpy(to, &leaves.counts, sizeof leaves.counts);
+        if (heads != 0) memcpy(to + sizeof leaves.counts, leaves.heads.data(), heads);
+        leaves.texts.copy(to + sizeof leaves.counts + heads, leaves.texts.size());
+      }) != 0)
+    return -1;
+  std::sort(leaves.apart.begin(), leaves.apart.end());
+  for (const auto &value : leaves.apart)
+    if (PutRow(loader, row, value.first, value.second) != 0) return -1;
+  return 0;
+}
+
+int EmitObject(Loader *loader, const Element &object, const Element &row, const Given &instance) {
   std::vector<Given> given;
   if (instance.there && MatchGiven(loader, object, instance.node, &given) != 0) return -1;
+  if (PutObject(loader, object, row, given) != 0) return -1;
   for (size_t at = 0; at < object.children.size(); ++at) {
     const Element &child = object.children[at];
-    const Given laid = instance.there ? given[at] : Given{};
-    uint8_t separator = child.kind >= KIND_LEAF ? KEY_LEAF : KEY_NODE;
-    auto append = [&] {
-      loader->path_length += child.name.size() + 1;
-      return KeyAppendName(&loader->key, separator, child.name);
-    };
-    auto emit = [&] {
-      if (child.kind < KIND_LEAF) return Emit(loader, child, laid, false);
-      if (child.counts == nullptr) return EmitLeaf(loader, child, laid, false, {});
-      size_t array = static_cast<size_t>(child.counts - object.children.data());
-      const Given listed = instance.there ? given[array] : Given{};
-      return EmitLeaf(loader, child, laid, true, Or(listed, child.counts->node));
-    };
-    if (Below(loader, Or(laid, child.node), child.place, 2, append, emit) != 0) return -1;
+    const Given laid = GivenAt(given, at);
+    if (child.kind < KIND_LEAF &&
+        BelowChild(loader, child, laid, [&] { return Emit(loader, child, laid, false); }) != 0)
+      return -1;
   }
   return 0;
 }
@@ -319,7 +396,8 @@ int EmitArray(Loader *loader, const Element &array, const Element &row, const Gi
   ArrayCounts counts = {node.attribute(kLastAttribute).as_uint(), 0};
   counts.count = static_cast<uint32_t>(rows.size());
   if (!rows.empty()) counts.highest = std::max(counts.highest, rows.back().number);
-  if (PutRow(loader, row, {reinterpret_cast<const char *>(&counts), sizeof counts}) != 0) return -1;
+  auto write = [&](char *to) { memcpy(to, &counts, sizeof counts); };
+  if (PutNode(loader, row, sizeof counts, write) != 0) return -1;
   if (array.row != nullptr && loader->instances == 0 && EmitTemplate(loader, *array.row) != 0)
     return -1;
   if (EmitRows(loader, array, rows) != 0) return -1;
@@ -336,13 +414,7 @@ int Emit(Loader *loader, const Element &element, const Given &given, bool is_row
     row = &laid;
   }
   if (element.kind == KIND_ARRAY) return EmitArray(loader, element, *row, given);
-  auto is_leaf = [](const Element &child) { return child.kind >= KIND_LEAF; };
-  auto leaves_end = std::partition_point(element.children.begin(), element.children.end(), is_leaf);
-  const ObjectCounts counts = {static_cast<uint16_t>(leaves_end - element.children.begin()),
-                               static_cast<uint16_t>(element.children.end() - leaves_end)};
-  if (PutRow(loader, *row, {reinterpret_cast<const char *>(&counts), sizeof counts}) != 0)
-    return -1;
-  return EmitObject(loader, element, given);
+  return EmitObject(loader, element, *row, given);
 }
 
 /* What sorts behind the tree: its format, the attribute sets, templates and notify attributes. */

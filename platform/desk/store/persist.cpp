@@ -8,6 +8,7 @@
 #include "changes.h"
 #include "instances.h"
 #include "nvram.h"
+#include "put.h"
 #include "room.h"
 #include "status.h"
 #include "store_desk.h"

@@ -12,6 +12,7 @@
 #include "attributes.h"
 #include "file_form.h"
 #include "found.h"
+#include "scan.h"
 #include "tree.h"
 
 namespace {
@@ -121,14 +122,15 @@ void CloseLeaf(Saver *saver, std::string_view value) {
 
 /* ---- rows ---- */
 
+/* Behind the last separator of the key: of a leaf's, its object's. */
 size_t LastSeparator(const Found &row) {
   size_t at = row.key_length;
   while (at > 0 && row.key[at - 1] > KEY_NODE) --at;
-  return at; /* behind it */
+  return at;
 }
 
 size_t Depth(const Found &row) {
-  size_t depth = 0;
+  size_t depth = RecordIsLeaf(row.record) ? 1 : 0;
   for (size_t at = 0; at < row.key_length; ++at) depth += row.key[at] <= KEY_NODE ? 1 : 0;
   return depth;
 }
@@ -145,17 +147,15 @@ bool OfTemplate(const Found &row) { return memchr(row.key, KEY_EACH, row.key_len
 bool Counterpart(Saver *saver, const Found &row, Key *key, Record *record) {
   if (!InInstance(row)) return false;
   KeyGeneral(row.key, row.key_length, key);
+  if (RecordIsLeaf(row.record) && KeyAppendName(key, KEY_LEAF, LeafName(row.record)) != 0)
+    return false;
   return TreeFind(saver->txn, *key, record) == 0;
 }
 
 std::string NotifyOf(Saver *saver, const Found &row) {
   Key key;
-  key.length = key.last = 0;
-  if (OfTemplate(row))
-    key = KeyMarked(KEY_TEMPLATE, row.key, row.key_length);
-  else if (KeyAppend(&key, row.key, row.key_length) != 0)
-    return "0";
-  return TreeNotify(saver->txn, key, row.record);
+  if (FoundKey(row, &key) != 0) return "0";
+  return TreeNotify(saver->txn, OfTemplate(row) ? KeyMarked(KEY_TEMPLATE, key) : key, row.record);
 }
 
 std::string AttributesOf(Saver *saver, const Found &row, const std::string &name, bool implied) {
@@ -174,6 +174,7 @@ std::string AttributesOf(Saver *saver, const Found &row, const std::string &name
 }
 
 std::string NameOf(const Found &row) {
+  if (RecordIsLeaf(row.record)) return std::string(LeafName(row.record));
   size_t last = LastSeparator(row);
   std::string name(reinterpret_cast<const char *>(row.key) + last, row.key_length - last);
   if (name[0] == KEY_ROOT) return kRootName;
@@ -212,7 +213,7 @@ void SaveRow(Saver *saver, const Found &row) {
     saver->open.pop_back();
 }
 
-/* All rows of the tree and of the templates; their orders put each template into its array. */
+/* All nodes of the tree and of the templates; their orders put each template into its array. */
 int GatherAll(MDB_txn *txn, std::vector<Found> *rows) {
   TreeCursor cursor;
   MDB_val key = LmdbVal(nullptr, 0), data;
@@ -225,7 +226,10 @@ int GatherAll(MDB_txn *txn, std::vector<Found> *rows) {
       ++row.key;
       --row.key_length;
     }
-    if (RecordParse(data, &row.record) == 0) rows->push_back(row);
+    if (KeyIsApart(key) || RecordParse(data, &row.record) != 0) continue;
+    rows->push_back(row);
+    auto each = [&](const Record &leaf) { rows->push_back({0, row.key, row.key_length, leaf}); };
+    if (TreeLeaves(txn, key, row.record, each) != 0) return -1;
   }
   if (rc != MDB_NOTFOUND) return TreeFailed("reading", rc);
   TreeSort(rows, 0);

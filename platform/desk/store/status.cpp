@@ -3,9 +3,9 @@
 // update_from_nvram, because rows of arrays come back there.
 #include "status.h"
 
-#include <cstddef>
-
 #include "ams_print.h"
+#include "put.h"
+#include "scan.h"
 #include "tree.h"
 
 namespace {
@@ -18,10 +18,24 @@ struct Status {
 std::vector<Status> taken_values;
 bool loaded; /* they were taken by a load, which is not laid over yet */
 
-/* A look at one byte: all rows of the tree are asked. */
-bool HasStatus(const MDB_val &data) {
-  constexpr size_t flags = offsetof(RecordHead, flags);
-  return data.mv_size > flags && (static_cast<uint8_t *>(data.mv_data)[flags] & RECORD_STATUS) != 0;
+void TakeLeaf(MDB_txn *txn, const MDB_val &object, const Record &leaf) {
+  Key key;
+  MDB_val value = LmdbVal(leaf.value, leaf.length);
+  if ((leaf.head.flags & RECORD_STATUS) == 0) return;
+  if (TreeLeafKey(object, leaf, &key) != 0 ||
+      (leaf.value == nullptr && TreeGet(txn, key, &value) != 0))
+    return;
+  taken_values.push_back({{reinterpret_cast<const char *>(key.bytes), key.length},
+                          {static_cast<char *>(value.mv_data), value.mv_size}});
+}
+
+/* What is damaged is passed over: a new tree is about to take its place. */
+void TakeLeaves(MDB_txn *txn, const MDB_val &key, const MDB_val &data) {
+  Record object, leaf;
+  Leaves leaves;
+  if (KeyIsApart(key) || RecordParse(data, &object) != 0 || RecordLeaves(object, &leaves) != 0)
+    return;
+  while (LeavesNext(&leaves, object, &leaf) == 0) TakeLeaf(txn, key, leaf);
 }
 
 }  // namespace
@@ -29,16 +43,13 @@ bool HasStatus(const MDB_val &data) {
 int StatusTake(MDB_txn *txn) {
   TreeCursor cursor;
   MDB_val key, data;
-  Record row;
   taken_values.clear();
   loaded = true;
   if (TreeOpenCursor(txn, &cursor) != 0) return -1;
   int rc = mdb_cursor_get(cursor.get(), &key, &data, MDB_FIRST);
   for (; rc == 0 && static_cast<uint8_t *>(key.mv_data)[0] < KEY_FORMAT;
        rc = mdb_cursor_get(cursor.get(), &key, &data, MDB_NEXT))
-    if (HasStatus(data) && RecordParse(data, &row) == 0)
-      taken_values.push_back(
-          {{static_cast<char *>(key.mv_data), key.mv_size}, {row.value, row.length}});
+    TakeLeaves(txn, key, data);
   return rc == 0 || rc == MDB_NOTFOUND ? 0 : TreeFailed("reading", rc);
 }
 
@@ -50,9 +61,8 @@ int StatusLay(MDB_txn *txn) {
   loaded = false;
   taken.swap(taken_values);
   for (const Status &status : taken) {
-    Key key = {};
-    (void)KeyAppend(&key, status.key.data(), status.key.size()); /* it was a key */
-    key.last = status.key.rfind(static_cast<char>(KEY_LEAF));
+    Key key;
+    (void)KeyOfBytes(status.key.data(), status.key.size(), &key); /* it was a key */
     int result = TreeSetLeaf(txn, key, status.value, SET_READONLY | SET_STATUS | SET_IF_ROOM);
     if (result == -1) return -1;
     if (result == LEAF_FULL) ++full;

@@ -104,6 +104,7 @@ int TreeWriteBegin(MDB_txn **txn) {
   int rc = LmdbBegin(shared_tree.lmdb, 0, txn);
   if (rc != 0) return TreeFailed("opening a write to", rc);
   mine.span = *txn;
+  ++shared_tree.writes;
   mine.failed = false;
   return 0;
 }

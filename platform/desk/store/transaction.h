@@ -13,6 +13,7 @@
 
 struct AmsTree {
   LmdbEnv lmdb;
+  size_t writes; /* so many this process has begun; under its lock for writing */
 };
 extern AmsTree shared_tree; /* open from ShmPoolSrvInit or ShmPoolCliInit on, for ever */
 

@@ -1,30 +1,68 @@
-// Reading and writing rows; see tree.h. What they mean to the store's users is elsewhere.
+// Finding nodes; see tree.h. What they mean to the store's users is elsewhere.
 #include "tree.h"
 
-#include <memory>
-
 #include "ams_print.h"
-#include "changes.h"
-#include "room.h"
 
-int TreeGet(MDB_txn *txn, const Key &key, MDB_val *data) {
-  MDB_val wanted = KeyVal(key);
-  int rc = mdb_get(txn, shared_tree.lmdb.dbi, &wanted, data);
+int TreeGet(MDB_txn *txn, MDB_val key, MDB_val *data) {
+  int rc = mdb_get(txn, shared_tree.lmdb.dbi, &key, data);
   if (rc == 0) return 0;
   return rc == MDB_NOTFOUND ? -1 : TreeFailed("reading", rc);
 }
 
-int TreeFind(MDB_txn *txn, const Key &key, Record *record) {
-  MDB_val data;
-  return TreeGet(txn, key, &data) == 0 ? RecordParse(data, record) : -1;
+int TreeLeafKey(const MDB_val &object, const Record &leaf, Key *key) {
+  key->length = 0;
+  if (KeyAppend(key, object.mv_data, object.mv_size) != 0) return -1;
+  return KeyAppendName(key, KEY_LEAF, LeafName(leaf));
 }
 
-int TreeKey(const char *path, uint8_t last_separator, Key *key) {
-  if (path == nullptr) return -1;
-  int rc = KeyOfPath(path, last_separator, key);
-  if (rc == KEY_TOO_LONG)
-    AMS_PRINT(4, "store: path \"%.64s...\" has more than %d bytes\n", path, AMS_PATH_SIZE - 1);
-  return rc == 0 ? 0 : -1;
+int TreeValueApart(MDB_txn *txn, const MDB_val &object, Record *leaf) {
+  Key key;
+  MDB_val data;
+  if (TreeLeafKey(object, *leaf, &key) != 0 || TreeGet(txn, key, &data) != 0 ||
+      data.mv_size != leaf->length)
+    return TreeFailed("reading", MDB_CORRUPTED);
+  leaf->value = static_cast<char *>(data.mv_data);
+  return 0;
+}
+
+namespace {
+
+/* memcmp without a call for most names that differ: at their ends, if not at their starts. */
+inline bool SameName(const uint8_t *name, const uint8_t *other, size_t length) {
+  uint64_t words[4];
+  constexpr size_t kWord = sizeof words[0];
+  if (length < kWord) return memcmp(name, other, length) == 0;
+  memcpy(words, name, kWord);
+  memcpy(words + 1, other, kWord);
+  memcpy(words + 2, name + length - kWord, kWord);
+  memcpy(words + 3, other + length - kWord, kWord);
+  if (words[0] != words[1] || words[2] != words[3]) return false;
+  return length <= 2 * kWord || memcmp(name, other, length) == 0;
+}
+
+/* The leaf of an object with this name. 0 or an error. */
+int FindName(const Record &object, const uint8_t *name, size_t length, Record *leaf) {
+  Leaves leaves;
+  LeafHead head;
+  if (RecordLeaves(object, &leaves) != 0) return MDB_CORRUPTED;
+  for (; leaves.left > 0; --leaves.left, leaves.heads += sizeof head) {
+    memcpy(&head, leaves.heads, sizeof head);
+    const size_t size = head.name_length + LeafInline(head);
+    if (static_cast<size_t>(leaves.end - leaves.names) < size) return MDB_CORRUPTED;
+    if (head.name_length == length && SameName(leaves.names, name, length))
+      return LeavesNext(&leaves, object, leaf) == 0 ? 0 : MDB_CORRUPTED;
+    leaves.names += size;
+  }
+  return MDB_NOTFOUND;
+}
+
+}  // namespace
+
+int TreeLeafIn(MDB_txn *txn, const Key &key, const Record &object, Record *leaf) {
+  const uint8_t *name = key.bytes + key.last + 1;
+  const int rc = FindName(object, name, key.length - key.last - 1, leaf);
+  if (rc == 0) return TreeValue(txn, LmdbVal(key.bytes, key.last), leaf);
+  return rc == MDB_NOTFOUND ? -1 : TreeFailed("reading", rc);
 }
 
 namespace {
@@ -49,16 +87,51 @@ void KeepFound(size_t txn_id, const char *path, const Key &key, const Record &re
   last_found.record = record;
 }
 
-int LookUp(MDB_txn *txn, const char *path, bool log, Key *key, Record *record) {
-  int rc = log ? TreeKey(path, KEY_NODE, key) : KeyOfPath(path, KEY_NODE, key);
-  if (rc != 0) return -1;
-  if (TreeFind(txn, *key, record) == 0) return 0;
-  if (key->last == 0) return -1;
-  key->bytes[key->last] = KEY_LEAF;
-  return TreeFind(txn, *key, record);
+/* Whether what the node is in was found last. */
+bool FoundAbove(MDB_txn *txn, const Key &key) {
+  const Key &above = last_found.key;
+  if (above.length != key.last || memcmp(above.bytes, key.bytes, key.last) != 0) return false;
+  const size_t txn_id = TreeReadId(txn);
+  return txn_id != 0 && last_found.txn_id == txn_id;
+}
+
+int FindRow(MDB_txn *txn, MDB_val key, Record *record) {
+  MDB_val data;
+  if (TreeGet(txn, key, &data) != 0) return -1;
+  return RecordParse(data, record) == 0 ? 0 : TreeFailed("reading", MDB_CORRUPTED);
+}
+
+int FindLeaf(MDB_txn *txn, const Key &key, Record *leaf) {
+  Record object;
+  if (FoundAbove(txn, key)) return TreeLeafIn(txn, key, last_found.record, leaf);
+  if (FindRow(txn, LmdbVal(key.bytes, key.last), &object) != 0) return -1;
+  return TreeLeafIn(txn, key, object, leaf);
 }
 
 }  // namespace
+
+int TreeFind(MDB_txn *txn, const Key &key, Record *record) {
+  return KeyIsLeaf(key) ? FindLeaf(txn, key, record) : FindRow(txn, KeyVal(key), record);
+}
+
+/* Of a node that was asked for just now it is mostly a leaf. */
+int TreeFindEither(MDB_txn *txn, Key *key, Record *record) {
+  const bool above = key->last != 0 && FoundAbove(txn, *key);
+  if (!above || FindLeaf(txn, *key, record) != 0) {
+    if (FindRow(txn, KeyVal(*key), record) == 0) return 0;
+    if (above || key->last == 0 || FindLeaf(txn, *key, record) != 0) return -1;
+  }
+  key->bytes[key->last] = KEY_LEAF;
+  return 0;
+}
+
+int TreeKey(const char *path, uint8_t last_separator, Key *key) {
+  if (path == nullptr) return -1;
+  int rc = KeyOfPath(path, last_separator, key);
+  if (rc == KEY_TOO_LONG)
+    AMS_PRINT(4, "store: path \"%.64s...\" has more than %d bytes\n", path, AMS_PATH_SIZE - 1);
+  return rc == 0 ? 0 : -1;
+}
 
 int TreeFindPath(MDB_txn *txn, const char *path, bool log, Key *key, Record *record) {
   if (path == nullptr) return -1;
@@ -68,16 +141,10 @@ int TreeFindPath(MDB_txn *txn, const char *path, bool log, Key *key, Record *rec
     *record = last_found.record;
     return 0;
   }
-  if (LookUp(txn, path, log, key, record) != 0) return -1;
+  int rc = log ? TreeKey(path, KEY_NODE, key) : KeyOfPath(path, KEY_NODE, key);
+  if (rc != 0 || TreeFindEither(txn, key, record) != 0) return -1;
   if (txn_id != 0) KeepFound(txn_id, path, *key, *record);
   return 0;
-}
-
-bool TreeFoundAbove(MDB_txn *txn, const Key &key) {
-  const Key &above = last_found.key;
-  const size_t txn_id = TreeReadId(txn);
-  return txn_id != 0 && last_found.txn_id == txn_id && above.length == key.last &&
-         memcmp(above.bytes, key.bytes, key.last) == 0;
 }
 
 int TreeSeek(MDB_cursor *cursor, const Key &from, const Key &top, MDB_val *key, MDB_val *data) {
@@ -85,90 +152,4 @@ int TreeSeek(MDB_cursor *cursor, const Key &from, const Key &top, MDB_val *key, 
   int rc = mdb_cursor_get(cursor, key, data, MDB_SET_RANGE);
   if (rc != 0 && rc != MDB_NOTFOUND) return TreeFailed("reading", rc);
   return rc == 0 && KeyBelow(*key, top.bytes, top.length) ? 0 : -1;
-}
-
-int TreePut(MDB_txn *txn, const Key &key, const void *data, size_t size) {
-  MDB_val row = KeyVal(key), value = LmdbVal(data, size);
-  if (TreeRoom(txn, size) != 0) return -1;
-  int rc = mdb_put(txn, shared_tree.lmdb.dbi, &row, &value, 0);
-  return rc == 0 ? 0 : TreeFailed("writing", rc);
-}
-
-int TreeDelete(MDB_txn *txn, const Key &key) {
-  MDB_val row = KeyVal(key);
-  if (TreeRoom(txn, 0) != 0) return -1;
-  int rc = mdb_del(txn, shared_tree.lmdb.dbi, &row, nullptr);
-  return rc == 0 || rc == MDB_NOTFOUND ? 0 : TreeFailed("writing", rc);
-}
-
-namespace {
-
-/* Calls `put(data)` with the bytes of a record that has another value. A short one's are on the
-   stack, of which each thread that writes would else keep as much as for the longest. */
-template <class Put>
-int PutBuilt(const Record &record, std::string_view value, Put put) {
-  uint8_t few[1024];
-  std::unique_ptr<uint8_t[]> many;
-  const size_t size = RecordSize(record.head, value.size());
-  if (size > kRecordMax) return TreeFailed("writing", MDB_BAD_VALSIZE);
-  if (size > sizeof few) many.reset(new uint8_t[size]);
-  uint8_t *bytes = many == nullptr ? few : many.get();
-  RecordWrite(record.head, record.order, value, bytes);
-  return put(LmdbVal(bytes, size));
-}
-
-}  // namespace
-
-int TreePutRecord(MDB_txn *txn, const Key &key, const Record &record, std::string_view value) {
-  return PutBuilt(record, value, [&](const MDB_val &data) {
-    return TreePut(txn, key, data.mv_data, data.mv_size);
-  });
-}
-
-namespace {
-
-/* Replaces the value of the leaf that the cursor stands on. */
-int ReplaceValue(MDB_cursor *cursor, const Key &key, const Record &leaf, std::string_view value) {
-  return PutBuilt(leaf, value, [&](MDB_val data) {
-    MDB_val row = KeyVal(key);
-    int rc = mdb_cursor_put(cursor, &row, &data, MDB_CURRENT);
-    return rc == 0 ? 0 : TreeFailed("writing", rc);
-  });
-}
-
-int RoomForValue(MDB_txn *txn, size_t size, size_t before, unsigned how) {
-  int rc = size > before ? TreeMayGrow(txn, size, (how & SET_AGAIN) != 0) : 0;
-  if (rc == 0) rc = LmdbRoom(shared_tree.lmdb, txn, size);
-  if (rc == 0) return 0;
-  return (how & SET_IF_ROOM) != 0 ? LEAF_FULL : TreeFailed("writing", rc);
-}
-
-int SetAt(MDB_txn *txn, MDB_cursor *cursor, const Key &key, std::string_view value, unsigned how) {
-  MDB_val row = KeyVal(key), data;
-  Record leaf;
-  int rc = mdb_cursor_get(cursor, &row, &data, MDB_SET);
-  if (rc != 0 && rc != MDB_NOTFOUND) return TreeFailed("reading", rc);
-  if (rc != 0 || RecordParse(data, &leaf) != 0) return LEAF_NONE;
-  if ((how & SET_READONLY) == 0 && (leaf.head.flags & RECORD_READONLY) != 0) return LEAF_READONLY;
-  bool same = value == std::string_view(leaf.value, leaf.length), status = (how & SET_STATUS) != 0;
-  bool same_kind = status == ((leaf.head.flags & RECORD_STATUS) != 0);
-  if (same && (same_kind || (status && (how & SET_AGAIN) == 0))) return 0;
-  leaf.head.flags &= static_cast<uint8_t>(~RECORD_STATUS);
-  if (status) leaf.head.flags |= RECORD_STATUS;
-  int room = RoomForValue(txn, value.size(), leaf.length, how);
-  if (room != 0) return room;
-  const bool report = !same && (how & SET_REPORT) != 0 && (leaf.head.flags & RECORD_NOTIFY) != 0;
-  const std::string before = report ? std::string(leaf.value, leaf.length) : std::string();
-  if (ReplaceValue(cursor, key, leaf, value) != 0) return -1;
-  return report ? ChangeNote(txn, key, before) : 0;
-}
-
-}  // namespace
-
-int TreeSetLeaf(MDB_txn *txn, const Key &key, std::string_view value, unsigned how) {
-  TreeCursor cursor;
-  if (key.last == 0 || key.bytes[key.last] != KEY_LEAF) return LEAF_NONE;
-  if (TreeOpenCursor(txn, &cursor) != 0) return -1;
-  int result = SetAt(txn, cursor.get(), key, value, how);
-  return result;
 }

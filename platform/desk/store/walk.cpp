@@ -11,11 +11,14 @@
 
 namespace {
 
+/* For the path of any key, and a leaf's name. */
+constexpr size_t kPathRoom = sizeof kRootName + kKeyMax + AMS_NAME_SIZE;
+
 /* The object of the last leaf whose path was made; {} at first. */
 struct Object {
   const uint8_t *key;
   size_t key_length, length;
-  char path[kKeyMax + 1];
+  char path[kPathRoom];
 };
 
 /* What many nodes share: attribute sets, which lie in the map, and the object above. */
@@ -25,21 +28,19 @@ struct Shared {
   Object object;
 };
 
-/* KeyToPath of nodes that come in turn: the leaves of an object stand one behind the other. */
-size_t PathOf(const uint8_t *key, size_t length, Object *object, char *path) {
-  const void *mark = memrchr(key, KEY_LEAF, length);
-  if (mark == nullptr) return KeyToPath(key, length, path);
-  const size_t above = static_cast<size_t>(static_cast<const uint8_t *>(mark) - key);
-  if (above != object->key_length || memcmp(key, object->key, above) != 0) {
+/* The path of nodes that come in turn: the leaves of an object stand one behind the other. */
+size_t PathOf(const uint8_t *key, size_t length, const Record &record, Object *object, char *path) {
+  if (!RecordIsLeaf(record)) return KeyToPath(key, length, path);
+  if (length != object->key_length || memcmp(key, object->key, length) != 0) {
     object->key = key;
-    object->key_length = above;
-    object->length = KeyToPath(key, above, object->path);
+    object->key_length = length;
+    object->length = KeyToPath(key, length, object->path);
   }
   memcpy(path, object->path, object->length);
   path[object->length] = '.';
-  memcpy(path + object->length + 1, key + above + 1, length - above - 1);
-  path[object->length + length - above] = '\0';
-  return object->length + length - above;
+  memcpy(path + object->length + 1, record.name, record.name_length);
+  path[object->length + 1 + record.name_length] = '\0';
+  return object->length + 1 + record.name_length;
 }
 
 const AmsDeskAttributes &SetOf(Shared *shared, uint32_t number) {
@@ -65,10 +66,10 @@ const AmsDeskAttributes &SetOf(Shared *shared, uint32_t number) {
 
 int Visit(Shared *shared, const uint8_t *key, size_t length, const Record &record,
           AmsDeskVisit visit, void *context) {
-  char path[kKeyMax + 1];
+  char path[kPathRoom];
   AmsDeskNode node = {};
   node.attributes = &SetOf(shared, record.head.attributes);
-  node.path = {path, PathOf(key, length, &shared->object, path)};
+  node.path = {path, PathOf(key, length, record, &shared->object, path)};
   node.type = kKindNames[record.head.kind];
   node.is_leaf = RecordIsLeaf(record);
   if (node.is_leaf) node.value = {record.value, record.length};
@@ -87,7 +88,8 @@ int Walk(MDB_txn *txn, const char *path, bool leaves, AmsDeskVisit visit, void *
       TreeGather(txn, top, leaves ? TREE_NODES : TREE_OBJECTS, &found) != 0)
     return -1;
   constexpr size_t kAhead = 12; /* nodes: so many are visited while one is fetched */
-  int result = Visit(&shared, top.bytes, top.length, record, visit, context);
+  const size_t top_length = RecordIsLeaf(record) ? top.last : top.length;
+  int result = Visit(&shared, top.bytes, top_length, record, visit, context);
   for (size_t at = 0; at < found.size() && result == 0; ++at) {
     if (at + kAhead < found.size()) {
       FetchRow(found[at + kAhead].key, found[at + kAhead].key_length);

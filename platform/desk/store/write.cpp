@@ -6,6 +6,7 @@
 #include "ams_store.h"
 #include "changes.h"
 #include "keep.h"
+#include "put.h"
 #include "tree.h"
 
 namespace {

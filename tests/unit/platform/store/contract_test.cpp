@@ -7,6 +7,7 @@
 
 #include "nvram.h"
 #include "store_support.h"
+#include "tds.h"
 
 namespace {
 
@@ -55,6 +56,45 @@ TEST_F(Store, TheLongestValueAndPath) {
   EXPECT_EQ(ams_check_node(nullptr, IGD "Summary"), -1);
   EXPECT_EQ(ams_save_xml(root, "/nowhere/saved.xml"), -1);
   EXPECT_EQ(ams_mxml_load_to_staging(1), -1) << "there is no such source";
+}
+
+/* The text of a row, with this for its last leaf. Two of its leaves are long in the file. */
+std::string LongRow(const std::string &alpha) {
+  return "Zeta=" + std::string(400, 'z') + "|Mid=1|Alpha=" + alpha;
+}
+
+TEST_F(Store, ALongValueIsAsAShortOne) {
+  const std::string first(300, 'a');
+  root = Load(
+      "<InternetGatewayDevice type=\"object\"><A type=\"array\"><Template><Zeta type=\"string\">" +
+      std::string(400, 'z') +
+      "</Zeta><Mid type=\"int\">1</Mid><Alpha type=\"string\" notify=\"1\">" + first +
+      "</Alpha></Template><Instance id=\"1\"/></A></InternetGatewayDevice>");
+  ASSERT_NE(root, nullptr);
+  char url[AMS_PATH_SIZE], *changed;
+  ASSERT_EQ(ams_add_obj(root, IGD "A", url), 0);
+  EXPECT_EQ(Text(url), LongRow(first));
+  for (size_t before : {0u, 255u, 256u, 257u, 3000u})
+    for (size_t after : {1u, 255u, 256u, 257u, 2999u}) {
+      SCOPED_TRACE(std::to_string(before) + " " + std::to_string(after));
+      const std::string one(before, 'o'), other(after, 'x');
+      AmsUndo *undo = nullptr;
+      ASSERT_EQ(ams_set_node_value(root, IGD "A.2.Alpha", one.c_str()), 0);
+      EXPECT_EQ(Text(url), LongRow(one));
+      ASSERT_EQ(ams_undo_note(root, &undo, IGD "A.2.Alpha"), 0);
+      ASSERT_EQ(ams_set_node_value(root, IGD "A.2.Alpha", other.c_str()), 0);
+      EXPECT_EQ(Leaf(IGD "A.2.Alpha"), other);
+      for (const char *notify : {"0", "2"})
+        EXPECT_EQ(ams_set_attr(root, IGD "A.2.Alpha", notify), 0);
+      EXPECT_EQ(ams_undo_end(undo, 1), 0);
+      ASSERT_EQ(ams_read_withAttr(root, IGD "A.2", 1, &changed), 0);
+      EXPECT_EQ(changed, "Alpha=" + one + " type=\"string\" notify=\"2\"");
+      __tds_free(changed);
+    }
+  EXPECT_EQ(Text(IGD "A.1"), LongRow(first));
+  EXPECT_EQ(ams_del_obj(root, url), 0);
+  EXPECT_EQ(Text(IGD "A"),
+            "1." + std::string("Zeta=") + std::string(400, 'z') + "|1.Mid=1|1.Alpha=" + first);
 }
 
 TEST_F(Store, ASpanIsSeenWholeOrNotAtAll) {

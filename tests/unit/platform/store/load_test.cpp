@@ -1,10 +1,13 @@
 // The scripts of the desk, and what a data-model file is refused for.
 #include <algorithm>
+#include <cstring>
 #include <filesystem>
+#include <map>
 #include <thread>
 #include <vector>
 
 #include "../other_process.h"
+#include "put.h"
 #include "store_desk.h"
 #include "store_support.h"
 #include "tds_heap.h"
@@ -37,7 +40,7 @@ std::string Repeated(const std::string &text, int times) {
 /* Those of the contract, too, where blocks are counted. */
 TEST_F(Store, ScriptsOfTheDesk) {
   const ptrdiff_t before = tds_malloc_count(nullptr).blocks;
-  RunScripts(data_folder + "/desk", 6);
+  RunScripts(data_folder + "/desk", 7);
   RunScripts(data_folder, 11);
   EXPECT_EQ(tds_malloc_count(nullptr).blocks, before) << "texts are the callers' only";
 }
@@ -141,18 +144,90 @@ TEST_F(Store, TheDeskKnowsWhereANodeStands) {
   EXPECT_EQ(Place("DeviceInfo.Zeta"), "leaf another") << "what stands above it has changed";
 }
 
+/* An object's row and the first things in its body, of which copies are to be changed. */
+struct DamagedRow {
+  std::string bytes;
+  ObjectCounts counts;
+  LeafHead first;
+};
+
+/* What may be wrong with a row of two leaves, the first of which has a long value. */
+const std::map<std::string, void (*)(DamagedRow *row)> kDamages = {
+    {"no row", [](DamagedRow *row) { row->bytes = "x"; }},
+    {"it ends before its leaves do",
+     [](DamagedRow *row) { row->bytes.resize(row->bytes.size() - 16); }},
+    {"a name that is too long",
+     [](DamagedRow *row) {
+       row->bytes.append(3504, 'n');
+       row->first.name_length = 3000;
+     }},
+    {"a name of no bytes", [](DamagedRow *row) { row->first.name_length = 0; }},
+    {"a kind that no leaf has", [](DamagedRow *row) { row->first.kind = KIND_ARRAY; }},
+    {"a long value of another length", [](DamagedRow *row) { ++row->first.length; }},
+};
+
+int Damage(MDB_txn *txn, const Key &key, void (*damage)(DamagedRow *row)) {
+  MDB_val data;
+  RecordHead head;
+  if (TreeGet(txn, key, &data) != 0) return -1;
+  DamagedRow row = {{static_cast<char *>(data.mv_data), data.mv_size}, {}, {}};
+  memcpy(&head, row.bytes.data(), sizeof head);
+  const size_t body = sizeof head + head.order_length;
+  memcpy(&row.counts, &row.bytes[body], sizeof row.counts);
+  memcpy(&row.first, &row.bytes[body + sizeof row.counts], sizeof row.first);
+  damage(&row);
+  if (row.bytes.size() > body + sizeof row.counts + sizeof row.first) {
+    memcpy(&row.bytes[body], &row.counts, sizeof row.counts);
+    memcpy(&row.bytes[body + sizeof row.counts], &row.first, sizeof row.first);
+  }
+  return TreePut(txn, key, row.bytes.data(), row.bytes.size());
+}
+
 TEST_F(Store, OfADamagedRowNothingIsTold) {
-  for (const char *row : {IGD "Services.List.9", IGD "Services.List.2.Name"}) {
-    Key key;
-    ASSERT_EQ(KeyOfPath(row, strstr(row, "Name") != nullptr ? KEY_LEAF : KEY_NODE, &key), 0);
-    ASSERT_EQ(TreeWrite([&](MDB_txn *txn) { return TreePut(txn, key, "x", 1); }), 0);
-    for (const char *path : {"InternetGatewayDevice", IGD "Services.List"}) {
-      const std::string told = LogOf([&] { EXPECT_EQ(Text(path), "(none)"); });
+  const std::string model =
+      "<InternetGatewayDevice type=\"object\"><A type=\"object\"><L type=\"string\">" +
+      std::string(300, 'l') + "</L><S type=\"string\">s</S></A></InternetGatewayDevice>";
+  Key key;
+  ASSERT_EQ(KeyOfPath("InternetGatewayDevice.A", KEY_NODE, &key), 0);
+  for (const auto &[what, damage] : kDamages) {
+    SCOPED_TRACE(what);
+    ASSERT_NE(root = Load(model), nullptr);
+    ASSERT_EQ(TreeWrite([&key, damage = damage](MDB_txn *txn) { return Damage(txn, key, damage); }),
+              0);
+    for (const char *path : {"InternetGatewayDevice", IGD "A"}) {
+      std::string told = LogOf([&] {
+        EXPECT_EQ(Text(path), "(none)");
+        EXPECT_EQ(ams_desk_walk(
+                      path, true, [](const AmsDeskNode &, void *) { return 0; }, nullptr),
+                  -1);
+      });
       EXPECT_NE(told.find("it is damaged: "), told.npos) << told;
     }
-    EXPECT_NE(Text(IGD "Services.List.10"), "(none)");
-    SetUp();
   }
+  ASSERT_NE(root = Load(model), nullptr) << "a new tree takes its place";
+  auto not_counted = [](DamagedRow *row) { row->counts.apart = 0; };
+  ASSERT_EQ(TreeWrite([&](MDB_txn *txn) { return Damage(txn, key, not_counted); }), 0);
+  EXPECT_EQ(Text(IGD "A"), "(none)");
+}
+
+/* Its own path does, with one digit more than the row before. */
+TEST_F(Store, ARowWhoseLeavesPathsDoNotFitIsNotAdded) {
+  const std::string name(64, 'n'), leaf(32, 'l'),
+      object = "<" + name + " type=\"object\">", end = "</" + name + ">",
+      array = IGD + name + "." + name + "." + name + ".R";
+  root = Load("<InternetGatewayDevice type=\"object\">" + object + object + object +
+              "<R type=\"array\"><Template><" + leaf +
+              " type=\"string\" notify=\"1\"/></Template></R>" + end + end + end +
+              "</InternetGatewayDevice>");
+  ASSERT_NE(root, nullptr);
+  char url[AMS_PATH_SIZE];
+  for (size_t row = 1;
+       array.size() + 1 + std::to_string(row).size() + 1 + leaf.size() < AMS_PATH_SIZE; ++row)
+    ASSERT_EQ(ams_add_obj(root, array.c_str(), url), 0) << row;
+  const std::string before = Text(array);
+  EXPECT_EQ(ams_add_obj(root, array.c_str(), url), -1);
+  EXPECT_EQ(Text(array), before);
+  EXPECT_NE(before, "");
 }
 
 /* Another thread's, as another process's: this one's reads keep what they have found. */

@@ -183,6 +183,27 @@ TEST_F(Store, AFullStoreRefusesAndStaysAsItWas) {
   EXPECT_LT(deleted, 400);
 }
 
+/* Written again and again in one span, the rows of wide objects take their pages once. */
+TEST_F(Store, WideObjectsTakeTheirPagesOnce) {
+  std::string leaves, elements;
+  for (int leaf = 0; leaf < 100; ++leaf)
+    leaves += "<Leaf" + std::to_string(leaf) + " type=\"string\"/>";
+  for (const char *name : {"A", "B", "C"})
+    elements += "<" + std::string(name) + " type=\"object\">" + leaves + "</" + name + ">";
+  for (size_t objects = 1; objects <= 3; ++objects) {
+    root = Load("<InternetGatewayDevice type=\"object\">" + elements + "</InternetGatewayDevice>");
+    ASSERT_NE(root, nullptr);
+    ASSERT_EQ(ams_write_begin(), 0);
+    for (size_t set = 0; set < 3000; ++set) {
+      const std::string leaf = IGD + std::string(1, static_cast<char>('A' + set % objects)) +
+                               ".Leaf" + std::to_string(set / objects % 100);
+      ASSERT_EQ(ams_mxml_fset_leaf(leaf.c_str(), std::to_string(set % 7).c_str()), 0);
+    }
+    EXPECT_LT(shared_tree.lmdb.pages.large, 20u) << objects;
+    EXPECT_EQ(ams_write_end(), 0);
+  }
+}
+
 /* The settings' commit comes first, then the tree's, then, to take it back, the settings' again. */
 TEST_F(Store, WhatIsKeptIsTakenBackWhenTheTreesCommitFails) {
   const char *const kCases[][3] = {{"-", "(none)", "not changed"},
