@@ -71,28 +71,15 @@ int FindLeaf(Writing *writing) {
   return TreeThread()->failed ? -1 : LEAF_NONE; /* logged, if it is damaged */
 }
 
-/* The rows with pages of their own that the open write has written: written again, such a row stays
-   where it is, and takes no more of them unless it needs more. Under the store's lock for writing.
- */
-struct WideRows {
-  struct Row {
-    std::string key;
-    size_t pages;
-  };
-  size_t write; /* the number of the write */
-  std::vector<Row> rows;
-};
-WideRows wide_rows;
-
-/* The pages that the row has of its own by now, 0 at first. */
+/* The pages that the row has of its own by the open write, 0 at first. */
 size_t *WidePages(const MDB_val &key) {
+  ThreadTxns *mine = TreeThread();
   const std::string_view text(static_cast<char *>(key.mv_data), key.mv_size);
-  if (wide_rows.write != shared_tree.writes) wide_rows.rows.clear();
-  wide_rows.write = shared_tree.writes;
-  for (auto row = wide_rows.rows.rbegin(); row != wide_rows.rows.rend(); ++row)
+  if (mine->wide == nullptr) mine->wide = new std::vector<WideRow>;
+  for (auto row = mine->wide->rbegin(); row != mine->wide->rend(); ++row)
     if (row->key == text) return &row->pages;
-  wide_rows.rows.push_back({std::string(text), 0});
-  return &wide_rows.rows.back().pages;
+  mine->wide->push_back({std::string(text), 0});
+  return &mine->wide->back().pages;
 }
 
 /* Room for the row and for a value apart, when the row is to have `size` bytes. 0 or an error. */

@@ -18,6 +18,7 @@ struct ThreadEnd {
     if (thread_txns.cursor != nullptr) mdb_cursor_close(thread_txns.cursor);
     if (thread_txns.read != nullptr) mdb_txn_abort(thread_txns.read);
     delete thread_txns.kept;
+    delete thread_txns.wide;
     thread_txns = ThreadTxns{};
   }
 };
@@ -104,7 +105,7 @@ int TreeWriteBegin(MDB_txn **txn) {
   int rc = LmdbBegin(shared_tree.lmdb, 0, txn);
   if (rc != 0) return TreeFailed("opening a write to", rc);
   mine.span = *txn;
-  ++shared_tree.writes;
+  if (mine.wide != nullptr) mine.wide->clear();
   mine.failed = false;
   return 0;
 }

@@ -6,6 +6,7 @@
 #include <cerrno>
 #include <memory>
 #include <new>
+#include <string>
 #include <vector>
 
 #include "lmdb_env.h"
@@ -13,7 +14,6 @@
 
 struct AmsTree {
   LmdbEnv lmdb;
-  size_t writes; /* so many this process has begun; under its lock for writing */
 };
 extern AmsTree shared_tree; /* open from ShmPoolSrvInit or ShmPoolCliInit on, for ever */
 
@@ -22,6 +22,13 @@ int TreeFailed(const char *what, int rc);
 
 /* The same for an error that was logged: a span cannot go on after it. Returns -1. */
 int TreeGivenUp();
+
+/* A row with pages of its own. Written again in one write, it stays where it is, and takes no more
+   of them unless it needs more. */
+struct WideRow {
+  std::string key;
+  size_t pages;
+};
 
 /* What one thread keeps: its read transaction between calls, and its span of writes. */
 struct ThreadTxns {
@@ -32,6 +39,7 @@ struct ThreadTxns {
   bool in_span;                   /* between ams_write_begin and ams_write_end */
   bool failed;                    /* a write of the span did not work: all of it is given up */
   std::vector<NvramChange> *kept; /* what the open write changes in nvram; NULL before the first */
+  std::vector<WideRow> *wide;     /* those that the open write has written; NULL before the first */
 };
 ThreadTxns *TreeThread();
 
