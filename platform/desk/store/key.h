@@ -56,7 +56,8 @@ enum { KEY_TOO_LONG = -2 };
 int KeyOfPath(const char *path, uint8_t last_separator, Key *key);
 
 /* Writes the dotted form of a key, or of its part behind some node, with a NUL; a separator at
-   the start is left out. `path` has room for `length` + 1 bytes. Returns the path's length. */
+   the start is left out. `path` has room for `length` + 1 bytes, and for the root's name instead of
+   its byte; a buffer of kKeyMax + 1 does for each key of the tree. Returns the path's length. */
 size_t KeyToPath(const uint8_t *bytes, size_t length, char *path);
 
 /* A node's key that was stored somewhere. -1: it is longer than any. */

@@ -96,7 +96,7 @@ int TakeRoom(const Writing &writing, size_t size, size_t apart) {
 
 /* Writes the row anew, which has room, with other flags and another value of the leaf. */
 int PutInRow(const Writing &writing, unsigned flags, std::string_view value) {
-  Built built(RecordWith(writing.object, writing.leaf, value));
+  Built built(RecordSizeWith(writing.object, writing.leaf, value));
   RecordWriteWith(writing.object, writing.leaf, static_cast<uint8_t>(flags), value, built.bytes());
   MDB_val row = RowOf(writing), data = LmdbVal(built.bytes(), built.size);
   int rc = mdb_cursor_put(writing.cursor.get(), &row, &data, MDB_CURRENT);
@@ -111,7 +111,7 @@ int PutApart(const Writing &writing, std::string_view value) {
 }
 
 int RoomForValue(const Writing &writing, std::string_view value, unsigned how) {
-  const size_t row = RecordWith(writing.object, writing.leaf, value);
+  const size_t row = RecordSizeWith(writing.object, writing.leaf, value);
   const size_t apart = value.size() > kShortValue ? value.size() : 0;
   int rc = 0;
   if (value.size() > writing.leaf.length)
@@ -142,7 +142,7 @@ int PutLeafFlags(MDB_txn *txn, const Key &key, uint8_t flags) {
   Writing writing = {txn, key, {}, {}, {}};
   if (FindLeaf(&writing) != 0) return TreeFailed("writing", MDB_NOTFOUND);
   const std::string_view value(writing.leaf.value, writing.leaf.length);
-  int rc = TakeRoom(writing, RecordWith(writing.object, writing.leaf, value), 0);
+  int rc = TakeRoom(writing, RecordSizeWith(writing.object, writing.leaf, value), 0);
   return rc == 0 ? PutInRow(writing, flags, value) : TreeFailed("writing", rc);
 }
 

@@ -50,7 +50,7 @@ size_t HeadAt(const Record &object, const Record &leaf) {
 
 }  // namespace
 
-size_t RecordWith(const Record &object, const Record &leaf, std::string_view value) {
+size_t RecordSizeWith(const Record &object, const Record &leaf, std::string_view value) {
   return RecordSize(object.head, BodyWith(object, leaf, value));
 }
 

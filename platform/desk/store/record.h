@@ -168,8 +168,8 @@ inline size_t RecordSize(const RecordHead &head, size_t length) {
 char *RecordFront(RecordHead head, const void *order, size_t length, void *to);
 void RecordWrite(RecordHead head, const void *order, std::string_view body, void *to);
 
-/* Writes the record of an object, of RecordWith's size, with other flags and another value of one
-   of its leaves, which may both be in it. */
-size_t RecordWith(const Record &object, const Record &leaf, std::string_view value);
+/* The record of an object with other flags and another value of one of its leaves: its bytes, and
+   writing them. All may lie in the map. */
+size_t RecordSizeWith(const Record &object, const Record &leaf, std::string_view value);
 void RecordWriteWith(const Record &object, const Record &leaf, uint8_t flags,
                      std::string_view value, void *to);
